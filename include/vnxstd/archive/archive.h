@@ -1,0 +1,306 @@
+// The archive stream: one operator that both stores and loads.
+//
+// `archive || value` writes the value to a storing archive and reads it from a loading one, so that a class states its
+// layout once. docs/archive-format.md gives every byte. The archive sits on a stream buffer that the concrete archives
+// (memory.h, file.h) supply. An archive is for one thread at a time.
+//
+// Reading never trusts what it reads: a vector grows as its elements arrive, nesting has a limit, and every failure is
+// one of the errors nested in qcArchive, each with the source and line that raised it.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <ios>
+#include <memory>
+#include <streambuf>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "vnxstd/archive/handle.h"
+#include "vnxstd/archive/persistent.h"
+#include "vnxstd/archive/widths.h"
+#include "vnxstd/except/exception.h"
+#include "vnxstd/export.h"
+
+class qc_ArchiveIndex;
+
+class VNXSTD_EXPORT qcArchive {
+ public:
+  enum Direction : std::int32_t { loading = 0, storing = 1 };
+  enum Ordering : std::int32_t { bigEndian = 0, littleEndian = 1 };
+  /// A position in the stream, in bytes from its start.
+  using Position = std::fpos<int>;
+
+  /// The base of all archive errors: where the error was raised, or a free text with line 0.
+  class VNXSTD_EXPORT Errors : public qcException {
+   public:
+    /// The source file that raised the error, or a free text.
+    const std::wstring& file() const noexcept { return file_; }
+    /// The line in that file; 0 means no line.
+    std::int32_t line() const noexcept { return line_; }
+
+   protected:
+    Errors() = default;
+    /// Bytes that are no valid UTF-8 are widened to replacement characters; null gives an empty text.
+    Errors(const char* file, int line);
+    Errors(const wchar_t* file, int line);
+    void dispatchSerialize(qcArchive& archive) override;
+    void serialize_(qcArchive& archive, unsigned char version);
+    void message_(std::wostream& out) const override;
+
+   private:
+    std::wstring file_;
+    std::int32_t line_ = 0;
+  };
+
+  // Each kind is made from the source file (or text) and the line that raise it.
+
+  /// The data ended before the value did.
+  class VNXSTD_EXPORT Eof : public qc_ErrorLeaf<Eof, Errors, 0x10000100> {
+   public:
+    using qc_ErrorLeaf::qc_ErrorLeaf;
+  };
+  /// A write failed, a string's payload was cut short, or the header's ordering byte is neither 0 nor 1.
+  class VNXSTD_EXPORT BadBuffer : public qc_ErrorLeaf<BadBuffer, Errors, 0x10000101> {
+   public:
+    using qc_ErrorLeaf::qc_ErrorLeaf;
+  };
+  /// The header's seekable flag differs, a string lacks a valid mark, or an object is not of the class asked for.
+  class VNXSTD_EXPORT BadType : public qc_ErrorLeaf<BadType, Errors, 0x10000102> {
+   public:
+    using qc_ErrorLeaf::qc_ErrorLeaf;
+  };
+  /// What was read makes no valid record or object, or a value to be stored does not fit its field.
+  class VNXSTD_EXPORT BadContent : public qc_ErrorLeaf<BadContent, Errors, 0x10000103> {
+   public:
+    using qc_ErrorLeaf::qc_ErrorLeaf;
+  };
+  /// A referenced object or record is not in the archive.
+  class VNXSTD_EXPORT NotFound : public qc_ErrorLeaf<NotFound, Errors, 0x10000104> {
+   public:
+    using qc_ErrorLeaf::qc_ErrorLeaf;
+  };
+  /// An entry that must be unique exists already.
+  class VNXSTD_EXPORT Duplicate : public qc_ErrorLeaf<Duplicate, Errors, 0x10000105> {
+   public:
+    using qc_ErrorLeaf::qc_ErrorLeaf;
+  };
+  /// A type name is not in the registry, or names an abstract class.
+  class VNXSTD_EXPORT UnknownType : public qc_ErrorLeaf<UnknownType, Errors, 0x10000106> {
+   public:
+    UnknownType() = default;
+    UnknownType(const char* name, const char* file, int line);
+    /// The type name that could not be resolved.
+    const std::string& name() const noexcept { return name_; }
+    void archiveFields(qcArchive& archive);
+
+   protected:
+    void message_(std::wostream& out) const override;
+
+   private:
+    std::string name_;
+  };
+  /// A class or record is of a newer version than this library knows.
+  class VNXSTD_EXPORT UnknownVersion : public qc_ErrorLeaf<UnknownVersion, Errors, 0x10000107> {
+   public:
+    using qc_ErrorLeaf::qc_ErrorLeaf;
+  };
+  /// A file could not be opened, read or written.
+  class VNXSTD_EXPORT BadFile : public qc_ErrorLeaf<BadFile, Errors, 0x10000109> {
+   public:
+    using qc_ErrorLeaf::qc_ErrorLeaf;
+  };
+  /// The header's format version is newer than this library knows.
+  class VNXSTD_EXPORT UnknownArchiveVersion : public qc_ErrorLeaf<UnknownArchiveVersion, Errors, 0x1000010A> {
+   public:
+    using qc_ErrorLeaf::qc_ErrorLeaf;
+  };
+  /// An object is stored into an archive of the old format.
+  class VNXSTD_EXPORT CannotWriteToOldArchive : public qc_ErrorLeaf<CannotWriteToOldArchive, Errors, 0x1000010B> {
+   public:
+    using qc_ErrorLeaf::qc_ErrorLeaf;
+  };
+  /// An operation that needs a seekable archive.
+  class VNXSTD_EXPORT NotSeekable : public qc_ErrorLeaf<NotSeekable, Errors, 0x1000010C> {
+   public:
+    using qc_ErrorLeaf::qc_ErrorLeaf;
+  };
+
+  virtual ~qcArchive();
+  qcArchive(const qcArchive&) = delete;
+  qcArchive& operator=(const qcArchive&) = delete;
+
+  bool isLoading() const noexcept { return direction_ == loading; }
+  bool isStoring() const noexcept { return direction_ == storing; }
+  bool isReadOnly() const noexcept { return readOnly_; }
+  bool isSeekable() const noexcept { return seekable_; }
+  /// The format version: 1 for everything that this library writes.
+  long version() const noexcept { return version_; }
+  Ordering ordering() const noexcept { return ordering_; }
+
+  // Numbers, in archive order. long and unsigned long take four bytes everywhere: storing a value that does not fit
+  // throws BadContent before a byte is written. float and double travel as their bit patterns. Reading past the end
+  // throws Eof, a failed write BadBuffer.
+  qcArchive& operator||(signed char& value);
+  qcArchive& operator||(char& value);
+  qcArchive& operator||(bool& value);
+  qcArchive& operator||(unsigned short& value);
+  qcArchive& operator||(short& value);
+  qcArchive& operator||(unsigned int& value);
+  qcArchive& operator||(int& value);
+  qcArchive& operator||(unsigned long& value);
+  qcArchive& operator||(long& value);
+  qcArchive& operator||(unsigned long long& value);
+  qcArchive& operator||(long long& value);
+  qcArchive& operator||(float& value);
+  qcArchive& operator||(double& value);
+
+  // Texts. Narrow text is UTF-8, wide text the platform's wide characters, on the wire always UTF-16; either kind can
+  // be read into the other. Storing a text longer than 32767 characters, or one that is malformed, throws BadContent or
+  // qcBadUnicodeChar.
+  qcArchive& operator||(std::string& value);
+  qcArchive& operator||(std::wstring& value);
+  qcArchive& operator||(std::u32string& value);
+
+  /// `n` bytes as they are. Throws Eof when fewer are left, BadBuffer when they cannot be written.
+  void raw(char* data, long n);
+
+  /// `count` numbers in archive order, byte for byte what `operator||` on each of them gives, moved as one block. T is
+  /// a number of 1, 2, 4 or 8 bytes; not long, whose width differs between platforms.
+  template <class T>
+  void block(T* data, std::size_t count) {
+    static_assert(std::is_arithmetic_v<T> && !std::is_same_v<T, bool>, "block moves plain numbers");
+    static_assert(!std::is_same_v<std::remove_cv_t<T>, long> && !std::is_same_v<std::remove_cv_t<T>, unsigned long>,
+                  "the width of long differs between platforms; use std::int32_t or qcInt64");
+    words(const_cast<std::remove_cv_t<T>*>(data), count, sizeof(T));
+  }
+
+  /// How many bytes the medium can still deliver to a loading archive, or -1 when it cannot tell.
+  qcInt64 remaining();
+
+  /// Hands what was written to the medium; throws BadBuffer or BadFile when it does not take it.
+  virtual void sync();
+
+  Position tell();
+  /// Throws NotSeekable on an archive that is not seekable, and BadBuffer when the medium cannot go there.
+  void seek(Position position);
+  /// Moves by `offset` bytes from the start (0), the current position (1) or the end (2).
+  void seek(long offset, int origin);
+
+  // Room for values that are filled in later: storing writes 1, 2, 4 or 8 zero bytes, loading skips as many.
+  void reserve8();
+  void reserve16();
+  void reserve32();
+  void reserve64();
+
+  /// How deep objects may nest, 512 levels unless set otherwise. A load or store that would go deeper throws
+  /// BadContent.
+  long nestingLimit() const noexcept { return nestingLimit_; }
+  void nestingLimit(long levels) noexcept { nestingLimit_ = levels < 1 ? 1 : levels; }
+
+  /// Throws UnknownVersion from the given source and line when `version` is newer than `newest`.
+  static void checkVersion(unsigned char version, unsigned char newest, const char* file, int line);
+
+ protected:
+  /// Stores the parameters; the stream is not touched before ctorFinished. `buffer` is not owned. A storing archive is
+  /// never read-only.
+  qcArchive(std::streambuf* buffer, Direction direction, Ordering ordering, bool seekable, bool readOnly);
+
+  /// Writes or reads the two-byte header; the last thing that a derived constructor does.
+  void ctorFinished();
+  /// Flushes, without throwing, and lets go of all objects held; the first thing that a derived destructor does.
+  void dtorStarting() noexcept;
+
+  std::streambuf* buffer() const noexcept { return buffer_; }
+
+ private:
+  friend class qcPersistent;
+  friend class qc_ArchiveIndex;
+  friend VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, unsigned char& value);
+
+  void words(void* data, std::size_t count, unsigned size);
+  void readBytes(void* data, std::size_t count, int line);
+  void writeBytes(const void* data, std::size_t count, int line);
+  void fill(unsigned count);
+
+  std::streambuf* buffer_;
+  bool readOnly_;
+  Direction direction_;
+  Ordering ordering_;
+  bool swapBytes_;
+  bool seekable_;
+  unsigned char version_ = 1;
+  std::streamoff highWater_ = 0;
+  long nestingLimit_ = 512;
+  std::unique_ptr<qc_ArchiveIndex> index_;
+};
+
+VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, unsigned char& value);
+
+/// One-directional forms. They follow the archive's direction like `||` and do not check it.
+template <class T>
+requires(!std::is_base_of_v<qcPersistent, T>) && requires(qcArchive& archive, T& value) { archive || value; }
+qcArchive& operator<<(qcArchive& archive, const T& value) {
+  T copy = value;
+  return archive || copy;
+}
+template <class T>
+requires(!std::is_base_of_v<qcPersistent, T>) && requires(qcArchive& archive, T& value) { archive || value; }
+qcArchive& operator>>(qcArchive& archive, T& value) { return archive || value; }
+
+/// Stores or loads a pointer to an object that must be a `T`; `cast` gives null for an object of another class.
+VNXSTD_EXPORT void qf_SerializeTypedPointer(qcArchive& archive, qcPersistent* in, qcPersistent*& out,
+                                            bool (*isWanted)(qcPersistent*));
+
+/// A shared object: stored once, however many handles refer to it, and shared again when loaded. Loading throws
+/// qcArchive::BadType when the object is no T; the handle is unchanged by a load that throws.
+template <class T>
+qcArchive& operator||(qcArchive& archive, qcPtrHandle<T>& handle) {
+  qcPersistent* loaded = nullptr;
+  qf_SerializeTypedPointer(archive, const_cast<std::remove_const_t<T>*>(handle.rep()), loaded,
+                           [](qcPersistent* object) { return dynamic_cast<T*>(object) != nullptr; });
+  if (archive.isLoading()) handle = qcPtrHandle<T>(dynamic_cast<T*>(loaded));
+  return archive;
+}
+template <class T>
+qcArchive& operator||(qcArchive& archive, qcPtrHandle_const<T>& handle) {
+  qcPtrHandle<T> shared(const_cast<T*>(handle.rep()));
+  archive || shared;
+  if (archive.isLoading()) handle = shared;
+  return archive;
+}
+
+/// A vector: a 32-bit count, then the elements. Memory grows with the elements that arrive, never with the count alone.
+/// A vector of more than 2^32 - 1 elements throws BadContent. Loading replaces the vector, also when it throws midway.
+template <class T>
+qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
+  constexpr std::size_t kChunk = 65536 / sizeof(T) + 1;  // elements that are believed before they arrive
+  constexpr bool isBlock = std::is_arithmetic_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, long> &&
+                           !std::is_same_v<T, unsigned long>;
+  if (archive.isStoring() && values.size() > UINT32_MAX) throw qcArchive::BadContent("archive", 1301);
+  auto count = static_cast<std::uint32_t>(values.size());
+  archive || count;
+  if (archive.isLoading()) values.clear();
+  for (std::size_t done = 0; done < count;) {
+    const std::size_t chunk = archive.isStoring() ? count - done : std::min(count - done, std::max(kChunk, done));
+    if (archive.isLoading()) values.resize(done + chunk);
+    if constexpr (isBlock) {
+      archive.block(values.data() + done, chunk);
+    } else {
+      for (std::size_t i = done; i < done + chunk; ++i) {
+        if constexpr (std::is_same_v<T, bool>) {
+          bool flag = values[i];
+          archive || flag;
+          values[i] = flag;
+        } else {
+          archive || values[i];
+        }
+      }
+    }
+    done += chunk;
+  }
+  return archive;
+}

@@ -1,0 +1,29 @@
+// Archives in files.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "vnxstd/archive/archive.h"
+#include "vnxstd/export.h"
+
+/// An archive in a file.
+class VNXSTD_EXPORT qcFileArchive : public qcArchive {
+ public:
+  /// Opens the file in binary mode: storing truncates it, loading with `readOnly` opens it for input alone, and loading
+  /// without for input and output. When loading, the order comes from the header. Throws BadFile with the text
+  /// "Could not open file: " and the path when the file cannot be opened, and the errors of a bad header.
+  qcFileArchive(const std::wstring& path, Direction direction, Ordering ordering = littleEndian, bool seekable = false,
+                bool readOnly = false);
+  /// Closes the file. A failure to write what is still buffered is lost here: close() or sync() reports it.
+  ~qcFileArchive() override;
+
+  /// Writes what is buffered and closes the file; throws BadFile or BadBuffer when the medium refuses. The archive
+  /// takes no further data afterwards. Closing twice does nothing.
+  void close();
+  void sync() override;
+
+ private:
+  class Stream;
+  std::unique_ptr<Stream> stream_;
+};

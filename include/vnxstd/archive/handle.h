@@ -1,0 +1,155 @@
+// Reference-counted handles.
+//
+// An object that is shared derives from qcRepBase and is reached through qcPtrHandle<T>, or qcPtrHandle_const<T> where
+// it may only be read. A copy of a handle counts the object once more, a release once less, and the object is deleted
+// when its count reaches zero. Counts change by atomic operations, so handles onto one object may be copied and dropped
+// on any thread; one handle object itself is not for two threads at once.
+#pragma once
+
+#include <atomic>
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+
+#include "vnxstd/export.h"
+
+/// The reference count that handles change. A copy of an object is a new object: its count starts at zero, and
+/// assignment leaves both counts alone.
+class VNXSTD_EXPORT qcRepBase {
+ public:
+  virtual ~qcRepBase();
+
+  /// The number of owners at this moment.
+  long refc() const noexcept { return count_.load(std::memory_order_acquire); }
+
+  /// Counts one owner more; returns the new count.
+  static long refInc(const qcRepBase* rep) noexcept { return rep->count_.fetch_add(1, std::memory_order_relaxed) + 1; }
+
+  /// Counts one owner less; returns the new count. The caller deletes the object when it is 0.
+  static long refDec(const qcRepBase* rep) noexcept { return rep->count_.fetch_sub(1, std::memory_order_acq_rel) - 1; }
+
+  /// True when `rep`, whose address alone is looked at, was already destroyed by the load that is being undone on this
+  /// thread. Objects of a failed load may refer to each other in circles; they are destroyed one by one, and a handle
+  /// must not touch one that went before it.
+  static bool isGone(const qcRepBase* rep) noexcept {
+    return undoing_.load(std::memory_order_relaxed) != 0 && isGoneSlow(rep);
+  }
+
+ protected:
+  qcRepBase() noexcept = default;
+  qcRepBase(const qcRepBase&) noexcept {}
+  qcRepBase& operator=(const qcRepBase&) noexcept { return *this; }
+
+ private:
+  friend class qc_LoadUndo;
+  static bool isGoneSlow(const qcRepBase* rep) noexcept;
+
+  static std::atomic<int> undoing_;  // how many threads are undoing a failed load
+  mutable std::atomic<std::int32_t> count_{0};
+};
+
+/// Throws qcBadPointer; kept out of line so that the check of a handle stays a compare and a jump.
+[[noreturn]] VNXSTD_EXPORT void qf_ThrowBadPointer();
+
+/// The common part of both handles: owns one count of the object, or nothing.
+template <class T>
+class qc_HandleBase {
+ public:
+  bool isNull() const noexcept { return rep_ == nullptr; }
+  explicit operator bool() const noexcept { return rep_ != nullptr; }
+
+  /// Lets go of the object; the handle is null afterwards.
+  void release() noexcept { drop(std::exchange(rep_, nullptr)); }
+
+ protected:
+  qc_HandleBase() noexcept = default;
+  explicit qc_HandleBase(T* rep) noexcept : rep_(rep) {
+    if (rep_) qcRepBase::refInc(rep_);
+  }
+  qc_HandleBase(const qc_HandleBase& other) noexcept : qc_HandleBase(other.rep_) {}
+  qc_HandleBase(qc_HandleBase&& other) noexcept : rep_(std::exchange(other.rep_, nullptr)) {}
+  qc_HandleBase& operator=(const qc_HandleBase& other) noexcept {
+    qc_HandleBase(other).swap(*this);
+    return *this;
+  }
+  qc_HandleBase& operator=(qc_HandleBase&& other) noexcept {
+    qc_HandleBase(std::move(other)).swap(*this);
+    return *this;
+  }
+  ~qc_HandleBase() { drop(rep_); }
+
+  void swap(qc_HandleBase& other) noexcept { std::swap(rep_, other.rep_); }
+
+  T* checked() const {
+    if (!rep_) qf_ThrowBadPointer();
+    return rep_;
+  }
+
+  T* rep_ = nullptr;
+
+ private:
+  static void drop(T* rep) noexcept {
+    if (!rep || qcRepBase::isGone(rep)) return;
+    if (qcRepBase::refDec(rep) == 0) delete rep;
+  }
+};
+
+/// A handle through which the object may be changed. Dereferencing a null handle throws qcBadPointer.
+template <class T>
+class qcPtrHandle : public qc_HandleBase<T> {
+ public:
+  using element_type = T;
+
+  qcPtrHandle() noexcept = default;
+  qcPtrHandle(std::nullptr_t) noexcept {}
+  /// Takes part in the ownership of `rep`, which may be null.
+  qcPtrHandle(T* rep) noexcept : qc_HandleBase<T>(rep) {}
+  template <class U>
+  requires std::is_convertible_v<U*, T*> qcPtrHandle(const qcPtrHandle<U>& other)
+  noexcept : qc_HandleBase<T>(other.rep()) {}
+
+  /// The object, or null; the handle keeps its count.
+  T* rep() const noexcept { return this->rep_; }
+  T& operator*() const { return *this->checked(); }
+  T* operator->() const { return this->checked(); }
+};
+
+/// A handle through which the object may only be read.
+template <class T>
+class qcPtrHandle_const : public qc_HandleBase<T> {
+ public:
+  using element_type = const T;
+
+  qcPtrHandle_const() noexcept = default;
+  qcPtrHandle_const(std::nullptr_t) noexcept {}
+  qcPtrHandle_const(const T* rep) noexcept : qc_HandleBase<T>(const_cast<T*>(rep)) {}
+  template <class U>
+  requires std::is_convertible_v<U*, T*> qcPtrHandle_const(const qcPtrHandle<U>& other)
+  noexcept : qc_HandleBase<T>(other.rep()) {}
+  template <class U>
+  requires std::is_convertible_v<U*, T*> qcPtrHandle_const(const qcPtrHandle_const<U>& other)
+  noexcept : qc_HandleBase<T>(const_cast<U*>(other.rep())) {}
+
+  const T* rep() const noexcept { return this->rep_; }
+  const T& operator*() const { return *this->checked(); }
+  const T* operator->() const { return this->checked(); }
+};
+
+/// Handles are equal when they refer to the same object.
+template <class A, class B>
+requires requires(const A& a, const B& b) {
+  typename A::element_type;
+  typename B::element_type;
+  a.rep() == b.rep();
+}
+bool operator==(const A& a, const B& b) noexcept { return a.rep() == b.rep(); }
+template <class T>
+bool operator==(const qcPtrHandle<T>& a, std::nullptr_t) noexcept {
+  return a.isNull();
+}
+template <class T>
+bool operator==(const qcPtrHandle_const<T>& a, std::nullptr_t) noexcept {
+  return a.isNull();
+}
