@@ -1,0 +1,106 @@
+#include "zrtsys/memory.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+namespace zrtsys {
+
+namespace {
+
+// No process of these platforms addresses more. Refusing such sizes here gives the same answer under every allocator,
+// also under those that end the process when they are asked for too much.
+constexpr std::uint64_t kAddressSpace =
+    sizeof(void*) == 8 ? std::uint64_t{1} << 47 : std::numeric_limits<std::uint64_t>::max() >> 33;
+
+std::ptrdiff_t step(std::uint64_t row, std::int64_t pitch) {
+  return static_cast<std::ptrdiff_t>(static_cast<std::int64_t>(row) * pitch);
+}
+
+bool hasEqualBytes(const unsigned char* unit, std::uint32_t unitBytes) {
+  for (std::uint32_t i = 1; i < unitBytes; ++i) {
+    if (unit[i] != unit[0]) return false;
+  }
+  return true;
+}
+
+// The destination may lie at any address, so that units are moved by their bytes; the compiler makes vectors of it.
+template <class Unit>
+void repeat(unsigned char* to, std::size_t count, const void* unit) {
+  Unit value;
+  std::memcpy(&value, unit, sizeof value);
+  for (std::size_t i = 0; i < count; ++i) std::memcpy(to + i * sizeof value, &value, sizeof value);
+}
+
+}  // namespace
+
+Status allocate(std::uint64_t bytes, std::uint64_t modulus, void** block, void** start) noexcept {
+  if (!block || !start) return badArgument;
+  *block = *start = nullptr;
+  if (modulus == 0) return badArgument;
+  if (bytes > kAddressSpace || modulus > kAddressSpace || bytes + modulus - 1 > kAddressSpace) return outOfMemory;
+  const std::uint64_t total = bytes + modulus - 1;
+  void* const raw = std::malloc(static_cast<std::size_t>(total == 0 ? 1 : total));
+  if (!raw) return outOfMemory;
+  const std::uint64_t excess = reinterpret_cast<std::uintptr_t>(raw) % modulus;
+  *block = raw;
+  *start = static_cast<unsigned char*>(raw) + static_cast<std::size_t>(excess == 0 ? 0 : modulus - excess);
+  return ok;
+}
+
+void free(void* block) noexcept { std::free(block); }
+
+Status fillBlock(void* to, std::uint64_t count, const void* unit, std::uint32_t unitBytes) noexcept {
+  if (count == 0) return ok;
+  if (!to || !unit) return badArgument;
+  auto* const bytes = static_cast<unsigned char*>(to);
+  const auto n = static_cast<std::size_t>(count);
+  if (unitBytes != 1 && unitBytes != 2 && unitBytes != 4 && unitBytes != 8) return badArgument;
+  if (hasEqualBytes(static_cast<const unsigned char*>(unit), unitBytes)) {
+    std::memset(bytes, *static_cast<const unsigned char*>(unit), n * unitBytes);
+  } else if (unitBytes == 2) {
+    repeat<std::uint16_t>(bytes, n, unit);
+  } else if (unitBytes == 4) {
+    repeat<std::uint32_t>(bytes, n, unit);
+  } else {
+    repeat<std::uint64_t>(bytes, n, unit);
+  }
+  return ok;
+}
+
+Status fillRect(void* to, std::int64_t pitch, std::uint64_t rowUnits, std::uint64_t rows, const void* unit,
+                std::uint32_t unitBytes) noexcept {
+  if (rowUnits == 0 || rows == 0) return ok;
+  if (!to) return badArgument;
+  if (pitch > 0 && static_cast<std::uint64_t>(pitch) == rowUnits * unitBytes) {
+    return fillBlock(to, rowUnits * rows, unit, unitBytes);
+  }
+  for (std::uint64_t row = 0; row < rows; ++row) {
+    const Status status = fillBlock(static_cast<unsigned char*>(to) + step(row, pitch), rowUnits, unit, unitBytes);
+    if (status < 0) return status;
+  }
+  return ok;
+}
+
+Status copyRect(void* to, std::int64_t toPitch, const void* from, std::int64_t fromPitch, std::uint64_t rowBytes,
+                std::uint64_t rows) noexcept {
+  if (rowBytes == 0 || rows == 0) return ok;
+  if (!to || !from) return badArgument;
+  auto* const target = static_cast<unsigned char*>(to);
+  const auto* const source = static_cast<const unsigned char*>(from);
+  const bool isContiguous = toPitch == fromPitch && toPitch > 0 && static_cast<std::uint64_t>(toPitch) == rowBytes;
+  if (isContiguous) {
+    std::memmove(target, source, static_cast<std::size_t>(rowBytes * rows));
+    return ok;
+  }
+  // A rectangle that moves towards higher addresses goes last row first, so that no source row is overwritten before
+  // its turn.
+  const bool isUpward = reinterpret_cast<std::uintptr_t>(target) > reinterpret_cast<std::uintptr_t>(source);
+  for (std::uint64_t i = 0; i < rows; ++i) {
+    const std::uint64_t row = isUpward ? rows - 1 - i : i;
+    std::memmove(target + step(row, toPitch), source + step(row, fromPitch), static_cast<std::size_t>(rowBytes));
+  }
+  return ok;
+}
+
+}  // namespace zrtsys
