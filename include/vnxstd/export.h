@@ -2,11 +2,11 @@
 #pragma once
 
 #if defined(_WIN32)
-#  if defined(VNXSTD_BUILDING)
-#    define VNXSTD_EXPORT __declspec(dllexport)
-#  else
-#    define VNXSTD_EXPORT __declspec(dllimport)
-#  endif
+#if defined(VNXSTD_BUILDING)
+#define VNXSTD_EXPORT __declspec(dllexport)
 #else
-#  define VNXSTD_EXPORT __attribute__((visibility("default")))
+#define VNXSTD_EXPORT __declspec(dllimport)
+#endif
+#else
+#define VNXSTD_EXPORT __attribute__((visibility("default")))
 #endif

@@ -1,0 +1,12 @@
+// Archives: the stream, what can be stored in it, its media, handles and the storage pool.
+#pragma once
+
+#include "vnxstd/archive/archive.h"
+#include "vnxstd/archive/file.h"
+#include "vnxstd/archive/handle.h"
+#include "vnxstd/archive/memory.h"
+#include "vnxstd/archive/persistent.h"
+#include "vnxstd/archive/pool.h"
+#include "vnxstd/archive/registry.h"
+#include "vnxstd/archive/text.h"
+#include "vnxstd/archive/widths.h"
