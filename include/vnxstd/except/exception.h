@@ -100,8 +100,6 @@ struct qc_ErrorRegistration;
 template <class D, class Base, std::int32_t Number>
 class VNXSTD_EXPORT qc_ErrorLeaf : public Base {
  public:
-  static constexpr std::int32_t number = Number;
-
   qc_ErrorLeaf() = default;
   template <class... Args>
   requires(sizeof...(Args) > 0 &&

@@ -1,0 +1,7 @@
+#include "vnxstd/math/xfdeform.h"
+
+namespace {
+
+const qc_ErrorRegistration<qc2XformDeformDefs::Errors, qc2XformDeformDefs::BadParams> registered;
+
+}  // namespace
