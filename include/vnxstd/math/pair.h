@@ -1,0 +1,68 @@
+// A pair of numbers: integer coordinates and sizes in pixels, and the vector-valued pels.
+#pragma once
+
+#include <type_traits>
+
+#include "vnxstd/export.h"
+
+class qcArchive;
+
+/// Two numbers of one type, x before y in memory and in archives. A plain value.
+/// Arithmetic on integers wraps around at the width of T, it never overflows into undefined behaviour.
+template <class T>
+class VNXSTD_EXPORT qcPair {
+ public:
+  static_assert(std::is_arithmetic_v<T>, "qcPair holds two numbers");
+  using value_type = T;
+
+  constexpr qcPair() = default;
+  constexpr qcPair(T x, T y) : x_(x), y_(y) {}
+  /// Converts element by element, as static_cast does; a floating value must fit an integral T.
+  template <class U>
+  constexpr explicit qcPair(const qcPair<U>& other) : x_(static_cast<T>(other.x())), y_(static_cast<T>(other.y())) {}
+
+  constexpr T x() const { return x_; }
+  constexpr T y() const { return y_; }
+  constexpr void x(T x) { x_ = x; }
+  constexpr void y(T y) { y_ = y; }
+
+  constexpr qcPair& operator+=(const qcPair& other) { return *this = *this + other; }
+  constexpr qcPair& operator-=(const qcPair& other) { return *this = *this - other; }
+  constexpr qcPair& operator*=(T factor) { return *this = *this * factor; }
+  constexpr qcPair operator-() const { return qcPair() - *this; }
+
+  friend constexpr qcPair operator+(const qcPair& a, const qcPair& b) {
+    return {result(wide(a.x_) + wide(b.x_)), result(wide(a.y_) + wide(b.y_))};
+  }
+  friend constexpr qcPair operator-(const qcPair& a, const qcPair& b) {
+    return {result(wide(a.x_) - wide(b.x_)), result(wide(a.y_) - wide(b.y_))};
+  }
+  friend constexpr qcPair operator*(const qcPair& a, T factor) {
+    return {result(wide(a.x_) * wide(factor)), result(wide(a.y_) * wide(factor))};
+  }
+  friend constexpr qcPair operator*(T factor, const qcPair& a) { return a * factor; }
+  friend constexpr bool operator==(const qcPair&, const qcPair&) = default;
+
+  /// Stores or loads x and y by the archive's operator for T, without a version byte.
+  friend qcArchive& operator||(qcArchive& archive, qcPair& pair) {
+    archive || pair.x_;
+    return archive || pair.y_;
+  }
+
+ private:
+  // Integers are computed unsigned and at least as wide as int, so that they wrap.
+  static constexpr auto wide(T value) {
+    if constexpr (std::is_integral_v<T>) {
+      return static_cast<std::make_unsigned_t<decltype(value + 0)>>(value);
+    } else {
+      return value;
+    }
+  }
+  template <class W>
+  static constexpr T result(W value) {
+    return static_cast<T>(value);
+  }
+
+  T x_ = 0;
+  T y_ = 0;
+};
