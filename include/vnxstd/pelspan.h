@@ -1,0 +1,4 @@
+// Pixel rectangles and spans.
+#pragma once
+
+#include "vnxstd/pelspan/pelspan.h"
