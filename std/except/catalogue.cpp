@@ -4,7 +4,6 @@
 
 namespace {
 
-const qc_ErrorRegistration<qcPelbufHelper1::Errors, qcPelbufHelper1::qcPelbufTrigger> pelbufHelper1Registered;
 const qc_ErrorRegistration<qcDictionary::Errors, qcDictionary::BadParams> dictionaryRegistered;
 const qc_ErrorRegistration<qcStringLiteral::Errors, qcStringLiteral::BadParams> stringLiteralRegistered;
 const qc_ErrorRegistration<qc_ProjectionMethod::Errors, qc_ProjectionMethod::ClippedProjection,

@@ -9,13 +9,6 @@
 #include "vnxstd/except/exception.h"
 #include "vnxstd/export.h"
 
-/// Helper of the pixel buffers: a trigger that user code may throw through them.
-class VNXSTD_EXPORT qcPelbufHelper1 {
- public:
-  class VNXSTD_EXPORT Errors : public qc_ErrorGroup<Errors> {};
-  class VNXSTD_EXPORT qcPelbufTrigger : public qc_ErrorLeaf<qcPelbufTrigger, Errors, 0x10000007> {};
-};
-
 /// Dictionaries of named values.
 class VNXSTD_EXPORT qcDictionary {
  public:
