@@ -1,0 +1,5 @@
+// Pixel types, roots, buffers and the free pixel functions.
+#pragma once
+
+#include "vnxstd/pelbuf/pel.h"
+#include "vnxstd/pelbuf/rootpool.h"

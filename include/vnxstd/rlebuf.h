@@ -1,0 +1,4 @@
+// Run-length encoded images.
+#pragma once
+
+#include "vnxstd/rlebuf/rlebuf.h"

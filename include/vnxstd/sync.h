@@ -1,0 +1,4 @@
+// Locks and reference counts.
+#pragma once
+
+#include "vnxstd/sync/sync.h"

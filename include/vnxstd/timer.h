@@ -1,0 +1,4 @@
+// Timers and time-outs.
+#pragma once
+
+#include "vnxstd/timer/timeout.h"
