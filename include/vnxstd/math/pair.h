@@ -45,8 +45,10 @@ class VNXSTD_EXPORT qcPair {
 
   /// Stores or loads x and y by the archive's operator for T, without a version byte.
   friend qcArchive& operator||(qcArchive& archive, qcPair& pair) {
-    archive || pair.x_;
-    return archive || pair.y_;
+    qcPair copy = pair;
+    archive || copy.x_ || copy.y_;
+    pair = copy;
+    return archive;
   }
 
  private:

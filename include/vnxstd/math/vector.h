@@ -45,7 +45,7 @@ class VNXSTD_EXPORT qcVector {
   constexpr void z(double z) requires(N == 3) { v_[2] = z; }
 
   /// The element of an index from 0 to N - 1; the index is not checked.
-  constexpr double operator[](int index) const { return v_[index]; }
+  constexpr const double& operator[](int index) const { return v_[index]; }
   constexpr double& operator[](int index) { return v_[index]; }
 
   constexpr qcVector& operator+=(const qcVector& other) {
@@ -144,6 +144,7 @@ class VNXSTD_EXPORT qcVector {
 VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, qcVector<2>& v);
 VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, qcVector<3>& v);
 
-/// The same bytes as the archive's general operator for counted vectors, moved in large blocks.
+/// The same bytes as the archive's general operator for counted vectors, moved in blocks. Loading replaces the
+/// vector, also when it throws midway.
 VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, std::vector<qcVector<2>>& points);
 VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, std::vector<qcVector<3>>& points);
