@@ -1,0 +1,64 @@
+// The interface that all transforms of the plane share.
+//
+// A transform maps points of one frame (pixels of an image, millimetres of a part) to another. Transforms are shared
+// through reference-counted handles and never change once they are: operations that build new transforms return new
+// handles, completely built. Transforms held through read-only handles may be mapped from several threads at once.
+#pragma once
+
+#include <cstddef>
+
+#include "vnxstd/archive/handle.h"
+#include "vnxstd/archive/persistent.h"
+#include "vnxstd/except/exception.h"
+#include "vnxstd/export.h"
+#include "vnxstd/math/vector.h"
+
+class qc2XformLinear;
+
+/// The owner of the errors of transforms.
+class VNXSTD_EXPORT qc2XformDefs {
+ public:
+  class VNXSTD_EXPORT Errors : public qc_ErrorGroup<Errors> {};
+  /// The class of the transform does not offer the operation.
+  class VNXSTD_EXPORT NotImplemented : public qc_ErrorLeaf<NotImplemented, Errors, 0x10000F30> {};
+};
+
+/// A transform of the plane. A * B applies B first and A second.
+class VNXSTD_EXPORT qc2XformBase : public qcPersistent, public qcRepBase {
+ public:
+  /// The image of a point.
+  virtual qcVector<2> mapPoint(const qcVector<2>& point) const = 0;
+
+  /// True when the transform is affine everywhere.
+  virtual bool isLinear() const = 0;
+
+  /// The affine transform that best approximates this one at the point, its first-order expansion; a linear transform
+  /// gives itself, whatever the point.
+  virtual qc2XformLinear linearXform(const qcVector<2>& point) const = 0;
+
+  /// A new transform that applies `other` first and this one second. Unless a class knows better, the composition of
+  /// deep copies of both.
+  virtual qcPtrHandle<qc2XformBase> composeBase(const qc2XformBase& other) const;
+
+  /// A new transform that undoes this one. Throws qc2XformDefs::NotImplemented unless the class offers it.
+  virtual qcPtrHandle<qc2XformBase> inverseBase() const;
+
+  /// A new deep copy. Throws qc2XformDefs::NotImplemented unless the class offers it.
+  virtual qcPtrHandle<qc2XformBase> clone() const;
+
+  /// The images of `count` points, each what mapPoint gives. `out` is `in` itself or does not overlap it. When a point
+  /// throws, what `out` holds is unspecified.
+  virtual void mapPoints(const qcVector<2>* in, qcVector<2>* out, std::size_t count) const;
+
+  qcVector<2> operator*(const qcVector<2>& point) const { return mapPoint(point); }
+  qcPtrHandle<qc2XformBase> operator*(const qc2XformBase& other) const { return composeBase(other); }
+
+ protected:
+  qc2XformBase() = default;
+  qc2XformBase(const qc2XformBase&) = default;
+  qc2XformBase& operator=(const qc2XformBase&) = default;
+
+  void dispatchSerialize(qcArchive& archive) override;
+  /// A version byte; no fields.
+  void serialize_(qcArchive& archive, unsigned char version);
+};
