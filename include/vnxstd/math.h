@@ -10,6 +10,7 @@
 #include "vnxstd/math/range.h"
 #include "vnxstd/math/rigid.h"
 #include "vnxstd/math/scalar.h"
+#include "vnxstd/math/solve.h"
 #include "vnxstd/math/stats.h"
 #include "vnxstd/math/vector.h"
 #include "vnxstd/math/xfbase.h"
