@@ -2,4 +2,5 @@
 #pragma once
 
 #include "vnxstd/pelbuf/pel.h"
+#include "vnxstd/pelbuf/root.h"
 #include "vnxstd/pelbuf/rootpool.h"

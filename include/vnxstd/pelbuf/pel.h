@@ -292,3 +292,10 @@ using qcStoredPel = typename qcPelTraits<T>::Stored;
 /// A pel type that images are made of.
 template <class T>
 concept qcRootPelType = qcPelTraits<T>::hasRoot;
+
+// The root types, for explicit instantiation: those whose pels lie in one array, and the planar one.
+#define VNXSTD_FOR_ARRAY_PELS(apply)                                                                          \
+  apply(unsigned char) apply(signed char) apply(unsigned short) apply(short) apply(unsigned long) apply(long) \
+      apply(float) apply(double) apply(qcPair<long>) apply(qcPair<float>) apply(qcPackedRGB16Pel)             \
+          apply(qcPackedRGB32Pel)
+#define VNXSTD_FOR_ROOT_PELS(apply) VNXSTD_FOR_ARRAY_PELS(apply) apply(qc3PlanePel)

@@ -1,0 +1,216 @@
+// Pixel roots: shared, reference-counted pixel storage.
+//
+// A root is `height` rows of `width` pels. Rows start `rowUpdate` pels apart, so that each begins at a multiple of
+// `alignModulus` bytes; what lies between the rows is padding and means nothing. Roots are reached through counted
+// handles, normally those inside pixel buffers, and are destroyed by the last one. The count may change on any thread;
+// writing the same pels from two threads is the callers' business.
+//
+// A root of width or height 0 is the empty root, with neither rows nor pels. New pels are not cleared: they hold
+// whatever the memory held.
+#pragma once
+
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "vnxstd/archive/handle.h"
+#include "vnxstd/archive/persistent.h"
+#include "vnxstd/archive/widths.h"
+#include "vnxstd/export.h"
+#include "vnxstd/pelbuf/pel.h"
+#include "vnxstd/pelspan/pelspan.h"
+
+/// A block of rows: its geometry, and the memory unless that belongs to somebody else. Moves, does not copy.
+class VNXSTD_EXPORT qc_PelStorage {
+ public:
+  qc_PelStorage() noexcept = default;
+  qc_PelStorage(qc_PelStorage&& other) noexcept { swap(other); }
+  qc_PelStorage& operator=(qc_PelStorage&& other) noexcept {
+    qc_PelStorage(std::move(other)).swap(*this);
+    return *this;
+  }
+  ~qc_PelStorage();
+
+  /// The geometry of an image, without memory. Throws qcRectErrors::NegativeSize for a negative size,
+  /// qcPelFunc::BadParams for an alignment outside 1 to 65536, qcPelFunc::Range when a row does not fit 32 bits.
+  qc_PelStorage(long width, long height, unsigned pelSize, long alignModulus);
+
+  /// Takes memory for this geometry; the first pel lies at a multiple of the alignment and of `pelAlignment`. Throws
+  /// std::bad_alloc when it is not to be had.
+  void allocate(unsigned pelSize, unsigned pelAlignment);
+  /// Uses the caller's memory. Throws qcPelFunc::BadParams when `pels` is null or not aligned for its type, or a row is
+  /// shorter than the width.
+  void adopt(void* pels, long rowUpdate, unsigned pelSize, unsigned pelAlignment);
+
+  void swap(qc_PelStorage& other) noexcept;
+
+  std::int32_t width = 0;
+  std::int32_t rowUpdate = 0;
+  std::int32_t height = 0;
+  std::int32_t alignModulus = 1;
+  void* block = nullptr;  // the allocation that is owned, or null
+  void* pels = nullptr;   // pel (0, 0)
+};
+
+/// A pixel root of any type.
+class VNXSTD_EXPORT qc_PelRoot : public qcRepBase, public virtual qcPersistent {
+ public:
+  /// The alignment in bytes of new roots that ask for no other: rows begin where cache lines do, which no vector
+  /// instruction exceeds either.
+  static constexpr long defaultAlignModulus = 64;
+  /// The largest alignment that a root can have.
+  static constexpr long maxAlignModulus = 65536;
+
+  qc_PelRoot(const qc_PelRoot&) = delete;
+  qc_PelRoot& operator=(const qc_PelRoot&) = delete;
+  ~qc_PelRoot() override;
+
+  virtual qePelType pelType() const noexcept = 0;
+
+  long width() const noexcept { return storage_.width; }
+  long height() const noexcept { return storage_.height; }
+  /// Pels from the start of a row to the start of the next.
+  long rowUpdate() const noexcept { return storage_.rowUpdate; }
+  /// Bytes of which the address of every row is a multiple.
+  long alignModulus() const noexcept { return storage_.alignModulus; }
+  /// The whole root, (0, 0, width, height).
+  qcPelRect rect() const { return qcPelRect(width(), height()); }
+  /// True when the rectangle lies within the root.
+  bool contains(const qcPelRect& rectangle) const { return rect().contains(rectangle); }
+
+  /// How many pels must follow each row of `width` pels of `pelSize` bytes for the next row to be aligned. Throws
+  /// qcRectErrors::NegativeSize for a negative width, qcPelFunc::BadParams for a size or an alignment below 1.
+  static long padPelsNeeded(long width, unsigned int pelSize, long alignModulus);
+
+  /// Throws qcInvariantFailure when the fields contradict each other.
+  virtual void repInvariant() const;
+
+ protected:
+  explicit qc_PelRoot(qc_PelStorage storage) noexcept : storage_(std::move(storage)) {}
+
+  void dispatchSerialize(qcArchive& archive) override;
+  void serialize_(qcArchive& archive, unsigned char version);
+
+  /// The geometry that serialize_ has just read, without memory. The typed level fills it with pels and then makes it
+  /// the root's own, so that a load that fails leaves the root as it was.
+  qc_PelStorage takeLoaded(unsigned pelSize);
+
+  /// The part of a copy that lies inside both roots.
+  struct CopyPart {
+    qcPelRect from;
+    qcPair<long> to;
+  };
+  /// Throws qcPel::BadWindow when the copy reaches outside either root, unless it may be clipped.
+  CopyPart copyPart(const qcPelRect& rectangle, const qc_PelRoot& to, const qcPair<long>& at, bool clip) const;
+  /// Throws qcPel::BadWindow when the rectangle is not inside the root.
+  void checkInside(const qcPelRect& rectangle) const;
+
+  qc_PelStorage storage_;
+
+ private:
+  std::int32_t loadedWidth_ = 0, loadedHeight_ = 0, loadedAlign_ = 1;
+};
+
+/// A pixel root of pels of type T. Pels lie in memory as qcStoredPel<T>.
+template <class T>
+class VNXSTD_EXPORT qcPelRoot : public qc_PelRoot {
+  static_assert(qcRootPelType<T>, "there are no images of qcPackedRGB15Pel and qcPackedRGB24Pel");
+
+ public:
+  using Stored = qcStoredPel<T>;
+
+  /// The empty root.
+  qcPelRoot() : qcPelRoot(0, 0) {}
+  /// Allocates the pels. Throws qcRectErrors::NegativeSize for a negative size, qcPelFunc::BadParams for an alignment
+  /// outside 1 to 65536, qcPelFunc::Range when a row does not fit 32 bits, std::bad_alloc when there is no memory.
+  qcPelRoot(long width, long height, long alignModulus = defaultAlignModulus);
+  /// Uses the caller's memory, which must outlive the root and is not freed by it. Rows are padded as those of an
+  /// allocated root. Throws as above, and qcPelFunc::BadParams when `pels` is null or not aligned for its type.
+  qcPelRoot(long width, long height, Stored* pels, long alignModulus);
+  /// The same with the caller's own distance between rows, in pels and not less than the width. It is not held against
+  /// the alignment.
+  qcPelRoot(long width, long height, long rowUpdate, Stored* pels, long alignModulus);
+
+  static qcPersistent* make();
+  qePelType pelType() const noexcept override { return qcPelTraits<T>::type; }
+
+  /// Pel (0, 0); pel (x, y) is `rowUpdate() * y + x` pels further. Null for the empty root.
+  Stored* pels() noexcept { return static_cast<Stored*>(storage_.pels); }
+  const Stored* pels() const noexcept { return static_cast<const Stored*>(storage_.pels); }
+
+  static long padPelsNeeded(long width, long alignModulus) {
+    return qc_PelRoot::padPelsNeeded(width, sizeof(Stored), alignModulus);
+  }
+  using qc_PelRoot::padPelsNeeded;
+
+  /// Copies a rectangle of pels to (at.x, at.y) of `to`, which may be this root, also where both places overlap. With
+  /// `clip` the part that lies inside both roots is copied, without it a copy that reaches outside throws
+  /// qcPel::BadWindow.
+  void copy(const qcPelRect& rectangle, qcPelRoot& to, const qcPair<long>& at, bool clip) const;
+  /// A new root with a copy of the rectangle and this root's alignment. `clip` as above.
+  qcPtrHandle<qcPelRoot> copy(const qcPelRect& rectangle, bool clip) const;
+
+  /// Reads a rectangle row by row into a vector, which takes its size. Throws qcPel::BadWindow when the rectangle is
+  /// not inside the root; cost and memory in proportion to the rectangle.
+  void pelsToVect(const qcPelRect& rectangle, std::vector<T>& values) const;
+  /// Writes a rectangle row by row from a vector. Throws qcPelFunc::BadParams, having written nothing, when the vector
+  /// is not of the rectangle's size, and qcPelFunc::Range at a value that does not fit, having written those before it.
+  void vectToPels(const qcPelRect& rectangle, const std::vector<T>& values);
+
+ protected:
+  void dispatchSerialize(qcArchive& archive) override;
+  void serialize_(qcArchive& archive, unsigned char version);
+
+ private:
+  explicit qcPelRoot(qc_PelStorage storage) noexcept : qc_PelRoot(std::move(storage)) {}
+  Stored* at(long x, long y) const noexcept {
+    return static_cast<Stored*>(storage_.pels) + static_cast<std::ptrdiff_t>(rowUpdate()) * y + x;
+  }
+};
+
+/// A root of three 8-bit planes of the same size, each an image of its own in memory.
+template <>
+class VNXSTD_EXPORT qcPelRoot<qc3PlanePel> : public qc_PelRoot {
+ public:
+  using Stored = qc3PlanePel;
+  using Plane = qcPelRoot<unsigned char>;
+
+  qcPelRoot() : qcPelRoot(0, 0) {}
+  /// Allocates the planes; throws as the root of 8-bit pels.
+  qcPelRoot(long width, long height, long alignModulus = defaultAlignModulus);
+  /// Uses the caller's memory for the planes, whose rows start `rowUpdate` pels apart.
+  qcPelRoot(long width, long height, long rowUpdate, unsigned char* plane0, unsigned char* plane1,
+            unsigned char* plane2, long alignModulus);
+
+  static qcPersistent* make();
+  qePelType pelType() const noexcept override { return qePelType::ThreePlane; }
+
+  static long padPelsNeeded(long width, long alignModulus) { return Plane::padPelsNeeded(width, alignModulus); }
+  using qc_PelRoot::padPelsNeeded;
+
+  /// As for the other roots.
+  void copy(const qcPelRect& rectangle, qcPelRoot& to, const qcPair<long>& at, bool clip) const;
+  qcPtrHandle<qcPelRoot> copy(const qcPelRect& rectangle, bool clip) const;
+  void pelsToVect(const qcPelRect& rectangle, std::vector<qc3PlanePel>& values) const;
+  void vectToPels(const qcPelRect& rectangle, const std::vector<qc3PlanePel>& values);
+
+  void repInvariant() const override;
+
+ protected:
+  void dispatchSerialize(qcArchive& archive) override;
+  void serialize_(qcArchive& archive, unsigned char version);
+
+ private:
+  template <class T>
+  friend class qcPelBuffer_const;
+  template <class T>
+  friend class qcPelBuffer;
+
+  Plane* plane(int index) const { return planes_[index].rep(); }
+
+  qcPtrHandle<Plane> planes_[3];
+};
+
+#define VNXSTD_DECLARE(T) extern template class qcPelRoot<T>;
+VNXSTD_FOR_ARRAY_PELS(VNXSTD_DECLARE)
+#undef VNXSTD_DECLARE
