@@ -10,7 +10,9 @@
 //       class VNXSTD_EXPORT BadParams : public qc_ErrorLeaf<BadParams, Errors, 0x10000F38> {};
 //     };
 //
-// and registers them in its source file: static const qc_ErrorRegistration<X::Errors, X::BadParams> registered;
+// A group with a text derives from qc_ErrorGroup<Errors, qcExceptionWithString>; it and its kinds inherit the
+// constructors. The owner registers them in its source file: static const qc_ErrorRegistration<X::Errors, X::BadParams>
+// registered;
 #pragma once
 
 #include <concepts>

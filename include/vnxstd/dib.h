@@ -1,0 +1,4 @@
+// Bitmap files.
+#pragma once
+
+#include "vnxstd/dib/dib.h"

@@ -1,0 +1,281 @@
+#include "vnxstd/dib/dib.h"
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <utility>
+
+#include "std/dib/dibbytes.h"
+#include "std/dib/dibreader.h"
+#include "std/dib/dibrows.h"
+
+namespace {
+
+const qc_ErrorRegistration<qcDIB::Errors, qcDIB::BadFormat, qcDIB::ReadError, qcDIB::WriteError, qcDIB::NoDibData>
+    registered;
+
+// Rows are read in pieces that stay in the second-level cache between the read and the conversion.
+constexpr std::size_t kPieceBytes = 256 * 1024;
+
+/// A stream over bytes in memory.
+class MemoryBuffer : public std::streambuf {
+ public:
+  MemoryBuffer(const unsigned char* data, std::size_t size) {
+    auto* start = const_cast<char*>(reinterpret_cast<const char*>(data));
+    setg(start, start, start + size);
+  }
+
+ protected:
+  pos_type seekpos(pos_type position, std::ios_base::openmode) override {
+    const off_type offset = position;
+    if (offset < 0 || offset > egptr() - eback()) return off_type(-1);
+    setg(eback(), eback() + offset, egptr());
+    return position;
+  }
+};
+
+template <class Stream>
+bool openFile(Stream& stream, const std::wstring& path, std::ios_base::openmode mode) {
+  try {
+    stream.open(std::filesystem::path(path), mode | std::ios_base::binary);
+  } catch (const std::exception&) {  // a path that the platform cannot express
+    return false;
+  }
+  return stream.is_open();
+}
+
+std::ifstream openedForReading(const std::wstring& path) {
+  std::ifstream stream;
+  if (!openFile(stream, path, std::ios_base::in)) throw qcDIB::ReadError(L"Open file failed");
+  return stream;
+}
+
+std::int32_t as32(long value) {
+  const auto narrow = static_cast<std::int32_t>(value);
+  if (narrow != value) throw qcDIB::BadFormat(L"Value does not fit 32 bits");
+  return narrow;
+}
+
+// The stored form of rows that buffers hold.
+void storeRow(const unsigned char* pels, unsigned char* row, int width) {
+  std::memcpy(row, pels, static_cast<std::size_t>(width));
+}
+void storeRow(const qcPackedRGB16Pel* pels, unsigned char* row, int width) {
+  for (int x = 0; x < width; ++x) {
+    row[3 * x] = pels[x].b();
+    row[3 * x + 1] = pels[x].g();
+    row[3 * x + 2] = pels[x].r();
+  }
+}
+void storeRow(const qcPackedRGB32Pel* pels, unsigned char* row, int width) {
+  for (int x = 0; x < width; ++x) {
+    row[4 * x] = pels[x].b();
+    row[4 * x + 1] = pels[x].g();
+    row[4 * x + 2] = pels[x].r();
+    row[4 * x + 3] = pels[x].a();
+  }
+}
+
+}  // namespace
+
+void qcDIB::depth(long value) { placement_.depth = as32(value); }
+void qcDIB::xOffset(long value) { placement_.xOffset = as32(value); }
+void qcDIB::yOffset(long value) { placement_.yOffset = as32(value); }
+
+void qcDIB::checkData() const {
+  if (!pixels_) throw NoDibData();
+}
+
+// ---- reading
+
+void qcDIB::init_(std::istream& stream, bool fileHeader, std::int64_t available) {
+  qc_DIBReader reader(stream, fileHeader, available);
+  reader.headers();
+  const std::size_t bytes = reader.format().imageBytes();
+  auto pixels = std::make_unique_for_overwrite<unsigned char[]>(bytes);
+  reader.pixels(pixels.get(), bytes);
+  const Placement placement = reader.trailer();
+  std::shared_ptr<const unsigned char[]> shared(std::move(pixels));
+  format_ = reader.format();
+  pixels_ = std::move(shared);
+  placement_ = placement;
+}
+
+void qcDIB::init(std::istream& stream) { init_(stream, true, -1); }
+
+void qcDIB::init(const std::wstring& path) {
+  std::ifstream stream = openedForReading(path);
+  init_(stream, true, -1);
+}
+
+void qcDIB::init(const unsigned char* data, std::size_t size, bool fileHeader) {
+  MemoryBuffer buffer(data, size);
+  std::istream stream(&buffer);
+  init_(stream, fileHeader, static_cast<std::int64_t>(size));
+}
+
+// ---- to pixel buffers
+
+template <class T>
+qcPelBuffer<T> qcDIB::converted() const {
+  checkData();
+  qcPelBuffer<T> buffer(format_.width, format_.height);
+  buffer.offset(placement_.xOffset, placement_.yOffset);
+  qcStoredPel<T>* const pels = buffer.pointToOffset();
+  const std::ptrdiff_t pitch = buffer.rowUpdate();
+  qc_DIBRows(format_).with<T>([&](auto convert) {
+    for (std::ptrdiff_t y = 0; y < format_.height; ++y) {
+      const std::ptrdiff_t row = format_.topDown ? y : format_.height - 1 - y;
+      convert(pixels_.get() + row * format_.rowBytes, pels + y * pitch);
+    }
+  });
+  return buffer;
+}
+
+qcPelBuffer<unsigned char> qcDIB::pelBuffer() const { return converted<unsigned char>(); }
+void qcDIB::pelBuffer(qcPelBuffer<qcPackedRGB16Pel>& buffer) const { buffer = converted<qcPackedRGB16Pel>(); }
+void qcDIB::pelBuffer(qcPelBuffer<qcPackedRGB32Pel>& buffer) const { buffer = converted<qcPackedRGB32Pel>(); }
+
+qcPelBuffer<unsigned char> qcDIB::readPelBuffer(const std::wstring& path) {
+  std::ifstream stream = openedForReading(path);
+  qc_DIBReader reader(stream, true, -1);
+  reader.headers();
+  const Format& format = reader.format();
+  qcPelBuffer<unsigned char> buffer(format.width, format.height);
+  unsigned char* const pels = buffer.pointToOffset();
+  const std::ptrdiff_t pitch = buffer.rowUpdate();
+  const auto rowBytes = static_cast<std::size_t>(format.rowBytes);
+  const std::ptrdiff_t rowsPerPiece = static_cast<std::ptrdiff_t>(std::max<std::size_t>(kPieceBytes / rowBytes, 1));
+  const auto piece = std::make_unique_for_overwrite<unsigned char[]>(
+      rowBytes * static_cast<std::size_t>(std::min<std::ptrdiff_t>(rowsPerPiece, format.height)));
+  qc_DIBRows(format).with<unsigned char>([&](auto convert) {
+    for (std::ptrdiff_t done = 0; done < format.height;) {
+      const std::ptrdiff_t rows = std::min<std::ptrdiff_t>(rowsPerPiece, format.height - done);
+      reader.pixels(piece.get(), rowBytes * static_cast<std::size_t>(rows));
+      for (std::ptrdiff_t i = 0; i < rows; ++i, ++done) {
+        const std::ptrdiff_t y = format.topDown ? done : format.height - 1 - done;
+        convert(piece.get() + static_cast<std::size_t>(i) * rowBytes, pels + y * pitch);
+      }
+    }
+  });
+  const Placement placement = reader.trailer();
+  buffer.offset(placement.xOffset, placement.yOffset);
+  return buffer;
+}
+
+// ---- from pixel buffers
+
+template <class T>
+void qcDIB::initFrom(const qcPelBuffer_const<T>& buffer, std::uint16_t bitCount) {
+  if (!buffer.isBound()) throw qcPel::UnboundWindow();
+  if (buffer.width() == 0 || buffer.height() == 0) throw NoDibData();
+  Format format;
+  format.width = static_cast<std::int32_t>(buffer.width());
+  format.height = static_cast<std::int32_t>(buffer.height());
+  format.bitCount = bitCount;
+  format.layOutRows();
+  if (bitCount == 32) format.masks = {0xFF0000, 0xFF00, 0xFF, 0xFF000000};
+  if (bitCount == 8) {
+    for (unsigned i = 0; i < 256; ++i) {
+      const auto grey = static_cast<unsigned char>(i);
+      format.colours.push_back({grey, grey, grey});
+    }
+  }
+  const auto rowBytes = static_cast<std::size_t>(format.rowBytes);
+  const std::size_t pelBytes = static_cast<std::size_t>(format.width) * (bitCount / 8U);
+  auto pixels = std::make_unique_for_overwrite<unsigned char[]>(format.imageBytes());
+  const qcStoredPel<T>* const pels = buffer.pointToOffset();
+  const std::ptrdiff_t pitch = buffer.rowUpdate();
+  for (std::ptrdiff_t y = 0; y < format.height; ++y) {
+    unsigned char* const row = pixels.get() + static_cast<std::size_t>(format.height - 1 - y) * rowBytes;
+    storeRow(pels + y * pitch, row, format.width);
+    std::fill(row + pelBytes, row + rowBytes, static_cast<unsigned char>(0));
+  }
+  std::shared_ptr<const unsigned char[]> shared(std::move(pixels));
+  const auto offset = buffer.offset();
+  placement_.xOffset = static_cast<std::int32_t>(offset.x());
+  placement_.yOffset = static_cast<std::int32_t>(offset.y());
+  format_ = std::move(format);
+  pixels_ = std::move(shared);
+}
+
+void qcDIB::init(const qcPelBuffer_const<unsigned char>& buffer) { initFrom(buffer, 8); }
+void qcDIB::init(const qcPelBuffer_const<qcPackedRGB16Pel>& buffer) { initFrom(buffer, 24); }
+void qcDIB::init(const qcPelBuffer_const<qcPackedRGB32Pel>& buffer) { initFrom(buffer, 32); }
+
+// ---- writing
+
+std::vector<unsigned char> qcDIB::headers(bool fileHeader) const {
+  const auto tableBytes = static_cast<std::uint32_t>(format_.colours.size() * 4);
+  const std::uint32_t offset = dib::kFileHeaderBytes + dib::kInfoHeaderBytes + tableBytes;
+  const auto imageBytes = static_cast<std::uint32_t>(format_.imageBytes());
+  std::vector<unsigned char> bytes;
+  if (fileHeader) {
+    bytes = {'B', 'M'};
+    dib::put32(bytes, imageBytes + offset + dib::kTrailerBytes);
+    dib::put32(bytes, 0);
+    dib::put32(bytes, offset);
+  }
+  dib::put32(bytes, dib::kInfoHeaderBytes);
+  dib::putSigned32(bytes, format_.width);
+  dib::putSigned32(bytes, format_.height);
+  dib::put16(bytes, 1);  // planes
+  dib::put16(bytes, format_.bitCount);
+  dib::put32(bytes, dib::kUncompressed);
+  dib::put32(bytes, imageBytes);
+  dib::putSigned32(bytes, format_.xResolution);
+  dib::putSigned32(bytes, format_.yResolution);
+  dib::put32(bytes, 0);  // colours used: all
+  dib::put32(bytes, 0);  // colours important: all
+  for (const Colour& colour : format_.colours) bytes.insert(bytes.end(), {colour.blue, colour.green, colour.red, 0});
+  return bytes;
+}
+
+std::vector<unsigned char> qcDIB::trailer() const {
+  std::vector<unsigned char> bytes(dib::kTrailerSignature.begin(), dib::kTrailerSignature.end());
+  for (const std::int32_t field : {placement_.depth, placement_.xOffset, placement_.yOffset})
+    dib::putSigned32(bytes, field);
+  return bytes;
+}
+
+void qcDIB::write(unsigned char* destination, int fileHeader) const {
+  checkData();
+  const std::vector<unsigned char> head = headers(fileHeader != 0), tail = trailer();
+  destination = std::copy(head.begin(), head.end(), destination);
+  destination = std::copy_n(pixels_.get(), format_.imageBytes(), destination);
+  std::copy(tail.begin(), tail.end(), destination);
+}
+
+void qcDIB::write(std::ostream& stream) const {
+  checkData();
+  const auto put = [&stream](const unsigned char* bytes, std::size_t count) {
+    stream.write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(count));
+  };
+  const std::vector<unsigned char> head = headers(true), tail = trailer();
+  try {
+    put(head.data(), head.size());
+    put(pixels_.get(), format_.imageBytes());
+    put(tail.data(), tail.size());
+    stream.flush();
+  } catch (const std::ios_base::failure&) {
+    throw WriteError(L"Write failed");
+  }
+  if (!stream) throw WriteError(L"Write failed");
+}
+
+void qcDIB::write(const std::wstring& path) const {
+  checkData();
+  std::ofstream stream;
+  if (!openFile(stream, path, std::ios_base::out | std::ios_base::trunc)) throw WriteError(L"Open file failed");
+  write(stream);
+  stream.close();
+  if (!stream) throw WriteError(L"Write failed");
+}
+
+std::size_t qcDIB::clipboardDibSize() const {
+  checkData();
+  return format_.imageBytes() + dib::kInfoHeaderBytes + dib::kTrailerBytes + 4 * format_.colours.size();
+}
+
+void qcDIB::renderClipboardDib(unsigned char* destination) const { write(destination, 0); }
