@@ -2,7 +2,7 @@
 # Include arrows run one way. usage: check_includes.sh SOURCE_DIRECTORY
 #
 #  - a module includes modules of lower layers only; except and archive are one layer and see each other
-#  - the values and shapes of std/shapes know no pixels: only its raster unit includes pelspan and pelbuf
+#  - the values and shapes of std/shapes know no images: only its raster unit includes pelbuf
 #  - public headers include public headers only, and nothing inside the library includes an umbrella
 #  - every umbrella includes all headers of its directory
 set -euo pipefail
@@ -41,7 +41,7 @@ arrows() {
       together = from to ~ /^(exceptarchive|archiveexcept)$/
       if (layer[to] > layer[from]) fail(from " lies below " to ": " included)
       else if (layer[to] == layer[from] && !together) fail(from " and " to " stand side by side: " included)
-      else if (from == "shapes" && to ~ /^pel/ && FILENAME !~ /\/raster[^\/]*$/) fail("only the raster unit sees pixels: " included)
+      else if (from == "shapes" && to == "pelbuf" && FILENAME !~ /\/raster[^\/]*$/) fail("only the raster unit sees images: " included)
     }
     END {
       print looked + 0 " includes within the library, " failures + 0 " against the arrows"
