@@ -2,3 +2,12 @@
 #pragma once
 
 #include "vnxstd/shapes/affrect.h"
+#include "vnxstd/shapes/circle.h"
+#include "vnxstd/shapes/errors.h"
+#include "vnxstd/shapes/line.h"
+#include "vnxstd/shapes/lineseg.h"
+#include "vnxstd/shapes/polyline.h"
+#include "vnxstd/shapes/rect.h"
+#include "vnxstd/shapes/sampling.h"
+#include "vnxstd/shapes/shape.h"
+#include "vnxstd/shapes/shapeinfo.h"

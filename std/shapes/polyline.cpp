@@ -1,0 +1,340 @@
+#include "vnxstd/shapes/polyline.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "std/shapes/samplewriter.h"
+#include "std/shapes/segment.h"
+#include "vnxstd/archive/archive.h"
+#include "vnxstd/shapes/rect.h"
+#include "vnxstd/shapes/shapeinfo.h"
+
+namespace {
+
+const qc_Instantiator registered(typeid(qcPolyline), &qcPolyline::make);
+
+// The vertices without immediate repetitions, for questions about directions.
+std::vector<qcVector<2>> distinct(const std::vector<qcVector<2>>& vertices, bool closed) {
+  std::vector<qcVector<2>> result;
+  result.reserve(vertices.size());
+  std::unique_copy(vertices.begin(), vertices.end(), std::back_inserter(result));
+  while (closed && result.size() > 1 && result.back() == result.front()) result.pop_back();
+  return result;
+}
+
+}  // namespace
+
+qcPersistent* qcPolyline::make() { return new qcPolyline; }
+
+void qcPolyline::isClosed(bool closed) {
+  mutating();
+  closed_ = closed;
+}
+
+void qcPolyline::vertices(const std::vector<qcVector<2>>& vertices) {
+  mutating();
+  std::vector<qcVector<2>> copy = vertices;
+  vertices_.swap(copy);
+}
+
+const qcVector<2>& qcPolyline::vertex(long index) const {
+  checkIndex(index, numVertices());
+  return vertices_[static_cast<std::size_t>(index)];
+}
+
+void qcPolyline::vertex(long index, const qcVector<2>& p) {
+  checkIndex(index, numVertices());
+  mutating();
+  vertices_[static_cast<std::size_t>(index)] = p;
+}
+
+void qcPolyline::addVertex(const qcVector<2>& p) {
+  mutating();
+  vertices_.push_back(p);
+}
+
+void qcPolyline::addVertices(const std::vector<qcVector<2>>& points) { insertVertices(numVertices(), points); }
+
+void qcPolyline::insertVertex(long index, const qcVector<2>& p) {
+  checkIndex(index, numVertices() + 1);
+  mutating();
+  vertices_.insert(vertices_.begin() + index, qcVector<2>(p));
+}
+
+void qcPolyline::insertVertices(long index, const std::vector<qcVector<2>>& points) {
+  checkIndex(index, numVertices() + 1);
+  mutating();
+  const std::vector<qcVector<2>> copy = points;  // they may be our own
+  vertices_.insert(vertices_.begin() + index, copy.begin(), copy.end());
+}
+
+void qcPolyline::removeVertex(long index) {
+  checkIndex(index, numVertices());
+  mutating();
+  vertices_.erase(vertices_.begin() + index);
+}
+
+double qcPolyline::areaMoment0() const {
+  if (!closed_) throw qcShapesError::NotRegion();
+  if (vertices_.size() < 3) return 0;
+  double sum = 0;
+  const qcVector<2>* previous = &vertices_.back();
+  for (const qcVector<2>& current : vertices_) {
+    sum += previous->cross(current);
+    previous = &current;
+  }
+  return sum / 2;
+}
+
+double qcPolyline::area() const { return std::fabs(areaMoment0()); }
+
+long qcPolyline::closestVertexIndex(const qcVector<2>& p) const {
+  checkNotEmpty();
+  const auto nearer = [&p](const qcVector<2>& a, const qcVector<2>& b) { return p.distance(a) < p.distance(b); };
+  return std::min_element(vertices_.begin(), vertices_.end(), nearer) - vertices_.begin();
+}
+
+qcRadian qcPolyline::generalWindingAngle(const qcVector<2>& p) const {
+  const std::vector<qcVector<2>> corners = distinct(vertices_, closed_);
+  const std::size_t n = corners.size();
+  double sum = 0;
+  if (n < 2) return qcRadian(sum);
+  for (std::size_t i = 0; i < n; ++i) {
+    const bool first = i == 0 && !closed_, last = i + 1 == n && !closed_;
+    const qcVector<2>& previous = corners[(i + n - 1) % n];
+    const qcVector<2>& next = corners[(i + 1) % n];
+    if (corners[i] == p) {
+      // What both pieces at this corner sweep together as seen from within its left side.
+      const double turn = (qc_shapes::segmentAngle(p, next) - qc_shapes::segmentAngle(p, previous)).norm().plain();
+      sum += first || last ? std::numbers::pi / 2 : turn > 0 ? turn : qcRadian::turn;
+    }
+    if (!last && corners[i] != p && next != p) sum += qc_shapes::angleSubtended(corners[i], next, p);
+  }
+  return qcRadian(sum);
+}
+
+qcPolyline qcPolyline::map(const qcXform<2>& xform) const {
+  qcPolyline mapped = *this;
+  for (qcVector<2>& p : mapped.vertices_) p = xform * p;
+  return mapped;
+}
+
+bool qcPolyline::hasTangent() const {
+  return std::any_of(vertices_.begin(), vertices_.end(), [this](const auto& p) { return p != vertices_.front(); });
+}
+
+qcRect qcPolyline::boundingBox() const {
+  checkNotEmpty();
+  qcVector<2> low = vertices_.front(), high = low;
+  for (const qcVector<2>& p : vertices_) {
+    low = {std::min(low.x(), p.x()), std::min(low.y(), p.y())};
+    high = {std::max(high.x(), p.x()), std::max(high.y(), p.y())};
+  }
+  return {low, high - low};
+}
+
+qcVector<2> qcPolyline::nearestPoint(const qcVector<2>& p) const {
+  checkNotEmpty();
+  return qc_shapes::nearestOnChain(vertices_.data(), numPieces(), numVertices(), p).point;
+}
+
+double qcPolyline::perimeter() const {
+  double sum = 0;
+  for (long piece = 0; piece < numPieces(); ++piece) {
+    sum += qc_shapes::segmentLength(pieceStart(piece), pieceEnd(piece));
+  }
+  return sum;
+}
+
+qcPerimPos qcPolyline::nearestPerimPos(const qcShapeInfo& info, const qcVector<2>& p) const {
+  checkNotEmpty();
+  const auto nearest = qc_shapes::nearestOnChain(vertices_.data(), numPieces(), numVertices(), p);
+  const double length = qc_shapes::segmentLength(pieceStart(nearest.piece), pieceEnd(nearest.piece));
+  return normalized(info, {static_cast<std::int32_t>(nearest.piece), nearest.fraction * length});
+}
+
+qcVector<2> qcPolyline::startPoint() const {
+  checkOpenContour();
+  return vertices_.front();
+}
+
+qcVector<2> qcPolyline::endPoint() const {
+  checkOpenContour();
+  return vertices_.back();
+}
+
+qcRadian qcPolyline::startAngle() const {
+  checkOpenContour();
+  return tangentNear(0);
+}
+
+qcRadian qcPolyline::endAngle() const {
+  checkOpenContour();
+  return tangentNear(numPieces() - 1);
+}
+
+qcRadian qcPolyline::tangentRotation() const {
+  checkOpenContour();
+  const std::vector<qcVector<2>> corners = distinct(vertices_, false);
+  qcRadian sum;
+  for (std::size_t i = 2; i < corners.size(); ++i) {
+    const qcRadian before = qc_shapes::segmentAngle(corners[i - 2], corners[i - 1]);
+    sum += (qc_shapes::segmentAngle(corners[i - 1], corners[i]) - before).signedNorm();
+  }
+  return sum;
+}
+
+qcRadian qcPolyline::windingAngle(const qcVector<2>& p) const {
+  checkOpenContour();
+  return generalWindingAngle(p);
+}
+
+bool qcPolyline::isRightHanded() const {
+  if (!isRegion()) throw qcShapesError::NotRegion();
+  return areaMoment0() >= 0;
+}
+
+bool qcPolyline::within(const qcVector<2>& p) const {
+  if (!isRegion()) throw qcShapesError::NotRegion();
+  return std::fabs(generalWindingAngle(p).plain()) > std::numbers::pi;
+}
+
+qcPtrHandle<qcShape> qcPolyline::reverse() const {
+  qcPtrHandle<qcPolyline> reversed(new qcPolyline(*this));
+  std::vector<qcVector<2>>& vertices = reversed->vertices_;
+  std::reverse(vertices.begin() + (closed_ && !vertices.empty() ? 1 : 0), vertices.end());
+  return reversed;
+}
+
+qcPtrHandle<qcShape> qcPolyline::subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const {
+  checkNotEmpty();
+  if (!(piece.second >= 0)) throw qcShapesError::BadParams();
+  const qcPerimPos start = normalized(info, piece.first);
+  qcPtrHandle<qcPolyline> part(new qcPolyline);
+  std::vector<qcVector<2>>& vertices = part->vertices_;
+  vertices.push_back(pointOnPiece(start));
+  const bool wholeRound = closed_ && piece.second >= info.perimeter();
+  double left = piece.second, from = start.distance();
+  long index = start.index();
+  for (long count = numPieces(); count > 0 && left > 0; --count) {
+    const double rest = info.pieceLength(index) - from;
+    if (left < rest && !wholeRound) {
+      vertices.push_back(pointOnPiece({static_cast<std::int32_t>(index), from + left}));
+      return part;
+    }
+    if (rest > 0) vertices.push_back(pieceEnd(index));
+    left -= rest;
+    from = 0;
+    if (++index == numPieces()) {
+      if (!closed_) return part;
+      index = 0;
+    }
+  }
+  // Round to the piece on which it started.
+  if (wholeRound) {
+    if (start.distance() > 0) vertices.push_back(vertices.front());
+  } else if (left > 0) {
+    vertices.push_back(pointOnPiece({start.index(), std::min(left, start.distance())}));
+  }
+  return part;
+}
+
+void qcPolyline::sample(const qcSampleParams& params, qcSampleResult& result) const {
+  if (params.uniformMode()) throw qcShapesError::BadParams();
+  qc_shapes::SampleWriter writer(params, result);
+  if (isEmpty()) return writer.commit();
+  if (!params.enclosingInfo_()) writer.numberOwnPieces();
+  // Pieces without length and tangent are left out where tangents are asked for, and all but the first of a polyline
+  // that is a single point.
+  const bool leaveOut = params.computeTangents() || !hasTangent();
+  for (long piece = 0; piece < numPieces(); ++piece) {
+    const bool needed = !leaveOut || pieceStart(piece) != pieceEnd(piece) || (piece == 0 && !hasTangent());
+    if (needed) {
+      qc_shapes::sampleSegment(writer, pieceStart(piece), pieceEnd(piece));
+    } else {
+      writer.takePiece();
+    }
+  }
+  qfMergeSubchains(params, writer.firstChain(), closed_, result);
+  writer.commit();
+}
+
+bool qcPolyline::equal_(const qcShape& that) const {
+  const auto* other = dynamic_cast<const qcPolyline*>(&that);
+  return other && *this == *other;
+}
+
+void qcPolyline::perimPointAndTangent_(const qcShapeInfo& info, const qcPerimPos& position, qcVector<2>& point,
+                                       qcRadian* tangent) const {
+  checkNotEmpty();
+  const qcPerimPos place = normalized(info, position);
+  if (tangent) *tangent = tangentNear(place.index());
+  point = pointOnPiece(place);
+}
+
+void qcPolyline::pieceLengths_(std::vector<double>& lengths) const {
+  for (long piece = 0; piece < numPieces(); ++piece) {
+    lengths.push_back(qc_shapes::segmentLength(pieceStart(piece), pieceEnd(piece)));
+  }
+}
+
+long qcPolyline::numPieces() const {
+  const long n = numVertices();
+  return closed_ || n < 2 ? n : n - 1;
+}
+
+const qcVector<2>& qcPolyline::pieceStart(long piece) const { return vertices_[static_cast<std::size_t>(piece)]; }
+
+const qcVector<2>& qcPolyline::pieceEnd(long piece) const {
+  return vertices_[(static_cast<std::size_t>(piece) + 1) % vertices_.size()];
+}
+
+void qcPolyline::checkIndex(long index, long limit) const {
+  if (index < 0 || index >= limit) throw qcShapesError::BadIndex();
+}
+
+void qcPolyline::checkNotEmpty() const {
+  if (isEmpty()) throw qcShapesError::EmptyShape();
+}
+
+void qcPolyline::checkOpenContour() const {
+  if (!isOpenContour()) throw qcShapesError::NotOpenContour();
+}
+
+// The position on the piece that it really lies on; the information must be that of this polyline.
+qcPerimPos qcPolyline::normalized(const qcShapeInfo& info, const qcPerimPos& position) const {
+  if (info.numPieces() != numPieces()) throw qcShapesError::BadParams();
+  return info.perimPos(position, 0);
+}
+
+qcVector<2> qcPolyline::pointOnPiece(const qcPerimPos& position) const {
+  return qc_shapes::pointAtDistance(pieceStart(position.index()), pieceEnd(position.index()), position.distance());
+}
+
+// The direction of a piece; of the nearest later one, or else earlier one, when it has no length.
+qcRadian qcPolyline::tangentNear(long piece) const {
+  const long n = numPieces();
+  const auto hasLength = [this](long i) { return pieceStart(i) != pieceEnd(i); };
+  const auto angle = [this](long i) { return qc_shapes::segmentAngle(pieceStart(i), pieceEnd(i)); };
+  for (long i = piece; i < (closed_ ? piece + n : n); ++i) {
+    if (hasLength(i % n)) return angle(i % n);
+  }
+  for (long i = piece - 1; i >= 0; --i) {
+    if (hasLength(i)) return angle(i);
+  }
+  throw qcShapesError::NoTangent();
+}
+
+void qcPolyline::serialize_(qcArchive& archive, unsigned char version) {
+  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 7586);
+  qcShape::dispatchSerialize(archive);
+  if (archive.isStoring()) {
+    archive || vertices_ || closed_;
+    return;
+  }
+  qcPolyline loaded;
+  archive || loaded.vertices_ || loaded.closed_;
+  vertices_.swap(loaded.vertices_);
+  closed_ = loaded.closed_;
+}

@@ -1,0 +1,149 @@
+#include "vnxstd/shapes/rect.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "std/shapes/samplewriter.h"
+#include "std/shapes/segment.h"
+#include "vnxstd/archive/archive.h"
+#include "vnxstd/pelspan/pelspan.h"
+#include "vnxstd/shapes/lineseg.h"
+#include "vnxstd/shapes/polyline.h"
+#include "vnxstd/shapes/shapeinfo.h"
+
+namespace {
+
+const qc_Instantiator registered(typeid(qcRect), &qcRect::make);
+
+// The end of a pixel range, no further from its start than a size can say.
+long clampedEnd(long start, double end) {
+  return std::clamp(qfICeil(end), start, std::min(start, 0L) + std::numeric_limits<std::int32_t>::max());
+}
+
+}  // namespace
+
+qcRect::qcRect(const qcVector<2>& origin, const qcVector<2>& size) : origin_(origin), size_(size) {
+  for (int i = 0; i < 2; ++i) {
+    if (size_[i] < 0) {
+      origin_[i] -= size_[i];
+      size_[i] = -size_[i];
+    }
+  }
+}
+
+qcRect::qcRect(const qcPelRect& pels)
+    : origin_(pels.ul()), size_(static_cast<double>(pels.width()), static_cast<double>(pels.height())) {}
+
+qcPersistent* qcRect::make() { return new qcRect; }
+
+void qcRect::origin(const qcVector<2>& origin) {
+  mutating();
+  origin_ = origin;
+}
+
+void qcRect::size(const qcVector<2>& size) {
+  mutating();
+  size_ = size;
+}
+
+qcLineSeg qcRect::tSeg() const { return {ul(), ur()}; }
+qcLineSeg qcRect::rSeg() const { return {ur(), lr()}; }
+qcLineSeg qcRect::bSeg() const { return {lr(), ll()}; }
+qcLineSeg qcRect::lSeg() const { return {ll(), ul()}; }
+
+qcRect qcRect::operator&(const qcRect& other) const {
+  if (degen() || other.degen()) return {};
+  const qcVector<2> far = lr(), otherFar = other.lr();
+  const double left = std::max(origin_.x(), other.origin_.x()), top = std::max(origin_.y(), other.origin_.y());
+  const double right = std::min(far.x(), otherFar.x()), bottom = std::min(far.y(), otherFar.y());
+  if (!(right - left > 0) || !(bottom - top > 0)) return {};
+  return {{left, top}, {right - left, bottom - top}};
+}
+
+qcRect qcRect::enclose(const qcRect& other) const {
+  const qcVector<2> far = lr(), otherFar = other.lr();
+  const qcVector<2> low(std::min(origin_.x(), other.origin_.x()), std::min(origin_.y(), other.origin_.y()));
+  const qcVector<2> high(std::max(far.x(), otherFar.x()), std::max(far.y(), otherFar.y()));
+  return {low, high - low};
+}
+
+qcPelRect qcRect::enclosePelRect() const {
+  const long left = qfIFloor(origin_.x()), top = qfIFloor(origin_.y());
+  return qcPelRect::fromCorners(left, top, clampedEnd(left, lr().x()), clampedEnd(top, lr().y()));
+}
+
+double qcRect::distToPoint(const qcVector<2>& p) const { return qc_shapes::segmentLength(p, nearestPoint(p)); }
+
+qcPolyline qcRect::outline() const { return {std::vector<qcVector<2>>{ul(), ur(), lr(), ll()}, true}; }
+
+qcVector<2> qcRect::nearestPoint(const qcVector<2>& p) const {
+  const qcVector<2> corners[] = {ul(), ur(), lr(), ll()};
+  return qc_shapes::nearestOnChain(corners, 4, 4, p).point;
+}
+
+double qcRect::perimeter() const { return 2 * (std::fabs(size_.x()) + std::fabs(size_.y())); }
+
+bool qcRect::isRightHanded() const { return (size_.x() < 0) == (size_.y() < 0) || size_.x() == 0 || size_.y() == 0; }
+
+bool qcRect::within(const qcVector<2>& p) const {
+  const qcVector<2> far = lr();
+  return origin_.x() <= p.x() && p.x() <= far.x() && origin_.y() <= p.y() && p.y() <= far.y();
+}
+
+qcPtrHandle<qcShape> qcRect::mapShape(const qcXform<2>& xform) const {
+  const qcMatrix<2>& m = xform.matrix();
+  const bool scales = m.element(0, 1) == 0 && m.element(1, 0) == 0 && m.element(0, 0) > 0 && m.element(1, 1) > 0;
+  if (!scales) return outline().mapShape(xform);
+  qcPtrHandle<qcRect> mapped(new qcRect);
+  mapped->origin_ = xform.mapPoint(origin_);
+  mapped->size_ = xform.mapVector(size_);
+  return mapped;
+}
+
+qcPtrHandle<qcShape> qcRect::reverse() const { return outline().reverse(); }
+
+qcPtrHandle<qcShape> qcRect::decompose() const { return new qcPolyline(outline()); }
+
+void qcRect::sample(const qcSampleParams& params, qcSampleResult& result) const {
+  qc_shapes::SampleWriter writer(params, result);
+  const qcPolyline sides = outline();
+  qcSampleParams alone = params;
+  alone.enclosingInfo_(nullptr);
+  const std::int32_t piece = writer.takePiece();
+  sides.sample(alone, result);
+  if (params.recordPositions_()) {
+    const qcShapeInfo info(sides);
+    std::vector<qcPerimPos>& recorded = result.perimPositions_();
+    for (std::size_t i = writer.firstPosition(); i < recorded.size(); ++i) {
+      recorded[i] = {piece, info.distanceAlong(recorded[i])};
+    }
+  }
+  writer.commit();
+}
+
+bool qcRect::equal_(const qcShape& that) const {
+  const auto* other = dynamic_cast<const qcRect*>(&that);
+  return other && *this == *other;
+}
+
+void qcRect::serialize_(qcArchive& archive, unsigned char version) {
+  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 3316);
+  qcShape::dispatchSerialize(archive);
+  serializeCommon(archive);
+}
+
+bool qcRect::loadLegacy(qcArchive& archive) {
+  unsigned char version = 0;
+  archive || version;
+  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 3316);
+  serializeCommon(archive);
+  return true;
+}
+
+void qcRect::serializeCommon(qcArchive& archive) {
+  qcVector<2> origin = origin_, size = size_;
+  archive || origin || size;
+  origin_ = origin;
+  size_ = size;
+}

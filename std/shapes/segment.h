@@ -1,0 +1,74 @@
+// The geometry of a piece from p1 to p2, shared by segments and by the shapes that are made of them.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "vnxstd/math/angle.h"
+#include "vnxstd/math/vector.h"
+
+namespace qc_shapes {
+
+/// Not the square root of the sum of squares: tiny and huge segments have a length, too.
+inline double segmentLength(const qcVector<2>& p1, const qcVector<2>& p2) {
+  return std::hypot(p2.x() - p1.x(), p2.y() - p1.y());
+}
+
+inline qcRadian segmentAngle(const qcVector<2>& p1, const qcVector<2>& p2) {
+  return qcRadian(std::atan2(p2.y() - p1.y(), p2.x() - p1.x())).signedNorm();
+}
+
+/// The nearest point, as its fraction of the way from p1 to p2: 0 and 1 are the ends themselves.
+inline double nearestFraction(const qcVector<2>& p1, const qcVector<2>& p2, const qcVector<2>& p) {
+  const qcVector<2> d = p2 - p1;
+  const double squared = d * d, t = (p - p1) * d;
+  if (!(t > 0) || squared == 0) return 0;
+  return t < squared ? t / squared : 1;
+}
+
+inline qcVector<2> pointAtFraction(const qcVector<2>& p1, const qcVector<2>& p2, double fraction) {
+  if (!(fraction > 0)) return p1;
+  return fraction < 1 ? p1 + fraction * (p2 - p1) : p2;
+}
+
+/// A point on a chain of segments.
+struct ChainPoint {
+  qcVector<2> point;
+  long piece = 0;
+  double fraction = 0;  // of the way along the piece
+};
+
+/// The first of the nearest points on the pieces of a chain, which has one vertex at least; the piece behind the last
+/// vertex leads back to the first.
+inline ChainPoint nearestOnChain(const qcVector<2>* vertices, long pieces, long count, const qcVector<2>& p) {
+  ChainPoint nearest{vertices[0], 0, 0};
+  double least = segmentLength(p, nearest.point);
+  for (long piece = 0; piece < pieces; ++piece) {
+    const qcVector<2>&start = vertices[piece], &end = vertices[(piece + 1) % count];
+    const double fraction = nearestFraction(start, end, p);
+    const qcVector<2> point = pointAtFraction(start, end, fraction);
+    const double distance = segmentLength(p, point);
+    if (distance < least) {
+      least = distance;
+      nearest = {point, piece, fraction};
+    }
+  }
+  return nearest;
+}
+
+/// The point at a distance from p1, kept on the segment.
+inline qcVector<2> pointAtDistance(const qcVector<2>& p1, const qcVector<2>& p2, double distance) {
+  if (!(distance > 0)) return p1;
+  const double length = segmentLength(p1, p2);
+  return distance < length ? p1 + distance / length * (p2 - p1) : p2;
+}
+
+/// The signed angle under which the segment is seen from a point that is none of its ends; pi on the segment itself.
+inline double angleSubtended(const qcVector<2>& p1, const qcVector<2>& p2, const qcVector<2>& p) {
+  const qcVector<2> a = p1 - p, b = p2 - p;
+  const double cross = a.cross(b), dot = a * b;
+  return cross == 0 && dot < 0 ? std::numbers::pi : std::atan2(cross, dot);
+}
+
+}  // namespace qc_shapes

@@ -1,0 +1,90 @@
+#include "vnxstd/shapes/shape.h"
+
+#include "vnxstd/archive/archive.h"
+#include "vnxstd/shapes/rect.h"
+#include "vnxstd/shapes/shapeinfo.h"
+
+namespace {
+
+const qc_Instantiator registered(typeid(qcShape), nullptr);
+
+// The position along the decomposed shape of a position on a shape that counts as one piece.
+qcPerimPos onDecomposed(const qcShapeInfo& info, const qcPerimPos& position) {
+  if (position.index() != 0) throw qcShapesError::BadIndex();
+  return info.perimPos(position.distance());
+}
+
+}  // namespace
+
+qcArchive& operator||(qcArchive& archive, qcPerimPos& position) {
+  unsigned char version = 0;
+  archive || version;
+  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 1407);
+  std::int32_t index = position.index();
+  double distance = position.distance();
+  archive || index || distance;
+  if (archive.isLoading()) position = qcPerimPos(index, distance);
+  return archive;
+}
+
+void qcShape::dispatchSerialize(qcArchive& archive) { serializeLevel(archive, this, 0, &qcShape::serialize_); }
+
+void qcShape::serialize_(qcArchive& archive, unsigned char version) {
+  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 599);
+  qcPersistent::dispatchSerialize(archive);
+}
+
+// The decomposition that the defaults below hand their question to. A shape that is its own decomposition must answer
+// itself, or the question would go round for ever.
+qcPtrHandle<qcShape> qcShape::decomposed() const {
+  if (isDecomposed()) throw qcShapesError::NotImplemented();
+  qcPtrHandle<qcShape> shape = decompose();
+  if (!shape->isDecomposed()) throw qcBadPointer();
+  return shape;
+}
+
+double qcShape::perimeter() const { return decomposed()->perimeter(); }
+
+qcPerimPos qcShape::nearestPerimPos(const qcShapeInfo&, const qcVector<2>& p) const {
+  const qcPtrHandle<qcShape> shape = decomposed();
+  const qcShapeInfo info(*shape);
+  return {0, info.distanceAlong(shape->nearestPerimPos(info, p))};
+}
+
+qcVector<2> qcShape::startPoint() const { throw qcShapesError::NotOpenContour(); }
+qcVector<2> qcShape::endPoint() const { throw qcShapesError::NotOpenContour(); }
+qcRadian qcShape::startAngle() const { throw qcShapesError::NotOpenContour(); }
+qcRadian qcShape::endAngle() const { throw qcShapesError::NotOpenContour(); }
+qcRadian qcShape::tangentRotation() const { throw qcShapesError::NotOpenContour(); }
+qcRadian qcShape::windingAngle(const qcVector<2>&) const { throw qcShapesError::NotOpenContour(); }
+bool qcShape::isRightHanded() const { throw qcShapesError::NotRegion(); }
+bool qcShape::within(const qcVector<2>&) const { throw qcShapesError::NotRegion(); }
+qcPtrHandle<qcShape> qcShape::reverse() const { throw qcShapesError::NotReversible(); }
+qcPtrHandle<qcShape> qcShape::reverse_() const { return reverse(); }
+bool qcShape::isMultipleContours_() const { return false; }
+qcPtrHandle<qcShape> qcShape::cloneThat_(const qcShape& that) const { return that.clone(); }
+void qcShape::pieceLengths_(std::vector<double>& lengths) const { lengths.push_back(perimeter()); }
+
+qcPtrHandle<qcShape> qcShape::subShape(const qcShapeInfo&, const std::pair<qcPerimPos, double>& piece) const {
+  const qcPtrHandle<qcShape> shape = decomposed();
+  const qcShapeInfo info(*shape);
+  return shape->subShape(info, {onDecomposed(info, piece.first), piece.second});
+}
+
+void qcShape::perimPointAndTangent_(const qcShapeInfo&, const qcPerimPos& position, qcVector<2>& point,
+                                    qcRadian* tangent) const {
+  const qcPtrHandle<qcShape> shape = decomposed();
+  const qcShapeInfo info(*shape);
+  shape->perimPointAndTangent_(info, onDecomposed(info, position), point, tangent);
+}
+
+qcVector<2> qcShape::perimPoint(const qcShapeInfo& info, const qcPerimPos& position) const {
+  qcVector<2> point;
+  perimPointAndTangent_(info, position, point, nullptr);
+  return point;
+}
+
+void qcShape::perimPointAndTangent(const qcShapeInfo& info, const qcPerimPos& position, qcVector<2>& point,
+                                   qcRadian& tangent) const {
+  perimPointAndTangent_(info, position, point, &tangent);
+}
