@@ -1,0 +1,105 @@
+// Measuring windows: equality, extremes, histograms.
+//
+// All functions throw qcPel::UnboundWindow for an unbound buffer. They only read, so several threads may measure the
+// same pels. Their cost is one pass over the window.
+#pragma once
+
+#include <concepts>
+#include <type_traits>
+#include <vector>
+
+#include "vnxstd/export.h"
+#include "vnxstd/pelbuf/apply.h"
+
+/// A pel type of one number.
+template <class T>
+concept qcNumberPelType = qcFlatPelType<T> && std::is_arithmetic_v<T>;
+
+/// A pel type of two numbers.
+template <class T>
+concept qcPairPelType = std::same_as<T, qcPair<long>> || std::same_as<T, qcPair<float>>;
+
+/// A pel type of one or two numbers.
+template <class T>
+concept qcNumericPelType = qcNumberPelType<T> || qcPairPelType<T>;
+
+/// A pel type of which histograms are taken.
+template <class T>
+concept qcHistogramPelType = qcNumberPelType<T> && std::integral<T> && sizeof(T) <= 2;
+
+/// The numbers of a window, a pair being two of them side by side. Throws qcPel::UnboundWindow.
+template <qcNumericPelType T>
+auto qf_PelNumbers(const qcPelBuffer_const<T>& buffer) {
+  return qf_PelRowsAs<const typename qcPelTraits<T>::Element>(qf_PelRows(buffer));
+}
+
+/// The workers, on the numbers of stored pels.
+template <class E>
+VNXSTD_EXPORT void qf_PelExtremes(qc_PelRows<const E> elements, int perPel, E* lo, E* hi);
+template <class S>
+VNXSTD_EXPORT bool qf_PelHistogram(qc_PelRows<const S> rows, std::vector<unsigned long>& counts);
+template <class E>
+VNXSTD_EXPORT bool qf_PelEqual(qc_PelRows<const E> a, qc_PelRows<const E> b);
+
+/// Whether two windows have the same size and the same pels, wherever they lie. Floating numbers are compared by value:
+/// NaN differs from everything, itself included, and +0 equals -0. Packed colours count with all their bits.
+template <class T>
+bool qfPelEqual(const qcPelBuffer_const<T>& a, const qcPelBuffer_const<T>& b) {
+  if constexpr (qcFlatPelType<T>) {
+    using Element = typename qcPelTraits<T>::Element;
+    using Compared = std::conditional_t<std::is_floating_point_v<Element>, const Element, const unsigned char>;
+    return qf_PelEqual(qf_PelRowsAs<Compared>(qf_PelRows(a)), qf_PelRowsAs<Compared>(qf_PelRows(b)));
+  } else {
+    return a.size() == b.size() && qfPelEqual(a.planeBuffer(0), b.planeBuffer(0)) &&
+           qfPelEqual(a.planeBuffer(1), b.planeBuffer(1)) && qfPelEqual(a.planeBuffer(2), b.planeBuffer(2));
+  }
+}
+
+/// The smallest and the largest value of a window; of pairs, of each component by itself. NaN is passed over, and the
+/// result is NaN when there is nothing else; a zero is reported as +0. Throws qcPelFunc::BadParams for an empty window.
+template <qcNumericPelType T>
+void qfPelMinmax(const qcPelBuffer_const<T>& buffer, T& min, T& max) {
+  using Traits = qcPelTraits<T>;
+  const auto elements = qf_PelNumbers(buffer);
+  if (elements.isEmpty()) throw qcPelFunc::BadParams();
+  typename Traits::Element lo[Traits::elements], hi[Traits::elements];
+  qf_PelExtremes(elements, Traits::elements, lo, hi);
+  if constexpr (qcPairPelType<T>) {
+    min = Traits::load({lo[0], lo[1]});
+    max = Traits::load({hi[0], hi[1]});
+  } else {
+    min = Traits::load(lo[0]);
+    max = Traits::load(hi[0]);
+  }
+}
+
+/// The smallest value of a window, as qfPelMinmax has it.
+template <qcNumericPelType T>
+T qfPelMin(const qcPelBuffer_const<T>& buffer) {
+  T min, max;
+  qfPelMinmax(buffer, min, max);
+  return min;
+}
+
+/// The largest value of a window, as qfPelMinmax has it.
+template <qcNumericPelType T>
+T qfPelMax(const qcPelBuffer_const<T>& buffer) {
+  T min, max;
+  qfPelMinmax(buffer, min, max);
+  return max;
+}
+
+/// Adds the number of pels of every value to `counts`: that of value v to counts[v - least], least being the least
+/// value of the pel type (so that counts[128] counts the zeros of a signed 8-bit image). An empty vector first takes
+/// the size that the largest value in the window needs; any other keeps its size, and pels that it has no count for are
+/// dropped. `dropped` tells whether there were any. An empty window adds nothing. Counts accumulate over calls: clear
+/// the vector to start afresh.
+template <qcHistogramPelType T>
+void qfPelHistogram(const qcPelBuffer_const<T>& buffer, std::vector<unsigned long>& counts, bool& dropped) {
+  dropped = qf_PelHistogram(qf_PelRows(buffer), counts);
+}
+
+template <qcHistogramPelType T>
+void qfPelHistogram(const qcPelBuffer_const<T>& buffer, std::vector<unsigned long>& counts) {
+  qf_PelHistogram(qf_PelRows(buffer), counts);
+}

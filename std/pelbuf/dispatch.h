@@ -1,0 +1,82 @@
+// Runs kernels at the highest instruction-set level of the processor.
+//
+// A kernel is written once. It is an object whose member row(Bytes<N>, pointers..., count) is always inlined and works
+// on one row of neighbouring pels; N is the width of the level's vector registers. Every level has an entry function
+// that carries the target attribute and inlines the row loop and the kernel, and run() calls the entry of the level in
+// force. No file is compiled for a higher level as a whole: inline functions that it shares with others could leak into
+// the baseline. Every level gives the same bits: contraction is off, and kernels whose result depends on the order of
+// their operations must not let N decide it.
+//
+// AVX-512 has no level: with kernels bound by memory it gained nothing, and 15 % at best in the first-level cache.
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+#include "vnxstd/export.h"
+#include "vnxstd/pelbuf/rows.h"
+
+#if defined(__x86_64__) || defined(__i386__)
+#define VNXSTD_X86 1
+#else
+#define VNXSTD_X86 0
+#endif
+
+/// Before a loop: no iteration depends on another. In place on the very same pels is allowed by that, and the compiler
+/// need not check at run time whether pointers overlap (which, in place, would send it down the scalar path).
+#if defined(__clang__)
+#define VNXSTD_INDEPENDENT _Pragma("clang loop vectorize(assume_safety)")
+#else
+#define VNXSTD_INDEPENDENT _Pragma("GCC ivdep")
+#endif
+
+namespace vnxstd::simd {
+
+enum class Level : int { Baseline, Avx2 };
+inline constexpr int kLevels = 2;
+
+/// The best level of this processor.
+VNXSTD_EXPORT Level highest() noexcept;
+/// The level in force: the highest, unless set otherwise.
+VNXSTD_EXPORT Level level() noexcept;
+/// Forces a level, or the highest below it that the processor has, and returns it. For tests; safe from any thread,
+/// kernels that are running finish at the level they began with.
+VNXSTD_EXPORT Level setLevel(Level wanted) noexcept;
+
+/// The width of vector registers, as a type.
+template <std::size_t N>
+struct Bytes {
+  static constexpr std::size_t value = N;
+};
+
+template <std::size_t N, class Kernel>
+struct RowCall {
+  Kernel& kernel;
+  template <class... Arguments>
+  [[gnu::always_inline]] inline void operator()(Arguments... arguments) const {
+    kernel.row(Bytes<N>(), arguments...);
+  }
+};
+
+template <class Kernel, class... P>
+struct Entries {
+  using Entry = void (*)(Kernel&, qc_PelRows<P>...);
+
+  static void baseline(Kernel& kernel, qc_PelRows<P>... rows) { qf_PelForRows(RowCall<16, Kernel>{kernel}, rows...); }
+#if VNXSTD_X86
+  [[gnu::target("avx2")]] static void avx2(Kernel& kernel, qc_PelRows<P>... rows) {
+    qf_PelForRows(RowCall<32, Kernel>{kernel}, rows...);
+  }
+  static constexpr std::array<Entry, kLevels> table = {&baseline, &avx2};
+#else
+  static constexpr std::array<Entry, kLevels> table = {&baseline, &baseline};
+#endif
+};
+
+/// Runs a kernel over rectangles of one size.
+template <class Kernel, class... P>
+void run(Kernel& kernel, qc_PelRows<P>... rows) {
+  Entries<Kernel, P...>::table[static_cast<std::size_t>(level())](kernel, rows...);
+}
+
+}  // namespace vnxstd::simd
