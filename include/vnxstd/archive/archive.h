@@ -15,6 +15,7 @@
 #include <memory>
 #include <streambuf>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -184,8 +185,16 @@ class VNXSTD_EXPORT qcArchive {
   /// Hands what was written to the medium; throws BadBuffer or BadFile when it does not take it.
   virtual void sync();
 
+  /// Turns a seekable archive from loading to storing or back, at the same position. Throws NotSeekable on another one
+  /// and BadBuffer when a read-only archive is asked to store, both before anything is changed.
+  void mode(Direction direction);
+  /// Turns a seekable archive to storing and goes to the end of its data. Throws like mode.
+  void append();
+
+  /// The position, from the start of the archive's header on; -1 where the medium has none.
   Position tell();
-  /// Throws NotSeekable on an archive that is not seekable, and BadBuffer when the medium cannot go there.
+  /// Throws NotSeekable on an archive that is not seekable, and BadBuffer when the position lies outside the data or
+  /// the medium cannot go there.
   void seek(Position position);
   /// Moves by `offset` bytes from the start (0), the current position (1) or the end (2).
   void seek(long offset, int origin);
@@ -200,6 +209,15 @@ class VNXSTD_EXPORT qcArchive {
   /// BadContent.
   long nestingLimit() const noexcept { return nestingLimit_; }
   void nestingLimit(long levels) noexcept { nestingLimit_ = levels < 1 ? 1 : levels; }
+
+  /// Whether objects and records stored from now on carry sizes and offsets of 8 bytes instead of 4. A seekable archive
+  /// needs it before it stores an object of 4 GiB or more, or refers to one beyond that position: without it such a
+  /// store throws BadContent.
+  void wideSizes(bool wide) noexcept;
+
+  /// Whether `object` is being loaded by this archive at this moment. A reference to such an object closes a circle;
+  /// classes whose members must form a tree or a chain refuse it, after loading a member, with BadContent.
+  bool isStillLoading(const qcPersistent* object) const noexcept;
 
   /// Throws UnknownVersion from the given source and line when `version` is newer than `newest`.
   static void checkVersion(unsigned char version, unsigned char newest, const char* file, int line);
@@ -220,11 +238,30 @@ class VNXSTD_EXPORT qcArchive {
   friend class qcPersistent;
   friend class qc_ArchiveIndex;
   friend VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, unsigned char& value);
+  friend VNXSTD_EXPORT void* qf_SerializeTypedPointer(qcArchive& archive, qcPersistent* in,
+                                                      void* (*cast)(qcPersistent*, const qcRepBase*&));
 
   void words(void* data, std::size_t count, unsigned size);
   void readBytes(void* data, std::size_t count, int line);
   void writeBytes(const void* data, std::size_t count, int line);
+  template <class Bits>
+  void number(Bits& bits);
+  template <class Bits, class T>
+  qcArchive& bitsOf(T& value);
+  template <class Bits, class T>
+  qcArchive& checkedLong(T& value);
   void fill(unsigned count);
+
+  std::size_t readPrefix();
+  void writePrefix(std::size_t length);
+  template <class Text>
+  void readText(Text& text);
+  void writeWideText(std::u16string_view text);
+
+  std::ios_base::openmode side() const noexcept;
+  std::streamoff offset();
+  std::streamoff endOffset();
+  void seekTo(std::streamoff position);
 
   std::streambuf* buffer_;
   bool readOnly_;
@@ -251,18 +288,24 @@ template <class T>
 requires(!std::is_base_of_v<qcPersistent, T>) && requires(qcArchive& archive, T& value) { archive || value; }
 qcArchive& operator>>(qcArchive& archive, T& value) { return archive || value; }
 
-/// Stores or loads a pointer to an object that must be a `T`; `cast` gives null for an object of another class.
-VNXSTD_EXPORT void qf_SerializeTypedPointer(qcArchive& archive, qcPersistent* in, qcPersistent*& out,
-                                            bool (*isWanted)(qcPersistent*));
+/// Gives an object as the class that a handle wants, and its count, or null for an object of another class.
+using qc_PointerCast = void* (*)(qcPersistent* object, const qcRepBase*& count);
+
+/// Stores `in`, or loads a pointer to an object that `cast` accepts and returns it as that class.
+VNXSTD_EXPORT void* qf_SerializeTypedPointer(qcArchive& archive, qcPersistent* in, qc_PointerCast cast);
 
 /// A shared object: stored once, however many handles refer to it, and shared again when loaded. Loading throws
 /// qcArchive::BadType when the object is no T; the handle is unchanged by a load that throws.
 template <class T>
 qcArchive& operator||(qcArchive& archive, qcPtrHandle<T>& handle) {
-  qcPersistent* loaded = nullptr;
-  qf_SerializeTypedPointer(archive, const_cast<std::remove_const_t<T>*>(handle.rep()), loaded,
-                           [](qcPersistent* object) { return dynamic_cast<T*>(object) != nullptr; });
-  if (archive.isLoading()) handle = qcPtrHandle<T>(dynamic_cast<T*>(loaded));
+  using Object = std::remove_const_t<T>;
+  void* loaded = qf_SerializeTypedPointer(archive, const_cast<Object*>(handle.rep()),
+                                          [](qcPersistent* object, const qcRepBase*& count) -> void* {
+                                            auto* typed = dynamic_cast<Object*>(object);
+                                            count = typed;
+                                            return typed;
+                                          });
+  if (archive.isLoading()) handle = qcPtrHandle<T>(static_cast<Object*>(loaded));
   return archive;
 }
 template <class T>
@@ -294,7 +337,7 @@ qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
         if constexpr (std::is_same_v<T, bool>) {
           bool flag = values[i];
           archive || flag;
-          values[i] = flag;
+          if (archive.isLoading()) values[i] = flag;
         } else {
           archive || values[i];
         }

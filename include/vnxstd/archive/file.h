@@ -21,9 +21,10 @@ class VNXSTD_EXPORT qcFileArchive : public qcArchive {
   /// Writes what is buffered and closes the file; throws BadFile or BadBuffer when the medium refuses. The archive
   /// takes no further data afterwards. Closing twice does nothing.
   void close();
-  void sync() override;
 
  private:
   class Stream;
+  qcFileArchive(std::unique_ptr<Stream> stream, Direction direction, Ordering ordering, bool seekable, bool readOnly);
+
   std::unique_ptr<Stream> stream_;
 };

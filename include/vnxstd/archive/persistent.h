@@ -32,6 +32,11 @@ class VNXSTD_EXPORT qcPersistent {
   /// Takes the object out of the archives that hold it.
   virtual ~qcPersistent();
 
+ protected:
+  /// Writes or reads the chain of class levels, from the most derived one down.
+  virtual void dispatchSerialize(qcArchive& archive);
+
+ public:
   /// Called before the object is loaded in place. A class whose handles can close a circle of objects lets go of them
   /// here; this is also how the objects of a failed load are taken apart.
   virtual void preLoad();
@@ -47,15 +52,13 @@ class VNXSTD_EXPORT qcPersistent {
   /// qcArchive::UnknownType for a class that is not registered.
   static void serializePointer(qcArchive& archive, qcPersistent* in, qcPersistent*& out);
 
-  /// To be called before any change of state: archives that hold the object forget it, so that it is stored anew.
+  /// To be called before any change of state: archives that have stored the object forget it, so that it is stored
+  /// anew under a new identifier. What an archive has loaded keeps its identity.
   void mutating() {
-    if (heldByArchive_.load(std::memory_order_relaxed)) mutating_();
+    if ((held_.load(std::memory_order_relaxed) & kStored) != 0) mutating_();
   }
 
  protected:
-  /// Writes or reads the chain of class levels, from the most derived one down.
-  virtual void dispatchSerialize(qcArchive& archive);
-
   /// Whether this class level of this object already went through the object serialization that is under way; a base
   /// reached twice is stored once. Levels are told apart by `level`, the type of the class, because a class without
   /// fields has the address and the size of its base.
@@ -77,11 +80,12 @@ class VNXSTD_EXPORT qcPersistent {
 
  private:
   friend class qc_ArchiveIndex;
-  friend class qc_LoadUndo;
   static void versionByte(qcArchive& archive, unsigned char& version);
   void serialize(qcArchive& archive, int flag);
 
-  std::atomic<bool> heldByArchive_{false};
+  // Why archives hold the object: they have stored it as it is, or they know its address.
+  static constexpr unsigned char kStored = 1, kKnown = 2;
+  std::atomic<unsigned char> held_{0};
 };
 
 /// The same as qcPersistent::serializeObject.

@@ -2,9 +2,8 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
-#include <mutex>
 
+#include "vnxstd/archive/spinlock.h"
 #include "vnxstd/export.h"
 
 /// A pool of blocks of one size. Blocks come from chunks that grow geometrically up to about one mebibyte and are
@@ -32,7 +31,7 @@ class VNXSTD_EXPORT qcStoragePool {
   void relinquish();
 
   /// Bytes per block.
-  std::size_t blockSize() const noexcept;
+  std::size_t blockSize() const noexcept { return blockSize_; }
   /// Blocks handed out and not yet freed.
   long outstanding() const;
 
@@ -43,12 +42,14 @@ class VNXSTD_EXPORT qcStoragePool {
   };
   void addChunk();
 
-  mutable std::mutex lock_;
+  static constexpr std::size_t kBlockAlignment = 8;
+
+  mutable qc_SpinLock lock_;
   Block* freeList_ = nullptr;
   Chunk* chunks_ = nullptr;
-  std::size_t blockSize_;
-  std::size_t nextChunkCount_;
-  std::size_t maxChunkCount_;
+  std::size_t blockSize_ = 0;
+  std::size_t nextChunkCount_ = 0;
+  std::size_t maxChunkCount_ = 0;
   bool autoDelete_ = false;
   long outstanding_ = 0;
 };

@@ -22,6 +22,10 @@ class VNXSTD_EXPORT qc_Instantiator {
 
   /// A null maker registers an abstract class: its name is known, and loading one throws qcArchive::UnknownType.
   qc_Instantiator(const std::type_info& type, Maker make);
+
+  /// Registers a class whose objects are stored, and come back, as objects of another one: a derived class that differs
+  /// only in where its memory comes from, for instance. `make` makes an object of `archivedAs`.
+  qc_Instantiator(const std::type_info& type, const std::type_info& archivedAs, Maker make);
 };
 
 /// One class in the registry.

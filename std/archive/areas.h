@@ -1,0 +1,57 @@
+// Direct access to the get and put areas of any stream buffer, so that small values cost no virtual call.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <limits>
+#include <streambuf>
+
+/// The areas are protected members of the stream buffer; a pointer to member that is formed here reaches them.
+class qc_Areas : private std::streambuf {
+ public:
+  static const char* getNext(const std::streambuf& b) { return (b.*&qc_Areas::gptr)(); }
+  static char* putNext(const std::streambuf& b) { return (b.*&qc_Areas::pptr)(); }
+  static std::size_t readable(const std::streambuf& b) {
+    return static_cast<std::size_t>((b.*&qc_Areas::egptr)() - (b.*&qc_Areas::gptr)());
+  }
+  static std::size_t writable(const std::streambuf& b) {
+    return static_cast<std::size_t>((b.*&qc_Areas::epptr)() - (b.*&qc_Areas::pptr)());
+  }
+  /// Moves on by `count` bytes, which the area must have. The standard moves by an int.
+  static void skipRead(std::streambuf& b, std::size_t count) {
+    for (; count > kMost; count -= kMost) (b.*&qc_Areas::gbump)(kMost);
+    (b.*&qc_Areas::gbump)(static_cast<int>(count));
+  }
+  static void skipWritten(std::streambuf& b, std::size_t count) {
+    for (; count > kMost; count -= kMost) (b.*&qc_Areas::pbump)(kMost);
+    (b.*&qc_Areas::pbump)(static_cast<int>(count));
+  }
+
+  /// Reads up to `count` bytes; returns how many there were.
+  static std::size_t read(std::streambuf& b, void* to, std::size_t count) {
+    if (count == 0) return 0;  // an area without bytes may have no address
+    if (count <= readable(b)) {
+      std::memcpy(to, getNext(b), count);
+      skipRead(b, count);
+      return count;
+    }
+    return static_cast<std::size_t>(
+        std::max<std::streamsize>(0, b.sgetn(static_cast<char*>(to), static_cast<std::streamsize>(count))));
+  }
+
+  /// Writes up to `count` bytes; returns how many were taken.
+  static std::size_t write(std::streambuf& b, const void* from, std::size_t count) {
+    if (count == 0) return 0;
+    if (count <= writable(b)) {
+      std::memcpy(putNext(b), from, count);
+      skipWritten(b, count);
+      return count;
+    }
+    return static_cast<std::size_t>(
+        std::max<std::streamsize>(0, b.sputn(static_cast<const char*>(from), static_cast<std::streamsize>(count))));
+  }
+
+ private:
+  static constexpr int kMost = std::numeric_limits<int>::max();
+};

@@ -1,0 +1,270 @@
+#if !defined(_WIN32)
+#define _FILE_OFFSET_BITS 64  // where files beyond 2 GiB need asking for
+#endif
+
+#include "vnxstd/archive/file.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <limits>
+#include <streambuf>
+#include <vector>
+
+#include "std/archive/areas.h"
+#include "std/archive/format.h"
+#include "vnxstd/archive/text.h"
+
+namespace {
+
+// Null when the file cannot be opened.
+std::FILE* openFile(const std::wstring& path, const char* mode) {
+  if (path.find(L'\0') != path.npos) return nullptr;
+#if defined(_WIN32)
+  const std::filesystem::path native(path);
+#else
+  std::string native;
+  try {
+    native = qf_Narrow(path);
+  } catch (const qcBadUnicodeChar&) {
+    return nullptr;
+  }
+#endif
+  std::error_code ignored;
+  if (std::filesystem::is_directory(native, ignored)) return nullptr;  // opens, but yields nothing
+#if defined(_WIN32)
+  return _wfopen(native.c_str(), std::wstring(mode, mode + std::strlen(mode)).c_str());
+#else
+  return std::fopen(native.c_str(), mode);
+#endif
+}
+
+bool seekFile(std::FILE* file, long long offset, int origin) {
+#if defined(_WIN32)
+  return _fseeki64(file, offset, origin) == 0;
+#else
+  static_assert(sizeof(off_t) == sizeof(long long), "files beyond 2 GiB need 64-bit offsets");
+  return fseeko(file, offset, origin) == 0;
+#endif
+}
+
+long long tellFile(std::FILE* file) {
+#if defined(_WIN32)
+  return _ftelli64(file);
+#else
+  return ftello(file);
+#endif
+}
+
+}  // namespace
+
+/// A file behind one buffer that holds either bytes read ahead or bytes not yet written. It works on unbuffered C
+/// streams, so that every failure of the system is seen here, at once. Reading reports a failure by throwing BadFile,
+/// writing by taking fewer bytes.
+class qcFileArchive::Stream : public std::streambuf {
+ public:
+  explicit Stream(const std::wstring& path) : path_(path), buffer_(kBuffer) {}
+  ~Stream() override {
+    if (file_) {
+      flush();
+      std::fclose(file_);
+    }
+  }
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+
+  void open(Direction direction, bool readOnly) {
+    file_ = openFile(path_, direction == storing ? "w+b" : readOnly ? "rb" : "r+b");
+    if (!file_) throw BadFile((L"Could not open file: " + path_).c_str(), 0);
+    std::setvbuf(file_, nullptr, _IONBF, 0);
+  }
+
+  /// Whether all went well.
+  bool close() {
+    if (!file_) return true;
+    const bool flushed = flush();
+    std::FILE* file = std::exchange(file_, nullptr);
+    drop();
+    return std::fclose(file) == 0 && flushed;
+  }
+
+ protected:
+  int_type underflow() override {
+    if (!startReading()) return traits_type::eof();
+    const std::size_t count = readFile(buffer_.data(), buffer_.size());
+    setg(buffer_.data(), buffer_.data(), buffer_.data() + count);
+    return count == 0 ? traits_type::eof() : traits_type::to_int_type(buffer_[0]);
+  }
+
+  std::streamsize xsgetn(char* bytes, std::streamsize count) override {
+    std::streamsize done = 0;
+    while (done < count) {
+      const auto wanted = static_cast<std::size_t>(count - done);
+      if (const std::size_t ready = std::min(qc_Areas::readable(*this), wanted); ready != 0) {
+        std::memcpy(bytes + done, gptr(), ready);
+        qc_Areas::skipRead(*this, ready);
+        done += static_cast<std::streamsize>(ready);
+      } else if (wanted >= buffer_.size()) {  // what fills the buffer goes past it
+        if (!startReading()) break;
+        const std::size_t got = readFile(bytes + done, wanted);
+        done += static_cast<std::streamsize>(got);
+        if (got == 0) break;
+      } else if (traits_type::eq_int_type(underflow(), traits_type::eof())) {
+        break;
+      }
+    }
+    return done;
+  }
+
+  int_type overflow(int_type c) override {
+    if (!startWriting() || !flush()) return traits_type::eof();
+    setp(buffer_.data(), buffer_.data() + buffer_.size());
+    if (!traits_type::eq_int_type(c, traits_type::eof())) {
+      *pptr() = traits_type::to_char_type(c);
+      pbump(1);
+    }
+    return traits_type::not_eof(c);
+  }
+
+  std::streamsize xsputn(const char* bytes, std::streamsize count) override {
+    const auto n = static_cast<std::size_t>(std::max<std::streamsize>(count, 0));
+    if (n > qc_Areas::writable(*this)) {
+      if (traits_type::eq_int_type(overflow(traits_type::eof()), traits_type::eof())) return 0;
+      if (n >= buffer_.size()) return static_cast<std::streamsize>(writeFile(bytes, n));
+    }
+    std::memcpy(pptr(), bytes, n);
+    qc_Areas::skipWritten(*this, n);
+    return count;
+  }
+
+  int sync() override { return flush() ? 0 : -1; }
+
+  pos_type seekoff(off_type offset, std::ios_base::seekdir from, std::ios_base::openmode which) override {
+    if (!file_) return pos_type(off_type(-1));
+    off_type base = 0;
+    if (from != std::ios_base::beg) base = here();
+    if (base < 0) return pos_type(off_type(-1));
+    if (from == std::ios_base::cur && offset == 0) return pos_type(base);
+    if (from == std::ios_base::end) {
+      // What is read ahead stays; what is not written yet may make the file longer.
+      const off_type end = fileEnd();
+      if (end < 0) return pos_type(off_type(-1));
+      base = pptr() ? std::max(end, base) : end;
+    }
+    if (offset > 0 && base > std::numeric_limits<off_type>::max() - offset) return pos_type(off_type(-1));
+    return seekpos(pos_type(base + offset), which);
+  }
+
+  pos_type seekpos(pos_type position, std::ios_base::openmode) override {
+    const auto target = static_cast<off_type>(position);
+    if (!file_ || target < 0) return pos_type(off_type(-1));
+    if (gptr()) {  // within what is read ahead
+      const off_type start = at_ - (egptr() - eback());
+      if (target >= start && target <= at_) {
+        setg(eback(), eback() + (target - start), egptr());
+        return position;
+      }
+    }
+    if (target == here()) return position;
+    if (!flush()) return pos_type(off_type(-1));
+    drop();
+    at_ = target;
+    moved_ = true;
+    return position;
+  }
+
+ private:
+  static constexpr std::size_t kBuffer = 65536;
+  enum class Access { none, reading, writing };
+
+  // The position of the archive: at_ is that of the file, behind what is read ahead and before what is not yet written.
+  off_type here() const { return at_ - (egptr() - gptr()) + (pptr() - pbase()); }
+
+  void drop() {
+    setg(nullptr, nullptr, nullptr);
+    setp(nullptr, nullptr);
+  }
+
+  bool startReading() {
+    if (!file_ || !flush()) return false;
+    drop();
+    return place(Access::reading);
+  }
+
+  bool startWriting() {
+    if (!file_) return false;
+    if (gptr()) {
+      const off_type position = here();
+      moved_ = moved_ || position != at_;
+      at_ = position;
+      drop();
+    }
+    return true;
+  }
+
+  // Puts the file where at_ says. The C library wants a change of position between reading and writing, too.
+  bool place(Access access) {
+    const bool turned = last_ != Access::none && last_ != access;
+    if ((moved_ || turned) && !seekFile(file_, at_, SEEK_SET)) return false;
+    moved_ = false;
+    last_ = access;
+    return true;
+  }
+
+  off_type fileEnd() {
+    if (!seekFile(file_, 0, SEEK_END)) return -1;
+    moved_ = true;
+    return tellFile(file_);
+  }
+
+  std::size_t readFile(char* bytes, std::size_t count) {
+    const std::size_t got = std::fread(bytes, 1, count, file_);
+    at_ += static_cast<off_type>(got);
+    if (got < count && std::ferror(file_)) throw BadFile((L"Could not read file: " + path_).c_str(), 0);
+    if (got < count) std::clearerr(file_);
+    return got;
+  }
+
+  std::size_t writeFile(const char* bytes, std::size_t count) {
+    const std::size_t put = place(Access::writing) ? std::fwrite(bytes, 1, count, file_) : 0;
+    at_ += static_cast<off_type>(put);
+    if (put < count) failed_ = true;
+    return put;
+  }
+
+  // Writes what is buffered; nothing is written any more once a write has failed.
+  bool flush() {
+    const auto count = static_cast<std::size_t>(pptr() - pbase());
+    if (count == 0) return !failed_;
+    if (failed_) return false;
+    const std::size_t put = writeFile(pbase(), count);
+    setp(nullptr, nullptr);
+    return put == count;
+  }
+
+  std::wstring path_;
+  std::FILE* file_ = nullptr;
+  std::vector<char> buffer_;
+  off_type at_ = 0;
+  bool moved_ = false;  // the file is not where at_ says
+  Access last_ = Access::none;
+  bool failed_ = false;  // a write was refused
+};
+
+qcFileArchive::qcFileArchive(std::unique_ptr<Stream> stream, Direction direction, Ordering ordering, bool seekable,
+                             bool readOnly)
+    : qcArchive(stream.get(), direction, ordering, seekable, readOnly), stream_(std::move(stream)) {}
+
+qcFileArchive::qcFileArchive(const std::wstring& path, Direction direction, Ordering ordering, bool seekable,
+                             bool readOnly)
+    : qcFileArchive(std::make_unique<Stream>(path), direction, ordering, seekable, readOnly) {
+  stream_->open(direction, readOnly);
+  ctorFinished();
+}
+
+qcFileArchive::~qcFileArchive() { dtorStarting(); }
+
+void qcFileArchive::close() {
+  if (!stream_->close()) throw BadBuffer(qc_format::kArchiveSource, qc_format::kSyncLine);
+}

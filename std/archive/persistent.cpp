@@ -1,0 +1,74 @@
+#include "vnxstd/archive/persistent.h"
+
+#include "std/archive/format.h"
+#include "std/archive/index.h"
+#include "std/archive/visited.h"
+#include "vnxstd/archive/archive.h"
+
+qcPersistent::~qcPersistent() {
+  if (held_.load(std::memory_order_relaxed) != 0) qc_ArchiveIndex::forget(this);
+}
+
+void qcPersistent::mutating_() { qc_ArchiveIndex::forgetStored(this); }
+
+void qcPersistent::preLoad() {}
+
+bool qcPersistent::loadLegacy(qcArchive&) { return false; }
+
+void qcPersistent::versionByte(qcArchive& archive, unsigned char& version) { archive || version; }
+
+bool qcPersistent::haveVisited(const void* address, unsigned size, const std::type_info* level) {
+  return qc_Visited::contains(address, size, level);
+}
+
+void qcPersistent::setVisited(const void* address, unsigned size, const std::type_info* level) {
+  qc_Visited::add(address, size, level);
+}
+
+void qcPersistent::dispatchSerialize(qcArchive& archive) {
+  if (haveVisited(this, sizeof(qcPersistent), &typeid(qcPersistent))) return;
+  unsigned char version = 0;
+  archive || version;
+  qcArchive::checkVersion(version, 0, "qcPersistent", 0);
+  setVisited(this, sizeof(qcPersistent), &typeid(qcPersistent));
+}
+
+void qcPersistent::serialize(qcArchive& archive, int flag) {
+  if (archive.isLoading() && flag != 0) preLoad();
+  const qc_Visited::Frame frame;
+  dispatchSerialize(archive);
+}
+
+void qcPersistent::serializeObject(qcArchive& archive, qcPersistent& object) {
+  archive.index_->serializeObject(object);
+}
+
+void qcPersistent::serializePointer(qcArchive& archive, qcPersistent* in, qcPersistent*& out) {
+  void* typed = nullptr;
+  if (archive.isStoring()) {
+    archive.index_->storePointer(in);
+  } else {
+    out = archive.index_->loadPointer(nullptr, typed);
+  }
+}
+
+void* qf_SerializeTypedPointer(qcArchive& archive, qcPersistent* in, qc_PointerCast cast) {
+  void* typed = nullptr;
+  if (archive.isStoring()) {
+    archive.index_->storePointer(in);
+  } else {
+    archive.index_->loadPointer(cast, typed);
+  }
+  return typed;
+}
+
+qcArchive& operator||(qcArchive& archive, qcPersistent& object) {
+  qcPersistent::serializeObject(archive, object);
+  return archive;
+}
+
+qcArchive& operator>>(qcArchive& archive, qcPersistent& object) { return archive || object; }
+
+qcArchive& operator<<(qcArchive& archive, const qcPersistent& object) {
+  return archive || const_cast<qcPersistent&>(object);
+}

@@ -1,0 +1,113 @@
+// Texts in archives.
+#include <array>
+#include <bit>
+
+#include "std/archive/areas.h"
+#include "std/archive/byteswap.h"
+#include "std/archive/format.h"
+#include "vnxstd/archive/archive.h"
+#include "vnxstd/archive/text.h"
+
+using namespace qc_format;
+
+namespace {
+
+void assign(std::string& text, std::string&& narrow) { text = std::move(narrow); }
+void assign(std::wstring& text, std::string&& narrow) { text = qf_Widen(narrow); }
+void assign(std::u32string& text, std::string&& narrow) { text = qf_Utf32FromNarrow(narrow); }
+void assign(std::string& text, std::u16string_view wide) { text = qf_NarrowFromUtf16(wide); }
+void assign(std::wstring& text, std::u16string_view wide) { text = qf_WideFromUtf16(wide); }
+void assign(std::u32string& text, std::u16string_view wide) { text = qf_Utf32FromUtf16(wide); }
+
+}  // namespace
+
+std::size_t qcArchive::readPrefix() {
+  unsigned char first = 0, second = 0;
+  *this || first;
+  if (first < kLongPrefix) return first;
+  *this || second;
+  return (static_cast<std::size_t>(first & ~kLongPrefix) << 8) | second;
+}
+
+void qcArchive::writePrefix(std::size_t length) {
+  if (length > kLongestText) throw BadContent(kArchiveSource, kTextTooLongLine);
+  unsigned char bytes[2] = {static_cast<unsigned char>(length), 0};
+  std::size_t count = 1;
+  if (length >= kLongPrefix) {
+    bytes[0] = static_cast<unsigned char>((length >> 8) | kLongPrefix);
+    bytes[1] = static_cast<unsigned char>(length);
+    count = 2;
+  }
+  writeBytes(bytes, count, kWriteTextLine);
+}
+
+template <class Text>
+void qcArchive::readText(Text& text) {
+  // The length has 15 bits, so that a text that never arrives costs no more than 64 KiB.
+  const std::size_t length = readPrefix();
+  const auto readPayload = [this](void* data, std::size_t size) {
+    if (qc_Areas::read(*buffer_, data, size) != size) throw BadBuffer(kArchiveSource, kTextPayloadLine);
+  };
+  std::array<unsigned char, 2> mark{}, closing{};
+  *this || mark[0];
+  if (mark[0] == kQuote) {
+    std::string narrow(length, '\0');
+    readPayload(narrow.data(), length);
+    *this || closing[0];
+    if (closing[0] != kQuote) throw BadType(kArchiveSource, kTextCloseLine);
+    return assign(text, std::move(narrow));
+  }
+  *this || mark[1];
+  if (mark != kLittleMark && mark != kBigMark) throw BadType(kArchiveSource, kTextMarkLine);
+  std::u16string wide(length, u'\0');
+  readPayload(wide.data(), length * sizeof(char16_t));
+  if ((mark == kLittleMark) != (std::endian::native == std::endian::little)) {
+    for (char16_t& unit : wide) unit = static_cast<char16_t>((unit << 8) | (unit >> 8));
+  }
+  readPayload(closing.data(), closing.size());
+  if (closing != mark) throw BadType(kArchiveSource, kTextCloseLine);
+  assign(text, wide);
+}
+
+void qcArchive::writeWideText(std::u16string_view text) {
+  writePrefix(text.size());
+  writeBytes(kLittleMark.data(), kLittleMark.size(), kWriteTextLine);
+  if constexpr (std::endian::native == std::endian::little) {
+    writeBytes(text.data(), text.size() * sizeof(char16_t), kWriteTextLine);
+  } else {
+    std::u16string swapped(text.size(), u'\0');
+    qf_CopySwapped(swapped.data(), text.data(), text.size(), sizeof(char16_t));
+    writeBytes(swapped.data(), swapped.size() * sizeof(char16_t), kWriteTextLine);
+  }
+  writeBytes(kLittleMark.data(), kLittleMark.size(), kWriteTextLine);
+}
+
+qcArchive& qcArchive::operator||(std::string& value) {
+  if (isLoading()) {
+    readText(value);
+  } else {
+    writePrefix(value.size());
+    writeBytes(&kQuote, 1, kWriteTextLine);
+    writeBytes(value.data(), value.size(), kWriteTextLine);
+    writeBytes(&kQuote, 1, kWriteTextLine);
+  }
+  return *this;
+}
+
+qcArchive& qcArchive::operator||(std::wstring& value) {
+  if (isLoading()) {
+    readText(value);
+  } else {
+    writeWideText(qf_Utf16FromWide(value));
+  }
+  return *this;
+}
+
+qcArchive& qcArchive::operator||(std::u32string& value) {
+  if (isLoading()) {
+    readText(value);
+  } else {
+    writeWideText(qf_Utf16FromUtf32(value));
+  }
+  return *this;
+}
