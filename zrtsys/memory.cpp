@@ -24,12 +24,34 @@ bool hasEqualBytes(const unsigned char* unit, std::uint32_t unitBytes) {
   return true;
 }
 
+#if defined(__x86_64__)
+// The processor's string store does not read the lines that it overwrites. From 2 MiB on a loop of stores takes 1.3
+// times as long (bench_pelbuf --filter=set), and from 1 KiB on it is no faster. At addresses that are not multiples of
+// 8 it is slow.
+constexpr std::size_t kLongFill = 1024;
+
+void storeWords(unsigned char* to, std::size_t count, std::uint64_t word) {
+  asm volatile("rep stosq" : "+D"(to), "+c"(count) : "a"(word) : "memory");
+}
+#endif
+
 // The destination may lie at any address, so that units are moved by their bytes; the compiler makes vectors of it.
 template <class Unit>
 void repeat(unsigned char* to, std::size_t count, const void* unit) {
   Unit value;
   std::memcpy(&value, unit, sizeof value);
-  for (std::size_t i = 0; i < count; ++i) std::memcpy(to + i * sizeof value, &value, sizeof value);
+  std::size_t i = 0;
+#if defined(__x86_64__)
+  const auto address = reinterpret_cast<std::uintptr_t>(to);
+  if (count * sizeof value >= kLongFill && address % sizeof value == 0) {
+    for (; (address + i * sizeof value) % 8 != 0; ++i) std::memcpy(to + i * sizeof value, &value, sizeof value);
+    constexpr std::uint64_t ones = ~std::uint64_t{0} / std::numeric_limits<Unit>::max();  // 1 in every unit of a word
+    const std::size_t words = (count - i) * sizeof value / 8;
+    storeWords(to + i * sizeof value, words, ones * value);
+    i += words * 8 / sizeof value;
+  }
+#endif
+  for (; i < count; ++i) std::memcpy(to + i * sizeof value, &value, sizeof value);
 }
 
 }  // namespace
