@@ -6,6 +6,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "std/archive/byteswap.h"
 #include "vnxstd/archive/archive.h"
 
 namespace {
@@ -26,12 +27,6 @@ qcArchive& serializeVector(qcArchive& archive, qcVector<N>& v) {
   return archive;
 }
 
-std::uint64_t reversed(std::uint64_t word) {
-  std::uint64_t result = 0;
-  for (int i = 0; i < 8; ++i) result |= ((word >> (8 * i)) & 0xFF) << (56 - 8 * i);
-  return result;
-}
-
 // The archived form of a vector, without padding: the version byte and the elements.
 template <int N>
 struct Record {
@@ -50,7 +45,7 @@ struct Record {
     std::uint64_t words[N];
     std::memcpy(words, from, sizeof words);
     if (swap) {
-      for (std::uint64_t& word : words) word = reversed(word);
+      for (std::uint64_t& word : words) qf_Reverse(word);
     }
     std::memcpy(to, words, sizeof words);
   }

@@ -17,9 +17,11 @@ class VNXSTD_EXPORT qcPair {
 
   constexpr qcPair() = default;
   constexpr qcPair(T x, T y) : x_(x), y_(y) {}
-  /// Converts element by element, as static_cast does; a floating value must fit an integral T.
+  /// Converts element by element, as static_cast does. Floating values do not convert to integers: say how to round,
+  /// for instance by qfIFloor.
   template <class U>
-  constexpr explicit qcPair(const qcPair<U>& other) : x_(static_cast<T>(other.x())), y_(static_cast<T>(other.y())) {}
+  requires(std::is_floating_point_v<T> || std::is_integral_v<U>) constexpr explicit qcPair(const qcPair<U>& other)
+      : x_(static_cast<T>(other.x())), y_(static_cast<T>(other.y())) {}
 
   constexpr T x() const { return x_; }
   constexpr T y() const { return y_; }

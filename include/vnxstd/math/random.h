@@ -32,7 +32,9 @@ VNXSTD_EXPORT double qsRandomUniformNext(qsRandomUniform& state, double low, dou
 /// cryptography: numbers have a granularity of about 3e-11, and the sequence repeats.
 class VNXSTD_EXPORT qcRandomUniform {
  public:
-  explicit qcRandomUniform(std::int32_t seed = 1) { reseed(seed); }
+  /// The generator of the seed 1, and of any other.
+  qcRandomUniform() : qcRandomUniform(1) {}
+  explicit qcRandomUniform(std::int32_t seed) { reseed(seed); }
 
   void reseed(std::int32_t seed) { qsRandomUniformInit(state_, seed); }
   /// As qsRandomUniformNext.
@@ -58,7 +60,9 @@ class VNXSTD_EXPORT qcRandomUniform {
 /// standard deviations from the mean. For one thread at a time.
 class VNXSTD_EXPORT qcRandomGaussian {
  public:
-  explicit qcRandomGaussian(std::int32_t seed = 1) : uniform_(seed) {}
+  /// The generator of the seed 1, and of any other.
+  qcRandomGaussian() = default;
+  explicit qcRandomGaussian(std::int32_t seed) : uniform_(seed) {}
 
   void reseed(std::int32_t seed) { uniform_.reseed(seed); }
   /// A number of the given standard deviation (first) and mean (second): draws 100 numbers, uniform in [0, 1), of
