@@ -1,0 +1,334 @@
+// Bitmaps: every depth, header and order of rows against a pel-by-pel reference, the bytes that are written, and what
+// corrupt files do.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "support/allocations.h"
+#include "vnxstd/dib/dib.h"
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+void put(Bytes& bytes, std::uint64_t value, int count) {
+  for (int i = 0; i < count; ++i) bytes.push_back(static_cast<unsigned char>(value >> (8 * i)));
+}
+
+struct Layout {
+  unsigned header, bits;
+  bool topDown, fields;
+  unsigned used;  // colours used
+  int width, height;
+};
+
+struct Reference {
+  Bytes file;
+  std::vector<std::array<unsigned, 4>> pels;  // red, green, blue, alpha; the right way up
+};
+
+// A bitmap of random content, built byte by byte, with its pels decoded by the definition of the format.
+Reference randomBitmap(const Layout& l, std::mt19937& random) {
+  Reference made;
+  const unsigned full = l.bits <= 8 ? 1U << l.bits : 0, present = l.used == 0 ? full : l.used;
+  const unsigned rowBytes = (static_cast<unsigned>(l.width) * l.bits + 31) / 32 * 4;
+  const std::uint32_t masks16[4] = {0xF800, 0x07E0, 0x001F, 0}, masks32[4] = {0x3FF00000, 0x000FFC00, 0x3F0, 0xF};
+  const std::uint32_t* masks = l.bits == 16 ? masks16 : masks32;
+  const unsigned behind = l.fields && l.header == 40 ? 12 : 0;
+  Bytes& f = made.file;
+  f = {'B', 'M'};
+  const unsigned offset = 14 + l.header + behind + 4 * present + 6;  // a gap before the rows
+  put(f, 0, 8);
+  put(f, offset, 4);
+  put(f, l.header, 4);
+  put(f, static_cast<std::uint32_t>(l.width), 4);
+  put(f, static_cast<std::uint32_t>(l.topDown ? -l.height : l.height), 4);
+  put(f, 1, 2);
+  put(f, l.bits, 2);
+  put(f, l.fields ? 3 : 0, 4);
+  put(f, 0, 4);
+  put(f, 2835, 4);
+  put(f, 1417, 4);
+  put(f, l.used, 4);
+  put(f, 0, 4);
+  if (l.header > 40 || behind)
+    for (int c = 0; c < (l.header >= 56 ? 4 : 3); ++c) put(f, l.fields ? masks[c] : 0, 4);
+  f.resize(14 + l.header + behind, 0xEE);
+  std::vector<std::array<unsigned, 4>> table(256, {0, 0, 0, 255});
+  for (unsigned i = 0; i < present; ++i) {
+    const std::uint32_t entry = static_cast<std::uint32_t>(random());
+    put(f, entry, 4);
+    if (i < full) table[i] = {entry >> 16 & 255, entry >> 8 & 255, entry & 255, 255};
+  }
+  f.resize(offset, 0xDD);
+  std::vector<std::vector<std::array<unsigned, 4>>> rows;
+  for (int y = 0; y < l.height; ++y) {
+    Bytes row(rowBytes);
+    for (auto& byte : row) byte = static_cast<unsigned char>(random());
+    f.insert(f.end(), row.begin(), row.end());
+    auto& pels = rows.emplace_back();
+    for (unsigned x = 0; x < static_cast<unsigned>(l.width); ++x) {
+      std::uint32_t v = 0;
+      for (unsigned bit = 0; bit < l.bits && l.bits <= 8; ++bit)
+        v = v << 1 | (row[(x * l.bits + bit) / 8] >> (7 - (x * l.bits + bit) % 8) & 1);
+      for (unsigned i = 0; i < l.bits / 8 && l.bits > 8; ++i)
+        v |= static_cast<std::uint32_t>(row[x * l.bits / 8 + i]) << (8 * i);
+      if (l.bits <= 8)
+        pels.push_back(table[v]);
+      else if (l.bits == 16 && l.fields)
+        pels.push_back({v >> 11 << 3, (v >> 5 & 63) << 2, (v & 31) << 3, 255});
+      else if (l.bits == 16)
+        pels.push_back({(v >> 10 & 31) << 3, (v >> 5 & 31) << 3, (v & 31) << 3, 255});
+      else if (l.bits == 32 && l.fields)
+        pels.push_back({v >> 22 & 255, v >> 12 & 255, (v >> 4 & 63) << 2, l.header >= 56 ? (v & 15) << 4 : 255});
+      else
+        pels.push_back({v >> 16 & 255, v >> 8 & 255, v & 255, l.bits == 32 ? v >> 24 : 255});
+    }
+  }
+  if (!l.topDown) std::reverse(rows.begin(), rows.end());
+  for (const auto& row : rows) made.pels.insert(made.pels.end(), row.begin(), row.end());
+  return made;
+}
+
+void expectPels(const qcDIB& dib, const Reference& expected) {
+  const qcPelBuffer<unsigned char> grey = dib.pelBuffer();
+  qcPelBuffer<qcPackedRGB16Pel> packed16;
+  qcPelBuffer<qcPackedRGB32Pel> packed32;
+  dib.pelBuffer(packed16);
+  dib.pelBuffer(packed32);
+  ASSERT_EQ(static_cast<std::size_t>(grey.width() * grey.height()), expected.pels.size());
+  for (std::size_t i = 0; i < expected.pels.size(); ++i) {
+    const auto [r, g, b, a] = expected.pels[i];
+    const long x = static_cast<long>(i) % grey.width() + dib.xOffset(),
+               y = static_cast<long>(i) / grey.width() + dib.yOffset();
+    ASSERT_EQ(grey.get(x, y), std::lround((299.0 * r + 587.0 * g + 114.0 * b) / 1000)) << i;
+    ASSERT_EQ(packed16.get(x, y).word(), (r >> 3) << 11 | (g >> 2) << 5 | b >> 3) << i;
+    ASSERT_EQ(packed32.get(x, y).word(), a << 24 | r << 16 | g << 8 | b) << i;
+  }
+}
+
+std::vector<Layout> layouts() {
+  std::vector<Layout> all;
+  for (const unsigned header : {40U, 52U, 56U, 108U, 124U})
+    for (const unsigned bits : {1U, 4U, 8U, 16U, 24U, 32U})
+      for (const bool topDown : {false, true})
+        for (const bool fields : {false, true})
+          if (!fields || bits == 16 || bits == 32)
+            for (const unsigned used : {0U, bits == 1 ? 2U : 5U, 300U})
+              all.push_back({header, bits, topDown, fields, used, bits == 1 ? 33 : 9, 3});
+  return all;
+}
+
+TEST(Bitmaps, EveryLayoutAgainstTheReference) {
+  std::mt19937 random(7);
+  const std::filesystem::path path = std::filesystem::temp_directory_path() / "vnxstd_test_layout.bmp";
+  for (const Layout& l : layouts()) {
+    SCOPED_TRACE(testing::Message() << "header " << l.header << " bits " << l.bits << " topDown " << l.topDown
+                                    << " fields " << l.fields << " used " << l.used);
+    Reference bitmap = randomBitmap(l, random);
+    put(bitmap.file, 0x1234567812345678, 8);  // no trailer
+    put(bitmap.file, 99, 20);
+    qcDIB dib;
+    dib.init(bitmap.file.data(), bitmap.file.size(), true);
+    EXPECT_EQ(dib.isTopDown(), l.topDown);
+    EXPECT_EQ(dib.depth() | dib.xOffset() | dib.yOffset(), 0);
+    expectPels(dib, bitmap);
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bitmap.file.data()), static_cast<std::streamsize>(bitmap.file.size()));
+    const qcPelBuffer<unsigned char> direct = qcDIB::readPelBuffer(path.wstring()), viaDib = dib.pelBuffer();
+    for (long y = 0; y < l.height; ++y)
+      for (long x = 0; x < l.width; ++x) ASSERT_EQ(direct.get(x, y), viaDib.get(x, y));
+  }
+  std::filesystem::remove(path);
+}
+
+template <class T>
+qcPelBuffer<T> randomBuffer(long width, long height, std::mt19937& random) {
+  qcPelBuffer<T> buffer(qcPelRect(-7, 1000, width, height));
+  for (long y = 0; y < height; ++y)
+    for (long x = 0; x < width; ++x) {
+      const auto v = static_cast<std::uint32_t>(random());
+      const auto byte = [v](int i) { return static_cast<unsigned char>(v >> (8 * i)); };
+      if constexpr (std::is_same_v<T, unsigned char>)
+        buffer.put(x - 7, y + 1000, byte(0));
+      else if constexpr (std::is_same_v<T, qcPackedRGB16Pel>)
+        buffer.put(x - 7, y + 1000, T(byte(0), byte(1), byte(2)));
+      else
+        buffer.put(x - 7, y + 1000, T(byte(0), byte(1), byte(2), byte(3)));
+    }
+  return buffer;
+}
+
+template <class T>
+void roundTrip(int bits) {
+  std::mt19937 random(11);
+  for (long width = 1; width < 9; ++width) {
+    qcPelBuffer<T> buffer = randomBuffer<T>(width + 2, 5, random);
+    buffer.window(-6, 1001, width, 3, false);
+    qcDIB dib, again;
+    dib.depth(-3);
+    dib.init(buffer);
+    EXPECT_EQ(dib.bitCount(), bits);
+    std::stringstream stream;
+    dib.write(stream);
+    again.init(stream);
+    EXPECT_EQ(again.depth(), -3);
+    EXPECT_EQ(again.xOffset(), -6);
+    EXPECT_EQ(again.yOffset(), 1001);
+    Bytes clipboard(dib.clipboardDibSize());
+    again.renderClipboardDib(clipboard.data());
+    EXPECT_EQ(stream.str().substr(14), std::string(clipboard.begin(), clipboard.end()));
+    again.init(clipboard.data(), clipboard.size(), false);
+    qcPelBuffer<T> result;
+    if constexpr (std::is_same_v<T, unsigned char>)
+      result = again.pelBuffer();
+    else
+      again.pelBuffer(result);
+    for (long y = 1001; y < 1004; ++y)
+      for (long x = -6; x < width - 6; ++x) ASSERT_EQ(result.get(x, y), buffer.get(x, y)) << x << ' ' << y;
+  }
+}
+
+TEST(Bitmaps, BuffersComeBackFromFileAndClipboard) {
+  roundTrip<unsigned char>(8);
+  roundTrip<qcPackedRGB16Pel>(24);
+  roundTrip<qcPackedRGB32Pel>(32);
+}
+
+TEST(Bitmaps, WrittenBytes) {
+  qcPelBuffer<qcPackedRGB32Pel> buffer(1, 2);
+  buffer.put(0, 0, qcPackedRGB32Pel(1, 2, 3, 4));
+  buffer.put(0, 1, qcPackedRGB32Pel(5, 6, 7, 8));
+  qcDIB dib;
+  dib.init(buffer);
+  dib.xOffset(-2);
+  std::ostringstream stream;
+  dib.write(stream);
+  const Bytes expected = {'B',  'M',  82,   0, 0, 0, 0, 0,  0, 0, 54, 0,    0,    0,    40,   0, 0, 0, 1, 0, 0,
+                          0,    2,    0,    0, 0, 1, 0, 32, 0, 0, 0,  0,    0,    8,    0,    0, 0, 0, 0, 0, 0,
+                          0,    0,    0,    0, 0, 0, 0, 0,  0, 0, 0,  0,    7,    6,    5,    8, 3, 2, 1, 4, 0xF2,
+                          0x73, 0xAD, 0x11, 0, 0, 0, 0, 0,  0, 0, 0,  0xFE, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0};
+  EXPECT_EQ(stream.str(), std::string(expected.begin(), expected.end()));
+  // Read top-down, written as stored: the rows keep their order and the height turns positive.
+  Bytes topDown = expected;
+  for (int i = 22; i < 26; ++i) topDown[static_cast<std::size_t>(i)] = static_cast<unsigned char>(-2 >> (8 * (i - 22)));
+  dib.init(topDown.data(), topDown.size(), true);
+  EXPECT_EQ(dib.pelBuffer().get(-2, 0), dib.pelBuffer().get(-2, 0));
+  std::ostringstream again;
+  dib.write(again);
+  EXPECT_EQ(again.str(), stream.str());
+}
+
+TEST(Bitmaps, RowBytes) {
+  const struct {
+    int width;
+    unsigned bits;
+    long rowBytes;
+  } cases[] = {{33, 1, 8}, {9, 4, 8}, {5, 24, 16}, {4, 8, 4}, {1, 16, 4}, {32, 1, 4}};
+  std::mt19937 random(3);
+  for (const auto& c : cases) {
+    const Reference bitmap = randomBitmap({40, c.bits, false, false, 0, c.width, 1}, random);
+    qcDIB dib;
+    dib.init(bitmap.file.data(), bitmap.file.size(), true);
+    EXPECT_EQ(dib.rowBytes(), c.rowBytes);
+  }
+  EXPECT_EQ(qcDIB::pixels2Bytes(9), 2U);
+  EXPECT_EQ(qcDIB::pixels2Bytes(~0UL), ~0UL / 8 + 1);
+}
+
+// The error's class and text for one damaged file; the bitmap read before it must survive.
+std::wstring failureOf(qcDIB& dib, const Bytes& file) {
+  try {
+    dib.init(file.data(), file.size(), true);
+  } catch (const qcDIB::Errors& error) {
+    return error.message(true);
+  }
+  return L"read";
+}
+
+TEST(Bitmaps, DamagedHeadersAreRefused) {
+  std::mt19937 random(5);
+  const Bytes good = randomBitmap({40, 8, false, false, 0, 4, 4}, random).file;
+  qcDIB dib;
+  ASSERT_EQ(failureOf(dib, good), L"read");
+  const unsigned char* before = dib.pixels();
+  const struct {
+    std::size_t at;
+    int bytes;
+    std::uint64_t value;
+    const wchar_t* expected;
+  } cases[] = {
+      {0, 1, 'b', L"qcDIB::BadFormat: Bad File Type"},
+      {14, 4, 12, L"qcDIB::BadFormat: OS/2 Presentation Manager format unsupported"},
+      {14, 4, 64, L"qcDIB::BadFormat: Unsupported header size"},
+      {18, 4, 0, L"qcDIB::BadFormat: Bad image size"},
+      {18, 4, 0xFFFFFFFF, L"qcDIB::BadFormat: Bad image size"},
+      {22, 4, 0, L"qcDIB::BadFormat: Bad image size"},
+      {22, 4, 0x80000000, L"qcDIB::BadFormat: Bad image size"},
+      {18, 8, 0x7FFFFFFF7FFFFFFF, L"qcDIB::BadFormat: Bad image size"},
+      {18, 8, 0x0000FFFF0000FFFC, L"qcDIB::ReadError: Read pixel data failed"},
+      {28, 2, 2, L"qcDIB::BadFormat: Unsupported bit count"},
+      {30, 4, 1, L"qcDIB::BadFormat: Unsupported compression format"},
+      {30, 4, 3, L"qcDIB::BadFormat: Unsupported compression format"},
+      {10, 4, 0xFFFFFFFF, L"qcDIB::ReadError: Read pixel data failed"},
+      {22, 4, 5, L"qcDIB::ReadError: Read pixel data failed"},
+  };
+  for (const auto& c : cases) {
+    Bytes bad = good;
+    for (int i = 0; i < c.bytes; ++i)
+      bad[c.at + static_cast<std::size_t>(i)] = static_cast<unsigned char>(c.value >> (8 * i));
+    EXPECT_EQ(failureOf(dib, bad), c.expected) << c.at;
+    EXPECT_EQ(dib.pixels(), before);
+  }
+  for (std::size_t size = 0; size < good.size(); ++size)
+    EXPECT_EQ(failureOf(dib, Bytes(good.begin(), good.begin() + static_cast<long>(size))),
+              L"qcDIB::ReadError: Read pixel data failed")
+        << size;
+}
+
+TEST(Bitmaps, RandomDamageNeverTakesMuchMemory) {
+  std::mt19937 random(17);
+  const std::vector<Layout> all = layouts();
+  int read = 0;
+  for (int round = 0; round < 20000; ++round) {
+    Bytes file = randomBitmap(all[random() % all.size()], random).file;
+    for (unsigned hits = random() % 4 + 1; hits > 0; --hits)
+      file[random() % std::min<std::size_t>(file.size(), 70)] = static_cast<unsigned char>(random());
+    qcDIB dib;
+    PeakAllocation peak;
+    read += failureOf(dib, file) == L"read";
+    ASSERT_LT(peak.bytes(), 4 * file.size() + (1U << 16));
+  }
+  EXPECT_GT(read, 1000);
+}
+
+TEST(Bitmaps, FailingMedia) {
+  qcDIB dib;
+  std::ostringstream stream;
+  EXPECT_THROW(dib.write(stream), qcDIB::NoDibData);
+  EXPECT_THROW(static_cast<void>(dib.clipboardDibSize()), qcDIB::NoDibData);
+  EXPECT_THROW(dib.pelBuffer(), qcDIB::NoDibData);
+  EXPECT_THROW(dib.init(qcPelBuffer<unsigned char>()), qcPel::UnboundWindow);
+  const std::filesystem::path path = std::filesystem::temp_directory_path() / "vnxstd_test_keep.bmp";
+  std::ofstream(path) << "keep";
+  EXPECT_THROW(dib.write(path.wstring()), qcDIB::NoDibData);
+  EXPECT_EQ(std::filesystem::file_size(path), 4U);
+  EXPECT_THROW(dib.init(path.wstring()), qcDIB::BadFormat);
+  std::filesystem::remove(path);
+  EXPECT_THROW(dib.init(path.wstring()), qcDIB::ReadError);
+  EXPECT_THROW(dib.init(std::filesystem::temp_directory_path().wstring()), qcDIB::ReadError);
+  dib.init(qcPelBuffer<unsigned char>(3000, 30));
+  EXPECT_THROW(dib.write(L"/nowhere/at/all.bmp"), qcDIB::WriteError);
+  if (std::filesystem::exists("/dev/full")) {
+    EXPECT_THROW(dib.write(L"/dev/full"), qcDIB::WriteError);
+  }
+  stream.setstate(std::ios::badbit);
+  EXPECT_THROW(dib.write(stream), qcDIB::WriteError);
+}
+
+}  // namespace
