@@ -58,18 +58,18 @@ std::int32_t as32(long value) {
 }
 
 // The stored form of rows that buffers hold.
-void storeRow(const unsigned char* pels, unsigned char* row, int width) {
+void storeRow(const unsigned char* pels, unsigned char* row, std::ptrdiff_t width) {
   std::memcpy(row, pels, static_cast<std::size_t>(width));
 }
-void storeRow(const qcPackedRGB16Pel* pels, unsigned char* row, int width) {
-  for (int x = 0; x < width; ++x) {
+void storeRow(const qcPackedRGB16Pel* pels, unsigned char* row, std::ptrdiff_t width) {
+  for (std::ptrdiff_t x = 0; x < width; ++x) {
     row[3 * x] = pels[x].b();
     row[3 * x + 1] = pels[x].g();
     row[3 * x + 2] = pels[x].r();
   }
 }
-void storeRow(const qcPackedRGB32Pel* pels, unsigned char* row, int width) {
-  for (int x = 0; x < width; ++x) {
+void storeRow(const qcPackedRGB32Pel* pels, unsigned char* row, std::ptrdiff_t width) {
+  for (std::ptrdiff_t x = 0; x < width; ++x) {
     row[4 * x] = pels[x].b();
     row[4 * x + 1] = pels[x].g();
     row[4 * x + 2] = pels[x].r();

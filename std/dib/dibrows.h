@@ -42,7 +42,7 @@ class qc_DIBRows {
   template <class T, class Use>
   void with(Use use) const {
     using Pel = qcStoredPel<T>;
-    const int width = format_.width;
+    const std::ptrdiff_t width = format_.width;
     if (format_.bitCount <= 8) {
       const std::array<Pel, 256> table = colours<T>();
       const unsigned bits = format_.bitCount;
@@ -56,7 +56,7 @@ class qc_DIBRows {
       }
       if (bits == 8) {
         use([&table, width](const unsigned char* row, Pel* pels) {
-          for (int x = 0; x < width; ++x) pels[x] = table[row[x]];
+          for (std::ptrdiff_t x = 0; x < width; ++x) pels[x] = table[row[x]];
         });
         return;
       }
@@ -64,31 +64,32 @@ class qc_DIBRows {
       const int perByte = static_cast<int>(8 / bits);
       const unsigned mask = (1U << bits) - 1;
       use([&table, width, bits, perByte, mask](const unsigned char* row, Pel* pels) {
-        for (int x = 0; x < width; ++x)
+        for (std::ptrdiff_t x = 0; x < width; ++x)
           pels[x] = table[row[x / perByte] >> (8 - bits * static_cast<unsigned>(x % perByte + 1)) & mask];
       });
       return;
     }
     if (format_.bitCount == 24) {
       use([width](const unsigned char* row, Pel* pels) {
-        for (int x = 0; x < width; ++x) pels[x] = pel<T>(row[3 * x + 2], row[3 * x + 1], row[3 * x], 255);
+        for (std::ptrdiff_t x = 0; x < width; ++x) pels[x] = pel<T>(row[3 * x + 2], row[3 * x + 1], row[3 * x], 255);
       });
       return;
     }
     if (format_.bitCount == 16) {
       use([this, width](const unsigned char* row, Pel* pels) {
-        for (int x = 0; x < width; ++x) pels[x] = fields<T>(dib::get16(row + 2 * x));
+        for (std::ptrdiff_t x = 0; x < width; ++x) pels[x] = fields<T>(dib::get16(row + 2 * x));
       });
       return;
     }
     if (isPlain32()) {
       use([width](const unsigned char* row, Pel* pels) {
-        for (int x = 0; x < width; ++x) pels[x] = pel<T>(row[4 * x + 2], row[4 * x + 1], row[4 * x], row[4 * x + 3]);
+        for (std::ptrdiff_t x = 0; x < width; ++x)
+          pels[x] = pel<T>(row[4 * x + 2], row[4 * x + 1], row[4 * x], row[4 * x + 3]);
       });
       return;
     }
     use([this, width](const unsigned char* row, Pel* pels) {
-      for (int x = 0; x < width; ++x) pels[x] = fields<T>(dib::get32(row + 4 * x));
+      for (std::ptrdiff_t x = 0; x < width; ++x) pels[x] = fields<T>(dib::get32(row + 4 * x));
     });
   }
 

@@ -272,7 +272,7 @@ template <class T>
 qcPtrHandle<qcPelRoot<T>> qcPelRoot<T>::copy(const qcPelRect& rectangle, bool clip) const {
   if (!clip) checkInside(rectangle);
   const qcPelRect part = rect().overlaps(rectangle) ? qcPelRect(rect() & rectangle) : qcPelRect();
-  const qcPtrHandle<qcPelRoot> result(new qcPelRoot(part.width(), part.height(), alignModulus()));
+  qcPtrHandle<qcPelRoot> result(new qcPelRoot(part.width(), part.height(), alignModulus()));
   copy(part, *result, {0, 0}, false);
   return result;
 }
@@ -361,7 +361,7 @@ void qcPelRoot<qc3PlanePel>::copy(const qcPelRect& rectangle, qcPelRoot& to, con
 qcPtrHandle<qcPelRoot<qc3PlanePel>> qcPelRoot<qc3PlanePel>::copy(const qcPelRect& rectangle, bool clip) const {
   if (!clip) checkInside(rectangle);
   const qcPelRect part = rect().overlaps(rectangle) ? qcPelRect(rect() & rectangle) : qcPelRect();
-  const qcPtrHandle<qcPelRoot> result(new qcPelRoot(part.width(), part.height(), alignModulus()));
+  qcPtrHandle<qcPelRoot> result(new qcPelRoot(part.width(), part.height(), alignModulus()));
   copy(part, *result, {0, 0}, false);
   return result;
 }

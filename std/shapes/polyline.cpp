@@ -65,7 +65,8 @@ void qcPolyline::insertVertex(long index, const qcVector<2>& p) {
 void qcPolyline::insertVertices(long index, const std::vector<qcVector<2>>& points) {
   checkIndex(index, numVertices() + 1);
   mutating();
-  const std::vector<qcVector<2>> copy = points;  // they may be our own
+  // They may be our own. NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
+  const std::vector<qcVector<2>> copy = points;
   vertices_.insert(vertices_.begin() + index, copy.begin(), copy.end());
 }
 

@@ -70,7 +70,7 @@ class qc_HandleBase {
   }
   qc_HandleBase(const qc_HandleBase& other) noexcept : qc_HandleBase(other.rep_) {}
   qc_HandleBase(qc_HandleBase&& other) noexcept : rep_(std::exchange(other.rep_, nullptr)) {}
-  qc_HandleBase& operator=(const qc_HandleBase& other) noexcept {
+  qc_HandleBase& operator=(const qc_HandleBase& other) noexcept {  // NOLINT(bugprone-unhandled-self-assignment)
     qc_HandleBase(other).swap(*this);
     return *this;
   }
