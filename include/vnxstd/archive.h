@@ -8,5 +8,6 @@
 #include "vnxstd/archive/persistent.h"
 #include "vnxstd/archive/pool.h"
 #include "vnxstd/archive/registry.h"
+#include "vnxstd/archive/spinlock.h"
 #include "vnxstd/archive/text.h"
 #include "vnxstd/archive/widths.h"
