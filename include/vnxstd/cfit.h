@@ -1,0 +1,8 @@
+// Least-squares fits: lines and circles through points, transforms that carry points onto points or lines.
+#pragma once
+
+#include "vnxstd/cfit/circlefit.h"
+#include "vnxstd/cfit/linefit.h"
+#include "vnxstd/cfit/pointfit.h"
+#include "vnxstd/cfit/pointlinefit.h"
+#include "vnxstd/cfit/sums.h"
