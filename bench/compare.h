@@ -19,6 +19,7 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <fstream>
 #include <string>
 #include <string_view>
@@ -111,12 +112,21 @@ class Session {
 
   bool wanted(const std::string& name) const { return valid_ && name.find(filter_) != std::string::npos; }
 
+  static double now() {
+#if defined(CLOCK_THREAD_CPUTIME_ID)
+    std::timespec time;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+#else
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+#endif
+  }
+
   template <class Body>
   static double seconds(Body& body, long count) {
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point start = Clock::now();
+    const double start = now();
     for (long i = 0; i < count; ++i) body();
-    return std::chrono::duration<double>(Clock::now() - start).count();
+    return now() - start;
   }
 
   template <class Body>
