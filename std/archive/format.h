@@ -72,6 +72,7 @@ constexpr int kRecordVersionLine = 1850;
 constexpr int kRecordIdentifierLine = 1860;
 constexpr int kIdentifiersUsedUpLine = 1880;
 constexpr int kRecordSizeLine = 1890;
+constexpr int kRecordOverlapLine = 1900;
 constexpr int kHandleClassLine = 1960;
 constexpr int kUnknownNameLine = 1970;
 constexpr int kNotInArchiveLine = 1980;

@@ -17,6 +17,14 @@ std::atomic<int> qcRepBase::undoing_{0};
 
 qcRepBase::~qcRepBase() = default;
 
+bool qcRepBase::refIncIfOwned(const qcRepBase* rep) noexcept {
+  std::int32_t count = rep->count_.load(std::memory_order_relaxed);
+  while (count > 0) {
+    if (rep->count_.compare_exchange_weak(count, count + 1, std::memory_order_relaxed)) return true;
+  }
+  return false;
+}
+
 bool qcRepBase::isGoneSlow(const qcRepBase* rep) noexcept { return qc_LoadUndo::isGone(rep); }
 
 qc_LoadUndo::qc_LoadUndo(std::span<qc_LoadedObject::Count> counts) noexcept : counts_(counts), outer_(current) {

@@ -98,7 +98,22 @@ class qc_ArchiveIndex::LoadGuard {
   bool succeeded_ = false;
 };
 
-qc_ArchiveIndex::qc_ArchiveIndex(qcArchive& archive) : archive_(archive) {}
+// Gives back a count that was taken for a handle, unless the handle gets it.
+class qc_ArchiveIndex::CountGuard {
+ public:
+  explicit CountGuard(const Given& given) noexcept : given_(given) {}
+  ~CountGuard() {
+    if (given_.rep && qcRepBase::refDec(given_.rep) == 0) delete given_.object;
+  }
+  CountGuard(const CountGuard&) = delete;
+  CountGuard& operator=(const CountGuard&) = delete;
+  void keep() noexcept { given_.rep = nullptr; }
+
+ private:
+  Given given_;
+};
+
+qc_ArchiveIndex::qc_ArchiveIndex(qcArchive& archive) : archive_(archive), numbered_(archive.isStoring()) {}
 
 qc_ArchiveIndex::~qc_ArchiveIndex() { letGo(); }
 
@@ -148,8 +163,10 @@ void qc_ArchiveIndex::forget(const qcPersistent* object) noexcept {
     if (!slot) continue;
     if (const std::int32_t id = slot->loaded; id != 0) {
       const Loaded* loaded = index->findLoaded(id);
-      if (loaded && loaded->made != kNotMade) index->made_[loaded->made].object = nullptr;
-      index->removeLoaded(id);
+      if (loaded && loaded->object == object) {
+        if (loaded->made != kNotMade) index->made_[loaded->made].object = nullptr;
+        index->removeLoaded(id);
+      }
     }
     index->addresses_.remove(slot);
   }
@@ -185,10 +202,12 @@ void qc_ArchiveIndex::removeLoaded(std::int32_t id) noexcept {
   }
 }
 
-bool qc_ArchiveIndex::isStillLoading(const qcPersistent* object) const noexcept {
+bool qc_ArchiveIndex::isStillLoading(const qcPersistent* object) noexcept {
   if (!object || made_.empty()) return false;
-  return std::any_of(made_.rbegin(), made_.rend(),
-                     [object](const qc_LoadedObject& made) { return made.object == object && !made.complete; });
+  const std::lock_guard guard(tableLock);
+  const qc_AddressTable::Slot* slot = addresses_.find(object);
+  const Loaded* loaded = slot && slot->loaded != 0 ? findLoaded(slot->loaded) : nullptr;
+  return loaded && loaded->made != kNotMade && !made_[loaded->made].complete;
 }
 
 const qc_RegistryEntry& qc_ArchiveIndex::entryOf(const qcPersistent& object) {
@@ -284,6 +303,7 @@ void qc_ArchiveIndex::skipTo(std::streamoff bodyStart, qcUInt64 size, int line) 
 }
 
 void qc_ArchiveIndex::numberBehindData() {
+  if (numbered_) return;
   // Looks for what can be the head of a record. Other data may look the same: a number is then left out.
   constexpr std::size_t kHead = 9;  // up to the end of the identifier
   const std::streamoff here = archive_.offset();
@@ -305,6 +325,7 @@ void qc_ArchiveIndex::numberBehindData() {
     std::memmove(window.data(), window.data() + size - kept, kept);
   }
   archive_.seekTo(here);
+  numbered_ = true;
 }
 
 // Objects.
@@ -415,55 +436,65 @@ void qc_ArchiveIndex::storePointer(qcPersistent* object) {
   undo.succeed();
 }
 
-qcPersistent* qc_ArchiveIndex::loadPointer(qc_PointerCast cast, void*& typed) {
-  typed = nullptr;
+qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast) {
   const Entry inside(*this);
   const Record record = readRecord();
-  if (record.id == 0) return nullptr;
+  if (record.id == 0) return {};
   const Deeper deeper(pointers_);
+  if (pointers_ == 1) {
+    charged_ = 0;
+    chargedFrom_ = archive_.seekable_ ? archive_.offset() : 0;
+  }
   LoadGuard undo(*this);
-  qcPersistent* object = giveKnown(record.id, cast, typed);
-  if (object) {
+  Given given;
+  if (giveKnown(record.id, cast, given)) {
+    CountGuard count(given);
     if (record.kind == kInline) readScratch(record);
+    count.keep();
   } else {
-    object = record.kind == kInline ? loadInline(record, cast, typed) : loadElsewhere(record, cast, typed);
+    given = record.kind == kInline ? loadInline(record, cast) : loadElsewhere(record, cast);
+    if (cast) qcRepBase::refInc(given.rep);
   }
   undo.succeed();
-  if (pointers_ == 1) commit(object);
-  return object;
+  if (pointers_ == 1) commit();
+  return given;
 }
 
-qcPersistent* qc_ArchiveIndex::giveKnown(std::int32_t id, qc_PointerCast cast, void*& typed) {
-  qcPersistent* object = nullptr;
+// Looks for an object that is loaded already.
+bool qc_ArchiveIndex::giveKnown(std::int32_t id, qc_PointerCast cast, Given& given) {
   {
     const std::lock_guard guard(tableLock);
-    Loaded* loaded = findLoaded(id);
-    if (!loaded) return nullptr;
-    object = loaded->object;
-    if (cast) loaded->given = true;
+    const Loaded* loaded = findLoaded(id);
+    if (!loaded) return false;
+    given = {loaded->object, loaded->object, nullptr};
+    if (!cast) return true;
+    // The last handle may be let go of on another thread at this moment.
+    if (loaded->given && !qcRepBase::refIncIfOwned(loaded->rep)) return false;
+    if (!loaded->given && loaded->rep) qcRepBase::refInc(loaded->rep);
+    given.rep = loaded->rep;
   }
-  typed = object;
-  const qcRepBase* rep = nullptr;
-  if (cast) typed = cast(object, rep);
-  if (!typed) throw qcArchive::BadType(kIndexSource, kHandleClassLine);
-  return object;
+  CountGuard count(given);
+  given.typed = cast(given.object, given.rep);
+  if (!given.typed) throw qcArchive::BadType(kIndexSource, kHandleClassLine);
+  const std::lock_guard guard(tableLock);
+  if (Loaded* loaded = findLoaded(id)) loaded->given = true;
+  count.keep();
+  return true;
 }
 
 // Makes an object of the class whose name comes next. From here on the load under way owns it.
-qcPersistent* qc_ArchiveIndex::makeObject(std::int32_t id, qc_PointerCast cast, void*& typed) {
+qc_ArchiveIndex::Given qc_ArchiveIndex::makeObject(std::int32_t id, qc_PointerCast cast) {
   std::string name;
   archive_ || name;
   const qc_RegistryEntry* entry = qf_FindRegistered(name);
   std::unique_ptr<qcPersistent> fresh(entry && entry->make ? entry->make() : nullptr);
   if (!fresh) throw qcArchive::UnknownType(name.c_str(), kIndexSource, kUnknownNameLine);
-  qcPersistent* object = fresh.get();
-  const qcRepBase* rep = nullptr;
+  Given given{fresh.get(), fresh.get(), nullptr};
   if (cast) {
-    typed = cast(object, rep);
-    if (!typed) throw qcArchive::BadType(kIndexSource, kHandleClassLine);
+    given.typed = cast(given.object, given.rep);
+    if (!given.typed) throw qcArchive::BadType(kIndexSource, kHandleClassLine);
   } else {
-    typed = object;
-    rep = dynamic_cast<const qcRepBase*>(object);
+    given.rep = dynamic_cast<const qcRepBase*>(given.object);
   }
   const std::lock_guard guard(tableLock);
   if (made_.size() == made_.capacity()) {
@@ -472,56 +503,65 @@ qcPersistent* qc_ArchiveIndex::makeObject(std::int32_t id, qc_PointerCast cast, 
     made_.reserve(larger);
   }
   if (id != 0) {
-    qc_AddressTable::Slot& slot = addresses_.enter(object);
-    enterLoaded(id, {object, rep, made_.size(), cast != nullptr});
-    slot.loaded = id;
-    object->held_.store(qcPersistent::kKnown, std::memory_order_relaxed);
+    enterLoaded(id, {given.object, given.rep, made_.size(), cast != nullptr});
+    addresses_.enter(given.object).loaded = id;
+    given.object->held_.store(qcPersistent::kKnown, std::memory_order_relaxed);
     link();
   }
-  made_.push_back({object, rep, id});
-  counts_.push_back({rep, false});
-  if (rep) qcRepBase::refInc(rep);
-  return fresh.release();
+  made_.push_back({given.object, given.rep, id});
+  counts_.push_back({given.rep, false});
+  if (given.rep) qcRepBase::refInc(given.rep);
+  fresh.release();
+  return given;
 }
 
-qcPersistent* qc_ArchiveIndex::loadInline(const Record& record, qc_PointerCast cast, void*& typed) {
+qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const Record& record, qc_PointerCast cast) {
   const std::streamoff bodyStart = archive_.seekable_ ? archive_.offset() : 0;
   const std::size_t place = made_.size();
-  qcPersistent* object = makeObject(record.id, cast, typed);
-  serializeObject(*object);
+  const Given given = makeObject(record.id, cast);
+  serializeObject(*given.object);
   made_[place].complete = true;
   if (archive_.seekable_) {
     if (record.size != 0) skipTo(bodyStart, record.size, kRecordSizeLine);
     positions_[record.id] = bodyStart - static_cast<std::streamoff>(kRecordHead + 2 * (record.wide ? 8 : 4));
     const std::lock_guard guard(tableLock);
-    if (qc_AddressTable::Slot* slot = addresses_.find(object)) {
+    if (qc_AddressTable::Slot* slot = addresses_.find(given.object)) {
       slot->stored = record.id;
-      object->held_.fetch_or(qcPersistent::kStored, std::memory_order_relaxed);
+      given.object->held_.fetch_or(qcPersistent::kStored, std::memory_order_relaxed);
     }
   }
-  return object;
+  return given;
 }
 
-qcPersistent* qc_ArchiveIndex::loadElsewhere(const Record& record, qc_PointerCast cast, void*& typed) {
+qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const Record& record, qc_PointerCast cast) {
   if (!archive_.seekable_) throw qcArchive::NotFound(kIndexSource, kNotInArchiveLine);
   auto position = static_cast<std::streamoff>(record.position);
   if (const auto found = positions_.find(record.id); found != positions_.end()) position = found->second;
   const std::streamoff here = archive_.offset();
   if (position <= 0 || position >= archive_.endOffset()) throw qcArchive::NotFound(kIndexSource, kNotInIndexLine);
+  charge(here, position);
   archive_.seekTo(position);
   const Record target = readRecord();
   if (target.id != record.id || target.kind != kInline) throw qcArchive::NotFound(kIndexSource, kNotInIndexLine);
-  qcPersistent* object = loadInline(target, cast, typed);
+  const Given given = loadInline(target, cast);
+  charge(archive_.offset(), here);
   archive_.seekTo(here);
-  return object;
+  return given;
+}
+
+// Counts what was read up to `position`; reading goes on at `next`. Records of one archive do not overlap, so that
+// reading all of them where they stand and once more by reference takes twice its length at most.
+void qc_ArchiveIndex::charge(std::streamoff position, std::streamoff next) {
+  charged_ += std::max<std::streamoff>(position - chargedFrom_, 0);
+  chargedFrom_ = next;
+  if (charged_ / 2 > archive_.endOffset()) throw qcArchive::BadContent(kIndexSource, kRecordOverlapLine);
 }
 
 // Reads an inline copy of an object that is known already into an object that nobody sees.
 void qc_ArchiveIndex::readScratch(const Record& record) {
   if (archive_.seekable_ && record.size != 0) return skipTo(archive_.offset(), record.size, kRecordSizeLine);
   const LoadGuard discard(*this);
-  void* typed = nullptr;
-  serializeObject(*makeObject(0, nullptr, typed));
+  serializeObject(*makeObject(0, nullptr).object);
 }
 
 // Destroys everything made from `from` on, each object once, whoever refers to it.
@@ -548,9 +588,9 @@ void qc_ArchiveIndex::undo(std::size_t from) noexcept {
   counts_.resize(from);
 }
 
-// The load has succeeded: its objects belong to those who refer to them. An object that handles had and have let go of
-// while it was loading goes now.
-void qc_ArchiveIndex::commit(const qcPersistent* root) noexcept {
+// The load has succeeded: its objects belong to those who refer to them. An object that handles were given, and that
+// all of them let go of while the load lasted, goes now.
+void qc_ArchiveIndex::commit() noexcept {
   for (std::size_t i = 0; i < made_.size(); ++i) {
     qcPersistent* object = nullptr;
     bool given = false;
@@ -563,9 +603,8 @@ void qc_ArchiveIndex::commit(const qcPersistent* root) noexcept {
         loaded->made = kNotMade;
       }
     }
-    if (const qcRepBase* rep = made_[i].rep) {
-      if (qcRepBase::refDec(rep) == 0 && given && object != root) delete object;
-    }
+    const qcRepBase* rep = made_[i].rep;
+    if (rep && qcRepBase::refDec(rep) == 0 && given) delete object;
   }
   made_.clear();
   counts_.clear();

@@ -23,12 +23,18 @@ class qc_ArchiveIndex {
 
   void serializeObject(qcPersistent& object);
   void storePointer(qcPersistent* object);
-  /// Returns the object; `typed` is what `cast` makes of it. A null `cast` accepts every class.
-  qcPersistent* loadPointer(qc_PointerCast cast, void*& typed);
+  /// An object that a pointer or handle is given; a handle is given a count of it, too.
+  struct Given {
+    qcPersistent* object = nullptr;
+    void* typed = nullptr;  // as the class that the handle wants
+    const qcRepBase* rep = nullptr;
+  };
+  /// A null `cast` accepts every class and takes no count.
+  Given loadPointer(qc_PointerCast cast);
 
-  bool isStillLoading(const qcPersistent* object) const noexcept;
+  bool isStillLoading(const qcPersistent* object) noexcept;
 
-  /// Makes new identifiers go on behind those that are in the data; for archives that turn from loading to storing.
+  /// Makes the identifiers go on behind those that are in the data; for archives that turn from loading to storing.
   void numberBehindData();
   void wideSizes(bool wide) noexcept { wideSizes_ = wide; }
 
@@ -44,6 +50,7 @@ class qc_ArchiveIndex {
   class Deeper;
   class StoreGuard;
   class LoadGuard;
+  class CountGuard;
 
   struct Record {
     std::int32_t id = 0;
@@ -71,11 +78,12 @@ class qc_ArchiveIndex {
   void storeObject(qcPersistent& object);
   void loadObject(qcPersistent& object);
 
-  qcPersistent* loadInline(const Record& record, qc_PointerCast cast, void*& typed);
-  qcPersistent* loadElsewhere(const Record& record, qc_PointerCast cast, void*& typed);
-  qcPersistent* giveKnown(std::int32_t id, qc_PointerCast cast, void*& typed);
+  Given loadInline(const Record& record, qc_PointerCast cast);
+  Given loadElsewhere(const Record& record, qc_PointerCast cast);
+  bool giveKnown(std::int32_t id, qc_PointerCast cast, Given& given);
   void readScratch(const Record& record);
-  qcPersistent* makeObject(std::int32_t id, qc_PointerCast cast, void*& typed);
+  Given makeObject(std::int32_t id, qc_PointerCast cast);
+  void charge(std::streamoff position, std::streamoff next);
 
   // The following four run under the table lock.
   Loaded* findLoaded(std::int32_t id) noexcept;
@@ -84,12 +92,13 @@ class qc_ArchiveIndex {
   void link() noexcept;
 
   void undo(std::size_t from) noexcept;
-  void commit(const qcPersistent* root) noexcept;
+  void commit() noexcept;
   const qc_RegistryEntry& entryOf(const qcPersistent& object);
 
   qcArchive& archive_;
   bool wideSizes_ = false;
   std::int32_t nextId_ = 1;
+  bool numbered_;      // nextId_ lies behind all identifiers in the data
   long entered_ = 0;   // operations of this archive under way
   long depth_ = 0;     // objects among them
   long pointers_ = 0;  // pointers being loaded among them
@@ -104,6 +113,10 @@ class qc_ArchiveIndex {
   std::vector<const qcPersistent*> stored_;
   std::vector<qc_LoadedObject> made_;
   std::vector<qc_LoadedObject::Count> counts_;
+
+  // How much the load under way has read, and from where on it reads; bounds what objects that overlap can cost.
+  std::streamoff charged_ = 0;
+  std::streamoff chargedFrom_ = 0;
 
   const std::type_info* lastType_ = nullptr;
   const qc_RegistryEntry* lastEntry_ = nullptr;

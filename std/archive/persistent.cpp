@@ -44,22 +44,17 @@ void qcPersistent::serializeObject(qcArchive& archive, qcPersistent& object) {
 }
 
 void qcPersistent::serializePointer(qcArchive& archive, qcPersistent* in, qcPersistent*& out) {
-  void* typed = nullptr;
   if (archive.isStoring()) {
     archive.index_->storePointer(in);
   } else {
-    out = archive.index_->loadPointer(nullptr, typed);
+    out = archive.index_->loadPointer(nullptr).object;
   }
 }
 
 void* qf_SerializeTypedPointer(qcArchive& archive, qcPersistent* in, qc_PointerCast cast) {
-  void* typed = nullptr;
-  if (archive.isStoring()) {
-    archive.index_->storePointer(in);
-  } else {
-    archive.index_->loadPointer(cast, typed);
-  }
-  return typed;
+  if (archive.isLoading()) return archive.index_->loadPointer(cast).typed;
+  archive.index_->storePointer(in);
+  return nullptr;
 }
 
 qcArchive& operator||(qcArchive& archive, qcPersistent& object) {

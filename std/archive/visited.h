@@ -10,10 +10,10 @@
 /// lock.
 class qc_Visited {
  public:
-  /// Holds the persistence lock and a fresh set of marks. Frames nest on one thread.
+  /// A fresh set of marks, while the thread holds the persistence lock. Frames nest.
   class Frame {
    public:
-    Frame() : guard_(lock()), outer_(stack().base) {
+    Frame() : outer_(stack().base) {
       Stack& s = stack();
       s.base = s.marks.size();
       ++s.frames;
@@ -28,7 +28,6 @@ class qc_Visited {
     Frame& operator=(const Frame&) = delete;
 
    private:
-    std::lock_guard<std::recursive_mutex> guard_;
     std::size_t outer_;
   };
 

@@ -281,8 +281,9 @@ VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, unsigned char& value);
 template <class T>
 requires(!std::is_base_of_v<qcPersistent, T>) && requires(qcArchive& archive, T& value) { archive || value; }
 qcArchive& operator<<(qcArchive& archive, const T& value) {
-  T copy = value;
-  return archive || copy;
+  if (archive.isStoring()) return archive || const_cast<T&>(value);  // storing changes nothing
+  T ignored = value;
+  return archive || ignored;
 }
 template <class T>
 requires(!std::is_base_of_v<qcPersistent, T>) && requires(qcArchive& archive, T& value) { archive || value; }
@@ -291,59 +292,86 @@ qcArchive& operator>>(qcArchive& archive, T& value) { return archive || value; }
 /// Gives an object as the class that a handle wants, and its count, or null for an object of another class.
 using qc_PointerCast = void* (*)(qcPersistent* object, const qcRepBase*& count);
 
-/// Stores `in`, or loads a pointer to an object that `cast` accepts and returns it as that class.
+/// Stores `in`, or loads a pointer to an object that `cast` accepts and returns it as that class, with one count taken
+/// for the handle that adopts it.
 VNXSTD_EXPORT void* qf_SerializeTypedPointer(qcArchive& archive, qcPersistent* in, qc_PointerCast cast);
 
 /// A shared object: stored once, however many handles refer to it, and shared again when loaded. Loading throws
 /// qcArchive::BadType when the object is no T; the handle is unchanged by a load that throws.
-template <class T>
-qcArchive& operator||(qcArchive& archive, qcPtrHandle<T>& handle) {
-  using Object = std::remove_const_t<T>;
-  void* loaded = qf_SerializeTypedPointer(archive, const_cast<Object*>(handle.rep()),
-                                          [](qcPersistent* object, const qcRepBase*& count) -> void* {
-                                            auto* typed = dynamic_cast<Object*>(object);
+template <class Handle>
+requires requires(const Handle& handle) {
+  typename Handle::element_type;
+  Handle(handle.rep(), qc_AdoptCount());
+}
+qcArchive& operator||(qcArchive& archive, Handle& handle) {
+  using Object = std::remove_const_t<typename Handle::element_type>;
+  void* object = qf_SerializeTypedPointer(archive, const_cast<Object*>(handle.rep()),
+                                          [](qcPersistent* loaded, const qcRepBase*& count) -> void* {
+                                            auto* typed = dynamic_cast<Object*>(loaded);
                                             count = typed;
                                             return typed;
                                           });
-  if (archive.isLoading()) handle = qcPtrHandle<T>(static_cast<Object*>(loaded));
+  if (archive.isLoading()) handle = Handle(static_cast<Object*>(object), qc_AdoptCount());
   return archive;
 }
+
+/// One element of a vector; those of std::vector<bool> are not objects of their own.
 template <class T>
-qcArchive& operator||(qcArchive& archive, qcPtrHandle_const<T>& handle) {
-  qcPtrHandle<T> shared(const_cast<T*>(handle.rep()));
-  archive || shared;
-  if (archive.isLoading()) handle = shared;
+void qf_SerializeElement(qcArchive& archive, T& element) {
+  archive || element;
+}
+inline void qf_SerializeElement(qcArchive& archive, std::vector<bool>::reference element) {
+  bool value = element;
+  archive || value;
+  if (archive.isLoading()) element = value;
+}
+
+/// A pair: its two parts, one after the other.
+template <class A, class B>
+qcArchive& operator||(qcArchive& archive, std::pair<A, B>& pair) {
+  archive || pair.first;
+  archive || pair.second;
   return archive;
 }
 
 /// A vector: a 32-bit count, then the elements. Memory grows with the elements that arrive, never with the count alone.
-/// A vector of more than 2^32 - 1 elements throws BadContent. Loading replaces the vector, also when it throws midway.
+/// A vector of more than 2^32 - 1 elements throws BadContent. Loading replaces the vector; one that throws midway
+/// leaves the elements that have arrived.
 template <class T>
 qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
-  constexpr std::size_t kChunk = 65536 / sizeof(T) + 1;  // elements that are believed before they arrive
   constexpr bool isBlock = std::is_arithmetic_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, long> &&
                            !std::is_same_v<T, unsigned long>;
+  constexpr std::size_t kBelieved = 65536 / sizeof(T) + 1;  // elements that are made room for before they arrive
   if (archive.isStoring() && values.size() > UINT32_MAX) throw qcArchive::BadContent("archive", 1301);
   auto count = static_cast<std::uint32_t>(values.size());
   archive || count;
-  if (archive.isLoading()) values.clear();
-  for (std::size_t done = 0; done < count;) {
-    const std::size_t chunk = archive.isStoring() ? count - done : std::min(count - done, std::max(kChunk, done));
-    if (archive.isLoading()) values.resize(done + chunk);
+  if (archive.isStoring()) {
     if constexpr (isBlock) {
-      archive.block(values.data() + done, chunk);
+      archive.block(values.data(), count);
     } else {
-      for (std::size_t i = done; i < done + chunk; ++i) {
-        if constexpr (std::is_same_v<T, bool>) {
-          bool flag = values[i];
-          archive || flag;
-          if (archive.isLoading()) values[i] = flag;
-        } else {
-          archive || values[i];
-        }
+      for (auto&& value : values) qf_SerializeElement(archive, value);
+    }
+    return archive;
+  }
+  std::size_t step = std::min<std::size_t>(count, kBelieved);
+  if constexpr (isBlock) {
+    // What the medium holds can be made room for at once. A vector that has it already is filled as it is.
+    if (count > kBelieved && archive.remaining() / static_cast<qcInt64>(sizeof(T)) >= static_cast<qcInt64>(count)) {
+      step = count;
+    }
+  }
+  if (values.size() > step) values.resize(step);
+  for (std::size_t done = 0; done < count; done += step) {
+    step = std::min(count - done, std::max(step, done));
+    if (values.size() < done + step) values.resize(done + step);
+    if constexpr (isBlock) {
+      archive.block(values.data() + done, step);
+    } else {
+      for (std::size_t i = done; i < done + step; ++i) {
+        auto&& value = values[i];
+        qf_SerializeElement(archive, value);
       }
     }
-    done += chunk;
   }
   return archive;
 }

@@ -30,6 +30,9 @@ class VNXSTD_EXPORT qcRepBase {
   /// Counts one owner less; returns the new count. The caller deletes the object when it is 0.
   static long refDec(const qcRepBase* rep) noexcept { return rep->count_.fetch_sub(1, std::memory_order_acq_rel) - 1; }
 
+  /// Counts one owner more unless there is none left, which is to say that the object is being destroyed.
+  static bool refIncIfOwned(const qcRepBase* rep) noexcept;
+
   /// True when `rep`, whose address alone is looked at, was already destroyed by the load that is being undone on this
   /// thread. Objects of a failed load may refer to each other in circles; they are destroyed one by one, and a handle
   /// must not touch one that went before it.
@@ -53,7 +56,11 @@ class VNXSTD_EXPORT qcRepBase {
 /// Throws qcBadPointer; kept out of line so that the check of a handle stays a compare and a jump.
 [[noreturn]] VNXSTD_EXPORT void qf_ThrowBadPointer();
 
-/// The common part of both handles: owns one count of the object, or nothing.
+/// Says that a handle takes over a count that was taken for it already.
+struct qc_AdoptCount {};
+
+/// The common part of both handles: owns one count of the object, or nothing. It keeps the address of the count beside
+/// that of the object, because the count may be a virtual base, which only a live object can tell.
 template <class T>
 class qc_HandleBase {
  public:
@@ -61,15 +68,16 @@ class qc_HandleBase {
   explicit operator bool() const noexcept { return rep_ != nullptr; }
 
   /// Lets go of the object; the handle is null afterwards.
-  void release() noexcept { drop(std::exchange(rep_, nullptr)); }
+  void release() noexcept { qc_HandleBase().swap(*this); }
 
  protected:
   qc_HandleBase() noexcept = default;
-  explicit qc_HandleBase(T* rep) noexcept : rep_(rep) {
-    if (rep_) qcRepBase::refInc(rep_);
-  }
-  qc_HandleBase(const qc_HandleBase& other) noexcept : qc_HandleBase(other.rep_) {}
-  qc_HandleBase(qc_HandleBase&& other) noexcept : rep_(std::exchange(other.rep_, nullptr)) {}
+  qc_HandleBase(T* rep, qc_AdoptCount) noexcept : rep_(rep), count_(rep) {}
+  explicit qc_HandleBase(T* rep) noexcept : qc_HandleBase(rep, rep) {}
+  qc_HandleBase(const qc_HandleBase& other) noexcept : qc_HandleBase(other.rep_, other.count_) {}
+  template <class U>
+  qc_HandleBase(const qc_HandleBase<U>& other, T* rep) noexcept : qc_HandleBase(rep, other.count_) {}
+  qc_HandleBase(qc_HandleBase&& other) noexcept { swap(other); }
   qc_HandleBase& operator=(const qc_HandleBase& other) noexcept {  // NOLINT(bugprone-unhandled-self-assignment)
     qc_HandleBase(other).swap(*this);
     return *this;
@@ -78,9 +86,15 @@ class qc_HandleBase {
     qc_HandleBase(std::move(other)).swap(*this);
     return *this;
   }
-  ~qc_HandleBase() { drop(rep_); }
+  ~qc_HandleBase() {
+    if (!count_ || qcRepBase::isGone(count_)) return;
+    if (qcRepBase::refDec(count_) == 0) delete rep_;
+  }
 
-  void swap(qc_HandleBase& other) noexcept { std::swap(rep_, other.rep_); }
+  void swap(qc_HandleBase& other) noexcept {
+    std::swap(rep_, other.rep_);
+    std::swap(count_, other.count_);
+  }
 
   T* checked() const {
     if (!rep_) qf_ThrowBadPointer();
@@ -90,10 +104,14 @@ class qc_HandleBase {
   T* rep_ = nullptr;
 
  private:
-  static void drop(T* rep) noexcept {
-    if (!rep || qcRepBase::isGone(rep)) return;
-    if (qcRepBase::refDec(rep) == 0) delete rep;
+  template <class U>
+  friend class qc_HandleBase;
+
+  qc_HandleBase(T* rep, const qcRepBase* count) noexcept : rep_(rep), count_(count) {
+    if (count_) qcRepBase::refInc(count_);
   }
+
+  const qcRepBase* count_ = nullptr;
 };
 
 /// A handle through which the object may be changed. Dereferencing a null handle throws qcBadPointer.
@@ -106,9 +124,10 @@ class qcPtrHandle : public qc_HandleBase<T> {
   qcPtrHandle(std::nullptr_t) noexcept {}
   /// Takes part in the ownership of `rep`, which may be null.
   qcPtrHandle(T* rep) noexcept : qc_HandleBase<T>(rep) {}
+  qcPtrHandle(T* rep, qc_AdoptCount adopt) noexcept : qc_HandleBase<T>(rep, adopt) {}
   template <class U>
   requires std::is_convertible_v<U*, T*> qcPtrHandle(const qcPtrHandle<U>& other)
-  noexcept : qc_HandleBase<T>(other.rep()) {}
+  noexcept : qc_HandleBase<T>(other, other.rep()) {}
 
   /// The object, or null; the handle keeps its count.
   T* rep() const noexcept { return this->rep_; }
@@ -125,12 +144,13 @@ class qcPtrHandle_const : public qc_HandleBase<T> {
   qcPtrHandle_const() noexcept = default;
   qcPtrHandle_const(std::nullptr_t) noexcept {}
   qcPtrHandle_const(const T* rep) noexcept : qc_HandleBase<T>(const_cast<T*>(rep)) {}
+  qcPtrHandle_const(const T* rep, qc_AdoptCount adopt) noexcept : qc_HandleBase<T>(const_cast<T*>(rep), adopt) {}
   template <class U>
   requires std::is_convertible_v<U*, T*> qcPtrHandle_const(const qcPtrHandle<U>& other)
-  noexcept : qc_HandleBase<T>(other.rep()) {}
+  noexcept : qc_HandleBase<T>(other, other.rep()) {}
   template <class U>
   requires std::is_convertible_v<U*, T*> qcPtrHandle_const(const qcPtrHandle_const<U>& other)
-  noexcept : qc_HandleBase<T>(const_cast<U*>(other.rep())) {}
+  noexcept : qc_HandleBase<T>(other, const_cast<U*>(other.rep())) {}
 
   const T* rep() const noexcept { return this->rep_; }
   const T& operator*() const { return *this->checked(); }
