@@ -1,4 +1,5 @@
-// Geometry: vectors, matrices, angles, ranges, statistics, random numbers and transforms.
+// Geometry: vectors, matrices, angles, ranges, statistics, random numbers and transforms. The values among them may be
+// read from several threads at once; an object that is being changed, a random generator included, is for one thread.
 #pragma once
 
 #include "vnxstd/math/angle.h"
