@@ -1,0 +1,223 @@
+// Archives of every class in both byte orders, kept as files: what was written once is read for ever, and written again
+// byte for byte. VNXSTD_WRITE_GOLDEN=1 in the environment writes the files that are missing; those that exist never
+// change.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <set>
+#include <sstream>
+
+#include "vnxstd/archive/archive.h"
+#include "vnxstd/archive/memory.h"
+#include "vnxstd/math/random.h"
+#include "vnxstd/math/range.h"
+#include "vnxstd/math/stats.h"
+#include "vnxstd/math/xfcache.h"
+#include "vnxstd/math/xfcomp.h"
+#include "vnxstd/math/xflinear.h"
+#include "vnxstd/pelbuf/buffer.h"
+#include "vnxstd/shapes/circle.h"
+#include "vnxstd/shapes/line.h"
+#include "vnxstd/shapes/lineseg.h"
+#include "vnxstd/shapes/polyline.h"
+#include "vnxstd/shapes/rect.h"
+#include "vnxstd/shapes/sampling.h"
+
+namespace {
+
+using Bytes = std::vector<char>;
+
+struct Case {
+  std::string name;
+  std::function<void(qcArchive&)> store;                // the object as made here
+  std::function<void(qcArchive&, qcArchive&)> rewrite;  // from one archive to another
+};
+
+template <class T>
+Case value(const std::string& name, T object) {
+  return {name, [object](qcArchive& to) { to << object; },
+          [](qcArchive& from, qcArchive& to) {
+            T loaded{};
+            from || loaded;
+            to || loaded;
+          }};
+}
+
+template <class Base>
+Case shared(const std::string& name, Base* object) {
+  return value(name, qcPtrHandle<Base>(object));
+}
+
+template <class T>
+Case image(const std::string& name, std::initializer_list<T> pels) {
+  qcPelBuffer<T> buffer(qcPelRect(-3, 7, 3, 2), 4);
+  buffer.clientFromImageXform(qcXform<2>(qcMatrix<2>(2, 0, 0, 3), qcVector<2>(-1, 0.5)));
+  long i = 0;
+  for (const T& pel : pels) {
+    buffer.put(-3 + i % 3, 7 + i / 3, pel);
+    ++i;
+  }
+  return value("image_" + name, buffer);
+}
+
+// Every error that is registered, in order of name, each as a pointer.
+Case errors() {
+  const auto names = [] {
+    std::vector<const qc_RegistryEntry*> all;
+    qf_VisitRegistered(
+        [](const qc_RegistryEntry& entry, void* context) {
+          if (!entry.make) return;
+          const std::unique_ptr<qcPersistent> made(entry.make());
+          if (dynamic_cast<qcException*>(made.get()) != nullptr)
+            static_cast<decltype(all)*>(context)->push_back(&entry);
+        },
+        &all);
+    return all;
+  }();
+  const auto storeAll = [](qcArchive& to, const std::vector<std::unique_ptr<qcPersistent>>& all) {
+    qcPersistent* ignored = nullptr;
+    for (const auto& error : all) qcPersistent::serializePointer(to, error.get(), ignored);
+  };
+  return {"errors",
+          [=](qcArchive& to) {
+            std::vector<std::unique_ptr<qcPersistent>> all;
+            for (const qc_RegistryEntry* entry : names) all.emplace_back(entry->make());
+            storeAll(to, all);
+          },
+          [=](qcArchive& from, qcArchive& to) {
+            std::vector<std::unique_ptr<qcPersistent>> all;
+            for (std::size_t i = 0; i < names.size(); ++i) {
+              qcPersistent* loaded = nullptr;
+              qcPersistent::serializePointer(from, nullptr, loaded);
+              all.emplace_back(loaded);
+            }
+            storeAll(to, all);
+          }};
+}
+
+qcPtrHandle_const<qc2XformBase> linear(double a, double x) {
+  return new qc2XformLinear(qcMatrix<2>(a, 1, -1, 2), qcVector<2>(x, 4));
+}
+
+std::vector<Case> cases() {
+  std::vector<Case> all;
+  all.push_back(value("text_narrow", std::string("Gr\xC3\xB6\xC3\x9F"
+                                                 "e")));
+  all.push_back(value("text_wide", std::wstring(L"\x3C0 and \x10348")));
+  all.push_back(value("text_32", std::u32string(U"\x3C0 and \U00010348")));
+  all.push_back(value("vector_of_doubles", std::vector<double>{0, -0.0, 1, 1e308, -5e-324}));
+  all.push_back(value("vector_of_bools", std::vector<bool>{true, false, true}));
+  all.push_back(value("qcVector2", qcVector<2>(1.5, -2)));
+  all.push_back(value("qcVector3", qcVector<3>(1, 2, 3)));
+  all.push_back(value("qcMatrix2", qcMatrix<2>(1, 2, 3, 4)));
+  all.push_back(value("qcMatrix3", qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4)));
+  all.push_back(value("qcXform2", qcXform<2>(qcMatrix<2>(1, 2, 3, 4), qcVector<2>(5, 6))));
+  all.push_back(value("qcXform3", qcXform<3>(qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4), qcVector<3>(5, 6, 7))));
+  all.push_back(value("qcRadian", qcRadian(0.25)));
+  all.push_back(value("qcDegree", qcDegree(-30)));
+  all.push_back(value("qcAngle8", qcAngle8(200)));
+  all.push_back(value("qcAngle16", qcAngle16(40000)));
+  all.push_back(value("qcRange", qcRange(-1, 3)));
+  all.push_back(value("qcRange_full", qcRange::FullRange()));
+  all.push_back(value("qcAngleRange", qcAngleRange(qcRadian(0.5), qcRadian(1.5), false)));
+  all.push_back(value("qcStatistics", qcStatistics(std::vector<double>{1, 2, 4})));
+  qcRandomUniform uniform(77);
+  for (int i = 0; i < 2000; ++i) uniform.next(0, 1);
+  all.push_back(value("qcRandomUniform", uniform));
+  all.push_back(value("qcRandomGaussian", qcRandomGaussian(-5)));
+  all.push_back(shared<qc2XformBase>("qc2XformLinear", new qc2XformLinear(qcMatrix<2>(1, 2, 3, 4), qcVector<2>(5, 6))));
+  const auto twice = linear(3, 1);
+  auto* composed = new qc2XformComposed(twice, linear(5, 2), false, false);
+  composed->postCompose(twice, false);
+  all.push_back(shared<qc2XformBase>("qc2XformComposed", composed));
+  qc2XformCache cache(linear(3, 1), linear(7, 1));
+  all.push_back(value("qc2XformCache", cache));
+  all.push_back(value("handle_null", qcPtrHandle<qcShape>()));
+  all.push_back(shared<qcShape>("qcLine", new qcLine(qcVector<2>(0.6, 0.8), qcVector<2>(1, 2))));
+  all.push_back(shared<qcShape>("qcFLine", new qcFLine(qcDegree(30), 12.5)));
+  all.push_back(shared<qcShape>("qcLineSeg", new qcLineSeg(qcVector<2>(1, 2), qcVector<2>(3, 4))));
+  all.push_back(shared<qcShape>("qcCircle", new qcCircle(qcVector<2>(1, 2), 3)));
+  all.push_back(shared<qcShape>("qcRect", new qcRect(qcVector<2>(1, 2), qcVector<2>(3, 4))));
+  all.push_back(shared<qcShape>("qcPolyline", new qcPolyline({{0, 0}, {4, 0}, {4, 3}}, true)));
+  all.push_back(value("qcPerimPos", qcPerimPos(2, 0.5)));
+  qcShape::qcSampleParams params(0.5, 2, 40, true, false);
+  params.uniformMode(true);
+  all.push_back(value("qcSampleParams", params));
+  qcShape::qcSampleResult samples;
+  qcLineSeg(qcVector<2>(0, 0), qcVector<2>(9, 0)).sample(qcShape::qcSampleParams(0, 4, 40, true), samples);
+  all.push_back(value("qcSampleResult", samples));
+  all.push_back(value("qcPelRect", qcPelRect(-1, 2, 30, 40)));
+  all.push_back(value("image_unbound", qcPelBuffer<unsigned char>()));
+  all.push_back(image<unsigned char>("u8", {0, 1, 127, 128, 254, 255}));
+  all.push_back(image<signed char>("s8", {0, 1, 127, -128, -2, -1}));
+  all.push_back(image<unsigned short>("u16", {0, 1, 256, 65535, 4660, 9}));
+  all.push_back(image<short>("s16", {0, 1, -256, 32767, -32768, 9}));
+  all.push_back(image<unsigned long>("u32", {0, 1, 65536, 4294967295UL, 305419896, 9}));
+  all.push_back(image<long>("s32", {0, 1, -65536, 2147483647, -2147483647L - 1, 9}));
+  all.push_back(image<float>("f32", {0, 1, -0.5F, 3e38F, 1e-45F, 9}));
+  all.push_back(image<double>("f64", {0, 1, -0.5, 1e308, 5e-324, 9}));
+  all.push_back(image<qcPair<long>>("pair_s32", {{0, 1}, {-2, 3}, {4, 5}, {6, 7}, {8, 9}, {10, 11}}));
+  all.push_back(image<qcPair<float>>("pair_f32", {{0, 1}, {-2, 3}, {4, 5}, {6, 7}, {8, 9}, {10, 0.5F}}));
+  all.push_back(
+      image<qcPackedRGB16Pel>("rgb16", {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {8, 4, 8}, {1, 2, 3}, {90, 80, 70}}));
+  all.push_back(image<qcPackedRGB32Pel>(
+      "rgb32", {{255, 0, 0, 1}, {0, 255, 0, 2}, {0, 0, 255, 3}, {8, 4, 8, 4}, {1, 2, 3, 5}, {90, 80, 70, 255}}));
+  all.push_back(
+      image<qc3PlanePel>("planes", {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}, {10, 11, 12}, {13, 14, 15}, {16, 17, 18}}));
+  all.push_back(errors());
+  return all;
+}
+
+Bytes contents(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream all;
+  all << file.rdbuf();
+  const std::string text = all.str();
+  return {text.begin(), text.end()};
+}
+
+TEST(Golden, EveryClassReadsAndRewritesItsFiles) {
+  const std::filesystem::path folder = VNXSTD_SOURCE_DIR "/tests/golden";
+  const bool writing = std::getenv("VNXSTD_WRITE_GOLDEN") != nullptr;
+  for (const Case& c : cases()) {
+    for (const auto ordering : {qcArchive::bigEndian, qcArchive::littleEndian}) {
+      SCOPED_TRACE(c.name);
+      const std::filesystem::path path = folder / (c.name + (ordering == qcArchive::bigEndian ? ".be.arc" : ".le.arc"));
+      qcMemoryArchive made(ordering, false);
+      c.store(made);
+      if (writing && !std::filesystem::exists(path)) {
+        std::filesystem::create_directories(folder);
+        std::ofstream(path, std::ios::binary).write(made.storage(), static_cast<std::streamsize>(made.bytes().size()));
+      }
+      const Bytes golden = contents(path);
+      ASSERT_FALSE(golden.empty());
+      EXPECT_EQ(made.toVector(), golden);
+      qcMemoryArchive from(golden.data(), static_cast<long>(golden.size()), false);
+      qcMemoryArchive to(ordering, false);
+      c.rewrite(from, to);
+      EXPECT_EQ(to.toVector(), golden);
+      EXPECT_EQ(from.remaining(), 0);
+    }
+  }
+}
+
+// A class that can be made by name has its golden files.
+TEST(Golden, NoClassIsLeftOut) {
+  std::string stored;
+  for (const Case& c : cases()) {
+    qcMemoryArchive archive(qcArchive::bigEndian, false);
+    c.store(archive);
+    stored.append(archive.storage(), archive.bytes().size());
+  }
+  qf_VisitRegistered(
+      [](const qc_RegistryEntry& entry, void* context) {
+        if (!entry.make) return;
+        EXPECT_NE(static_cast<std::string*>(context)->find('"' + entry.name + '"'), std::string::npos) << entry.name;
+      },
+      &stored);
+}
+
+}  // namespace
