@@ -1,0 +1,188 @@
+// The tool: how near its measurements come to drawn truth, what it saves, and its exit statuses.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <numbers>
+#include <sstream>
+
+#include "tools/vnx/gauge.h"
+#include "tools/vnx/part.h"
+#include "vnxstd/archive/file.h"
+#include "vnxstd/archive/text.h"
+#include "vnxstd/dib/dib.h"
+#include "vnxstd/math/random.h"
+#include "vnxstd/math/rigid.h"
+#include "vnxstd/shapes/circle.h"
+#include "vnxstd/shapes/line.h"
+
+namespace {
+
+// An image whose grey level is a smooth function of the signed distance from a feature.
+template <class Distance>
+qcPelBuffer<unsigned char> drawn(Distance distance, double noise, std::int32_t seed) {
+  qcRandomGaussian random(seed);
+  qcPelBuffer<unsigned char> image(qcPelRect(-20, 30, 120, 100));
+  for (long y = 30; y < 130; ++y)
+    for (long x = -20; x < 100; ++x) {
+      const double d = distance(qcVector<2>(static_cast<double>(x) + 0.5, static_cast<double>(y) + 0.5));
+      const double grey = 120 + 70 * std::erf(d / 1.3) + random.next(noise, 0);
+      image.put(x, y, static_cast<unsigned char>(std::lround(std::min(255.0, std::max(0.0, grey)))));
+    }
+  return image;
+}
+
+const qcRect kRegion(qcVector<2>(-15, 35), qcVector<2>(110, 90));
+
+TEST(Gauge, LinesAtEveryAngle) {
+  qcRandomUniform random(5);
+  for (int i = 0; i < 36; ++i) {
+    const qcDegree angle(10.0 * i + random.next(-4, 4));
+    const qc2Rigid frame(angle, qcVector<2>(40 + random.next(-5, 5), 80 + random.next(-5, 5)));
+    const auto image = drawn([&](const qcVector<2>& p) { return frame.invMapPoint(p).y(); }, 3, i + 1);
+    const auto result = gauge(image, {kRegion, Feature::line, Polarity::any});
+    ASSERT_TRUE(result) << i;
+    const auto& line = dynamic_cast<const qcFLine&>(*result->measurement->shape);
+    for (const double along : {-25.0, 0.0, 25.0})
+      EXPECT_LT(std::abs(line.distanceFrom(frame * qcVector<2>(along, 0))), 0.1) << i;
+    EXPECT_GT(result->measurement->inliers(), 30);
+    // The frame lies on the line: its x axis maps onto it.
+    for (const double along : {-10.0, 10.0})
+      EXPECT_NEAR(line.distanceFrom(result->measurement->frame->mapPoint(qcVector<2>(along, 0))), 0, 1e-9);
+  }
+}
+
+TEST(Gauge, CirclesWithAnOccludedSector) {
+  qcRandomUniform random(6);
+  for (int i = 0; i < 20; ++i) {
+    const qcVector<2> centre(40 + random.next(-6, 6), 80 + random.next(-6, 6));
+    const double radius = random.next(12, 30), gap = random.next(0, 2 * std::numbers::pi);
+    const auto image = drawn(
+        [&](const qcVector<2>& p) {
+          const qcVector<2> v = p - centre;
+          // A straight flank cuts away part of the disc.
+          const double flank = v * qcVector<2>(std::cos(gap), std::sin(gap)) - 0.6 * radius;
+          return std::max(v.len() - radius, flank);
+        },
+        2, i + 1);
+    const auto result = gauge(image, {kRegion, Feature::circle, Polarity::darkToLight});
+    ASSERT_TRUE(result) << i;
+    const auto& circle = dynamic_cast<const qcCircle&>(*result->measurement->shape);
+    EXPECT_LT(circle.center().distance(centre), 0.2) << i;
+    EXPECT_LT(std::abs(circle.radius() - radius), 0.2) << i;
+    EXPECT_LT(result->measurement->inliers(), 60);
+    EXPECT_FALSE(gauge(image, {kRegion, Feature::circle, Polarity::lightToDark}));
+  }
+}
+
+TEST(Gauge, NoiseAloneIsNoFeature) {
+  for (std::int32_t seed = 1; seed < 6; ++seed) {
+    const auto image = drawn([](const qcVector<2>&) { return 0.0; }, 4, seed);
+    EXPECT_FALSE(gauge(image, {kRegion, Feature::line, Polarity::any}));
+    EXPECT_FALSE(gauge(image, {kRegion, Feature::circle, Polarity::any}));
+  }
+  const auto image = drawn([](const qcVector<2>& p) { return p.x(); }, 0, 1);
+  for (const qcRect& region :
+       {qcRect(qcVector<2>(1e9, 0), qcVector<2>(50, 50)), qcRect(qcVector<2>(0, 0), qcVector<2>(1, 1))})
+    EXPECT_FALSE(gauge(image, {region, Feature::line, Polarity::any}));
+}
+
+class Tool : public testing::Test {
+ protected:
+  void SetUp() override {
+    folder_ = std::filesystem::temp_directory_path() / ("vnx_tool_" + std::to_string(::getpid()));
+    std::filesystem::create_directories(folder_);
+  }
+  void TearDown() override { std::filesystem::remove_all(folder_); }
+
+  std::string file(const char* name) const { return (folder_ / name).string(); }
+  // The exit status; what was printed goes to `output`.
+  int run(const std::string& arguments) {
+    const std::string command = "cd '" + folder_.string() + "' && '" VNXSTD_TOOL "' " + arguments + " >out 2>err";
+    const int status = std::system(command.c_str());
+    output = text("out");
+    errors = text("err");
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  std::string text(const char* name) const {
+    std::ostringstream all;
+    all << std::ifstream(file(name)).rdbuf();
+    return all.str();
+  }
+
+  std::filesystem::path folder_;
+  std::string output, errors;
+};
+
+TEST_F(Tool, DemoHoldsItsTolerance) {
+  EXPECT_EQ(run("demo"), 0) << output << errors;
+  for (const char* name : {"part.bmp", "left.arc", "left-overlay.bmp", "hole.arc", "hole-overlay.bmp"})
+    EXPECT_TRUE(std::filesystem::exists(file(name))) << name;
+}
+
+TEST_F(Tool, SavesWhatItMeasured) {
+  const Part part;
+  qcDIB bitmap;
+  bitmap.init(drawPart(part, 640, 480));
+  bitmap.write(qf_Widen(file("part.bmp")));
+  const std::string call =
+      "gauge part.bmp --roi 300,120,200,200 --find circle --polarity dark-light --scans 48 --save c.arc --overlay "
+      "c.bmp";
+  ASSERT_EQ(run(call), 0) << errors;
+  EXPECT_NE(output.find("circle: centre"), std::string::npos);
+  const auto saved = loadMeasurement(file("c.arc"));
+  const auto& circle = dynamic_cast<const qcCircle&>(*saved->shape);
+  EXPECT_LT(circle.center().distance(part.inImage(part.hole)), 0.05);
+  EXPECT_LT(saved->points.size(), 49U);
+  EXPECT_EQ(saved->image.width(), 640);
+  const qcPelBuffer<unsigned char> original = bitmap.pelBuffer();
+  for (long y = 0; y < 480; y += 7)
+    for (long x = 0; x < 640; x += 5) ASSERT_EQ(saved->image.get(x, y), original.get(x, y));
+  ASSERT_EQ(run("info c.arc"), 0) << errors;
+  EXPECT_NE(output.find("vnxMeasurement"), std::string::npos);
+  EXPECT_NE(output.find("circle: centre"), std::string::npos);
+  ASSERT_EQ(run("info c.bmp"), 0);
+  EXPECT_NE(output.find("32 bits"), std::string::npos);
+}
+
+TEST_F(Tool, ExitStatuses) {
+  qcDIB bitmap;
+  bitmap.init(drawn([](const qcVector<2>& p) { return p.x() - 40; }, 1, 1));
+  bitmap.write(qf_Widen(file("edge.bmp")));
+  std::ofstream(file("cut.bmp"), std::ios::binary).write(text("edge.bmp").data(), 900);
+  std::ofstream(file("cut.arc"), std::ios::binary).write("\x02\x01\x4F\xE5\x70\x54\x01\x01", 8);
+  std::ofstream(file("text")) << "nothing of ours";
+  const struct {
+    const char* arguments;
+    int status;
+  } cases[] = {{"gauge edge.bmp --roi -15,35,110,90 --find line", 0},
+               {"gauge edge.bmp --roi -15,35,30,90 --find line", 1},
+               {"gauge edge.bmp --roi -15,35,110,90 --find circle", 1},
+               {"gauge edge.bmp --roi -15,35,110 --find line", 2},
+               {"gauge edge.bmp --roi -15,35,0,90 --find line", 2},
+               {"gauge edge.bmp --roi -15,35,nan,90 --find line", 2},
+               {"gauge edge.bmp --roi -15,35,110,90 --find square", 2},
+               {"gauge edge.bmp --find line", 2},
+               {"", 2},
+               {"measure", 2},
+               {"--help", 0},
+               {"gauge missing.bmp --roi 0,0,9,9 --find line", 3},
+               {"gauge cut.bmp --roi 0,0,9,9 --find line", 3},
+               {"gauge text --roi 0,0,9,9 --find line", 3},
+               {"gauge edge.bmp --roi -15,35,110,90 --find line --save /nowhere/x.arc", 3},
+               {"info missing", 3},
+               {"info text", 3},
+               {"info cut.arc", 3},
+               {"info .", 3},
+               {"info edge.bmp", 0}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(run(c.arguments), c.status) << c.arguments << '\n' << output << errors;
+    EXPECT_EQ(errors.empty(), c.status == 0) << c.arguments;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,128 @@
+#include "overlay.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+
+#include <vnxstd/math/rigid.h>
+#include <vnxstd/shapes/line.h>
+#include <vnxstd/shapes/sampling.h>
+
+namespace {
+
+constexpr qcPackedRGB32Pel kRegion(80, 140, 255, 255), kScan(70, 110, 110, 255), kUsed(0, 230, 60, 255),
+    kRejected(255, 50, 40, 255), kShape(255, 220, 0, 255);
+
+constexpr double kWideEnough = 1200;  // pixels; smaller images are enlarged towards this width
+constexpr int kLargestZoom = 4;
+
+/// An enlarged copy of an image to draw on, in the coordinates of the image plane.
+class Canvas {
+ public:
+  explicit Canvas(const qcPelBuffer_const<unsigned char>& image)
+      : zoom_(
+            std::clamp(static_cast<int>(std::ceil(kWideEnough / static_cast<double>(image.width()))), 1, kLargestZoom)),
+        corner_(static_cast<double>(image.offset().x()), static_cast<double>(image.offset().y())),
+        pels_(image.width() * zoom_, image.height() * zoom_) {
+    for (long y = 0; y < pels_.height(); ++y) {
+      const unsigned char* from = image.pointToRow(image.offset().y() + y / zoom_);
+      qcPackedRGB32Pel* to = pels_.pointToRow(y);
+      for (long x = 0; x < pels_.width(); ++x) {
+        const unsigned char grey = from[x / zoom_];
+        to[x] = qcPackedRGB32Pel(grey, grey, grey, 255);
+      }
+    }
+  }
+
+  /// A segment, its edges smoothed over one pixel.
+  void segment(const qcVector<2>& from, const qcVector<2>& to, const qcPackedRGB32Pel& colour) {
+    const qcVector<2> a = onCanvas(from), b = onCanvas(to);
+    const double length = a.distance(b);
+    const auto steps = static_cast<long>(std::ceil(length));
+    for (long i = 0; i <= steps; ++i) {
+      const qcVector<2> p = a + (b - a) * (steps == 0 ? 0.0 : static_cast<double>(i) / static_cast<double>(steps));
+      dot(p, colour);
+    }
+  }
+
+  void cross(const qcVector<2>& at, const qcPackedRGB32Pel& colour) {
+    const double arm = 2.5 / zoom_;
+    segment(at - qcVector<2>(arm, arm), at + qcVector<2>(arm, arm), colour);
+    segment(at - qcVector<2>(arm, -arm), at + qcVector<2>(arm, -arm), colour);
+  }
+
+  const qcPelBuffer<qcPackedRGB32Pel>& pels() const { return pels_; }
+
+ private:
+  qcVector<2> onCanvas(const qcVector<2>& p) const { return (p - corner_) * static_cast<double>(zoom_); }
+
+  // Spreads the dot over the four pels around it.
+  void dot(const qcVector<2>& p, const qcPackedRGB32Pel& colour) {
+    const double x = p.x() - 0.5, y = p.y() - 0.5;
+    if (!(x > -1 && y > -1 && x < static_cast<double>(pels_.width()) && y < static_cast<double>(pels_.height())))
+      return;
+    const auto left = static_cast<long>(std::floor(x)), top = static_cast<long>(std::floor(y));
+    const double fx = x - static_cast<double>(left), fy = y - static_cast<double>(top);
+    blend(left, top, colour, (1 - fx) * (1 - fy));
+    blend(left + 1, top, colour, fx * (1 - fy));
+    blend(left, top + 1, colour, (1 - fx) * fy);
+    blend(left + 1, top + 1, colour, fx * fy);
+  }
+
+  void blend(long x, long y, const qcPackedRGB32Pel& colour, double share) {
+    if (x < 0 || y < 0 || x >= pels_.width() || y >= pels_.height()) return;
+    qcPackedRGB32Pel& pel = *pels_.pointToPel(x, y);
+    const auto mix = [share](unsigned char below, unsigned char above) {
+      return static_cast<unsigned char>(std::lround(below + share * (above - below)));
+    };
+    pel = qcPackedRGB32Pel(mix(pel.r(), colour.r()), mix(pel.g(), colour.g()), mix(pel.b(), colour.b()), 255);
+  }
+
+  int zoom_;
+  qcVector<2> corner_;
+  qcPelBuffer<qcPackedRGB32Pel> pels_;
+};
+
+// The part of an infinite line inside a rectangle (Liang and Barsky 1984).
+std::optional<ScanLine> inside(const qcFLine& line, const qcRect& rect) {
+  const qc2Rigid frame = line.rigid_();
+  const qcVector<2> p = frame * qcVector<2>(0, 0), d = frame.mapVector(qcVector<2>(1, 0));
+  double first = -1e9, last = 1e9;
+  const auto cut = [&](double from, double step, double least, double most) {
+    if (step == 0) return least <= from && from <= most;
+    const double a = (least - from) / step, b = (most - from) / step;
+    first = std::max(first, std::min(a, b));
+    last = std::min(last, std::max(a, b));
+    return first <= last;
+  };
+  if (!cut(p.x(), d.x(), rect.origin().x(), rect.lr().x()) || !cut(p.y(), d.y(), rect.origin().y(), rect.lr().y()))
+    return std::nullopt;
+  return ScanLine{p + d * first, p + d * last};
+}
+
+void drawShape(Canvas& canvas, const qcShape& shape, const qcRect& region) {
+  if (const auto* line = dynamic_cast<const qcFLine*>(&shape)) {
+    if (const auto part = inside(*line, region)) canvas.segment(part->from, part->to, kShape);
+    return;
+  }
+  qcShape::qcSampleResult samples;
+  shape.sample(qcShape::qcSampleParams(0.02, 0, 100000, false, false), samples);
+  const auto& points = samples.positions();
+  for (std::size_t i = 0; i < points.size(); ++i) canvas.segment(points[i], points[(i + 1) % points.size()], kShape);
+}
+
+}  // namespace
+
+qcPelBuffer<qcPackedRGB32Pel> drawOverlay(const vnxMeasurement& measurement, const std::vector<ScanLine>& scans) {
+  Canvas canvas(measurement.image);
+  for (const ScanLine& scan : scans) canvas.segment(scan.from, scan.to, kScan);
+  const qcRect& r = measurement.region;
+  canvas.segment(r.origin(), r.ur(), kRegion);
+  canvas.segment(r.ur(), r.lr(), kRegion);
+  canvas.segment(r.lr(), r.ll(), kRegion);
+  canvas.segment(r.ll(), r.origin(), kRegion);
+  drawShape(canvas, *measurement.shape, r);
+  for (std::size_t i = 0; i < measurement.points.size(); ++i)
+    canvas.cross(measurement.points[i], measurement.used[i] ? kUsed : kRejected);
+  return canvas.pels();
+}
