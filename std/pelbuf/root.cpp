@@ -127,7 +127,9 @@ qc_PelRoot::CopyPart qc_PelRoot::copyPart(const qcPelRect& rectangle, const qc_P
                                           bool clip) const {
   const Stretch x = clipped(rectangle.x0(), rectangle.width(), width(), at.x(), to.width());
   const Stretch y = clipped(rectangle.y0(), rectangle.height(), height(), at.y(), to.height());
-  if (!clip && (x.length != rectangle.width() || y.length != rectangle.height())) throw qcPel::BadWindow();
+  const bool isInside = contains(rectangle) && at.x() >= 0 && at.x() <= to.width() - rectangle.width() && at.y() >= 0 &&
+                        at.y() <= to.height() - rectangle.height();
+  if (!isInside && !clip) throw qcPel::BadWindow();
   if (x.length == 0 || y.length == 0) return {};
   return {qcPelRect(static_cast<long>(x.from), static_cast<long>(y.from), static_cast<long>(x.length),
                     static_cast<long>(y.length)),
