@@ -1,0 +1,39 @@
+// Saves a measurement as one archive and reads it back. The operator states the layout once, for both directions.
+#include <vnxstd/archive.h>
+#include <vnxstd/cfit.h>
+#include <vnxstd/math.h>
+
+#include <cstdio>
+#include <iostream>
+#include <vector>
+
+struct Measurement {
+  std::vector<qcVector<2>> points;
+  qcFLine line;
+  qcXform<2> millimetresFromPixels;
+};
+
+qcArchive& operator||(qcArchive& archive, Measurement& m) {
+  return archive || m.points || m.line || m.millimetresFromPixels;
+}
+
+int main() try {
+  Measurement measured;
+  measured.points = {{10, 20.1}, {20, 24.9}, {30, 30.0}, {40, 35.1}, {50, 39.9}};
+  measured.line = qcLSLineFitter(measured.points).fit();
+  measured.millimetresFromPixels = qcXform<2>(qcMatrix<2>(0.05, 0, 0, 0.05), qcVector<2>(0, 0));
+
+  qcFileArchive out(L"measurement.arc", qcArchive::storing);
+  out || measured;
+  out.close();  // throws when the disk is full; the destructor could not
+
+  Measurement read;
+  qcFileArchive in(L"measurement.arc", qcArchive::loading);
+  in || read;
+  std::printf("measurement.arc: %zu points, a line at %.2f degrees, %.2f pixels from the origin\n", read.points.size(),
+              read.line.angle().plain(), read.line.distance());
+  return read.line == measured.line && read.points == measured.points ? 0 : 1;
+} catch (const qcException& error) {
+  std::wcerr << error.message(true) << L'\n';
+  return 1;
+}
