@@ -11,8 +11,9 @@
 namespace zrtsys {
 
 /// Allocates `bytes` bytes whose first one, `*start`, lies at a multiple of `modulus` (any number from 1 on, not only a
-/// power of two). `*block` is what free() takes. The contents are whatever they are. More than the address space can
-/// hold is outOfMemory like any other size that is not to be had; both pointers are null after a failure.
+/// power of two; large blocks begin at a memory page). `*block` is what free() takes. The contents are whatever they
+/// are. More than the address space can hold is outOfMemory like any other size that is not to be had; both pointers
+/// are null after a failure.
 Status allocate(std::uint64_t bytes, std::uint64_t modulus, void** block, void** start) noexcept;
 
 /// Gives a block back; null is ignored.
