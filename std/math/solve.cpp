@@ -1,8 +1,11 @@
 #include "vnxstd/math/solve.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstddef>
 #include <limits>
+#include <memory_resource>
 #include <new>
 #include <numeric>
 #include <utility>
@@ -12,6 +15,7 @@ namespace {
 const qc_ErrorRegistration<qcNMMatrix::Errors, qcNMMatrix::unstableErr> registered;
 
 using Extended = long double;
+using Numbers = std::pmr::vector<Extended>;
 
 // b*b - 4*a*c. Where the two terms cancel, their rounding errors, which fma gives exactly, decide.
 double discriminant(double a, double b, double c) {
@@ -24,7 +28,12 @@ double discriminant(double a, double b, double c) {
 // The factors L and U of a matrix with its rows in the order of their pivots.
 class Factors {
  public:
-  Factors(std::vector<Extended> elements, std::size_t n) : n_(n), lu_(std::move(elements)), order_(n), work_(n) {
+  Factors(Numbers elements, std::size_t n)
+      : n_(n),
+        lu_(std::move(elements)),
+        order_(n, lu_.get_allocator()),
+        work_(n, lu_.get_allocator()),
+        reciprocal_(n, lu_.get_allocator()) {
     std::iota(order_.begin(), order_.end(), std::size_t{0});
     for (std::size_t k = 0; k < n_ && !singular_; ++k) eliminate(k);
   }
@@ -32,20 +41,20 @@ class Factors {
   bool singular() const { return singular_; }
 
   // Solves for one right-hand side, in place.
-  void solve(std::vector<Extended>& x) {
+  void solve(Numbers& x) {
     for (std::size_t i = 0; i < n_; ++i) work_[i] = x[order_[i]];
     for (std::size_t i = 0; i < n_; ++i) {
       x[i] = work_[i] - dot(i, 0, i, x);
     }
     for (std::size_t i = n_; i-- > 0;) {
-      x[i] = (x[i] - dot(i, i + 1, n_, x)) / at(i, i);
+      x[i] = (x[i] - dot(i, i + 1, n_, x)) * reciprocal_[i];
     }
   }
 
  private:
   Extended& at(std::size_t row, std::size_t column) { return lu_[row * n_ + column]; }
 
-  Extended dot(std::size_t row, std::size_t from, std::size_t to, const std::vector<Extended>& x) {
+  Extended dot(std::size_t row, std::size_t from, std::size_t to, const Numbers& x) {
     Extended sum = 0;
     for (std::size_t j = from; j < to; ++j) sum += at(row, j) * x[j];
     return sum;
@@ -62,38 +71,38 @@ class Factors {
       std::swap_ranges(&at(k, 0), &at(k, 0) + n_, &at(pivot, 0));
       std::swap(order_[k], order_[pivot]);
     }
+    reciprocal_[k] = 1 / at(k, k);
     for (std::size_t i = k + 1; i < n_; ++i) {
-      const Extended factor = at(i, k) /= at(k, k);
+      const Extended factor = at(i, k) *= reciprocal_[k];
       for (std::size_t j = k + 1; j < n_; ++j) at(i, j) -= factor * at(k, j);
     }
   }
 
   std::size_t n_;
-  std::vector<Extended> lu_;
-  std::vector<std::size_t> order_;
-  std::vector<Extended> work_;
+  Numbers lu_;
+  std::pmr::vector<std::size_t> order_;
+  Numbers work_;
+  Numbers reciprocal_;  // of the pivots
   bool singular_ = false;
 };
 
 // Scales the lines of a matrix, which start `start` apart and whose elements lie `step` apart, to a largest element
-// between 1 and 2; gives the exponents taken out. A line of zeros stays.
-std::vector<int> scale(std::vector<Extended>& elements, std::size_t n, std::size_t start, std::size_t step) {
-  std::vector<int> exponents(n, 0);
+// between 1 and 2; gives their factors, powers of two. A line of zeros stays.
+Numbers scale(Numbers& elements, std::size_t n, std::size_t start, std::size_t step) {
+  Numbers factors(n, 1, elements.get_allocator());
   for (std::size_t i = 0; i < n; ++i) {
     Extended largest = 0;
     for (std::size_t j = 0; j < n; ++j) largest = std::max(largest, std::fabs(elements[i * start + j * step]));
     if (largest == 0) continue;
-    exponents[i] = std::ilogb(largest);
-    for (std::size_t j = 0; j < n; ++j) {
-      Extended& element = elements[i * start + j * step];
-      element = std::ldexp(element, -exponents[i]);
-    }
+    int exponent = 0;
+    factors[i] = 2 * std::frexp(largest, &exponent) / largest;  // exact: the digits are the same
+    for (std::size_t j = 0; j < n; ++j) elements[i * start + j * step] *= factors[i];
   }
-  return exponents;
+  return factors;
 }
 
 // The largest sum of magnitudes in a column, and the same of the inverse.
-Extended norm(const std::vector<Extended>& elements, std::size_t n) {
+Extended norm(const Numbers& elements, std::size_t n) {
   Extended largest = 0;
   for (std::size_t j = 0; j < n; ++j) {
     Extended sum = 0;
@@ -103,9 +112,9 @@ Extended norm(const std::vector<Extended>& elements, std::size_t n) {
   return largest;
 }
 
-Extended normOfInverse(Factors& factors, std::size_t n) {
+Extended normOfInverse(Factors& factors, Numbers& column) {
+  const std::size_t n = column.size();
   Extended largest = 0;
-  std::vector<Extended> column(n);
   for (std::size_t j = 0; j < n; ++j) {
     std::fill(column.begin(), column.end(), Extended{0});
     column[j] = 1;
@@ -192,24 +201,25 @@ qcNMMatrix qcNMMatrix::solve(const qcNMMatrix& A, const qcNMMatrix& r, bool equi
       !std::ranges::all_of(r.elements_, finite)) {
     throw unstableErr();
   }
-  std::vector<Extended> scaled(A.elements_.begin(), A.elements_.end());
-  std::vector<int> rowScale(n, 0), columnScale(n, 0);
+  std::array<std::byte, 2560> local;  // enough for systems of up to eight unknowns
+  std::pmr::monotonic_buffer_resource memory(local.data(), local.size());
+  Numbers scaled(A.elements_.begin(), A.elements_.end(), &memory), x(n, &memory);
+  Numbers rowScale(n, 1, &memory), columnScale(n, 1, &memory);
   if (equilibrate) {
     rowScale = scale(scaled, n, n, 1);
     columnScale = scale(scaled, n, 1, n);
   }
   const Extended size = norm(scaled, n);
   Factors factors(std::move(scaled), n);
-  if (!factors.singular()) condition = narrowed(size * normOfInverse(factors, n));
+  if (!factors.singular()) condition = narrowed(size * normOfInverse(factors, x));
   if (!(condition <= bound) || std::isinf(condition)) throw unstableErr();
 
   qcNMMatrix result(n, r.columns_);
-  std::vector<Extended> x(n);
   for (std::size_t j = 0; j < r.columns_; ++j) {
-    for (std::size_t i = 0; i < n; ++i) x[i] = std::ldexp(Extended{r.element(i, j)}, -rowScale[i]);
+    for (std::size_t i = 0; i < n; ++i) x[i] = r.element(i, j) * rowScale[i];
     factors.solve(x);
     for (std::size_t i = 0; i < n; ++i) {
-      const double value = narrowed(std::ldexp(x[i], -columnScale[i]));
+      const double value = narrowed(x[i] * columnScale[i]);
       if (!finite(value)) throw unstableErr();
       result.element(i, j, value);
     }
