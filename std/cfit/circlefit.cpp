@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "std/cfit/moments.h"
-#include "std/cfit/pairs.h"
+#include "std/cfit/simd.h"
 #include "vnxstd/math/solve.h"
 
 using cfit::Wide;
@@ -15,23 +15,58 @@ const qc_ErrorRegistration<qcLSCircleFitter::Errors, qcLSCircleFitter::UnstableE
 
 constexpr double kCondition = 1e14;
 
+struct Sums {
+  qc_PointSums points;
+  qc_CubicSums cubes;
+
+  void add(const qcVector<2>& p) {
+    points.add(p.x(), p.y());
+    cubes.add(p.x(), p.y());
+  }
+};
+
+// Adds the points of even number to one set of sums and the others to a second one: one chain of additions would wait
+// for itself.
+void addInTwos(Sums& even, Sums& odd, const qcVector<2>* points, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) (i % 2 == 0 ? even : odd).add(points[i]);
+}
+
+#if VNXSTD_CFIT_AVX2
+
+// The same, to the bit.
+[[gnu::target("avx2")]] void addAvx2(Sums& even, Sums& odd, const qcVector<2>* points, std::size_t count) {
+  cfit::Four first{}, second{}, products{}, cubes{}, mixed{};
+  for (std::size_t i = 0; i + 1 < count; i += 2) {
+    cfit::Four p;  // x, y, x, y
+    std::memcpy(&p, points + i, sizeof p);
+    const cfit::Four swapped = __builtin_shufflevector(p, p, 1, 0, 3, 2), squares = p * p;
+    first += p;
+    second += squares;
+    products += p * swapped;
+    cubes += squares * p;
+    mixed += squares * swapped;
+  }
+  even = {{first[0], first[1], second[0], second[1], products[0]}, {cubes[0], cubes[1], mixed[1], mixed[0]}};
+  odd = {{first[2], first[3], second[2], second[3], products[2]}, {cubes[2], cubes[3], mixed[3], mixed[2]}};
+  if (count % 2 != 0) even.add(points[count - 1]);
+}
+
+#else
+
+constexpr auto addAvx2 = &addInTwos;
+
+#endif
+
 }  // namespace
 
 void qcLSCircleFitter::update(const qcVector<2>* points, std::size_t count) {
   qf_CountPoints<UnstableErr>(n_, count);
-  cfit::Pair first = {sums_.x, sums_.y}, second = {sums_.xx, sums_.yy};
-  cfit::Pair cubes = {cubes_.xxx, cubes_.yyy}, mixed = {cubes_.xxy, cubes_.xyy};
-  double xy = sums_.xy;
-  for (std::size_t i = 0; i < count; ++i) {
-    const cfit::Pair p = cfit::load(points[i]), squares = p * p;
-    first += p;
-    second += squares;
-    xy += p[0] * p[1];
-    cubes += squares * p;
-    mixed += squares * cfit::Pair{p[1], p[0]};
-  }
-  sums_ = {first[0], first[1], second[0], second[1], xy};
-  cubes_ = {cubes[0], cubes[1], mixed[1], mixed[0]};
+  Sums even, odd;
+  (cfit::haveAvx2() ? addAvx2 : addInTwos)(even, odd, points, count);
+  even.points += odd.points;
+  even.cubes += odd.cubes;
+  sums_ += even.points;
+  cubes_ += even.cubes;
 }
 
 qcLSCircleFitter& qcLSCircleFitter::operator+=(const qcLSCircleFitter& other) {

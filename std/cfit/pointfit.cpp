@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "std/cfit/moments.h"
-#include "std/cfit/pairs.h"
+#include "std/cfit/simd.h"
 #include "vnxstd/math/rigid.h"
 #include "vnxstd/math/solve.h"
 
@@ -22,24 +22,23 @@ void addOneByOne(qc_PairSums& sums, const qcVector<2>* p, const qcVector<2>* q, 
   sums = local;
 }
 
-#if defined(__x86_64__) || defined(__i386__)
+#if VNXSTD_CFIT_AVX2
 
 // Four sums to a register, each of them taken in the same order as above: half the time.
 [[gnu::target("avx2")]] void addAvx2(qc_PairSums& sums, const qcVector<2>* p, const qcVector<2>* q, std::size_t count) {
-  using Four [[gnu::vector_size(32)]] = double;
-  Four first = {sums.p.x, sums.p.y, sums.q.x, sums.q.y};
-  Four byPx = {sums.p.xx, sums.p.xy, sums.qxpx, sums.qypx};
-  Four byPy = {0, sums.p.yy, sums.qxpy, sums.qypy};
-  cfit::Pair byQx = {sums.q.xx, sums.q.xy};
+  cfit::Four first = {sums.p.x, sums.p.y, sums.q.x, sums.q.y};
+  cfit::Four byPx = {sums.p.xx, sums.p.xy, sums.qxpx, sums.qypx};
+  cfit::Four byPy = {0, sums.p.yy, sums.qxpy, sums.qypy};
+  cfit::Two byQx = {sums.q.xx, sums.q.xy};
   double qyqy = sums.q.yy;
   for (std::size_t i = 0; i < count; ++i) {
-    const double px = p[i].x(), py = p[i].y(), qx = q[i].x(), qy = q[i].y();
-    const Four pair = {px, py, qx, qy};
+    const cfit::Two second = cfit::load(q[i]);
+    const cfit::Four pair = __builtin_shufflevector(cfit::load(p[i]), second, 0, 1, 2, 3);
     first += pair;
-    byPx += px * pair;
-    byPy += py * pair;
-    byQx += qx * cfit::Pair{qx, qy};
-    qyqy += qy * qy;
+    byPx += p[i].x() * pair;
+    byPy += p[i].y() * pair;
+    byQx += q[i].x() * second;
+    qyqy += q[i].y() * q[i].y();
   }
   sums.p = {first[0], first[1], byPx[0], byPy[1], byPx[1]};
   sums.q = {first[2], first[3], byQx[0], qyqy, byQx[1]};
@@ -49,16 +48,9 @@ void addOneByOne(qc_PairSums& sums, const qcVector<2>* p, const qcVector<2>* q, 
   sums.qypy = byPy[3];
 }
 
-void addPairs(qc_PairSums& sums, const qcVector<2>* p, const qcVector<2>* q, std::size_t count) {
-  static const bool avx2 = __builtin_cpu_supports("avx2");
-  (avx2 ? addAvx2 : addOneByOne)(sums, p, q, count);
-}
-
 #else
 
-void addPairs(qc_PairSums& sums, const qcVector<2>* p, const qcVector<2>* q, std::size_t count) {
-  addOneByOne(sums, p, q, count);
-}
+constexpr auto addAvx2 = &addOneByOne;
 
 #endif
 
@@ -183,7 +175,7 @@ qcLSPointToPointFitter::qcLSPointToPointFitter(const std::vector<qcVector<2>>& f
 
 void qcLSPointToPointFitter::update(const qcVector<2>* p, const qcVector<2>* q, std::size_t count) {
   qf_CountPoints<UnstableErr>(n_, count);
-  addPairs(sums_, p, q, count);
+  (cfit::haveAvx2() ? addAvx2 : addOneByOne)(sums_, p, q, count);
 }
 
 qcLSPointToPointFitter& qcLSPointToPointFitter::operator+=(const qcLSPointToPointFitter& other) {

@@ -30,7 +30,7 @@ class VNXSTD_EXPORT qcLSLineFitter {
   /// Forgets all points.
   void reset() noexcept { *this = qcLSLineFitter(); }
 
-  /// Adds one point, or `count` points in their order. Throws UnstableErr when the count would overflow.
+  /// Adds one point, or `count` points. Throws UnstableErr when the count would overflow.
   void update(const qcVector<2>& point) {
     qf_CountPoints<UnstableErr>(n_, 1);
     sums_.add(point.x(), point.y());

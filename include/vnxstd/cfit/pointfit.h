@@ -37,6 +37,9 @@ struct qc_PairSums {
 
 /// Fits the transform T that minimises the sum of |T(q) - p|^2 over pairs of points (p, q): T maps the second point of
 /// each pair onto the first. A value of 120 bytes made of running sums; see sums.h for what holds for every fitter.
+///
+///     qcLSPointToPointFitter fitter(drawing, measured);
+///     const qcXform<2> drawingFromImage = fitter.fit(4);  // rotation, scale and translation
 class VNXSTD_EXPORT qcLSPointToPointFitter {
  public:
   class VNXSTD_EXPORT Errors : public qc_ErrorGroup<Errors> {};
@@ -52,7 +55,7 @@ class VNXSTD_EXPORT qcLSPointToPointFitter {
   /// Forgets all pairs.
   void reset() noexcept { *this = qcLSPointToPointFitter(); }
 
-  /// Adds one pair, or `count` pairs from two arrays in their order. Throws UnstableErr when the count would overflow.
+  /// Adds one pair, or `count` pairs from two arrays. Throws UnstableErr when the count would overflow.
   void update(const qcVector<2>& p, const qcVector<2>& q) {
     qf_CountPoints<UnstableErr>(n_, 1);
     sums_.add(p.x(), p.y(), q.x(), q.y());

@@ -70,7 +70,12 @@ struct qc_PointLineSums {
 /// Fits the transform T that minimises the sum of squared distances of the points T(q) from their lines, over pairs of
 /// a line and a point q: edge points that belong to the straight sides of a known part, for instance, of which nobody
 /// knows where along the side they lie. T maps the second member of each pair onto the first, as in the point-to-point
-/// fitter. A value of 224 bytes made of running sums; see sums.h for what holds for every fitter.
+/// fitter. A value of 208 bytes made of running sums; see sums.h for what holds for every fitter.
+///
+///     qcLSPointToLineFitter fitter;
+///     for (const Side& side : part) fitter.update(side.line, side.points.data(), side.points.size());
+///     const qcXform<2> partFromImage = fitter.fit(3);  // carries the measured points onto the part
+///     const double rms = std::sqrt(fitter.error(partFromImage) / fitter.count());
 ///
 /// With (nx, ny) = (-sin a, cos a) the normal of a line of angle a and distance d, the distance of T(q) is
 /// nx * X + ny * Y - d, which is linear in the elements of T: the sums are those of the normal equations.

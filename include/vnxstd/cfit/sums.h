@@ -5,7 +5,7 @@
 // the number of points. The sums are doubles, everything that is computed from them runs in long double.
 //
 // What holds for every fitter:
-//  - A bulk update adds the points in their order and gives exactly the sums that single updates would give.
+//  - A bulk update gives the sums of single updates but for rounding, and the same ones on every processor.
 //  - Up to 2147483647 points (or pairs) are counted; an update that would go beyond throws UnstableErr and changes
 //  nothing.
 //  - Infinite and NaN coordinates, and coordinates so large that a sum overflows, make every later fit fail as
