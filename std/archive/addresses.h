@@ -14,6 +14,7 @@ class qc_AddressTable {
     qcPersistent* object = nullptr;
     std::int32_t stored = 0;  // identifier under which the archive stored it, 0 for none
     std::int32_t loaded = 0;  // identifier under which the archive loaded it, 0 for none
+    std::size_t made = 0;     // its place among those made by the load under way, if it is there
   };
 
   Slot* find(const qcPersistent* object) noexcept;

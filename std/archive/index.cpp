@@ -161,18 +161,21 @@ void qc_ArchiveIndex::forget(const qcPersistent* object) noexcept {
   for (qc_ArchiveIndex* index = holders; index; index = index->next_) {
     qc_AddressTable::Slot* slot = index->addresses_.find(object);
     if (!slot) continue;
-    if (const std::int32_t id = slot->loaded; id != 0) {
-      const Loaded* loaded = index->findLoaded(id);
-      if (loaded && loaded->object == object) {
-        if (loaded->made != kNotMade) index->made_[loaded->made].object = nullptr;
-        index->removeLoaded(id);
-      }
+    if (qc_LoadedObject* made = index->findMade(*slot)) made->object = nullptr;
+    if (const Loaded* loaded = index->findLoaded(slot->loaded); loaded && loaded->object == object) {
+      index->removeLoaded(slot->loaded);
     }
     index->addresses_.remove(slot);
   }
 }
 
+// Null when the load under way has not made the object: a place from an earlier load is another object's by now.
+qc_LoadedObject* qc_ArchiveIndex::findMade(const qc_AddressTable::Slot& slot) noexcept {
+  return slot.made < made_.size() && made_[slot.made].object == slot.object ? &made_[slot.made] : nullptr;
+}
+
 qc_ArchiveIndex::Loaded* qc_ArchiveIndex::findLoaded(std::int32_t id) noexcept {
+  if (id == 0) return nullptr;
   const auto place = static_cast<std::size_t>(id) - 1;
   if (place < dense_.size() && dense_[place].object) return &dense_[place];
   if (sparse_.empty()) return nullptr;
@@ -206,8 +209,8 @@ bool qc_ArchiveIndex::isStillLoading(const qcPersistent* object) noexcept {
   if (!object || made_.empty()) return false;
   const std::lock_guard guard(tableLock);
   const qc_AddressTable::Slot* slot = addresses_.find(object);
-  const Loaded* loaded = slot && slot->loaded != 0 ? findLoaded(slot->loaded) : nullptr;
-  return loaded && loaded->made != kNotMade && !made_[loaded->made].complete;
+  const qc_LoadedObject* made = slot ? findMade(*slot) : nullptr;
+  return made && !made->complete;
 }
 
 const qc_RegistryEntry& qc_ArchiveIndex::entryOf(const qcPersistent& object) {
@@ -393,12 +396,12 @@ void qc_ArchiveIndex::loadObject(qcPersistent& object) {
 
 // Pointers.
 
-void qc_ArchiveIndex::storePointer(qcPersistent* object) {
+void qc_ArchiveIndex::storePointer(qcPersistent* object, bool owned) {
   const Entry inside(*this);
   if (archive_.version_ == 0) throw qcArchive::CannotWriteToOldArchive(kArchiveSource, kOldArchiveLine);
   if (!object) return writeRecord({});
   Record record;
-  {
+  if (!owned) {
     const std::lock_guard guard(tableLock);
     if (const qc_AddressTable::Slot* slot = addresses_.find(object)) record.id = slot->stored;
   }
@@ -417,9 +420,9 @@ void qc_ArchiveIndex::storePointer(qcPersistent* object) {
   record.kind = kInline;
   const std::streamoff start = archive_.seekable_ ? archive_.offset() : 0;
   StoreGuard undo(*this);
-  stored_.push_back(object);
-  if (archive_.seekable_) positions_[record.id] = start;
-  {
+  if (!owned) {
+    stored_.push_back(object);
+    if (archive_.seekable_) positions_[record.id] = start;
     const std::lock_guard guard(tableLock);
     addresses_.enter(object).stored = record.id;
     object->held_.store(qcPersistent::kStored | qcPersistent::kKnown, std::memory_order_relaxed);
@@ -436,7 +439,7 @@ void qc_ArchiveIndex::storePointer(qcPersistent* object) {
   undo.succeed();
 }
 
-qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast) {
+qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool owned) {
   const Entry inside(*this);
   const Record record = readRecord();
   if (record.id == 0) return {};
@@ -447,13 +450,13 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast) {
   }
   LoadGuard undo(*this);
   Given given;
-  if (giveKnown(record.id, cast, given)) {
+  if (!owned && giveKnown(record.id, cast, given)) {
     CountGuard count(given);
     if (record.kind == kInline) readScratch(record);
     count.keep();
   } else {
-    given = record.kind == kInline ? loadInline(record, cast) : loadElsewhere(record, cast);
-    if (cast) qcRepBase::refInc(given.rep);
+    given = record.kind == kInline ? loadInline(record, cast, owned) : loadElsewhere(record, cast, owned);
+    if (cast && !owned) qcRepBase::refInc(given.rep);
   }
   undo.succeed();
   if (pointers_ == 1) commit();
@@ -502,12 +505,12 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::makeObject(std::int32_t id, qc_PointerCa
     counts_.reserve(larger);
     made_.reserve(larger);
   }
-  if (id != 0) {
-    enterLoaded(id, {given.object, given.rep, made_.size(), cast != nullptr});
-    addresses_.enter(given.object).loaded = id;
-    given.object->held_.store(qcPersistent::kKnown, std::memory_order_relaxed);
-    link();
-  }
+  qc_AddressTable::Slot& slot = addresses_.enter(given.object);
+  slot.loaded = id;
+  slot.made = made_.size();
+  if (id != 0) enterLoaded(id, {given.object, given.rep, cast != nullptr});
+  given.object->held_.store(qcPersistent::kKnown, std::memory_order_relaxed);
+  link();
   made_.push_back({given.object, given.rep, id});
   counts_.push_back({given.rep, false});
   if (given.rep) qcRepBase::refInc(given.rep);
@@ -515,14 +518,15 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::makeObject(std::int32_t id, qc_PointerCa
   return given;
 }
 
-qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const Record& record, qc_PointerCast cast) {
+qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const Record& record, qc_PointerCast cast, bool owned) {
   const std::streamoff bodyStart = archive_.seekable_ ? archive_.offset() : 0;
   const std::size_t place = made_.size();
-  const Given given = makeObject(record.id, cast);
+  const Given given = makeObject(owned ? 0 : record.id, cast);
   serializeObject(*given.object);
   made_[place].complete = true;
   if (archive_.seekable_) {
     if (record.size != 0) skipTo(bodyStart, record.size, kRecordSizeLine);
+    if (owned) return given;
     positions_[record.id] = bodyStart - static_cast<std::streamoff>(kRecordHead + 2 * (record.wide ? 8 : 4));
     const std::lock_guard guard(tableLock);
     if (qc_AddressTable::Slot* slot = addresses_.find(given.object)) {
@@ -533,7 +537,7 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const Record& record, qc_Poin
   return given;
 }
 
-qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const Record& record, qc_PointerCast cast) {
+qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const Record& record, qc_PointerCast cast, bool owned) {
   if (!archive_.seekable_) throw qcArchive::NotFound(kIndexSource, kNotInArchiveLine);
   auto position = static_cast<std::streamoff>(record.position);
   if (const auto found = positions_.find(record.id); found != positions_.end()) position = found->second;
@@ -543,7 +547,7 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const Record& record, qc_P
   archive_.seekTo(position);
   const Record target = readRecord();
   if (target.id != record.id || target.kind != kInline) throw qcArchive::NotFound(kIndexSource, kNotInIndexLine);
-  const Given given = loadInline(target, cast);
+  const Given given = loadInline(target, cast, owned);
   charge(archive_.offset(), here);
   archive_.seekTo(here);
   return given;
@@ -591,20 +595,16 @@ void qc_ArchiveIndex::undo(std::size_t from) noexcept {
 // The load has succeeded: its objects belong to those who refer to them. An object that handles were given, and that
 // all of them let go of while the load lasted, goes now.
 void qc_ArchiveIndex::commit() noexcept {
-  for (std::size_t i = 0; i < made_.size(); ++i) {
-    qcPersistent* object = nullptr;
-    bool given = false;
-    {
-      const std::lock_guard guard(tableLock);
-      object = made_[i].object;
-      if (!object) continue;
-      if (Loaded* loaded = findLoaded(made_[i].id)) {
-        given = loaded->given;
-        loaded->made = kNotMade;
-      }
+  {
+    const std::lock_guard guard(tableLock);
+    for (qc_LoadedObject& made : made_) {
+      if (!made.object || !made.rep || qcRepBase::refDec(made.rep) != 0) continue;
+      const Loaded* loaded = findLoaded(made.id);
+      made.dropped = loaded && loaded->given;
     }
-    const qcRepBase* rep = made_[i].rep;
-    if (rep && qcRepBase::refDec(rep) == 0 && given) delete object;
+  }
+  for (std::size_t i = 0; i < made_.size(); ++i) {
+    if (made_[i].dropped && made_[i].object) delete made_[i].object;
   }
   made_.clear();
   counts_.clear();

@@ -22,15 +22,16 @@ class qc_ArchiveIndex {
   qc_ArchiveIndex& operator=(const qc_ArchiveIndex&) = delete;
 
   void serializeObject(qcPersistent& object);
-  void storePointer(qcPersistent* object);
+  /// An owned object is stored in full and is not remembered.
+  void storePointer(qcPersistent* object, bool owned = false);
   /// An object that a pointer or handle is given; a handle is given a count of it, too.
   struct Given {
     qcPersistent* object = nullptr;
     void* typed = nullptr;  // as the class that the handle wants
     const qcRepBase* rep = nullptr;
   };
-  /// A null `cast` accepts every class and takes no count.
-  Given loadPointer(qc_PointerCast cast);
+  /// A null `cast` accepts every class. Only what is not owned can be referred to, and then a `cast` takes a count.
+  Given loadPointer(qc_PointerCast cast, bool owned = false);
 
   bool isStillLoading(const qcPersistent* object) noexcept;
 
@@ -63,10 +64,8 @@ class qc_ArchiveIndex {
   struct Loaded {
     qcPersistent* object = nullptr;
     const qcRepBase* rep = nullptr;
-    std::size_t made = kNotMade;  // its place in made_ while the load that makes it is under way
-    bool given = false;           // a handle was given it
+    bool given = false;  // a handle was given it
   };
-  static constexpr std::size_t kNotMade = ~std::size_t{0};
 
   void writeRecord(const Record& record);
   Record readRecord();
@@ -78,14 +77,15 @@ class qc_ArchiveIndex {
   void storeObject(qcPersistent& object);
   void loadObject(qcPersistent& object);
 
-  Given loadInline(const Record& record, qc_PointerCast cast);
-  Given loadElsewhere(const Record& record, qc_PointerCast cast);
+  Given loadInline(const Record& record, qc_PointerCast cast, bool owned);
+  Given loadElsewhere(const Record& record, qc_PointerCast cast, bool owned);
   bool giveKnown(std::int32_t id, qc_PointerCast cast, Given& given);
   void readScratch(const Record& record);
   Given makeObject(std::int32_t id, qc_PointerCast cast);
   void charge(std::streamoff position, std::streamoff next);
 
-  // The following four run under the table lock.
+  // The following run under the table lock.
+  qc_LoadedObject* findMade(const qc_AddressTable::Slot& slot) noexcept;
   Loaded* findLoaded(std::int32_t id) noexcept;
   void enterLoaded(std::int32_t id, const Loaded& loaded);
   void removeLoaded(std::int32_t id) noexcept;

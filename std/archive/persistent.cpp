@@ -57,6 +57,12 @@ void* qf_SerializeTypedPointer(qcArchive& archive, qcPersistent* in, qc_PointerC
   return nullptr;
 }
 
+void* qf_SerializeOwnedPointer(qcArchive& archive, qcPersistent* in, qc_PointerCast cast) {
+  if (archive.isLoading()) return archive.index_->loadPointer(cast, true).typed;
+  archive.index_->storePointer(in, true);
+  return nullptr;
+}
+
 qcArchive& operator||(qcArchive& archive, qcPersistent& object) {
   qcPersistent::serializeObject(archive, object);
   return archive;

@@ -11,8 +11,9 @@
 struct qc_LoadedObject {
   qcPersistent* object;   // null once it is destroyed
   const qcRepBase* rep;   // its count, one higher while the load lasts; null when it is not counted
-  std::int32_t id;        // under which the archive knows it, 0 for a scratch copy
+  std::int32_t id;        // under which the archive knows it, 0 when nothing can refer to it
   bool complete = false;  // its body is loaded
+  bool dropped = false;   // handles have had it, and have all let go of it
 
   /// Its count again, to be looked up by address.
   struct Count {

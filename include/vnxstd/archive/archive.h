@@ -240,6 +240,8 @@ class VNXSTD_EXPORT qcArchive {
   friend VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, unsigned char& value);
   friend VNXSTD_EXPORT void* qf_SerializeTypedPointer(qcArchive& archive, qcPersistent* in,
                                                       void* (*cast)(qcPersistent*, const qcRepBase*&));
+  friend VNXSTD_EXPORT void* qf_SerializeOwnedPointer(qcArchive& archive, qcPersistent* in,
+                                                      void* (*cast)(qcPersistent*, const qcRepBase*&));
 
   void words(void* data, std::size_t count, unsigned size);
   void readBytes(void* data, std::size_t count, int line);
@@ -312,6 +314,20 @@ qcArchive& operator||(qcArchive& archive, Handle& handle) {
                                             return typed;
                                           });
   if (archive.isLoading()) handle = Handle(static_cast<Object*>(object), qc_AdoptCount());
+  return archive;
+}
+
+/// The same for an object that has one owner: it is stored in full each time, and always comes back as an object of its
+/// own, which nothing else in the archive can refer to.
+VNXSTD_EXPORT void* qf_SerializeOwnedPointer(qcArchive& archive, qcPersistent* in, qc_PointerCast cast);
+
+/// An object of which nobody else has a part; may be null. Loading throws qcArchive::BadType when the object is no T;
+/// the owner is unchanged by a load that throws.
+template <class T>
+requires std::is_base_of_v<qcPersistent, T> qcArchive& operator||(qcArchive& archive, std::unique_ptr<T>& owner) {
+  void* object = qf_SerializeOwnedPointer(
+      archive, owner.get(), [](qcPersistent* loaded, const qcRepBase*&) -> void* { return dynamic_cast<T*>(loaded); });
+  if (archive.isLoading()) owner.reset(static_cast<T*>(object));
   return archive;
 }
 

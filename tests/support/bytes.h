@@ -1,0 +1,54 @@
+// Bytes as hexadecimal text, and what archives make of values.
+#pragma once
+
+#include <cctype>
+#include <string>
+
+#include "vnxstd/archive/memory.h"
+
+/// The bytes that the hexadecimal digits of `text` stand for; all else is skipped.
+inline std::string fromHex(std::string_view text) {
+  std::string digits, bytes;
+  for (const char c : text) {
+    if (std::isxdigit(static_cast<unsigned char>(c))) digits.push_back(c);
+  }
+  for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
+    bytes.push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+  }
+  return bytes;
+}
+
+inline std::string toHex(std::string_view bytes) {
+  std::string text;
+  for (const char c : bytes) {
+    for (const int shift : {4, 0}) text.push_back("0123456789ABCDEF"[(static_cast<unsigned char>(c) >> shift) & 15]);
+  }
+  return text;
+}
+
+inline std::string reversed(std::string text) { return {text.rbegin(), text.rend()}; }
+
+inline std::string headOf(qcArchive::Ordering ordering, bool seekable = false) {
+  return {static_cast<char>(seekable ? 3 : 2), static_cast<char>(ordering)};
+}
+
+/// What storing the values writes behind the header.
+template <class... T>
+std::string stored(qcArchive::Ordering ordering, bool seekable, const T&... values) {
+  qcMemoryArchive archive(ordering, seekable);
+  (archive << ... << values);
+  return std::string(archive.bytes().begin() + 2, archive.bytes().end());
+}
+
+/// A loading archive over these bytes; the header comes first when there is one.
+class BytesArchive {
+ public:
+  explicit BytesArchive(std::string bytes, bool seekable = false)
+      : bytes_(std::move(bytes)), archive_(bytes_.data(), static_cast<long>(bytes_.size()), seekable) {}
+  qcArchive& operator*() { return archive_; }
+  qcArchive* operator->() { return &archive_; }
+
+ private:
+  std::string bytes_;
+  qcMemoryArchive archive_;
+};

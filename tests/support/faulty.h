@@ -1,0 +1,74 @@
+// Media in memory that fail on purpose: short reads, refused writes, flipped bytes, buffers of any size.
+#pragma once
+
+#include <algorithm>
+#include <streambuf>
+#include <string>
+
+#include "vnxstd/archive/archive.h"
+
+struct Faults {
+  static constexpr std::size_t kNone = ~std::size_t{0};
+  std::size_t readLimit = kNone;   // bytes that can be read, as of a short read
+  std::size_t writeLimit = kNone;  // bytes that are taken before the medium is full
+  std::size_t flipAt = kNone;      // the byte whose bits are flipped
+  unsigned char flipMask = 0xFF;
+  std::size_t chunk = 1;  // bytes that are read ahead
+};
+
+class FaultyBuffer : public std::streambuf {
+ public:
+  explicit FaultyBuffer(std::string data = {}, Faults faults = {}) : data_(std::move(data)), faults_(faults) {
+    if (faults_.flipAt < data_.size())
+      data_[faults_.flipAt] = static_cast<char>(data_[faults_.flipAt] ^ faults_.flipMask);
+  }
+  const std::string& data() const { return data_; }
+
+ protected:
+  int_type underflow() override {
+    const std::size_t end = std::min(data_.size(), faults_.readLimit);
+    const std::size_t from = here(), to = std::min(end, from + faults_.chunk);
+    if (from >= to) return traits_type::eof();
+    setg(data_.data() + from, data_.data() + from, data_.data() + to);
+    return traits_type::to_int_type(*gptr());
+  }
+  int_type overflow(int_type c) override {
+    if (writeAt_ >= faults_.writeLimit || traits_type::eq_int_type(c, traits_type::eof())) return traits_type::eof();
+    if (writeAt_ == data_.size()) data_.push_back('\0');
+    data_[writeAt_++] = traits_type::to_char_type(c);
+    return c;
+  }
+  pos_type seekoff(off_type offset, std::ios_base::seekdir from, std::ios_base::openmode which) override {
+    if (from == std::ios_base::end) offset += static_cast<off_type>(data_.size());
+    if (from == std::ios_base::cur) offset += static_cast<off_type>((which & std::ios_base::in) ? here() : writeAt_);
+    return seekpos(pos_type(offset), which);
+  }
+  pos_type seekpos(pos_type position, std::ios_base::openmode which) override {
+    const auto target = static_cast<off_type>(position);
+    if (target < 0 || target > static_cast<off_type>(data_.size())) return pos_type(off_type(-1));
+    if (which & std::ios_base::out) {
+      writeAt_ = static_cast<std::size_t>(target);
+    } else {
+      readAt_ = static_cast<std::size_t>(target);
+      setg(nullptr, nullptr, nullptr);
+    }
+    return position;
+  }
+
+ private:
+  std::size_t here() const { return gptr() ? static_cast<std::size_t>(gptr() - data_.data()) : readAt_; }
+
+  std::string data_;
+  Faults faults_;
+  std::size_t readAt_ = 0, writeAt_ = 0;
+};
+
+/// An archive on any stream buffer.
+class StreamArchive : public qcArchive {
+ public:
+  StreamArchive(std::streambuf& buffer, Direction direction, Ordering ordering = littleEndian, bool seekable = false)
+      : qcArchive(&buffer, direction, ordering, seekable, false) {
+    ctorFinished();
+  }
+  ~StreamArchive() override { dtorStarting(); }
+};

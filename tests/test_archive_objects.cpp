@@ -1,0 +1,752 @@
+// Objects in archives: framing, sharing, circles, failed and hostile loads, seekable archives, threads.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <new>
+#include <random>
+#include <thread>
+
+#include "support/allocations.h"
+#include "support/bytes.h"
+#include "support/faulty.h"
+#include "vnxstd/archive/text.h"
+
+namespace {
+
+constexpr auto kBig = qcArchive::bigEndian;
+constexpr auto kLittle = qcArchive::littleEndian;
+
+std::atomic<int> alive{0};  // objects of the classes below
+
+// Without a count; has one owner.
+class Pet : public qcPersistent {
+ public:
+  explicit Pet(unsigned char n = 0) : number(n) { ++alive; }
+  Pet(const Pet& other) : qcPersistent(other), number(other.number) { ++alive; }
+  ~Pet() override { --alive; }
+  static qcPersistent* make() { return new Pet; }
+  unsigned char number;
+  bool throwing = false;
+  bool legacy = false;
+
+  bool loadLegacy(qcArchive& archive) override {
+    if (legacy) archive || number;
+    return legacy;
+  }
+
+ protected:
+  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 1, &Pet::serialize_); }
+  void serialize_(qcArchive& archive, unsigned char version) {
+    qcArchive::checkVersion(version, 1, "pet", 5);
+    qcPersistent::dispatchSerialize(archive);
+    if (throwing) throw std::runtime_error("pet");
+    archive || number;
+  }
+};
+
+// Much that can go wrong in one class: circles, virtual bases, an owned object, a handle onto itself that is dropped.
+class Node : public virtual qcRepBase, public virtual qcPersistent {
+ public:
+  Node() { ++alive; }
+  ~Node() override { --alive; }
+  Node(const Node&) = delete;
+  static qcPersistent* make() { return new Node; }
+  void rename(const std::string& to) {
+    mutating();
+    name = to;
+  }
+  void preLoad() override {
+    if (letsGo) edges.clear();
+  }
+  std::string name;
+  std::vector<qcPtrHandle<Node>> edges;
+  std::vector<double> data;
+  std::unique_ptr<Pet> pet;
+  qcPtrHandle_const<Node> look;
+  static inline bool letsGo = false;  // whether preLoad drops the handles
+  static inline bool refusesCircles = false;
+
+ protected:
+  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &Node::serialize_); }
+  void serialize_(qcArchive& archive, unsigned char version) {
+    qcArchive::checkVersion(version, 0, "node", 7);
+    qcPersistent::dispatchSerialize(archive);
+    archive || name || edges || data;
+    if (refusesCircles) {
+      for (const auto& edge : edges) {
+        if (archive.isStillLoading(edge.rep())) throw qcArchive::BadContent("node", 8);
+      }
+    }
+    archive || pet;
+    archive || look;
+    const qcPtrHandle<Node> passing(this);  // whose end must not be the object's
+  }
+};
+
+const qc_Instantiator petRegistered(typeid(Pet), &Pet::make), nodeRegistered(typeid(Node), &Node::make);
+
+using NodeHandle = qcPtrHandle<Node>;
+
+std::vector<Node*> reachable(const NodeHandle& root) {
+  std::vector<Node*> found;
+  const std::function<void(Node*)> visit = [&](Node* node) {
+    if (!node || std::find(found.begin(), found.end(), node) != found.end()) return;
+    found.push_back(node);
+    for (const auto& edge : node->edges) visit(edge.rep());
+    visit(const_cast<Node*>(node->look.rep()));
+  };
+  visit(root.rep());
+  return found;
+}
+
+// Takes the circles apart.
+void dissolve(const NodeHandle& root) {
+  std::vector<NodeHandle> hold;
+  for (Node* node : reachable(root)) hold.emplace_back(node);
+  for (const auto& node : hold) {
+    node->edges.clear();
+    node->look.release();
+  }
+}
+
+NodeHandle randomGraph(std::mt19937& random, std::size_t size) {
+  std::vector<NodeHandle> nodes;
+  for (std::size_t i = 0; i < size; ++i) {
+    nodes.emplace_back(new Node);
+    nodes[i]->name = "n" + std::to_string(i);
+    nodes[i]->data.assign(random() % 3, 0.5);
+    if (random() % 3 == 0) nodes[i]->pet = std::make_unique<Pet>(static_cast<unsigned char>(i));
+  }
+  for (std::size_t i = 0; i < size; ++i) {
+    if (i + 1 < size) nodes[random() % (i + 1)]->edges.push_back(nodes[i + 1]);  // all can be reached
+    for (std::size_t extra = random() % 3; extra-- > 0;) nodes[i]->edges.push_back(nodes[random() % size]);
+    if (random() % 5 == 0) nodes[i]->edges.emplace_back();
+    if (random() % 3 == 0) nodes[i]->look = nodes[random() % size];
+  }
+  return nodes[0];
+}
+
+void expectSameGraph(const NodeHandle& a, const NodeHandle& b) {
+  std::map<const Node*, const Node*> partner;
+  std::map<const Node*, long> owners;
+  const std::function<void(const Node*, const Node*)> compare = [&](const Node* x, const Node* y) {
+    ASSERT_EQ(!x, !y);
+    if (!x) return;
+    if (!partner.emplace(x, y).second) {
+      ASSERT_EQ(partner[x], y);
+      return;
+    }
+    ASSERT_EQ(x->name, y->name);
+    ASSERT_EQ(x->data, y->data);
+    ASSERT_EQ(x->edges.size(), y->edges.size());
+    ASSERT_EQ(!x->pet, !y->pet);
+    ASSERT_EQ(x->pet ? x->pet->number : -1, y->pet ? y->pet->number : -1);
+    for (std::size_t i = 0; i < x->edges.size(); ++i) {
+      ++owners[y->edges[i].rep()];
+      compare(x->edges[i].rep(), y->edges[i].rep());
+    }
+    ++owners[y->look.rep()];
+    compare(x->look.rep(), y->look.rep());
+  };
+  compare(a.rep(), b.rep());
+  ++owners[b.rep()];
+  for (const Node* node : reachable(b)) EXPECT_EQ(node->refc(), owners[node]) << "neither lost nor kept by the archive";
+}
+
+std::string record(int id, int kind, const std::string& inlined = {}) {
+  return fromHex("4FE5705401") + stored(kBig, false, id, static_cast<unsigned char>(kind)) + std::string(8, '\0') +
+         inlined;
+}
+const std::string kMarker = fromHex("F1664BDF");
+const std::string kPetName = stored(kBig, false, std::string("(anonymous namespace)::Pet"));
+const std::string kNodeName = stored(kBig, false, std::string("(anonymous namespace)::Node"));
+std::string petObject(int number) { return kMarker + std::string{1, 0, static_cast<char>(number)}; }
+
+template <class Error>
+void expectError(const std::function<void()>& body, const std::wstring& message = {}) {
+  try {
+    body();
+    ADD_FAILURE() << "nothing was thrown";
+  } catch (const Error& error) {
+    EXPECT_TRUE(message.empty() || error.message(false) == message) << qf_Narrow(error.message(false));
+  }
+}
+
+// Framing.
+
+TEST(Objects, HaveTheBytesOfTheFormat) {
+  const Pet pet(7);
+  EXPECT_EQ(toHex(stored(kBig, false, pet)),
+            "F1664BDF"
+            "01"
+            "00"
+            "07");
+  // Leaf, group, exception, root: levels of the same size at the same address are told apart.
+  EXPECT_EQ(toHex(stored(kBig, false, qcArchive::Eof("a", 7))),
+            "F1664BDF"
+            "00000000"
+            "01FFFE6100FFFE"
+            "00000007");
+  // In a seekable archive: tag, variant, size of the body, name.
+  EXPECT_EQ(toHex(stored(kBig, true, pet)),
+            "F1664BDF"
+            "6F8B6844"
+            "00"
+            "00000003" +
+                toHex(kPetName) + "010007");
+}
+
+class Base : public qcPersistent {
+ protected:
+  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 3, &Base::serialize_); }
+  void serialize_(qcArchive& archive, unsigned char) {
+    qcPersistent::dispatchSerialize(archive);
+    archive << static_cast<unsigned char>(0xBA);
+  }
+};
+template <int N>
+class Side : public virtual Base {
+ protected:
+  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, N, &Side::serialize_); }
+  void serialize_(qcArchive& archive, unsigned char) { Base::dispatchSerialize(archive); }
+};
+class Both : public Side<1>, public Side<2> {
+ public:
+  static qcPersistent* make() { return static_cast<Side<1>*>(new Both); }
+
+ protected:
+  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 9, &Both::serialize_); }
+  void serialize_(qcArchive& archive, unsigned char) {
+    Side<1>::dispatchSerialize(archive);
+    Side<2>::dispatchSerialize(archive);
+  }
+};
+const qc_Instantiator bothRegistered(typeid(Both), &Both::make);
+
+TEST(Objects, StoreABaseThatIsReachedTwiceOnce) {
+  EXPECT_EQ(toHex(stored(kBig, false, Both())),
+            "F1664BDF"
+            "09"
+            "01"
+            "03"
+            "00"
+            "BA"
+            "02");
+}
+
+TEST(Objects, AThrowInTheMiddleLeavesNoMarksBehind) {
+  Pet pet(7);
+  qcMemoryArchive archive(kBig, false);
+  pet.throwing = true;
+  EXPECT_THROW(archive << pet, std::runtime_error);
+  const std::size_t before = archive.bytes().size();
+  pet.throwing = false;
+  archive << pet;
+  EXPECT_EQ(archive.bytes().size() - before, petObject(7).size());
+}
+
+TEST(Objects, OldLayoutsAreReadWhereTheClassHasThem) {
+  Pet pet;
+  const auto load = [&pet](const char* hex, bool seekable) { *BytesArchive(fromHex(hex), seekable) >> pet; };
+  load("00 00 01 00 2A", false);  // version 0: no marker
+  EXPECT_EQ(pet.number, 0x2A);
+  expectError<qcArchive::NotSeekable>([&] { load("02 00 01 00 2B 2B", false); });
+  expectError<qcArchive::BadContent>([&] { load("03 00 01 00 2B 2B", true); });
+  pet.legacy = true;
+  load("03 00 2C 00 00 00", true);
+  EXPECT_EQ(pet.number, 0x2C);
+  load("00 00 2D", false);
+  EXPECT_EQ(pet.number, 0x2D);
+  expectError<qcArchive::UnknownVersion>([&] { load("02 00 F1 66 4B DF 02", false); },
+                                         L"thrown from file: pet, line: 5");
+  expectError<qcArchive::UnknownVersion>([&] { load("02 00 F1 66 4B DF 01 01", false); }, L"qcPersistent");
+  BytesArchive old(fromHex("01 00"), true);
+  old->mode(qcArchive::storing);
+  EXPECT_THROW(*old << pet, qcArchive::CannotWriteToOldArchive);
+  EXPECT_THROW(*old << NodeHandle(new Node), qcArchive::CannotWriteToOldArchive);
+}
+
+// Pointers.
+
+TEST(Pointers, HaveTheBytesOfTheFormat) {
+  Pet pet(7);
+  qcMemoryArchive archive(kBig, false);
+  qcPersistent* objects[] = {&pet, nullptr, &pet};
+  for (qcPersistent* object : objects) qcPersistent::serializePointer(archive, object, object);
+  const std::string bytes(archive.bytes().begin() + 2, archive.bytes().end());
+  EXPECT_EQ(toHex(bytes), toHex(record(1, 1, kPetName + petObject(7)) + record(0, 0) + record(1, 0)));
+}
+
+TEST(Pointers, EveryBadRecordHasItsError) {
+  const auto load = [](const std::string& bytes) {
+    BytesArchive archive(headOf(kBig) + bytes);
+    NodeHandle handle;
+    *archive || handle;
+  };
+  std::string bad = record(0, 0);
+  bad[2] = 0x71;
+  expectError<qcArchive::BadContent>([&] { load(bad); });
+  expectError<qcArchive::BadContent>([&] { load(fromHex("4FE5705601") + record(0, 0).substr(5)); });
+  expectError<qcArchive::UnknownVersion>([&] { load(fromHex("4FE5705402") + record(0, 0).substr(5)); },
+                                         L"thrown from file: archutil, line: 1850");
+  load(fromHex("4FE5705400") + record(0, 0).substr(5));                         // record version 0
+  load(fromHex("4FE5705501") + record(0, 0).substr(5) + std::string(8, '\0'));  // 64-bit fields
+  expectError<qcArchive::BadContent>([&] { load(record(0, 1)); });
+  expectError<qcArchive::BadContent>([&] { load(record(-1, 0)); });
+  for (const int kind : {0, 2, 255}) {
+    expectError<qcArchive::NotFound>([&] { load(record(1, kind)); }, L"thrown from file: archutil, line: 1980");
+  }
+  const std::string nobody = stored(kBig, false, std::string("Nob\xFFody"));
+  expectError<qcArchive::UnknownType>([&] { load(record(1, 1, nobody)); },
+                                      L"Nob\uFFFDody; thrown from file: archutil, line: 1970");
+  const std::string abstract = stored(kBig, false, std::string("qcArchive::Errors"));
+  expectError<qcArchive::UnknownType>([&] { load(record(1, 1, abstract)); });
+  // An object of the wrong class is refused before its body is looked at.
+  expectError<qcArchive::BadType>([&] { load(record(1, 1, kPetName)); });
+  EXPECT_EQ(alive, 0);
+}
+
+TEST(Pointers, AnUnregisteredClassIsRefusedBeforeAByteIsWritten) {
+  class Stranger : public qcPersistent, public qcRepBase {};
+  qcMemoryArchive archive(kBig, false);
+  EXPECT_THROW(archive << qcPtrHandle<Stranger>(new Stranger), qcArchive::UnknownType);
+  EXPECT_THROW(archive << Stranger(), qcArchive::UnknownType);
+  EXPECT_EQ(archive.bytes().size(), 2U);
+}
+
+TEST(Pointers, ACopyOfAKnownObjectIsReadAndThrownAway) {
+  // Node 1; then node 1 again, which now holds a node 2; then a reference to 1, and one to 2, which nobody knows.
+  const std::string empty = stored(kBig, false, std::string(), 0, 0), noEdges = record(0, 0) + record(0, 0);
+  const std::string plain = kMarker + fromHex("0000") + empty + noEdges;
+  const std::string nested = kMarker + fromHex("0000") + stored(kBig, false, std::string("x"), 2) +
+                             record(2, 1, kNodeName + plain) + record(2, 0) + stored(kBig, false, 0) + noEdges;
+  BytesArchive archive(headOf(kBig) + record(1, 1, kNodeName + plain) + record(1, 1, kNodeName + nested) +
+                       record(1, 0) + record(2, 0));
+  NodeHandle first, second, third, fourth;
+  *archive || first || second || third;
+  EXPECT_TRUE(first == second && second == third && first->name.empty());
+  EXPECT_EQ(alive, 1);
+  EXPECT_THROW(*archive || fourth, qcArchive::NotFound);
+}
+
+// Graphs.
+
+class Graphs : public testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override { ASSERT_EQ(alive, 0); }
+  void TearDown() override {
+    Node::letsGo = Node::refusesCircles = false;
+    EXPECT_EQ(alive, 0);
+  }
+  bool seekable() const { return GetParam(); }
+  std::string archived(const NodeHandle& root, qcArchive::Ordering ordering) const {
+    return headOf(ordering, seekable()) + stored(ordering, seekable(), root, 42);
+  }
+  // Loads the root and a number behind it; returns whether that went well.
+  bool tryLoad(const std::string& bytes) const {
+    NodeHandle root;
+    int number = 0;
+    bool well = false;
+    try {
+      BytesArchive archive(bytes, seekable());
+      *archive || root || number;
+      well = true;
+    } catch (const qcException&) {
+    }
+    dissolve(root);
+    return well;
+  }
+};
+INSTANTIATE_TEST_SUITE_P(PlainAndSeekable, Graphs, testing::Bool());
+
+TEST_P(Graphs, ComeBackWithTheirSharingAndTheirCircles) {
+  std::mt19937 random(3);
+  for (int round = 0; round < 60; ++round) {
+    const NodeHandle root = randomGraph(random, 1 + random() % 40);
+    for (const auto ordering : {kBig, kLittle}) {
+      const std::string bytes = archived(root, ordering);
+      NodeHandle back;
+      int number = 0;
+      *BytesArchive(bytes, seekable()) || back || number;
+      EXPECT_EQ(number, 42);
+      expectSameGraph(root, back);
+      EXPECT_TRUE(archived(back, ordering) == bytes);
+      dissolve(back);
+    }
+    dissolve(root);
+  }
+}
+
+TEST_P(Graphs, AFailedLoadDestroysWhatItMadeOnce) {
+  std::mt19937 random(5);
+  for (int round = 0; round < 8; ++round) {
+    Node::letsGo = round % 2 != 0;
+    const NodeHandle root = randomGraph(random, 6);
+    const std::string bytes = archived(root, kLittle);
+    dissolve(root);
+    const int before = alive.load();
+    for (std::size_t n = 0; n < bytes.size(); ++n) {
+      EXPECT_FALSE(tryLoad(bytes.substr(0, n))) << n;
+      ASSERT_EQ(alive, before) << n;
+      for (const int mask : {0x01, 0x80, 0xFF}) {
+        std::string flipped = bytes;
+        flipped[n] = static_cast<char>(flipped[n] ^ mask);
+        tryLoad(flipped);
+        ASSERT_EQ(alive, before) << n;
+      }
+    }
+  }
+}
+
+TEST_P(Graphs, MutatedBytesGiveAnErrorOrObjectsWithinBoundedMemory) {
+  std::mt19937 random(17);
+  const auto pick = [&random](std::size_t below) { return static_cast<std::size_t>(random() % below); };
+  for (int round = 0; round < 40; ++round) {
+    const NodeHandle root = randomGraph(random, 12);
+    const std::string bytes = archived(root, round % 2 != 0 ? kBig : kLittle);
+    dissolve(root);
+    for (int mutation = 0; mutation < 60; ++mutation) {
+      std::string mutated = bytes;
+      for (std::size_t edits = 1 + pick(4); edits-- > 0;) {
+        const std::size_t at = 2 + pick(mutated.size() - 2), length = std::min(1 + pick(30), mutated.size() - at);
+        const std::string piece = mutated.substr(2 + pick(mutated.size() - 2), length);
+        switch (pick(4)) {
+          case 0:
+            mutated[at] = static_cast<char>(random());
+            break;
+          case 1:
+            mutated.insert(at, piece);
+            break;
+          case 2:
+            mutated.replace(at, piece.size(), piece);
+            break;
+          default:
+            mutated.replace(at, length, length, "\x00\x7F\xFF"[pick(3)]);
+        }
+      }
+      const PeakAllocation peak;
+      tryLoad(mutated);
+      EXPECT_LT(peak.bytes(), 400000 + 100 * mutated.size());
+    }
+  }
+}
+
+TEST_P(Graphs, ClassesCanRefuseToContainThemselves) {
+  for (const std::size_t length : {1U, 2U, 5U}) {
+    std::vector<NodeHandle> ring;
+    for (std::size_t i = 0; i < length; ++i) ring.emplace_back(new Node);
+    for (std::size_t i = 0; i < length; ++i) ring[i]->edges = {ring[(i + 1) % length]};
+    const std::string bytes = archived(ring[0], kLittle);
+    dissolve(ring[0]);
+    Node::refusesCircles = true;
+    EXPECT_FALSE(tryLoad(bytes));
+    Node::refusesCircles = false;
+    EXPECT_TRUE(tryLoad(bytes));
+    // Sharing without a circle is nobody's fault.
+    const NodeHandle top(new Node), shared(new Node);
+    top->edges = {shared, shared};
+    Node::refusesCircles = true;
+    EXPECT_TRUE(tryLoad(archived(top, kLittle)));
+    Node::refusesCircles = false;
+  }
+}
+
+TEST_P(Graphs, NestingHasALimitBothWays) {
+  const auto chain = [](int length) {
+    NodeHandle top(new Node);
+    for (int i = 1; i < length; ++i) {
+      NodeHandle above(new Node);
+      above->edges = {top};
+      top = above;
+    }
+    return top;
+  };
+  const std::string deepest = archived(chain(512), kLittle);
+  EXPECT_TRUE(tryLoad(deepest));
+  const NodeHandle tooDeep = chain(513);
+  qcMemoryArchive archive(kLittle, seekable());
+  EXPECT_THROW(archive << tooDeep, qcArchive::BadContent);
+  archive.nestingLimit(513);
+  archive << tooDeep;  // in full: nothing of the failed attempt is referred to
+  const std::string bytes(archive.bytes().begin(), archive.bytes().end());
+  const std::string again = headOf(kLittle, seekable()) + bytes.substr(bytes.size() - (deepest.size() - 6));
+  EXPECT_FALSE(tryLoad(again));
+  archive << tooDeep;
+  EXPECT_EQ(archive.bytes().size() - bytes.size(), 18U);
+}
+
+TEST(HostileArchives, AChainOfAMillionIsRefusedCheaply) {
+  std::string bytes = headOf(kBig);
+  const std::string level = kNodeName + kMarker + fromHex("0000") + stored(kBig, false, std::string(), 1);
+  for (int i = 1; i <= 1000000; ++i) bytes += record(i, 1, level);
+  BytesArchive archive(std::move(bytes));
+  NodeHandle root;
+  const PeakAllocation peak;
+  EXPECT_THROW(*archive || root, qcArchive::BadContent);
+  EXPECT_LT(peak.bytes(), 1000000U);
+  EXPECT_EQ(alive, 0);
+}
+
+TEST(HostileArchives, CountsAreNotBelieved) {
+  for (const bool seekable : {false, true}) {
+    const std::string bytes = headOf(kBig, seekable) + fromHex("FFFFFFFF 01224122 01224122");
+    const PeakAllocation peak;
+    std::vector<double> numbers;
+    std::vector<std::string> texts;
+    std::vector<bool> flags;
+    std::vector<NodeHandle> handles;
+    EXPECT_THROW(*BytesArchive(bytes, seekable) || numbers, qcArchive::Eof);
+    EXPECT_THROW(*BytesArchive(bytes, seekable) || texts, qcArchive::Eof);
+    EXPECT_THROW(*BytesArchive(bytes, seekable) || flags, qcArchive::Eof);
+    EXPECT_THROW(*BytesArchive(bytes, seekable) || handles, qcArchive::Errors);
+    EXPECT_LT(peak.bytes(), 1000000U);
+  }
+}
+
+TEST(HostileArchives, RecordsThatOverlapDoNotMultiplyTheData) {
+  // Record i refers to record i + 1 by position, and its array of numbers covers all records behind it.
+  constexpr int kRecords = 300, kNumbers = 4000;
+  std::string bytes = headOf(kBig, true);
+  for (int i = 1; i <= kRecords; ++i) {
+    const auto start = static_cast<unsigned>(bytes.size());
+    std::string reference = record(i == kRecords ? 0 : i + 1, 0);
+    const std::string body = fromHex("0000") + stored(kBig, false, std::string(), 1);
+    const std::string entry = fromHex("6F8B6844 00 00FFFFFF") + kNodeName;
+    const std::size_t size = 18 + kNodeName.size() + kMarker.size() + entry.size() + body.size() + reference.size() + 4;
+    if (i < kRecords) reference.replace(14, 4, stored(kBig, false, start + static_cast<unsigned>(size)));
+    bytes += record(i, 1, kNodeName + kMarker + entry + body + reference) + stored(kBig, false, kNumbers);
+  }
+  bytes.resize(bytes.size() + kNumbers * 8 + 100);
+  BytesArchive archive(std::move(bytes), true);
+  NodeHandle root;
+  const PeakAllocation peak;
+  EXPECT_THROW(*archive || root, qcArchive::BadContent);
+  EXPECT_LT(peak.bytes(), 1000000U);
+  EXPECT_EQ(alive, 0);
+}
+
+// Objects that archives hold.
+
+TEST(HeldObjects, AreStoredAnewOnceTheyChange) {
+  for (const bool anotherHolds : {false, true}) {
+    const NodeHandle node(new Node);
+    qcMemoryArchive archive(kBig, false), witness(kBig, false);
+    {
+      qcMemoryArchive other(kBig, false);
+      if (anotherHolds) other << node;
+      archive << node;
+    }
+    const std::size_t first = archive.bytes().size();
+    archive << node;
+    EXPECT_EQ(archive.bytes().size() - first, 18U);
+    node->rename("x");
+    const std::size_t second = archive.bytes().size();
+    archive << node;
+    witness << node;
+    EXPECT_EQ(archive.bytes().size() - second, witness.bytes().size() - 2);
+    NodeHandle a, b, c;
+    *BytesArchive(std::string(archive.bytes().begin(), archive.bytes().end())) || a || b || c;
+    EXPECT_TRUE(a == b && a != c && c->name == "x");
+  }
+}
+
+TEST(HeldObjects, ANewObjectAtAFreedAddressIsANewObject) {
+  alignas(Pet) unsigned char place[sizeof(Pet)];
+  qcMemoryArchive archive(kBig, false);
+  for (int i = 1; i <= 2; ++i) {
+    qcPersistent* pet = new (place) Pet(static_cast<unsigned char>(i));
+    qcPersistent::serializePointer(archive, pet, pet);
+    pet->~qcPersistent();
+  }
+  EXPECT_EQ(toHex(std::string(archive.bytes().begin() + 2, archive.bytes().end())),
+            toHex(record(1, 1, kPetName + petObject(1)) + record(2, 1, kPetName + petObject(2))));
+}
+
+TEST(HeldObjects, AReferenceToALoadedObjectThatIsGoneNeedsASeekableArchive) {
+  const NodeHandle node(new Node);
+  node->name = "n";
+  for (const bool seekable : {false, true}) {
+    BytesArchive archive(headOf(kBig, seekable) + stored(kBig, seekable, node, node), seekable);
+    NodeHandle back;
+    *archive || back;
+    back.release();
+    if (seekable) {
+      *archive || back;
+      EXPECT_EQ(back->name, "n");
+      EXPECT_EQ(archive->remaining(), 0);
+    } else {
+      EXPECT_THROW(*archive || back, qcArchive::NotFound);
+    }
+  }
+}
+
+// Seekable archives.
+
+TEST(SeekableArchives, OnlyTheyCanTurnAndMove) {
+  BytesArchive plain(fromHex("02 00 00"));
+  expectError<qcArchive::NotSeekable>([&] { plain->mode(qcArchive::storing); },
+                                      L"thrown from file: archive, line: 870");
+  expectError<qcArchive::NotSeekable>([&] { plain->append(); }, L"thrown from file: archive, line: 886");
+  EXPECT_THROW(plain->seek(2, 0), qcArchive::NotSeekable);
+  EXPECT_THROW(plain->seek(qcArchive::Position(2)), qcArchive::NotSeekable);
+  BytesArchive archive(fromHex("03 00 11 22 33 44"), true);
+  for (const auto& [offset, origin] : {std::pair{-1L, 0},
+                                       {7L, 0},
+                                       {5L, 1},
+                                       {-3L, 1},
+                                       {1L, 2},
+                                       {-7L, 2},
+                                       {0L, 3},
+                                       {0L, -1},
+                                       {std::numeric_limits<long>::max(), 1},
+                                       {std::numeric_limits<long>::min(), 2}}) {
+    EXPECT_THROW(archive->seek(offset, origin), qcArchive::BadBuffer) << offset << ' ' << origin;
+    EXPECT_EQ(static_cast<long>(archive->tell()), 2);
+  }
+  unsigned char byte = 0;
+  archive->seek(-1, 2);
+  *archive || byte;
+  EXPECT_EQ(byte, 0x44);
+  archive->seek(-3, 1);
+  archive->reserve16();
+  EXPECT_EQ(archive->remaining(), 1);
+  EXPECT_THROW(archive->reserve64(), qcArchive::Eof);
+}
+
+TEST(SeekableArchives, ReservedRoomIsFilledInLater) {
+  qcMemoryArchive archive(kBig, true);
+  archive.reserve8();
+  archive.reserve32();
+  archive.reserve64();
+  archive.reserve16();
+  archive.seek(3, 0);
+  archive << 0x01020304;
+  archive.append();
+  archive << true;
+  EXPECT_EQ(toHex(std::string(archive.bytes().begin(), archive.bytes().end())),
+            "0300"
+            "00"
+            "01020304"
+            "0000000000000000"
+            "0000"
+            "01");
+}
+
+TEST(SeekableArchives, CanBeReadAtAnyObjectAndAppendedTo) {
+  std::mt19937 random(23);
+  for (const bool wide : {false, true}) {
+    std::vector<NodeHandle> written;
+    std::vector<qcArchive::Position> places;
+    std::string bytes = headOf(kBig, true);
+    for (int session = 0; session < 4; ++session) {  // each goes on where the last one ended
+      BytesArchive archive(bytes, true);
+      NodeHandle known;
+      if (session == 1) {
+        archive->seek(places[1]);
+        *archive || known;
+      }
+      archive->append();
+      archive->wideSizes(wide);
+      for (int i = 0; i < 3; ++i) {
+        written.push_back(randomGraph(random, 5));
+        places.push_back(archive->tell());
+        *archive << written.back();
+      }
+      if (known) {  // an object that was loaded is not stored again
+        const auto before = static_cast<long>(archive->tell());
+        *archive << known;
+        EXPECT_LT(static_cast<long>(archive->tell()) - before, 27);
+        dissolve(known);
+      }
+      // Back to reading, in the same archive: the objects are new ones.
+      archive->mode(qcArchive::loading);
+      archive->seek(places.back());
+      NodeHandle back;
+      *archive || back;
+      expectSameGraph(written.back(), back);
+      EXPECT_NE(back.rep(), written.back().rep());
+      dissolve(back);
+      const auto data = static_cast<qcMemoryArchive&>(*archive).bytes();
+      bytes.assign(data.begin(), data.end());
+    }
+    BytesArchive archive(bytes, true);
+    for (const int i : {11, 3, 0, 7, 4, 1, 10}) {
+      NodeHandle back;
+      archive->seek(places[static_cast<std::size_t>(i)]);
+      *archive || back;
+      expectSameGraph(written[static_cast<std::size_t>(i)], back);
+      dissolve(back);
+    }
+    for (const auto& root : written) dissolve(root);
+  }
+  EXPECT_EQ(alive, 0);
+}
+
+TEST(SeekableArchives, SkipWhatAClassDoesNotKnowAndCheckSizes) {
+  const std::string body = "\x01" + std::string(1, '\0') + "\x07", tag = fromHex("6F8B6844");
+  const auto load = [&](const std::string& entry, const std::string& content) {
+    Pet pet;
+    unsigned char behind = 0;
+    BytesArchive archive(headOf(kBig, true) + kMarker + entry + content, true);
+    *archive >> pet;
+    *archive || behind;
+    return behind;
+  };
+  EXPECT_EQ(load(tag + fromHex("00 00000005") + kPetName, body + "ab" + "Z"), 'Z');
+  EXPECT_EQ(load(tag + fromHex("01 0000000000000005") + kPetName, body + "ab" + "Z"), 'Z');
+  expectError<qcArchive::BadContent>([&] { load(tag + fromHex("00 00000002") + kPetName, body + "Z"); });
+  expectError<qcArchive::Eof>([&] { load(tag + fromHex("00 00000009") + kPetName, body + "Z"); });
+  expectError<qcArchive::BadContent>([&] { load(fromHex("6F8B6845 00 00000003") + kPetName, body + "Z"); });
+  expectError<qcArchive::BadType>([&] { load(tag + fromHex("00 00000003") + kNodeName, body + "Z"); });
+  expectError<qcArchive::UnknownVersion>([&] { load(tag + fromHex("02 00000003") + kPetName, body + "Z"); },
+                                         L"thrown from file: archutil, line: 663");
+}
+
+TEST(SeekableArchives, AReferenceLeadsOnlyToItsObject) {
+  for (const unsigned position : {0U, 1U, 2U, 20U, 0x7FFFFFFFU}) {
+    std::string reference = record(1, 0);
+    reference.replace(14, 4, stored(kBig, false, position));
+    BytesArchive archive(headOf(kBig, true) + record(2, 1) + reference, true);
+    archive->seek(20, 0);
+    NodeHandle handle;
+    expectError<qcArchive::Errors>([&] { *archive || handle; });
+  }
+}
+
+// Threads.
+
+TEST(Threads, ShareObjectsAndLetGoOfThemWhileOthersArchive) {
+  constexpr int kThreads = 4, kRounds = 60;
+  const NodeHandle shared(new Node);  // nobody changes it
+  std::vector<std::thread> threads;
+  std::atomic<int> failures{0};
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&shared, &failures] {
+      for (int round = 0; round < kRounds; ++round) {
+        qcMemoryArchive archive(kLittle, round % 2 != 0);
+        const qcPtrHandle<Node> mine = shared;
+        archive << mine << mine;
+        BytesArchive in(std::string(archive.bytes().begin(), archive.bytes().end()), round % 2 != 0);
+        NodeHandle first;
+        *in || first;
+        // Another thread drops the last handle while this one looks the object up again.
+        std::thread other([dropped = std::move(first)]() mutable { dropped.release(); });
+        try {
+          NodeHandle second;
+          *in || second;
+          if (!second || second->edges.size() != shared->edges.size()) ++failures;
+        } catch (const qcArchive::NotFound&) {
+          if (round % 2 != 0) ++failures;
+        }
+        other.join();
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(failures, 0);
+  EXPECT_EQ(shared->refc(), 1);
+}
+
+}  // namespace
