@@ -95,7 +95,7 @@ class Sink {
   void add(std::size_t bin, qcUInt64 count) {
     if (bin < counts_.size()) {
       counts_[bin] += static_cast<unsigned long>(count);
-    } else if (count != 0) {
+    } else {
       hasDropped_ = true;
     }
   }

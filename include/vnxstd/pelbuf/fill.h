@@ -51,16 +51,21 @@ void qfPelClear(const qcPelBuffer<T>& buffer) {
 /// Sets the outermost rows and columns of the window.
 template <class T>
 void qfPelBorderSet(const qcPelBuffer<T>& buffer, const std::type_identity_t<T>& value) {
-  if (!buffer.isBound()) throw qcPel::UnboundWindow();
-  const long width = buffer.width(), height = buffer.height();
-  if (width == 0 || height == 0) return;
-  const auto set = [&](long x, long y, long w, long h) {
-    qcPelBuffer<T> part(buffer);
-    part.subWindow(x, y, w, h);
-    qfPelSet(part, value);
-  };
-  set(0, 0, width, 1);
-  set(0, height - 1, width, 1);
-  set(0, 0, 1, height);
-  set(width - 1, 0, 1, height);
+  if constexpr (qcFlatPelType<T>) {
+    const auto stored = qcPelTraits<T>::store(value);
+    const auto rows = qf_PelRows(buffer);
+    if (rows.isEmpty()) return;
+    const long width = buffer.width(), height = buffer.height();
+    const auto set = [&](long x, long y, long w, long h) {
+      qf_PelSet(rows.row(y) + x, buffer.rowUpdate(), w, h, sizeof stored, &stored);
+    };
+    set(0, 0, width, 1);
+    set(0, height - 1, width, 1);
+    set(0, 0, 1, height);
+    set(width - 1, 0, 1, height);
+  } else {
+    qfPelBorderSet(buffer.planeBuffer(0), value.plane0());
+    qfPelBorderSet(buffer.planeBuffer(1), value.plane1());
+    qfPelBorderSet(buffer.planeBuffer(2), value.plane2());
+  }
 }
