@@ -229,7 +229,6 @@ TEST(Angle, EveryFixedPointAngleConverts) {
     ASSERT_EQ(qcRadian(qcAngle16(coarse)), qcRadian(coarse));
     ASSERT_EQ(qcDegree(qcAngle16(coarse)), qcDegree(coarse));
   }
-  EXPECT_EQ(qcAngle8(qcRadian(-0.1)).plain(), 252);
   // What leaves 32 bits becomes the most negative integer; just inside, the low bits count.
   for (const double value : {kInf, -kInf, kNan, 1e308, 3019898880.0}) {
     EXPECT_EQ(qcAngle8(qcRadian(value)).plain(), 0) << value;
@@ -509,8 +508,10 @@ TEST(Archive, VectorsOfPointsAreTheirElements) {
       EXPECT_EQ(load(single.toVector(), loaded), points);
     }
   }
-  std::vector<qcVector<2>> points;  // a count that lies costs no memory
-  EXPECT_THROW(load(wire("FFFFFFFF 00 one two"), points), qcArchive::Eof);
+  std::vector<qcVector<2>> points(300);
+  std::vector<char> lying = stored(points, qcArchive::bigEndian);
+  std::fill_n(lying.begin() + 2, 4, '\xFF');  // a count costs no memory before its elements arrive
+  EXPECT_THROW(load(lying, points), qcArchive::Eof);
   EXPECT_LT(points.capacity(), 100000u);
   EXPECT_THROW(load(wire("00000001 01 one two"), points), qcArchive::UnknownVersion);
 }
