@@ -21,11 +21,6 @@ const qc_Instantiator registered(typeid(qc2XformLinear), &qc2XformLinear::make);
 
 }  // namespace
 
-void qfMapPoints(const qcXform<2>& xform, const qcVector<2>* in, qcVector<2>* out, std::size_t count) {
-  const qcXform<2> local = xform;  // stores to `out` cannot alias it
-  for (std::size_t i = 0; i < count; ++i) out[i] = local.mapPoint(in[i]);
-}
-
 void* qc2XformLinear::operator new(std::size_t size) {
   return size == sizeof(qc2XformLinear) ? pool().alloc() : ::operator new(size);
 }
