@@ -148,7 +148,7 @@ int qfSolveQuadratic(double a, double b, double c, double& first, double& second
   }
   // With x = y * 2^k the outer coefficients get the same size, and their product can neither overflow nor vanish.
   const int scaleA = std::ilogb(a);
-  const int k = (std::ilogb(c) - scaleA - ((std::ilogb(c) - scaleA) & 1)) / 2;
+  const int k = (std::ilogb(c) - scaleA) / 2;
   constexpr int kFarApart = 200;  // the roots differ by a factor beyond 2^400: neither feels the other
   if (b != 0 && std::ilogb(b) - k - scaleA > kFarApart) {
     first = -c / b;
