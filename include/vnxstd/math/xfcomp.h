@@ -28,7 +28,7 @@ class VNXSTD_EXPORT qc2XformComposed : public qc2XformBase {
   /// How many transforms an archived composition may consist of, those of inner compositions, and these themselves,
   /// counted each time that they are reached. Storing or loading more throws qcArchive::BadContent: shared members
   /// would otherwise let a few hundred bytes stand for more work than anyone can do.
-  static constexpr std::uint32_t kMaxArchived = 65536;
+  static constexpr std::uint32_t kMaxArchived = 4096;
 
   /// The empty list.
   qc2XformComposed() = default;
@@ -65,7 +65,7 @@ class VNXSTD_EXPORT qc2XformComposed : public qc2XformBase {
   qcPtrHandle<qc2XformBase> clone() const override;
   void mapPoints(const qcVector<2>* in, qcVector<2>* out, std::size_t count) const override;
 
-  /// Lets go of all members.
+  /// Lets go of all members: a load that throws leaves the empty list.
   void preLoad() override;
 
   static qcPersistent* make();

@@ -1,0 +1,286 @@
+// The family of transforms: laws over random members, linear, bent and composed; caches; rigid transforms; archives.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "std/math/mappoints.h"
+#include "vnxstd/archive/memory.h"
+#include "vnxstd/except/pelerrors.h"
+#include "vnxstd/math/rigid.h"
+#include "vnxstd/math/xfcache.h"
+#include "vnxstd/math/xfcomp.h"
+
+namespace {
+
+using Handle = qcPtrHandle<qc2XformBase>;
+using Member = qcPtrHandle_const<qc2XformBase>;
+using Composition = qcPtrHandle<qc2XformComposed>;
+using Point = qcVector<2>;
+using Linear = qc2XformLinear;
+
+struct Bend : qc2XformBase {  // (x, y) -> (x + k sin y, y)
+  explicit Bend(double strength) : k(strength) {}
+  Point mapPoint(const Point& p) const override { return {p.x() + k * std::sin(p.y()), p.y()}; }
+  bool isLinear() const override { return k == 0; }
+  Linear linearXform(const Point& p) const override {
+    const qcMatrix<2> m(1, k * std::cos(p.y()), 0, 1);
+    return {m, mapPoint(p) - m * p};
+  }
+  Handle inverseBase() const override { return new Bend(-k); }
+  Handle clone() const override { return new Bend(*this); }
+  double k;
+};
+
+struct Source {
+  std::mt19937_64 engine{7};
+  double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine); }
+  Point point() { return {real(-3, 3), real(-3, 3)}; }
+  qcRadian angle() { return qcRadian(real(-3, 3)); }
+  qc2Rigid rigid() { return {qcDegree(real(-400, 400)), point()}; }
+  Handle linear() { return new Linear(point(), real(0.5, 2), real(0.5, 2), qcRadian(real(-0.5, 0.5)), angle()); }
+  Handle any(int depth = 2) {
+    const auto kind = engine() % (depth > 0 ? 4 : 2);
+    if (kind < 2) return kind == 0 ? linear() : Handle(new Bend(real(-0.5, 0.5)));
+    if (kind == 2) return new qc2XformComposed(any(depth - 1), true);
+    return new qc2XformComposed(any(depth - 1), any(depth - 1), true, false);
+  }
+};
+
+TEST(Family, LawsHoldForEveryPair) {
+  Source source;
+  const auto linear = [](const Handle& handle) { return dynamic_cast<Linear*>(handle.rep()) != nullptr; };
+  for (int round = 0; round < 500; ++round) {
+    const Handle a = source.any(), b = source.any(), c = source.any(), ab = *a * *b;
+    const Point p = source.point();
+    EXPECT_TRUE(qfRealEq(*ab * p, *a * (*b * p), 1e-12) && *ab->clone() * p == *ab * p);
+    EXPECT_TRUE(qfRealEq(*(*ab * *c) * p, *(*a * *(*b * *c)) * p, 1e-11));
+    EXPECT_TRUE(qfRealEq(*ab->inverseBase() * (*ab * p), p, 1e-9));
+    EXPECT_EQ(ab->isLinear(), a->isLinear() && b->isLinear());
+    // A linear transform absorbs what is linear, of whatever class; every other pair is a chain.
+    EXPECT_EQ(linear(ab), linear(a) && b->isLinear());
+    // The linear form touches the transform at the point: same image, same derivatives.
+    const Linear form = ab->linearXform(p);
+    EXPECT_TRUE(qfRealEq(form * p, *ab * p, 1e-12));
+    const double h = 1e-5;
+    for (const Point& e : {Point(h, 0), Point(0, h)}) {
+      EXPECT_TRUE(qfRealEq(form.mapVector(e) / h, (*ab * (p + e) - *ab * (p - e)) / (2 * h), 1e-5));
+    }
+  }
+}
+
+TEST(Family, ArraysMapBitForBitLikePoints) {
+  Source source;
+  const Handle linear = source.linear(), bend(new Bend(0.3));
+  const Handle others[] = {bend, *bend * *linear, Handle(new qc2XformComposed)};
+  for (const std::size_t count : {0u, 1u, 2u, 3u, 7u, 2500u}) {
+    std::vector<Point> in(count), out(count);
+    for (Point& p : in) p = source.point();
+    const auto check = [&](const qc2XformBase& xform, const auto& map) {
+      std::vector<Point> inPlace = in;
+      map(in.data(), out.data());
+      map(inPlace.data(), inPlace.data());
+      EXPECT_EQ(out, inPlace);
+      for (std::size_t i = 0; i < count; ++i) ASSERT_EQ(out[i], xform * in[i]);
+    };
+    for (const auto mapper : vnxstd::pointMappers()) {
+      check(*linear, [&](auto* from, auto* to) { mapper(linear->linearXform(Point()), from, to, count); });
+    }
+    for (const Handle& other : others) check(*other, [&](auto* from, auto* to) { other->mapPoints(from, to, count); });
+  }
+}
+
+std::vector<Member> members(const qc2XformBase& xform) {
+  std::vector<Member> result;
+  dynamic_cast<const qc2XformComposed&>(xform).decompose(result);
+  return result;
+}
+
+TEST(Composition, SharesOrCopiesAndChangesCompletelyOrNotAtAll) {
+  const Handle bend(new Bend(0.2)), linear(new Linear);
+  const Bend unowned(0.1);
+  const Composition chain(new qc2XformComposed(bend, linear, true, false));
+  chain->preCompose(unowned, false);  // owned by no handle, hence copied
+  chain->postCompose(*linear, false);
+  const std::vector<Member> m = members(qc2XformComposed(*chain));
+  EXPECT_TRUE(m.size() == 4 && m[0].rep() != &unowned && m[1] != bend && m[2] == linear && m[3] == linear);
+  EXPECT_FALSE(members(*chain->clone())[2] == linear);
+
+  chain->postCompose(Linear(qcMatrix<2>(1, 2, 2, 4), Point()), true);
+  const std::vector<Member> before = members(*chain);
+  const Composition outer(new qc2XformComposed(chain, Member(), false, false));
+  EXPECT_THROW(chain->invert(), qcMathError::Singular);
+  EXPECT_THROW(chain->preCompose(chain, false), qcArchive::BadContent);
+  EXPECT_THROW(chain->postCompose(outer, false), qcArchive::BadContent);
+  EXPECT_THROW(*chain = *outer, qcArchive::BadContent);
+  EXPECT_THROW(chain->preCompose(Member(), true), qcBadPointer);
+  EXPECT_TRUE(members(*chain) == before);
+  EXPECT_THROW(outer->mapPoint(Point()), qcBadPointer);
+  EXPECT_THROW(outer->isLinear(), qcBadPointer);
+}
+
+TEST(Cache, KeepsOrRemakesTheOtherHalf) {
+  const Handle a = Source().linear(), b = a->clone(), bend(new Bend(0.5));
+  const Point p(1, 2);
+  qc2XformCache cache;
+  cache.xform(a, false);
+  EXPECT_TRUE(cache.xform() == a && qfRealEq(cache.linearXformInverse() * (*a * p), p, 1e-12));
+  cache.xformInverse(b, true);
+  EXPECT_TRUE(cache.xformInverse() != b && qfRealEq(cache.linearXform() * (*b * p), p, 1e-12));
+  cache.xformAndXformInverse(a, bend);  // not inverted, so not found out
+  EXPECT_THROW(cache.linearXformInverse(), qcPel::NonlinearXform);
+  EXPECT_THROW(cache.xform(Member(), false), qcBadPointer);
+  EXPECT_TRUE(cache.xform() == a && cache.xformInverse() == bend && cache.isLinear());
+  cache.xformInverse(Linear(qcMatrix<2>(0, 0, 0, 0), Point()));
+  EXPECT_TRUE(cache.isLinear());
+  EXPECT_THROW(cache.xform(), qcMathError::Singular);
+  cache.xform(bend, false);
+  EXPECT_THROW(cache.linearXform(), qcPel::NonlinearXform);
+  EXPECT_TRUE(!cache.isLinear() && qc2XformCache(cache).xform() == bend && cache.clone().xform() != bend);
+}
+
+TEST(Rigid, AgreesWithItsPlainTransform) {
+  EXPECT_EQ(qc2Rigid(qcDegree(90), Point(1, 0)) * Point(1, 0), Point(1, 1));
+  Source source;
+  for (int round = 0; round < 500; ++round) {
+    const qc2Rigid a = source.rigid(), b = source.rigid();
+    const qcXform<2> plain = a.linear(), product = plain * b.linear();
+    const Point p = source.point();
+    const qcRadian angle = source.angle(), turned = plain.mapAngle(angle);
+    EXPECT_TRUE(qfRealEq((a * b).linear(), product, 1e-12) && a * b.linear() == product && plain * b == product);
+    EXPECT_TRUE(qfRealEq(a.inverse().linear(), plain.inverse(), 1e-12));
+    EXPECT_TRUE(qfRealEq(a * p, plain * p, 1e-12) && qfRealEq(a.invMapPoint(a * p), p, 1e-12));
+    EXPECT_TRUE(qfRealEq(a.mapAngle(angle), turned, 1e-12) && qfRealEq(a.invMapAngle(turned), angle, 1e-12));
+    // Bounds are about the motion between the two, wherever both are.
+    const qc2Rigid moved = a * qc2Rigid(qcDegree(10), Point(2, -3));
+    const auto within = [&](double turn, double x, double y) { return moved.isBounded(a, {qcDegree(turn), {x, y}}); };
+    EXPECT_TRUE(within(-10.1, -2.1, 3.1));
+    EXPECT_FALSE(within(9.9, 2.1, 3.1) || within(10.1, 1.9, 3.1) || within(10.1, 2.1, 2.9));
+  }
+}
+
+// Bytes of a little-endian archive, put together by hand.
+struct Bytes : std::string {
+  Bytes() : std::string("\x02\x01", 2) {}
+  Bytes& number(std::uint64_t value, int size) {
+    for (int i = 0; i < size; ++i) push_back(static_cast<char>(value >> 8 * i));
+    return *this;
+  }
+  Bytes& pointer(unsigned id, const std::string& type = {}) {  // a reference, or the head of a new object
+    append("\x4F\xE5\x70\x54\x01", 5);
+    number(id, 4).number(!type.empty(), 1).number(0, 8);
+    if (!type.empty()) number(type.size(), 1).append("\"" + type + "\"\xF1\x66\x4B\xDF");
+    return *this;
+  }
+  Bytes& linear(unsigned id) {  // (x, y) -> (x + 5, y)
+    pointer(id, "qc2XformLinear").number(0, 4);
+    for (const double value : {5, 0}) number(std::bit_cast<std::uint64_t>(value), 8);
+    number(0, 1);
+    for (const double value : {1, 0, 0, 1, 1}) number(std::bit_cast<std::uint64_t>(value), 8);
+    return *this;
+  }
+  Bytes& composed(unsigned id, unsigned count) { return pointer(id, "qc2XformComposed").number(0, 4).number(count, 4); }
+};
+
+template <class T>
+std::string stored(T& value) {
+  qcMemoryArchive archive(qcArchive::littleEndian, false);
+  archive || value;
+  return std::string(archive.storage(), archive.bytes().size());
+}
+
+template <class T>
+T& load(const std::string& bytes, T& value) {
+  qcMemoryArchive archive(bytes.data(), static_cast<long>(bytes.size()), false);
+  archive || value;
+  return value;
+}
+
+TEST(Archive, BytesByHandSharingAndEveryFault) {
+  const Handle shift(new Linear(qcMatrix<2>(), Point(5, 0)));
+  const Composition chain(new qc2XformComposed(shift, shift, false, false));
+  chain->postCompose(Member(), false);
+  const Bytes chainBytes = Bytes().composed(1, 3).linear(2).pointer(2).pointer(0);
+  Handle loaded = chain;
+  EXPECT_EQ(stored(loaded), chainBytes);
+  EXPECT_EQ(stored(load(chainBytes, loaded)), chainBytes);
+  EXPECT_EQ(load(Bytes().linear(1), loaded)->mapPoint(Point()), Point(5, 0));
+
+  qc2XformCache cache;
+  cache.xform(shift, false);
+  const std::string cacheBytes = Bytes().number(0, 1).linear(1).pointer(0).number(1, 1);
+  EXPECT_EQ(stored(cache), cacheBytes);
+  cache.setIdentity();
+  EXPECT_EQ(load(cacheBytes, cache).linearXformInverse().trans(), Point(-5, 0));
+  EXPECT_THROW(load(Bytes().number(0, 1).pointer(0).pointer(0).number(0, 1), cache), qcArchive::BadContent);
+
+  for (std::size_t size = 2; size < chainBytes.size(); ++size) {
+    EXPECT_THROW(load(chainBytes.substr(0, size), loaded), qcArchive::Errors);
+    if (size >= cacheBytes.size()) continue;
+    EXPECT_THROW(load(cacheBytes.substr(0, size), cache), qcArchive::Errors);
+  }
+  EXPECT_EQ(cache.linearXform().trans(), Point(5, 0));
+
+  // Version bytes: those of the levels, of the member list, and of the vector and the matrix within.
+  const std::size_t body = chainBytes.find("\xF1\x66\x4B\xDF") + 4, inner = chainBytes.rfind("\xF1\x66\x4B\xDF") + 4;
+  for (const std::size_t at : {body, body + 1, body + 3, inner, inner + 1, inner + 3, inner + 20}) {
+    std::string newer = chainBytes;
+    newer[at] = 1;
+    EXPECT_THROW(load(newer, loaded), qcArchive::UnknownVersion) << at;
+  }
+}
+
+TEST(Archive, RefusesCirclesAndExplosions) {
+  Handle loaded, built(new qc2XformComposed);
+  EXPECT_THROW(load(Bytes().composed(1, 1).pointer(1), loaded), qcArchive::BadContent);
+  EXPECT_THROW(load(Bytes().composed(1, 2).linear(2).composed(3, 1).pointer(1), loaded), qcArchive::BadContent);
+  EXPECT_THROW(load(Bytes().composed(1, 0xFFFFFFFF).linear(2), loaded), qcArchive::Eof);
+  Bytes tower;  // each level holds the one below twice
+  for (unsigned level = 1; level <= 40; ++level) tower.composed(level, 2);
+  tower.pointer(0).pointer(0);
+  for (unsigned level = 40; level > 1; --level) tower.pointer(level);
+  EXPECT_THROW(load(tower, loaded), qcArchive::BadContent);
+  for (int level = 0; level < 40; ++level) built = new qc2XformComposed(built, built, false, false);
+  EXPECT_THROW(stored(built), qcArchive::BadContent);
+  EXPECT_TRUE(loaded.isNull());
+}
+
+struct Larger : Linear {
+  double more[9] = {};
+};
+struct alignas(64) Aligned : Linear {};
+
+// Destroyed after everything that is made on first use: transforms must still be alive, and new ones be had.
+struct UntilTheEnd {
+  Handle handle;
+  ~UntilTheEnd() {
+    if (handle && *handle->inverseBase() * Point(6, 0) != Point(1, 0)) std::abort();
+  }
+} untilTheEnd;
+
+TEST(Pool, ServesThreadsDerivedClassesAndTheEndOfTheProcess) {
+  untilTheEnd.handle = new Linear(qcMatrix<2>(), Point(5, 0));
+  std::vector<Handle> made[4];  // each by a thread of its own, and freed by this one
+  std::vector<std::thread> threads;
+  for (std::vector<Handle>& mine : made) {
+    threads.emplace_back([&mine, p = Point(static_cast<double>(threads.size()), 1)] {
+      for (std::size_t i = 0; i < 2000; ++i) {
+        mine.emplace_back(new Linear(qcMatrix<2>(), p));
+        if (i % 3 == 0) mine[i / 2] = mine.back()->inverseBase()->inverseBase();
+      }
+    });
+  }
+  for (std::size_t t = 0; t < 4; ++t) {
+    threads[t].join();
+    for (const Handle& handle : made[t]) ASSERT_EQ(*handle * Point(), Point(static_cast<double>(t), 1));
+  }
+  const Handle larger(new Larger), aligned(new Aligned);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(aligned.rep()) % 64, 0u);
+}
+
+}  // namespace
