@@ -277,6 +277,7 @@ TEST(Range, OperationsAreThoseOfSets) {
     }
     ASSERT_EQ(sum.erode(b), a);
     ASSERT_EQ(a.someOverlap(b, 1), both.length() > 1);
+    ASSERT_EQ(a.middle() - a.start(), a.end() - a.middle());
   }
 
   const qcRange part(1, 2), empty, full = qcRange::FullRange(), operands[] = {part, empty, full};
