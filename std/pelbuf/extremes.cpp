@@ -65,26 +65,36 @@ class Extremes {
     hi_[lane] = hi_[lane] < hi ? hi : hi_[lane];
   }
 
-  // Registers of N bytes, Registers of them at a time. The last block overlaps the one before it: meeting a pel twice
-  // does no harm.
+  /// Registers of N bytes, several at a time.
   template <std::size_t N, std::size_t Registers>
-  [[gnu::always_inline]] inline void sweep(const E* elements, std::ptrdiff_t count) {
+  struct Block {
     typedef E Vector __attribute__((vector_size(N)));
-    Vector lo[Registers], hi[Registers];
-    std::memcpy(lo, lo_.data(), sizeof lo);
-    std::memcpy(hi, hi_.data(), sizeof hi);
-    constexpr std::ptrdiff_t step = N * Registers / sizeof(E);
-    for (std::ptrdiff_t i = 0; i < count; i += step) {
-      const E* const block = elements + (i < count - step ? i : count - step);
+    static constexpr std::ptrdiff_t kElements = N * Registers / sizeof(E);
+
+    [[gnu::always_inline]] inline void include(const E* elements) {
       for (std::size_t r = 0; r < Registers; ++r) {
         Vector values;
-        std::memcpy(&values, block + r * (N / sizeof(E)), N);
+        std::memcpy(&values, elements + r * (N / sizeof(E)), N);
         lo[r] = values < lo[r] ? values : lo[r];
         hi[r] = values > hi[r] ? values : hi[r];
       }
     }
-    std::memcpy(lo_.data(), lo, sizeof lo);
-    std::memcpy(hi_.data(), hi, sizeof hi);
+
+    Vector lo[Registers], hi[Registers];
+  };
+
+  // The last block overlaps the one before it: meeting a pel twice does no harm.
+  template <std::size_t N, std::size_t Registers>
+  [[gnu::always_inline]] inline void sweep(const E* elements, std::ptrdiff_t count) {
+    using Registered = Block<N, Registers>;
+    Registered block;
+    std::memcpy(block.lo, lo_.data(), sizeof block.lo);
+    std::memcpy(block.hi, hi_.data(), sizeof block.hi);
+    const std::ptrdiff_t last = count - Registered::kElements;
+    for (std::ptrdiff_t i = 0; i < last; i += Registered::kElements) block.include(elements + i);
+    block.include(elements + last);
+    std::memcpy(lo_.data(), block.lo, sizeof block.lo);
+    std::memcpy(hi_.data(), block.hi, sizeof block.hi);
   }
 
   alignas(kBytes) std::array<E, kLanes> lo_;

@@ -51,7 +51,7 @@ class Tally {
 
   void tally(const S* pels, std::ptrdiff_t count) {
     std::uint32_t* const table = partial_.data();
-    const std::size_t stride = stride_;
+    const std::size_t stride = sizeof(S) == 1 ? 256 : stride_;
     constexpr std::size_t perWord = sizeof(std::uint32_t) / sizeof(S);
     constexpr std::ptrdiff_t step = 16 / sizeof(S);
     std::ptrdiff_t i = 0;
