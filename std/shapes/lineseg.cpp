@@ -59,8 +59,7 @@ qcRadian qcLineSeg::startAngle() const {
 
 qcRadian qcLineSeg::windingAngle(const qcVector<2>& p) const {
   if (degen()) return qcRadian(0);
-  if (p == p1_ || p == p2_) return qcRadian(std::numbers::pi / 2);
-  return qcRadian(qc_shapes::angleSubtended(p1_, p2_, p));
+  return qcRadian(qc_shapes::angleSubtended(p1_, p2_, p, (p2_ - p1_).perpendicular()));
 }
 
 qcPtrHandle<qcShape> qcLineSeg::subShape(const qcShapeInfo&, const std::pair<qcPerimPos, double>& piece) const {

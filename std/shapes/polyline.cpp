@@ -23,6 +23,26 @@ std::vector<qcVector<2>> distinct(const std::vector<qcVector<2>>& vertices, bool
   return result;
 }
 
+// A direction that leads from p, where it lies on a chain of distinct corners, to the left side of the first piece or
+// corner that it lies on; null where it lies on none.
+qcVector<2> leftSide(const std::vector<qcVector<2>>& corners, bool closed, const qcVector<2>& p) {
+  const std::size_t n = corners.size();
+  for (std::size_t i = 0; i < n && n > 1; ++i) {
+    const bool first = i == 0 && !closed, last = i + 1 == n && !closed;
+    const qcVector<2>&previous = corners[(i + n - 1) % n], &next = corners[(i + 1) % n];
+    if (corners[i] == p) {
+      if (first) return (next - p).perpendicular();
+      if (last) return (p - previous).perpendicular();
+      // The middle of the wedge between the way out and the way in; where they coincide it is the whole plane.
+      const qcRadian out = qc_shapes::segmentAngle(p, next);
+      const double wedge = (qc_shapes::segmentAngle(p, previous) - out).norm().plain();
+      return {1, out + qcRadian(wedge > 0 ? wedge / 2 : qcRadian::turn / 2)};
+    }
+    if (!last && qc_shapes::isOnSegment(corners[i], next, p)) return (next - corners[i]).perpendicular();
+  }
+  return {};
+}
+
 }  // namespace
 
 qcPersistent* qcPolyline::make() { return new qcPolyline; }
@@ -98,19 +118,10 @@ long qcPolyline::closestVertexIndex(const qcVector<2>& p) const {
 
 qcRadian qcPolyline::generalWindingAngle(const qcVector<2>& p) const {
   const std::vector<qcVector<2>> corners = distinct(vertices_, closed_);
-  const std::size_t n = corners.size();
+  const qcVector<2> aside = leftSide(corners, closed_, p);
   double sum = 0;
-  if (n < 2) return qcRadian(sum);
-  for (std::size_t i = 0; i < n; ++i) {
-    const bool first = i == 0 && !closed_, last = i + 1 == n && !closed_;
-    const qcVector<2>& previous = corners[(i + n - 1) % n];
-    const qcVector<2>& next = corners[(i + 1) % n];
-    if (corners[i] == p) {
-      // What both pieces at this corner sweep together as seen from within its left side.
-      const double turn = (qc_shapes::segmentAngle(p, next) - qc_shapes::segmentAngle(p, previous)).norm().plain();
-      sum += first || last ? std::numbers::pi / 2 : turn > 0 ? turn : qcRadian::turn;
-    }
-    if (!last && corners[i] != p && next != p) sum += qc_shapes::angleSubtended(corners[i], next, p);
+  for (std::size_t i = closed_ ? 0 : 1; i < corners.size() && corners.size() > 1; ++i) {
+    sum += qc_shapes::angleSubtended(corners[(i + corners.size() - 1) % corners.size()], corners[i], p, aside);
   }
   return qcRadian(sum);
 }
@@ -318,8 +329,8 @@ qcRadian qcPolyline::tangentNear(long piece) const {
   const long n = numPieces();
   const auto hasLength = [this](long i) { return pieceStart(i) != pieceEnd(i); };
   const auto angle = [this](long i) { return qc_shapes::segmentAngle(pieceStart(i), pieceEnd(i)); };
-  for (long i = piece; i < (closed_ ? piece + n : n); ++i) {
-    if (hasLength(i % n)) return angle(i % n);
+  for (long i = piece; i < n; ++i) {
+    if (hasLength(i)) return angle(i);
   }
   for (long i = piece - 1; i >= 0; --i) {
     if (hasLength(i)) return angle(i);

@@ -145,7 +145,14 @@ void Result::chainsReserve(long n) {
   reserveFor(closedFlags_, n);
 }
 
-void Result::reset() { *this = Result(); }
+void Result::reset() {
+  positions_.clear();
+  tangents_.clear();
+  breaks_.clear();
+  closedFlags_.clear();
+  recorded_.clear();
+  nextPiece_ = 0;
+}
 
 bool Result::isValid_() const {
   if (closedFlags_.size() != breaks_.size()) return false;
@@ -278,7 +285,7 @@ void qfUniformSamplePrimitive(const qcShape& shape, const Params& params, Result
     info = qcShapeInfo(shape);
   }
   const long n = params.maxPoints();
-  if (n > 0 && (!params.computeTangents() || shape.hasTangent())) {
+  if (!params.computeTangents() || shape.hasTangent()) {
     writer.openChain(false, n);
     const double step = info.perimeter() / static_cast<double>(n);
     qcVector<2> point;

@@ -64,11 +64,17 @@ inline qcVector<2> pointAtDistance(const qcVector<2>& p1, const qcVector<2>& p2,
   return distance < length ? p1 + distance / length * (p2 - p1) : p2;
 }
 
-/// The signed angle under which the segment is seen from a point that is none of its ends; pi on the segment itself.
-inline double angleSubtended(const qcVector<2>& p1, const qcVector<2>& p2, const qcVector<2>& p) {
-  const qcVector<2> a = p1 - p, b = p2 - p;
-  const double cross = a.cross(b), dot = a * b;
-  return cross == 0 && dot < 0 ? std::numbers::pi : std::atan2(cross, dot);
+inline bool isOnSegment(const qcVector<2>& p1, const qcVector<2>& p2, const qcVector<2>& p) {
+  return (p1 - p).cross(p2 - p) == 0 && (p1 - p) * (p2 - p) < 0;
+}
+
+/// The signed angle under which the segment is seen from p; for a point on the segment, from one that lies beside it in
+/// the direction `aside`, in the limit.
+inline double angleSubtended(const qcVector<2>& p1, const qcVector<2>& p2, const qcVector<2>& p,
+                             const qcVector<2>& aside) {
+  if (isOnSegment(p1, p2, p)) return (p2 - p1).cross(aside) < 0 ? -std::numbers::pi : std::numbers::pi;
+  const qcVector<2> a = p1 == p ? -aside : p1 - p, b = p2 == p ? -aside : p2 - p;
+  return std::atan2(a.cross(b), a * b);
 }
 
 }  // namespace qc_shapes

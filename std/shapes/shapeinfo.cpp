@@ -27,14 +27,13 @@ qcPerimPos qcShapeInfo::perimPos(double distance) const {
   if (closed_ && total > 0) {
     distance = std::fmod(distance, total);
     if (distance < 0) distance += total;
-    if (distance >= total) distance = 0;  // a negative distance too small to count
   }
   if (std::isnan(distance)) throw qcShapesError::BadParams();
+  distance = std::max(distance, 0.0);
   if (distance >= total) {
     const auto last = static_cast<std::int32_t>(numPieces() - 1);
     return closed_ ? qcPerimPos() : qcPerimPos(last, pieceLength(last));
   }
-  if (!(distance > 0)) distance = 0;
   // The last piece that starts at or before the distance; pieces of length 0 give way to the one behind them.
   const auto above = std::upper_bound(starts_.begin(), starts_.end(), distance);
   const auto piece = static_cast<std::size_t>(above - starts_.begin()) - 1;

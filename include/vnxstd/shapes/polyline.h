@@ -44,7 +44,7 @@ class VNXSTD_EXPORT qcPolyline : public qcShape {
   /// The index of the vertex nearest to `p`. Throws qcShapesError::EmptyShape.
   long closestVertexIndex(const qcVector<2>& p) const;
   /// The sum of the signed angles under which the pieces are seen from `p`. For a point on the polyline it is the limit
-  /// from the left side.
+  /// from the left side of the first piece or corner on which the point lies.
   qcRadian generalWindingAngle(const qcVector<2>& p) const;
   qcPolyline map(const qcXform<2>& xform) const;
 

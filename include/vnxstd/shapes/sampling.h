@@ -102,7 +102,7 @@ class VNXSTD_EXPORT qcShape::qcSampleResult {
   void positionsTangentsReserve(long n);
   void chainsReserve(long n);
 
-  /// Empties everything.
+  /// Empties everything; room that was made is kept.
   void reset();
 
   /// Replaces `polylines` by one polyline per chain. Throws qcShapesError::BadParams when the chains are not valid.

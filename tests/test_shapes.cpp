@@ -1,0 +1,870 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <numbers>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "vnxstd/archive.h"
+#include "vnxstd/math/rigid.h"
+#include "vnxstd/pelspan/pelspan.h"
+#include "vnxstd/shapes.h"
+
+namespace {
+
+using Params = qcShape::qcSampleParams;
+using Result = qcShape::qcSampleResult;
+using Shape = qcPtrHandle<qcShape>;
+using V = qcVector<2>;
+constexpr double kPi = std::numbers::pi, kInf = std::numeric_limits<double>::infinity(), kNan = NAN;
+
+class Random {
+ public:
+  explicit Random(unsigned seed) : engine_(seed) {}
+  double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine_); }
+  int integer(int low, int high) { return std::uniform_int_distribution<int>(low, high)(engine_); }
+  V point() { return {real(-20, 20), real(-20, 20)}; }
+  /// A polyline that repeats some of its vertices.
+  qcPolyline polyline(bool closed) {
+    std::vector<V> vertices;
+    for (int n = integer(2, 9); n > 0; --n) {
+      vertices.push_back(point());
+      if (integer(0, 3) == 0) vertices.push_back(vertices.back());
+    }
+    return {vertices, closed};
+  }
+  qcXform<2> similarity(bool rotates, bool mirrors) {
+    return {point(), real(0.2, 4), mirrors ? -1.0 : 1.0, qcRadian(0), qcRadian(rotates ? real(-3, 3) : 0)};
+  }
+
+ private:
+  std::mt19937 engine_;
+};
+
+/// One way of making a finite shape; the laws below hold for all of them.
+struct Kind {
+  const char* name;
+  std::function<Shape(Random&)> make;
+};
+std::ostream& operator<<(std::ostream& out, const Kind& kind) { return out << kind.name; }
+
+const Kind kKinds[] = {{"segment", [](Random& r) -> Shape { return new qcLineSeg(r.point(), r.point()); }},
+                       {"circle", [](Random& r) -> Shape { return new qcCircle(r.point(), r.real(0.5, 9)); }},
+                       {"rectangle", [](Random& r) -> Shape { return new qcRect(r.point(), r.point()); }},
+                       {"open polyline", [](Random& r) -> Shape { return new qcPolyline(r.polyline(false)); }},
+                       {"closed polyline", [](Random& r) -> Shape { return new qcPolyline(r.polyline(true)); }}};
+
+class ShapeLaws : public testing::TestWithParam<Kind> {
+ protected:
+  /// Runs a law on many random shapes.
+  void forMany(void (*law)(const qcShape&, const qcShapeInfo&, Random&)) {
+    for (unsigned seed = 1; seed <= 60; ++seed) {
+      SCOPED_TRACE(testing::Message() << "seed " << seed);
+      Random random(seed);
+      const Shape shape = GetParam().make(random);
+      law(*shape, qcShapeInfo(*shape), random);
+      if (HasFailure()) return;
+    }
+  }
+};
+INSTANTIATE_TEST_SUITE_P(Kinds, ShapeLaws, testing::ValuesIn(kKinds));
+
+bool isFlat(const qcShape& shape) {
+  const auto* polygon = dynamic_cast<const qcPolyline*>(&shape);
+  return polygon && polygon->area() < 1e-6;
+}
+bool isCircle(const qcShape& shape) { return dynamic_cast<const qcCircle*>(&shape); }
+V at(const qcShape& shape, double distance) {
+  const qcShapeInfo info(shape);
+  return shape.perimPoint(info, info.perimPos(distance));
+}
+/// Points at most `spacing` apart along the boundary, by the perimeter alone.
+std::vector<V> walk(const qcShape& shape, double spacing) {
+  const qcShapeInfo info(shape);
+  const auto n = static_cast<int>(std::ceil(info.perimeter() / spacing));
+  std::vector<V> points;
+  for (int i = 0; i <= n; ++i) points.push_back(shape.perimPoint(info, info.perimPos(info.perimeter() * i / n)));
+  return points;
+}
+double signedAngle(const V& from, const V& to) { return std::atan2(from.cross(to), from * to); }
+Shape otherDirection(const qcShape& shape) { return shape.isReversible() ? shape.reverse() : shape.clone(); }
+#define EXPECT_NEAR_POINT(a, b, eps) EXPECT_LE((V(a) - V(b)).len(), eps)
+
+TEST_P(ShapeLaws, NearestPointIsTheNearestOfADenseWalk) {
+  forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {
+    const double spacing = 0.05;
+    const std::vector<V> points = walk(shape, spacing);
+    for (int i = 0; i < 5; ++i) {
+      const V p = random.point(), nearest = shape.nearestPoint(p);
+      double least = kInf;
+      for (const V& q : points) least = std::min(least, p.distance(q));
+      EXPECT_LE(p.distance(nearest), least + 1e-9);
+      EXPECT_GE(p.distance(nearest), least - spacing);
+      EXPECT_NEAR_POINT(shape.nearestPoint(nearest), nearest, 1e-9);
+      EXPECT_NEAR_POINT(shape.perimPoint(info, shape.nearestPerimPos(info, p)), nearest, 1e-9);
+    }
+  });
+}
+
+TEST_P(ShapeLaws, PositionsRunAlongTheBoundaryByArcLength) {
+  forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {
+    const double total = info.perimeter();
+    EXPECT_NEAR(total, shape.perimeter(), 1e-9);
+    EXPECT_NEAR_POINT(at(shape, 0), shape.isRegion() ? at(shape, total) : shape.startPoint(), 1e-9);
+    for (int i = 0; i < 20; ++i) {
+      const double d = random.real(-total, 2 * total);
+      const double expected = shape.isRegion() ? d - total * std::floor(d / total) : std::clamp(d, 0.0, total);
+      long piece = 0;
+      while (piece + 1 < info.numPieces() && info.startOf(piece + 1) <= expected) ++piece;
+      EXPECT_EQ(info.perimPos(d).index(), piece);
+      EXPECT_NEAR(info.perimPos(d).distance(), expected - info.startOf(piece), 1e-9);
+      // From a joint, or from anywhere.
+      const double joint = info.startOf(random.integer(0, static_cast<int>(info.numPieces()) - 1));
+      const double start = random.integer(0, 1) ? joint : random.real(0, total);
+      const qcPerimPos moved = info.perimPos(info.perimPos(start), d - start);
+      const double error = info.distanceAlong(moved) - expected;
+      EXPECT_NEAR(shape.isRegion() ? std::remainder(error, total) : error, 0, 1e-8);
+      // The tangent points along the chord to a point a little further on, unless a corner lies between.
+      const qcPerimPos place = info.perimPos(expected), next = info.perimPos(place, 1e-6);
+      if (place.index() != next.index() || next.distance() <= place.distance()) continue;
+      V p;
+      qcRadian tangent;
+      shape.perimPointAndTangent(info, place, p, tangent);
+      const V chord = shape.perimPoint(info, next) - p;
+      const bool corner = dynamic_cast<const qcRect*>(&shape) && std::fabs(chord.len() - 1e-6) > 1e-10;
+      EXPECT_NEAR_POINT(chord / 1e-6, V(1, tangent), corner ? kInf : 1e-4);
+    }
+  });
+}
+
+TEST_P(ShapeLaws, MappingThenMeasuringIsMeasuringThenScaling) {
+  forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {
+    const bool mirrors = random.integer(0, 1) == 1;
+    const qcXform<2> xform = random.similarity(true, mirrors);
+    const Shape mapped = shape.mapShape(xform);
+    EXPECT_NEAR(mapped->perimeter(), shape.perimeter() * xform.scale(), 1e-8);
+    qcShapeInfo scaled;
+    info.mapShape_(xform.scale(), scaled);
+    EXPECT_NEAR(scaled.perimeter(), mapped->perimeter(), 1e-8);
+    const V p = random.point();
+    EXPECT_NEAR(mapped->nearestPoint(xform * p).distance(xform * p), shape.nearestPoint(p).distance(p) * xform.scale(),
+                1e-8);
+    if (shape.isRegion()) {
+      EXPECT_EQ(mapped->within(xform * p), shape.within(p));
+      EXPECT_TRUE(isCircle(shape) || isFlat(shape) || mapped->isRightHanded() == (shape.isRightHanded() != mirrors));
+    }
+    if (shape.isOpenContour()) {
+      const double winding = shape.windingAngle(p).plain();
+      EXPECT_NEAR(mapped->windingAngle(xform * p).plain(), mirrors ? -winding : winding, 1e-8);
+    }
+    if (isCircle(shape)) return;
+    // Under any affine map the pieces go to the pieces of the image.
+    const qcXform<2> affine(random.point(), qcRadian(random.real(-3, 3)), qcRadian(random.real(-3, 3)), 2, 0.7);
+    const Shape sheared = shape.mapShape(affine);
+    for (const V& q : walk(shape, 1)) {
+      EXPECT_NEAR_POINT(sheared->nearestPoint(affine * q), affine * q, 1e-8);
+    }
+  });
+}
+
+TEST_P(ShapeLaws, ReversingRunsBackAndTwiceIsTheSameShape) {
+  forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {
+    if (!shape.isReversible()) {
+      EXPECT_THROW(shape.reverse(), qcShapesError::NotReversible);
+      EXPECT_THROW(shape.reverse_(), qcShapesError::NotReversible);
+      return;
+    }
+    const Shape back = shape.reverse_(), twice = back->reverse();
+    EXPECT_TRUE(twice->equal_(*(shape.isDecomposed() ? shape.clone() : shape.decompose())));
+    EXPECT_TRUE(!shape.isDecomposed() || qcShapeInfo(*back) == info.reverse_());
+    const double total = info.perimeter(), d = random.real(0, total);
+    EXPECT_NEAR_POINT(at(*back, total - d), at(shape, d), 1e-9);
+    const V p = random.point();
+    if (shape.isOpenContour()) {
+      EXPECT_EQ(back->startPoint(), shape.endPoint());
+      EXPECT_NEAR(back->tangentRotation().plain(), -shape.tangentRotation().plain(), 1e-9);
+      EXPECT_NEAR(back->windingAngle(p).plain(), -shape.windingAngle(p).plain(), 1e-9);
+      EXPECT_TRUE(qfRealEq(back->startAngle(), shape.endAngle() + qcRadian(kPi), 1e-9));
+    } else {
+      EXPECT_TRUE(isFlat(shape) || back->isRightHanded() != shape.isRightHanded());
+      EXPECT_EQ(back->within(p), shape.within(p));
+    }
+  });
+}
+
+TEST_P(ShapeLaws, PartsOfTheBoundaryAreThatBoundary) {
+  forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {
+    const double total = info.perimeter(), start = random.real(0, total), length = random.real(0, total * 1.2);
+    if (isCircle(shape)) {
+      EXPECT_TRUE(shape.subShape(info, {{0, 0}, total})->equal_(shape));
+      EXPECT_THROW(shape.subShape(info, {{0, start}, length}), qcShapesError::NotImplemented);
+      return;
+    }
+    for (const double from : {start, info.distanceAlong({static_cast<std::int32_t>(info.numPieces() - 1), 0})}) {
+      const Shape part = shape.subShape(info, {info.perimPos(from), length});
+      const double expected = std::min(length, shape.isRegion() ? total : total - from);
+      EXPECT_TRUE(part->isOpenContour());
+      ASSERT_NEAR(part->perimeter(), expected, 1e-8);
+      for (double t : {0.0, 0.3, 0.8, 1.0})
+        EXPECT_NEAR_POINT(at(*part, t * expected), at(shape, from + t * expected), 1e-8);
+    }
+    EXPECT_EQ(shape.subShape(info, {info.perimPos(start), 0})->perimeter(), 0);
+    EXPECT_THROW(shape.subShape(info, {{0, 0}, -1e-300}), qcShapesError::BadParams);
+    EXPECT_THROW(shape.subShape(info, {{0, 0}, kNan}), qcShapesError::BadParams);
+    EXPECT_THROW(shape.subShape(info, {{-1, 0}, 1}), qcShapesError::BadIndex);
+  });
+}
+
+TEST_P(ShapeLaws, WindingAndInsideAgreeWithAWalkAround) {
+  forMany([](const qcShape& shape, const qcShapeInfo&, Random& random) {
+    const V p = random.point();
+    const double near = shape.nearestPoint(p).distance(p);
+    if (near < 0.1) return;
+    double swept = 0;
+    const std::vector<V> points = walk(shape, 0.05);
+    for (std::size_t i = 1; i < points.size(); ++i) swept += signedAngle(points[i - 1] - p, points[i] - p);
+    if (shape.isOpenContour()) {
+      EXPECT_NEAR(shape.windingAngle(p).plain(), swept, 1e-9);
+      EXPECT_THROW(shape.within(p), qcShapesError::NotRegion);
+    } else {
+      EXPECT_EQ(shape.within(p), std::fabs(swept) > kPi);
+      EXPECT_THROW(shape.windingAngle(p), qcShapesError::NotOpenContour);
+    }
+    const qcRect box = shape.boundingBox(), walked = qcPolyline(points, false).boundingBox();
+    EXPECT_NEAR_POINT(box.origin(), walked.origin(), 0.1);
+    EXPECT_NEAR_POINT(box.size(), walked.size(), 0.1);
+  });
+}
+
+TEST_P(ShapeLaws, SamplesKeepSpacingToleranceAndPositions) {
+  forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {
+    const double spacing = random.real(0.1, 3), tolerance = random.real(0.001, 0.3);
+    for (int mode = 0; mode < 8; ++mode) {
+      Params params(mode & 1 ? tolerance : 0, mode & 2 ? spacing : 0, 100000, true, mode & 4);
+      params.recordPositions_(true);
+      Result result;
+      shape.sample(params, result);
+      ASSERT_TRUE(result.isValid_());
+      ASSERT_EQ(result.numChains(), 1);
+      EXPECT_EQ(result.closedFlags()[0], shape.isRegion());
+      EXPECT_EQ(result.pieceNumber_(), 0);
+      const std::size_t n = result.positions().size();
+      ASSERT_EQ(result.perimPositions_().size(), n);
+      for (std::size_t i = 0; i < n; ++i) {
+        const V &p = result.positions()[i], &q = result.positions()[(i + 1) % n];
+        EXPECT_NEAR_POINT(shape.perimPoint(info, result.perimPositions_()[i]), p, 1e-9);
+        if (i + 1 == n && !shape.isRegion()) break;
+        const V middle = 0.5 * (p + q), ahead = p + p.distance(q) * V(1, result.tangents()[i]);
+        EXPECT_LE(p.distance(q), mode & 2 ? spacing + 1e-9 : kInf);
+        EXPECT_LE(shape.nearestPoint(middle).distance(middle), mode & 1 ? tolerance + 1e-9 : kInf);
+        EXPECT_NEAR_POINT(ahead, q, mode & 4 && !isCircle(shape) ? 1e-9 : kInf);
+      }
+      // The same request as a piece of another shape, numbers the pieces from where the result stands.
+      Result piece;
+      piece.pieceNumber_(7);
+      qcShapeInfo enclosing;
+      params.enclosingInfo_(&enclosing);
+      shape.sample(params, piece);
+      EXPECT_EQ(piece, result);
+      EXPECT_EQ(piece.pieceNumber_(), 7 + info.numPieces());
+      EXPECT_EQ(piece.perimPositions_()[n - 1],
+                qcPerimPos(result.perimPositions_()[n - 1].index() + 7, result.perimPositions_()[n - 1].distance()));
+    }
+  });
+}
+
+TEST_P(ShapeLaws, CopiesAndArchivesAreEqualAndOtherTypesAreNot) {
+  forMany([](const qcShape& shape, const qcShapeInfo&, Random& random) {
+    EXPECT_TRUE(shape.clone()->equal_(shape));
+    EXPECT_TRUE(shape.cloneThat_(*otherDirection(shape))->equal_(*otherDirection(shape)));
+    for (const Kind& other : kKinds) EXPECT_FALSE(shape.equal_(*other.make(random)));
+    for (const auto ordering : {qcArchive::bigEndian, qcArchive::littleEndian}) {
+      qcMemoryArchive out(ordering, false);
+      Shape stored = shape.clone(), loaded;
+      out || stored;
+      qcMemoryArchive in(out.storage(), static_cast<long>(out.bytes().size()), false);
+      in || loaded;
+      EXPECT_TRUE(loaded->equal_(shape));
+    }
+  });
+}
+
+// No argument crashes, hangs or allocates without bound: every operation returns or throws one of our errors.
+TEST_P(ShapeLaws, AnyNumbersAreAnswered) {
+  const double numbers[] = {0, -0.0, 1, -1, 1e-320, 1e308, -1e308, kInf, -kInf, kNan, 3};
+  Random random(5);
+  const auto number = [&] { return numbers[random.integer(0, 10)]; };
+  const auto point = [&] { return V(number(), number()); };
+  int answered = 0;
+  for (int i = 0; i < 3000; ++i) {
+    try {
+      const int kind = random.integer(0, 2);
+      Shape shape = GetParam().make(random);
+      if (kind == 0) shape = new qcPolyline({point(), point(), point()}, random.integer(0, 1));
+      if (kind == 1) shape = shape->mapShape({{number(), number(), number(), number()}, point()});
+      if (random.integer(0, 1)) shape = otherDirection(*shape);
+      if (shape->isRegion()) shape->within(point());
+      if (shape->isOpenContour()) shape->windingAngle(point());
+      shape->nearestPoint(point());
+      const qcShapeInfo info(*shape);
+      shape->nearestPerimPos(info, point());
+      info.perimPos(number());
+      Result result;
+      shape->sample(
+          Params(std::fabs(numbers[random.integer(0, 8)]), std::fabs(numbers[random.integer(0, 8)]), 1000, true),
+          result);
+      const qcPerimPos place = info.perimPos({random.integer(-1, 2), number()}, number());
+      shape->perimPoint(info, {0, number()});
+      shape->subShape(info, {place, number()});
+      ++answered;
+    } catch (const qcException&) {
+    }
+  }
+  EXPECT_GT(answered, 0);
+}
+
+// ---- sampling
+
+TEST(Sampling, CountsOfTheTable) {
+  const Shape shapes[] = {new qcCircle({0, 0}, 10), new qcLineSeg({0, 0}, {10, 0}), new qcRect({0, 0}, {1, 1})};
+  enum { circle, segment, square };
+  struct Row {
+    int shape;
+    double tolerance, spacing;
+    long maxPoints, expected;  // -1: too many
+  };
+  const Row rows[] = {{circle, 0, 0, 2, 2},     {circle, 0, 1, 10, -1},      {circle, 0, 1, 63, 63},
+                      {circle, 0, 1, 62, -1},   {circle, 10, 0, 2, 2},       {circle, 5, 20 * kPi, 99, 3},
+                      {circle, 5, kPi, 99, 20}, {circle, 1e-300, 0, 99, -1}, {circle, 0, 1e-300, 2147483647, -1},
+                      {segment, 0, 0, 2, 2},    {segment, 0, 1, 11, 11},     {segment, 0, 3, 99, 5},
+                      {square, 0, 0, 2, 8},     {square, 0, 0.5, 3, 12},     {square, 0, 0.5, 2, -1}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << "row " << &row - rows);
+    Result result;
+    const Params params(row.tolerance, row.spacing, row.maxPoints);
+    if (row.expected < 0) {
+      EXPECT_THROW(shapes[row.shape]->sample(params, result), qcShapesError::SampleOverflow);
+    } else {
+      shapes[row.shape]->sample(params, result);
+    }
+    EXPECT_EQ(static_cast<long>(result.positions().size()), std::max(0L, row.expected));
+  }
+  const V p(1, 1);
+  const Shape points[] = {new qcCircle(p, 0), new qcLineSeg(p, p), new qcRect(p, {0, 0}), new qcPolyline({p}, true)};
+  for (const Shape& shape : points) {
+    Result result, with;
+    shape->sample(Params(1, 1), result);
+    EXPECT_EQ(result.positions(), std::vector<V>{p});
+    EXPECT_EQ(result.closedFlags()[0], shape->isRegion());
+    EXPECT_THROW(shape->sample(Params(0, 0, 2, true), with), qcShapesError::NoTangent);
+  }
+}
+
+TEST(Sampling, ParametersTakeOnlyWhatTheyMay) {
+  EXPECT_EQ(Params(), Params(0.0, 0.0, 2, false, true));
+  Params params(1, 2);
+  for (const double bad : {-1e-300, -kInf, kNan}) {
+    EXPECT_THROW(Params(bad, 0), qcShapesError::BadParams);
+    EXPECT_THROW(Params(0, bad), qcShapesError::BadParams);
+    EXPECT_THROW(params.tolerance(bad), qcShapesError::BadParams);
+    EXPECT_THROW(params.spacing(bad), qcShapesError::BadParams);
+  }
+  for (const long bad : {1L, 0L, -1L, 2147483648L}) {
+    EXPECT_THROW(Params(0, 0, bad), qcShapesError::BadParams) << bad;
+    EXPECT_THROW(params.maxPoints(bad), qcShapesError::BadParams) << bad;
+  }
+  EXPECT_EQ(params, Params(1, 2));
+  params.tolerance(-0.0);
+  params.uniformMode(true);
+  params.maxPoints(1);
+  EXPECT_THROW(params.maxPoints(0), qcShapesError::BadParams);
+}
+
+TEST(Sampling, UniformModePutsMidpointsOfEqualArcs) {
+  const qcLineSeg segment({0, 0}, {10, 0});
+  Params params(0, 0, 4, true);
+  params.uniformMode(true);
+  params.recordPositions_(true);
+  Result result;
+  segment.sample(params, result);
+  EXPECT_EQ(result.positions(), (std::vector<V>{{1.25, 0}, {3.75, 0}, {6.25, 0}, {8.75, 0}}));
+  EXPECT_EQ(result.perimPositions_()[3], qcPerimPos(0, 8.75));
+  // A polyline walks all its pieces when it is handed to the sampler of primitives.
+  Result bent;
+  qfUniformSamplePrimitive(qcPolyline({{0, 0}, {2, 0}, {2, 2}}, false), params, bent);
+  EXPECT_EQ(bent.positions(), (std::vector<V>{{0.5, 0}, {1.5, 0}, {2, 0.5}, {2, 1.5}}));
+  // The piece of an enclosing shape that is next gives the length and the number.
+  const qcShapeInfo enclosing(qcPolyline({{0, 0}, {4, 0}, {4, 1}}, false));
+  params.enclosingInfo_(&enclosing);
+  result.pieceNumber_(1);
+  qfUniformSamplePrimitive(segment, params, result);
+  EXPECT_EQ(result.positions()[4], V(0.125, 0));
+  EXPECT_EQ(result.perimPositions_()[4], qcPerimPos(1, 0.125));
+  EXPECT_THROW(segment.sample(params, result), qcShapesError::BadIndex);
+  EXPECT_EQ(result.pieceNumber_(), 2);
+  params.enclosingInfo_(nullptr);
+  Result none;
+  qcLineSeg().sample(params, none);
+  EXPECT_EQ(none.numChains(), 0);
+  for (const Shape& shape :
+       {Shape(new qcCircle({0, 0}, 1)), Shape(new qcRect({0, 0}, {1, 1})), Shape(new qcPolyline)}) {
+    EXPECT_THROW(shape->sample(params, none), qcShapesError::BadParams);
+  }
+}
+
+TEST(Sampling, ResultIsUnchangedByASamplerThatThrows) {
+  Params params(0, 1, 4, true);
+  params.recordPositions_(true);
+  Result result;
+  qcLineSeg({0, 0}, {1, 1}).sample(params, result);
+  const Result before = result;
+  EXPECT_THROW(qcPolyline({{0, 0}, {1, 0}, {9, 0}}, false).sample(params, result), qcShapesError::SampleOverflow);
+  for (const bool tangents : {false, true}) {
+    Params unlike(0, 0, 2, tangents);  // without recording, at least
+    for (const Kind& kind : kKinds) {
+      Random random(1);
+      EXPECT_THROW(kind.make(random)->sample(unlike, result), qcShapesError::BadParams) << kind.name;
+    }
+    EXPECT_THROW(qfMergeSubchains(unlike, 0, false, result), qcShapesError::BadParams);
+  }
+  EXPECT_EQ(result, before);
+  EXPECT_EQ(result.perimPositions_(), before.perimPositions_());
+}
+
+// The merge step by step, one erasure after another.
+void mergeSlowly(const Params& params, std::size_t first, bool closed, Result& result) {
+  auto& breaks = result.breaks();
+  for (std::size_t k = breaks.size(); !params.duplicateCorners() && k-- > first;) {
+    if (k == first && !closed) break;
+    const auto start = static_cast<std::size_t>(breaks[k]);
+    const std::size_t j = k > first ? start - 1 : result.positions().size() - 1;
+    if (j == static_cast<std::size_t>(breaks[first])) break;
+    if (!result.tangents().empty()) {
+      const qcRadian a = result.tangents()[j], b = result.tangents()[start], d = (b - a).norm();
+      result.tangents()[start] = (d.plain() <= kPi ? a + d / 2 : b + (qcRadian(2 * kPi) - d) / 2).signedNorm();
+      result.tangents().erase(result.tangents().begin() + static_cast<long>(j));
+    }
+    result.positions().erase(result.positions().begin() + static_cast<long>(j));
+  }
+  breaks.resize(first + 1);
+  result.closedFlags().resize(first + 1);
+  result.closedFlags()[first] = closed;
+}
+
+TEST(Sampling, MergingIsErasingJointByJoint) {
+  for (unsigned seed = 0; seed < 400; ++seed) {
+    Random random(seed);
+    const bool tangents = random.integer(0, 1), closed = random.integer(0, 1);
+    const Params params(0, 0, 2, tangents, random.integer(0, 3) == 0);
+    Result fast;
+    for (int chain = random.integer(1, 6); chain > 0; --chain) {
+      fast.breaks().push_back(static_cast<std::int32_t>(fast.positions().size()));
+      fast.closedFlags().push_back(random.integer(0, 1));
+      for (int n = random.integer(1, 3); n > 0; --n) {
+        fast.positions().push_back(random.point());
+        if (tangents) fast.tangents().push_back(qcRadian(random.real(-3, 3)));
+      }
+    }
+    Result slow = fast;
+    const int first = random.integer(0, static_cast<int>(fast.numChains()) - 1);
+    mergeSlowly(params, static_cast<std::size_t>(first), closed, slow);
+    qfMergeSubchains(params, first, closed, fast);
+    ASSERT_EQ(fast, slow) << "seed " << seed;
+    EXPECT_TRUE(fast.isValid_());
+    qfMergeSubchains(params, static_cast<int>(fast.numChains()), true, fast);
+    EXPECT_EQ(fast, slow);
+    EXPECT_THROW(qfMergeSubchains(params, -1, true, fast), qcShapesError::BadIndex);
+  }
+}
+
+TEST(Sampling, CornersKeepOnePointWithTheBisectorAndChainsBecomePolylines) {
+  const qcRect square({0, 0}, {1, 1});
+  Result result;
+  square.sample(Params(0, 0, 2, true, false), result);
+  EXPECT_EQ(result.positions(), (std::vector<V>{{0, 0}, {1, 0}, {1, 1}, {0, 1}}));
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_TRUE(qfRealEq(result.tangents()[static_cast<std::size_t>(i)], qcRadian((2 * i - 1) * kPi / 4), 1e-12)) << i;
+  }
+  qcLineSeg({5, 5}, {6, 5}).sample(Params(0, 0, 2, true), result);
+  std::vector<qcPolyline> polylines;
+  result.getPolylines(polylines);
+  ASSERT_EQ(polylines.size(), 2u);
+  EXPECT_TRUE(polylines[0].equal_(*square.decompose()));
+  EXPECT_EQ(polylines[1], qcPolyline({{5, 5}, {6, 5}}, false));
+  for (const std::vector<std::int32_t>& breaks :
+       {std::vector<std::int32_t>{1, 4}, {0, 6}, {0, -1}, {4, 0}, {0, 0}, {0}}) {
+    result.breaks() = breaks;
+    EXPECT_THROW(result.getPolylines(polylines), qcShapesError::BadParams);
+    EXPECT_THROW(qfMergeSubchains(Params(0, 0, 2, true, false), 0, true, result), qcShapesError::BadParams);
+  }
+}
+
+// ---- the bookkeeping of perimeters
+
+TEST(ShapeInfo, BuildersCombineTheLengthsOfPieces) {
+  const auto lengths = [](const qcShapeInfo& info) {
+    std::vector<double> all;
+    for (long i = 0; i < info.numPieces(); ++i) all.push_back(info.pieceLength(i));
+    return all;
+  };
+  qcShapeInfo info(qcPolyline({{0, 0}, {1, 0}, {1, 2}}, false)), other;
+  info.append_(1, qcLineSeg({0, 0}, {5, 0}));
+  info.append_(3, qcRect({0, 0}, {1, 3}));
+  info.append_(0, qcPolyline());
+  EXPECT_EQ(lengths(info), (std::vector<double>{1, 5, 2, 8}));
+  info.reverseRecurs_(1, 3);
+  EXPECT_EQ(lengths(info), (std::vector<double>{1, 2, 5, 8}));
+  info.mapShape_(2, other);
+  EXPECT_EQ(lengths(other), (std::vector<double>{2, 4, 10, 16}));
+  info.extract_(3, other);
+  EXPECT_EQ(lengths(other), std::vector<double>{8});
+  info.flatten_(other, true);
+  EXPECT_EQ(other.perimPos({3, 8}, 3.5), qcPerimPos(2, 0.5));
+  EXPECT_EQ(info.perimPos({3, 7}, 3.5), qcPerimPos(3, 8));
+  const qcShapeInfo before = info;
+  EXPECT_THROW(info.append_(5, qcLineSeg()), qcShapesError::BadIndex);
+  EXPECT_THROW(info.append_(0, qcLineSeg({-1e308, 0}, {1e308, 0})), qcShapesError::InfiniteExtent);
+  EXPECT_THROW(info.extract_(4, info), qcShapesError::BadIndex);
+  EXPECT_THROW(info.mapShape_(1e308, info), qcShapesError::InfiniteExtent);
+  EXPECT_EQ(info, before);
+  EXPECT_THROW(qcShapeInfo().perimPos(0), qcShapesError::EmptyShape);
+  EXPECT_THROW(other.perimPos(kInf), qcShapesError::BadParams);
+
+  // From the third piece of a chain to its own information.
+  const qcShapeInfo alone(qcPolyline({{0, 0}, {5, 0}, {13, 0}}, false));
+  std::vector<qcPerimPos> positions{{2, 4}, {3, 1}};
+  qfConvertPerimPositions(info, 2, alone, 0, positions);
+  EXPECT_EQ(positions, (std::vector<qcPerimPos>{{0, 4}, {1, 1}}));
+  EXPECT_THROW(qfConvertPerimPositions(info, 0, alone, 2, positions), qcShapesError::BadIndex);
+}
+
+/// A shape with a decomposition of its own, which the defaults ask.
+struct Composite : qcRect {
+  Composite(Shape shape, bool decomposed) : parts(shape), isPrimitive(decomposed) {}
+  bool isDecomposed() const override { return isPrimitive; }
+  Shape decompose() const override { return parts; }
+  double perimeter() const override { return qcShape::perimeter(); }
+  Shape reverse() const override { return qcShape::reverse(); }
+  bool within(const V& p) const override { return qcShape::within(p); }
+  Shape parts;
+  bool isPrimitive;
+};
+
+TEST(ShapeDefaults, AskTheDecomposition) {
+  const Composite bent(new qcPolyline({{0, 0}, {3, 0}, {3, 4}}, false), false);
+  const qcShapeInfo info(bent);
+  EXPECT_EQ(info.numPieces(), 1);
+  EXPECT_EQ(bent.perimeter(), 7);
+  EXPECT_EQ(bent.nearestPerimPos(info, {9, 2}), qcPerimPos(0, 5));
+  V point;
+  qcRadian tangent;
+  bent.perimPointAndTangent(info, {0, 3}, point, tangent);
+  EXPECT_EQ(point, V(3, 0));
+  EXPECT_EQ(tangent, qcRadian(kPi / 2));
+  EXPECT_TRUE(bent.subShape(info, {{0, 1}, 4})->equal_(qcPolyline({{1, 0}, {3, 0}, {3, 2}}, false)));
+  EXPECT_THROW(bent.within({0, 0}), qcShapesError::NotRegion);
+  EXPECT_THROW(bent.reverse_(), qcShapesError::NotReversible);
+  EXPECT_THROW(Composite(nullptr, false).perimeter(), qcBadPointer);
+  EXPECT_THROW(Composite(new qcRect, false).nearestPerimPos(info, {}), qcBadPointer);
+  EXPECT_THROW(Composite(new qcLineSeg, true).perimPoint(info, {}), qcShapesError::NotImplemented);
+}
+
+// ---- the classes one by one
+
+TEST(Lines, CrossingPointsLieOnBothAndFormsAgree) {
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    Random random(seed);
+    const qcLine a(qcRadian(random.real(-9, 9)), random.point()), b(qcRadian(random.real(-9, 9)), random.point());
+    const V crossing = a.intersect(b), p = random.point();
+    const double scale = 1e-9 * (1 + crossing.len());
+    EXPECT_LE(a.distToPoint(crossing) + b.distToPoint(crossing), scale);
+    EXPECT_LE(a.normal(p).distToPoint(a.nearestPoint(p)), 1e-9);
+    EXPECT_TRUE(a.isParallel(a.parallel(p)));
+    EXPECT_THROW(a.intersect(a.parallel(p)), qcShapesError::LinesParallel);
+    EXPECT_TRUE(qfRealEq(a.angle() + a.angle(b), b.angle(), 1e-9));
+    const qcXform<2> xform = random.similarity(true, random.integer(0, 1));
+    EXPECT_NEAR(a.map(xform).distToPoint(xform * p), a.distToPoint(p) * xform.scale(), 1e-8);
+
+    const V q = random.point();
+    const qcFLine f(p, q);
+    const qcLine line = qcLineSeg(p, q).line();
+    EXPECT_NEAR(std::fabs(f.distanceFrom(crossing)), line.distToPoint(crossing), scale);
+    EXPECT_NEAR_POINT(f.nearestPoint(crossing), line.nearestPoint(crossing), scale);
+    EXPECT_NEAR_POINT(f.rigid_() * V(f.distanceAlong(crossing), f.distanceFrom(crossing)), crossing, scale);
+    EXPECT_NEAR(std::fabs(f.map(xform).distanceFrom(xform * crossing)),
+                std::fabs(f.distanceFrom(crossing)) * xform.scale(), 10 * scale);
+    EXPECT_TRUE(f == qcFLine(f.angle(), f.distance()));
+    EXPECT_TRUE(f.distance() > 1e-14 && f != qcFLine(f.angle(), f.distance() * 1.5));
+
+    const qc2Rigid frame(qcDegree(random.real(-400, 400)), p);
+    for (double t : {-3.0, 0.0, 5.0}) {
+      EXPECT_NEAR(qcFLine::Xaxis(frame).distanceFrom(frame * V(t, 0)), 0, 1e-9);
+      EXPECT_NEAR(qcFLine::Yaxis(frame).distanceFrom(frame * V(0, t)), 0, 1e-9);
+    }
+  }
+  EXPECT_TRUE(qcFLine({0, -2}, {5, -2}) == qcFLine(qcDegree(180), 2));
+  EXPECT_EQ(qcLine({0, 1}, {3, 3}).intersect(qcLine({1, 0}, {-5, 4})), V(3, 4));
+  EXPECT_TRUE(qcLine().isParallel(qcLine(V(1, 9e-13))));
+  EXPECT_FALSE(qcLine().isParallel(qcLine(V(1, 1.1e-12))));
+}
+
+TEST(Lines, RefuseWhatMakesNoLineAndWhatNeedsAnEnd) {
+  EXPECT_THROW(qcLine({0, -0.0}, {1, 1}), qcShapesError::DegenerateShape);
+  EXPECT_THROW(qcLine().map({{0, 0, 0, 1}, {}}), qcShapesError::DegenerateShape);
+  EXPECT_THROW(qcFLine().map({{0, 0, 0, 1}, {}}), qcShapesError::DegenerateShape);
+  EXPECT_THROW(qcLineSeg({1, 1}, {1, 1}).line(), qcShapesError::DegenerateShape);
+  EXPECT_THROW(qcFLine({1, 2}, {1, 2}), qcShapesError::DegenerateShape);
+  for (const double bad : {-1e-9, kNan}) EXPECT_THROW(qcFLine(qcDegree(0), bad), qcShapesError::DegenerateShape);
+  qcFLine kept(qcDegree(10), 4);
+  EXPECT_THROW(kept.distance(-1), qcShapesError::DegenerateShape);
+  EXPECT_TRUE(kept == qcFLine(qcDegree(370), 4));
+  const qcShapeInfo info(qcLineSeg({0, 0}, {1, 0}));
+  for (const Shape& line : {Shape(new qcLine), Shape(new qcFLine)}) {
+    Result result;
+    EXPECT_THROW(line->boundingBox(), qcShapesError::InfiniteExtent);
+    EXPECT_THROW(line->perimeter(), qcShapesError::InfiniteExtent);
+    EXPECT_THROW(line->decompose(), qcShapesError::InfiniteExtent);
+    EXPECT_THROW(line->sample(Params(), result), qcShapesError::InfiniteExtent);
+    EXPECT_THROW(line->nearestPerimPos(info, {}), qcShapesError::InfiniteExtent);
+    EXPECT_THROW(line->subShape(info, {{}, 1}), qcShapesError::InfiniteExtent);
+    EXPECT_THROW(line->perimPoint(info, {}), qcShapesError::InfiniteExtent);
+  }
+  EXPECT_THROW(qcFLine().reverse(), qcShapesError::NotReversible);
+  EXPECT_TRUE(qcLine().reverse()->equal_(qcLine({-1, 0}, {0, 0})));
+}
+
+// A point moved to the left by very little sees what the point on the contour reports.
+TEST(Segments, ContourPointsWindAsFromTheLeft) {
+  const qcPolyline bend({{0, 0}, {0, 0}, {4, 0}, {4, 4}}, false), back({{4, 4}, {4, 0}, {0, 0}}, false);
+  const qcPolyline spike({{0, 0}, {4, 0}}, true);
+  const qcPolyline square({{0, 0}, {4, 0}, {4, 4}, {0, 4}, {0, 0}}, true), hole({{0, 0}, {0, 4}, {4, 4}, {4, 0}}, true);
+  const std::tuple<const qcPolyline&, V, V> rows[] = {
+      {bend, {1, 0}, {0, 1}},    {bend, {4, 0}, {-1, 1}}, {bend, {0, 0}, {0, 1}},     {bend, {4, 4}, {-1, 0}},
+      {back, {1, 0}, {0, -1}},   {back, {4, 0}, {1, -1}}, {square, {4, 4}, {-1, -1}}, {square, {0, 0}, {1, 1}},
+      {square, {4, 1}, {-1, 0}}, {hole, {4, 4}, {1, 1}},  {hole, {4, 1}, {1, 0}},     {spike, {4, 0}, {1, 0}},
+      {spike, {1, 0}, {0, 1}},   {spike, {0, 0}, {-1, 0}}};
+  for (const auto& [line, p, left] : rows) {
+    EXPECT_NEAR(line.generalWindingAngle(p).plain(), line.generalWindingAngle(p + 1e-8 * left).plain(), 1e-6) << &line;
+  }
+}
+
+TEST(Circles, CrossingsLieOnBoth) {
+  V a, b;
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    Random random(seed);
+    const qcCircle circle(random.point(), random.real(0, 9)), other(random.point(), random.real(0, 20));
+    const qcLine line(qcRadian(random.real(-3, 3)), random.point());
+    EXPECT_EQ(circle.intersections(line, a, b), line.distToPoint(circle.center()) <= circle.radius());
+    if (circle.intersections(line, a, b)) {
+      EXPECT_LE(circle.distToPoint(a) + circle.distToPoint(b) + line.distToPoint(a) + line.distToPoint(b), 1e-6);
+      EXPECT_LE(line.offset(a), line.offset(b));
+    } else {
+      EXPECT_NEAR_POINT(b, line.nearestPoint(circle.center()), 1e-9);
+      EXPECT_NEAR_POINT(a, circle.closestPoint(b), 1e-9);
+    }
+    const double d = circle.center().distance(other.center());
+    const bool meet = d <= circle.radius() + other.radius() && d >= std::fabs(circle.radius() - other.radius());
+    EXPECT_EQ(circle.intersections(other, a, b), meet);
+    EXPECT_LE(circle.distToPoint(a) + other.distToPoint(b), 1e-6);
+    if (meet) {
+      EXPECT_LE(circle.distToPoint(b) + other.distToPoint(a), 1e-6);
+      EXPECT_LE((other.center() - circle.center()).cross(a - b), 0);
+    } else {
+      EXPECT_NEAR(a.distance(b),
+                  std::max(d - circle.radius() - other.radius(), std::fabs(circle.radius() - other.radius()) - d),
+                  1e-9);
+    }
+  }
+  const qcCircle circle({0, 0}, 2);
+  EXPECT_TRUE(circle.intersections(qcLine({1, 0}, {0, 2}), a, b));
+  EXPECT_TRUE(a == V(0, 2) && b == a);
+  EXPECT_FALSE(circle.intersections(qcLine({1, 0}, {7, 4}), a, b));
+  EXPECT_TRUE(a == V(0, 2) && b == V(0, 4));
+  EXPECT_TRUE(circle.intersections(qcCircle({3, 0}, 1), a, b));
+  EXPECT_TRUE(a == V(2, 0) && b == a);
+  EXPECT_FALSE(circle.intersections(circle, a, b));
+  EXPECT_EQ(circle.closestPoint({0, 0}), V(2, 0));
+}
+
+TEST(Circles, RefuseRadiiAndWhatIsNoCircle) {
+  EXPECT_TRUE(qcCircle({1, 1}, 0).degen());
+  qcCircle circle({1, 1}, 2);
+  for (const double bad : {-1e-9, -kInf, kInf, kNan}) {
+    EXPECT_THROW(qcCircle({0, 0}, bad), qcShapesError::BadRadius);
+    EXPECT_THROW(circle.centerRadius(0, 0, bad), qcShapesError::BadRadius);
+  }
+  EXPECT_EQ(circle, qcCircle({1, 1}, 2));
+  EXPECT_THROW(circle.mapShape({{1, 1e-6, 0, 1}, {}}), qcShapesError::NotImplemented);
+  EXPECT_TRUE(circle.mapShape({{0, 2, 2, 0}, {1, 0}})->equal_(qcCircle({3, 2}, 4)));
+  EXPECT_TRUE(qcCircle({1, 1}, 0).mapShape({{1, 2, 3, 4}, {}})->equal_(qcCircle({3, 7}, 0)));
+  EXPECT_THROW(circle.decompose(), qcShapesError::NotImplemented);
+}
+
+TEST(Rectangles, FollowTheTables) {
+  EXPECT_EQ(qcRect({10, 10}, {-4, 2}), qcRect({14, 10}, {4, 2}));
+  struct Pair {
+    qcRect a, b, common, both;
+  };
+  const Pair pairs[] = {{{{0, 0}, {1, 1}}, {{1, 0}, {1, 1}}, {}, {{0, 0}, {2, 1}}},
+                        {{{0, 0}, {4, 4}}, {{2, 1}, {9, 2}}, {{2, 1}, {2, 2}}, {{0, 0}, {11, 4}}},
+                        {{{1, 1}, {4, 4}}, {{3, 3}, {0, 0}}, {}, {{1, 1}, {4, 4}}},
+                        {{{1, 1}, {4, 4}}, {{7, -2}, {0, 5}}, {}, {{1, -2}, {6, 7}}}};
+  for (const Pair& pair : pairs) {
+    EXPECT_EQ(pair.a & pair.b, pair.common);
+    EXPECT_EQ(pair.b.enclose(pair.a), pair.both);
+  }
+  EXPECT_FALSE(qcRect({0, 0}, {0, 5}).degen());
+  qcRect negative;
+  negative.size({-1, 0});
+  EXPECT_TRUE(negative.degen());
+  EXPECT_FALSE(negative.within({0, 0}));
+  const qcRect rect({1, 2}, {3, 4});
+  for (const V& corner : {rect.ul(), rect.ur(), rect.lr(), rect.ll()}) EXPECT_TRUE(rect.within(corner));
+  EXPECT_FALSE(rect.within({1, kNan}));
+  EXPECT_EQ(rect.distToPoint({2, 3}), 1);
+  const qcLineSeg sides[] = {rect.tSeg(), rect.rSeg(), rect.bSeg(), rect.lSeg()};
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(sides[i].p2(), sides[(i + 1) % 4].p1());
+  EXPECT_TRUE(rect.mapShape({{2, 0, 0, 3}, {1, 1}})->equal_(qcRect({3, 7}, {6, 12})));
+  EXPECT_TRUE(rect.mapShape({{-1, 0, 0, 1}, {}})->equal_(qcPolyline({{-1, 2}, {-4, 2}, {-4, 6}, {-1, 6}}, true)));
+  EXPECT_TRUE(rect.mapShape({{0, -1, 1, 0}, {}})->equal_(qcPolyline({{-2, 1}, {-2, 4}, {-6, 4}, {-6, 1}}, true)));
+
+  EXPECT_EQ(qcRect({0.5, 0.5}, {1, 1}).enclosePelRect(), qcPelRect(0, 0, 2, 2));
+  EXPECT_EQ(qcRect({-0.5, 3}, {1, 4}).enclosePelRect(), qcPelRect(-1, 3, 2, 4));
+  EXPECT_EQ(qcRect(qcPelRect(-3, 4, 5, 6)).enclosePelRect(), qcPelRect(-3, 4, 5, 6));
+  for (const double far : {1e300, kInf, kNan, -1e300}) qcRect({far, -5e9}, {1e300, 3e9}).enclosePelRect();
+  EXPECT_EQ(qcRect({-5e9, 0}, {9e9, 1}).enclosePelRect(), qcPelRect(-2147483647 - 1, 0, 2147483647, 1));
+}
+
+TEST(Polylines, EditVerticesAndMeasureAreas) {
+  qcPolyline line({{0, 0}, {1, 0}, {1, 1}, {0, 1}}, true);
+  EXPECT_EQ(line.areaMoment0(), 1);
+  EXPECT_TRUE(line.isRightHanded());
+  EXPECT_EQ(qcPolyline({{0, 0}, {0, 1}, {1, 1}, {1, 0}}, true).areaMoment0(), -1);
+  EXPECT_TRUE(qcPolyline({{0, 0}, {1, 1}}, true).isRightHanded());
+  EXPECT_EQ(line.closestVertexIndex({0.9, 2}), 2);
+  line.insertVertices(1, line.vertices());
+  line.removeVertex(7);
+  line.insertVertex(7, line.vertex(4));
+  EXPECT_EQ(line.vertices(), (std::vector<V>{{0, 0}, {0, 0}, {1, 0}, {1, 1}, {0, 1}, {1, 0}, {1, 1}, {0, 1}}));
+  const qcPolyline before = line;
+  for (const long bad : {-1L, 8L}) EXPECT_THROW(line.vertex(bad), qcShapesError::BadIndex);
+  EXPECT_THROW(line.removeVertex(8), qcShapesError::BadIndex);
+  EXPECT_THROW(line.insertVertex(9, {}), qcShapesError::BadIndex);
+  EXPECT_EQ(line, before);
+  line.isClosed(false);
+  EXPECT_THROW(line.area(), qcShapesError::NotRegion);
+  EXPECT_THROW(line.within({}), qcShapesError::NotRegion);
+  const qcPolyline empty(true);
+  EXPECT_THROW(empty.boundingBox(), qcShapesError::EmptyShape);
+  EXPECT_THROW(empty.nearestPoint({}), qcShapesError::EmptyShape);
+  EXPECT_THROW(empty.isRightHanded(), qcShapesError::NotRegion);
+  EXPECT_EQ(empty.perimeter(), 0);
+  EXPECT_THROW(line.perimPoint(qcShapeInfo(qcLineSeg()), {}), qcShapesError::BadParams);
+}
+
+// ---- bytes and errors
+
+std::vector<char> unhex(const std::string& text) {
+  std::vector<char> bytes;
+  for (std::size_t i = 0; i < text.size(); i += 2) bytes.push_back(char(std::stoi(text.substr(i, 2), nullptr, 16)));
+  return bytes;
+}
+
+// Doubles in big-endian order, and points of two of them behind their version byte.
+const std::string k0(16, '0'), k1 = "3FF0000000000000", k2 = "4000000000000000", kMinus1 = "BFF0000000000000",
+                               kNaN = "7FF8000000000000", kOrigin = "00" + k0 + k0, kP = "00" + k1 + k2,
+                               kQ = "00" + k2 + kMinus1;
+
+template <class T>
+void checkBytes(T value, const std::string& body, int line, const std::vector<std::string>& bad) {
+  SCOPED_TRACE(testing::Message() << "line " << line);
+  const std::string frame = std::is_base_of_v<qcShape, T> ? "0200F1664BDF" : "0200";
+  const std::string base = std::is_base_of_v<qcShape, T> ? "0000" : "";
+  qcMemoryArchive out(qcArchive::bigEndian, false);
+  out || value;
+  EXPECT_EQ(out.toVector(), unhex(frame + "00" + base + body));
+  const auto load = [](const std::string& text) {
+    const std::vector<char> bytes = unhex(text);
+    T loaded;
+    qcMemoryArchive in(bytes.data(), static_cast<long>(bytes.size()), false);
+    in || loaded;
+    EXPECT_EQ(in.remaining(), 0);
+    return loaded;
+  };
+  EXPECT_TRUE(load(frame + "00" + base + body) == value);
+  for (const std::string& fields : bad)
+    EXPECT_THROW(load(frame + "00" + base + fields), qcArchive::BadContent) << fields;
+  for (std::size_t i = 0; i < body.size(); i += 8)
+    EXPECT_THROW(load(frame + "00" + base + body.substr(0, i)), qcArchive::Eof);
+  const auto newer = [&](const std::string& text, int expected) {
+    try {
+      load(text);
+      ADD_FAILURE() << text;
+    } catch (const qcArchive::UnknownVersion& error) {
+      EXPECT_EQ(error.file(), L"std/shapes/shapes");
+      EXPECT_EQ(error.line(), expected);
+    }
+  };
+  newer(frame + "01" + base + body, line);
+  if constexpr (std::is_base_of_v<qcShape, T>) {
+    newer(frame + "000100" + body, 599);
+    const std::vector<char> bytes = unhex("020000" + body);
+    T legacy;
+    qcMemoryArchive in(bytes.data(), static_cast<long>(bytes.size()), false);
+    const bool known = !std::is_same_v<T, qcPolyline>;
+    EXPECT_EQ(legacy.loadLegacy(in), known);
+    EXPECT_EQ(legacy == value, known);
+  }
+}
+
+TEST(ShapeArchives, HoldTheBytesWorkedOutByHand) {
+  checkBytes(qcPerimPos(-2, 1), "FFFFFFFE" + k1, 1407, {});
+  Params params(1, 2, 2, true, false);
+  params.uniformMode(true);
+  params.maxPoints(1);
+  checkBytes(params, k1 + k2 + "00000001010001", 1662,
+             {kMinus1 + k2 + "00000001010001", k1 + kNaN + "00000001010001", k1 + k2 + "00000000010001"});
+  Result result;
+  result.positions() = {{1, 2}, {2, -1}, {0, 0}};
+  result.tangents() = {qcRadian(0), qcRadian(1), qcRadian(2)};
+  result.breaks() = {0, 2};
+  result.closedFlags() = {true, false};
+  const std::string points = "00000003" + kP + kQ + kOrigin, tangents = "00000003" + k0 + k1 + k2;
+  checkBytes(result, points + tangents + "000000020000000000000002" + "000000020100", 1837,
+             {points + tangents + "000000020000000000000003" + "000000020100",
+              points + tangents + "000000020000000000000002" + "0000000101",
+              points + "00000001" + k0 + "000000020000000000000002" + "000000020100"});
+  checkBytes(qcLine({1, 2}, {2, -1}), kP + kQ, 2575, {kOrigin + kQ});
+  checkBytes(qcFLine(qcDegree(2), 1), k2 + k1, 0, {k2 + kMinus1, k2 + kNaN});
+  checkBytes(qcLineSeg({1, 2}, {2, -1}), kP + kQ, 2925, {});
+  checkBytes(qcCircle({2, -1}, 2), kQ + k2, 3693, {kQ + kMinus1, kQ + kNaN, kQ + "7FF0000000000000"});
+  checkBytes(qcRect({2, -1}, {1, 2}), kQ + kP, 3316, {});
+  checkBytes(qcPolyline({{1, 2}, {2, -1}}, true), "00000002" + kP + kQ + "01", 7586, {});
+}
+
+template <class T>
+void checkForgotten(T* shape, void (*change)(T&)) {
+  Shape stored(shape), first, second;
+  qcMemoryArchive out(qcArchive::littleEndian, false);
+  out || stored;
+  change(*shape);
+  out || stored;
+  qcMemoryArchive in(out.storage(), static_cast<long>(out.bytes().size()), false);
+  in || first || second;
+  EXPECT_FALSE(first->equal_(*second));
+  EXPECT_TRUE(second->equal_(*shape));
+}
+
+TEST(ShapeArchives, ForgetShapesThatChange) {
+  checkForgotten<qcLineSeg>(new qcLineSeg, [](qcLineSeg& s) { s.p2({9, 9}); });
+  checkForgotten<qcFLine>(new qcFLine, [](qcFLine& s) { s.distance(3); });
+  checkForgotten<qcCircle>(new qcCircle, [](qcCircle& s) { s.centerRadius(1, 2, 3); });
+  checkForgotten<qcCircle>(new qcCircle, [](qcCircle& s) { s = qcCircle({1, 2}, 3); });
+  checkForgotten<qcRect>(new qcRect, [](qcRect& s) { s.origin({1, 2}); });
+  checkForgotten<qcPolyline>(new qcPolyline, [](qcPolyline& s) { s.addVertex({1, 2}); });
+}
+
+}  // namespace
