@@ -28,16 +28,16 @@ qcFLine makeLine(Wide radians, Wide distance) {
   return {qcDegree(static_cast<double>(radians) * qcDegree::perRadian), static_cast<double>(distance)};
 }
 
-// Finds the axis through the mean, with s >= 0. False without a direction: where `none` says so of B and Sxx - Syy,
-// where both are within the rounding of the sums, and where they are not finite.
-template <class None>
-bool principalAxis(const qc_PointSums& sums, Wide n, None none, Axis& axis) {
+// Finds the axis through the mean, with s >= 0. False without a direction: where B and Sxx - Syy are both below a
+// limit, or within the rounding of the sums (exact zeros always are), or not finite.
+bool principalAxis(const qc_PointSums& sums, Wide n, Wide limit, Axis& axis) {
   if (n < 2 || !cfit::allFinite(sums)) return false;
   const Wide mx = sums.x / n, my = sums.y / n;
   const Wide difference = (sums.xx - sums.x * mx) - (sums.yy - sums.y * my);
   const Wide b = 2 * (sums.xy - sums.x * my);
   const Wide length = std::hypot(b, difference);
-  if (none(b, difference) || length <= cfit::rounding(n) * (Wide{sums.xx} + sums.yy)) return false;
+  if (std::fabs(b) < limit && std::fabs(difference) < limit) return false;
+  if (length <= cfit::rounding(n) * (Wide{sums.xx} + sums.yy)) return false;
   const Wide cosDouble = difference / length, sinDouble = std::fabs(b) / length;  // of twice the angle
   axis.c = std::sqrt(0.5L * (cosDouble + 1));
   axis.s = std::sqrt((1 - cosDouble) * 0.5L);
@@ -47,7 +47,7 @@ bool principalAxis(const qc_PointSums& sums, Wide n, None none, Axis& axis) {
   const Wide up = axis.c * my, down = axis.s * mx;
   axis.distance = up - down;
   if (std::fabs(axis.distance) <= cfit::rounding(4) * (std::fabs(up) + std::fabs(down))) axis.distance = 0;
-  return true;
+  return std::isfinite(axis.distance);
 }
 
 }  // namespace
@@ -76,9 +76,7 @@ qcLSLineFitter& qcLSLineFitter::operator+=(const qcLSLineFitter& other) {
 
 bool qcLSLineFitter::fit(qcFLine& line) const {
   Axis axis;
-  if (!principalAxis(
-          sums_, n_, [](Wide b, Wide difference) { return b == 0 && difference == 0; }, axis))
-    return false;
+  if (!principalAxis(sums_, n_, 0, axis)) return false;
   const Wide angle = std::atan2(axis.s, axis.c);
   if (axis.distance > 0) {
     line = makeLine(angle, axis.distance);
@@ -95,11 +93,8 @@ qcFLine qcLSLineFitter::fit() const {
 }
 
 bool qcLSLineFitter::fitAndError(qcFLine* line, double* error) const {
-  const auto none = [](Wide b, Wide difference) {
-    return std::fabs(b) < kNoDirection && std::fabs(difference) < kNoDirection;
-  };
   Axis axis;
-  if (!principalAxis(sums_, n_, none, axis)) return false;
+  if (!principalAxis(sums_, n_, kNoDirection, axis)) return false;
   if (axis.distance < 0) axis = {-axis.c, -axis.s, -axis.distance};
   if (line) *line = makeLine(std::atan2(axis.s, axis.c), axis.distance + 0);  // + 0 takes the sign from a zero
   if (error) *error = axis.error(sums_, n_);

@@ -113,9 +113,8 @@ struct Centred {
 qcXform<2> fitRigid(const Centred& s) {
   const Wide dot = s.dot(), cross = s.cross();
   require(std::fabs(dot) > cfit::kQuotient || std::fabs(cross) > cfit::kQuotient);
-  const Wide qSpread = s.sxx + s.syy;
-  require(qSpread > s.unit * s.qSquares() && s.pSpread > s.unit * s.pSquares());
-  const Wide lost = cfit::kRank * std::sqrt(qSpread * s.pSpread) + s.unit * std::sqrt(s.qSquares() * s.pSquares());
+  const Wide lost =
+      cfit::kRank * std::sqrt((s.sxx + s.syy) * s.pSpread) + s.unit * std::sqrt(s.qSquares() * s.pSquares());
   require(std::hypot(dot, cross) > s.n * lost);
   const auto angle = static_cast<double>(std::atan2(cross, dot));
   qc2Rigid rigid(qcDegree(angle * qcDegree::perRadian), qcVector<2>());
@@ -134,7 +133,7 @@ qcXform<2> fitSimilarity(const Centred& s) {
 // The columns of the matrix are kept perpendicular by a multiplier, which solves q*m^2 + linear*m + q*sxx*syy = 0. With
 // m = y * sqrt(sxx * syy) the equation loses its unit: ratio*y^2 + y + ratio = 0. No coefficient can overflow then.
 qcXform<2> fitPerpendicular(const Centred& s) {
-  require(s.pSpread > s.unit * s.pSquares());
+  require(s.pSpread > 0);
   const Wide lost = s.spread() + s.unit * s.pSquares() / s.pSpread;
   const Wide q = s.cxy * s.cxx + s.cyy * s.cyx;
   const Wide linear = (s.cxx * s.cxx + s.cyx * s.cyx) * s.syy + (s.cxy * s.cxy + s.cyy * s.cyy) * s.sxx;

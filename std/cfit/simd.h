@@ -5,7 +5,8 @@
 
 #include "vnxstd/math/vector.h"
 
-#if defined(__x86_64__) || defined(__i386__)
+// Not with g++ on Windows, which does not align the stack for wide vectors.
+#if (defined(__x86_64__) || defined(__i386__)) && !defined(_WIN32)
 #define VNXSTD_CFIT_AVX2 1
 #else
 #define VNXSTD_CFIT_AVX2 0

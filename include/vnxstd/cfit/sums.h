@@ -7,15 +7,16 @@
 // What holds for every fitter:
 //  - A bulk update gives the sums of single updates but for rounding, and the same ones on every processor.
 //  - Up to 2147483647 points (or pairs) are counted; an update that would go beyond throws UnstableErr and changes
-//  nothing.
+//    nothing.
 //  - Infinite and NaN coordinates, and coordinates so large that a sum overflows, make every later fit fail as
-//  unstable.
+//    unstable.
 //  - A fit never changes the sums; a fitter whose fit failed takes more points.
-//  - Sums around a far origin lose digits: the n sums of squares carry a relative error of up to n * 2^-53, whatever
-//  the
-//    spread of the points. A fit whose denominator is not larger than that error, or than 1e-14 of the product that it
-//    was subtracted from, fails as unstable rather than to return what rounding made of, say, points on one spot or
-//    (for the affine fits) on one line.
+//  - Sums around a far origin lose digits: n squares are summed with a relative error of up to n * 2^-53, however
+//    little the points are spread. A fit whose denominator is not larger than that error, or than 1e-14 of the product
+//    that it was subtracted from, fails as unstable, instead of returning what rounding made of points on one spot or,
+//    for the affine fits, on one line.
+//  - Lost digits stay lost: neither removing far points nor moving a fitter to the origin brings them back, and the
+//    test above no longer sees that they are missing.
 //  - Different fitters may be used from different threads; one fitter may be read, but not changed, by several.
 #pragma once
 
