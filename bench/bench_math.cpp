@@ -1,5 +1,4 @@
 // Mapping points, and composing and inverting transforms, beside OpenCV.
-#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -41,13 +40,6 @@ int main(int argc, char** argv) {
     const std::string what = "map " + std::to_string(count) + " points, ";
     session.run(
         what + "other array", 0.7, [&] { qfMapPoints(kXform, in.data(), out.data(), count); },
-        [&] { cv::transform(from, to, affine); });
-    session.run(
-        "copy " + std::to_string(count) + " points (the floor)", 0,
-        [&] {
-          std::copy(in.begin(), in.end(), out.begin());
-          compare::keep(out[0]);
-        },
         [&] { cv::transform(from, to, affine); });
     std::vector<qcVector<2>> own = in, theirs = in;
     cv::Mat inPlace(1, static_cast<int>(count), CV_64FC2, theirs.data());
