@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <locale>
 #include <map>
 #include <memory>
 #include <regex>
@@ -208,6 +209,12 @@ TEST(Errors, Messages) {
       {qcUnknownError(1).message(false), L"Internal error code: 0x00000001"},
   };
   for (const auto& c : cases) EXPECT_EQ(c.message, c.expected);
+  struct Grouping : std::numpunct<wchar_t> {
+    std::string do_grouping() const override { return "\3"; }
+  };
+  const std::locale before = std::locale::global(std::locale(std::locale(), new Grouping));
+  EXPECT_EQ(qcArchive::Eof("archive", 1229).message(false), L"thrown from file: archive, line: 1229");
+  std::locale::global(before);
   std::wostringstream out;
   qcBadPointer().message(out);
   EXPECT_EQ(out.str(), L"qcBadPointer: " + noInfo);

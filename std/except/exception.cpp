@@ -1,5 +1,6 @@
 #include "vnxstd/except/exception.h"
 
+#include <locale>
 #include <sstream>
 
 #include "vnxstd/archive/archive.h"
@@ -25,6 +26,7 @@ const qc_ErrorRegistration<qcExceptionWithString, qcUnknownError, qcInvariantFai
 
 std::wstring qcException::message(bool withTypeName) const {
   std::wostringstream out;
+  out.imbue(std::locale::classic());  // numbers without the grouping of the user's language
   if (withTypeName) out << qf_WidenLossy(qcDevEnv::canonicalTypeName(typeid(*this).name())) << L": ";
   message_(out);
   return out.str();
