@@ -249,6 +249,9 @@ TEST(Angle, FixedPointArithmeticWraps) {
       ASSERT_EQ(x < y, a < b);
       ASSERT_EQ((x / (b + 1)).plain(), a / (b + 1));
       ASSERT_EQ(x / qcAngle8(b | 1), static_cast<unsigned>(a / (b | 1)));
+      qcAngle8 z = x;
+      (((z += y) *= 3) -= x) /= 5;
+      ASSERT_EQ(z.plain(), (2 * a + 3 * b) % 256 / 5);
     }
     ASSERT_EQ((-qcAngle8(a)).plain(), (256 - a) % 256);
   }

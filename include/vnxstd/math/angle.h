@@ -85,10 +85,10 @@ class qc_FixedAngle {
   constexpr double toDouble() const { return value_; }
 
   constexpr Angle operator-() const { return make(0u - value_); }
-  constexpr Angle& operator+=(const Angle& other) { return assign(*this + other); }
-  constexpr Angle& operator-=(const Angle& other) { return assign(*this - other); }
-  constexpr Angle& operator*=(std::integral auto factor) { return assign(*this * factor); }
-  constexpr Angle& operator/=(std::integral auto divisor) { return assign(*this / divisor); }
+  constexpr Angle& operator+=(const Angle& other) { return assign(self() + other); }
+  constexpr Angle& operator-=(const Angle& other) { return assign(self() - other); }
+  constexpr Angle& operator*=(std::integral auto factor) { return assign(self() * factor); }
+  constexpr Angle& operator/=(std::integral auto divisor) { return assign(self() / divisor); }
 
   friend constexpr Angle operator+(const Angle& a, const Angle& b) { return make(unit(a) + unit(b)); }
   friend constexpr Angle operator-(const Angle& a, const Angle& b) { return make(unit(a) - unit(b)); }
@@ -122,6 +122,7 @@ class qc_FixedAngle {
  private:
   static constexpr unsigned long long unit(const qc_FixedAngle& a) { return a.value_; }
   static constexpr Angle make(unsigned long long value) { return Angle(static_cast<Raw>(value)); }
+  constexpr const Angle& self() const { return static_cast<const Angle&>(*this); }
   constexpr Angle& assign(const Angle& a) {
     value_ = a.plain();
     return static_cast<Angle&>(*this);
