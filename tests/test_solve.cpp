@@ -142,6 +142,10 @@ TEST(DenseSystem, RefusesWhatHasNoReliableSolution) {
   refused(Matrix(1, 1, {1e-300}), Matrix(1, 1, {1e300}), 1e14);
   EXPECT_THROW(one.element(0, 1), qcInvariantFailure);
   EXPECT_THROW(Matrix(SIZE_MAX / 2 + 1, 2), std::bad_alloc);
+  Matrix from(two);
+  const Matrix to(std::move(from));
+  EXPECT_THROW(from.element(0, 0), qcInvariantFailure);  // NOLINT(bugprone-use-after-move): empty, as documented
+  EXPECT_EQ(to, two);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <utility>
 #include <vector>
 
 #include "vnxstd/except/exception.h"
@@ -31,6 +32,15 @@ class VNXSTD_EXPORT qcNMMatrix {
   qcNMMatrix(std::size_t rows, std::size_t columns);
   /// The elements row by row. Throws qcInvariantFailure unless there are rows * columns of them.
   qcNMMatrix(std::size_t rows, std::size_t columns, std::vector<double> elements);
+  qcNMMatrix(const qcNMMatrix&) = default;
+  /// Leaves the other matrix without elements.
+  qcNMMatrix(qcNMMatrix&& other) noexcept { swap(other); }
+  /// Throws std::bad_alloc when there is no room for a copy; the matrix is then as it was.
+  qcNMMatrix& operator=(qcNMMatrix other) noexcept {
+    swap(other);
+    return *this;
+  }
+  ~qcNMMatrix() = default;
 
   std::size_t rows() const noexcept { return rows_; }
   std::size_t columns() const noexcept { return columns_; }
@@ -54,6 +64,11 @@ class VNXSTD_EXPORT qcNMMatrix {
   static qcNMMatrix solve(const qcNMMatrix& A, const qcNMMatrix& r, bool equilibrate, double& condition, double bound);
 
  private:
+  void swap(qcNMMatrix& other) noexcept {
+    std::swap(rows_, other.rows_);
+    std::swap(columns_, other.columns_);
+    elements_.swap(other.elements_);
+  }
   std::size_t index(std::size_t row, std::size_t column) const;
 
   std::size_t rows_ = 0;
