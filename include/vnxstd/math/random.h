@@ -25,7 +25,8 @@ struct qsRandomUniform {
 VNXSTD_EXPORT void qsRandomUniformInit(qsRandomUniform& state, std::int32_t seed);
 
 /// Draws the next number r, uniform in [0, 1), and returns low + (high - low) * r. That lies in [low, high) but for
-/// rounding, which can reach high when the interval is only a few representable numbers wide.
+/// rounding, which can reach high when the interval is only a few representable numbers wide. The state must have been
+/// started by qsRandomUniformInit.
 VNXSTD_EXPORT double qsRandomUniformNext(qsRandomUniform& state, double low, double high);
 
 /// A uniform generator. The seed alone decides the sequence, on every platform. For one thread at a time. Not for

@@ -135,6 +135,7 @@ class VNXSTD_EXPORT qcAngleRange : public qc_RangeBase {
 
   /// All sums of an angle of this range and one of the other: [start + other.start, end + other.end], or the full
   /// circle when the lengths sum to a full turn or more. Empty with anything is empty, else full with anything full.
+  /// Throws qcRangeDefs::BadParams when the sums of the ends overflow.
   qcAngleRange dilate(const qcAngleRange& other) const;
 
   /// Exact comparison of kind, start and end.
