@@ -30,7 +30,8 @@ long below(long n) { return static_cast<long>(random_() % static_cast<unsigned l
 template <class E>
 E randomNumber(long rarity, long kinds) {
   if constexpr (!std::is_floating_point_v<E>) return static_cast<E>(random_());
-  constexpr double inf = std::numeric_limits<double>::infinity(), special[] = {std::nan(""), -0.0, 0.0, inf, -inf};
+  using Limits = std::numeric_limits<double>;
+  constexpr double special[] = {Limits::quiet_NaN(), -0.0, 0.0, Limits::infinity(), -Limits::infinity()};
   return static_cast<E>(below(rarity) == 0 ? special[below(kinds)] : static_cast<double>(below(2001) - 1000) / 8);
 }
 
