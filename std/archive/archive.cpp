@@ -87,7 +87,7 @@ void qcArchive::ctorFinished() {
   if (isStoring()) {
     unsigned char head[2] = {static_cast<unsigned char>((seekable_ ? kSeekableFlag : 0) | (kVersion << kVersionShift)),
                              static_cast<unsigned char>(ordering_)};
-    writeBytes(head, sizeof head, kWriteRawLine);
+    qf_WriteBytes(*buffer_, head, sizeof head, kWriteRawLine);
     return;
   }
   unsigned char head = 0, order = 0;
@@ -204,21 +204,13 @@ void qcArchive::fill(unsigned count) {
 
 // Bytes and numbers.
 
-void qcArchive::readBytes(void* data, std::size_t count, int line) {
-  if (qc_Areas::read(*buffer_, data, count) != count) throw Eof(kArchiveSource, line);
-}
-
-void qcArchive::writeBytes(const void* data, std::size_t count, int line) {
-  if (qc_Areas::write(*buffer_, data, count) != count) throw BadBuffer(kArchiveSource, line);
-}
-
 void qcArchive::raw(char* data, long n) {
   if (n <= 0) return;
   const auto count = static_cast<std::size_t>(n);
   if (isLoading()) {
-    readBytes(data, count, kReadRawLine);
+    qf_ReadBytes(*buffer_, data, count, kReadRawLine);
   } else {
-    writeBytes(data, count, kWriteRawLine);
+    qf_WriteBytes(*buffer_, data, count, kWriteRawLine);
   }
 }
 
@@ -226,7 +218,7 @@ void qcArchive::raw(char* data, long n) {
 template <class Bits>
 void qcArchive::number(Bits& bits) {
   if (isLoading()) {
-    readBytes(&bits, sizeof bits, sizeof bits == 1 ? kReadByteLine : kReadWordLine);
+    qf_ReadBytes(*buffer_, &bits, sizeof bits, sizeof bits == 1 ? kReadByteLine : kReadWordLine);
     if constexpr (sizeof bits > 1) {
       if (swapBytes_) qf_Reverse(bits);
     }
@@ -235,7 +227,7 @@ void qcArchive::number(Bits& bits) {
     if constexpr (sizeof bits > 1) {
       if (swapBytes_) qf_Reverse(wire);
     }
-    writeBytes(&wire, sizeof wire, sizeof bits == 1 ? kWriteByteLine : kWriteWordLine);
+    qf_WriteBytes(*buffer_, &wire, sizeof wire, sizeof bits == 1 ? kWriteByteLine : kWriteWordLine);
   }
 }
 
@@ -286,9 +278,9 @@ void qcArchive::words(void* data, std::size_t count, unsigned size) {
   if (count > std::numeric_limits<std::size_t>::max() / size) throw BadContent(kArchiveSource, kNumberTooWideLine);
   if (!swapBytes_ || size == 1) {
     if (isLoading()) {
-      readBytes(bytes, count * size, kReadRawLine);
+      qf_ReadBytes(*buffer_, bytes, count * size, kReadRawLine);
     } else {
-      writeBytes(bytes, count * size, kWriteRawLine);
+      qf_WriteBytes(*buffer_, bytes, count * size, kWriteRawLine);
     }
     return;
   }
@@ -303,7 +295,7 @@ void qcArchive::words(void* data, std::size_t count, unsigned size) {
         qf_CopySwapped(bytes, qc_Areas::getNext(*buffer_), step, size);
         qc_Areas::skipRead(*buffer_, step * size);
       } else {
-        readBytes(staging, step * size, kReadRawLine);
+        qf_ReadBytes(*buffer_, staging, step * size, kReadRawLine);
         qf_CopySwapped(bytes, staging, step, size);
       }
     } else {
@@ -312,7 +304,7 @@ void qcArchive::words(void* data, std::size_t count, unsigned size) {
         qc_Areas::skipWritten(*buffer_, step * size);
       } else {
         qf_CopySwapped(staging, bytes, step, size);
-        writeBytes(staging, step * size, kWriteRawLine);
+        qf_WriteBytes(*buffer_, staging, step * size, kWriteRawLine);
       }
     }
     bytes += step * size;

@@ -1,4 +1,5 @@
-// Direct access to the get and put areas of any stream buffer, so that small values cost no virtual call.
+// Bytes to and from any stream buffer, with direct access to its get and put areas, so that small values cost no
+// virtual call.
 #pragma once
 
 #include <algorithm>
@@ -6,6 +7,9 @@
 #include <cstring>
 #include <limits>
 #include <streambuf>
+
+#include "std/archive/format.h"
+#include "vnxstd/archive/archive.h"
 
 /// The areas are protected members of the stream buffer; a pointer to member that is formed here reaches them.
 class qc_Areas : private std::streambuf {
@@ -55,3 +59,10 @@ class qc_Areas : private std::streambuf {
  private:
   static constexpr int kMost = std::numeric_limits<int>::max();
 };
+
+inline void qf_ReadBytes(std::streambuf& buffer, void* data, std::size_t count, int line) {
+  if (qc_Areas::read(buffer, data, count) != count) throw qcArchive::Eof(qc_format::kArchiveSource, line);
+}
+inline void qf_WriteBytes(std::streambuf& buffer, const void* data, std::size_t count, int line) {
+  if (qc_Areas::write(buffer, data, count) != count) throw qcArchive::BadBuffer(qc_format::kArchiveSource, line);
+}

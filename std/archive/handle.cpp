@@ -27,7 +27,7 @@ bool qcRepBase::refIncIfOwned(const qcRepBase* rep) noexcept {
 
 bool qcRepBase::isGoneSlow(const qcRepBase* rep) noexcept { return qc_LoadUndo::isGone(rep); }
 
-qc_LoadUndo::qc_LoadUndo(std::span<qc_LoadedObject::Count> counts) noexcept : counts_(counts), outer_(current) {
+qc_LoadUndo::qc_LoadUndo(std::span<Count> counts) noexcept : counts_(counts), outer_(current) {
   std::sort(counts.begin(), counts.end(), [](const auto& a, const auto& b) { return before(a.rep, b.rep); });
   current = this;
   qcRepBase::undoing_.fetch_add(1, std::memory_order_relaxed);
@@ -38,19 +38,19 @@ qc_LoadUndo::~qc_LoadUndo() {
   current = outer_;
 }
 
-qc_LoadedObject::Count* qc_LoadUndo::find(const qcRepBase* rep) const noexcept {
+qc_LoadUndo::Count* qc_LoadUndo::find(const qcRepBase* rep) const noexcept {
   const auto found = std::lower_bound(counts_.begin(), counts_.end(), rep,
                                       [](const auto& count, const qcRepBase* r) { return before(count.rep, r); });
   return found != counts_.end() && found->rep == rep ? &*found : nullptr;
 }
 
 void qc_LoadUndo::markGone(const qcRepBase* rep) noexcept {
-  if (qc_LoadedObject::Count* count = find(rep)) count->gone = true;
+  if (Count* count = find(rep)) count->gone = true;
 }
 
 bool qc_LoadUndo::isGone(const qcRepBase* rep) noexcept {
   for (const qc_LoadUndo* undo = current; undo; undo = undo->outer_) {
-    const qc_LoadedObject::Count* count = undo->find(rep);
+    const Count* count = undo->find(rep);
     if (count && count->gone) return true;
   }
   return false;

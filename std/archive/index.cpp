@@ -5,24 +5,52 @@
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "std/archive/areas.h"
 #include "std/archive/byteswap.h"
 #include "std/archive/format.h"
 #include "std/archive/visited.h"
-#include "vnxstd/archive/registry.h"
-#include "vnxstd/archive/spinlock.h"
 #include "vnxstd/except/typename.h"
 
 using namespace qc_format;
 
 namespace {
 
-qc_SpinLock tableLock;               // guards the tables of all archives and the list of them
-qc_ArchiveIndex* holders = nullptr;  // the archives that hold objects
-
 constexpr std::int32_t kLastId = std::numeric_limits<std::int32_t>::max();
 constexpr std::size_t kScanBytes = 65536;
+constexpr std::size_t kShortName = 100;  // type names up to this length go out with their record in one piece
+
+// A place in a cache for what is known by its address.
+template <std::size_t N>
+std::size_t cachePlace(const void* address) noexcept {
+  const auto bits = reinterpret_cast<std::uintptr_t>(address);
+  return ((bits >> 4) ^ (bits >> 9)) % N;
+}
+
+// Bytes put together before they are written.
+class Composer {
+ public:
+  explicit Composer(bool swap) noexcept : swap_(swap) {}
+  void byte(unsigned char b) noexcept { bytes_[size_++] = b; }
+  void bytes(const void* data, std::size_t count) noexcept {
+    std::memcpy(bytes_.data() + size_, data, count);
+    size_ += count;
+  }
+  template <class Word>
+  void word(Word w) noexcept {
+    if (swap_) qf_Reverse(w);
+    bytes(&w, sizeof w);
+  }
+  const unsigned char* data() const noexcept { return bytes_.data(); }
+  std::size_t size() const noexcept { return size_; }
+
+ private:
+  // A record with 8-byte fields, a short name with its length and quotes, the object marker.
+  std::array<unsigned char, kRecordHead + 16 + 3 + kShortName + kObjectMarker.size()> bytes_;
+  std::size_t size_ = 0;
+  bool swap_;
+};
 
 }  // namespace
 
@@ -58,16 +86,17 @@ class qc_ArchiveIndex::Deeper {
 // Forgets what a failed store has entered: nobody could read references to it.
 class qc_ArchiveIndex::StoreGuard {
  public:
-  explicit StoreGuard(qc_ArchiveIndex& index) noexcept : index_(index), from_(index.stored_.size()) {}
+  explicit StoreGuard(qc_ArchiveIndex& index) noexcept
+      : index_(index), from_(index.stored_.size()), firstId_(index.nextId_) {}
   ~StoreGuard() {
     if (succeeded_) {
       if (from_ == 0) index_.stored_.clear();
       return;
     }
-    const std::lock_guard guard(tableLock);
+    const std::lock_guard guard(qc_HeldTable::lock());
     for (std::size_t i = from_; i < index_.stored_.size(); ++i) {
-      qc_AddressTable::Slot* slot = index_.addresses_.find(index_.stored_[i]);
-      if (slot) slot->stored = 0;
+      qc_HeldTable::Entry& entry = index_.held_[index_.stored_[i]];
+      if (entry.stored >= firstId_) entry.stored = 0;
     }
     index_.stored_.resize(from_);
   }
@@ -78,6 +107,7 @@ class qc_ArchiveIndex::StoreGuard {
  private:
   qc_ArchiveIndex& index_;
   std::size_t from_;
+  std::int32_t firstId_;
   bool succeeded_ = false;
 };
 
@@ -115,115 +145,24 @@ class qc_ArchiveIndex::CountGuard {
 
 qc_ArchiveIndex::qc_ArchiveIndex(qcArchive& archive) : archive_(archive), numbered_(archive.isStoring()) {}
 
-qc_ArchiveIndex::~qc_ArchiveIndex() { letGo(); }
-
-// The objects that archives hold.
-
-void qc_ArchiveIndex::link() noexcept {
-  if (linked_) return;
-  linked_ = true;
-  previous_ = nullptr;
-  next_ = holders;
-  if (holders) holders->previous_ = this;
-  holders = this;
-}
-
-void qc_ArchiveIndex::letGo() noexcept {
-  const std::lock_guard guard(tableLock);
-  if (!linked_) return;
-  (previous_ ? previous_->next_ : holders) = next_;
-  if (next_) next_->previous_ = previous_;
-  linked_ = false;
-  addresses_.forEach([](const qc_AddressTable::Slot& mine) {
-    unsigned char held = 0;
-    for (qc_ArchiveIndex* other = holders; other; other = other->next_) {
-      if (const qc_AddressTable::Slot* slot = other->addresses_.find(mine.object)) {
-        held |= qcPersistent::kKnown | (slot->stored != 0 ? qcPersistent::kStored : 0);
-      }
-    }
-    mine.object->held_.store(held, std::memory_order_relaxed);
-  });
-  addresses_.clear();
-  dense_.clear();
-  sparse_.clear();
-}
-
-void qc_ArchiveIndex::forgetStored(qcPersistent* object) noexcept {
-  const std::lock_guard guard(tableLock);
-  for (qc_ArchiveIndex* index = holders; index; index = index->next_) {
-    if (qc_AddressTable::Slot* slot = index->addresses_.find(object)) slot->stored = 0;
-  }
-  object->held_.fetch_and(static_cast<unsigned char>(~qcPersistent::kStored), std::memory_order_relaxed);
-}
-
-void qc_ArchiveIndex::forget(const qcPersistent* object) noexcept {
-  const std::lock_guard guard(tableLock);
-  for (qc_ArchiveIndex* index = holders; index; index = index->next_) {
-    qc_AddressTable::Slot* slot = index->addresses_.find(object);
-    if (!slot) continue;
-    if (qc_LoadedObject* made = index->findMade(*slot)) made->object = nullptr;
-    if (const Loaded* loaded = index->findLoaded(slot->loaded); loaded && loaded->object == object) {
-      index->removeLoaded(slot->loaded);
-    }
-    index->addresses_.remove(slot);
-  }
-}
-
-// Null when the load under way has not made the object: a place from an earlier load is another object's by now.
-qc_LoadedObject* qc_ArchiveIndex::findMade(const qc_AddressTable::Slot& slot) noexcept {
-  return slot.made < made_.size() && made_[slot.made].object == slot.object ? &made_[slot.made] : nullptr;
-}
-
-qc_ArchiveIndex::Loaded* qc_ArchiveIndex::findLoaded(std::int32_t id) noexcept {
-  if (id == 0) return nullptr;
-  const auto place = static_cast<std::size_t>(id) - 1;
-  if (place < dense_.size() && dense_[place].object) return &dense_[place];
-  if (sparse_.empty()) return nullptr;
-  const auto found = sparse_.find(id);
-  return found == sparse_.end() ? nullptr : &found->second;
-}
-
-void qc_ArchiveIndex::enterLoaded(std::int32_t id, const Loaded& loaded) {
-  const auto place = static_cast<std::size_t>(id) - 1;
-  if (place < dense_.size()) {
-    dense_[place] = loaded;
-  } else if (place == dense_.size()) {
-    dense_.push_back(loaded);
-  } else {
-    sparse_.emplace(id, loaded);
-  }
-}
-
-void qc_ArchiveIndex::removeLoaded(std::int32_t id) noexcept {
-  if (Loaded* loaded = findLoaded(id)) {
-    const auto place = static_cast<std::size_t>(id) - 1;
-    if (place < dense_.size() && loaded == &dense_[place]) {
-      *loaded = Loaded{};
-    } else {
-      sparse_.erase(id);
-    }
-  }
-}
-
 bool qc_ArchiveIndex::isStillLoading(const qcPersistent* object) noexcept {
   if (!object || made_.empty()) return false;
-  const std::lock_guard guard(tableLock);
-  const qc_AddressTable::Slot* slot = addresses_.find(object);
-  const qc_LoadedObject* made = slot ? findMade(*slot) : nullptr;
-  return made && !made->complete;
+  const std::lock_guard guard(qc_HeldTable::lock());
+  const qc_HeldTable::Entry* entry = held_.find(object);
+  return entry && entry->making && !entry->complete;
 }
 
 const qc_RegistryEntry& qc_ArchiveIndex::entryOf(const qcPersistent& object) {
   const std::type_info& type = typeid(object);
-  if (&type != lastType_) {
+  TypeEntry& known = types_[cachePlace<kCache>(&type)];
+  if (known.type != &type) {
     const qc_RegistryEntry* entry = qf_FindRegistered(type);
     if (!entry) {
       throw qcArchive::UnknownType(qcDevEnv::canonicalTypeName(type.name()).c_str(), kArchiveSource, kUnknownTypeLine);
     }
-    lastType_ = &type;
-    lastEntry_ = entry;
+    known = {&type, entry};
   }
-  return *lastEntry_;
+  return *known.entry;
 }
 
 // Records.
@@ -248,37 +187,89 @@ qcUInt64 qc_ArchiveIndex::readSize(bool wide) {
   return narrow;
 }
 
-void qc_ArchiveIndex::writeRecord(const Record& record) {
+// Writes a record, the name of the type behind it if there is one, and the object marker if it is wanted.
+void qc_ArchiveIndex::writeRecord(const Record& record, const std::string* name, bool marked) {
   if (!wideSizes_ && record.position > std::numeric_limits<std::uint32_t>::max()) {
     throw qcArchive::BadContent(kIndexSource, kRecordSizeLine);
   }
-  unsigned char tag[5] = {kRecordTag[0], kRecordTag[1], kRecordTag[2], wideSizes_ ? kWideRecord : kNarrowRecord,
-                          kRecordVersion};
-  archive_.writeBytes(tag, sizeof tag, kWriteRawLine);
-  std::int32_t id = record.id;
-  unsigned char kind = record.kind;
-  archive_ || id || kind;
-  writeSize(record.size, wideSizes_);
-  writeSize(record.position, wideSizes_);
+  Composer out(archive_.swapBytes_);
+  out.bytes(kRecordTag.data(), kRecordTag.size());
+  out.byte(wideSizes_ ? kWideRecord : kNarrowRecord);
+  out.byte(kRecordVersion);
+  out.word(static_cast<std::uint32_t>(record.id));
+  out.byte(record.kind);
+  for (const qcUInt64 field : {record.size, record.position}) {
+    if (wideSizes_) {
+      out.word(static_cast<std::uint64_t>(field));
+    } else {
+      out.word(static_cast<std::uint32_t>(field));
+    }
+  }
+  const bool inOnePiece = name && name->size() <= kShortName;
+  if (inOnePiece) {
+    out.byte(static_cast<unsigned char>(name->size()));
+    out.byte(kQuote);
+    out.bytes(name->data(), name->size());
+    out.byte(kQuote);
+    if (marked) out.bytes(kObjectMarker.data(), kObjectMarker.size());
+  }
+  qf_WriteBytes(buffer(), out.data(), out.size(), kWriteRawLine);
+  if (name && !inOnePiece) {
+    archive_ << *name;
+    if (marked) qf_WriteBytes(buffer(), kObjectMarker.data(), kObjectMarker.size(), kWriteRawLine);
+  }
 }
 
 qc_ArchiveIndex::Record qc_ArchiveIndex::readRecord() {
-  unsigned char tag[5];
-  archive_.readBytes(tag, sizeof tag, kReadRawLine);
-  const bool wide = tag[3] == kWideRecord;
-  if (!std::equal(kRecordTag.begin(), kRecordTag.end(), tag) || (!wide && tag[3] != kNarrowRecord)) {
+  unsigned char head[kRecordHead];
+  qf_ReadBytes(buffer(), head, sizeof head, kReadRawLine);
+  Record record;
+  record.wide = head[3] == kWideRecord;
+  if (!std::equal(kRecordTag.begin(), kRecordTag.end(), head) || (!record.wide && head[3] != kNarrowRecord)) {
     throw qcArchive::BadContent(kIndexSource, kRecordTagLine);
   }
-  qcArchive::checkVersion(tag[4], kRecordVersion, kIndexSource, kRecordVersionLine);
-  Record record;
-  record.wide = wide;
-  archive_ || record.id || record.kind;
-  record.size = readSize(wide);
-  record.position = readSize(wide);
+  qcArchive::checkVersion(head[4], kRecordVersion, kIndexSource, kRecordVersionLine);
+  std::uint32_t id;
+  std::memcpy(&id, head + 5, sizeof id);
+  if (archive_.swapBytes_) qf_Reverse(id);
+  record.id = static_cast<std::int32_t>(id);
+  record.kind = head[9];
+  record.size = readSize(record.wide);
+  record.position = readSize(record.wide);
   if (record.id < 0 || (record.id == 0 && record.kind == kInline)) {
     throw qcArchive::BadContent(kIndexSource, kRecordIdentifierLine);
   }
   return record;
+}
+
+// Reads the name of a type and looks it up.
+const qc_RegistryEntry* qc_ArchiveIndex::readName() {
+  // A short narrow name that the buffer holds in full, as almost all are, is compared where it is.
+  if (const std::size_t ready = qc_Areas::readable(buffer()); ready > 2) {
+    const char* next = qc_Areas::getNext(buffer());
+    const auto length = static_cast<std::size_t>(static_cast<unsigned char>(next[0]));
+    if (length < kLongPrefix && length + 3 <= ready && next[1] == kQuote && next[length + 2] == kQuote) {
+      const std::string_view name(next + 2, length);
+      std::size_t hash = length;  // instances of one template differ near the end
+      for (std::size_t i = length < 8 ? 0 : length - 8; i < length; ++i)
+        hash = hash * 7 + static_cast<unsigned char>(name[i]);
+      const qc_RegistryEntry*& known = names_[hash % kCache];
+      if (!known || known->name != name) {
+        const qc_RegistryEntry* entry = qf_FindRegistered(name);
+        if (!entry || !entry->make) {
+          throw qcArchive::UnknownType(std::string(name).c_str(), kIndexSource, kUnknownNameLine);
+        }
+        known = entry;
+      }
+      qc_Areas::skipRead(buffer(), length + 3);
+      return known;
+    }
+  }
+  std::string name;
+  archive_ || name;
+  const qc_RegistryEntry* entry = qf_FindRegistered(name);
+  if (!entry || !entry->make) throw qcArchive::UnknownType(name.c_str(), kIndexSource, kUnknownNameLine);
+  return entry;
 }
 
 // Fills in the size of what was written from `bodyStart` on, and returns to the end of it.
@@ -314,7 +305,7 @@ void qc_ArchiveIndex::numberBehindData() {
   std::vector<unsigned char> window(kScanBytes + kHead);
   std::size_t kept = 0;
   for (;;) {
-    const std::size_t read = qc_Areas::read(*archive_.buffer_, window.data() + kept, kScanBytes);
+    const std::size_t read = qc_Areas::read(buffer(), window.data() + kept, kScanBytes);
     const std::size_t size = kept + read;
     for (std::size_t i = 0; i + kHead <= size; ++i) {
       if (!std::equal(kRecordTag.begin(), kRecordTag.end(), &window[i])) continue;
@@ -333,55 +324,61 @@ void qc_ArchiveIndex::numberBehindData() {
 
 // Objects.
 
+void qc_ArchiveIndex::checkNesting() const {
+  if (depth_ >= archive_.nestingLimit_) throw qcArchive::BadContent(kArchiveSource, kNestingLine);
+}
+
 void qc_ArchiveIndex::serializeObject(qcPersistent& object) {
   const Entry entry(*this);
-  if (depth_ >= archive_.nestingLimit_) throw qcArchive::BadContent(kArchiveSource, kNestingLine);
-  const Deeper deeper(depth_);
   if (archive_.isStoring()) {
-    storeObject(object);
+    storeObject(object, false);
   } else {
     loadObject(object);
   }
 }
 
-void qc_ArchiveIndex::storeObject(qcPersistent& object) {
+// `marked` says that the marker is written already.
+void qc_ArchiveIndex::storeObject(qcPersistent& object, bool marked) {
   if (archive_.version_ == 0) throw qcArchive::CannotWriteToOldArchive(kArchiveSource, kOldArchiveLine);
+  checkNesting();
+  const Deeper deeper(depth_);
   const qc_RegistryEntry& entry = entryOf(object);
-  archive_.writeBytes(kObjectMarker.data(), kObjectMarker.size(), kWriteRawLine);
-  if (!archive_.seekable_) return object.serialize(archive_, 1);
+  if (!marked) qf_WriteBytes(buffer(), kObjectMarker.data(), kObjectMarker.size(), kWriteRawLine);
+  if (!isSeekable()) return object.serialize(archive_, 1);
 
   const bool wide = wideSizes_;
   unsigned char variant = wide ? kWideSize : kNarrowSize;
-  archive_.writeBytes(kEntryTag.data(), kEntryTag.size(), kWriteRawLine);
+  qf_WriteBytes(buffer(), kEntryTag.data(), kEntryTag.size(), kWriteRawLine);
   archive_ || variant;
   const std::streamoff field = archive_.offset();
   writeSize(0, wide);
-  std::string name = entry.name;
-  archive_ || name;
+  archive_ << entry.name;
   const std::streamoff bodyStart = archive_.offset();
   object.serialize(archive_, 1);
   patchSize(field, bodyStart, wide, kEntrySizeLine);
 }
 
 void qc_ArchiveIndex::loadObject(qcPersistent& object) {
+  checkNesting();
+  const Deeper deeper(depth_);
   object.mutating();
   bool marked = false;
   if (archive_.version_ != 0) {
-    const std::streamoff start = archive_.seekable_ ? archive_.offset() : 0;
+    const std::streamoff start = seekableOffset();
     std::array<unsigned char, kObjectMarker.size()> marker;
-    archive_.readBytes(marker.data(), marker.size(), kReadRawLine);
+    qf_ReadBytes(buffer(), marker.data(), marker.size(), kReadRawLine);
     marked = marker == kObjectMarker;
     if (!marked) {
-      if (!archive_.seekable_) throw qcArchive::NotSeekable(kArchiveSource, kRewindLine);
+      if (!isSeekable()) throw qcArchive::NotSeekable(kArchiveSource, kRewindLine);
       archive_.seekTo(start);
     }
   }
   if (!marked && object.loadLegacy(archive_)) return;
-  if (!archive_.seekable_) return object.serialize(archive_, 1);
+  if (!isSeekable()) return object.serialize(archive_, 1);
 
   std::array<unsigned char, kEntryTag.size()> tag;
   unsigned char variant = 0;
-  archive_.readBytes(tag.data(), tag.size(), kReadRawLine);
+  qf_ReadBytes(buffer(), tag.data(), tag.size(), kReadRawLine);
   if (tag != kEntryTag) throw qcArchive::BadContent(kIndexSource, kEntryTagLine);
   archive_ || variant;
   qcArchive::checkVersion(variant, kWideSize, kIndexSource, kEntrySizeVariantLine);
@@ -399,43 +396,42 @@ void qc_ArchiveIndex::loadObject(qcPersistent& object) {
 void qc_ArchiveIndex::storePointer(qcPersistent* object, bool owned) {
   const Entry inside(*this);
   if (archive_.version_ == 0) throw qcArchive::CannotWriteToOldArchive(kArchiveSource, kOldArchiveLine);
-  if (!object) return writeRecord({});
   Record record;
-  if (!owned) {
-    const std::lock_guard guard(tableLock);
-    if (const qc_AddressTable::Slot* slot = addresses_.find(object)) record.id = slot->stored;
+  if (!object) return writeRecord(record, nullptr, false);
+  if (!owned && qc_HeldTable::isHeld(object)) {
+    const std::lock_guard guard(qc_HeldTable::lock());
+    if (const qc_HeldTable::Entry* entry = held_.find(object)) record.id = entry->stored;
   }
   if (record.id != 0) {
     if (const auto found = positions_.find(record.id); found != positions_.end()) {
       record.position = static_cast<qcUInt64>(found->second);
     }
-    return writeRecord(record);
+    return writeRecord(record, nullptr, false);
   }
 
   // Whatever can be refused is refused before a byte of the record is written.
   const qc_RegistryEntry& entry = entryOf(*object);
-  if (depth_ >= archive_.nestingLimit_) throw qcArchive::BadContent(kArchiveSource, kNestingLine);
+  checkNesting();
   if (nextId_ == kLastId) throw qcArchive::BadContent(kIndexSource, kIdentifiersUsedUpLine);
   record.id = nextId_;
   record.kind = kInline;
-  const std::streamoff start = archive_.seekable_ ? archive_.offset() : 0;
+  const std::streamoff start = seekableOffset();
+  const bool wide = wideSizes_;
   StoreGuard undo(*this);
   if (!owned) {
-    stored_.push_back(object);
-    if (archive_.seekable_) positions_[record.id] = start;
-    const std::lock_guard guard(tableLock);
-    addresses_.enter(object).stored = record.id;
-    object->held_.store(qcPersistent::kStored | qcPersistent::kKnown, std::memory_order_relaxed);
-    link();
+    if (stored_.size() == stored_.capacity()) stored_.reserve(stored_.size() * 2 + 16);
+    if (isSeekable()) positions_[record.id] = start;
+    const std::lock_guard guard(qc_HeldTable::lock());
+    stored_.push_back(held_.enter(object));
+    held_.markStored(held_[stored_.back()], record.id);
   }
   ++nextId_;
-  const bool wide = wideSizes_;
-  writeRecord(record);
-  std::string name = entry.name;
-  const std::streamoff bodyStart = archive_.seekable_ ? archive_.offset() : 0;
-  archive_ || name;
-  serializeObject(*object);
-  if (archive_.seekable_) patchSize(start + static_cast<std::streamoff>(kRecordHead), bodyStart, wide, kRecordSizeLine);
+  writeRecord(record, &entry.name, true);
+  storeObject(*object, true);
+  if (isSeekable()) {
+    const std::streamoff field = start + static_cast<std::streamoff>(kRecordHead);
+    patchSize(field, field + (wide ? 16 : 8), wide, kRecordSizeLine);
+  }
   undo.succeed();
 }
 
@@ -446,11 +442,11 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
   const Deeper deeper(pointers_);
   if (pointers_ == 1) {
     charged_ = 0;
-    chargedFrom_ = archive_.seekable_ ? archive_.offset() : 0;
+    chargedFrom_ = seekableOffset();
   }
   LoadGuard undo(*this);
   Given given;
-  if (!owned && giveKnown(record.id, cast, given)) {
+  if (!owned && record.id <= lastLoaded_ && giveKnown(record.id, cast, given)) {
     CountGuard count(given);
     if (record.kind == kInline) readScratch(record);
     count.keep();
@@ -463,76 +459,82 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
   return given;
 }
 
+// What `cast` makes of an object that was just made; no typed object when it is of another class.
+qc_ArchiveIndex::Given qc_ArchiveIndex::castObject(qcPersistent* object, qc_PointerCast cast) {
+  Given given{object, object, nullptr};
+  if (!cast) {
+    given.rep = dynamic_cast<const qcRepBase*>(object);
+    return given;
+  }
+  const std::type_info& type = typeid(*object);
+  const auto at = [object](std::ptrdiff_t offset) { return reinterpret_cast<char*>(object) + offset; };
+  Cast& known = casts_[cachePlace<kCache>(&type)];
+  if (known.type != &type || known.cast != cast) {
+    given.typed = cast(object, given.rep);
+    if (!given.typed) return given;
+    known = {&type, cast, static_cast<char*>(given.typed) - at(0), 0, given.rep != nullptr};
+    if (given.rep) known.rep = reinterpret_cast<const char*>(given.rep) - at(0);
+  } else {
+    given.typed = at(known.typed);
+    if (known.counted) given.rep = reinterpret_cast<const qcRepBase*>(at(known.rep));
+  }
+  return given;
+}
+
 // Looks for an object that is loaded already.
 bool qc_ArchiveIndex::giveKnown(std::int32_t id, qc_PointerCast cast, Given& given) {
   {
-    const std::lock_guard guard(tableLock);
-    const Loaded* loaded = findLoaded(id);
-    if (!loaded) return false;
-    given = {loaded->object, loaded->object, nullptr};
+    const std::lock_guard guard(qc_HeldTable::lock());
+    const qc_HeldTable::Entry* entry = held_.findLoaded(id);
+    if (!entry) return false;
+    given = {entry->object, entry->object, nullptr};
     if (!cast) return true;
     // The last handle may be let go of on another thread at this moment.
-    if (loaded->given && !qcRepBase::refIncIfOwned(loaded->rep)) return false;
-    if (!loaded->given && loaded->rep) qcRepBase::refInc(loaded->rep);
-    given.rep = loaded->rep;
+    if (entry->given && !qcRepBase::refIncIfOwned(entry->rep)) return false;
+    if (!entry->given && entry->rep) qcRepBase::refInc(entry->rep);
+    given.rep = entry->rep;
   }
   CountGuard count(given);
   given.typed = cast(given.object, given.rep);
   if (!given.typed) throw qcArchive::BadType(kIndexSource, kHandleClassLine);
-  const std::lock_guard guard(tableLock);
-  if (Loaded* loaded = findLoaded(id)) loaded->given = true;
+  const std::lock_guard guard(qc_HeldTable::lock());
+  if (qc_HeldTable::Entry* entry = held_.findLoaded(id)) entry->given = true;
   count.keep();
   return true;
 }
 
 // Makes an object of the class whose name comes next. From here on the load under way owns it.
 qc_ArchiveIndex::Given qc_ArchiveIndex::makeObject(std::int32_t id, qc_PointerCast cast) {
-  std::string name;
-  archive_ || name;
-  const qc_RegistryEntry* entry = qf_FindRegistered(name);
-  std::unique_ptr<qcPersistent> fresh(entry && entry->make ? entry->make() : nullptr);
-  if (!fresh) throw qcArchive::UnknownType(name.c_str(), kIndexSource, kUnknownNameLine);
-  Given given{fresh.get(), fresh.get(), nullptr};
-  if (cast) {
-    given.typed = cast(given.object, given.rep);
-    if (!given.typed) throw qcArchive::BadType(kIndexSource, kHandleClassLine);
-  } else {
-    given.rep = dynamic_cast<const qcRepBase*>(given.object);
-  }
-  const std::lock_guard guard(tableLock);
+  std::unique_ptr<qcPersistent> fresh(readName()->make());
+  if (!fresh) throw std::bad_alloc();
+  const Given given = castObject(fresh.get(), cast);
+  if (!given.typed) throw qcArchive::BadType(kIndexSource, kHandleClassLine);
   if (made_.size() == made_.capacity()) {
     const std::size_t larger = made_.size() * 2 + 16;
     counts_.reserve(larger);
     made_.reserve(larger);
   }
-  qc_AddressTable::Slot& slot = addresses_.enter(given.object);
-  slot.loaded = id;
-  slot.made = made_.size();
-  if (id != 0) enterLoaded(id, {given.object, given.rep, cast != nullptr});
-  given.object->held_.store(qcPersistent::kKnown, std::memory_order_relaxed);
-  link();
-  made_.push_back({given.object, given.rep, id});
+  const std::lock_guard guard(qc_HeldTable::lock());
+  made_.push_back(held_.enterMade(given.object, given.rep, id, cast != nullptr));
   counts_.push_back({given.rep, false});
   if (given.rep) qcRepBase::refInc(given.rep);
+  lastLoaded_ = std::max(lastLoaded_, id);
   fresh.release();
   return given;
 }
 
 qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const Record& record, qc_PointerCast cast, bool owned) {
-  const std::streamoff bodyStart = archive_.seekable_ ? archive_.offset() : 0;
+  const std::streamoff bodyStart = seekableOffset();
   const std::size_t place = made_.size();
   const Given given = makeObject(owned ? 0 : record.id, cast);
-  serializeObject(*given.object);
-  made_[place].complete = true;
-  if (archive_.seekable_) {
-    if (record.size != 0) skipTo(bodyStart, record.size, kRecordSizeLine);
-    if (owned) return given;
-    positions_[record.id] = bodyStart - static_cast<std::streamoff>(kRecordHead + 2 * (record.wide ? 8 : 4));
-    const std::lock_guard guard(tableLock);
-    if (qc_AddressTable::Slot* slot = addresses_.find(given.object)) {
-      slot->stored = record.id;
-      given.object->held_.fetch_or(qcPersistent::kStored, std::memory_order_relaxed);
-    }
+  loadObject(*given.object);
+  if (isSeekable() && record.size != 0) skipTo(bodyStart, record.size, kRecordSizeLine);
+  const std::lock_guard guard(qc_HeldTable::lock());
+  qc_HeldTable::Entry& entry = held_[made_[place]];
+  entry.complete = true;
+  if (isSeekable() && !owned) {
+    positions_[record.id] = bodyStart - static_cast<std::streamoff>(kRecordHead + (record.wide ? 16 : 8));
+    if (entry.object) held_.markStored(entry, record.id);
   }
   return given;
 }
@@ -563,31 +565,37 @@ void qc_ArchiveIndex::charge(std::streamoff position, std::streamoff next) {
 
 // Reads an inline copy of an object that is known already into an object that nobody sees.
 void qc_ArchiveIndex::readScratch(const Record& record) {
-  if (archive_.seekable_ && record.size != 0) return skipTo(archive_.offset(), record.size, kRecordSizeLine);
+  if (isSeekable() && record.size != 0) return skipTo(archive_.offset(), record.size, kRecordSizeLine);
   const LoadGuard discard(*this);
-  serializeObject(*makeObject(0, nullptr).object);
+  loadObject(*makeObject(0, nullptr).object);
+}
+
+qc_HeldTable::Entry qc_ArchiveIndex::madeEntry(std::size_t i) noexcept {
+  const std::lock_guard guard(qc_HeldTable::lock());
+  return held_[made_[i]];
 }
 
 // Destroys everything made from `from` on, each object once, whoever refers to it.
 void qc_ArchiveIndex::undo(std::size_t from) noexcept {
   if (made_.size() == from) return;
   {
-    qc_LoadUndo undoing(std::span<qc_LoadedObject::Count>(counts_).subspan(from));
+    qc_LoadUndo undoing(std::span<qc_LoadUndo::Count>(counts_).subspan(from));
     for (std::size_t i = from; i < made_.size(); ++i) {
-      if (!made_[i].object) continue;
       try {
-        made_[i].object->preLoad();
+        if (qcPersistent* object = madeEntry(i).object) object->preLoad();
       } catch (...) {  // the object goes anyway
       }
     }
-    // In the order of making: an object that owns another by a bare pointer was made before it, and takes it along.
+    // In the order of making: an object that owns another was made before it, and takes it along.
     for (std::size_t i = from; i < made_.size(); ++i) {
-      qcPersistent* object = std::exchange(made_[i].object, nullptr);
-      if (!object) continue;
-      if (made_[i].rep) undoing.markGone(made_[i].rep);
-      delete object;
+      const qc_HeldTable::Entry entry = madeEntry(i);
+      if (!entry.object) continue;
+      if (entry.rep) undoing.markGone(entry.rep);
+      delete entry.object;
     }
   }
+  const std::lock_guard guard(qc_HeldTable::lock());
+  for (std::size_t i = from; i < made_.size(); ++i) held_.release(made_[i]);
   made_.resize(from);
   counts_.resize(from);
 }
@@ -595,17 +603,21 @@ void qc_ArchiveIndex::undo(std::size_t from) noexcept {
 // The load has succeeded: its objects belong to those who refer to them. An object that handles were given, and that
 // all of them let go of while the load lasted, goes now.
 void qc_ArchiveIndex::commit() noexcept {
+  bool dropped = false;
   {
-    const std::lock_guard guard(tableLock);
-    for (qc_LoadedObject& made : made_) {
-      if (!made.object || !made.rep || qcRepBase::refDec(made.rep) != 0) continue;
-      const Loaded* loaded = findLoaded(made.id);
-      made.dropped = loaded && loaded->given;
+    const std::lock_guard guard(qc_HeldTable::lock());
+    for (const qc_HeldTable::Place place : made_) {
+      qc_HeldTable::Entry& entry = held_[place];
+      if (!entry.object || !entry.rep || qcRepBase::refDec(entry.rep) != 0) continue;
+      entry.dropped = entry.given && entry.loaded != 0;
+      dropped = dropped || entry.dropped;
     }
   }
-  for (std::size_t i = 0; i < made_.size(); ++i) {
-    if (made_[i].dropped && made_[i].object) delete made_[i].object;
+  for (std::size_t i = 0; dropped && i < made_.size(); ++i) {
+    if (const qc_HeldTable::Entry entry = madeEntry(i); entry.dropped) delete entry.object;
   }
+  const std::lock_guard guard(qc_HeldTable::lock());
+  for (const qc_HeldTable::Place place : made_) held_.release(place);
   made_.clear();
   counts_.clear();
 }

@@ -1,6 +1,8 @@
-// What an archive knows of the objects in it: their identifiers, and those that a load under way has made.
+// Objects and pointers in one archive.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <ios>
 #include <string>
@@ -8,22 +10,22 @@
 #include <unordered_map>
 #include <vector>
 
-#include "std/archive/addresses.h"
+#include "std/archive/held.h"
 #include "std/archive/undo.h"
 #include "vnxstd/archive/archive.h"
+#include "vnxstd/archive/registry.h"
 
-/// The tables of one archive. Objects leave them when they are destroyed, on whatever thread; a process-wide lock, held
-/// for one look or change at a time, guards the tables of all archives.
 class qc_ArchiveIndex {
  public:
   explicit qc_ArchiveIndex(qcArchive& archive);
-  ~qc_ArchiveIndex();
   qc_ArchiveIndex(const qc_ArchiveIndex&) = delete;
   qc_ArchiveIndex& operator=(const qc_ArchiveIndex&) = delete;
 
   void serializeObject(qcPersistent& object);
+
   /// An owned object is stored in full and is not remembered.
   void storePointer(qcPersistent* object, bool owned = false);
+
   /// An object that a pointer or handle is given; a handle is given a count of it, too.
   struct Given {
     qcPersistent* object = nullptr;
@@ -39,12 +41,7 @@ class qc_ArchiveIndex {
   void numberBehindData();
   void wideSizes(bool wide) noexcept { wideSizes_ = wide; }
 
-  /// Forgets all objects.
-  void letGo() noexcept;
-
-  /// An object that archives hold is about to change, or is being destroyed.
-  static void forgetStored(qcPersistent* object) noexcept;
-  static void forget(const qcPersistent* object) noexcept;
+  void letGo() noexcept { held_.letGo(); }
 
  private:
   class Entry;
@@ -60,21 +57,29 @@ class qc_ArchiveIndex {
     qcUInt64 position = 0;  // of the record that a reference refers to
     bool wide = false;      // the two fields take 8 bytes each
   };
-  /// An object by identifier.
-  struct Loaded {
-    qcPersistent* object = nullptr;
-    const qcRepBase* rep = nullptr;
-    bool given = false;  // a handle was given it
+
+  /// How objects of a class are cast to what a kind of handle wants; the same for all of them.
+  struct Cast {
+    const std::type_info* type = nullptr;
+    qc_PointerCast cast = nullptr;
+    std::ptrdiff_t typed = 0, rep = 0;  // from the object's qcPersistent
+    bool counted = false;
   };
 
-  void writeRecord(const Record& record);
+  std::streambuf& buffer() const noexcept { return *archive_.buffer_; }
+  bool isSeekable() const noexcept { return archive_.seekable_; }
+  std::streamoff seekableOffset() { return isSeekable() ? archive_.offset() : 0; }
+
+  void writeRecord(const Record& record, const std::string* name, bool marked);
   Record readRecord();
+  const qc_RegistryEntry* readName();
   void writeSize(qcUInt64 size, bool wide);
   qcUInt64 readSize(bool wide);
   void patchSize(std::streamoff field, std::streamoff bodyStart, bool wide, int line);
   void skipTo(std::streamoff bodyStart, qcUInt64 size, int line);
 
-  void storeObject(qcPersistent& object);
+  void checkNesting() const;
+  void storeObject(qcPersistent& object, bool marked);
   void loadObject(qcPersistent& object);
 
   Given loadInline(const Record& record, qc_PointerCast cast, bool owned);
@@ -82,15 +87,10 @@ class qc_ArchiveIndex {
   bool giveKnown(std::int32_t id, qc_PointerCast cast, Given& given);
   void readScratch(const Record& record);
   Given makeObject(std::int32_t id, qc_PointerCast cast);
+  Given castObject(qcPersistent* object, qc_PointerCast cast);
   void charge(std::streamoff position, std::streamoff next);
 
-  // The following run under the table lock.
-  qc_LoadedObject* findMade(const qc_AddressTable::Slot& slot) noexcept;
-  Loaded* findLoaded(std::int32_t id) noexcept;
-  void enterLoaded(std::int32_t id, const Loaded& loaded);
-  void removeLoaded(std::int32_t id) noexcept;
-  void link() noexcept;
-
+  qc_HeldTable::Entry madeEntry(std::size_t i) noexcept;
   void undo(std::size_t from) noexcept;
   void commit() noexcept;
   const qc_RegistryEntry& entryOf(const qcPersistent& object);
@@ -98,31 +98,32 @@ class qc_ArchiveIndex {
   qcArchive& archive_;
   bool wideSizes_ = false;
   std::int32_t nextId_ = 1;
-  bool numbered_;      // nextId_ lies behind all identifiers in the data
-  long entered_ = 0;   // operations of this archive under way
-  long depth_ = 0;     // objects among them
-  long pointers_ = 0;  // pointers being loaded among them
+  bool numbered_;                // nextId_ lies behind all identifiers in the data
+  std::int32_t lastLoaded_ = 0;  // the largest identifier that was loaded
+  long entered_ = 0;             // operations of this archive under way
+  long depth_ = 0;               // objects among them
+  long pointers_ = 0;            // pointers being loaded among them
 
-  qc_AddressTable addresses_;
-  std::vector<Loaded> dense_;  // identifiers 1 to n, as archives are written
-  std::unordered_map<std::int32_t, Loaded> sparse_;
+  qc_HeldTable held_;
   std::unordered_map<std::int32_t, std::streamoff> positions_;  // of inline records, in seekable archives
 
   // What the store under way has entered, and what the load under way has made, in order; counts_ has room for the
   // count of each, so that undoing a load needs no memory.
-  std::vector<const qcPersistent*> stored_;
-  std::vector<qc_LoadedObject> made_;
-  std::vector<qc_LoadedObject::Count> counts_;
+  std::vector<qc_HeldTable::Place> stored_;
+  std::vector<qc_HeldTable::Place> made_;
+  std::vector<qc_LoadUndo::Count> counts_;
 
   // How much the load under way has read, and from where on it reads; bounds what objects that overlap can cost.
   std::streamoff charged_ = 0;
   std::streamoff chargedFrom_ = 0;
 
-  const std::type_info* lastType_ = nullptr;
-  const qc_RegistryEntry* lastEntry_ = nullptr;
-
-  // The list of the archives that hold objects.
-  bool linked_ = false;
-  qc_ArchiveIndex* previous_ = nullptr;
-  qc_ArchiveIndex* next_ = nullptr;
+  // Answers of the registry and of casts, by address; a clash costs no more than asking again.
+  static constexpr std::size_t kCache = 16;
+  struct TypeEntry {
+    const std::type_info* type = nullptr;
+    const qc_RegistryEntry* entry = nullptr;
+  };
+  std::array<TypeEntry, kCache> types_;
+  std::array<const qc_RegistryEntry*, kCache> names_{};
+  std::array<Cast, kCache> casts_;
 };

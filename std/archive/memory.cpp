@@ -91,7 +91,7 @@ class qcStrstreambuf : public std::streambuf {
     if (count > static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max()) - place) throw std::bad_alloc();
     if (own_ && count <= capacity_ - place) return;
     const std::size_t reading = readOffset();
-    const std::size_t wanted = std::max({place + count, end, capacity_ + capacity_ / 2, kFirst});
+    const std::size_t wanted = std::max({place + count, end, capacity_ * 2, kFirst});
     auto* larger = static_cast<char*>(std::realloc(own_, wanted));
     if (!larger) throw std::bad_alloc();
     if (!own_ && end != 0) std::memcpy(larger, data_, end);

@@ -6,16 +6,21 @@
 #include "vnxstd/archive/archive.h"
 
 qcPersistent::~qcPersistent() {
-  if (held_.load(std::memory_order_relaxed) != 0) qc_ArchiveIndex::forget(this);
+  if (held_.load(std::memory_order_relaxed) != 0) qc_HeldTable::forget(this);
 }
 
-void qcPersistent::mutating_() { qc_ArchiveIndex::forgetStored(this); }
+void qcPersistent::mutating_() { qc_HeldTable::forgetStored(this); }
 
 void qcPersistent::preLoad() {}
 
 bool qcPersistent::loadLegacy(qcArchive&) { return false; }
 
-void qcPersistent::versionByte(qcArchive& archive, unsigned char& version) { archive || version; }
+bool qcPersistent::enterLevel(qcArchive& archive, const void* address, unsigned size, const std::type_info* level,
+                              unsigned char& version) {
+  if (qc_Visited::contains(address, size, level)) return false;
+  archive || version;
+  return true;
+}
 
 bool qcPersistent::haveVisited(const void* address, unsigned size, const std::type_info* level) {
   return qc_Visited::contains(address, size, level);
@@ -26,11 +31,10 @@ void qcPersistent::setVisited(const void* address, unsigned size, const std::typ
 }
 
 void qcPersistent::dispatchSerialize(qcArchive& archive) {
-  if (haveVisited(this, sizeof(qcPersistent), &typeid(qcPersistent))) return;
   unsigned char version = 0;
-  archive || version;
+  if (!enterLevel(archive, this, sizeof(qcPersistent), &typeid(qcPersistent), version)) return;
   qcArchive::checkVersion(version, 0, "qcPersistent", 0);
-  setVisited(this, sizeof(qcPersistent), &typeid(qcPersistent));
+  qc_Visited::add(this, sizeof(qcPersistent), &typeid(qcPersistent));
 }
 
 void qcPersistent::serialize(qcArchive& archive, int flag) {

@@ -38,7 +38,7 @@ void qcArchive::writePrefix(std::size_t length) {
     bytes[1] = static_cast<unsigned char>(length);
     count = 2;
   }
-  writeBytes(bytes, count, kWriteTextLine);
+  qf_WriteBytes(*buffer_, bytes, count, kWriteTextLine);
 }
 
 template <class Text>
@@ -71,15 +71,15 @@ void qcArchive::readText(Text& text) {
 
 void qcArchive::writeWideText(std::u16string_view text) {
   writePrefix(text.size());
-  writeBytes(kLittleMark.data(), kLittleMark.size(), kWriteTextLine);
+  qf_WriteBytes(*buffer_, kLittleMark.data(), kLittleMark.size(), kWriteTextLine);
   if constexpr (std::endian::native == std::endian::little) {
-    writeBytes(text.data(), text.size() * sizeof(char16_t), kWriteTextLine);
+    qf_WriteBytes(*buffer_, text.data(), text.size() * sizeof(char16_t), kWriteTextLine);
   } else {
     std::u16string swapped(text.size(), u'\0');
     qf_CopySwapped(swapped.data(), text.data(), text.size(), sizeof(char16_t));
-    writeBytes(swapped.data(), swapped.size() * sizeof(char16_t), kWriteTextLine);
+    qf_WriteBytes(*buffer_, swapped.data(), swapped.size() * sizeof(char16_t), kWriteTextLine);
   }
-  writeBytes(kLittleMark.data(), kLittleMark.size(), kWriteTextLine);
+  qf_WriteBytes(*buffer_, kLittleMark.data(), kLittleMark.size(), kWriteTextLine);
 }
 
 qcArchive& qcArchive::operator||(std::string& value) {
@@ -87,9 +87,9 @@ qcArchive& qcArchive::operator||(std::string& value) {
     readText(value);
   } else {
     writePrefix(value.size());
-    writeBytes(&kQuote, 1, kWriteTextLine);
-    writeBytes(value.data(), value.size(), kWriteTextLine);
-    writeBytes(&kQuote, 1, kWriteTextLine);
+    qf_WriteBytes(*buffer_, &kQuote, 1, kWriteTextLine);
+    qf_WriteBytes(*buffer_, value.data(), value.size(), kWriteTextLine);
+    qf_WriteBytes(*buffer_, &kQuote, 1, kWriteTextLine);
   }
   return *this;
 }

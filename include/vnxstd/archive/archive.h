@@ -244,8 +244,6 @@ class VNXSTD_EXPORT qcArchive {
                                                       void* (*cast)(qcPersistent*, const qcRepBase*&));
 
   void words(void* data, std::size_t count, unsigned size);
-  void readBytes(void* data, std::size_t count, int line);
-  void writeBytes(const void* data, std::size_t count, int line);
   template <class Bits>
   void number(Bits& bits);
   template <class Bits, class T>

@@ -71,8 +71,7 @@ class VNXSTD_EXPORT qcPersistent {
   template <class D>
   static void serializeLevel(qcArchive& archive, D* object, unsigned char version,
                              void (D::*fields)(qcArchive&, unsigned char)) {
-    if (haveVisited(object, sizeof(D), &typeid(D))) return;
-    versionByte(archive, version);
+    if (!enterLevel(archive, object, sizeof(D), &typeid(D), version)) return;
     (object->*fields)(archive, version);
     setVisited(object, sizeof(D), &typeid(D));
   }
@@ -81,12 +80,15 @@ class VNXSTD_EXPORT qcPersistent {
 
  private:
   friend class qc_ArchiveIndex;
-  static void versionByte(qcArchive& archive, unsigned char& version);
+  friend class qc_HeldTable;
+  static bool enterLevel(qcArchive& archive, const void* address, unsigned size, const std::type_info* level,
+                         unsigned char& version);
   void serialize(qcArchive& archive, int flag);
 
   // Why archives hold the object: they have stored it as it is, or they know its address.
   static constexpr unsigned char kStored = 1, kKnown = 2;
   std::atomic<unsigned char> held_{0};
+  unsigned place_ = 0;  // in the table of the archive that held it first
 };
 
 /// The same as qcPersistent::serializeObject.

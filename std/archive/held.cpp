@@ -1,0 +1,137 @@
+#include "std/archive/held.h"
+
+#include <mutex>
+#include <utility>
+
+qc_HeldTable::Entry* qc_HeldTable::find(const qcPersistent* object) noexcept {
+  if (!isHeld(object)) return nullptr;
+  if (object->place_ < used_) {
+    if (Entry& entry = (*this)[object->place_]; entry.object == object) return &entry;
+  }
+  if (elsewhere_.empty()) return nullptr;
+  const auto found = elsewhere_.find(object);
+  return found == elsewhere_.end() ? nullptr : &(*this)[found->second];
+}
+
+qc_HeldTable::Entry* qc_HeldTable::findLoaded(std::int32_t id) noexcept {
+  Entry* entry = nullptr;
+  if (const auto index = static_cast<std::size_t>(id) - 1; index < dense_.size()) {
+    entry = &(*this)[dense_[index]];
+  } else if (const auto found = sparse_.find(id); found != sparse_.end()) {
+    entry = &(*this)[found->second];
+  }
+  return entry && entry->object && entry->loaded == id ? entry : nullptr;
+}
+
+qc_HeldTable::Place qc_HeldTable::enter(qcPersistent* object) {
+  if (const Entry* entry = find(object)) return entry->place;
+  if (free_ == kNone && used_ == blocks_.size() * kBlock) blocks_.push_back(std::make_unique<Entry[]>(kBlock));
+  const Place place = free_ == kNone ? used_ : free_;
+  Entry& entry = (*this)[place];
+  if (isHeld(object)) {
+    elsewhere_.emplace(object, place);
+  } else {
+    object->place_ = place;
+  }
+  if (free_ == kNone) {
+    ++used_;
+  } else {
+    free_ = entry.place;
+  }
+  entry.object = object;
+  entry.place = place;
+  object->held_.fetch_or(qcPersistent::kKnown, std::memory_order_relaxed);
+  if (!linked_) {
+    linked_ = true;
+    previous_ = nullptr;
+    next_ = tables_;
+    if (next_) next_->previous_ = this;
+    tables_ = this;
+  }
+  return place;
+}
+
+qc_HeldTable::Place qc_HeldTable::enterMade(qcPersistent* object, const qcRepBase* rep, std::int32_t id, bool given) {
+  const Place place = enter(object);
+  Entry& entry = (*this)[place];
+  entry.rep = rep;
+  entry.making = true;
+  entry.given = given;
+  try {
+    if (id == 0) return place;
+    if (const auto index = static_cast<std::size_t>(id) - 1; index < dense_.size()) {
+      dense_[index] = place;
+    } else if (index == dense_.size()) {
+      dense_.push_back(place);
+    } else {
+      sparse_[id] = place;
+    }
+    entry.loaded = id;
+  } catch (...) {
+    entry.making = false;
+    throw;  // the object leaves the table when the caller destroys it
+  }
+  return place;
+}
+
+void qc_HeldTable::markStored(Entry& entry, std::int32_t id) noexcept {
+  entry.stored = id;
+  entry.object->held_.fetch_or(qcPersistent::kStored, std::memory_order_relaxed);
+}
+
+void qc_HeldTable::giveBack(Entry& entry) noexcept { entry.place = std::exchange(free_, entry.place); }
+
+void qc_HeldTable::remove(Entry& entry) noexcept {
+  if (!elsewhere_.empty()) elsewhere_.erase(entry.object);
+  if (const auto found = sparse_.find(entry.loaded); found != sparse_.end() && found->second == entry.place) {
+    sparse_.erase(found);
+  }
+  entry = {.place = entry.place, .making = entry.making};
+  if (!entry.making) giveBack(entry);
+}
+
+void qc_HeldTable::release(Place place) noexcept {
+  Entry& entry = (*this)[place];
+  entry.making = entry.dropped = false;
+  if (!entry.object) giveBack(entry);
+}
+
+void qc_HeldTable::letGo() noexcept {
+  const std::lock_guard guard(lock_);
+  if (!linked_) return;
+  linked_ = false;
+  (previous_ ? previous_->next_ : tables_) = next_;
+  if (next_) next_->previous_ = previous_;
+  for (Place place = 0; place < used_; ++place) {
+    const Entry& entry = (*this)[place];
+    if (!entry.object) continue;
+    unsigned char held = 0;
+    for (qc_HeldTable* other = tables_; other; other = other->next_) {
+      if (const Entry* theirs = other->find(entry.object)) {
+        held |= qcPersistent::kKnown | (theirs->stored != 0 ? qcPersistent::kStored : 0);
+      }
+    }
+    entry.object->held_.store(held, std::memory_order_relaxed);
+  }
+  blocks_.clear();
+  used_ = 0;
+  free_ = kNone;
+  elsewhere_.clear();
+  dense_.clear();
+  sparse_.clear();
+}
+
+void qc_HeldTable::forgetStored(qcPersistent* object) noexcept {
+  const std::lock_guard guard(lock_);
+  for (qc_HeldTable* table = tables_; table; table = table->next_) {
+    if (Entry* entry = table->find(object)) entry->stored = 0;
+  }
+  object->held_.fetch_and(static_cast<unsigned char>(~qcPersistent::kStored), std::memory_order_relaxed);
+}
+
+void qc_HeldTable::forget(const qcPersistent* object) noexcept {
+  const std::lock_guard guard(lock_);
+  for (qc_HeldTable* table = tables_; table; table = table->next_) {
+    if (Entry* entry = table->find(object)) table->remove(*entry);
+  }
+}
