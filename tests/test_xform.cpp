@@ -152,6 +152,7 @@ TEST(Rigid, AgreesWithItsPlainTransform) {
     const qcXform<2> plain = a.linear(), product = plain * b.linear();
     const Point p = source.point();
     const qcRadian angle = source.angle(), turned = plain.mapAngle(angle);
+    EXPECT_TRUE(Linear(product) == product && product != Linear(plain));
     EXPECT_TRUE(qfRealEq((a * b).linear(), product, 1e-12) && a * b.linear() == product && plain * b == product);
     EXPECT_TRUE(qfRealEq(a.inverse().linear(), plain.inverse(), 1e-12));
     EXPECT_TRUE(qfRealEq(a * p, plain * p, 1e-12) && qfRealEq(a.invMapPoint(a * p), p, 1e-12));

@@ -74,6 +74,7 @@ class VNXSTD_EXPORT qc2XformLinear : public qc2XformBase {
 
   /// Exact, on translation and matrix.
   friend bool operator==(const qc2XformLinear& a, const qc2XformLinear& b) { return a.xform_ == b.xform_; }
+  friend bool operator==(const qc2XformLinear& a, const qcXform<2>& b) { return a.xform_ == b; }
 
   qcVector<2> mapPoint(const qcVector<2>& point) const override { return xform_.mapPoint(point); }
   bool isLinear() const override { return true; }
