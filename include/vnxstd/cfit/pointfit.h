@@ -73,9 +73,8 @@ class VNXSTD_EXPORT qcLSPointToPointFitter {
   ///
   ///   3  rotation and translation             2 pairs or more; neither the first nor the second points on one spot
   ///   4  rotation, one scale, translation     2 pairs or more; the second points not on one spot
-  ///   5  rotation, two scales along           3 pairs or more; the first points not on one spot, the second ones not
-  ///   on
-  ///      the axes of q, translation           one line (the columns of the matrix are perpendicular)
+  ///   5  rotation, two scales along           3 pairs or more; the first points not on one spot, the second
+  ///      the axes of q, translation           ones not on one line (the columns of the matrix are perpendicular)
   ///   6  any affine map                       3 pairs or more; the second points not on one line
   ///
   /// Otherwise UnstableErr is thrown; also when a quotient would exceed 1e15, and by the rigid fit when the pairs
