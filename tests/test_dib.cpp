@@ -17,7 +17,7 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 
 void put(Bytes& bytes, std::uint64_t value, int count) {
-  for (int i = 0; i < count; ++i) bytes.push_back(i < 8 ? static_cast<unsigned char>(value >> (8 * i)) : 0);
+  for (int i = 0; i < count; ++i, value >>= 8) bytes.push_back(static_cast<unsigned char>(value & 0xFF));
 }
 
 struct Layout {
