@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <limits>
 #include <random>
 #include <sstream>
 
@@ -218,10 +220,41 @@ TEST(Bitmaps, WrittenBytes) {
   Bytes topDown = expected;
   for (int i = 22; i < 26; ++i) topDown[static_cast<std::size_t>(i)] = static_cast<unsigned char>(-2 >> (8 * (i - 22)));
   dib.init(topDown.data(), topDown.size(), true);
-  EXPECT_EQ(dib.pelBuffer().get(-2, 0), dib.pelBuffer().get(-2, 0));
+  EXPECT_EQ(dib.pelBuffer().get(-2, 0), 6);
+  EXPECT_EQ(dib.pelBuffer().get(-2, 1), 2);
   std::ostringstream again;
   dib.write(again);
   EXPECT_EQ(again.str(), stream.str());
+}
+
+TEST(Bitmaps, AnyTrailerIsReadAndPelsNeedRoom) {
+  constexpr long kMost = std::numeric_limits<std::int32_t>::max(), kLeast = -kMost - 1;
+  const struct {
+    long x, y;
+    bool room;
+  } cases[] = {{kLeast, kLeast, true}, {kMost - 3, kMost - 2, true}, {kMost - 2, 0, false}, {0, kMost, false}};
+  const std::filesystem::path path = std::filesystem::temp_directory_path() / "vnxstd_test_far.bmp";
+  for (const auto& c : cases) {
+    qcDIB dib, again;
+    dib.init(qcPelBuffer<unsigned char>(3, 2));
+    dib.depth(c.y);
+    dib.xOffset(c.x);
+    dib.yOffset(c.y);
+    dib.write(path.wstring());
+    again.init(path.wstring());
+    EXPECT_EQ(qcPair<long>(again.xOffset(), again.yOffset()), qcPair<long>(c.x, c.y));
+    EXPECT_EQ(again.depth(), c.y);
+    qcPelBuffer<qcPackedRGB32Pel> packed;
+    if (c.room) {
+      again.pelBuffer(packed);
+      EXPECT_EQ(qcDIB::readPelBuffer(path.wstring()).offset(), packed.offset());
+    } else {
+      EXPECT_THROW(again.pelBuffer(packed), qcDIB::BadFormat);
+      EXPECT_THROW(qcDIB::readPelBuffer(path.wstring()), qcDIB::BadFormat);
+    }
+    EXPECT_EQ(packed.isBound(), c.room);
+  }
+  std::filesystem::remove(path);
 }
 
 TEST(Bitmaps, RowBytes) {
@@ -308,6 +341,33 @@ TEST(Bitmaps, RandomDamageNeverTakesMuchMemory) {
     ASSERT_LT(peak.bytes(), 4 * file.size() + (1U << 16));
   }
   EXPECT_GT(read, 1000);
+}
+
+TEST(Bitmaps, FailedAllocationsLeaveTheBitmapAsItWas) {
+  std::mt19937 random(23);
+  const Bytes file = randomBitmap({40, 8, false, false, 0, 9, 3}, random).file;
+  const qcPelBuffer<unsigned char> buffer(50, 40);
+  qcDIB before, other;
+  before.init(qcPelBuffer<qcPackedRGB32Pel>(20, 30));
+  other.init(buffer);
+  const std::function<void(qcDIB&)> changes[] = {[&](qcDIB& dib) { dib.init(file.data(), file.size(), true); },
+                                                 [&](qcDIB& dib) { dib.init(buffer); },
+                                                 [&](qcDIB& dib) { dib = other; }};
+  for (const auto& change : changes) {
+    bool failed = true;
+    for (long count = 0; failed; ++count) {
+      qcDIB dib = before;
+      allocationsLeft = count;
+      try {
+        change(dib);
+        failed = false;
+      } catch (const std::bad_alloc&) {
+      }
+      allocationsLeft = -1;
+      EXPECT_EQ(dib.pixels() == before.pixels(), failed);
+      EXPECT_EQ(dib.rowBytes() == before.rowBytes(), failed);
+    }
+  }
 }
 
 TEST(Bitmaps, FailingMedia) {

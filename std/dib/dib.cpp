@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <utility>
 
 #include "std/dib/dibbytes.h"
@@ -104,10 +105,11 @@ void qcDIB::init_(std::istream& stream, bool fileHeader, std::int64_t available)
   const std::size_t bytes = reader.format().imageBytes();
   std::shared_ptr<unsigned char[]> pixels = newRows(bytes);
   reader.pixels(pixels.get(), bytes);
-  const Placement placement = reader.trailer();
-  format_ = reader.format();
-  pixels_ = std::move(pixels);
-  placement_ = placement;
+  qcDIB read;
+  read.placement_ = reader.trailer();
+  read.format_ = reader.format();
+  read.pixels_ = std::move(pixels);
+  swap(read);
 }
 
 void qcDIB::init(std::istream& stream) { init_(stream, true, -1); }
@@ -125,9 +127,17 @@ void qcDIB::init(const unsigned char* data, std::size_t size, bool fileHeader) {
 
 // ---- to pixel buffers
 
+void qcDIB::Placement::check(const Format& format) const {
+  const auto fits = [](std::int32_t offset, std::int32_t size) {
+    return std::int64_t{offset} + size <= std::numeric_limits<std::int32_t>::max();
+  };
+  if (!fits(xOffset, format.width) || !fits(yOffset, format.height)) throw BadFormat(L"Bad image offset");
+}
+
 template <class T>
 qcPelBuffer<T> qcDIB::converted() const {
   checkData();
+  placement_.check(format_);
   qcPelBuffer<T> buffer(format_.width, format_.height);
   buffer.offset(placement_.xOffset, placement_.yOffset);
   qcStoredPel<T>* const pels = buffer.pointToOffset();
@@ -168,6 +178,7 @@ qcPelBuffer<unsigned char> qcDIB::readPelBuffer(const std::wstring& path) {
     }
   });
   const Placement placement = reader.trailer();
+  placement.check(format);
   buffer.offset(placement.xOffset, placement.yOffset);
   return buffer;
 }

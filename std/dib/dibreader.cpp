@@ -183,10 +183,5 @@ qcDIB::Placement qc_DIBReader::trailer() {
   placement.depth = dib::getSigned32(bytes + 8);
   placement.xOffset = dib::getSigned32(bytes + 12);
   placement.yOffset = dib::getSigned32(bytes + 16);
-  const auto fits = [](std::int32_t offset, std::int32_t size) {
-    return std::int64_t{offset} + size <= std::numeric_limits<std::int32_t>::max();
-  };
-  if (!fits(placement.xOffset, format_.width) || !fits(placement.yOffset, format_.height))
-    throw qcDIB::BadFormat(L"Bad image offset");
   return placement;
 }

@@ -20,8 +20,7 @@ class qc_DIBReader {
   void headers();
   /// The next `count` bytes of the rows.
   void pixels(unsigned char* to, std::size_t count);
-  /// Reads what follows the rows; values keep their defaults when it is no trailer. Throws BadFormat for an offset that
-  /// would put pels beyond the 32-bit range of image coordinates.
+  /// Reads what follows the rows; values keep their defaults when it is no trailer.
   qcDIB::Placement trailer();
 
  private:

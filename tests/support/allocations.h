@@ -1,4 +1,5 @@
-// Counts the heap of the test program. Include from one source file of a program: it replaces operator new and delete.
+// Counts the heap of the test program and lets allocations fail on purpose. Include from one source file of a program:
+// it replaces operator new and delete.
 #pragma once
 
 #include <malloc.h>
@@ -8,6 +9,8 @@
 #include <new>
 
 inline std::atomic<std::size_t> liveBytes{0}, peakBytes{0};
+/// Allocations that still succeed; negative means any number.
+inline std::atomic<long> allocationsLeft{-1};
 
 /// The most bytes that were live at once since this object was made, above what was live then.
 class PeakAllocation {
@@ -20,6 +23,8 @@ class PeakAllocation {
 };
 
 void* operator new(std::size_t size) {
+  if (allocationsLeft == 0) throw std::bad_alloc();
+  if (allocationsLeft > 0) --allocationsLeft;
   void* block = std::malloc(size ? size : 1);
   if (!block) throw std::bad_alloc();
   const std::size_t live = liveBytes += malloc_usable_size(block);

@@ -11,7 +11,8 @@
 //
 // After the pixels stands a trailer of 20 bytes, which other programs pass over: the signature F2 73 AD 11 00 00 00 00,
 // then depth, xOffset and yOffset as 32-bit integers, lowest byte first. xOffset and yOffset are the image coordinates
-// of the upper-left pel and travel to and from the offset of pixel buffers; depth belongs to the application.
+// of the upper-left pel and travel to and from the offset of pixel buffers; depth belongs to the application. Any three
+// values are read and written.
 #pragma once
 
 #include <array>
@@ -20,6 +21,7 @@
 #include <iosfwd>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vnxstd/except/exception.h"
@@ -63,6 +65,14 @@ class VNXSTD_EXPORT qcDIB {
   };
 
   qcDIB() = default;
+  qcDIB(const qcDIB&) = default;
+  /// Leaves the other bitmap without data.
+  qcDIB(qcDIB&& other) noexcept { swap(other); }
+  qcDIB& operator=(qcDIB other) noexcept {
+    swap(other);
+    return *this;
+  }
+  ~qcDIB() = default;
 
   // Reading. Each throws BadFormat or ReadError, and then leaves the bitmap as it was.
 
@@ -74,7 +84,8 @@ class VNXSTD_EXPORT qcDIB {
   void init(const unsigned char* data, std::size_t size, bool fileHeader);
 
   // Making a bitmap of a pixel buffer's window. The rows are copied. Offsets become xOffset and yOffset; depth stays as
-  // it was. Throws qcPel::UnboundWindow for an unbound buffer and NoDibData for an empty window.
+  // it was. Throws qcPel::UnboundWindow for an unbound buffer, NoDibData for an empty window and BadFormat for one
+  // whose file would pass 4 GiB; the bitmap is then as it was.
 
   /// 8 bits with a grey ramp as colour table.
   void init(const qcPelBuffer_const<unsigned char>& buffer);
@@ -85,7 +96,8 @@ class VNXSTD_EXPORT qcDIB {
 
   // Conversion to pixel buffers, the right way up whatever the order of the rows in the file. Components of fewer than
   // eight bits are shifted up with zeros below, as the packed pels read them. The buffer lies at (xOffset, yOffset)
-  // with the identity transform. Throws NoDibData.
+  // with the identity transform. Throws NoDibData, and BadFormat where that would put pels beyond the 32-bit range of
+  // image coordinates.
 
   /// Grey: colours become 0.299 red + 0.587 green + 0.114 blue, rounded.
   qcPelBuffer<unsigned char> pelBuffer() const;
@@ -166,6 +178,9 @@ class VNXSTD_EXPORT qcDIB {
   /// What the trailer carries.
   struct Placement {
     std::int32_t depth = 0, xOffset = 0, yOffset = 0;
+
+    /// Throws BadFormat for an offset at which pixel buffers have no room for the image.
+    void check(const Format& format) const;
   };
 
   void init_(std::istream& stream, bool fileHeader, std::int64_t available);
@@ -173,6 +188,11 @@ class VNXSTD_EXPORT qcDIB {
   std::vector<unsigned char> trailer() const;
   void write(unsigned char* destination, int fileHeader) const;
   void checkData() const;
+  void swap(qcDIB& other) noexcept {
+    std::swap(pixels_, other.pixels_);
+    std::swap(format_, other.format_);
+    std::swap(placement_, other.placement_);
+  }
   template <class T>
   qcPelBuffer<T> converted() const;
   template <class T>
