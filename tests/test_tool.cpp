@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <numbers>
 #include <sstream>
 
@@ -91,6 +92,13 @@ TEST(Gauge, NoiseAloneIsNoFeature) {
     EXPECT_FALSE(gauge(image, {region, Feature::line, Polarity::any}));
 }
 
+TEST(Gauge, StraightEdgesNearTheMiddleAreNoCircles) {
+  for (double offset = -8; offset < 8; offset += 0.7) {
+    const auto image = drawn([=](const qcVector<2>& p) { return p.x() - 40 - offset - 0.01 * p.y(); }, 1, 3);
+    EXPECT_FALSE(gauge(image, {kRegion, Feature::circle, Polarity::any})) << offset;
+  }
+}
+
 class Tool : public testing::Test {
  protected:
   void SetUp() override {
@@ -101,8 +109,9 @@ class Tool : public testing::Test {
 
   std::string file(const char* name) const { return (folder_ / name).string(); }
   // The exit status; what was printed goes to `output`.
-  int run(const std::string& arguments) {
-    const std::string command = "cd '" + folder_.string() + "' && '" VNXSTD_TOOL "' " + arguments + " >out 2>err";
+  int run(const std::string& arguments, const std::string& to = "out") {
+    const std::string command =
+        "cd '" + folder_.string() + "' && '" VNXSTD_TOOL "' " + arguments + " >" + to + " 2>err";
     const int status = std::system(command.c_str());
     output = text("out");
     errors = text("err");
@@ -156,6 +165,13 @@ TEST_F(Tool, ExitStatuses) {
   std::ofstream(file("cut.bmp"), std::ios::binary).write(text("edge.bmp").data(), 900);
   std::ofstream(file("cut.arc"), std::ios::binary).write("\x02\x01\x4F\xE5\x70\x54\x01\x01", 8);
   std::ofstream(file("text")) << "nothing of ours";
+  qcDIB::BadFormat error(L"twice");
+  qcPersistent* pointer = &error;
+  qcFileArchive twice(qf_Widen(file("twice.arc")), qcArchive::storing);
+  for (int i = 0; i < 2; ++i) qcPersistent::serializePointer(twice, &error, pointer);
+  twice.close();
+  bitmap.xOffset(std::numeric_limits<std::int32_t>::max());
+  bitmap.write(qf_Widen(file("far.bmp")));
   const struct {
     const char* arguments;
     int status;
@@ -165,6 +181,7 @@ TEST_F(Tool, ExitStatuses) {
                {"gauge edge.bmp --roi -15,35,110 --find line", 2},
                {"gauge edge.bmp --roi -15,35,0,90 --find line", 2},
                {"gauge edge.bmp --roi -15,35,nan,90 --find line", 2},
+               {"gauge edge.bmp --roi -15,1e308,110,1e308 --find line", 2},
                {"gauge edge.bmp --roi -15,35,110,90 --find square", 2},
                {"gauge edge.bmp --find line", 2},
                {"", 2},
@@ -178,10 +195,18 @@ TEST_F(Tool, ExitStatuses) {
                {"info text", 3},
                {"info cut.arc", 3},
                {"info .", 3},
+               {"gauge far.bmp --roi -15,35,110,90 --find line", 3},
+               {"info far.bmp", 0},
+               {"info twice.arc", 0},
                {"info edge.bmp", 0}};
   for (const auto& c : cases) {
     EXPECT_EQ(run(c.arguments), c.status) << c.arguments << '\n' << output << errors;
     EXPECT_EQ(errors.empty(), c.status == 0) << c.arguments;
+  }
+  if (!std::filesystem::exists("/dev/full")) return;
+  for (const char* call : {"info edge.bmp", "--help", "gauge edge.bmp --roi -15,35,110,90 --find line", "demo"}) {
+    EXPECT_EQ(run(call, "/dev/full"), 3) << call;
+    EXPECT_NE(errors.find("standard output"), std::string::npos) << call;
   }
 }
 

@@ -188,13 +188,13 @@ std::optional<Attempt> findLine(const EdgeFinder& finder, const GaugeParams& par
 
 std::optional<Attempt> findCircle(const EdgeFinder& finder, const GaugeParams& params) {
   const qcVector<2> middle = params.region.origin() + params.region.size() * 0.5;
-  auto coarse = attempt<CircleModel>(finder, radial(params.region, middle, params.scans));
+  const auto coarse = attempt<CircleModel>(finder, radial(params.region, middle, params.scans));
   if (!coarse) return std::nullopt;
-  // From the circle's own centre the scan lines meet the edge at right angles.
-  const auto& circle = static_cast<const qcCircle&>(*coarse->fit.shape);
-  if (!params.region.within(circle.center())) return coarse;
-  auto fine = attempt<CircleModel>(finder, radial(params.region, circle.center(), params.scans));
-  return fine ? fine : coarse;
+  // From the circle's own centre the scan lines meet the edge at right angles, and enough of them must again: almost
+  // half of those from the middle can meet one straight edge, which a large circle fits.
+  const qcVector<2>& centre = static_cast<const qcCircle&>(*coarse->fit.shape).center();
+  if (!params.region.within(centre)) return std::nullopt;
+  return attempt<CircleModel>(finder, radial(params.region, centre, params.scans));
 }
 
 qcPtrHandle<qc2XformBase> frameOf(const qcShape& shape) {

@@ -22,5 +22,6 @@ struct GaugeResult {
 
 /// Scans the region's part inside the image (a line: across it, along rows and along columns, and the better of the two
 /// is kept; a circle: radially from the middle of the region, then again from the centre found), rejects outliers and
-/// fits by least squares. Nothing when no feature is supported by enough of the scan lines.
+/// fits by least squares. Nothing when no feature is supported by enough of the scan lines: 40 %, so that a circle
+/// shows at least an arc of 144 degrees, around a centre in the region.
 std::optional<GaugeResult> gauge(const qcPelBuffer<unsigned char>& image, const GaugeParams& params);

@@ -3,6 +3,8 @@
 #include <array>
 #include <fstream>
 #include <iomanip>
+#include <map>
+#include <memory>
 #include <ostream>
 
 #include <vnxstd/archive/file.h>
@@ -65,7 +67,7 @@ void describeArchive(const std::string& path, bool seekable, std::ostream& out) 
   std::ifstream bytes(path, std::ios::binary);
   // Objects that stand by themselves carry their type; anything else only its writer can name.
   std::vector<qcPtrHandle<qcRepBase>> shared;
-  std::vector<std::unique_ptr<qcPersistent>> owned;
+  std::map<const qcPersistent*, std::unique_ptr<qcPersistent>> owned;  // once each: two pointers may name one object
   while (archive.remaining() > 0) {
     const std::streamoff at = archive.tell();
     std::array<char, 3> tag{};
@@ -81,11 +83,11 @@ void describeArchive(const std::string& path, bool seekable, std::ostream& out) 
       row(out, "object", "none (a null pointer)");
       continue;
     }
-    describeObject(*object, out);
     if (auto* counted = dynamic_cast<qcRepBase*>(object))
       shared.emplace_back(counted);
     else
-      owned.emplace_back(object);
+      owned.try_emplace(object, object);
+    describeObject(*object, out);
   }
 }
 

@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -18,7 +17,7 @@
 
 namespace {
 
-enum Exit { kGood = 0, kNotFound = 1, kWrongCall = 2, kUnreadable = 3 };
+enum Exit { kGood = 0, kNotFound = 1, kWrongCall = 2, kFileFailed = 3 };
 
 struct GaugeCall {
   std::string image, save, overlay;
@@ -93,10 +92,10 @@ int run(int argc, char** argv) {
     describeFile(file, std::cout);
     return kGood;
   }
+  // A sum is finite only where both its terms are.
   const std::vector<double>& r = gaugeCall.region;
-  const bool finite = std::all_of(r.begin(), r.end(), [](double v) { return std::isfinite(v); });
-  if (!finite || r[2] <= 0 || r[3] <= 0) {
-    std::cerr << "vnx gauge: the region takes four numbers, its width and height above 0\n";
+  if (!std::isfinite(r[0] + r[2]) || !std::isfinite(r[1] + r[3]) || r[2] <= 0 || r[3] <= 0) {
+    std::cerr << "vnx gauge: the region takes four numbers, width and height above 0, and its corners must be finite\n";
     return kWrongCall;
   }
   return runGauge(gaugeCall);
@@ -106,7 +105,9 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   try {
-    return run(argc, argv);
+    const int status = run(argc, argv);
+    if (std::cout.flush() && std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+    std::cerr << "vnx: writing to standard output failed\n";
   } catch (const UnknownFile&) {
     std::cerr << "vnx: neither a bitmap nor an archive\n";
   } catch (const qcException& error) {
@@ -114,5 +115,5 @@ int main(int argc, char** argv) {
   } catch (const std::exception& error) {
     std::cerr << "vnx: " << error.what() << '\n';
   }
-  return kUnreadable;
+  return kFileFailed;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <optional>
 
 #include <vnxstd/math/rigid.h>
@@ -87,7 +88,7 @@ class Canvas {
 std::optional<ScanLine> inside(const qcFLine& line, const qcRect& rect) {
   const qc2Rigid frame = line.rigid_();
   const qcVector<2> p = frame * qcVector<2>(0, 0), d = frame.mapVector(qcVector<2>(1, 0));
-  double first = -1e9, last = 1e9;
+  double first = -std::numeric_limits<double>::infinity(), last = -first;
   const auto cut = [&](double from, double step, double least, double most) {
     if (step == 0) return least <= from && from <= most;
     const double a = (least - from) / step, b = (most - from) / step;
