@@ -43,7 +43,7 @@ void checkNumber(T value, const char* big) {
       ASSERT_EQ(bytes.size(), 2 + many.size() * wire.size());
       EXPECT_EQ(bytes.substr(2, wire.size()), expected);
       EXPECT_EQ(bytes.substr(bytes.size() - wire.size()), expected);
-      for (const std::size_t chunk : {1, 3, 1000, 100000}) {
+      for (const std::size_t chunk : {1UL, 3UL, 1000UL, 100000UL}) {
         FaultyBuffer medium(bytes, {.chunk = chunk});
         StreamArchive archive(medium, qcArchive::loading);
         archive.block(back.data(), back.size());

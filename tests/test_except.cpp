@@ -96,8 +96,9 @@ TEST(Errors, RegistryAgreesWithThePublishedTable) {
     const auto error = makeError(row.name);
     ASSERT_TRUE(error) << row.name;
     EXPECT_EQ(error->errorNumber(), row.number) << row.name;
-    EXPECT_EQ(qcDevEnv::canonicalTypeName(typeid(*error).name()), row.name);
-    EXPECT_EQ(namedBase(typeid(*error)), row.base) << row.name;
+    const qcException& made = *error;
+    EXPECT_EQ(qcDevEnv::canonicalTypeName(typeid(made).name()), row.name);
+    EXPECT_EQ(namedBase(typeid(made)), row.base) << row.name;
     const bool hasText = dynamic_cast<qcExceptionWithString*>(error.get()) != nullptr;
     const bool textExpected = row.name == "qcUnknownError" || row.base == "qcRangeDefs::Errors" ||
                               row.base == "qcDIB::Errors" || row.base == "qc2XformPerspectiveDefs::Errors";
@@ -122,6 +123,7 @@ TEST(Errors, EveryErrorCrossesAnArchiveAndIsThrownAgainWithItsType) {
   for (const Row& row : publishedTable()) {
     const auto error = makeError(row.name);
     qcMemoryArchive store(qcArchive::bigEndian, false);
+    const qcException& stored = *error;
     qcPersistent* ignored = nullptr;
     qcPersistent::serializePointer(store, error.get(), ignored);
     const std::vector<char> bytes = store.toVector();
@@ -132,7 +134,7 @@ TEST(Errors, EveryErrorCrossesAnArchiveAndIsThrownAgainWithItsType) {
       dynamic_cast<qcException&>(*loaded).suicideAndRethrow();
     } catch (const qcException& caught) {
       ++thrown;
-      EXPECT_EQ(typeid(caught), typeid(*error)) << row.name;
+      EXPECT_EQ(typeid(caught), typeid(stored)) << row.name;
       EXPECT_EQ(caught.message(true), error->message(true));
     }
   }

@@ -7,8 +7,8 @@
 // the baseline. Every level gives the same bits: contraction is off, and kernels whose result depends on the order of
 // their operations must not let N decide it.
 //
-// AVX-512 has no level: from the second-level cache on it gains nothing, and in the first, where it takes a quarter off,
-// preparing the windows costs more than their pels.
+// AVX-512 has no level: from the second-level cache on it gains nothing, and in the first, where it takes a quarter
+// off, preparing the windows costs more than their pels.
 #pragma once
 
 #include <array>
