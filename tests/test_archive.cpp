@@ -320,18 +320,6 @@ TEST(Vectors, LoadOverWhateverTheyHeldBefore) {
 
 // The documented page.
 
-std::string documentedHex() {
-  std::ifstream page(VNXSTD_SOURCE_DIR "/docs/archive-format.md");
-  std::stringstream text;
-  text << page.rdbuf();
-  const std::string all = text.str(), open = "```hex\n";
-  const std::size_t from = all.find(open);
-  std::istringstream block(all.substr(from + open.size(), all.find("```", from + 3) - from - open.size()));
-  std::string hex;
-  for (std::string line; std::getline(block, line);) hex += line.substr(0, line.find('#'));
-  return fromHex(hex);
-}
-
 }  // namespace
 
 // The class of the page's worked example.
@@ -355,7 +343,7 @@ namespace {
 const qc_Instantiator registered(typeid(ExampleMark), &ExampleMark::make);
 
 TEST(DocumentedExample, IsWhatTheLibraryReadsAndWrites) {
-  const std::string page = documentedHex();
+  const std::string page = documentedBytes("archive-format.md");
   ASSERT_GT(page.size(), 2U);
   BytesArchive archive(page);
   std::vector<qcPtrHandle<ExampleMark>> marks;

@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "support/allocations.h"
+#include "support/bytes.h"
 #include "vnxstd/dib/dib.h"
 
 namespace {
@@ -211,13 +212,10 @@ TEST(Bitmaps, WrittenBytes) {
   dib.xOffset(-2);
   std::ostringstream stream;
   dib.write(stream);
-  const Bytes expected = {'B',  'M',  82,   0, 0, 0, 0, 0,  0, 0, 54, 0,    0,    0,    40,   0, 0, 0, 1, 0, 0,
-                          0,    2,    0,    0, 0, 1, 0, 32, 0, 0, 0,  0,    0,    8,    0,    0, 0, 0, 0, 0, 0,
-                          0,    0,    0,    0, 0, 0, 0, 0,  0, 0, 0,  0,    7,    6,    5,    8, 3, 2, 1, 4, 0xF2,
-                          0x73, 0xAD, 0x11, 0, 0, 0, 0, 0,  0, 0, 0,  0xFE, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0};
-  EXPECT_EQ(stream.str(), std::string(expected.begin(), expected.end()));
+  const std::string expected = documentedBytes("bitmap-format.md");
+  EXPECT_EQ(toHex(stream.str()), toHex(expected));
   // Read top-down, written as stored: the rows keep their order and the height turns positive.
-  Bytes topDown = expected;
+  Bytes topDown(expected.begin(), expected.end());
   for (int i = 22; i < 26; ++i) topDown[static_cast<std::size_t>(i)] = static_cast<unsigned char>(-2 >> (8 * (i - 22)));
   dib.init(topDown.data(), topDown.size(), true);
   EXPECT_EQ(dib.pelBuffer().get(-2, 0), 6);

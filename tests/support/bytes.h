@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cctype>
+#include <fstream>
 #include <string>
 
 #include "vnxstd/archive/memory.h"
@@ -16,6 +17,17 @@ inline std::string fromHex(std::string_view text) {
     bytes.push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
   }
   return bytes;
+}
+
+/// The bytes of the worked example of a page in docs: the block marked hex, without what follows a # on its lines.
+/// Empty when there is none.
+inline std::string documentedBytes(const std::string& page) {
+  std::ifstream file(VNXSTD_SOURCE_DIR "/docs/" + page);
+  std::string line, hex;
+  while (std::getline(file, line) && line != "```hex") {
+  }
+  while (std::getline(file, line) && line != "```") hex += line.substr(0, line.find('#'));
+  return fromHex(hex);
 }
 
 inline std::string toHex(std::string_view bytes) {
