@@ -8,7 +8,7 @@ template <class Number, class Angle>
 qcArchive& serializeUnits(qcArchive& archive, Angle& angle) {
   Number units = angle.plain();
   archive || units;
-  angle = Angle(units);
+  if (archive.isLoading()) angle = Angle(units);
   return archive;
 }
 

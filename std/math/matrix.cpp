@@ -12,7 +12,7 @@ struct qc_MatrixArchive {
     qcMatrix<N> copy = m;
     archive.block(copy.a_, N * N);
     archive || copy.det_;
-    m = copy;
+    if (archive.isLoading()) m = copy;
     return archive;
   }
 };

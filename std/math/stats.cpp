@@ -84,6 +84,6 @@ qcArchive& operator||(qcArchive& archive, qcStatistics& stats) {
     throw qcArchive::BadContent(kSource, kLine);
   }
   copy.count_ = static_cast<std::int32_t>(count);
-  stats = copy;
+  if (archive.isLoading()) stats = copy;
   return archive;
 }

@@ -23,7 +23,7 @@ qcArchive& serializeVector(qcArchive& archive, qcVector<N>& v) {
   qcArchive::checkVersion(version, 0, kSource, kLine<N>);
   qcVector<N> elements = v;
   archive.block(&elements[0], N);
-  v = elements;
+  if (archive.isLoading()) v = elements;
   return archive;
 }
 

@@ -18,7 +18,7 @@ qcArchive& serializeXform(qcArchive& archive, qcXform<N>& xform) {
     unsigned char isIdentity = xform.isIdentity() ? 1 : 0;
     archive || isIdentity;
   }
-  xform = qcXform<N>(matrix, trans);
+  if (archive.isLoading()) xform = qcXform<N>(matrix, trans);
   return archive;
 }
 

@@ -185,6 +185,7 @@ void qcCircle::serializeCommon(qcArchive& archive) {
   qcVector<2> center = center_;
   double radius = radius_;
   archive || center || radius;
+  if (archive.isStoring()) return;
   if (!isRadius(radius)) throw qcArchive::BadContent("std/shapes/shapes", 3693);
   center_ = center;
   radius_ = radius;

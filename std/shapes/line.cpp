@@ -100,6 +100,7 @@ bool qcLine::loadLegacy(qcArchive& archive) {
 void qcLine::serializeCommon(qcArchive& archive) {
   qcVector<2> dir = dir_, pos = pos_;
   archive || dir || pos;
+  if (archive.isStoring()) return;
   if (dir.isNull()) throw qcArchive::BadContent("std/shapes/shapes", 2575);
   dir_ = dir;
   pos_ = pos;

@@ -105,6 +105,7 @@ bool qcLineSeg::loadLegacy(qcArchive& archive) {
 void qcLineSeg::serializeCommon(qcArchive& archive) {
   qcVector<2> p1 = p1_, p2 = p2_;
   archive || p1 || p2;
+  if (archive.isStoring()) return;
   p1_ = p1;
   p2_ = p2;
 }

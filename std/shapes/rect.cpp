@@ -144,6 +144,7 @@ bool qcRect::loadLegacy(qcArchive& archive) {
 void qcRect::serializeCommon(qcArchive& archive) {
   qcVector<2> origin = origin_, size = size_;
   archive || origin || size;
+  if (archive.isStoring()) return;
   origin_ = origin;
   size_ = size;
 }
