@@ -498,6 +498,8 @@ TEST(Sampling, CornersKeepOnePointWithTheBisectorAndChainsBecomePolylines) {
        {std::vector<std::int32_t>{1, 4}, {0, 6}, {0, -1}, {4, 0}, {0, 0}, {0}}) {
     result.breaks() = breaks;
     EXPECT_THROW(result.getPolylines(polylines), qcShapesError::BadParams);
+    qcMemoryArchive archive(qcArchive::bigEndian, false);
+    EXPECT_THROW(archive << result, qcArchive::BadContent);
     EXPECT_THROW(qfMergeSubchains(Params(0, 0, 2, true, false), 0, true, result), qcShapesError::BadParams);
   }
 }
@@ -530,8 +532,12 @@ TEST(ShapeInfo, BuildersCombineTheLengthsOfPieces) {
   EXPECT_THROW(info.extract_(4, info), qcShapesError::BadIndex);
   EXPECT_THROW(info.mapShape_(1e308, info), qcShapesError::InfiniteExtent);
   EXPECT_EQ(info, before);
-  EXPECT_THROW(qcShapeInfo().perimPos(0), qcShapesError::EmptyShape);
-  EXPECT_THROW(other.perimPos(kInf), qcShapesError::BadParams);
+  const qcShapeInfo taken = std::move(other);
+  EXPECT_EQ(taken.perimeter(), 16);
+  EXPECT_EQ(other.perimeter(), 0);  // NOLINT(bugprone-use-after-move): empty, as documented
+  EXPECT_THROW(other.perimPos(0), qcShapesError::EmptyShape);
+  EXPECT_THROW(taken.perimPos(kInf), qcShapesError::BadParams);
+  EXPECT_EQ(taken.perimPos(-1e-300), qcPerimPos());
 
   // From the third piece of a chain to its own information.
   const qcShapeInfo alone(qcPolyline({{0, 0}, {5, 0}, {13, 0}}, false));
@@ -606,6 +612,9 @@ TEST(Lines, CrossingPointsLieOnBothAndFormsAgree) {
     }
   }
   EXPECT_TRUE(qcFLine({0, -2}, {5, -2}) == qcFLine(qcDegree(180), 2));
+  for (const double scale : {1e-310, 1.0, 1e307}) {
+    EXPECT_NEAR_POINT(qcLineSeg({0, 0}, {3 * scale, 4 * scale}).line().dir(), V(0.6, 0.8), 1e-9);
+  }
   EXPECT_EQ(qcLine({0, 1}, {3, 3}).intersect(qcLine({1, 0}, {-5, 4})), V(3, 4));
   EXPECT_TRUE(qcLine().isParallel(qcLine(V(1, 9e-13))));
   EXPECT_FALSE(qcLine().isParallel(qcLine(V(1, 1.1e-12))));
@@ -721,6 +730,7 @@ TEST(Rectangles, FollowTheTables) {
   negative.size({-1, 0});
   EXPECT_TRUE(negative.degen());
   EXPECT_FALSE(negative.within({0, 0}));
+  EXPECT_EQ(negative.enclose(negative), negative);
   const qcRect rect({1, 2}, {3, 4});
   for (const V& corner : {rect.ul(), rect.ur(), rect.lr(), rect.ll()}) EXPECT_TRUE(rect.within(corner));
   EXPECT_FALSE(rect.within({1, kNan}));
@@ -736,6 +746,21 @@ TEST(Rectangles, FollowTheTables) {
   EXPECT_EQ(qcRect(qcPelRect(-3, 4, 5, 6)).enclosePelRect(), qcPelRect(-3, 4, 5, 6));
   for (const double far : {1e300, kInf, kNan, -1e300}) qcRect({far, -5e9}, {1e300, 3e9}).enclosePelRect();
   EXPECT_EQ(qcRect({-5e9, 0}, {9e9, 1}).enclosePelRect(), qcPelRect(-2147483647 - 1, 0, 2147483647, 1));
+}
+
+// Also where the difference of the corners is rounded down.
+TEST(Rectangles, BoxesHoldEveryPointOfWhatIsInThem) {
+  Random random(1);
+  for (int i = 0; i < 2000; ++i) {
+    const V p = random.point(), q = std::ldexp(1, random.integer(-40, 10)) * random.point();
+    const qcRect segment = qcLineSeg(p, q).boundingBox(), both = qcRect(p, {1, 2}).enclose(qcRect(q, {0.1, 0.3}));
+    EXPECT_TRUE(segment.within(p) && segment.within(q) && qcPolyline({q, p}, true).boundingBox() == segment);
+    EXPECT_TRUE(both.within(p + V(1, 2)) && both.within(q + V(0.1, 0.3)));
+    const qcCircle circle(p, q.len());
+    for (const V& far : {V(1, 0), V(0, 1), V(-1, 0), V(0, -1)}) {
+      EXPECT_TRUE(circle.boundingBox().within(p + circle.radius() * far));
+    }
+  }
 }
 
 TEST(Polylines, EditVerticesAndMeasureAreas) {

@@ -97,7 +97,8 @@ bool qcCircle::intersections(const qcCircle& other, qcVector<2>& a, qcVector<2>&
 }
 
 qcRect qcCircle::boundingBox() const {
-  return {center_ - qcVector<2>(radius_, radius_), qcVector<2>(2 * radius_, 2 * radius_)};
+  const qcVector<2> reach(radius_, radius_);
+  return qcRect::fromCorners(center_ - reach, center_ + reach);
 }
 
 qcPerimPos qcCircle::nearestPerimPos(const qcShapeInfo&, const qcVector<2>& p) const {

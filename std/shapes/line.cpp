@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "std/shapes/segment.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/math/rigid.h"
 #include "vnxstd/shapes/rect.h"
@@ -10,14 +11,6 @@ namespace {
 
 const qc_Instantiator registeredLine(typeid(qcLine), &qcLine::make);
 const qc_Instantiator registeredFLine(typeid(qcFLine), &qcFLine::make);
-
-// Length 1, also for vectors whose squared length overflows or underflows; null vectors stay null.
-qcVector<2> normalized(const qcVector<2>& v) {
-  const double largest = std::max(std::fabs(v.x()), std::fabs(v.y()));
-  if (!(largest > 0)) return v;
-  const qcVector<2> scaled(v.x() / largest, v.y() / largest);
-  return scaled / scaled.len();
-}
 
 }  // namespace
 
@@ -74,7 +67,9 @@ bool qcLine::isParallel(const qcLine& other) const {
   return std::fabs(other.dir_.y() * dir_.x() - dir_.y() * other.dir_.x()) < kParallel;
 }
 
-qcLine qcLine::map(const qcXform<2>& xform) const { return {normalized(xform.mapVector(dir_)), xform.mapPoint(pos_)}; }
+qcLine qcLine::map(const qcXform<2>& xform) const {
+  return {qc_shapes::normalized(xform.mapVector(dir_)), xform.mapPoint(pos_)};
+}
 
 qcRect qcLine::encloseRect() const { throw qcShapesError::InfiniteExtent(); }
 

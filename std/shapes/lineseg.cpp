@@ -33,13 +33,13 @@ void qcLineSeg::p2(const qcVector<2>& p2) {
 
 qcLine qcLineSeg::line() const {
   if (degen()) throw qcShapesError::DegenerateShape();
-  return {(1 / qc_shapes::segmentLength(p1_, p2_)) * (p2_ - p1_), p1_};
+  return {qc_shapes::normalized(p2_ - p1_), p1_};
 }
 
 qcRect qcLineSeg::boundingBox() const {
   const qcVector<2> low(std::min(p1_.x(), p2_.x()), std::min(p1_.y(), p2_.y()));
   const qcVector<2> high(std::max(p1_.x(), p2_.x()), std::max(p1_.y(), p2_.y()));
-  return {low, high - low};
+  return qcRect::fromCorners(low, high);
 }
 
 qcVector<2> qcLineSeg::nearestPoint(const qcVector<2>& p) const {

@@ -143,7 +143,7 @@ qcRect qcPolyline::boundingBox() const {
     low = {std::min(low.x(), p.x()), std::min(low.y(), p.y())};
     high = {std::max(high.x(), p.x()), std::max(high.y(), p.y())};
   }
-  return {low, high - low};
+  return qcRect::fromCorners(low, high);
 }
 
 qcVector<2> qcPolyline::nearestPoint(const qcVector<2>& p) const {

@@ -35,6 +35,17 @@ qcRect::qcRect(const qcVector<2>& origin, const qcVector<2>& size) : origin_(ori
 qcRect::qcRect(const qcPelRect& pels)
     : origin_(pels.ul()), size_(static_cast<double>(pels.width()), static_cast<double>(pels.height())) {}
 
+qcRect qcRect::fromCorners(const qcVector<2>& low, const qcVector<2>& high) {
+  qcRect rect;
+  rect.origin_ = low;
+  rect.size_ = high - low;
+  for (int i = 0; i < 2; ++i) {
+    // The next larger size is not below the exact difference, so that its sum is not below the corner.
+    if (low[i] + rect.size_[i] < high[i]) rect.size_[i] = std::nextafter(rect.size_[i], HUGE_VAL);
+  }
+  return rect;
+}
+
 qcPersistent* qcRect::make() { return new qcRect; }
 
 void qcRect::origin(const qcVector<2>& origin) {
@@ -65,7 +76,7 @@ qcRect qcRect::enclose(const qcRect& other) const {
   const qcVector<2> far = lr(), otherFar = other.lr();
   const qcVector<2> low(std::min(origin_.x(), other.origin_.x()), std::min(origin_.y(), other.origin_.y()));
   const qcVector<2> high(std::max(far.x(), otherFar.x()), std::max(far.y(), otherFar.y()));
-  return {low, high - low};
+  return fromCorners(low, high);
 }
 
 qcPelRect qcRect::enclosePelRect() const {

@@ -175,6 +175,7 @@ void Result::getPolylines(std::vector<qcPolyline>& polylines) const {
 }
 
 qcArchive& operator||(qcArchive& archive, Result& result) {
+  if (archive.isStoring() && !result.isValid_()) throw qcArchive::BadContent("std/shapes/shapes", 1837);
   unsigned char version = 0;
   archive || version;
   qcArchive::checkVersion(version, 0, "std/shapes/shapes", 1837);

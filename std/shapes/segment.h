@@ -15,6 +15,14 @@ inline double segmentLength(const qcVector<2>& p1, const qcVector<2>& p2) {
   return std::hypot(p2.x() - p1.x(), p2.y() - p1.y());
 }
 
+/// Length 1, also for vectors whose squared length overflows or underflows; null vectors stay null.
+inline qcVector<2> normalized(const qcVector<2>& v) {
+  const double largest = std::max(std::fabs(v.x()), std::fabs(v.y()));
+  if (!(largest > 0)) return v;
+  const qcVector<2> scaled(v.x() / largest, v.y() / largest);
+  return scaled / scaled.len();
+}
+
 inline qcRadian segmentAngle(const qcVector<2>& p1, const qcVector<2>& p2) {
   return qcRadian(std::atan2(p2.y() - p1.y(), p2.x() - p1.x())).signedNorm();
 }

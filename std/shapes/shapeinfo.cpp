@@ -4,22 +4,14 @@
 #include <cmath>
 #include <cstdint>
 
-qcShapeInfo::qcShapeInfo() : starts_(1, 0.0) {}
-
 qcShapeInfo::qcShapeInfo(const qcShape& shape) : qcShapeInfo() {
   append_(0, shape);
   closed_ = shape.isRegion();
 }
 
-double qcShapeInfo::pieceLength(long piece) const {
-  checkPiece(piece);
-  return lengths_[static_cast<std::size_t>(piece)];
-}
+double qcShapeInfo::pieceLength(long piece) const { return checkedPiece(piece).length; }
 
-double qcShapeInfo::startOf(long piece) const {
-  checkPiece(piece);
-  return starts_[static_cast<std::size_t>(piece)];
-}
+double qcShapeInfo::startOf(long piece) const { return checkedPiece(piece).start; }
 
 qcPerimPos qcShapeInfo::perimPos(double distance) const {
   if (numPieces() == 0) throw qcShapesError::EmptyShape();
@@ -27,6 +19,7 @@ qcPerimPos qcShapeInfo::perimPos(double distance) const {
   if (closed_ && total > 0) {
     distance = std::fmod(distance, total);
     if (distance < 0) distance += total;
+    if (distance >= total) distance = 0;  // a tiny step back from the start, rounded
   }
   if (std::isnan(distance)) throw qcShapesError::BadParams();
   distance = std::max(distance, 0.0);
@@ -35,18 +28,19 @@ qcPerimPos qcShapeInfo::perimPos(double distance) const {
     return closed_ ? qcPerimPos() : qcPerimPos(last, pieceLength(last));
   }
   // The last piece that starts at or before the distance; pieces of length 0 give way to the one behind them.
-  const auto above = std::upper_bound(starts_.begin(), starts_.end(), distance);
-  const auto piece = static_cast<std::size_t>(above - starts_.begin()) - 1;
-  return {static_cast<std::int32_t>(piece), std::min(distance - starts_[piece], lengths_[piece])};
+  const auto isBefore = [](double place, const Piece& piece) { return place < piece.start; };
+  const auto piece = std::upper_bound(pieces_.begin(), pieces_.end(), distance, isBefore) - 1;
+  const auto index = static_cast<std::int32_t>(piece - pieces_.begin());
+  return {index, std::min(distance - piece->start, piece->length)};
 }
 
 qcPerimPos qcShapeInfo::perimPos(const qcPerimPos& from, double distance) const {
   if (numPieces() == 0) throw qcShapesError::EmptyShape();
-  const double length = pieceLength(from.index());
+  const Piece& piece = checkedPiece(from.index());
   // On the same piece no digits are lost to the distance of the piece from the start.
   const double moved = from.distance() + distance;
-  if (moved >= 0 && moved < length) return {from.index(), moved};
-  return perimPos(startOf(from.index()) + moved);
+  if (moved >= 0 && moved < piece.length) return {from.index(), moved};
+  return perimPos(piece.start + moved);
 }
 
 double qcShapeInfo::distanceAlong(const qcPerimPos& position) const {
@@ -66,9 +60,9 @@ void qcShapeInfo::append_(long first, const qcShape& shape) {
   if (shape.isEmpty()) return;
   std::vector<double> added;
   shape.pieceLengths_(added);
-  std::vector<double> all = lengths_;
+  std::vector<double> all = lengths();
   all.insert(all.begin() + first, added.begin(), added.end());
-  assign(std::move(all));
+  assign(all);
 }
 
 void qcShapeInfo::flatten_(qcShapeInfo& contour, bool closed) const {
@@ -84,34 +78,43 @@ void qcShapeInfo::extract_(long piece, qcShapeInfo& alone) const {
 
 void qcShapeInfo::mapShape_(double factor, qcShapeInfo& mapped) const {
   if (!(factor >= 0)) throw qcShapesError::BadParams();
-  std::vector<double> scaled = lengths_;
+  std::vector<double> scaled = lengths();
   for (double& length : scaled) length *= factor;
-  mapped.assign(std::move(scaled));
+  mapped.assign(scaled);
   mapped.closed_ = closed_;
 }
 
 void qcShapeInfo::reverseRecurs_(long first, long last) {
   if (first < 0 || first > last || last > numPieces()) throw qcShapesError::BadIndex();
-  std::vector<double> all = lengths_;
+  std::vector<double> all = lengths();
   std::reverse(all.begin() + first, all.begin() + last);
-  assign(std::move(all));
+  assign(all);
 }
 
-void qcShapeInfo::assign(std::vector<double> lengths) {
+std::vector<double> qcShapeInfo::lengths() const {
+  std::vector<double> all;
+  all.reserve(pieces_.size());
+  for (const Piece& piece : pieces_) all.push_back(piece.length);
+  return all;
+}
+
+void qcShapeInfo::assign(const std::vector<double>& lengths) {
   if (lengths.size() >= INT32_MAX) throw qcShapesError::BadIndex();  // positions could not number the pieces
-  std::vector<double> starts(1, 0.0);
-  starts.reserve(lengths.size() + 1);
+  std::vector<Piece> pieces;
+  pieces.reserve(lengths.size());
+  double start = 0;
   for (double length : lengths) {
     if (!(length >= 0)) throw qcShapesError::InfiniteExtent();
-    starts.push_back(starts.back() + length);
+    pieces.push_back({start, length});
+    start += length;
   }
-  if (!std::isfinite(starts.back())) throw qcShapesError::InfiniteExtent();
-  lengths_ = std::move(lengths);
-  starts_ = std::move(starts);
+  if (!std::isfinite(start)) throw qcShapesError::InfiniteExtent();
+  pieces_ = std::move(pieces);
 }
 
-void qcShapeInfo::checkPiece(long piece) const {
+const qcShapeInfo::Piece& qcShapeInfo::checkedPiece(long piece) const {
   if (piece < 0 || piece >= numPieces()) throw qcShapesError::BadIndex();
+  return pieces_[static_cast<std::size_t>(piece)];
 }
 
 void qfConvertPerimPositions(const qcShapeInfo& from, long fromPiece, const qcShapeInfo& to, long toPiece,

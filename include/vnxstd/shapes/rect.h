@@ -18,6 +18,9 @@ class VNXSTD_EXPORT qcRect : public qcShape {
   /// A negative width or height w moves the origin by -w and becomes |w|: the rectangle is moved, not flipped.
   qcRect(const qcVector<2>& origin, const qcVector<2>& size);
   qcRect(const qcPelRect& pels);
+  /// The smallest rectangle from `low` that contains `high`: where their difference is rounded down, the size is the
+  /// next larger number. A corner `high` below `low` gives a negative size.
+  static qcRect fromCorners(const qcVector<2>& low, const qcVector<2>& high);
   static qcPersistent* make();
 
   const qcVector<2>& origin() const { return origin_; }
@@ -45,7 +48,7 @@ class VNXSTD_EXPORT qcRect : public qcShape {
   /// The part in both. The default rectangle when one of them is degen, or the common part has no positive width and
   /// height.
   qcRect operator&(const qcRect& other) const;
-  /// The smallest rectangle that contains both.
+  /// The smallest rectangle that contains both: the smaller origins and the larger far edges, whatever the sizes.
   qcRect enclose(const qcRect& other) const;
   /// The pixel rectangle from the floor of the origin to the ceiling of the far corner, clamped to the 32-bit range of
   /// pixel coordinates and sizes.

@@ -127,7 +127,7 @@ class VNXSTD_EXPORT qcShape::qcSampleResult {
   }
 
   /// Stores or loads a version byte (0) and the four vectors. Throws qcArchive::BadContent when the chains are not
-  /// valid; a load that throws leaves the result as it was.
+  /// valid, which no reader would take; a load that throws leaves the result as it was.
   friend VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, qcSampleResult& result);
 
  private:

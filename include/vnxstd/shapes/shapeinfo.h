@@ -8,19 +8,20 @@
 
 /// The lengths of the pieces of a shape's boundary and where along the whole boundary each of them starts. It is made
 /// once per shape and then answers in a time that is logarithmic in the number of pieces. A value: it keeps no
-/// reference to the shape, and holds for as long as the shape is not changed.
+/// reference to the shape, and holds for as long as the shape is not changed. What was moved from is left without
+/// pieces.
 ///
 /// Distances are measured from the start of the whole boundary. That of a region is closed and distances on it wrap
 /// around; every other is open and distances are clamped to it.
 class VNXSTD_EXPORT qcShapeInfo {
  public:
   /// The information of an empty shape.
-  qcShapeInfo();
+  qcShapeInfo() = default;
   /// Throws qcShapesError::InfiniteExtent when a piece of the shape has no finite length. Linear in the number of
   /// pieces.
   explicit qcShapeInfo(const qcShape& shape);
 
-  long numPieces() const { return static_cast<long>(lengths_.size()); }
+  long numPieces() const { return static_cast<long>(pieces_.size()); }
   bool isClosed() const { return closed_; }
   /// The length of a piece, and the distance at which it starts. Throws qcShapesError::BadIndex when there is no such
   /// piece.
@@ -28,7 +29,7 @@ class VNXSTD_EXPORT qcShapeInfo {
   double startOf(long piece) const;
 
   /// The length of the whole boundary.
-  double perimeter() const { return starts_.back(); }
+  double perimeter() const { return pieces_.empty() ? 0 : pieces_.back().start + pieces_.back().length; }
 
   // These throw qcShapesError::EmptyShape without pieces, BadIndex for a position on a piece that does not exist, and
   // BadParams for a distance that is no number, or infinite on a closed boundary.
@@ -63,11 +64,16 @@ class VNXSTD_EXPORT qcShapeInfo {
   friend bool operator==(const qcShapeInfo&, const qcShapeInfo&) = default;
 
  private:
-  void assign(std::vector<double> lengths);
-  void checkPiece(long piece) const;
+  struct Piece {
+    double start, length;
+    friend bool operator==(const Piece&, const Piece&) = default;
+  };
 
-  std::vector<double> lengths_;  // of each piece
-  std::vector<double> starts_;   // of each piece, and behind them the whole length
+  std::vector<double> lengths() const;
+  void assign(const std::vector<double>& lengths);
+  const Piece& checkedPiece(long piece) const;
+
+  std::vector<Piece> pieces_;
   bool closed_ = false;
 };
 
