@@ -75,6 +75,9 @@ void addGauge(CLI::App& app, GaugeCall& call) {
 
 int run(int argc, char** argv) {
   CLI::App app{"Measures features in bitmaps and says what bitmaps and archives hold", "vnx"};
+  app.footer(
+      "Exit status: 0 done, 1 nothing found (demo: or out of tolerance), 2 a wrong call, 3 a file or standard output "
+      "failed");
   app.require_subcommand(1);
   GaugeCall gaugeCall;
   addGauge(app, gaugeCall);
