@@ -367,6 +367,10 @@ TEST(PelFunc, EmptyWindowsAndValuesThatDoNotFit) {
   EXPECT_TRUE(counts.empty());
   EXPECT_THROW(qfPelMin(none), qcPelFunc::BadParams);
   EXPECT_FALSE(qfPelEqual(image, none));
+  qcPelBuffer<unsigned short> flat(image);
+  flat.subWindow(0, 4, 5, 0);
+  EXPECT_FALSE(qfPelEqual(flat, none));  // neither has a pel, yet their sizes differ
+  EXPECT_THROW(qfPelEqual(qcPelBuffer<qc3PlanePel>(5, 4), qcPelBuffer<qc3PlanePel>()), qcPel::UnboundWindow);
 
   qcPelBuffer<long> words(3, 3);
   qfPelClear(words);

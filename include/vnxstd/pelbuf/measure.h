@@ -45,13 +45,15 @@ VNXSTD_EXPORT bool qf_PelEqual(qc_PelRows<const E> a, qc_PelRows<const E> b);
 /// NaN differs from everything, itself included, and +0 equals -0. Packed colours count with all their bits.
 template <class T>
 bool qfPelEqual(const qcPelBuffer_const<T>& a, const qcPelBuffer_const<T>& b) {
+  if (!a.isBound() || !b.isBound()) throw qcPel::UnboundWindow();
+  if (a.size() != b.size()) return false;
   if constexpr (qcFlatPelType<T>) {
     using Element = typename qcPelTraits<T>::Element;
     using Compared = std::conditional_t<std::is_floating_point_v<Element>, const Element, const unsigned char>;
     return qf_PelEqual(qf_PelRowsAs<Compared>(qf_PelRows(a)), qf_PelRowsAs<Compared>(qf_PelRows(b)));
   } else {
-    return a.size() == b.size() && qfPelEqual(a.planeBuffer(0), b.planeBuffer(0)) &&
-           qfPelEqual(a.planeBuffer(1), b.planeBuffer(1)) && qfPelEqual(a.planeBuffer(2), b.planeBuffer(2));
+    return qfPelEqual(a.planeBuffer(0), b.planeBuffer(0)) && qfPelEqual(a.planeBuffer(1), b.planeBuffer(1)) &&
+           qfPelEqual(a.planeBuffer(2), b.planeBuffer(2));
   }
 }
 

@@ -33,7 +33,7 @@ VNXSTD_EXPORT void qf_PelPrepareMove(qc_PelBuffer& src, qc_PelBuffer& dst);
 /// Gives an unbound destination a new image of `width` by `height` pels with the image coordinates of `src`'s
 /// upper-left pel and its client transform; a bound destination is left alone. Returns whether it allocated. The pels
 /// are not cleared. Throws qcPel::UnboundWindow when `src` is unbound, qcRectErrors::NegativeSize for a negative size,
-/// and what allocating throws.
+/// qcPel::BadWindow when image coordinates would not fit 32 bits, and what allocating throws.
 template <class D>
 bool qfPelAlloc(const qc_PelBuffer& src, qcPelBuffer<D>& dst, long width, long height) {
   if (!src.isBound()) throw qcPel::UnboundWindow();
