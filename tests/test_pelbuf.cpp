@@ -682,6 +682,18 @@ TEST(BufferArchive, WhatIsNoBufferLeavesTheTargetAlone) {
   EXPECT_EQ(loadInto(inside), kContent);
 }
 
+TEST(BufferArchive, PlanesAreStoredAnewWhenTheirImageChanges) {
+  const qcPelBuffer<qc3PlanePel> image(1, 1);
+  image.put(0, 0, {1, 2, 3});
+  qcPelBuffer<unsigned char> plane = image.planeBuffer(1), before, after;
+  qcMemoryArchive out(kLittle, false);
+  out || plane;
+  image.put(0, 0, {4, 5, 6});
+  out || plane;
+  load(out.toVector(), before, after);
+  EXPECT_TRUE(before.get(0, 0) == 2 && after.get(0, 0) == 5);
+}
+
 TEST(BufferArchive, BuffersOfOneRootShareItAgain) {
   qcPelBuffer<double> whole(64, 64), part(whole), other(0, 0), wholeBack, partBack, otherBack;
   std::memset(static_cast<void*>(whole.rep()->pels()), 0, 64 * 64 * 8);

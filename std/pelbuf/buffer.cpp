@@ -1,13 +1,14 @@
 #include "vnxstd/pelbuf/buffer.h"
 
 #include <algorithm>
-#include <cstring>
 #include <functional>
 #include <limits>
 #include <tuple>
 
 #include "vnxstd/archive/archive.h"
+#include "vnxstd/except/failure.h"
 #include "vnxstd/math/xflinear.h"
+#include "zrtsys/memory.h"
 
 namespace {
 
@@ -228,6 +229,15 @@ qcArchive& operator||(qcArchive& archive, qc_PelBuffer& buffer) {
 
 // --- typed access ---------------------------------------------------------------------------------------------------
 
+namespace {
+
+template <class Stored>
+std::int64_t bytesOf(long pels) {
+  return std::int64_t{pels} * static_cast<std::int64_t>(sizeof(Stored));
+}
+
+}  // namespace
+
 template <class T>
 bool qcPelBuffer_const<T>::contains(const Stored* address) const noexcept {
   const Stored* const first = upperLeft();
@@ -241,26 +251,22 @@ bool qcPelBuffer_const<T>::contains(const Stored* address) const noexcept {
 
 template <class T>
 void qcPelBuffer_const<T>::copyToBuffer(Stored* pels) const {
-  this->boundRoot();
-  const Stored* row = upperLeft();
-  if (!row) return;
-  if (!pels) throw qcPelFunc::BadParams();
-  const auto rowPels = static_cast<std::size_t>(this->width());
-  for (long y = 0; y < this->height(); ++y, pels += rowPels) {
-    std::memcpy(pels, row + static_cast<std::ptrdiff_t>(this->rowUpdate()) * y, rowPels * sizeof(Stored));
-  }
+  const qc_PelRoot& root = this->boundRoot();
+  const Stored* const first = upperLeft();
+  if (!first) return;
+  qfThrowExceptionOnFailure(zrtsys::copyRect(
+      pels, bytesOf<Stored>(this->width()), first, bytesOf<Stored>(root.rowUpdate()),
+      static_cast<std::uint64_t>(bytesOf<Stored>(this->width())), static_cast<std::uint64_t>(this->height())));
 }
 
 template <class T>
 void qcPelBuffer<T>::copyFromBuffer(const Stored* pels) const {
-  this->boundRoot();
-  Stored* const row = pointToOffset();
-  if (!row) return;
-  if (!pels) throw qcPelFunc::BadParams();
-  const auto rowPels = static_cast<std::size_t>(this->width());
-  for (long y = 0; y < this->height(); ++y, pels += rowPels) {
-    std::memcpy(row + static_cast<std::ptrdiff_t>(this->rowUpdate()) * y, pels, rowPels * sizeof(Stored));
-  }
+  const qc_PelRoot& root = this->boundRoot();
+  Stored* const first = pointToOffset();
+  if (!first) return;
+  qfThrowExceptionOnFailure(zrtsys::copyRect(
+      first, bytesOf<Stored>(root.rowUpdate()), pels, bytesOf<Stored>(this->width()),
+      static_cast<std::uint64_t>(bytesOf<Stored>(this->width())), static_cast<std::uint64_t>(this->height())));
 }
 
 // --- buffers of three planes ----------------------------------------------------------------------------------------
@@ -277,18 +283,6 @@ qcPelBuffer<unsigned char> qcPelBuffer_const<qc3PlanePel>::plane(int index) cons
   return result;
 }
 
-qc3PlanePelRef_const qcPelBuffer_const<qc3PlanePel>::get(long x, long y) const {
-  const std::uint64_t c = column(x), r = row(y);
-  if (!isInside(c, r)) throwOutside(x, y);
-  const auto rootColumn = static_cast<std::ptrdiff_t>(c) + windowRoot().x0();
-  const auto rootRow = static_cast<std::ptrdiff_t>(r) + windowRoot().y0();
-  const auto at = [&](int index) -> const unsigned char& {
-    const qcPelRoot<unsigned char>& plane = *typedRoot()->plane(index);
-    return plane.pels()[static_cast<std::ptrdiff_t>(plane.rowUpdate()) * rootRow + rootColumn];
-  };
-  return {at(0), at(1), at(2)};
-}
-
 void qcPelBuffer_const<qc3PlanePel>::copyToBuffer(qc3PlanePel* pels) const {
   boundRoot();
   if (windowRoot().isNull()) return;
@@ -298,15 +292,6 @@ void qcPelBuffer_const<qc3PlanePel>::copyToBuffer(qc3PlanePel* pels) const {
     const unsigned char* const rows[3] = {planes[0].pointToRow(y), planes[1].pointToRow(y), planes[2].pointToRow(y)};
     for (long x = 0; x < width(); ++x) *pels++ = {rows[0][x], rows[1][x], rows[2][x]};
   }
-}
-
-void qcPelBuffer<qc3PlanePel>::put(long x, long y, const qc3PlanePel& value) const {
-  const qc3PlanePelRef_const to = get(x, y);
-  rep()->mutating();
-  // The planes are this buffer's to write; the reference type only keeps readers from it.
-  const_cast<unsigned char&>(to.plane0()) = value.plane0();
-  const_cast<unsigned char&>(to.plane1()) = value.plane1();
-  const_cast<unsigned char&>(to.plane2()) = value.plane2();
 }
 
 void qcPelBuffer<qc3PlanePel>::copyFromBuffer(const qc3PlanePel* pels) const {

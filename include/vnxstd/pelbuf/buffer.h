@@ -308,7 +308,11 @@ class VNXSTD_EXPORT qcPelBuffer_const<qc3PlanePel> : public qc_TypedPelBuffer<qc
   using qc_TypedPelBuffer<qc3PlanePel>::qc_TypedPelBuffer;
 
   /// The pel at these image coordinates, which refers to the pels of the planes. Throws as for the other buffers.
-  qc3PlanePelRef_const get(long x, long y) const;
+  qc3PlanePelRef_const get(long x, long y) const {
+    const std::ptrdiff_t place = pelPlace(x, y);
+    const qcPelRoot<qc3PlanePel>& root = *typedRoot();
+    return {root.plane(0)->pels()[place], root.plane(1)->pels()[place], root.plane(2)->pels()[place]};
+  }
   qc3PlanePelRef_const get(const qcPair<long>& at) const { return get(at.x(), at.y()); }
 
   /// Copies the window, row by row, to width() * height() pels; throws as for the other buffers.
@@ -320,6 +324,14 @@ class VNXSTD_EXPORT qcPelBuffer_const<qc3PlanePel> : public qc_TypedPelBuffer<qc
 
  protected:
   qcPelBuffer<unsigned char> plane(int index) const;
+  /// Where the pel is in each plane, counted from pel (0, 0) of the root; throws as get.
+  std::ptrdiff_t pelPlace(long x, long y) const {
+    const std::uint64_t c = column(x), r = row(y);
+    if (!isInside(c, r)) throwOutside(x, y);
+    const qcPelRect& window = windowRoot();
+    return static_cast<std::ptrdiff_t>(typedRoot()->rowUpdate()) * (static_cast<std::ptrdiff_t>(r) + window.y0()) +
+           (static_cast<std::ptrdiff_t>(c) + window.x0());
+  }
 };
 
 template <>
@@ -330,9 +342,19 @@ class VNXSTD_EXPORT qcPelBuffer<qc3PlanePel> : public qcPelBuffer_const<qc3Plane
   qcPelBuffer() = default;
   explicit qcPelBuffer(const qcPelBuffer_const<qc3PlanePel>& other) : qcPelBuffer_const<qc3PlanePel>(other) {}
 
-  void put(long x, long y, const qc3PlanePel& value) const;
+  void put(long x, long y, const qc3PlanePel& value) const {
+    const std::ptrdiff_t place = pelPlace(x, y);
+    rep()->mutating();
+    const unsigned char values[] = {value.plane0(), value.plane1(), value.plane2()};
+    for (int i = 0; i < 3; ++i) {
+      rep()->plane(i)->mutating();  // planes can be archived by themselves
+      rep()->plane(i)->pels()[place] = values[i];
+    }
+  }
   void put(const qcPair<long>& at, const qc3PlanePel& value) const { put(at.x(), at.y(), value); }
   void copyFromBuffer(const qc3PlanePel* pels) const;
+  /// A plane to write to, otherwise as for reading. Handing it out counts as a change of the image, writing to it later
+  /// does not: ask for it again when the image was archived in between.
   qcPelBuffer<unsigned char> planeBuffer(int index) const;
   qcPelRoot<qc3PlanePel>* rep() const noexcept { return typedRoot(); }
 };
