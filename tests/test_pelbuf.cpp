@@ -406,6 +406,7 @@ TEST(Buffer, ValuesThatDoNotFitAreRefused) {
   if constexpr (sizeof(long) > 4) {
     EXPECT_THROW(pairs.put(0, 0, {INT32_MAX + 1L, 0}), qcPelFunc::Range);
     EXPECT_THROW(qcPelBuffer<unsigned long>(1, 1).put(0, 0, ULONG_MAX), qcPelFunc::Range);
+    EXPECT_THROW(pairs.rep()->vectToPels(pairs.windowRoot(), {{1, 2}, {3, LONG_MAX}}), qcPelFunc::Range);
   }
   EXPECT_EQ(pairs.get(0, 0), qcPair<long>(INT32_MIN, INT32_MAX));
 }
@@ -556,8 +557,12 @@ TEST(RootArchive, HostileHeadersTakeNoMemory) {
   EXPECT_EQ(*root.pels(), 0xCC);  // two optional values were skipped
   qcPelRoot<double> reals;
   EXPECT_EQ(loadRoot("000000 FFFFFF7F FFFFFF7F 01000000 00000000", reals), kEof);  // 65 bits of bytes
-  // 2000 bytes that would unfold into 125 MiB of padding.
-  EXPECT_EQ(loadRoot("000000 01000000 D0070000 00000100 00000000" + std::string(4000, '7'), root), kContent);
+  // 16 bytes that unfold into 1 MiB, and 17.
+  EXPECT_EQ(loadRoot("000000 01000000 10000000 00000100 00000000" + std::string(32, '7'), root), "ok");
+  EXPECT_EQ(loadRoot("000000 01000000 11000000 00000100 00000000" + std::string(34, '7'), root), kContent);
+  unsigned char memory[17] = {};
+  qcPelRoot<unsigned char> column(1, 17, 1, memory, 65536);
+  EXPECT_EQ(outcomeOf([&] { store(kLittle, column); }), kContent);  // nobody could read it
 }
 
 TEST(RootArchive, WindowsKeepTheirRootWhenItIsLoadedInPlace) {

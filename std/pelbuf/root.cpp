@@ -216,15 +216,21 @@ void loadGrowing(qcArchive& archive, qc_PelStorage& storage) {
       arrived.data(), static_cast<std::int64_t>(rowBytes), rowBytes, static_cast<std::uint64_t>(storage.height)));
 }
 
+/// Refuses a geometry that is nearly all padding, by which a few bytes would claim much memory.
+void checkPadding(const qc_PelStorage& geometry, unsigned pelSize) {
+  constexpr std::uint64_t kFreePadding = std::uint64_t{1} << 20, kPaddingFactor = 256;
+  const std::uint64_t pelBytes = bytesOf(product(geometry.width, geometry.height), pelSize);
+  const std::uint64_t paddedBytes = bytesOf(product(geometry.rowUpdate, geometry.height), pelSize);
+  if (paddedBytes > kFreePadding && paddedBytes / kPaddingFactor > pelBytes) throw qcArchive::BadContent(kSource, 292);
+}
+
 /// Takes memory for the geometry in `storage` and loads the pels, believing no size that the medium cannot back.
 template <class T>
 void loadPels(qcArchive& archive, qc_PelStorage& storage) {
-  constexpr std::uint64_t kFreePadding = std::uint64_t{64} << 20, kPaddingFactor = 256;
   const std::uint64_t pelBytes = bytesOf(product(storage.width, storage.height), sizeof(qcStoredPel<T>));
-  const std::uint64_t paddedBytes = bytesOf(product(storage.rowUpdate, storage.height), sizeof(qcStoredPel<T>));
   const qcInt64 remaining = archive.remaining();
   if (remaining >= 0 && pelBytes > static_cast<std::uint64_t>(remaining)) throw qcArchive::Eof(kSource, 291);
-  if (paddedBytes > kFreePadding && paddedBytes / kPaddingFactor > pelBytes) throw qcArchive::BadContent(kSource, 292);
+  checkPadding(storage, sizeof(qcStoredPel<T>));
   if (remaining < 0) {
     loadGrowing<T>(archive, storage);
   } else {
@@ -301,6 +307,9 @@ void qcPelRoot<T>::vectToPels(const qcPelRect& rectangle, const std::vector<T>& 
     throw qcPelFunc::BadParams();
   }
   if (rectangle.isNull()) return;
+  if constexpr (!std::is_same_v<T, Stored>) {
+    for (const T& value : values) qcPelTraits<T>::store(value);  // throws before a pel is written
+  }
   mutating();
   auto value = values.begin();
   for (long y = rectangle.y0(); y < rectangle.y1(); ++y) {
@@ -317,6 +326,9 @@ void qcPelRoot<T>::dispatchSerialize(qcArchive& archive) {
 template <class T>
 void qcPelRoot<T>::serialize_(qcArchive& archive, unsigned char version) {
   qf_CheckErrorVersion(version, typeid(qcPelRoot));
+  if (archive.isStoring()) {  // what no reader would take; memory of the caller's can have other rows than readers make
+    checkPadding(qc_PelStorage(width(), height(), sizeof(Stored), alignModulus()), sizeof(Stored));
+  }
   qc_PelRoot::dispatchSerialize(archive);
   if (archive.isStoring()) {
     flagsWord<T>(archive);

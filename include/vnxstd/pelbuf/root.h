@@ -7,6 +7,11 @@
 //
 // A root of width or height 0 is the empty root, with neither rows nor pels. New pels are not cleared: they hold
 // whatever the memory held.
+//
+// Archives keep the alignment, not the distance between rows. So that a few bytes cannot claim much memory, they take
+// no root that is nearly all padding: one whose rows, aligned, take more than 1 MiB and more than 256 times the bytes
+// of its pels is qcArchive::BadContent, when it is stored as when it is loaded. Below an alignment of 257 there is
+// none.
 #pragma once
 
 #include <cstdint>
@@ -154,8 +159,9 @@ class VNXSTD_EXPORT qcPelRoot : public qc_PelRoot {
   /// Reads a rectangle row by row into a vector, which takes its size. Throws qcPel::BadWindow when the rectangle is
   /// not inside the root; cost and memory in proportion to the rectangle.
   void pelsToVect(const qcPelRect& rectangle, std::vector<T>& values) const;
-  /// Writes a rectangle row by row from a vector. Throws qcPelFunc::BadParams, having written nothing, when the vector
-  /// is not of the rectangle's size, and qcPelFunc::Range at a value that does not fit, having written those before it.
+  /// Writes a rectangle row by row from a vector. Throws qcPel::BadWindow as above, qcPelFunc::BadParams when the
+  /// vector is not of the rectangle's size, and qcPelFunc::Range for a value that does not fit, before a pel is
+  /// written.
   void vectToPels(const qcPelRect& rectangle, const std::vector<T>& values);
 
  protected:
