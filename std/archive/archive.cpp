@@ -181,7 +181,7 @@ void qcArchive::seek(long offset, int origin) {
   if (origin < 0 || origin > 2) throw BadBuffer(kArchiveSource, kSeekLine);
   const std::streamoff base = origin == 0 ? 0 : origin == 1 ? this->offset() : std::max(highWater_, endOffset());
   constexpr std::streamoff kMost = std::numeric_limits<std::streamoff>::max();
-  if (offset > 0 && base > kMost - offset) throw BadBuffer(kArchiveSource, kSeekLine);
+  if (base < 0 || (offset > 0 && base > kMost - offset)) throw BadBuffer(kArchiveSource, kSeekLine);
   seek(Position(base + offset));
 }
 

@@ -98,8 +98,8 @@ class qcStrstreambuf : public std::streambuf {
     data_ = own_ = larger;
     capacity_ = wanted;
     size_ = end;
-    readFrom(reading);
     writeFrom(place);
+    readFrom(reading);  // up to where writing has come
   }
 
   char* data_ = nullptr;
