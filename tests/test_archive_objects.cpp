@@ -85,6 +85,8 @@ class Node : public virtual qcRepBase, public virtual qcPersistent {
   }
 };
 
+class CountedPet : public Pet, public qcRepBase {};
+
 const qc_Instantiator petRegistered(typeid(Pet), &Pet::make), nodeRegistered(typeid(Node), &Node::make);
 
 using NodeHandle = qcPtrHandle<Node>;
@@ -331,6 +333,33 @@ TEST(Pointers, ACopyOfAKnownObjectIsReadAndThrownAway) {
   EXPECT_THROW(*archive || fourth, qcArchive::NotFound);
 }
 
+TEST(Pointers, AnObjectGivenAsAPlainPointerStaysWithTheCaller) {
+  const auto node = [](const std::string& edges, int count) {
+    return kNodeName + kMarker + fromHex("0000") + stored(kBig, false, std::string(), count) + edges +
+           stored(kBig, false, 0) + record(0, 0) + record(0, 0);
+  };
+  const std::string self = record(1, 1, node(record(1, 0), 1));  // a copy that holds the object, and is thrown away
+  const std::string inside = record(2, 1, node("", 0)) + record(2, 1, node(record(1, 0), 1));
+  for (const std::string& bytes : {record(1, 1, node("", 0)) + self, record(1, 1, node("", 0)) + record(1, 0),
+                                   record(1, 1, node(inside, 2)) + record(1, 0)}) {
+    BytesArchive archive(headOf(kBig) + bytes);
+    qcPersistent *first = nullptr, *again = nullptr;
+    qcPersistent::serializePointer(*archive, nullptr, first);
+    qcPersistent::serializePointer(*archive, nullptr, again);
+    EXPECT_EQ(first, again);
+    EXPECT_GT(alive, 0);
+    delete first;
+    ASSERT_EQ(alive, 0);
+  }
+  BytesArchive archive(headOf(kBig) + record(1, 1, node("", 0)) + record(1, 0));
+  qcPersistent* first = nullptr;
+  qcPersistent::serializePointer(*archive, nullptr, first);
+  qcPtrHandle<CountedPet> wrong;
+  EXPECT_THROW(*archive || wrong, qcArchive::BadType);
+  EXPECT_EQ(alive, 1);
+  delete first;
+}
+
 // Graphs.
 
 class Graphs : public testing::TestWithParam<bool> {
@@ -527,6 +556,38 @@ TEST(HostileArchives, RecordsThatOverlapDoNotMultiplyTheData) {
   EXPECT_EQ(alive, 0);
 }
 
+TEST(HostileArchives, NorDoTheyWhenReferencesToThemFollowEachOther) {
+  // A vector of references to nodes, each with numbers that cover all nodes behind it.
+  constexpr std::size_t kRecords = 300, kNumbers = 2000, kStride = 144;
+  const std::string name = stored(kBig, false, std::string(kStride - 44 - 2 * kNodeName.size(), 'n'));
+  std::string references, records;
+  for (std::size_t i = 1; i <= kRecords; ++i) {
+    std::string reference = record(static_cast<int>(i), 0);
+    reference.replace(14, 4, stored(kBig, false, static_cast<int>(6 + kRecords * 18 + records.size())));
+    references += reference;
+    const std::size_t count = (kRecords - i) * kStride / 8 + kNumbers;
+    records += record(static_cast<int>(i), 1, kNodeName + kMarker) + fromHex("6F8B6844 00") +
+               stored(kBig, false, static_cast<int>(name.size() + 46 + count * 8)) + kNodeName + fromHex("0000") +
+               name + stored(kBig, false, 0, static_cast<int>(count));
+    ASSERT_EQ(records.size(), i * kStride);
+  }
+  BytesArchive archive(headOf(kBig, true) + stored(kBig, false, static_cast<int>(kRecords)) + references + records +
+                           std::string(kNumbers * 8, '\0') + record(0, 0) + record(0, 0),
+                       true);
+  std::vector<NodeHandle> nodes;
+  const PeakAllocation peak;
+  EXPECT_THROW(*archive || nodes, qcArchive::BadContent);
+  EXPECT_LT(peak.bytes(), 1000000U);
+  // What is let go of makes room: the first one can be read as often as one likes.
+  for (int round = 0; round < 100; ++round) {
+    nodes.clear();
+    archive->seek(6, 0);
+    NodeHandle first;
+    *archive || first;
+    EXPECT_GT(first->data.size(), kNumbers);
+  }
+}
+
 // Objects that archives hold.
 
 TEST(HeldObjects, AreStoredAnewOnceTheyChange) {
@@ -682,6 +743,23 @@ TEST(SeekableArchives, CanBeReadAtAnyObjectAndAppendedTo) {
     for (const auto& root : written) dissolve(root);
   }
   EXPECT_EQ(alive, 0);
+}
+
+TEST(SeekableArchives, CanBeReadFromTheInsideOut) {
+  std::vector<NodeHandle> chain{NodeHandle(new Node)};
+  for (int i = 0; i < 100; ++i) {
+    chain.emplace_back(new Node);
+    chain.back()->edges = {chain[chain.size() - 2]};
+  }
+  qcMemoryArchive out(kBig, true);
+  out << chain.back();
+  const auto start = out.tell();
+  out << chain;
+  BytesArchive in(std::string(out.bytes().begin(), out.bytes().end()), true);
+  in->seek(start);
+  std::vector<NodeHandle> back;
+  *in || back;
+  EXPECT_EQ(reachable(back.back()).size(), chain.size());
 }
 
 TEST(SeekableArchives, SkipWhatAClassDoesNotKnowAndCheckSizes) {

@@ -57,6 +57,7 @@ qc_HeldTable::Place qc_HeldTable::enterMade(qcPersistent* object, const qcRepBas
   entry.rep = rep;
   entry.making = true;
   entry.given = given;
+  entry.lent = !given;
   try {
     if (id == 0) return place;
     if (const auto index = static_cast<std::size_t>(id) - 1; index < dense_.size()) {
@@ -79,6 +80,11 @@ void qc_HeldTable::markStored(Entry& entry, std::int32_t id) noexcept {
   entry.object->held_.fetch_or(qcPersistent::kStored, std::memory_order_relaxed);
 }
 
+void qc_HeldTable::charge(Entry& entry, std::streamoff read) noexcept {
+  entry.read += read;
+  charged_ += read;
+}
+
 void qc_HeldTable::giveBack(Entry& entry) noexcept { entry.place = std::exchange(free_, entry.place); }
 
 void qc_HeldTable::remove(Entry& entry) noexcept {
@@ -86,6 +92,7 @@ void qc_HeldTable::remove(Entry& entry) noexcept {
   if (const auto found = sparse_.find(entry.loaded); found != sparse_.end() && found->second == entry.place) {
     sparse_.erase(found);
   }
+  charged_ -= entry.read;
   entry = {.place = entry.place, .making = entry.making};
   if (!entry.making) giveBack(entry);
 }
@@ -119,6 +126,7 @@ void qc_HeldTable::letGo() noexcept {
   elsewhere_.clear();
   dense_.clear();
   sparse_.clear();
+  charged_ = 0;
 }
 
 void qc_HeldTable::forgetStored(qcPersistent* object) noexcept {

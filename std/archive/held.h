@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ios>
 #include <memory>
 #include <unordered_map>
 #include <vector>
@@ -29,7 +30,9 @@ class qc_HeldTable {
     bool making = false;             // made by the load under way; its place is not given away meanwhile
     bool complete = false;           // its body is loaded
     bool given = false;              // some handle was given it
+    bool lent = false;               // it was given as a plain pointer, to somebody who will destroy it
     bool dropped = false;            // all handles have let go of it while the load lasted
+    std::streamoff read = 0;         // bytes that a reference to it had the archive read elsewhere
   };
   qc_HeldTable() = default;
   ~qc_HeldTable() { letGo(); }
@@ -53,6 +56,10 @@ class qc_HeldTable {
   void release(Place place) noexcept;
 
   void markStored(Entry& entry, std::int32_t id) noexcept;
+
+  /// Counts what was read elsewhere for an object, as long as it lives.
+  void charge(Entry& entry, std::streamoff read) noexcept;
+  std::streamoff charged() const noexcept { return charged_; }
 
   /// Forgets all objects. Takes the lock.
   void letGo() noexcept;
@@ -80,6 +87,8 @@ class qc_HeldTable {
   std::unordered_map<const qcPersistent*, Place> elsewhere_;  // objects that know a place in another table
   std::vector<Place> dense_;                                  // of identifiers 1 to n, as archives are written
   std::unordered_map<std::int32_t, Place> sparse_;            // of all others
+
+  std::streamoff charged_ = 0;  // of all entries
 
   bool linked_ = false;
   qc_HeldTable* previous_ = nullptr;

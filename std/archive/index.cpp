@@ -128,16 +128,18 @@ class qc_ArchiveIndex::LoadGuard {
   bool succeeded_ = false;
 };
 
-// Gives back a count that was taken for a handle, unless the handle gets it.
+// Gives back a count that was taken of a known object, unless a handle gets it.
 class qc_ArchiveIndex::CountGuard {
  public:
   explicit CountGuard(const Given& given) noexcept : given_(given) {}
   ~CountGuard() {
-    if (given_.rep && qcRepBase::refDec(given_.rep) == 0) delete given_.object;
+    if (given_.rep && qcRepBase::refDec(given_.rep) == 0 && given_.shared) delete given_.object;
   }
   CountGuard(const CountGuard&) = delete;
   CountGuard& operator=(const CountGuard&) = delete;
   void keep() noexcept { given_.rep = nullptr; }
+  /// The object is handed out as a plain pointer: whoever gets it destroys it.
+  void lend() noexcept { given_.shared = false; }
 
  private:
   Given given_;
@@ -294,12 +296,13 @@ void qc_ArchiveIndex::skipTo(std::streamoff bodyStart, qcUInt64 size, int line) 
     throw qcArchive::Eof(kIndexSource, line);
   }
   archive_.seekTo(bodyStart + static_cast<std::streamoff>(size));
+  chargedFrom_ += static_cast<std::streamoff>(size - taken);  // what is skipped costs nothing
 }
 
 void qc_ArchiveIndex::numberBehindData() {
   if (numbered_) return;
   // Looks for what can be the head of a record. Other data may look the same: a number is then left out.
-  constexpr std::size_t kHead = 9;  // up to the end of the identifier
+  constexpr std::size_t kHead = kRecordHead;
   const std::streamoff here = archive_.offset();
   archive_.seekTo(0);
   std::vector<unsigned char> window(kScanBytes + kHead);
@@ -309,6 +312,7 @@ void qc_ArchiveIndex::numberBehindData() {
     const std::size_t size = kept + read;
     for (std::size_t i = 0; i + kHead <= size; ++i) {
       if (!std::equal(kRecordTag.begin(), kRecordTag.end(), &window[i])) continue;
+      if ((window[i + 3] != kNarrowRecord && window[i + 3] != kWideRecord) || window[i + 4] > kRecordVersion) continue;
       std::uint32_t id;
       std::memcpy(&id, &window[i + 5], sizeof id);
       if (archive_.swapBytes_) qf_Reverse(id);
@@ -441,15 +445,20 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
   if (record.id == 0) return {};
   const Deeper deeper(pointers_);
   if (pointers_ == 1) {
-    charged_ = 0;
     chargedFrom_ = seekableOffset();
+    attributed_ = 0;
+    const std::lock_guard guard(qc_HeldTable::lock());
+    charged_ = held_.charged();
   }
   LoadGuard undo(*this);
   Given given;
   if (!owned && record.id <= lastLoaded_ && giveKnown(record.id, cast, given)) {
     CountGuard count(given);
     if (record.kind == kInline) readScratch(record);
-    count.keep();
+    const std::lock_guard guard(qc_HeldTable::lock());
+    qc_HeldTable::Entry* entry = held_.findLoaded(record.id);
+    if (entry) (cast ? entry->given : entry->lent) = true;
+    cast ? count.keep() : count.lend();
   } else {
     given = record.kind == kInline ? loadInline(record, cast, owned) : loadElsewhere(record, cast, owned);
     if (cast && !owned) qcRepBase::refInc(given.rep);
@@ -481,24 +490,22 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::castObject(qcPersistent* object, qc_Poin
   return given;
 }
 
-// Looks for an object that is loaded already.
+// Looks for an object that is loaded already, and takes a count of it.
 bool qc_ArchiveIndex::giveKnown(std::int32_t id, qc_PointerCast cast, Given& given) {
   {
     const std::lock_guard guard(qc_HeldTable::lock());
     const qc_HeldTable::Entry* entry = held_.findLoaded(id);
     if (!entry) return false;
-    given = {entry->object, entry->object, nullptr};
-    if (!cast) return true;
+    const bool shared = entry->given && !entry->lent;
+    given = {entry->object, entry->object, entry->rep, shared};
     // The last handle may be let go of on another thread at this moment.
-    if (entry->given && !qcRepBase::refIncIfOwned(entry->rep)) return false;
-    if (!entry->given && entry->rep) qcRepBase::refInc(entry->rep);
-    given.rep = entry->rep;
+    if (shared && given.rep && !qcRepBase::refIncIfOwned(given.rep)) return false;
+    if (!shared && given.rep) qcRepBase::refInc(given.rep);
   }
+  if (!cast) return true;
   CountGuard count(given);
   given.typed = cast(given.object, given.rep);
   if (!given.typed) throw qcArchive::BadType(kIndexSource, kHandleClassLine);
-  const std::lock_guard guard(qc_HeldTable::lock());
-  if (qc_HeldTable::Entry* entry = held_.findLoaded(id)) entry->given = true;
   count.keep();
   return true;
 }
@@ -546,17 +553,23 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const Record& record, qc_P
   const std::streamoff here = archive_.offset();
   if (position <= 0 || position >= archive_.endOffset()) throw qcArchive::NotFound(kIndexSource, kNotInIndexLine);
   charge(here, position);
+  const std::streamoff chargedBefore = charged_, attributedBefore = attributed_;
   archive_.seekTo(position);
   const Record target = readRecord();
   if (target.id != record.id || target.kind != kInline) throw qcArchive::NotFound(kIndexSource, kNotInIndexLine);
+  const std::size_t place = made_.size();
   const Given given = loadInline(target, cast, owned);
   charge(archive_.offset(), here);
   archive_.seekTo(here);
+  const std::streamoff own = (charged_ - chargedBefore) - (attributed_ - attributedBefore);
+  attributed_ += own;
+  const std::lock_guard guard(qc_HeldTable::lock());
+  if (qc_HeldTable::Entry& entry = held_[made_[place]]; entry.object) held_.charge(entry, own);
   return given;
 }
 
-// Counts what was read up to `position`; reading goes on at `next`. Records of one archive do not overlap, so that
-// reading all of them where they stand and once more by reference takes twice its length at most.
+// Counts what was read up to `position`; reading goes on at `next`. Records of one archive do not overlap, so that what
+// was read elsewhere for the objects that live, and what this load reads, are each at most the archive's length.
 void qc_ArchiveIndex::charge(std::streamoff position, std::streamoff next) {
   charged_ += std::max<std::streamoff>(position - chargedFrom_, 0);
   chargedFrom_ = next;
@@ -609,7 +622,7 @@ void qc_ArchiveIndex::commit() noexcept {
     for (const qc_HeldTable::Place place : made_) {
       qc_HeldTable::Entry& entry = held_[place];
       if (!entry.object || !entry.rep || qcRepBase::refDec(entry.rep) != 0) continue;
-      entry.dropped = entry.given && entry.loaded != 0;
+      entry.dropped = entry.given && !entry.lent && entry.loaded != 0;
       dropped = dropped || entry.dropped;
     }
   }

@@ -31,6 +31,7 @@ class qc_ArchiveIndex {
     qcPersistent* object = nullptr;
     void* typed = nullptr;  // as the class that the handle wants
     const qcRepBase* rep = nullptr;
+    bool shared = false;  // only handles had it before: the last one to let go destroys it
   };
   /// A null `cast` accepts every class. Only what is not owned can be referred to, and then a `cast` takes a count.
   Given loadPointer(qc_PointerCast cast, bool owned = false);
@@ -113,9 +114,11 @@ class qc_ArchiveIndex {
   std::vector<qc_HeldTable::Place> made_;
   std::vector<qc_LoadUndo::Count> counts_;
 
-  // How much the load under way has read, and from where on it reads; bounds what objects that overlap can cost.
+  // What was read for the objects that live and by the load under way, and from where on it reads; bounds what records
+  // that overlap can cost. Of what the load has read, attributed_ counts for objects that references led to.
   std::streamoff charged_ = 0;
   std::streamoff chargedFrom_ = 0;
+  std::streamoff attributed_ = 0;
 
   // Answers of the registry and of casts, by address; a clash costs no more than asking again.
   static constexpr std::size_t kCache = 16;
