@@ -231,28 +231,28 @@ TEST(Bitmaps, AnyTrailerIsReadAndPelsNeedRoom) {
     long x, y;
     bool room;
   } cases[] = {{kLeast, kLeast, true}, {kMost - 3, kMost - 2, true}, {kMost - 2, 0, false}, {0, kMost, false}};
-  const std::filesystem::path path = std::filesystem::temp_directory_path() / "vnxstd_test_far.bmp";
+  const std::wstring path = std::filesystem::temp_directory_path().wstring() + L"/vnxstd_\u00E4\u4E2D\U0001F600.bmp";
   for (const auto& c : cases) {
     qcDIB dib, again;
     dib.init(qcPelBuffer<unsigned char>(3, 2));
     dib.depth(c.y);
     dib.xOffset(c.x);
     dib.yOffset(c.y);
-    dib.write(path.wstring());
-    again.init(path.wstring());
+    dib.write(path);
+    again.init(path);
     EXPECT_EQ(qcPair<long>(again.xOffset(), again.yOffset()), qcPair<long>(c.x, c.y));
     EXPECT_EQ(again.depth(), c.y);
     qcPelBuffer<qcPackedRGB32Pel> packed;
     if (c.room) {
       again.pelBuffer(packed);
-      EXPECT_EQ(qcDIB::readPelBuffer(path.wstring()).offset(), packed.offset());
+      EXPECT_EQ(qcDIB::readPelBuffer(path).offset(), packed.offset());
     } else {
       EXPECT_THROW(again.pelBuffer(packed), qcDIB::BadFormat);
-      EXPECT_THROW(qcDIB::readPelBuffer(path.wstring()), qcDIB::BadFormat);
+      EXPECT_THROW(qcDIB::readPelBuffer(path), qcDIB::BadFormat);
     }
     EXPECT_EQ(packed.isBound(), c.room);
   }
-  std::filesystem::remove(path);
+  EXPECT_TRUE(std::filesystem::remove(std::filesystem::temp_directory_path() / u8"vnxstd_\u00E4\u4E2D\U0001F600.bmp"));
 }
 
 TEST(Bitmaps, RowBytes) {
@@ -384,7 +384,9 @@ TEST(Bitmaps, FailingMedia) {
   EXPECT_THROW(dib.init(path.wstring()), qcDIB::ReadError);
   EXPECT_THROW(dib.init(std::filesystem::temp_directory_path().wstring()), qcDIB::ReadError);
   dib.init(qcPelBuffer<unsigned char>(3000, 30));
-  EXPECT_THROW(dib.write(L"/nowhere/at/all.bmp"), qcDIB::WriteError);
+  for (const std::wstring& bad :
+       {std::wstring(L"/nowhere/at/all.bmp"), std::wstring(L"a\0b", 3), std::wstring(1, 0xD800)})
+    EXPECT_THROW(dib.write(bad), qcDIB::WriteError);
   if (std::filesystem::exists("/dev/full")) {
     EXPECT_THROW(dib.write(L"/dev/full"), qcDIB::WriteError);
   }

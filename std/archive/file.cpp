@@ -14,23 +14,13 @@
 
 #include "std/archive/areas.h"
 #include "std/archive/format.h"
-#include "vnxstd/archive/text.h"
+#include "std/archive/nativepath.h"
 
 namespace {
 
 // Null when the file cannot be opened.
 std::FILE* openFile(const std::wstring& path, const char* mode) {
-  if (path.find(L'\0') != path.npos) return nullptr;
-#if defined(_WIN32)
-  const std::filesystem::path native(path);
-#else
-  std::string native;
-  try {
-    native = qf_Narrow(path);
-  } catch (const qcBadUnicodeChar&) {
-    return nullptr;
-  }
-#endif
+  const std::filesystem::path native = qf_NativePath(path);
   std::error_code ignored;
   if (std::filesystem::is_directory(native, ignored)) return nullptr;  // opens, but yields nothing
 #if defined(_WIN32)

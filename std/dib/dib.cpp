@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <utility>
 
+#include "std/archive/nativepath.h"
 #include "std/dib/dibbytes.h"
 #include "std/dib/dibreader.h"
 #include "std/dib/dibrows.h"
@@ -40,11 +40,7 @@ class MemoryBuffer : public std::streambuf {
 
 template <class Stream>
 bool openFile(Stream& stream, const std::wstring& path, std::ios_base::openmode mode) {
-  try {
-    stream.open(std::filesystem::path(path), mode | std::ios_base::binary);
-  } catch (const std::exception&) {  // a path that the platform cannot express
-    return false;
-  }
+  stream.open(qf_NativePath(path), mode | std::ios_base::binary);
   return stream.is_open();
 }
 
