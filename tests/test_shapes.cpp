@@ -573,6 +573,7 @@ TEST(ShapeDefaults, AskTheDecomposition) {
   EXPECT_TRUE(bent.subShape(info, {{0, 1}, 4})->equal_(qcPolyline({{1, 0}, {3, 0}, {3, 2}}, false)));
   EXPECT_THROW(bent.within({0, 0}), qcShapesError::NotRegion);
   EXPECT_THROW(bent.reverse_(), qcShapesError::NotReversible);
+  EXPECT_FALSE(qcRect().equal_(bent));
   EXPECT_THROW(Composite(nullptr, false).perimeter(), qcBadPointer);
   EXPECT_THROW(Composite(new qcRect, false).nearestPerimPos(info, {}), qcBadPointer);
   EXPECT_THROW(Composite(new qcLineSeg, true).perimPoint(info, {}), qcShapesError::NotImplemented);

@@ -153,10 +153,7 @@ void qcCircle::sample(const qcSampleParams& params, qcSampleResult& result) cons
   writer.commit();
 }
 
-bool qcCircle::equal_(const qcShape& that) const {
-  const auto* other = dynamic_cast<const qcCircle*>(&that);
-  return other && *this == *other;
-}
+bool qcCircle::equal_(const qcShape& that) const { return equalAs(*this, that); }
 
 void qcCircle::perimPointAndTangent_(const qcShapeInfo&, const qcPerimPos& position, qcVector<2>& point,
                                      qcRadian* tangent) const {

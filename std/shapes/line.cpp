@@ -73,10 +73,7 @@ qcLine qcLine::map(const qcXform<2>& xform) const {
 
 qcRect qcLine::encloseRect() const { throw qcShapesError::InfiniteExtent(); }
 
-bool qcLine::equal_(const qcShape& that) const {
-  const auto* other = dynamic_cast<const qcLine*>(&that);
-  return other && *this == *other;
-}
+bool qcLine::equal_(const qcShape& that) const { return equalAs(*this, that); }
 
 void qcLine::serialize_(qcArchive& archive, unsigned char version) {
   qcArchive::checkVersion(version, 0, "std/shapes/shapes", 2575);
@@ -154,10 +151,7 @@ qcFLine qcFLine::map(const qcXform<2>& xform) const {
   return through(xform.mapPoint(foot()), qcRadian(std::atan2(mapped.y(), mapped.x())));
 }
 
-bool qcFLine::equal_(const qcShape& that) const {
-  const auto* other = dynamic_cast<const qcFLine*>(&that);
-  return other && *this == *other;
-}
+bool qcFLine::equal_(const qcShape& that) const { return equalAs(*this, that); }
 
 int qcFLine::operator==(const qcFLine& that) const {
   return qfRealEq(distance_, that.distance_, kEqual) && qfRealEq(sin_, that.sin_, kEqual) &&

@@ -76,10 +76,7 @@ void qcLineSeg::sample(const qcSampleParams& params, qcSampleResult& result) con
   writer.commit();
 }
 
-bool qcLineSeg::equal_(const qcShape& that) const {
-  const auto* other = dynamic_cast<const qcLineSeg*>(&that);
-  return other && *this == *other;
-}
+bool qcLineSeg::equal_(const qcShape& that) const { return equalAs(*this, that); }
 
 void qcLineSeg::perimPointAndTangent_(const qcShapeInfo&, const qcPerimPos& position, qcVector<2>& point,
                                       qcRadian* tangent) const {

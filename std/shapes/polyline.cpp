@@ -272,10 +272,7 @@ void qcPolyline::sample(const qcSampleParams& params, qcSampleResult& result) co
   writer.commit();
 }
 
-bool qcPolyline::equal_(const qcShape& that) const {
-  const auto* other = dynamic_cast<const qcPolyline*>(&that);
-  return other && *this == *other;
-}
+bool qcPolyline::equal_(const qcShape& that) const { return equalAs(*this, that); }
 
 void qcPolyline::perimPointAndTangent_(const qcShapeInfo& info, const qcPerimPos& position, qcVector<2>& point,
                                        qcRadian* tangent) const {

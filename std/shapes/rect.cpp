@@ -133,10 +133,7 @@ void qcRect::sample(const qcSampleParams& params, qcSampleResult& result) const 
   writer.commit();
 }
 
-bool qcRect::equal_(const qcShape& that) const {
-  const auto* other = dynamic_cast<const qcRect*>(&that);
-  return other && *this == *other;
-}
+bool qcRect::equal_(const qcShape& that) const { return equalAs(*this, that); }
 
 void qcRect::serialize_(qcArchive& archive, unsigned char version) {
   qcArchive::checkVersion(version, 0, "std/shapes/shapes", 3316);

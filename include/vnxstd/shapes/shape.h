@@ -3,6 +3,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -163,6 +164,12 @@ class VNXSTD_EXPORT qcShape : public virtual qcRepBase, public virtual qcPersist
   qcShape& operator=(const qcShape&) {
     mutating();
     return *this;
+  }
+
+  /// What equal_ of a class D comes to: exactly the same type, and equal by operator==.
+  template <class D>
+  static bool equalAs(const D& shape, const qcShape& that) {
+    return typeid(shape) == typeid(that) && shape == static_cast<const D&>(that);
   }
 
   void dispatchSerialize(qcArchive& archive) override;
