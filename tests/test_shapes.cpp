@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "support/bytes.h"
 #include "vnxstd/archive.h"
 #include "vnxstd/math/rigid.h"
 #include "vnxstd/pelspan/pelspan.h"
@@ -793,12 +794,6 @@ TEST(Polylines, EditVerticesAndMeasureAreas) {
 
 // ---- bytes and errors
 
-std::vector<char> unhex(const std::string& text) {
-  std::vector<char> bytes;
-  for (std::size_t i = 0; i < text.size(); i += 2) bytes.push_back(char(std::stoi(text.substr(i, 2), nullptr, 16)));
-  return bytes;
-}
-
 // Doubles in big-endian order, and points of two of them behind their version byte.
 const std::string k0(16, '0'), k1 = "3FF0000000000000", k2 = "4000000000000000", kMinus1 = "BFF0000000000000",
                                kNaN = "7FF8000000000000", kOrigin = "00" + k0 + k0, kP = "00" + k1 + k2,
@@ -811,13 +806,12 @@ void checkBytes(T value, const std::string& body, int line, const std::vector<st
   const std::string base = std::is_base_of_v<qcShape, T> ? "0000" : "";
   qcMemoryArchive out(qcArchive::bigEndian, false);
   out || value;
-  EXPECT_EQ(out.toVector(), unhex(frame + "00" + base + body));
+  EXPECT_EQ(toHex({out.storage(), out.bytes().size()}), frame + "00" + base + body);
   const auto load = [](const std::string& text) {
-    const std::vector<char> bytes = unhex(text);
     T loaded;
-    qcMemoryArchive in(bytes.data(), static_cast<long>(bytes.size()), false);
-    in || loaded;
-    EXPECT_EQ(in.remaining(), 0);
+    BytesArchive in(fromHex(text));
+    *in || loaded;
+    EXPECT_EQ(in->remaining(), 0);
     return loaded;
   };
   EXPECT_TRUE(load(frame + "00" + base + body) == value);
@@ -837,11 +831,9 @@ void checkBytes(T value, const std::string& body, int line, const std::vector<st
   newer(frame + "01" + base + body, line);
   if constexpr (std::is_base_of_v<qcShape, T>) {
     newer(frame + "000100" + body, 599);
-    const std::vector<char> bytes = unhex("020000" + body);
     T legacy;
-    qcMemoryArchive in(bytes.data(), static_cast<long>(bytes.size()), false);
     const bool known = !std::is_same_v<T, qcPolyline>;
-    EXPECT_EQ(legacy.loadLegacy(in), known);
+    EXPECT_EQ(legacy.loadLegacy(*BytesArchive(fromHex("020000" + body))), known);
     EXPECT_EQ(legacy == value, known);
   }
 }
