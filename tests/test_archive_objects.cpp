@@ -806,19 +806,23 @@ TEST(Threads, ShareObjectsAndLetGoOfThemWhileOthersArchive) {
         qcMemoryArchive archive(kLittle, round % 2 != 0);
         const qcPtrHandle<Node> mine = shared;
         archive << mine << mine;
-        BytesArchive in(std::string(archive.bytes().begin(), archive.bytes().end()), round % 2 != 0);
-        NodeHandle first;
-        *in || first;
+        auto in =
+            std::make_unique<BytesArchive>(std::string(archive.bytes().begin(), archive.bytes().end()), round % 2);
+        NodeHandle first, second;
+        **in || first;
         // Another thread drops the last handle while this one looks the object up again.
         std::thread other([dropped = std::move(first)]() mutable { dropped.release(); });
         try {
-          NodeHandle second;
-          *in || second;
+          **in || second;
           if (!second || second->edges.size() != shared->edges.size()) ++failures;
         } catch (const qcArchive::NotFound&) {
           if (round % 2 != 0) ++failures;
         }
         other.join();
+        // Or while the archive that holds it goes.
+        std::thread last([dropped = std::move(second)]() mutable { dropped.release(); });
+        in.reset();
+        last.join();
       }
     });
   }

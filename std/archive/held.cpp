@@ -118,7 +118,7 @@ void qc_HeldTable::letGo() noexcept {
         held |= qcPersistent::kKnown | (theirs->stored != 0 ? qcPersistent::kStored : 0);
       }
     }
-    entry.object->held_.store(held, std::memory_order_relaxed);
+    entry.object->held_.store(held, std::memory_order_release);
   }
   blocks_.clear();
   used_ = 0;

@@ -6,7 +6,8 @@
 #include "vnxstd/archive/archive.h"
 
 qcPersistent::~qcPersistent() {
-  if (held_.load(std::memory_order_relaxed) != 0) qc_HeldTable::forget(this);
+  // An archive on another thread may just have let go of the object: that comes before the memory is given back.
+  if (held_.load(std::memory_order_acquire) != 0) qc_HeldTable::forget(this);
 }
 
 void qcPersistent::mutating_() { qc_HeldTable::forgetStored(this); }

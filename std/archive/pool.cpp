@@ -9,8 +9,8 @@
 #include <new>
 #include <utility>
 
-struct qcStoragePool::Chunk {
-  Chunk* next;
+struct qcStoragePool::chunkHead {
+  chunkHead* next;
   std::size_t count;
 
   char* firstBlock() noexcept {
@@ -36,19 +36,19 @@ qcStoragePool::qcStoragePool(unsigned blockSize, long initialCount) {
 
 qcStoragePool::~qcStoragePool() {
   while (chunks_) {
-    Chunk* chunk = chunks_;
+    chunkHead* chunk = chunks_;
     chunks_ = chunk->next;
     ::operator delete(chunk);
   }
 }
 
 void qcStoragePool::addChunk() {
-  constexpr std::size_t kOverhead = sizeof(Chunk) + kBlockAlignment - 1;
+  constexpr std::size_t kOverhead = sizeof(chunkHead) + kBlockAlignment - 1;
   const std::size_t count = nextChunkCount_;
   if (count > (static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max()) - kOverhead) / blockSize_) {
     throw std::bad_alloc();
   }
-  Chunk* chunk = new (::operator new(count* blockSize_ + kOverhead)) Chunk{chunks_, count};
+  chunkHead* chunk = new (::operator new(count* blockSize_ + kOverhead)) chunkHead{chunks_, count};
   chunks_ = chunk;
   char* const first = chunk->firstBlock();
   for (std::size_t i = count; i-- > 0;) freeList_ = new (first + i * blockSize_) Block{freeList_};
@@ -95,21 +95,21 @@ void qcStoragePool::maybeDelete() {
 }
 
 void qcStoragePool::relinquish() {
-  Chunk* freed = nullptr;
+  chunkHead* freed = nullptr;
   {
     const std::lock_guard guard(lock_);
     // The chunks by address, in order, with the number of their blocks that are free.
     struct Census {
-      Chunk* chunk;
+      chunkHead* chunk;
       std::size_t free;
     };
     std::size_t total = 0;
-    for (Chunk* chunk = chunks_; chunk; chunk = chunk->next) ++total;
+    for (chunkHead* chunk = chunks_; chunk; chunk = chunk->next) ++total;
     const std::unique_ptr<Census[]> census(new (std::nothrow) Census[total]);
     if (!census) return;  // nothing can be returned without memory to find out what
     Census* const end = census.get() + total;
     Census* fill = census.get();
-    for (Chunk* chunk = chunks_; chunk; chunk = chunk->next) *fill++ = {chunk, 0};
+    for (chunkHead* chunk = chunks_; chunk; chunk = chunk->next) *fill++ = {chunk, 0};
     const std::less<const void*> before;
     std::sort(census.get(), end, [&](const Census& a, const Census& b) { return before(a.chunk, b.chunk); });
     const auto home = [&](const void* block) -> Census& {
@@ -128,9 +128,9 @@ void qcStoragePool::relinquish() {
         link = &(*link)->next;
       }
     }
-    Chunk** chunkLink = &chunks_;
+    chunkHead** chunkLink = &chunks_;
     while (*chunkLink) {
-      Chunk* chunk = *chunkLink;
+      chunkHead* chunk = *chunkLink;
       const Census& c = home(chunk);
       if (c.free == chunk->count) {
         *chunkLink = chunk->next;

@@ -26,6 +26,7 @@ class VNXSTD_EXPORT qcStoragePool {
   bool autoDelete() const;
   void autoDelete(bool whenEmpty);
   /// Deletes the pool, which must live on the heap, when autoDelete is set and no block is out. Only this deletes it.
+  /// No other thread may use the pool, or ask the same, from the moment on at which it can be deleted.
   void maybeDelete();
   /// Returns chunks whose blocks are all free to the system; costs time in proportion to the free blocks.
   void relinquish();
@@ -36,7 +37,7 @@ class VNXSTD_EXPORT qcStoragePool {
   long outstanding() const;
 
  private:
-  struct Chunk;
+  struct chunkHead;
   struct Block {
     Block* next;
   };
@@ -46,7 +47,7 @@ class VNXSTD_EXPORT qcStoragePool {
 
   mutable qc_SpinLock lock_;
   Block* freeList_ = nullptr;
-  Chunk* chunks_ = nullptr;
+  chunkHead* chunks_ = nullptr;
   std::size_t blockSize_ = 0;
   std::size_t nextChunkCount_ = 0;
   std::size_t maxChunkCount_ = 0;
@@ -54,11 +55,13 @@ class VNXSTD_EXPORT qcStoragePool {
   long outstanding_ = 0;
 };
 
-/// Hands its block back to the pool when it goes out of scope.
+/// Hands its block back to the pool when it goes out of scope; does nothing without a pool or a block.
 class VNXSTD_EXPORT qcStoragePoolDtorHelper {
  public:
   qcStoragePoolDtorHelper(qcStoragePool* pool, char* block) noexcept : pool_(pool), block_(block) {}
-  ~qcStoragePoolDtorHelper() { pool_->free(block_); }
+  ~qcStoragePoolDtorHelper() {
+    if (pool_) pool_->free(block_);
+  }
   qcStoragePoolDtorHelper(const qcStoragePoolDtorHelper&) = delete;
   qcStoragePoolDtorHelper& operator=(const qcStoragePoolDtorHelper&) = delete;
 
