@@ -3,6 +3,7 @@
 
 #include "vnxstd/pelbuf/apply.h"
 #include "vnxstd/pelbuf/arith.h"
+#include "vnxstd/pelbuf/arrange.h"
 #include "vnxstd/pelbuf/buffer.h"
 #include "vnxstd/pelbuf/copy.h"
 #include "vnxstd/pelbuf/fill.h"

@@ -80,4 +80,15 @@ void run(Kernel& kernel, qc_PelRows<P>... rows) {
   Entries<Kernel, P...>::table[static_cast<std::size_t>(level())](kernel, rows...);
 }
 
+/// Runs a kernel row by row, for kernels that care where rows begin. The rectangles have one height; the kernel's count
+/// is the width of the first.
+template <class Kernel, class First, class... More>
+void runEachRow(Kernel& kernel, qc_PelRows<First> first, qc_PelRows<More>... more) {
+  if (first.isEmpty()) return;
+  const auto entry = Entries<Kernel, First, More...>::table[static_cast<std::size_t>(level())];
+  for (std::ptrdiff_t y = 0; y < first.height; ++y) {
+    entry(kernel, {first.row(y), first.width, first.width, 1}, {more.row(y), first.width, first.width, 1}...);
+  }
+}
+
 }  // namespace vnxstd::simd

@@ -94,3 +94,13 @@ qcPelRect qf_PelApply_2s1d(const qcPelBuffer_const<S1>& src1, const qcPelBuffer_
   qf_PelForRows([&](auto... arguments) { kernel.run(arguments...); }, s1, s2, d);
   return src1.window();
 }
+
+/// Calls work(src, dst) for the pels of two windows, where there are planes once for each.
+template <qcRootPelType S, qcRootPelType D, class Work>
+void qf_PelForPlanes(const qcPelBuffer_const<S>& src, const qcPelBuffer<D>& dst, Work&& work) {
+  if constexpr (qcFlatPelType<S>) {
+    work(src, dst);
+  } else {
+    for (int plane = 0; plane < 3; ++plane) work(src.planeBuffer(plane), dst.planeBuffer(plane));
+  }
+}

@@ -1,0 +1,203 @@
+// Pixel functions that look at other pels than their own, against naive references: arranging, filtering, colours.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <vector>
+
+#include "support/scene.h"
+#include "vnxstd/pelbuf.h"
+
+namespace {
+
+using namespace scene;
+
+using At = qcPair<long>;
+
+/// Expects the destination to hold, where `from` leads to a pel of the source, that pel, and nothing else to change.
+/// All coordinates are image coordinates.
+template <class T>
+void expectMapped(Scene<T>& src, Scene<T>& dst, const std::function<At(At)>& from, const std::function<void()>& run) {
+  const auto oldSrc = src, old = dst;
+  run();
+  expectWindow<T>(dst, old, [&](long x, long y) {
+    const At at = from(At{x, y} + dst.buffer.offset());
+    if (!src.buffer.window().contains(at)) return Scene<T>(old).at(x, y);
+    return Scene<T>(oldSrc).at(at.x() - src.buffer.offset().x(), at.y() - src.buffer.offset().y());
+  });
+}
+
+long floorDivide(long a, long b) {
+  long q = 0;
+  while (q * b > a) --q;
+  while ((q + 1) * b <= a) ++q;
+  return q;
+}
+
+template <class T>
+struct ArrangedPel : testing::Test {};
+TYPED_TEST_SUITE(ArrangedPel, FlatPels);
+
+TYPED_TEST(ArrangedPel, Mirrors) {
+  using T = TypeParam;
+  forEachCase([](long width, long height, bool fillsRows) {
+    for (const bool inPlace : {false, true}) {
+      Scene<T> src(width, height, fillsRows), other(width, height, !fillsRows);
+      Scene<T>& dst = inPlace ? src : other;
+      src.buffer.offset(below(3) + 4, below(3) + 4);
+      if (!inPlace) dst.buffer.offset(below(3) + 4, below(3) + 4);
+      const qcPelRect a = src.buffer.window(), b = dst.buffer.window();
+      const long left = std::max(a.x0(), b.x0()), right = std::min(a.x1(), b.x1()) - 1;
+      const long top = std::max(a.y0(), b.y0()), bottom = std::min(a.y1(), b.y1()) - 1;
+      const auto common = [&](At at, At mirrored) {
+        return at.x() < left || at.x() > right || at.y() < top || at.y() > bottom ? At{-1, -1} : mirrored;
+      };
+      expectMapped<T>(
+          src, dst,
+          [&](At at) {
+            return common(at, {left + right - at.x(), at.y()});
+          },
+          [&] { qfPelFlipH(src.buffer, dst.buffer); });
+      expectMapped<T>(
+          src, dst,
+          [&](At at) {
+            return common(at, {at.x(), top + bottom - at.y()});
+          },
+          [&] { qfPelFlipV(src.buffer, dst.buffer); });
+    }
+  });
+}
+
+TYPED_TEST(ArrangedPel, TransposesCornerToCorner) {
+  using T = TypeParam;
+  for (const Size size : {Size{1, 1}, {5, 1}, {16, 16}, {37, 70}, {131, 64}, {129, 129}, {200, 17}}) {
+    Scene<T> src(size.x(), size.y()), dst(size.y() + below(5) - 2 + 2 * (size.y() < 3), size.x() + below(3));
+    src.buffer.offset(below(100), below(100));
+    dst.buffer.offset(below(100), below(100));
+    const At corner = src.buffer.offset();
+    expectMapped<T>(
+        src, dst,
+        [&](At at) {
+          at -= dst.buffer.offset();
+          return corner + At{at.y(), at.x()};
+        },
+        [&] { qfPelTranspose(src.buffer, dst.buffer); });
+    const long side = std::min(size.x(), size.y());
+    expectMapped<T>(
+        src, src,
+        [&](At at) {
+          at -= corner;
+          return corner + (at.x() < side && at.y() < side ? At{at.y(), at.x()} : at);
+        },
+        [&] { qfPelTranspose(src.buffer, src.buffer); });
+    qcPelBuffer<T> result = qfPelTranspose(src.buffer);
+    EXPECT_EQ(result.window(), qcPelRect(corner.y(), corner.x(), size.y(), size.x()));
+    qcPelBuffer<T> back = qfPelTranspose(result);
+    EXPECT_EQ(back.window(), src.buffer.window());
+    for (long y = 0; y < size.y(); ++y) {
+      ASSERT_EQ(std::memcmp(back.pointToRow(y + corner.y()), &src.at(0, y),
+                            static_cast<std::size_t>(size.x()) * sizeof(qcStoredPel<T>)),
+                0);
+    }
+  }
+}
+
+TYPED_TEST(ArrangedPel, SamplesAndExpandsByImageCoordinates) {
+  using T = TypeParam;
+  forEachCase([](long width, long height, bool fillsRows) {
+    for (const long x : {1L, 2L, 3L, 50L}) {
+      const long y = 1 + below(4);
+      Scene<T> src(width, height, fillsRows), sample(width / x + 3, height / y + 3),
+          large(std::min(width * x, 300L), std::min(height * y + 2, 20L), fillsRows);
+      src.buffer.offset(below(21) - 10, below(21) - 10);
+      const At offset = src.buffer.offset();
+      const auto sampled = [&](At at) { return At{at.x() * x, at.y() * y}; };
+      const auto expanded = [&](At at) { return At{floorDivide(at.x(), x), floorDivide(at.y(), y)}; };
+      sample.buffer.offset(floorDivide(offset.x(), x) + below(3) - 1, floorDivide(offset.y(), y) + below(3) - 1);
+      expectMapped<T>(src, sample, sampled, [&] { qfPelSample(src.buffer, sample.buffer, x, y); });
+      large.buffer.offset(offset.x() * x + below(2 * x + 1) - x, offset.y() * y + below(2 * y + 1) - y);
+      expectMapped<T>(src, large, expanded, [&] { qfPelExpand(src.buffer, large.buffer, x, y); });
+
+      qcPelBuffer<T> whole = qfPelExpand(src.buffer, x, y), back = qfPelSample(whole, x, y);
+      EXPECT_EQ(whole.window(), qcPelRect(offset.x() * x, offset.y() * y, width * x, height * y));
+      EXPECT_EQ(back.window(), src.buffer.window());
+      for (long row = 0; row < height; ++row) {
+        ASSERT_EQ(std::memcmp(back.pointToRow(row + offset.y()), &src.at(0, row),
+                              static_cast<std::size_t>(width) * sizeof(qcStoredPel<T>)),
+                  0);
+      }
+    }
+  });
+}
+
+TEST(PelArrange, NewImagesKeepTheClientCoordinatesOfTheirPels) {
+  qcPelBuffer<short> src(qcPelRect(-5, 7, 9, 9));
+  src.clientFromImageXform(qcXform<2>(qcMatrix<2>(0.5, 0.25, 0, 2), qcVector<2>(10, 20)));
+  const auto client = [](const qcPelBuffer<short>& image, double x, double y) {
+    return image.clientFromImageXformBase()->mapPoint({x, y});
+  };
+  const qcPelBuffer<short> sample = qfPelSample(src, 2, 3), large = qfPelExpand(src, 4, 8),
+                           turned = qfPelTranspose(src);
+  EXPECT_EQ(sample.window(), qcPelRect(-2, 3, 4, 3));  // columns -4, -2, 0 and 2, rows 9, 12 and 15
+  EXPECT_EQ(client(sample, -2, 3), client(src, -4, 9));
+  EXPECT_EQ(client(large, 4, 64), client(src, 1, 8));
+  EXPECT_EQ(client(turned, 9, -4), client(src, -4, 9));
+}
+
+TEST(PelArrange, WindowsAndFactorsThatCannotBeAreRefused) {
+  using Buffer = qcPelBuffer<unsigned char>;
+  Buffer image(20, 20), shifted(image), other(5, 5), unbound, none(image);
+  qfPelClear(image);
+  shifted.subWindow(2, 1, 10, 10);
+  shifted.offset(0, 0);
+  none.subWindow(0, 3, 20, 0);
+  EXPECT_THROW(qfPelFlipH(image, shifted), qcPelFunc::Overlap);
+  EXPECT_THROW(qfPelTranspose(image, shifted), qcPelFunc::Overlap);
+  EXPECT_THROW(qfPelSample(image, shifted, 2, 2), qcPelFunc::Overlap);
+  EXPECT_THROW(qfPelExpand(image, image, 1, 2), qcPelFunc::Overlap);
+  EXPECT_NO_THROW(qfPelSample(image, image, 1, 1));
+  for (const At factors : {At{0, 1}, {1, 0}, {-3, 2}, {1, std::numeric_limits<long>::min()}}) {
+    EXPECT_THROW(qfPelSample(image, factors.x(), factors.y()), qcPelFunc::BadParams);
+    EXPECT_THROW(qfPelExpand(image, other, factors.x(), factors.y()), qcPelFunc::BadParams);
+  }
+  EXPECT_THROW(qfPelExpand(image, std::numeric_limits<long>::max(), 1), qcPelFunc::Range);
+  EXPECT_EQ(qfPelSample(image, std::numeric_limits<long>::max(), 7).size(), At(1, 3));
+  EXPECT_NO_THROW(qfPelExpand(image, other, std::numeric_limits<long>::max(), 1L << 31));
+  for (const auto& result :
+       {qfPelSample(none, 2, 2), qfPelExpand(none, 2, 2), qfPelTranspose(none), qfPelFlipV(none)}) {
+    EXPECT_TRUE(result.isBound() && result.windowRoot().isNull());
+  }
+  EXPECT_THROW(qfPelFlipV_U8(unbound, other), qcPel::UnboundWindow);
+  EXPECT_THROW(qfPelTranspose(unbound, other), qcPel::UnboundWindow);
+  EXPECT_THROW(qfPelSample(unbound, other, 1, 1), qcPel::UnboundWindow);
+  EXPECT_THROW(qfPelExpand(unbound, other, 1, 1), qcPel::UnboundWindow);
+}
+
+/// Runs a function on a 3-plane image, and expects of every plane what the 8-bit function makes of it.
+void expectPlanes(const auto& function) {
+  qcPelBuffer<qc3PlanePel> image(qcPelRect(3, 4, 21, 17));
+  for (long y = 4; y < 21; ++y) {
+    for (long x = 3; x < 24; ++x) {
+      image.put(
+          x, y,
+          {static_cast<unsigned char>(x * y), static_cast<unsigned char>(x + y), randomNumber<unsigned char>(1, 1)});
+    }
+  }
+  qcPelBuffer<qc3PlanePel> result = function(image);
+  for (int plane = 0; plane < 3; ++plane) {
+    const auto expected = function(image.planeBuffer(plane));
+    EXPECT_EQ(result.window(), expected.window());
+    EXPECT_TRUE(qfPelEqual(result.planeBuffer(plane), expected));
+  }
+}
+
+TEST(PelArrange, PlanesEachByItself) {
+  expectPlanes([](const auto& image) { return qfPelFlipH(image); });
+  expectPlanes([](const auto& image) { return qfPelFlipV(image); });
+  expectPlanes([](const auto& image) { return qfPelTranspose(image); });
+  expectPlanes([](const auto& image) { return qfPelSample(image, 2, 3); });
+  expectPlanes([](const auto& image) { return qfPelExpand(image, 3, 2); });
+}
+
+}  // namespace
