@@ -613,6 +613,37 @@ TEST(HeldObjects, AreStoredAnewOnceTheyChange) {
   }
 }
 
+class Owner : public qcPersistent {
+ public:
+  static qcPersistent* make() { return new Owner; }
+  NodeHandle node{new Node};
+  Pet pet;
+
+ protected:
+  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &Owner::serialize_); }
+  void serialize_(qcArchive& archive, unsigned char) {
+    qcPersistent::dispatchSerialize(archive);
+    archive || node || pet;
+  }
+};
+const qc_Instantiator ownerRegistered(typeid(Owner), &Owner::make);
+
+TEST(HeldObjects, AreStoredInFullAfterAFailedStoreByValue) {
+  Owner owner;
+  qcMemoryArchive archive(kBig, true);
+  owner.pet.throwing = true;
+  EXPECT_THROW(archive << owner, std::runtime_error);
+  owner.pet.throwing = false;
+  archive.seek(2, 0);
+  archive << Owner() << owner.node;  // over what was written
+  Owner back;
+  NodeHandle node;
+  BytesArchive in(std::string(archive.bytes().begin(), archive.bytes().end()), true);
+  *in >> back;
+  *in || node;
+  EXPECT_TRUE(node && node != back.node);
+}
+
 TEST(HeldObjects, ANewObjectAtAFreedAddressIsANewObject) {
   alignas(Pet) unsigned char place[sizeof(Pet)];
   qcMemoryArchive archive(kBig, false);

@@ -90,7 +90,7 @@ class qc_ArchiveIndex::StoreGuard {
       : index_(index), from_(index.stored_.size()), firstId_(index.nextId_) {}
   ~StoreGuard() {
     if (succeeded_) {
-      if (from_ == 0) index_.stored_.clear();
+      if (index_.entered_ == 1) index_.stored_.clear();
       return;
     }
     const std::lock_guard guard(qc_HeldTable::lock());
@@ -335,7 +335,9 @@ void qc_ArchiveIndex::checkNesting() const {
 void qc_ArchiveIndex::serializeObject(qcPersistent& object) {
   const Entry entry(*this);
   if (archive_.isStoring()) {
+    StoreGuard undo(*this);
     storeObject(object, false);
+    undo.succeed();
   } else {
     loadObject(object);
   }
@@ -444,8 +446,8 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
   const Record record = readRecord();
   if (record.id == 0) return {};
   const Deeper deeper(pointers_);
-  if (pointers_ == 1) {
-    chargedFrom_ = seekableOffset();
+  if (pointers_ == 1 && isSeekable()) {
+    chargedFrom_ = archive_.offset();
     attributed_ = 0;
     const std::lock_guard guard(qc_HeldTable::lock());
     charged_ = held_.charged();
