@@ -160,8 +160,9 @@ class VNXSTD_EXPORT qcArchive {
   qcArchive& operator||(double& value);
 
   // Texts. Narrow text is UTF-8, wide text the platform's wide characters, on the wire always UTF-16; either kind can
-  // be read into the other. Storing a text longer than 32767 characters, or one that is malformed, throws BadContent or
-  // qcBadUnicodeChar.
+  // be read into the other. Narrow text that stays narrow travels byte for byte, whatever it holds; where text is
+  // converted, qcBadUnicodeChar says that it is malformed. Storing more than 32767 bytes of narrow text or 32767 UTF-16
+  // units throws BadContent before a byte is written.
   qcArchive& operator||(std::string& value);
   qcArchive& operator||(std::wstring& value);
   qcArchive& operator||(std::u32string& value);
@@ -173,7 +174,8 @@ class VNXSTD_EXPORT qcArchive {
   /// a number of 1, 2, 4 or 8 bytes; not long, whose width differs between platforms.
   template <class T>
   void block(T* data, std::size_t count) {
-    static_assert(std::is_arithmetic_v<T> && !std::is_same_v<T, bool>, "block moves plain numbers");
+    static_assert(std::is_arithmetic_v<T> && !std::is_same_v<std::remove_cv_t<T>, bool> && sizeof(T) <= 8,
+                  "block moves plain numbers of up to 8 bytes");
     static_assert(!std::is_same_v<std::remove_cv_t<T>, long> && !std::is_same_v<std::remove_cv_t<T>, unsigned long>,
                   "the width of long differs between platforms; use std::int32_t or qcInt64");
     words(const_cast<std::remove_cv_t<T>*>(data), count, sizeof(T));

@@ -49,7 +49,8 @@ class VNXSTD_EXPORT qcPersistent {
 
   /// Stores `in` or loads into `out` as a polymorphic pointer. Null, sharing and circles are kept: an object is stored
   /// once, however many pointers to it are. The object loaded belongs to the caller, to whom it can also have been
-  /// given before: data from outside may share where none is expected. A class that owns what it points to archives a
+  /// given before: data from outside may share where none is expected. An object with a count (qcRepBase) is shared
+  /// with handles: take one onto it before anything else is loaded. A class that owns what it points to archives a
   /// std::unique_ptr or a handle instead. Loading throws qcArchive::UnknownType for a class that is not registered.
   static void serializePointer(qcArchive& archive, qcPersistent* in, qcPersistent*& out);
 

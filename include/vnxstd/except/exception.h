@@ -18,6 +18,7 @@
 #include <concepts>
 #include <cstdint>
 #include <iosfwd>
+#include <memory>
 #include <string>
 #include <type_traits>
 #include <typeinfo>
@@ -111,9 +112,8 @@ class VNXSTD_EXPORT qc_ErrorLeaf : public Base {
   long errorNumber() const override { return Number; }
 
   [[noreturn]] void suicideAndRethrow() override {
-    D local(static_cast<const D&>(*this));
-    delete this;
-    throw local;
+    const std::unique_ptr<qc_ErrorLeaf> self(this);  // goes also when there is no memory for the copy
+    throw D(static_cast<const D&>(*this));
   }
 
  protected:
