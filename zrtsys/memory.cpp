@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <mutex>
+#include <utility>
 
 #if defined(__linux__)
 #include <sys/mman.h>
@@ -151,3 +153,16 @@ Status copyRect(void* to, std::int64_t toPitch, const void* from, std::int64_t f
 }
 
 }  // namespace zrtsys
+
+void* qfPoolAlloc(std::uint64_t bytes) noexcept {
+  static std::mutex mutex;
+  static void* block = nullptr;
+  const std::lock_guard guard(mutex);
+  void* start = nullptr;
+  if (bytes == 0) {
+    zrtsys::free(std::exchange(block, nullptr));
+  } else if (!block) {
+    zrtsys::allocate(bytes, 4096, &block, &start);
+  }
+  return start;
+}

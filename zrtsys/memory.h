@@ -32,3 +32,8 @@ Status copyRect(void* to, std::int64_t toPitch, const void* from, std::int64_t f
                 std::uint64_t rows) noexcept;
 
 }  // namespace zrtsys
+
+/// The memory of the process's pool of pixel storage. One block of `bytes` bytes at a time, at a multiple of 4096: null
+/// when it is not to be had or one is out already. With 0 bytes the block is given back, and the result is null. Safe
+/// from several threads.
+void* qfPoolAlloc(std::uint64_t bytes) noexcept;

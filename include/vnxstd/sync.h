@@ -1,4 +1,4 @@
-// Locks and reference counts.
+// Locks and other resources that threads wait for.
 #pragma once
 
 #include "vnxstd/sync/sync.h"

@@ -2,3 +2,4 @@
 #pragma once
 
 #include "vnxstd/timer/timeout.h"
+#include "vnxstd/timer/timer.h"

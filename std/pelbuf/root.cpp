@@ -8,6 +8,7 @@
 #include <numeric>
 #include <type_traits>
 
+#include "std/pelbuf/slottedroot.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/archive/registry.h"
 #include "vnxstd/except/failure.h"
@@ -103,6 +104,16 @@ void qc_PelStorage::swap(qc_PelStorage& other) noexcept {
 // --- the untyped root -----------------------------------------------------------------------------------------------
 
 qc_PelRoot::~qc_PelRoot() = default;
+
+void qc_PelRoot::operator delete(qc_PelRoot* root, std::destroying_delete_t) {
+  if (root->package_) {
+    root->package_->giveBack();
+    return;
+  }
+  void* const whole = dynamic_cast<void*>(root);
+  root->~qc_PelRoot();
+  ::operator delete(whole);
+}
 
 long qc_PelRoot::padPelsNeeded(long width, unsigned int pelSize, long alignModulus) {
   if (width < 0) throw qcRectErrors::NegativeSize();

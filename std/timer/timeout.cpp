@@ -1,8 +1,40 @@
 #include "vnxstd/timer/timeout.h"
 
+#include "vnxstd/except/failure.h"
+#include "zrtsys/attention.h"
+
 namespace {
 
 const qc_ErrorRegistration<qcTimeout::Errors, qcTimeout::Expired, qcTimeout::InternalExpired, qcTimeout::Cancel>
     registered;
 
+void convertStatus(long code) {
+  if (code == zrtsys::attentionExpired) throw qcTimeout::Expired();
+}
+
+struct ConverterRegistration {
+  ConverterRegistration() { qfRegisterExceptionConverter(zrtsys::facility, &convertStatus); }
+};
+const ConverterRegistration converterRegistered;
+
 }  // namespace
+
+struct qcTimeout::Holder {
+  bool isAttached = false;
+  zrtsys::AttentionTag tag;
+};
+
+qcTimeout::qcTimeout(double seconds) : holder_(std::make_unique<Holder>()) {
+  qfThrowExceptionOnFailure(zrtsys::constructAttentionTag(&holder_->tag));
+  qfThrowExceptionOnFailure(zrtsys::attachTimeout(&holder_->tag, seconds));
+  holder_->isAttached = true;
+}
+
+qcTimeout::~qcTimeout() { detach(); }
+
+void qcTimeout::detach() {
+  if (!holder_) return;
+  if (holder_->isAttached) qfThrowExceptionOnFailure(zrtsys::detachTimeout(&holder_->tag));
+  qfThrowExceptionOnFailure(zrtsys::destructAttentionTag(&holder_->tag));
+  holder_.reset();
+}

@@ -14,7 +14,9 @@
 // none.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -24,6 +26,8 @@
 #include "vnxstd/export.h"
 #include "vnxstd/pelbuf/pel.h"
 #include "vnxstd/pelspan/pelspan.h"
+
+class qc_SlottedPelRoot;
 
 /// A block of rows: its geometry, and the memory unless that belongs to somebody else. Moves, does not copy.
 class VNXSTD_EXPORT qc_PelStorage {
@@ -91,6 +95,11 @@ class VNXSTD_EXPORT qc_PelRoot : public qcRepBase, public virtual qcPersistent {
   /// Throws qcInvariantFailure when the fields contradict each other.
   virtual void repInvariant() const;
 
+  // Deleting a root gives it back when it belongs to a pool, and destroys it when it does not, whoever deletes it.
+  static void operator delete(qc_PelRoot* root, std::destroying_delete_t);
+  static void* operator new(std::size_t bytes) { return ::operator new(bytes); }
+  static void operator delete(void* memory) noexcept { ::operator delete(memory); }  // of a constructor that threw
+
  protected:
   explicit qc_PelRoot(qc_PelStorage storage) noexcept : storage_(std::move(storage)) {}
 
@@ -114,7 +123,10 @@ class VNXSTD_EXPORT qc_PelRoot : public qcRepBase, public virtual qcPersistent {
   qc_PelStorage storage_;
 
  private:
+  friend class qc_SlottedPelRoot;
+
   std::int32_t loadedWidth_ = 0, loadedHeight_ = 0, loadedAlign_ = 1;
+  qc_SlottedPelRoot* package_ = nullptr;  // where a pool keeps this root
 };
 
 /// A pixel root of pels of type T. Pels lie in memory as qcStoredPel<T>.

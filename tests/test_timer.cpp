@@ -1,0 +1,155 @@
+// Timers, time limits and what waits.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "vnxstd/sync/sync.h"
+#include "vnxstd/timer/timeout.h"
+#include "vnxstd/timer/timer.h"
+
+namespace {
+
+template <class T>
+class Timer : public testing::Test {};
+using Timers = testing::Types<qcTimer, qcPTimer>;
+TYPED_TEST_SUITE(Timer, Timers);
+
+TYPED_TEST(Timer, AddsUpIntervals) {
+  TypeParam timer(false);
+  EXPECT_EQ(timer.rawTicks64(), 0);
+  timer.stop();
+  EXPECT_EQ(timer.rawTicks64(), 0);
+  qcInt64 least = 0;
+  for (int i = 0; i < 3; ++i) {
+    timer.start();
+    const qcInt64 from = TypeParam::readSystemTime64();
+    TypeParam::sleep(0.001);
+    timer.start();  // goes on
+    least += TypeParam::readSystemTime64() - from;
+    timer.stop();
+    const qcInt64 stopped = timer.rawTicks64();
+    TypeParam::sleep(0.001);
+    timer.stop();
+    ASSERT_EQ(timer.rawTicks64(), stopped);
+    ASSERT_GE(stopped, least);
+  }
+}
+
+TYPED_TEST(Timer, RunsOnAfterReset) {
+  TypeParam timer(true);
+  TypeParam::sleep(0.002);
+  const qcInt64 before = timer.rawTicks64(), from = TypeParam::readSystemTime64();
+  timer.reset();
+  const qcInt64 after = timer.rawTicks64(), passed = TypeParam::readSystemTime64() - from;
+  EXPECT_LE(after, passed);  // not from the first start on
+  EXPECT_GT(before, 0);
+  TypeParam::sleep(0.002);
+  EXPECT_GT(timer.rawTicks64(), after);
+}
+
+TYPED_TEST(Timer, LeavesOutWhatReadingCosts) {
+  EXPECT_EQ(TypeParam::computeOverhead(false), 0);
+  TypeParam timer(true);
+  TypeParam::sleep(0.001);
+  timer.stop();
+  const double all = timer.ticks();
+  EXPECT_EQ(all, timer.rawTicks());
+  const qcInt64 overhead = TypeParam::computeOverhead(true);
+  EXPECT_TRUE(overhead >= 0 && overhead < 999999);
+  EXPECT_EQ(timer.ticks(), all - static_cast<double>(overhead));
+  EXPECT_EQ(TypeParam(false).ticks(), 0);  // not below
+  const double rate = static_cast<double>(TypeParam::ticksPerSecond());
+  EXPECT_DOUBLE_EQ(timer.sec() * rate, timer.ticks());
+  EXPECT_DOUBLE_EQ(timer.usec(), timer.msec() * 1e3);
+  EXPECT_DOUBLE_EQ(TypeParam::resolution() * rate, 1e6);
+}
+
+TYPED_TEST(Timer, SleepsWholeMilliseconds) {
+  TypeParam::sleep(-1);
+  TypeParam::sleep(std::nan(""));
+  TypeParam::sleep(0.0004);
+  qcTimer timer(true);
+  TypeParam::sleep(0.0006);
+  EXPECT_GE(timer.usec(), 999);
+}
+
+// An interval within another one is not longer, and both counters agree on what a second is.
+TEST(Timers, AgreeOnSeconds) {
+  qcTimer outer(true);
+  qcPTimer middle(true);
+  qcTimer inner(true);
+  qcTimer::sleep(0.05);
+  inner.stop(), middle.stop(), outer.stop();
+  EXPECT_LE(inner.sec(), middle.sec() * 1.001 + 1e-6);
+  EXPECT_LE(middle.sec(), outer.sec() * 1.001 + 1e-6);
+  EXPECT_GE(inner.sec(), 0.0499);
+}
+
+// --- waiting --------------------------------------------------------------------------------------------------------
+
+TEST(Semaphore, GivesEachUnitOnce) {
+  constexpr long kThreads = 4, kUnits = 500;
+  qcSemaphore semaphore(kUnits);
+  qcMutex mutex;
+  long taken = 0;
+  {
+    std::vector<std::jthread> threads;
+    for (long i = 0; i < kThreads; ++i) {
+      threads.emplace_back([&] {
+        for (long k = 0; k < kUnits; ++k) {
+          semaphore.acquire(qcDeadline());
+          const qcLock guard(mutex);
+          ++taken;
+        }
+      });
+    }
+    for (long k = 0; k < (kThreads - 1) * kUnits; ++k) semaphore.release();
+  }
+  EXPECT_EQ(taken, kThreads * kUnits);
+  for (const double seconds : {0.001, 0.0, -1.0, -1e300, std::nan("")})
+    EXPECT_FALSE(semaphore.acquire(qcDeadline(seconds)));
+  semaphore.release();
+  EXPECT_TRUE(semaphore.acquire(qcDeadline(-1)));
+}
+
+TEST(Mutex, IsForOneThread) {
+  qcMutex mutex;
+  long count = 0;
+  const auto work = [&] {
+    for (int i = 0; i < 100; ++i) {
+      const qcLock guard(mutex, qcDeadline(i % 2 ? 1000.0 : 1e300));
+      ++count;
+    }
+  };
+  {
+    const std::jthread other(work);
+    work();
+  }
+  EXPECT_EQ(count, 200);
+  const qcLock guard(qcMutex::global());
+  std::jthread([] {
+    for (const double seconds : {0.0, 0.001})
+      EXPECT_THROW(qcLock(qcMutex::global(), qcDeadline(seconds)), qc_Resource::Timeout);
+  });
+}
+
+TEST(Timeout, TheEarliestLimitOfTheThreadCounts) {
+  qcSemaphore none;
+  auto first = std::make_unique<qcTimeout>(1000), second = std::make_unique<qcTimeout>(-1),
+       third = std::make_unique<qcTimeout>(1e300);
+  EXPECT_THROW(none.acquire(qcDeadline()), qcTimeout::Expired);
+  std::jthread([&] { EXPECT_FALSE(none.acquire(qcDeadline(0.001))); }).join();
+  first.reset();  // in any order
+  EXPECT_THROW(none.acquire(qcDeadline()), qcTimeout::Expired);
+  second->detach();
+  second->detach();
+  EXPECT_FALSE(none.acquire(qcDeadline(0.001)));
+  third.reset();
+  second.reset();
+  EXPECT_FALSE(none.acquire(qcDeadline(0.001)));
+}
+
+}  // namespace
