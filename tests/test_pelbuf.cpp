@@ -557,11 +557,11 @@ TEST(RootArchive, HostileHeadersTakeNoMemory) {
   EXPECT_EQ(*root.pels(), 0xCC);  // two optional values were skipped
   qcPelRoot<double> reals;
   EXPECT_EQ(loadRoot("000000 FFFFFF7F FFFFFF7F 01000000 00000000", reals), kEof);  // 65 bits of bytes
-  // 16 bytes that unfold into 1 MiB, and 17.
-  EXPECT_EQ(loadRoot("000000 01000000 10000000 00000100 00000000" + std::string(32, '7'), root), "ok");
-  EXPECT_EQ(loadRoot("000000 01000000 11000000 00000100 00000000" + std::string(34, '7'), root), kContent);
-  unsigned char memory[17] = {};
-  qcPelRoot<unsigned char> column(1, 17, 1, memory, 65536);
+  // A byte that unfolds into 64 KiB, and two.
+  EXPECT_EQ(loadRoot("000000 01000000 01000000 00000100 00000000 77", root), "ok");
+  EXPECT_EQ(loadRoot("000000 01000000 02000000 00000100 00000000 7777", root), kContent);
+  unsigned char memory[2] = {};
+  qcPelRoot<unsigned char> column(1, 2, 1, memory, 65536);
   EXPECT_EQ(outcomeOf([&] { store(kLittle, column); }), kContent);  // nobody could read it
 }
 

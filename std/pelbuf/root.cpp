@@ -229,7 +229,7 @@ void loadGrowing(qcArchive& archive, qc_PelStorage& storage) {
 
 /// Refuses a geometry that is nearly all padding, by which a few bytes would claim much memory.
 void checkPadding(const qc_PelStorage& geometry, unsigned pelSize) {
-  constexpr std::uint64_t kFreePadding = std::uint64_t{1} << 20, kPaddingFactor = 256;
+  constexpr std::uint64_t kFreePadding = 65536, kPaddingFactor = 256;  // one row of any alignment is free
   const std::uint64_t pelBytes = bytesOf(product(geometry.width, geometry.height), pelSize);
   const std::uint64_t paddedBytes = bytesOf(product(geometry.rowUpdate, geometry.height), pelSize);
   if (paddedBytes > kFreePadding && paddedBytes / kPaddingFactor > pelBytes) throw qcArchive::BadContent(kSource, 292);

@@ -9,7 +9,7 @@
 // whatever the memory held.
 //
 // Archives keep the alignment, not the distance between rows. So that a few bytes cannot claim much memory, they take
-// no root that is nearly all padding: one whose rows, aligned, take more than 1 MiB and more than 256 times the bytes
+// no root that is nearly all padding: one whose rows, aligned, take more than 64 KiB and more than 256 times the bytes
 // of its pels is qcArchive::BadContent, when it is stored as when it is loaded. Below an alignment of 257 there is
 // none.
 #pragma once
