@@ -14,6 +14,7 @@
 #include "support/allocations.h"
 #include "support/bytes.h"
 #include "vnxstd/dib/dib.h"
+#include "vnxstd/pelbuf/rootpool.h"
 
 namespace {
 
@@ -130,6 +131,7 @@ std::vector<Layout> layouts() {
 TEST(Bitmaps, EveryLayoutAgainstTheReference) {
   std::mt19937 random(7);
   const std::filesystem::path path = std::filesystem::temp_directory_path() / "vnxstd_test_layout.bmp";
+  qcBasicPelRootPool pool(100, 8);  // for the smaller ones
   for (const Layout& l : layouts()) {
     SCOPED_TRACE(testing::Message() << "header " << l.header << " bits " << l.bits << " topDown " << l.topDown
                                     << " fields " << l.fields << " used " << l.used);
@@ -143,9 +145,11 @@ TEST(Bitmaps, EveryLayoutAgainstTheReference) {
     expectPels(dib, bitmap);
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char*>(bitmap.file.data()), static_cast<std::streamsize>(bitmap.file.size()));
-    const qcPelBuffer<unsigned char> direct = qcDIB::readPelBuffer(path.wstring()), viaDib = dib.pelBuffer();
+    const qcPelBuffer<unsigned char> direct = qcDIB::readPelBuffer(path.wstring()), viaDib = dib.pelBuffer(),
+                                     pooled = qcDIB::readPelBuffer(path.wstring(), pool);
     for (long y = 0; y < l.height; ++y)
-      for (long x = 0; x < l.width; ++x) ASSERT_EQ(direct.get(x, y), viaDib.get(x, y));
+      for (long x = 0; x < l.width; ++x)
+        ASSERT_TRUE(direct.get(x, y) == viaDib.get(x, y) && pooled.get(x, y) == viaDib.get(x, y));
   }
   std::filesystem::remove(path);
 }

@@ -11,6 +11,7 @@
 #include "std/dib/dibreader.h"
 #include "std/dib/dibrows.h"
 #include "vnxstd/except/failure.h"
+#include "vnxstd/pelbuf/rootpool.h"
 #include "zrtsys/memory.h"
 
 namespace {
@@ -151,12 +152,19 @@ qcPelBuffer<unsigned char> qcDIB::pelBuffer() const { return converted<unsigned 
 void qcDIB::pelBuffer(qcPelBuffer<qcPackedRGB16Pel>& buffer) const { buffer = converted<qcPackedRGB16Pel>(); }
 void qcDIB::pelBuffer(qcPelBuffer<qcPackedRGB32Pel>& buffer) const { buffer = converted<qcPackedRGB32Pel>(); }
 
-qcPelBuffer<unsigned char> qcDIB::readPelBuffer(const std::wstring& path) {
+qcPelBuffer<unsigned char> qcDIB::readPelBuffer(const std::wstring& path) { return read(path, nullptr); }
+qcPelBuffer<unsigned char> qcDIB::readPelBuffer(const std::wstring& path, qcPelRootPool& pool) {
+  return read(path, &pool);
+}
+
+qcPelBuffer<unsigned char> qcDIB::read(const std::wstring& path, qcPelRootPool* pool) {
   std::ifstream stream = openedForReading(path);
   qc_DIBReader reader(stream, true, -1);
   reader.headers();
   const Format& format = reader.format();
-  qcPelBuffer<unsigned char> buffer(format.width, format.height);
+  qcPelBuffer<unsigned char> buffer;
+  if (pool) buffer = pool->tryGet<unsigned char>(format.width, format.height);
+  if (!buffer.isBound()) buffer = qcPelBuffer<unsigned char>(format.width, format.height);
   unsigned char* const pels = buffer.pointToOffset();
   const std::ptrdiff_t pitch = buffer.rowUpdate();
   const auto rowBytes = static_cast<std::size_t>(format.rowBytes);

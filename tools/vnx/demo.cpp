@@ -8,6 +8,7 @@
 
 #include <vnxstd/archive/text.h>
 #include <vnxstd/dib/dib.h>
+#include <vnxstd/pelbuf/rootpool.h>
 #include <vnxstd/shapes/circle.h>
 #include <vnxstd/shapes/line.h>
 
@@ -72,7 +73,7 @@ bool runDemo(std::ostream& out) {
   qcDIB bitmap;
   bitmap.init(drawPart(part, kWidth, kHeight));
   bitmap.write(qf_Widen(kImage));
-  const qcPelBuffer<unsigned char> image = qcDIB::readPelBuffer(qf_Widen(kImage));
+  const qcPelBuffer<unsigned char> image = qcDIB::readPelBuffer(qf_Widen(kImage), *qfDefaultPelRootPool());
 
   char text[200];
   std::snprintf(text, sizeof text, "%-7s %-58s %6s %8s %9s %8s\n", "feature", "fit", "points", "rms px", "error px",

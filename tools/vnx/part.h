@@ -26,5 +26,6 @@ struct Part {
 };
 
 /// The part as a camera sees it: each pixel is the area average over its square (16 x 16 samples where an edge is
-/// near), blurred by a Gaussian, with Gaussian noise, rounded.
+/// near), blurred by a Gaussian, with Gaussian noise, rounded. The image is one of the default pool, in which it must
+/// have room.
 qcPelBuffer<unsigned char> drawPart(const Part& part, long width, long height);

@@ -28,6 +28,8 @@
 #include "vnxstd/export.h"
 #include "vnxstd/pelbuf/buffer.h"
 
+class qcPelRootPool;
+
 /// A bitmap. A value; copies share their pixel rows, which never change once made. Not for two threads at once while
 /// one of them changes it.
 class VNXSTD_EXPORT qcDIB {
@@ -108,6 +110,8 @@ class VNXSTD_EXPORT qcDIB {
 
   /// The same as init(path) and pelBuffer() in one pass over the file, without a second copy of the pixels.
   static qcPelBuffer<unsigned char> readPelBuffer(const std::wstring& path);
+  /// The same into an image of the pool if it has one now.
+  static qcPelBuffer<unsigned char> readPelBuffer(const std::wstring& path, qcPelRootPool& pool);
 
   // Writing. Always an uncompressed bottom-up header before the rows as they are stored: a bitmap that was read
   // top-down, or with bit-field masks, is made portable by going through pelBuffer and init. Each throws NoDibData
@@ -183,6 +187,7 @@ class VNXSTD_EXPORT qcDIB {
     void check(const Format& format) const;
   };
 
+  static qcPelBuffer<unsigned char> read(const std::wstring& path, qcPelRootPool* pool);
   void init_(std::istream& stream, bool fileHeader, std::int64_t available);
   std::vector<unsigned char> headers(bool fileHeader) const;
   std::vector<unsigned char> trailer() const;
