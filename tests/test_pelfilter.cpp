@@ -2,8 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <functional>
+#include <limits>
+#include <type_traits>
 #include <vector>
 
 #include "support/scene.h"
@@ -23,8 +26,8 @@ void expectMapped(Scene<T>& src, Scene<T>& dst, const std::function<At(At)>& fro
   run();
   expectWindow<T>(dst, old, [&](long x, long y) {
     const At at = from(At{x, y} + dst.buffer.offset());
-    if (!src.buffer.window().contains(at)) return Scene<T>(old).at(x, y);
-    return Scene<T>(oldSrc).at(at.x() - src.buffer.offset().x(), at.y() - src.buffer.offset().y());
+    if (!src.buffer.window().contains(at)) return old.at(x, y);
+    return oldSrc.at(at.x() - src.buffer.offset().x(), at.y() - src.buffer.offset().y());
   });
 }
 
@@ -198,6 +201,188 @@ TEST(PelArrange, PlanesEachByItself) {
   expectPlanes([](const auto& image) { return qfPelTranspose(image); });
   expectPlanes([](const auto& image) { return qfPelSample(image, 2, 3); });
   expectPlanes([](const auto& image) { return qfPelExpand(image, 3, 2); });
+}
+
+/// What filters work on: the numbers that a pel consists of.
+template <class T>
+qc_PelComponent<T>& component(qcStoredPel<T>& pel, int i) {
+  return reinterpret_cast<qc_PelComponent<T>*>(&pel)[i];
+}
+
+template <class T>
+constexpr int kComponents = static_cast<int>(sizeof(qcStoredPel<T>) / sizeof(qc_PelComponent<T>));
+
+__extension__ typedef __int128 Wide;
+
+/// The sum in a type that holds every one exactly; and how it becomes a pel.
+template <class E>
+using Sum = std::conditional_t<std::is_floating_point_v<E>, double, Wide>;
+
+template <class E>
+E shifted(Wide sum, int shift) {
+  const Wide divisor = Wide{1} << shift, doubled = 2 * sum + divisor;
+  Wide result = doubled / (2 * divisor);
+  if (doubled < 0 && doubled % (2 * divisor) != 0) --result;
+  return static_cast<E>(std::clamp<Wide>(result, std::numeric_limits<E>::min(), std::numeric_limits<E>::max()));
+}
+
+template <class E>
+E shifted(double sum, int shift) {
+  return static_cast<E>(sum / std::pow(2.0, shift));
+}
+
+/// Gives a number of the source relative to the pel in question.
+template <class S>
+using Near = std::function<qc_PelComponent<S>(long dx, long dy)>;
+
+/// Runs a filter elsewhere and in place, at every level, and expects what the reference makes of each neighbourhood.
+template <class S, class D>
+void expectFiltered(const Size& size, const qcPelRect& shape,
+                    const std::function<void(const qcPelBuffer_const<S>&, qcPelBuffer<D>&)>& filter,
+                    const std::function<qc_PelComponent<D>(const Near<S>&)>& reference, bool hasNan = true) {
+  for (const Level level : {Level::Baseline, Level::Avx2}) {
+    if (vnxstd::simd::setLevel(level) != level) continue;
+    for (const bool inPlace : {false, true}) {
+      if (inPlace && !std::is_same_v<S, D>) continue;
+      SCOPED_TRACE(testing::Message() << "level " << static_cast<int>(level) << ", " << size.x() << " x " << size.y()
+                                      << " by " << shape.width() << " x " << shape.height() << " in place " << inPlace);
+      Scene<S> src(size.x(), size.y(), !inPlace && below(2) == 0);
+      Scene<D> other(size.x(), size.y());
+      src.buffer.offset(10, 20);
+      other.buffer.offset(10 + below(5) - 2, 20 + below(5) - 2);
+      for (qcStoredPel<S>& pel : src.memory) {
+        for (int i = 0; i < kComponents<S>; ++i) {
+          auto& value = component<S>(pel, i);
+          if (value != value && !hasNan) value = 0;
+        }
+      }
+      const Scene<S> old = src;
+      const auto check = [&](Scene<D>& dst, qcPelBuffer<D> target) {
+        const Scene<D> before = dst;
+        filter(src.buffer, target);
+        expectWindow<D>(dst, before, [&](long x, long y) {
+          qcStoredPel<D> pel = dst.at(x, y);
+          const At at = At{x, y} + dst.buffer.offset();
+          const qcPelRect window = src.buffer.window();
+          const bool isInside = target.window().contains(at) && at.x() + shape.x0() >= window.x0() &&
+                                at.y() + shape.y0() >= window.y0() && at.x() + shape.x1() <= window.x1() &&
+                                at.y() + shape.y1() <= window.y1();
+          if (!isInside) return before.at(x, y);
+          for (int i = 0; i < kComponents<D>; ++i) {
+            const auto expected = reference([&](long dx, long dy) {
+              auto from = old.at(at.x() + dx - 10, at.y() + dy - 20);
+              return component<S>(from, i);
+            });
+            auto& actual = component<D>(pel, i);
+            if (!(actual == expected || (actual != actual && expected != expected))) actual = expected;
+          }
+          return pel;
+        });
+      };
+      if constexpr (std::is_same_v<S, D>) {
+        if (inPlace) {
+          qcPelBuffer<D> part(src.buffer);
+          const At cut{below(size.x() > 1 ? 2 : 1), below(size.y() > 1 ? 2 : 1)};
+          part.subWindow(cut, size - cut);
+          check(src, part);
+          continue;
+        }
+      }
+      check(other, other.buffer);
+    }
+  }
+  vnxstd::simd::setLevel(vnxstd::simd::highest());
+}
+
+template <class S, class D>
+void expectBoxSums() {
+  using E = qc_PelComponent<D>;
+  struct {
+    Size image;
+    long width, height, shift;
+  } cases[] = {{{1, 1}, 1, 1, 0},     {{70, 3}, 2, 3, 1},    {{133, 5}, 3, 3, 3},
+               {{19, 20}, 1, 8, 2},   {{50, 17}, 15, 15, 8}, {{40, 19}, 17, 16, 9},
+               {{140, 3}, 33, 2, 31}, {{64, 12}, 8, 5, 16},  {{3, 3}, 4, 2, 0}};
+  for (const auto& [image, width, height, shift] : cases) {
+    expectFiltered<S, D>(
+        image, qcPelRect(-((width - 1) / 2), -((height - 1) / 2), width, height),
+        [&](const auto& src, auto& dst) { qfPelSpatialAvg(src, dst, width, height, shift); },
+        [&](const Near<S>& near) {
+          Sum<E> sum = 0;
+          for (long y = 0; y < height; ++y) {
+            for (long x = 0; x < width; ++x) sum += near(x - (width - 1) / 2, y - (height - 1) / 2);
+          }
+          return shifted<E>(sum, static_cast<int>(shift));
+        });
+  }
+}
+
+template <class S, class... D>
+void expectBoxSumsInto() {
+  (expectBoxSums<S, D>(), ...);
+}
+
+TEST(PelSpatialAvg, SumsOfBoxesBetweenAllTypes) {
+  expectBoxSumsInto<unsigned char, unsigned char, signed char, unsigned short, short, unsigned long, long>();
+  expectBoxSumsInto<signed char, unsigned char, signed char, unsigned short, short, unsigned long, long>();
+  expectBoxSumsInto<unsigned short, unsigned char, signed char, unsigned short, short, unsigned long, long>();
+  expectBoxSumsInto<short, unsigned char, signed char, unsigned short, short, unsigned long, long>();
+  expectBoxSumsInto<unsigned long, unsigned char, signed char, unsigned short, short, unsigned long, long>();
+  expectBoxSumsInto<long, unsigned char, signed char, unsigned short, short, unsigned long, long>();
+  expectBoxSumsInto<float, float, double>();
+  expectBoxSumsInto<double, float, double>();
+  expectBoxSums<qcPair<long>, qcPair<long>>();
+  expectBoxSums<qcPair<float>, qcPair<float>>();
+  expectBoxSums<qcPackedRGB32Pel, qcPackedRGB32Pel>();
+}
+
+template <class T>
+struct FilteredPel : testing::Test {};
+using FilteredPels = testing::Types<unsigned char, signed char, unsigned short, short, unsigned long, long, float,
+                                    double, qcPair<long>, qcPair<float>, qcPackedRGB32Pel>;
+TYPED_TEST_SUITE(FilteredPel, FilteredPels);
+
+TYPED_TEST(FilteredPel, BinomialAverages) {
+  using T = TypeParam;
+  using E = qc_PelComponent<T>;
+  for (const qcPair<int> half :
+       {qcPair<int>(0, 0), {1, 1}, {2, 2}, {0, 3}, {4, 0}, {3, 4}, {15, 0}, {2, 15}, {15, 15}}) {
+    if (std::is_floating_point_v<E> && half.x() + half.y() > 17) continue;  // not exact in any order
+    const auto weight = [](long n, long k) {
+      qcInt64 product = 1;
+      for (long i = 1; i <= k; ++i) product = product * (2 * n - i + 1) / i;
+      return product;
+    };
+    expectFiltered<T, T>(
+        Size(half.x() + half.y() < 10 ? 131 : 67, 2 * half.y() + 3),
+        qcPelRect(-half.x(), -half.y(), 2 * half.x() + 1, 2 * half.y() + 1),
+        [&](const auto& src, auto& dst) { qfPelSmooth(src, dst, half.x(), half.y()); },
+        [&](const Near<T>& near) {
+          Sum<E> sum = 0;
+          for (int y = -half.y(); y <= half.y(); ++y) {
+            for (int x = -half.x(); x <= half.x(); ++x) {
+              const qcInt64 factor = weight(half.x(), x + half.x()) * weight(half.y(), y + half.y());
+              sum += static_cast<Sum<E>>(factor) * near(x, y);
+            }
+          }
+          return shifted<E>(sum, 2 * (half.x() + half.y()));
+        });
+  }
+}
+
+TYPED_TEST(FilteredPel, MediansOfThreeByThree) {
+  using T = TypeParam;
+  for (const Size size : {Size{3, 3}, {2, 5}, {35, 4}, {67, 5}, {131, 3}, {300, 7}}) {
+    expectFiltered<T, T>(
+        size, qcPelRect(-1, -1, 3, 3), [](const auto& src, auto& dst) { qfPelMedian3x3(src, dst); },
+        [](const Near<T>& near) {
+          std::vector<qc_PelComponent<T>> values;
+          for (long i = 0; i < 9; ++i) values.push_back(near(i % 3 - 1, i / 3 - 1));
+          std::ranges::sort(values);
+          return values[4];
+        },
+        false);
+  }
 }
 
 }  // namespace

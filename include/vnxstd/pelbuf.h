@@ -7,6 +7,7 @@
 #include "vnxstd/pelbuf/buffer.h"
 #include "vnxstd/pelbuf/copy.h"
 #include "vnxstd/pelbuf/fill.h"
+#include "vnxstd/pelbuf/filter.h"
 #include "vnxstd/pelbuf/measure.h"
 #include "vnxstd/pelbuf/pel.h"
 #include "vnxstd/pelbuf/prepare.h"

@@ -80,6 +80,12 @@ void run(Kernel& kernel, qc_PelRows<P>... rows) {
   Entries<Kernel, P...>::table[static_cast<std::size_t>(level())](kernel, rows...);
 }
 
+/// Runs a kernel over one row.
+template <class Kernel, class... P>
+void runRow(Kernel& kernel, std::ptrdiff_t count, P*... pels) {
+  run(kernel, qc_PelRows<P>{pels, count, count, 1}...);
+}
+
 /// Runs a kernel row by row, for kernels that care where rows begin. The rectangles have one height; the kernel's count
 /// is the width of the first.
 template <class Kernel, class First, class... More>

@@ -60,6 +60,8 @@ struct Scene {
   }
 
   Stored& at(long x, long y) { return memory[static_cast<std::size_t>(1 + (y + margin) * pitch + x + margin)]; }
+  const Stored& at(long x, long y) const { return const_cast<Scene*>(this)->at(x, y); }
+
   long margin, pitch;
   std::vector<Stored> memory;
   qcPelBuffer<T> buffer;

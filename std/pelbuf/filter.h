@@ -1,0 +1,133 @@
+// What the neighbourhood functions share: buffers of rows, and the way from rows of sums to pels.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "std/pelbuf/dispatch.h"
+#include "vnxstd/pelbuf/rows.h"
+
+namespace vnxstd::pelfilter {
+
+/// Rows of sums. They may be read some way past their end, where they hold anything.
+template <class A>
+class SumRows {
+ public:
+  SumRows(std::ptrdiff_t rows, std::ptrdiff_t count)
+      : pitch_(count + kSlack), sums_(static_cast<std::size_t>(rows * pitch_)) {}
+  A* row(std::ptrdiff_t y) { return sums_.data() + y * pitch_; }
+
+ private:
+  static constexpr std::ptrdiff_t kSlack = 128;
+  std::ptrdiff_t pitch_;
+  std::vector<A> sums_;
+};
+
+/// The rows of a source from top to bottom. In place it keeps copies, because the destination's rows overwrite them.
+template <class S>
+class SourceRows {
+ public:
+  /// `kept` rows stay readable besides the one that entered last.
+  SourceRows(qc_PelRows<const S> rows, std::ptrdiff_t kept, bool isInPlace)
+      : rows_(rows), slots_(kept + 1), copies_(static_cast<std::size_t>(isInPlace ? slots_ * rows.width : 0)) {}
+
+  const S* enter(std::ptrdiff_t y) {
+    if (copies_.empty()) return rows_.row(y);
+    return static_cast<const S*>(std::memcpy(copy(y), rows_.row(y), static_cast<std::size_t>(rows_.width) * sizeof(S)));
+  }
+  const S* row(std::ptrdiff_t y) { return copies_.empty() ? rows_.row(y) : copy(y); }
+
+ private:
+  S* copy(std::ptrdiff_t y) { return copies_.data() + y % slots_ * rows_.width; }
+
+  qc_PelRows<const S> rows_;
+  std::ptrdiff_t slots_;
+  std::vector<S> copies_;
+};
+
+/// Whether integers of type A hold `weight` times the furthest value of S, and what rounding adds.
+template <class A, class S>
+bool holds(double weight, int shift) {
+  const double furthest =
+      std::max(static_cast<double>(std::numeric_limits<S>::max()), -static_cast<double>(std::numeric_limits<S>::min()));
+  const double limit = sizeof(A) == 8 ? 0x1p62 : static_cast<double>(std::numeric_limits<A>::max());
+  return furthest * weight + std::ldexp(0.5, shift) <= limit;
+}
+
+/// Adds rows of sums, shifts to the right rounding half up, and saturates; floating sums are multiplied by 2^-shift.
+template <class A, class D>
+class Finish {
+ public:
+  Finish(const A* const* addends, int count, int shift) : addends_(addends), count_(count), shift_(shift) {}
+
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, D* to, std::ptrdiff_t count) const {
+    constexpr std::ptrdiff_t block = 4 * N / sizeof(A);
+    std::ptrdiff_t i = 0;
+    for (; i + block <= count; i += block) {
+      A sums[block];
+      add<N>(sums, i);
+      for (std::ptrdiff_t k = 0; k < block; ++k) to[i + k] = static_cast<D>(sums[k]);
+    }
+    if (i < count) {
+      A sums[block];
+      add<N>(sums, i);
+      for (std::ptrdiff_t k = 0; k < count - i; ++k) to[i + k] = static_cast<D>(sums[k]);
+    }
+  }
+
+ private:
+  // Explicit vectors, because the compiler would shift 16-bit numbers as 32-bit ones.
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void add(A* sums, std::ptrdiff_t from) const {
+    typedef A Vector __attribute__((vector_size(N)));
+    Vector all[4] = {};
+    for (int a = 0; a < count_; ++a) {
+      for (std::size_t k = 0; k < 4; ++k) {
+        Vector addend;
+        std::memcpy(&addend, addends_[a] + from + k * (N / sizeof(A)), N);
+        all[k] += addend;
+      }
+    }
+    const A half = shift_ > 0 && !std::is_floating_point_v<A> ? static_cast<A>(std::int64_t{1} << (shift_ - 1)) : A{0};
+    for (Vector& sum : all) {
+      if constexpr (std::is_floating_point_v<A>) {
+        sum *= std::ldexp(A{1}, -shift_);
+      } else {
+        sum += half;
+        sum >>= shift_;
+        constexpr A most = static_cast<A>(std::numeric_limits<D>::max()),
+                    least = static_cast<A>(std::numeric_limits<D>::min());
+        if constexpr (std::cmp_less(std::numeric_limits<D>::max(), std::numeric_limits<A>::max())) {
+          sum = sum > most ? Vector{} + most : sum;
+        }
+        if constexpr (std::cmp_greater(std::numeric_limits<D>::min(), std::numeric_limits<A>::min())) {
+          sum = sum < least ? Vector{} + least : sum;
+        }
+      }
+    }
+    std::memcpy(sums, all, sizeof all);
+  }
+
+  const A* const* addends_;
+  int count_, shift_;
+};
+
+/// Finish for a destination whose type the caller does not know.
+template <class A>
+using Finisher = void (*)(const A* const* addends, int count, int shift, void* to, std::ptrdiff_t pels);
+
+template <class A, class D>
+void finish(const A* const* addends, int count, int shift, void* to, std::ptrdiff_t pels) {
+  const Finish<A, D> kernel(addends, count, shift);
+  simd::runRow(kernel, pels, static_cast<D*>(to));
+}
+
+}  // namespace vnxstd::pelfilter

@@ -1,0 +1,230 @@
+// Sums of boxes, columns first: a row of column sums slides down the image, and every row of it is summed along.
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+#include "std/pelbuf/filter.h"
+#include "vnxstd/pelbuf/filter.h"
+
+namespace {
+
+namespace simd = vnxstd::simd;
+using namespace vnxstd::pelfilter;
+
+template <class S, class A>
+struct Widen {
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* to, const S* pels, std::ptrdiff_t count) const {
+    VNXSTD_INDEPENDENT
+    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = static_cast<A>(pels[i]);
+  }
+};
+
+template <class S, class A>
+struct Add {
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* sums, const S* pels, std::ptrdiff_t count) const {
+    VNXSTD_INDEPENDENT
+    for (std::ptrdiff_t i = 0; i < count; ++i) sums[i] = static_cast<A>(sums[i] + static_cast<A>(pels[i]));
+  }
+};
+
+template <class S, class A>
+struct Slide {
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* sums, const S* pels, const S* leaving,
+                                         std::ptrdiff_t count) const {
+    VNXSTD_INDEPENDENT
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
+      sums[i] = static_cast<A>(sums[i] - static_cast<A>(leaving[i]) + static_cast<A>(pels[i]));
+    }
+  }
+};
+
+template <class A>
+struct Total {
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* to, const A* a, const A* b, std::ptrdiff_t count) const {
+    VNXSTD_INDEPENDENT
+    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = a[i] + b[i];
+  }
+};
+
+template <class A>
+struct Fours {
+  std::ptrdiff_t step;
+
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* to, const A* sums, std::ptrdiff_t count) const {
+    const A *const a = sums, *const b = a + step, *const c = b + step, *const d = c + step;
+    VNXSTD_INDEPENDENT
+    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = static_cast<A>(a[i] + b[i] + c[i] + d[i]);
+  }
+};
+
+/// Columns of integers: the row that enters is added, the one that leaves is subtracted.
+template <class S, class A>
+class IntegerColumns {
+ public:
+  IntegerColumns(qc_PelRows<const S> src, std::ptrdiff_t height, bool isInPlace)
+      : rows_(src, height, isInPlace), height_(height), count_(src.width), sums_(1, src.width) {}
+
+  /// The sums of the `height` rows down to y; fewer at the beginning.
+  A* enter(std::ptrdiff_t y) {
+    const S* const pels = rows_.enter(y);
+    if (y < height_) {
+      const Add<S, A> add;
+      simd::runRow(add, count_, sums_.row(0), pels);
+    } else {
+      const Slide<S, A> slide;
+      simd::runRow(slide, count_, sums_.row(0), pels, rows_.row(y - height_));
+    }
+    return sums_.row(0);
+  }
+
+ private:
+  SourceRows<S> rows_;
+  std::ptrdiff_t height_, count_;
+  SumRows<A> sums_;
+};
+
+/// Columns of floating numbers. Subtracting would leave rounding errors behind, and NaN and infinities for ever. So the
+/// rows are taken in blocks of the box's height: the sum of a window is that of the rows from its first to the end of
+/// their block plus that of the rows of the next block so far.
+template <class S>
+class FloatingColumns {
+ public:
+  FloatingColumns(qc_PelRows<const S> src, std::ptrdiff_t height, bool)
+      : src_(src),
+        height_(height),
+        count_(src.width),
+        ends_(height, src.width),
+        begin_(1, src.width),
+        sums_(1, src.width) {}
+
+  double* enter(std::ptrdiff_t y) {
+    const Widen<S, double> widen;
+    const Add<S, double> add;
+    const Add<double, double> addSums;
+    const Total<double> total;
+    const std::ptrdiff_t k = y % height_;
+    const S* const pels = src_.row(y);
+    simd::runRow(widen, count_, ends_.row(k), pels);
+    if (k == height_ - 1) {
+      for (std::ptrdiff_t i = k - 1; i >= 0; --i)
+        simd::runRow(addSums, count_, ends_.row(i), constant(ends_.row(i + 1)));
+      return ends_.row(0);
+    }
+    if (k == 0) {
+      simd::runRow(widen, count_, begin_.row(0), pels);
+    } else {
+      simd::runRow(add, count_, begin_.row(0), pels);
+    }
+    simd::runRow(total, count_, sums_.row(0), constant(ends_.row(k + 1)), constant(begin_.row(0)));
+    return sums_.row(0);
+  }
+
+ private:
+  static const double* constant(const double* sums) { return sums; }
+
+  qc_PelRows<const S> src_;
+  std::ptrdiff_t height_, count_;
+  SumRows<double> ends_, begin_, sums_;
+};
+
+/// Sums of `width` neighbours, in blocks as above: two additions each, whatever the width.
+template <class A>
+void sumBlocks(const A* from, A* to, std::ptrdiff_t count, std::ptrdiff_t width, std::ptrdiff_t step) {
+  for (std::ptrdiff_t block = 0; block < count; block += width * step) {
+    for (std::ptrdiff_t component = block; component < block + step; ++component) {
+      const std::ptrdiff_t next = component + width * step;
+      A sum = 0;
+      for (std::ptrdiff_t i = next - step; i >= component; i -= step) {
+        sum = static_cast<A>(sum + from[i]);
+        if (i < count) to[i] = sum;
+      }
+      sum = 0;
+      for (std::ptrdiff_t i = component + step; i < std::min(next, count); i += step) {
+        sum = static_cast<A>(sum + from[i + (width - 1) * step]);
+        to[i] = static_cast<A>(to[i] + sum);
+      }
+    }
+  }
+}
+
+struct Box {
+  qc_PelFilter filter;
+  std::ptrdiff_t width, height;
+  int shift;
+};
+
+/// Along a row, boxes of up to 32 pels are sums of pels and of fours of pels.
+template <class A, class Columns, class S>
+void sumBoxes(qc_PelRows<const S> src, qc_PelRows<unsigned char> dst, std::ptrdiff_t count, const Box& box,
+              Finisher<A> finishRow) {
+  const std::ptrdiff_t step = box.filter.perPel;
+  const bool hasFours = box.width >= 8 && box.width <= 32;
+  Columns columns(src, box.height, box.filter.isInPlace);
+  SumRows<A> along(box.width >= 8 ? 1 : 0, src.width);
+  for (std::ptrdiff_t y = 0; y < src.height; ++y) {
+    const A* const sums = columns.enter(y);
+    if (y < box.height - 1) continue;
+    const A* addends[11];
+    int n = 0;
+    std::ptrdiff_t done = 0;
+    if (hasFours) {
+      const Fours<A> fours{step};
+      simd::runRow(fours, src.width - 3 * step, along.row(0), sums);
+      for (; done + 4 <= box.width; done += 4) addends[n++] = along.row(0) + done * step;
+    } else if (box.width > 32) {
+      sumBlocks(sums, along.row(0), count, box.width, step);
+      addends[n++] = along.row(0);
+      done = box.width;
+    }
+    for (; done < box.width; ++done) addends[n++] = sums + done * step;
+    finishRow(addends, n, box.shift, dst.row(y - box.height + 1), count);
+  }
+}
+
+}  // namespace
+
+template <class S, class D>
+void qf_PelBoxSum(qc_PelRows<const S> src, qc_PelRows<D> dst, qc_PelFilter filter, long width, long height, int shift) {
+  const Box box{filter, width, height, shift};
+  const auto to = qf_PelRowsAs<unsigned char>(dst);
+  const auto with = [&]<class A>(A) { sumBoxes<A, IntegerColumns<S, A>>(src, to, dst.width, box, &finish<A, D>); };
+  if constexpr (std::is_floating_point_v<S>) {
+    sumBoxes<double, FloatingColumns<S>>(src, to, dst.width, box, &finish<double, D>);
+  } else {
+    using Narrow = std::conditional_t<std::is_signed_v<S>, std::int16_t, std::uint16_t>;
+    using Middle = std::conditional_t<std::is_signed_v<S>, std::int32_t, std::uint32_t>;
+    const double pels = static_cast<double>(width) * static_cast<double>(height);
+    if constexpr (sizeof(S) == 1) {
+      if (holds<Narrow, S>(pels, shift)) return with(Narrow{});
+    }
+    if constexpr (sizeof(S) <= 2) {
+      if (holds<Middle, S>(pels, shift)) return with(Middle{});
+    }
+    with(std::int64_t{});
+  }
+}
+
+#define VNXSTD_INSTANTIATE(S, D) \
+  template VNXSTD_EXPORT void qf_PelBoxSum(qc_PelRows<const S>, qc_PelRows<D>, qc_PelFilter, long, long, int);
+#define VNXSTD_INSTANTIATE_FROM(S)      \
+  VNXSTD_INSTANTIATE(S, unsigned char)  \
+  VNXSTD_INSTANTIATE(S, signed char)    \
+  VNXSTD_INSTANTIATE(S, unsigned short) \
+  VNXSTD_INSTANTIATE(S, short)          \
+  VNXSTD_INSTANTIATE(S, std::uint32_t)  \
+  VNXSTD_INSTANTIATE(S, std::int32_t)
+VNXSTD_INSTANTIATE_FROM(unsigned char)
+VNXSTD_INSTANTIATE_FROM(signed char)
+VNXSTD_INSTANTIATE_FROM(unsigned short)
+VNXSTD_INSTANTIATE_FROM(short)
+VNXSTD_INSTANTIATE_FROM(std::uint32_t)
+VNXSTD_INSTANTIATE_FROM(std::int32_t)
+VNXSTD_INSTANTIATE(float, float)
+VNXSTD_INSTANTIATE(float, double)
+VNXSTD_INSTANTIATE(double, float)
+VNXSTD_INSTANTIATE(double, double)
