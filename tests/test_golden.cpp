@@ -20,6 +20,7 @@
 #include "vnxstd/math/xfcache.h"
 #include "vnxstd/math/xfcomp.h"
 #include "vnxstd/math/xflinear.h"
+#include "vnxstd/math/xfpersp.h"
 #include "vnxstd/pelbuf/buffer.h"
 #include "vnxstd/shapes/circle.h"
 #include "vnxstd/shapes/line.h"
@@ -135,6 +136,8 @@ std::vector<Case> cases() {
   auto* composed = new qc2XformComposed(twice, linear(5, 2), false, false);
   composed->postCompose(twice, false);
   all.push_back(shared<qc2XformBase>("qc2XformComposed", composed));
+  all.push_back(
+      shared<qc2XformBase>("qc2XformPerspective", new qc2XformPerspective(qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4))));
   qc2XformCache cache(linear(3, 1), linear(7, 1));
   all.push_back(value("qc2XformCache", cache));
   all.push_back(value("handle_null", qcPtrHandle<qcShape>()));

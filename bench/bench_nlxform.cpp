@@ -1,0 +1,77 @@
+// Mapping points by nonlinear transforms, and fitting them, beside OpenCV and plain loops.
+#include <cstddef>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "bench/compare.h"
+#include "vnxstd/math/xfpersp.h"
+
+#if defined(VNXSTD_BENCH_OPENCV)
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+#endif
+
+namespace {
+
+using Points = std::vector<qcVector<2>>;
+
+Points points(std::size_t count) {  // over an image of 1000 x 1000 pixels
+  std::mt19937_64 engine(1);
+  std::uniform_real_distribution<double> coordinate(0, 1000);
+  Points result(count);
+  for (qcVector<2>& p : result) p = qcVector<2>(coordinate(engine), coordinate(engine));
+  return result;
+}
+
+const qcMatrix<3> kMatrix(1.1, 0.1, 3, -0.2, 0.9, 4, 1e-4, -2e-4, 1);
+
+void perspective(compare::Session& session) {
+  const qc2XformPerspective xform(kMatrix);
+  for (const std::size_t count : {std::size_t{1000}, std::size_t{1000000}}) {
+    const Points in = points(count);
+    Points out = in;
+    const std::string what = "perspective, " + std::to_string(count) + " points";
+    const auto ours = [&] { xform.mapPoints(in.data(), out.data(), count); };
+#if defined(VNXSTD_BENCH_OPENCV)
+    Points peerIn = in, peerOut = in;
+    const cv::Mat h = (cv::Mat_<double>(3, 3) << 1.1, 0.1, 3, -0.2, 0.9, 4, 1e-4, -2e-4, 1);
+    const cv::Mat from(1, static_cast<int>(count), CV_64FC2, peerIn.data());
+    cv::Mat to(1, static_cast<int>(count), CV_64FC2, peerOut.data());
+    session.run(what, 0.5, ours, [&] { cv::perspectiveTransform(from, to, h); });
+#else
+    session.run(what, ours);
+#endif
+  }
+}
+
+void homography(compare::Session& session) {
+  const qcVector<2> from[4] = {{10, 20}, {600, 30}, {620, 460}, {20, 440}}, to[4] = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
+  const auto ours = [&] { compare::keep(qc2XformPerspective(from, to)); };
+#if defined(VNXSTD_BENCH_OPENCV)
+  cv::Point2f peerFrom[4], peerTo[4];
+  for (int i = 0; i < 4; ++i) {
+    peerFrom[i] = cv::Point2f(static_cast<float>(from[i].x()), static_cast<float>(from[i].y()));
+    peerTo[i] = cv::Point2f(static_cast<float>(to[i].x()), static_cast<float>(to[i].y()));
+  }
+  session.run("homography from 4 points", 0.3, ours,
+              [&] { compare::keep(cv::getPerspectiveTransform(peerFrom, peerTo)); });
+#else
+  session.run("homography from 4 points", ours);
+#endif
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  compare::Session session(argc, argv);
+#if defined(VNXSTD_BENCH_OPENCV)
+  session.peer("OpenCV", CV_VERSION);
+  cv::setNumThreads(1);
+#else
+  session.absent("OpenCV");
+#endif
+  perspective(session);
+  homography(session);
+  return session.finish();
+}

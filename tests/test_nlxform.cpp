@@ -1,0 +1,298 @@
+// Nonlinear transforms: fits against maps known by construction, laws over all classes, degenerate and hostile input.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "support/bytes.h"
+#include "vnxstd/except/failure.h"
+#include "vnxstd/math/xfcomp.h"
+#include "vnxstd/math/xfdeform.h"
+#include "vnxstd/math/xfpersp.h"
+#include "zrtnlxf/handle.h"
+#include "zrtnlxf/simd.h"
+
+namespace {
+
+using Handle = qcPtrHandle<qc2XformBase>;
+using Point = qcVector<2>;
+using Points = std::vector<Point>;
+using Linear = qc2XformLinear;
+using Perspective = qc2XformPerspective;
+using BadParams = qc2XformPerspectiveDefs::BadParams;
+using NumericalError = qc2XformPerspectiveDefs::NumericalError;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN(), kMax = std::numeric_limits<double>::max();
+
+struct Source {
+  std::mt19937_64 engine{11};
+  double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine); }
+  Point point(double reach = 500) { return {real(-reach, reach), real(-reach, reach)}; }
+  Points points(std::size_t count, double reach = 500) {
+    Points result(count);
+    for (Point& p : result) p = point(reach);
+    return result;
+  }
+  // Within 500 pixels of the origin the denominator stays between 0.5 and 1.5 of itself.
+  qcMatrix<3> matrix() {
+    const double w = real(0.1, 5), bend = 5e-4 * w;
+    return {real(0.5, 2),      real(-0.3, 0.3),   real(-99, 99),
+            real(-0.3, 0.3),   real(0.5, 2),      real(-99, 99),
+            real(-bend, bend), real(-bend, bend), w};
+  }
+};
+
+template <class Map>
+Points mapped(const Points& points, const Map& map) {
+  Points result;
+  for (const Point& p : points) result.push_back(map(p));
+  return result;
+}
+
+double distance(const qc2XformBase& a, const qc2XformBase& b, const Points& points) {
+  double largest = 0;
+  for (const Point& p : points) largest = std::max(largest, (a * p).distance(b * p));
+  return largest;
+}
+
+TEST(PerspectiveFit, FindsTheMapThatMadeThePoints) {
+  Source source;
+  for (int round = 0; round < 300; ++round) {
+    const Perspective truth(source.matrix());
+    const auto map = [&](const Point& p) { return truth * p; };
+    const Points corners = {source.point(200) + Point(-290, -290), source.point(200) + Point(290, -290),
+                            source.point(200) + Point(290, 290), source.point(200) + Point(-290, 290)};
+    const Points images = mapped(corners, map), probes = source.points(20);
+    const Perspective four({corners[0], corners[1], corners[2], corners[3]},
+                           {images[0], images[1], images[2], images[3]});
+    EXPECT_LT(distance(four, truth, probes), 1e-9);
+    EXPECT_EQ(four, Perspective(corners, images));
+    EXPECT_DOUBLE_EQ(four.matrix().element(2, 2), 1);
+    const Points many = source.points(5 + source.engine() % 40);
+    EXPECT_LT(distance(Perspective(many, mapped(many, map)), truth, probes), 1e-7);
+    // Far from the origin, what the coordinates have lost to rounding is lost, and no more.
+    const Point far(3e5, -2e5);
+    const Points away = mapped(many, [&](const Point& p) { return p + far; });
+    const Perspective there(away, mapped(many, map));
+    for (const Point& p : probes) EXPECT_LT((there * (p + far)).distance(truth * p), 1e-4);
+  }
+}
+
+TEST(PerspectiveFit, AveragesNoise) {
+  Source source;
+  const Perspective truth(source.matrix());
+  const Points from = source.points(2500);
+  const Points to = mapped(from, [&](const Point& p) { return truth * p + source.point(0.5); });
+  EXPECT_LT(distance(Perspective(from, to), truth, source.points(100)), 0.1);
+}
+
+TEST(PerspectiveFit, RefusesWhatDeterminesNoMap) {
+  const Points square = {{0, 0}, {9, 0}, {9, 9}, {0, 9}}, line = {{0, 0}, {1, 0.1}, {2, 0.2}, {5, 7}};
+  const Points same(4, Point(1, 2)), five = {{0, 0}, {9, 0}, {9, 9}, {0, 9}, {3, 4}};
+  const Points slope = {{0, 0}, {0.1, 0.3}, {0.2, 0.6}, {3, 9}, {5, 15}};
+  const Points ray = {{0, 0}, {1, 1}, {2, 2}, {3, 3}, {5, 7}}, thirds = {{0, 0}, {1. / 3, 1. / 3}, {7, 7}, {9, 2}};
+  const Points wild = {{0, 0}, {9, 0}, {9, kNaN}, {0, 9}}, huge = {{0, 0}, {kMax, 0}, {kMax, kMax}, {0, kMax}};
+  for (const Points* other : {&line, &same, &thirds}) {
+    EXPECT_THROW(Perspective(square, *other), NumericalError);
+    EXPECT_THROW(Perspective(*other, square), NumericalError);
+  }
+  EXPECT_THROW(Perspective(five, slope), NumericalError);
+  EXPECT_THROW(Perspective(ray, five), NumericalError);
+  EXPECT_THROW(Perspective(five, Points(5, Point(1, 2))), NumericalError);
+  EXPECT_THROW(Perspective(square, five), BadParams);
+  EXPECT_THROW(Perspective(Points(square.begin(), square.end() - 1), Points(square.begin(), square.end() - 1)),
+               BadParams);
+  EXPECT_THROW(Perspective(Points(), Points()), BadParams);
+  EXPECT_THROW(Perspective(wild, square), BadParams);
+  EXPECT_THROW(Perspective(square, wild), BadParams);
+  EXPECT_NO_THROW(Perspective(square, {{0, 0}, {9e9, 0}, {9e9, 1e-3}, {0, 1e-3}}));  // thin, but no line
+  try {
+    EXPECT_LT((Perspective(square, huge) * Point(4.5, 4.5)).distance(Point(kMax / 2, kMax / 2)), kMax * 1e-12);
+  } catch (const NumericalError&) {  // beyond the range of double on the way
+  }
+}
+
+TEST(Perspective, KnowsWhereItEnds) {
+  const qcMatrix<3> matrix(1, 0, 0, 0, 1, 0, 1, 0, -2);  // the line x = 2 has no image
+  const Perspective xform(matrix);
+  EXPECT_EQ(xform * Point(3, 5), Point(3, 5));
+  EXPECT_THROW(xform * Point(2, 5), NumericalError);
+  EXPECT_THROW(xform * Point(kNaN, 5), NumericalError);
+  EXPECT_THROW(xform.linearXform(Point(2, 5)), NumericalError);
+  for (const std::size_t at : {0u, 5u, 6u, 7u}) {
+    Points many(8, Point(1, 1));
+    xform.mapPoints(many.data(), many.data(), many.size());
+    many[at] = Point(2, 1e300);
+    EXPECT_THROW(xform.mapPoints(many.data(), many.data(), many.size()), NumericalError);
+  }
+  EXPECT_FALSE(xform.isLinear() || xform.isSingular());
+
+  const Perspective scale(qcMatrix<3>(6, 3, 9, 0, 3, 6, 0, 0, 3));
+  EXPECT_TRUE(scale.isLinear() && scale.linearXform(Point(kNaN, kMax)) == Linear(qcMatrix<2>(2, 1, 0, 1), Point(3, 2)));
+  // One singular by rounding, one that only looks so, and sizes that products of three elements cannot hold.
+  const double third = 1. / 3;
+  const Perspective flat(qcMatrix<3>(0.1, 0.2, 0.3, third, 2 * third, 1, 7, 8, 9));
+  const Perspective shift(qcMatrix<3>(1, 0, 1e9, 0, 1, -1e9, 0, 0, 1)), none(qcMatrix<3>(0, 0, 0, 0, 0, 0, 0, 0, 0));
+  for (const Perspective* singular : {&flat, &none}) {
+    EXPECT_TRUE(singular->isSingular());
+    EXPECT_THROW(singular->inverseBase(), NumericalError);
+  }
+  EXPECT_TRUE(Perspective(qcMatrix<3>(1, 0, 0, 0, kNaN, 0, 0, 0, 1)).isSingular());
+  EXPECT_EQ(*shift.inverseBase() * Point(0, 0), Point(-1e9, 1e9));
+  for (const double factor : {1e-150, 1e150}) {
+    const Perspective far(matrix * factor);
+    EXPECT_TRUE(qfRealEq(*far.inverseBase() * (far * Point(3, 5)), Point(3, 5), 1e-12));
+  }
+}
+
+TEST(Perspective, ComposesByProductWherePossible) {
+  Source source;
+  const auto isProduct = [](const Handle& handle) { return dynamic_cast<Perspective*>(handle.rep()) != nullptr; };
+  const Handle a(new Perspective(source.matrix())), b(new Perspective(source.matrix()));
+  const Handle linear(new Linear(qcMatrix<2>(0.5, 0.2, 0, 0.3), Point(3, 4))), empty(new qc2XformComposed);
+  EXPECT_TRUE(isProduct(*a * *b) && isProduct(*a * *linear) && isProduct(*a * *empty));
+  EXPECT_FALSE(isProduct(*linear * *a) || isProduct(*a * *(*linear * *a)));
+}
+
+// One of each class, whose inverse is within reach over 100 pixels around the origin.
+std::vector<Handle> family(Source& source) {
+  std::vector<Handle> all;
+  all.emplace_back(new Perspective(source.matrix()));
+  all.push_back(all[0]->inverseBase());
+  return all;
+}
+
+TEST(Family, LawsHoldForEveryClass) {
+  Source source;
+  for (int round = 0; round < 100; ++round) {
+    for (const Handle& xform : family(source)) {
+      SCOPED_TRACE(typeid(*xform).name());
+      const Handle other(new Linear(qcMatrix<2>(0.8, 0.1, -0.1, 0.7), source.point(9))), inverse = xform->inverseBase();
+      const Point p = source.point(100), image = *xform * p;
+      EXPECT_LT((*inverse * image).distance(p), 1e-10);
+      EXPECT_LT((*inverse->inverseBase() * p).distance(image), 1e-10);
+      EXPECT_LT((*(*xform * *other) * p).distance(*xform * (*other * p)), 1e-10);
+      EXPECT_LT((*(*other * *xform) * p).distance(*other * image), 1e-10);
+      EXPECT_TRUE(*xform->clone() * p == image && xform->clone() != xform);
+      EXPECT_FALSE(xform->isLinear());
+      const Linear form = xform->linearXform(p);
+      EXPECT_LT((form * p).distance(image), 1e-10);
+      for (const Point& e : {Point(1e-3, 0), Point(0, 1e-3)}) {
+        EXPECT_LT(form.mapVector(e).distance((*xform * (p + e) - *xform * (p - e)) / 2), 1e-9);
+      }
+    }
+  }
+}
+
+TEST(Family, ArraysMapBitForBitLikePoints) {
+  Source source;
+  std::vector<Handle> all = family(source);
+  for (const int level : {0, 1}) {
+    if (zrtnlxf::useLevel(level) != level) continue;
+    for (const Handle& xform : all) {
+      for (const std::size_t count : {0u, 1u, 3u, 4u, 5u, 8u, 9u, 300u}) {
+        const Points in = source.points(count, 100);
+        Points out = in, inPlace = in;
+        xform->mapPoints(in.data(), out.data(), count);
+        xform->mapPoints(inPlace.data(), inPlace.data(), count);
+        EXPECT_EQ(out, inPlace);
+        EXPECT_EQ(out, mapped(in, [&](const Point& p) { return *xform * p; }));
+      }
+    }
+  }
+  zrtnlxf::useLevel(1);
+}
+
+TEST(Status, EveryCodeBecomesTheErrorThatFits) {
+  const auto thrown = [](zrtnlxf::Status status) -> long {
+    try {
+      qfThrowExceptionOnFailure(status);
+    } catch (const qcException& error) {
+      return error.errorNumber();
+    } catch (const std::bad_alloc&) {
+      return -1;
+    }
+    return 0;
+  };
+  EXPECT_EQ(thrown(zrtnlxf::outOfMemory), -1);
+  EXPECT_EQ(thrown(zrtnlxf::badArgument), 0x10003D00);
+  EXPECT_EQ(thrown(zrtnlxf::badDeformArgument), 0x10003E00);
+  for (const auto status : {zrtnlxf::atInfinity, zrtnlxf::singular, zrtnlxf::degenerate, zrtnlxf::notConverged}) {
+    EXPECT_EQ(thrown(status), 0x10003D01);
+  }
+  EXPECT_EQ(thrown(zrtnlxf::failure(31)), 0x10000004);
+  EXPECT_EQ(qmath_xformPerspective_construct(nullptr), zrtnlxf::badArgument);
+}
+
+TEST(Status, HandlesOfTheModuleHoldAPerspectiveOrNone) {
+  qmath_xformPerspective* state = nullptr;
+  qmath_xformPtrhConst *full = nullptr, *empty = nullptr;
+  ASSERT_EQ(qmath_xformPerspective_construct(&state), zrtnlxf::ok);
+  ASSERT_EQ(qmath_xformPtrhConst_constructPerspective(state, &full), zrtnlxf::ok);
+  ASSERT_EQ(qmath_xformPtrhConst_construct(&empty), zrtnlxf::ok);
+  qmath_xformPerspective_destruct(state);  // the handle keeps its own
+  EXPECT_EQ(qmath_xformPtrhConst_getIsPerspective(full), 1);
+  EXPECT_EQ(qmath_xformPtrhConst_getIsPerspective(empty), 0);
+  const qmath_xformPerspective* held = nullptr;
+  ASSERT_EQ(qmath_xformPtrhConst_getPerspective(full, &held), zrtnlxf::ok);
+  EXPECT_EQ(Perspective(*held), Perspective());
+  EXPECT_EQ(qmath_xformPtrhConst_getPerspective(empty, &held), zrtnlxf::badArgument);
+  qmath_xformPtrhConst_destruct(full);
+  qmath_xformPtrhConst_destruct(empty);
+}
+
+// Stores, checks the bytes behind the object marker, cuts them everywhere, and gives the versions that must be 0.
+std::string number(double value) {
+  std::string bytes;
+  for (int shift = 56; shift >= 0; shift -= 8) {
+    bytes.push_back(static_cast<char>(std::bit_cast<std::uint64_t>(value) >> shift));
+  }
+  return bytes;
+}
+std::string numbers(std::initializer_list<double> values) {
+  std::string bytes;
+  for (const double value : values) bytes += number(value);
+  return bytes;
+}
+
+template <class T>
+void load(const std::string& bytes, T& object) {
+  BytesArchive archive(headOf(qcArchive::bigEndian) + bytes);
+  *archive >> object;
+}
+
+// The object is stored as the marker, three version bytes and `fields`; each byte missing and each version byte is
+// found out, and leaves the object that was loaded into as it was. `versions` are the places of others in `fields`.
+template <class T>
+void expectBytes(const T& object, const std::string& fields, std::initializer_list<std::size_t> versions) {
+  const std::string bytes = "\xF1\x66\x4B\xDF" + std::string(3, '\0') + fields;
+  EXPECT_EQ(toHex(stored(qcArchive::bigEndian, false, object)), toHex(bytes));
+  T loaded;
+  const Point p(2, 3), before = loaded * p;
+  for (std::size_t size = 0; size < bytes.size(); ++size) {
+    EXPECT_THROW(load(bytes.substr(0, size), loaded), qcArchive::Errors) << size;
+  }
+  std::vector<std::size_t> all = {4, 5, 6};
+  for (const std::size_t at : versions) all.push_back(7 + at);
+  for (const std::size_t at : all) {
+    std::string newer = bytes;
+    newer[at] = 1;
+    EXPECT_THROW(load(newer, loaded), qcArchive::UnknownVersion) << at;
+  }
+  EXPECT_EQ(loaded * p, before);
+  load(bytes, loaded);
+  EXPECT_EQ(loaded * p, object * p);
+}
+
+TEST(Archive, BytesByHandAndEveryFault) {
+  expectBytes(Perspective(qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4)),
+              '\0' + numbers({2, 0, 1, 0, 3, 0, 1, 0, 4}) + number(21), {0});
+}
+
+}  // namespace

@@ -1,0 +1,60 @@
+// What the fits to point correspondences have in common.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <exception>
+#include <limits>
+#include <new>
+
+#include "zrtnlxf/status.h"
+
+namespace zrtnlxf {
+
+/// Points lie so that they determine nothing when a number that would be 0 then, and is about 1 for points that lie
+/// well, is below this many units of the coordinates' rounding error.
+inline constexpr double kDegenerate = 64;
+
+/// Whether `count` numbers are all finite.
+inline bool areFinite(const double* numbers, std::size_t count) noexcept {
+  return std::all_of(numbers, numbers + count, [](double number) { return std::isfinite(number); });
+}
+
+/// A frame around points that makes their coordinates small numbers: q = (p - centre) * scale.
+struct Frame {
+  /// The centroid, and a mean distance from it of 2, of `count` points (x, y); distances are |x| + |y|. About what
+  /// Hartley chooses ("In defence of the eight-point algorithm", 1997), without roots and overflow. The scale is not
+  /// finite when all points coincide.
+  Frame(const double* points, std::size_t count) noexcept {
+    const double share = 1 / static_cast<double>(count);
+    for (std::size_t i = 0; i < count; ++i) {
+      x += points[2 * i] * share;
+      y += points[2 * i + 1] * share;
+    }
+    double distance = 0, largest = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      distance += (std::fabs(points[2 * i] - x) + std::fabs(points[2 * i + 1] - y)) * share;
+      largest = std::max({largest, std::fabs(points[2 * i]), std::fabs(points[2 * i + 1])});
+    }
+    scale = 2 / distance;
+    rounding = std::numeric_limits<double>::epsilon() * std::max(1.0, largest * scale);
+  }
+
+  bool isUsable() const noexcept { return std::isfinite(scale) && scale > 0 && std::isfinite(x) && std::isfinite(y); }
+
+  double x = 0, y = 0, scale = 1;
+  double rounding = 0;  // what the coordinates within the frame owe to the rounding of those outside
+};
+
+/// Runs a body that may lack memory.
+template <class Body>
+Status guarded(const Body& body) noexcept {
+  try {
+    return body();
+  } catch (const std::exception&) {  // std::bad_alloc, or std::length_error for more than there can be
+    return outOfMemory;
+  }
+}
+
+}  // namespace zrtnlxf

@@ -1,0 +1,97 @@
+// Vectors of doubles for the loops over many points, and the level of the processor that they are run at.
+//
+// A loop is written once, for vectors of any width, always inline; an entry per level carries the target attribute.
+// Every width does the same operations in the same order, so that all give the bits that a single point gives.
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+#include "vnxstd/export.h"
+
+// Not with g++ on Windows, which does not align the stack for wide vectors.
+#if (defined(__x86_64__) || defined(__i386__)) && !defined(_WIN32)
+#define ZRTNLXF_AVX2 1
+#else
+#define ZRTNLXF_AVX2 0
+#endif
+
+namespace zrtnlxf {
+
+using Two [[gnu::vector_size(16)]] = double;
+using Four [[gnu::vector_size(32)]] = double;  // only within functions for AVX2
+
+/// Makes mapping of arrays use at most this level, 0 the baseline and 1 AVX2, and returns the level that is used: the
+/// highest that the processor has unless set. For tests; not for use while other threads map.
+VNXSTD_EXPORT int useLevel(int highest) noexcept;
+int level() noexcept;
+
+template <class V>
+inline constexpr std::size_t kLanes = sizeof(V) / sizeof(double);
+
+// Vectors go in and out by reference: by value they would need a calling convention that the baseline lacks.
+template <class V>
+[[gnu::always_inline]] inline void load(V& v, const double* from) {
+  std::memcpy(&v, from, sizeof v);
+}
+
+template <class V>
+[[gnu::always_inline]] inline void store(double* to, const V& v) {
+  std::memcpy(to, &v, sizeof v);
+}
+
+/// From two vectors of points (x, y) to one of x and one of y, in an order that the same call turns back.
+[[gnu::always_inline]] inline void exchange(Two& a, Two& b) {
+  const Two first = __builtin_shufflevector(a, b, 0, 2);
+  b = __builtin_shufflevector(a, b, 1, 3);
+  a = first;
+}
+[[gnu::always_inline]] inline void exchange(Four& a, Four& b) {
+  const Four first = __builtin_shufflevector(a, b, 0, 4, 2, 6);
+  b = __builtin_shufflevector(a, b, 1, 5, 3, 7);
+  a = first;
+}
+
+/// Whether every lane is finite, asked of the sum of lanes times 0 that a loop has gathered.
+template <class V>
+[[gnu::always_inline]] inline bool isFinite(const V& zeros) {
+  double lanes[kLanes<V>];
+  std::memcpy(lanes, &zeros, sizeof zeros);
+  double sum = 0;
+  for (const double lane : lanes) sum += lane;
+  return sum == 0;
+}
+
+template <class V>
+struct BitsOf {
+  using Type [[gnu::vector_size(sizeof(V))]] = std::uint64_t;
+};
+template <>
+struct BitsOf<double> {
+  using Type = std::uint64_t;
+};
+
+/// The natural logarithm of normal positive numbers, within one unit in the last place; of others some number.
+/// The method of fdlibm (Sun Microsystems, 1993): with x = 2^k (1 + f) and s = f / (2 + f), log(1 + f) is a series in s
+/// whose odd powers are approximated by a polynomial. Written here because it has to give the same bits for one point
+/// and for vectors, on every platform.
+template <class V>
+[[gnu::always_inline]] inline void logarithm(const V& x, V& result) {
+  using Bits = typename BitsOf<V>::Type;
+  constexpr std::uint64_t kRootHalf = 0x3FE6A09E667F3BCD, kOne = 0x3FF0000000000000, kExponent = 0xFFF0000000000000;
+  constexpr std::uint64_t kTwo52 = 0x4330000000000000;
+  constexpr double kLn2High = 6.93147180369123816490e-01, kLn2Low = 1.90821492927058770002e-10;
+  const Bits bits = std::bit_cast<Bits>(x), above = bits - kRootHalf;
+  const V f = std::bit_cast<V>(bits - (above & kExponent)) - 1.0;
+  const V k = std::bit_cast<V>(((above + kOne) >> 52) | kTwo52) - (0x1p52 + 1023);
+  const V s = f / (2.0 + f), z = s * s, w = z * z, half = 0.5 * f * f;
+  const V even = w * (3.999999999940941908e-01 + w * (2.222219843214978396e-01 + w * 1.531383769920937332e-01));
+  const V odd = z * (6.666666666666735130e-01 +
+                     w * (2.857142874366239149e-01 + w * (1.818357216161805012e-01 + w * 1.479819860511658591e-01)));
+  result = k * kLn2High - ((half - (s * (half + (even + odd)) + k * kLn2Low)) - f);
+}
+
+}  // namespace zrtnlxf
