@@ -28,7 +28,7 @@ int main() try {
   out.close();  // throws when the disk is full; the destructor could not
 
   Measurement read;
-  qcFileArchive in(L"measurement.arc", qcArchive::loading);
+  qcFileArchive in(L"measurement.arc");
   in || read;
   std::printf("measurement.arc: %zu points, a line at %.2f degrees, %.2f pixels from the origin\n", read.points.size(),
               read.line.angle().plain(), read.line.distance());

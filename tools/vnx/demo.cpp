@@ -6,12 +6,12 @@
 #include <cstdio>
 #include <ostream>
 
-#include <vnxstd/archive/text.h>
 #include <vnxstd/dib/dib.h>
 #include <vnxstd/pelbuf/rootpool.h>
 #include <vnxstd/shapes/circle.h>
 #include <vnxstd/shapes/line.h>
 
+#include "files.h"
 #include "gauge.h"
 #include "overlay.h"
 #include "part.h"
@@ -72,39 +72,38 @@ bool runDemo(std::ostream& out) {
   const Part part;
   qcDIB bitmap;
   bitmap.init(drawPart(part, kWidth, kHeight));
-  bitmap.write(qf_Widen(kImage));
-  const qcPelBuffer<unsigned char> image = qcDIB::readPelBuffer(qf_Widen(kImage), *qfDefaultPelRootPool());
+  onFile(kImage, [&](const std::wstring& path) { bitmap.write(path); });
+  const auto image =
+      onFile(kImage, [](const std::wstring& path) { return qcDIB::readPelBuffer(path, *qfDefaultPelRootPool()); });
 
   char text[200];
-  std::snprintf(text, sizeof text, "%-7s %-58s %6s %8s %9s %8s\n", "feature", "fit", "points", "rms px", "error px",
+  std::snprintf(text, sizeof text, "%-7s %-58s %6s %8s %9s %8s\n", "feature", "fit", "used", "rms px", "error px",
                 "time ms");
   out << text;
   bool good = true;
-  std::string files = kImage;
   for (const Job& job : jobs(part)) {
     const auto start = std::chrono::steady_clock::now();
-    const auto result = gauge(image, {job.region, job.feature, job.polarity});
+    const GaugeResult result = gauge(image, {job.region, job.feature, job.polarity});
     const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     if (!result) {
-      out << job.name << ": not found\n";
+      out << job.name << ": not found: " << result.whyNot << '\n';
       good = false;
       continue;
     }
     const std::string archive = std::string(job.name) + ".arc", overlay = std::string(job.name) + "-overlay.bmp";
-    saveMeasurement(archive, *result->measurement);
+    saveMeasurement(archive, *result.measurement);
     // What is printed and drawn is what the archive gives back.
     const qcPtrHandle<vnxMeasurement> loaded = loadMeasurement(archive);
-    bitmap.init(drawOverlay(*loaded, result->scans));
-    bitmap.write(qf_Widen(overlay));
+    bitmap.init(drawOverlay(*loaded, result.scans));
+    onFile(overlay, [&](const std::wstring& path) { bitmap.write(path); });
     const double error = errorOf(part, job, *loaded->shape);
     good = good && error <= kTolerance;
     std::snprintf(text, sizeof text, "%-7s %-58s %6ld %8.4f %9.4f %8.3f\n", job.name, loaded->shapeText().c_str(),
                   loaded->inliers(), loaded->rms, error, ms);
     out << text;
-    files += " " + archive + " " + overlay;
   }
-  std::snprintf(text, sizeof text, "error: against the part as drawn (noise seed %d), at most %.2f px: %s\n", part.seed,
-                kTolerance, good ? "held" : "NOT HELD");
-  out << text << "written: " << files << '\n';
+  std::snprintf(text, sizeof text, "all errors within %.2f px of the part as drawn (noise seed %d): %s\n", kTolerance,
+                part.seed, good ? "yes" : "NO");
+  out << text << "written: " << kImage << " and, for every feature, NAME.arc and NAME-overlay.bmp\n";
   return good;
 }

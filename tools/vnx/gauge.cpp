@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <optional>
+#include <tuple>
 
 #include <vnxstd/cfit/circlefit.h>
 #include <vnxstd/cfit/linefit.h>
@@ -12,6 +14,8 @@
 #include <vnxstd/math/xflinear.h>
 #include <vnxstd/shapes/circle.h>
 #include <vnxstd/shapes/line.h>
+
+#include "format.h"
 
 namespace {
 
@@ -162,39 +166,48 @@ std::vector<ScanLine> radial(const qcRect& region, const qcVector<2>& centre, in
 }
 
 struct Attempt {
-  Fit fit;
+  Fit fit;  // as far as it came
   std::vector<EdgePoint> edges;
   std::vector<ScanLine> scans;
+  std::string whyNot;  // it did not succeed
 };
 
 template <class Model>
-std::optional<Attempt> attempt(const EdgeFinder& finder, std::vector<ScanLine> scans) {
+Attempt attempt(const EdgeFinder& finder, std::vector<ScanLine> scans) {
   std::vector<EdgePoint> edges = finder.points(scans);
   std::vector<qcVector<2>> points;
   for (const EdgePoint& edge : edges) points.push_back(edge.at);
-  auto fit = RobustFit<Model>(points)();
-  if (!fit || static_cast<double>(fit->inliers) < kLeastSupport * static_cast<double>(scans.size()))
-    return std::nullopt;
-  return Attempt{std::move(*fit), std::move(edges), std::move(scans)};
+  const auto fit = RobustFit<Model>(points)();
+  const std::size_t wanted =
+      std::max(kLeastPoints, static_cast<std::size_t>(std::ceil(kLeastSupport * static_cast<double>(scans.size()))));
+  std::string whyNot;
+  if (points.size() < wanted)
+    whyNot = formatted("%zu of %zu scans meet an edge, %zu are needed", points.size(), scans.size(), wanted);
+  else if (!fit || fit->inliers < wanted)
+    whyNot = formatted("of %zu edge points %zu agree, %zu are needed", points.size(), fit ? fit->inliers : 0, wanted);
+  return {fit.value_or(Fit{}), std::move(edges), std::move(scans), whyNot};
 }
 
-std::optional<Attempt> findLine(const EdgeFinder& finder, const GaugeParams& params) {
-  auto rows = attempt<LineModel>(finder, across(params.region, params.scans, true));
-  auto columns = attempt<LineModel>(finder, across(params.region, params.scans, false));
-  if (!rows || !columns) return rows ? rows : columns;
-  const auto rank = [](const Attempt& a) { return std::pair(a.fit.inliers, -a.fit.rms); };
-  return rank(*rows) >= rank(*columns) ? rows : columns;
+Attempt findLine(const EdgeFinder& finder, const GaugeParams& params) {
+  Attempt rows = attempt<LineModel>(finder, across(params.region, params.scans, true));
+  Attempt columns = attempt<LineModel>(finder, across(params.region, params.scans, false));
+  const auto rank = [](const Attempt& a) {
+    return std::tuple(a.whyNot.empty(), a.fit.inliers, -a.fit.rms, a.edges.size());
+  };
+  return rank(rows) >= rank(columns) ? rows : columns;
 }
 
-std::optional<Attempt> findCircle(const EdgeFinder& finder, const GaugeParams& params) {
+Attempt findCircle(const EdgeFinder& finder, const GaugeParams& params) {
   const qcVector<2> middle = params.region.origin() + params.region.size() * 0.5;
-  const auto coarse = attempt<CircleModel>(finder, radial(params.region, middle, params.scans));
-  if (!coarse) return std::nullopt;
+  Attempt coarse = attempt<CircleModel>(finder, radial(params.region, middle, params.scans));
+  if (!coarse.whyNot.empty()) return coarse;
   // From the circle's own centre the scan lines meet the edge at right angles, and enough of them must again: almost
   // half of those from the middle can meet one straight edge, which a large circle fits.
-  const qcVector<2>& centre = static_cast<const qcCircle&>(*coarse->fit.shape).center();
-  if (!params.region.within(centre)) return std::nullopt;
-  return attempt<CircleModel>(finder, radial(params.region, centre, params.scans));
+  const qcVector<2> centre = static_cast<const qcCircle&>(*coarse.fit.shape).center();
+  if (params.region.within(centre)) return attempt<CircleModel>(finder, radial(params.region, centre, params.scans));
+  coarse.whyNot =
+      formatted("the centre of the best circle, (%.1f, %.1f), lies outside the region", centre.x(), centre.y());
+  return coarse;
 }
 
 qcPtrHandle<qc2XformBase> frameOf(const qcShape& shape) {
@@ -206,19 +219,21 @@ qcPtrHandle<qc2XformBase> frameOf(const qcShape& shape) {
 
 }  // namespace
 
-std::optional<GaugeResult> gauge(const qcPelBuffer<unsigned char>& image, const GaugeParams& wanted) {
+GaugeResult gauge(const qcPelBuffer<unsigned char>& image, const GaugeParams& wanted) {
   GaugeParams params = wanted;
   params.region = wanted.region & qcRect(image.window());  // what lies outside the image has no edges
+  if (params.region.size().x() <= 0 || params.region.size().y() <= 0)
+    return {{}, {}, formatted("the region lies outside the image of %ld x %ld pixels", image.width(), image.height())};
   const EdgeFinder finder(image, params.polarity);
-  auto found = params.feature == Feature::line ? findLine(finder, params) : findCircle(finder, params);
-  if (!found) return std::nullopt;
+  Attempt found = params.feature == Feature::line ? findLine(finder, params) : findCircle(finder, params);
+  if (!found.whyNot.empty()) return {{}, {}, found.whyNot};
   qcPtrHandle<vnxMeasurement> measurement(new vnxMeasurement);
   measurement->image = image;
   measurement->region = params.region;
-  for (const EdgePoint& edge : found->edges) measurement->points.push_back(edge.at);
-  measurement->used = found->fit.used;
-  measurement->shape = found->fit.shape;
-  measurement->frame = frameOf(*found->fit.shape);
-  measurement->rms = found->fit.rms;
-  return GaugeResult{measurement, std::move(found->scans)};
+  for (const EdgePoint& edge : found.edges) measurement->points.push_back(edge.at);
+  measurement->used = found.fit.used;
+  measurement->shape = found.fit.shape;
+  measurement->frame = frameOf(*found.fit.shape);
+  measurement->rms = found.fit.rms;
+  return {measurement, std::move(found.scans), {}};
 }

@@ -13,6 +13,7 @@
 #include <vnxstd/except/typename.h>
 #include <vnxstd/math/xfbase.h>
 
+#include "files.h"
 #include "format.h"
 #include "measurement.h"
 
@@ -23,10 +24,10 @@ void row(std::ostream& out, const char* name, const std::string& value) {
 }
 std::string sizeText(long width, long height) { return formatted("%ld x %ld px", width, height); }
 
-void describeBitmap(const std::string& path, std::ostream& out) {
+void describeBitmap(const std::wstring& name, std::ostream& out) {
   qcDIB bitmap;
-  bitmap.init(qf_Widen(path));
-  out << path << ": bitmap\n";
+  bitmap.init(name);
+  row(out, "kind", "bitmap");
   row(out, "size", sizeText(bitmap.width(), bitmap.height()));
   row(out, "depth", formatted("%d bits per pixel", bitmap.bitCount()));
   if (!bitmap.colourTable().empty()) row(out, "colours", formatted("%zu", bitmap.colourTable().size()));
@@ -59,7 +60,7 @@ void describeObject(qcPersistent& object, std::ostream& out) {
 void describeArchive(const std::string& path, bool seekable, std::ostream& out) {
   constexpr unsigned char kObjectRecord[] = {0x4F, 0xE5, 0x70};
   qcFileArchive archive(qf_Widen(path), qcArchive::loading, qcArchive::littleEndian, seekable, true);
-  out << path << ": archive\n";
+  row(out, "kind", "archive");
   row(out, "version", formatted("%ld", archive.version()));
   row(out, "byte order", archive.ordering() == qcArchive::littleEndian ? "little-endian" : "big-endian");
   row(out, "seekable", seekable ? "yes" : "no");
@@ -74,7 +75,8 @@ void describeArchive(const std::string& path, bool seekable, std::ostream& out) 
     bytes.seekg(at).read(tag.data(), tag.size());
     if (!bytes || !std::equal(tag.begin(), tag.end(), kObjectRecord,
                               [](char a, unsigned char b) { return static_cast<unsigned char>(a) == b; })) {
-      row(out, "data", formatted("untyped, from byte %lld on", static_cast<long long>(at)));
+      row(out, "data",
+          formatted("values that only their writer can name, from byte %lld on", static_cast<long long>(at)));
       return;
     }
     qcPersistent* object = nullptr;
@@ -94,12 +96,15 @@ void describeArchive(const std::string& path, bool seekable, std::ostream& out) 
 }  // namespace
 
 void describeFile(const std::string& path, std::ostream& out) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw qcArchive::BadFile((L"Could not open file: " + qf_WidenLossy(path)).c_str(), 0);
+  requireReadable(path);
   char head[2] = {0, 0};
-  file.read(head, 2);
-  if (file && head[0] == 'B' && head[1] == 'M') return describeBitmap(path, out);
-  const bool isHeader = file && (head[0] == 2 || head[0] == 3) && (head[1] == 0 || head[1] == 1);
-  if (!isHeader) throw UnknownFile{};
-  describeArchive(path, head[0] == 3, out);
+  const bool hasHead = static_cast<bool>(std::ifstream(path, std::ios::binary).read(head, 2));
+  const bool isBitmap = hasHead && head[0] == 'B' && head[1] == 'M';
+  const bool isArchive = hasHead && (head[0] == 2 || head[0] == 3) && (head[1] == 0 || head[1] == 1);
+  if (!isBitmap && !isArchive) throw FileError(path, "neither a bitmap nor an archive");
+  out << path << '\n';
+  onFile(path, [&](const std::wstring& name) {
+    if (isBitmap) return describeBitmap(name, out);
+    describeArchive(path, head[0] == 3, out);
+  });
 }

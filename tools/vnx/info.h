@@ -4,9 +4,6 @@
 #include <iosfwd>
 #include <string>
 
-/// Thrown for a file that is no bitmap and no archive.
-struct UnknownFile {};
-
-/// Recognises bitmaps and archives by their first bytes and writes what is in them. Throws the library's errors for a
-/// file that can't be read or is damaged, UnknownFile for one of another kind.
+/// Recognises bitmaps and archives by their first bytes and writes what is in them. Throws FileError for a
+/// file that can't be read, is damaged or of another kind; what was understood before the damage is written.
 void describeFile(const std::string& path, std::ostream& out);

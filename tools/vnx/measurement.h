@@ -1,6 +1,7 @@
 // The result of gauging one feature, as it is saved.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -8,6 +9,7 @@
 #include <vnxstd/math/vector.h>
 #include <vnxstd/math/xfbase.h>
 #include <vnxstd/pelbuf/buffer.h>
+#include <vnxstd/shapes/lineseg.h>
 #include <vnxstd/shapes/rect.h>
 #include <vnxstd/shapes/shape.h>
 
@@ -26,6 +28,8 @@ class vnxMeasurement : public qcRepBase, public qcPersistent {
   double rms = 0;  // of the used points' distances from the shape, pixels
 
   long inliers() const;
+  /// Of a line, the part inside the region: nothing where it misses the region, nor for another shape.
+  std::optional<qcLineSeg> lineInRegion() const;
   /// The shape's parameters as text: "line: angle 12.345 deg, distance 67.89".
   std::string shapeText() const;
 
@@ -34,6 +38,6 @@ class vnxMeasurement : public qcRepBase, public qcPersistent {
   void serialize_(qcArchive& archive, unsigned char version);
 };
 
-/// Writes the measurement as the first object of a file archive.
+/// Writes the measurement as the first object of a file archive. Throws FileError, as loading does.
 void saveMeasurement(const std::string& path, vnxMeasurement& measurement);
 qcPtrHandle<vnxMeasurement> loadMeasurement(const std::string& path);

@@ -2,11 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
-#include <optional>
 
-#include <vnxstd/math/rigid.h>
-#include <vnxstd/shapes/line.h>
 #include <vnxstd/shapes/sampling.h>
 
 namespace {
@@ -84,30 +80,11 @@ class Canvas {
   qcPelBuffer<qcPackedRGB32Pel> pels_;
 };
 
-// The part of an infinite line inside a rectangle (Liang and Barsky 1984).
-std::optional<ScanLine> inside(const qcFLine& line, const qcRect& rect) {
-  const qc2Rigid frame = line.rigid_();
-  const qcVector<2> p = frame * qcVector<2>(0, 0), d = frame.mapVector(qcVector<2>(1, 0));
-  double first = -std::numeric_limits<double>::infinity(), last = -first;
-  const auto cut = [&](double from, double step, double least, double most) {
-    if (step == 0) return least <= from && from <= most;
-    const double a = (least - from) / step, b = (most - from) / step;
-    first = std::max(first, std::min(a, b));
-    last = std::min(last, std::max(a, b));
-    return first <= last;
-  };
-  if (!cut(p.x(), d.x(), rect.origin().x(), rect.lr().x()) || !cut(p.y(), d.y(), rect.origin().y(), rect.lr().y()))
-    return std::nullopt;
-  return ScanLine{p + d * first, p + d * last};
-}
-
-void drawShape(Canvas& canvas, const qcShape& shape, const qcRect& region) {
-  if (const auto* line = dynamic_cast<const qcFLine*>(&shape)) {
-    if (const auto part = inside(*line, region)) canvas.segment(part->from, part->to, kShape);
-    return;
-  }
+void drawShape(Canvas& canvas, const vnxMeasurement& measurement) {
+  if (const auto part = measurement.lineInRegion()) canvas.segment(part->p1(), part->p2(), kShape);
+  if (!measurement.shape->isFinite()) return;
   qcShape::qcSampleResult samples;
-  shape.sample(qcShape::qcSampleParams(0.02, 0, 100000, false, false), samples);
+  measurement.shape->sample(qcShape::qcSampleParams(0.02, 0, 100000, false, false), samples);
   const auto& points = samples.positions();
   for (std::size_t i = 0; i < points.size(); ++i) canvas.segment(points[i], points[(i + 1) % points.size()], kShape);
 }
@@ -122,8 +99,8 @@ qcPelBuffer<qcPackedRGB32Pel> drawOverlay(const vnxMeasurement& measurement, con
   canvas.segment(r.ur(), r.lr(), kRegion);
   canvas.segment(r.lr(), r.ll(), kRegion);
   canvas.segment(r.ll(), r.origin(), kRegion);
-  drawShape(canvas, *measurement.shape, r);
   for (std::size_t i = 0; i < measurement.points.size(); ++i)
     canvas.cross(measurement.points[i], measurement.used[i] ? kUsed : kRejected);
+  drawShape(canvas, measurement);
   return canvas.pels();
 }

@@ -15,6 +15,8 @@ class VNXSTD_EXPORT qcFileArchive : public qcArchive {
   /// "Could not open file: " and the path when the file cannot be opened, and the errors of a bad header.
   qcFileArchive(const std::wstring& path, Direction direction, Ordering ordering = littleEndian, bool seekable = false,
                 bool readOnly = false);
+  /// Loads from a file that is not seekable and need not be writable.
+  explicit qcFileArchive(const std::wstring& path) : qcFileArchive(path, loading, littleEndian, false, true) {}
   /// Closes the file. A failure to write what is still buffered is lost here: close() or sync() reports it.
   ~qcFileArchive() override;
 

@@ -1,0 +1,36 @@
+// The files that a command reads and writes: what goes wrong with them is said with their names.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include <vnxstd/archive/text.h>
+#include <vnxstd/except/exception.h>
+
+/// A file cannot be read or written; the text begins with its name.
+class FileError : public std::runtime_error {
+ public:
+  FileError(const std::string& path, const std::string& reason) : std::runtime_error(path + ": " + reason) {}
+};
+
+/// Calls `work(path)` with the path as the library takes it; a failure becomes a FileError.
+template <class Work>
+auto onFile(const std::string& path, Work work) {
+  std::wstring wide;
+  try {
+    wide = qf_Widen(path);
+  } catch (const qcBadUnicodeChar&) {
+    throw FileError(path, "the name is not UTF-8");
+  }
+  try {
+    return work(wide);
+  } catch (const qcException& error) {
+    throw FileError(path, qf_Narrow(error.message(true)));
+  }
+}
+
+/// Throws a FileError with the system's reason when the file cannot be opened for reading or is a directory.
+void requireReadable(const std::string& path);
+
+/// Whether both names lead to one file, existing or yet to be made.
+bool isSameFile(const std::string& a, const std::string& b);

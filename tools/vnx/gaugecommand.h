@@ -1,0 +1,32 @@
+// vnx gauge: the command line around the measurement of one feature.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <map>
+#include <string>
+
+#include "gauge.h"
+
+/// The call is wrong: the text says how.
+class WrongCall : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+class GaugeCommand {
+ public:
+  explicit GaugeCommand(CLI::App& app);
+  bool wanted() const { return command_->parsed(); }
+
+  /// Measures, prints and saves. Returns whether there was something to measure. Throws WrongCall and FileError.
+  bool run() const;
+
+ private:
+  GaugeParams params() const;
+  void requireDistinctFiles() const;
+
+  CLI::App* command_;
+  std::string image_, region_, feature_, polarity_ = "any", save_, overlay_;
+  int scans_ = 60;
+};
