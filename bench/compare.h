@@ -11,8 +11,7 @@
 // for the clock. The times printed are medians per call; the ratio is the median of the nine ratios of neighbouring
 // repetitions, which a slow spell of the machine cannot tilt. Touch destinations before the run: a first write to fresh
 // pages costs more than twenty later ones. Options: --quick calls each side once (so that benchmarks run under the
-// tests),
-// --filter=TEXT runs only the comparisons whose name contains TEXT.
+// tests), --filter=TEXT runs only the comparisons whose name contains TEXT.
 #pragma once
 
 #include <algorithm>

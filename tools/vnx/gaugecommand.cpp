@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include <vnxstd/dib/dib.h>
+#include <vnxstd/pelbuf/rootpool.h>
 
 #include "files.h"
 #include "overlay.h"
@@ -99,7 +100,8 @@ bool GaugeCommand::run() const {
   const GaugeParams wanted = params();
   requireDistinctFiles();
   requireReadable(image_);
-  const auto image = onFile(image_, [](const std::wstring& path) { return qcDIB::readPelBuffer(path); });
+  const auto image =
+      onFile(image_, [](const std::wstring& path) { return qcDIB::readPelBuffer(path, *qfDefaultPelRootPool()); });
   const auto start = std::chrono::steady_clock::now();
   const GaugeResult result = gauge(image, wanted);
   const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
