@@ -10,6 +10,7 @@
 #include "vnxstd/pelbuf/filter.h"
 #include "vnxstd/pelbuf/measure.h"
 #include "vnxstd/pelbuf/pel.h"
+#include "vnxstd/pelbuf/pelwise.h"
 #include "vnxstd/pelbuf/prepare.h"
 #include "vnxstd/pelbuf/print.h"
 #include "vnxstd/pelbuf/root.h"

@@ -1,24 +1,28 @@
-// Pel-wise arithmetic of two windows.
+// Pel-wise extremes, sums and differences.
 #include "vnxstd/pelbuf/arith.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
+#include "std/pelbuf/combine.h"
 #include "std/pelbuf/dispatch.h"
+#include "std/pelbuf/exact.h"
 
 namespace {
 
 namespace simd = vnxstd::simd;
+namespace exact = vnxstd::exact;
 
-/// Whether b takes the place of a: it is further out, or a is NaN.
+/// The one that is further out; b when a is NaN.
 template <bool Largest, class E>
-[[gnu::always_inline]] inline bool replaces(E b, E a) {
+[[gnu::always_inline]] inline E further(E a, E b) {
   const bool isFurther = Largest ? a < b : b < a;
   if constexpr (std::is_floating_point_v<E>) {
-    return isFurther | __builtin_isnan(a);  // no branch, so that the loop becomes vectors
+    return isFurther | __builtin_isnan(a) ? b : a;  // no branch, so that the loop becomes vectors
   } else {
-    return isFurther;
+    return isFurther ? b : a;
   }
 }
 
@@ -27,33 +31,87 @@ struct Pick {
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, const E* a, const E* b, E* to, std::ptrdiff_t count) const {
     VNXSTD_INDEPENDENT
-    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = replaces<Largest>(b[i], a[i]) ? b[i] : a[i];
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
+      if constexpr (std::is_arithmetic_v<E>) {
+        to[i] = further<Largest>(a[i], b[i]);
+      } else {
+        to[i] = exact::fields([](int x, int y) { return further<Largest>(x, y); }, a[i], b[i]);
+      }
+    }
+  }
+};
+
+struct Sum {
+  template <class S>
+  using Exact = exact::SumOf<S>;
+  template <class X>
+  [[gnu::always_inline]] static X of(X a, X b) {
+    return static_cast<X>(a + b);
+  }
+  template <class D, class S>
+  [[gnu::always_inline]] static D saturated(S a, S b) {
+    if constexpr (std::is_same_v<S, D>) return exact::sum(a, b);
+    return exact::saturated<D>(of<Exact<S>>(a, b));
+  }
+};
+
+struct Difference {
+  template <class S>
+  using Exact = exact::SumOf<S>;
+  template <class X>
+  [[gnu::always_inline]] static X of(X a, X b) {
+    return static_cast<X>(a - b);
+  }
+  template <class D, class S>
+  [[gnu::always_inline]] static D saturated(S a, S b) {
+    if constexpr (std::is_same_v<S, D>) return exact::difference(a, b);
+    return exact::saturated<D>(of<Exact<S>>(a, b));
+  }
+};
+
+struct Inversion {
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, const unsigned char* from, unsigned char* to,
+                                         std::ptrdiff_t count) const {
+    VNXSTD_INDEPENDENT
+    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = static_cast<unsigned char>(~from[i]);
   }
 };
 
 }  // namespace
 
-template <class E>
-void qf_PelPick(bool largest, qc_PelRows<const E> a, qc_PelRows<const E> b, qc_PelRows<E> to) {
+template <class C>
+void qf_PelPick(bool largest, qc_PelRows<const C> a, qc_PelRows<const C> b, qc_PelRows<C> to) {
   if (largest) {
-    const Pick<true, E> pick;
+    const Pick<true, C> pick;
     simd::run(pick, a, b, to);
   } else {
-    const Pick<false, E> pick;
+    const Pick<false, C> pick;
     simd::run(pick, a, b, to);
   }
 }
 
-template VNXSTD_EXPORT void qf_PelPick(bool, qc_PelRows<const unsigned char>, qc_PelRows<const unsigned char>,
-                                       qc_PelRows<unsigned char>);
-template VNXSTD_EXPORT void qf_PelPick(bool, qc_PelRows<const signed char>, qc_PelRows<const signed char>,
-                                       qc_PelRows<signed char>);
-template VNXSTD_EXPORT void qf_PelPick(bool, qc_PelRows<const unsigned short>, qc_PelRows<const unsigned short>,
-                                       qc_PelRows<unsigned short>);
-template VNXSTD_EXPORT void qf_PelPick(bool, qc_PelRows<const short>, qc_PelRows<const short>, qc_PelRows<short>);
-template VNXSTD_EXPORT void qf_PelPick(bool, qc_PelRows<const std::uint32_t>, qc_PelRows<const std::uint32_t>,
-                                       qc_PelRows<std::uint32_t>);
-template VNXSTD_EXPORT void qf_PelPick(bool, qc_PelRows<const std::int32_t>, qc_PelRows<const std::int32_t>,
-                                       qc_PelRows<std::int32_t>);
-template VNXSTD_EXPORT void qf_PelPick(bool, qc_PelRows<const float>, qc_PelRows<const float>, qc_PelRows<float>);
-template VNXSTD_EXPORT void qf_PelPick(bool, qc_PelRows<const double>, qc_PelRows<const double>, qc_PelRows<double>);
+template <class S, class D>
+void qf_PelSum(qc_PelRows<const S> a, qc_PelRows<const S> b, qc_PelRows<D> to, int shift) {
+  vnxstd::combine<Sum>(a, b, to, shift);
+}
+
+template <class S, class D>
+void qf_PelDifference(qc_PelRows<const S> a, qc_PelRows<const S> b, qc_PelRows<D> to, int shift) {
+  vnxstd::combine<Difference>(a, b, to, shift);
+}
+
+void qf_PelInvert(qc_PelRows<const unsigned char> from, qc_PelRows<unsigned char> to) {
+  const Inversion inversion;
+  simd::run(inversion, from, to);
+}
+
+#define VNXSTD_INSTANTIATE(C) \
+  template VNXSTD_EXPORT void qf_PelPick(bool, qc_PelRows<const C>, qc_PelRows<const C>, qc_PelRows<C>);
+VNXSTD_FOR_COMPONENTS(VNXSTD_INSTANTIATE)
+#undef VNXSTD_INSTANTIATE
+
+#define VNXSTD_INSTANTIATE(S, D)                                                                       \
+  template VNXSTD_EXPORT void qf_PelSum(qc_PelRows<const S>, qc_PelRows<const S>, qc_PelRows<D>, int); \
+  template VNXSTD_EXPORT void qf_PelDifference(qc_PelRows<const S>, qc_PelRows<const S>, qc_PelRows<D>, int);
+VNXSTD_FOR_SUMS(VNXSTD_INSTANTIATE)

@@ -36,6 +36,9 @@ void qfPelSet(const qcPelBuffer<T>& buffer, const std::type_identity_t<T>& value
   }
 }
 
+/// The same for 8-bit images.
+inline void qfPelSet_U8(const qcPelBuffer<unsigned char>& buffer, unsigned char value) { qfPelSet(buffer, value); }
+
 /// Sets every pel of the window to zero: all bits of it, which is the value of a default constructed pel.
 template <class T>
 void qfPelClear(const qcPelBuffer<T>& buffer) {

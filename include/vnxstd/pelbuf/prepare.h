@@ -15,6 +15,8 @@
 // writes them. Numbers are documented by the functions themselves; no function reads or writes the padding of rows.
 #pragma once
 
+#include <initializer_list>
+
 #include "vnxstd/export.h"
 #include "vnxstd/pelbuf/buffer.h"
 
@@ -29,6 +31,20 @@ VNXSTD_EXPORT void qfPelPrepare_3s1d(qc_PelBuffer& src1, qc_PelBuffer& src2, qc_
 
 /// As qfPelPrepare_1s1d, for functions that can work on any overlap: refuses none.
 VNXSTD_EXPORT void qf_PelPrepareMove(qc_PelBuffer& src, qc_PelBuffer& dst);
+
+/// Pels that windows have in common, in image coordinates. A plain value; none where they have nothing in common.
+struct qc_PelPart {
+  long x = 0, y = 0, width = 0, height = 0;
+
+  bool isEmpty() const noexcept { return width == 0 || height == 0; }
+};
+
+/// What preparing finds out, without preparing anything: the pels that the sources and, when it is bound, the
+/// destination have in common; where there are none, an empty part at the first source's upper-left pel. For functions
+/// that go straight to the pels: copying and windowing buffers takes longer than the pels of a small window do. Throws
+/// as the preparers.
+VNXSTD_EXPORT qc_PelPart qf_PelCommon(std::initializer_list<const qc_PelBuffer*> sources,
+                                      const qc_PelBuffer& destination);
 
 /// Gives an unbound destination a new image of `width` by `height` pels with the image coordinates of `src`'s
 /// upper-left pel and its client transform; a bound destination is left alone. Returns whether it allocated. The pels

@@ -1,0 +1,217 @@
+// Pel-wise products, alone and added to something.
+#include <cmath>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+#include "std/pelbuf/combine.h"
+#include "std/pelbuf/dispatch.h"
+#include "std/pelbuf/exact.h"
+#include "vnxstd/pelbuf/arith.h"
+
+#if VNXSTD_X86
+#include <immintrin.h>
+#endif
+
+namespace {
+
+namespace simd = vnxstd::simd;
+namespace exact = vnxstd::exact;
+
+struct Product {
+  template <class S>
+  using Exact = exact::ProductOf<S>;
+  template <class X>
+  [[gnu::always_inline]] static X of(X a, X b) {
+    return static_cast<X>(a * b);
+  }
+  template <class D, class S>
+  [[gnu::always_inline]] static D saturated(S a, S b) {
+    return exact::saturated<D>(of<Exact<S>>(a, b));
+  }
+};
+
+}  // namespace
+
+#if VNXSTD_X86
+
+namespace {
+
+// The compiler widens vectors into two halves and puts their results back in order across the lanes. Widening within
+// the lanes needs no order afterwards, and takes half the time.
+
+[[gnu::target("avx2"), gnu::always_inline]] inline __m256i shifted(__m256i a, __m256i b, __m128i bitsLessOne,
+                                                                   unsigned char) {
+  const __m256i zero = _mm256_setzero_si256();
+  const __m256i lo = _mm256_mullo_epi16(_mm256_unpacklo_epi8(a, zero), _mm256_unpacklo_epi8(b, zero));
+  const __m256i hi = _mm256_mullo_epi16(_mm256_unpackhi_epi8(a, zero), _mm256_unpackhi_epi8(b, zero));
+  return _mm256_packus_epi16(_mm256_avg_epu16(_mm256_srl_epi16(lo, bitsLessOne), zero),
+                             _mm256_avg_epu16(_mm256_srl_epi16(hi, bitsLessOne), zero));
+}
+
+[[gnu::target("avx2"), gnu::always_inline]] inline __m256i shifted(__m256i a, __m256i b, __m128i bitsLessOne,
+                                                                   unsigned short) {
+  const __m256i one = _mm256_set1_epi32(1), lower = _mm256_mullo_epi16(a, b), upper = _mm256_mulhi_epu16(a, b);
+  const __m256i lo = _mm256_srl_epi32(_mm256_unpacklo_epi16(lower, upper), bitsLessOne);
+  const __m256i hi = _mm256_srl_epi32(_mm256_unpackhi_epi16(lower, upper), bitsLessOne);
+  return _mm256_packus_epi32(_mm256_srli_epi32(_mm256_add_epi32(lo, one), 1),
+                             _mm256_srli_epi32(_mm256_add_epi32(hi, one), 1));
+}
+
+[[gnu::target("avx2"), gnu::always_inline]] inline __m256i shifted(__m256i a, __m256i b, __m128i bitsLessOne, short) {
+  const __m256i one = _mm256_set1_epi32(1), lower = _mm256_mullo_epi16(a, b), upper = _mm256_mulhi_epi16(a, b);
+  const __m256i lo = _mm256_sra_epi32(_mm256_unpacklo_epi16(lower, upper), bitsLessOne);
+  const __m256i hi = _mm256_sra_epi32(_mm256_unpackhi_epi16(lower, upper), bitsLessOne);
+  return _mm256_packs_epi32(_mm256_srai_epi32(_mm256_add_epi32(lo, one), 1),
+                            _mm256_srai_epi32(_mm256_add_epi32(hi, one), 1));
+}
+
+}  // namespace
+
+template <class E>
+requires(std::same_as<E, unsigned char> || std::same_as<E, unsigned short> ||
+         std::same_as<E, short>) struct vnxstd::Shifted<Product, E, E> : ShiftedLoop<Product, E, E> {
+  using ShiftedLoop<Product, E, E>::row;
+
+  [[gnu::target("avx2")]] void row(simd::Bytes<32>, const E* a, const E* b, E* to, std::ptrdiff_t count) const {
+    constexpr std::ptrdiff_t half = 16 / sizeof(E), whole = 2 * half;
+    if (count < half) return row(simd::Bytes<16>(), a, b, to, count);
+    const __m128i less = _mm_cvtsi32_si128(this->shift - 1);
+    const std::ptrdiff_t last = count - half;
+    const auto load = [](const E* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(p)); };
+    // The rest at the end overlaps what is done before it; in place it has to be read first.
+    const std::ptrdiff_t first = count <= whole ? 0 : last - half;
+    const __m256i x = _mm256_set_m128i(load(a + last), load(a + first));
+    const __m256i y = _mm256_set_m128i(load(b + last), load(b + first));
+    for (std::ptrdiff_t i = 0; i < first; i += whole) {
+      const __m256i p = _mm256_loadu_si256(reinterpret_cast<const __m256i_u*>(a + i));
+      const __m256i q = _mm256_loadu_si256(reinterpret_cast<const __m256i_u*>(b + i));
+      _mm256_storeu_si256(reinterpret_cast<__m256i_u*>(to + i), shifted(p, q, less, E()));
+    }
+    const __m256i rest = shifted(x, y, less, E());
+    _mm_storeu_si128(reinterpret_cast<__m128i_u*>(to + first), _mm256_castsi256_si128(rest));
+    _mm_storeu_si128(reinterpret_cast<__m128i_u*>(to + last), _mm256_extracti128_si256(rest, 1));
+  }
+};
+
+#endif
+
+namespace {
+
+/// The saturated sum of a product and something of the result's type. Where products fit the result, or neither has a
+/// sign, adding the saturated product gives the same, in a narrower type.
+template <class D, class X>
+[[gnu::always_inline]] inline D added(X product, D c) {
+  if constexpr (exact::kFits<X, D> || (std::is_unsigned_v<X> && std::is_unsigned_v<D>)) {
+    return exact::sum(exact::saturated<D>(product), c);
+  } else {
+    using Wide = std::conditional_t<sizeof(X) <= 2 && sizeof(D) <= 2, std::int32_t, std::int64_t>;
+    return exact::saturated<D>(static_cast<Wide>(static_cast<Wide>(product) + c));
+  }
+}
+
+/// What is to be done to a product before it is added: a shift, a multiplication by a power of two, or nothing.
+template <class S, class D>
+struct Shifting {
+  using X = exact::ProductOf<S>;
+  [[gnu::always_inline]] inline D operator()(S a, S b, D c) const {
+    return added(shift(Product::of(static_cast<X>(a), static_cast<X>(b))), c);
+  }
+  exact::Shift<X> shift;
+};
+
+template <class S, class D>
+struct Exact {
+  using X = exact::ProductOf<S>;
+  [[gnu::always_inline]] inline D operator()(S a, S b, D c) const {
+    return added(Product::of(static_cast<X>(a), static_cast<X>(b)), c);
+  }
+};
+
+template <class S, class D>
+struct Scaling {
+  [[gnu::always_inline]] inline D operator()(S a, S b, D c) const {
+    return static_cast<D>(a) * static_cast<D>(b) * factor + c;
+  }
+  D factor;
+};
+
+struct ShiftingFields {
+  using Pel = qcPackedRGB16Pel;
+  [[gnu::always_inline]] inline Pel operator()(Pel a, Pel b, Pel c) const {
+    const int bits = shift;
+    return exact::fields([bits](int x, int y, int z) { return exact::shifted(x * y, bits) + z; }, a, b, c);
+  }
+  int shift;
+};
+
+template <class S, class D, class Step>
+struct ProductSum {
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, const S* a, const S* b, const D* c, D* to,
+                                         std::ptrdiff_t count) const {
+    const Step with = step;
+    VNXSTD_INDEPENDENT
+    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = with(a[i], b[i], c[i]);
+  }
+  Step step;
+};
+
+/// Reading the source once instead of twice takes off a fifth to a third.
+template <class S, class D, class Step>
+struct SquareSum {
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, const S* from, D* to, std::ptrdiff_t count) const {
+    const Step with = step;
+    VNXSTD_INDEPENDENT
+    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = with(from[i], from[i], to[i]);
+  }
+  Step step;
+};
+
+/// Calls run(step) with the step for a shift.
+template <class S, class D, class Run>
+void withStep(int shift, const Run& run) {
+  vnxstd::checkShift(shift);
+  if constexpr (!std::is_arithmetic_v<S>) {
+    run(ShiftingFields{shift});
+  } else if constexpr (std::is_floating_point_v<D>) {
+    run(Scaling<S, D>{static_cast<D>(std::ldexp(1.0, -shift))});
+  } else if (shift == 0) {
+    run(Exact<S, D>());
+  } else {
+    run(Shifting<S, D>{exact::Shift<exact::ProductOf<S>>(shift)});
+  }
+}
+
+}  // namespace
+
+template <class S, class D>
+void qf_PelProduct(qc_PelRows<const S> a, qc_PelRows<const S> b, qc_PelRows<D> to, int shift) {
+  vnxstd::combine<Product>(a, b, to, shift);
+}
+
+template <class S, class D>
+void qf_PelProductSum(qc_PelRows<const S> a, qc_PelRows<const S> b, qc_PelRows<const D> c, qc_PelRows<D> to,
+                      int shift) {
+  withStep<S, D>(shift, [&]<class Step>(Step step) {
+    const ProductSum<S, D, Step> kernel{step};
+    simd::run(kernel, a, b, c, to);
+  });
+}
+
+template <class S, class D>
+void qf_PelSquareSum(qc_PelRows<const S> from, qc_PelRows<D> to, int shift) {
+  withStep<S, D>(shift, [&]<class Step>(Step step) {
+    const SquareSum<S, D, Step> kernel{step};
+    simd::run(kernel, from, to);
+  });
+}
+
+#define VNXSTD_INSTANTIATE(S, D)                                                                              \
+  template VNXSTD_EXPORT void qf_PelProduct(qc_PelRows<const S>, qc_PelRows<const S>, qc_PelRows<D>, int);    \
+  template VNXSTD_EXPORT void qf_PelProductSum(qc_PelRows<const S>, qc_PelRows<const S>, qc_PelRows<const D>, \
+                                               qc_PelRows<D>, int);                                           \
+  template VNXSTD_EXPORT void qf_PelSquareSum(qc_PelRows<const S>, qc_PelRows<D>, int);
+VNXSTD_FOR_SUMS(VNXSTD_INSTANTIATE)
