@@ -76,15 +76,16 @@ TYPED_TEST(Timer, SleepsWholeMilliseconds) {
   EXPECT_GE(timer.usec(), 999);
 }
 
-// An interval within another one is not longer, and both counters agree on what a second is.
+// An interval within another one is not longer, give or take what a slewed clock may be wrong, and both counters agree
+// on what a second is.
 TEST(Timers, AgreeOnSeconds) {
   qcTimer outer(true);
   qcPTimer middle(true);
   qcTimer inner(true);
   qcTimer::sleep(0.05);
   inner.stop(), middle.stop(), outer.stop();
-  EXPECT_LE(inner.sec(), middle.sec() * 1.001 + 1e-6);
-  EXPECT_LE(middle.sec(), outer.sec() * 1.001 + 1e-6);
+  EXPECT_LE(inner.sec(), middle.sec() * 1.01);
+  EXPECT_LE(middle.sec(), outer.sec() * 1.01);
   EXPECT_GE(inner.sec(), 0.0499);
 }
 

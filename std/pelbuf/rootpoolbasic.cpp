@@ -94,7 +94,7 @@ std::uint64_t qcBasicPelRootPool::bytesFor(long width, long height, unsigned pel
 }
 
 bool qcBasicPelRootPool::canHold(long width, long height, const std::type_info& type) const noexcept {
-  constexpr long kLongest = std::numeric_limits<std::int32_t>::max();
+  constexpr std::int64_t kLongest = std::numeric_limits<std::int32_t>::max();
   const unsigned pelSize = qc_SlottedPelRoot::pelSize(type);
   return pelSize != 0 && width <= kLongest && height <= kLongest &&
          slotsFor(bytesFor(width, height, pelSize)) <= slots_;
@@ -144,7 +144,8 @@ bool qcBasicPelRootPool::allocPels(std::uint64_t bytes, BasicSlot& slot) {
 void qcBasicPelRootPool::freePels(const BasicSlot& slot) noexcept {
   if (slot.count == 0) return;
   --taken_;
-  auto next = std::find_if(free_.begin(), free_.end(), [&](const BasicSlot& r) { return r.start > slot.start; });
+  auto next = std::upper_bound(free_.begin(), free_.end(), slot,
+                               [](const BasicSlot& a, const BasicSlot& b) { return a.start < b.start; });
   const bool joinsNext = next != free_.end() && end(slot) == next->start;
   if (next != free_.begin() && end(next[-1]) == slot.start) {
     next[-1].count += slot.count;

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr long kMost = std::numeric_limits<std::int32_t>::max();
+constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
 
 std::vector<void*> listed(void** arrays, long count) {
   if (count < 0 || count > kMost || (count > 0 && !arrays)) throw qcPelFunc::BadParams();

@@ -20,12 +20,14 @@ const ConverterRegistration converterRegistered;
 }  // namespace
 
 struct qcTimeout::Holder {
+  Holder() { qfThrowExceptionOnFailure(zrtsys::constructAttentionTag(&tag)); }
+  ~Holder() { zrtsys::destructAttentionTag(&tag); }
+
   bool isAttached = false;
   zrtsys::AttentionTag tag;
 };
 
 qcTimeout::qcTimeout(double seconds) : holder_(std::make_unique<Holder>()) {
-  qfThrowExceptionOnFailure(zrtsys::constructAttentionTag(&holder_->tag));
   qfThrowExceptionOnFailure(zrtsys::attachTimeout(&holder_->tag, seconds));
   holder_->isAttached = true;
 }
@@ -35,6 +37,5 @@ qcTimeout::~qcTimeout() { detach(); }
 void qcTimeout::detach() {
   if (!holder_) return;
   if (holder_->isAttached) qfThrowExceptionOnFailure(zrtsys::detachTimeout(&holder_->tag));
-  qfThrowExceptionOnFailure(zrtsys::destructAttentionTag(&holder_->tag));
   holder_.reset();
 }
