@@ -38,7 +38,7 @@ Image<T> noise(long width = kSide, long height = kSide) {
       if constexpr (std::is_arithmetic_v<T>) {
         row[x] = static_cast<qcStoredPel<T>>(value % 65536);
       } else {
-        std::memcpy(&row[x], &value, sizeof row[x]);
+        row[x] = qcStoredPel<T>::fromWord(static_cast<typename qcPelTraits<T>::Element>(value));
       }
     }
   }
@@ -129,6 +129,18 @@ void filters(compare::Session& session, const std::string& type, int cvType, con
       [](const cv::Mat& from, cv::Mat& to) { cv::medianBlur(from, to, 3); });
 }
 
+void colours(compare::Session& session) {
+  const Image<unsigned char> greys(kSide, kSide);
+  const auto convert = [](const auto& s, auto& d) { qfConvertColorPelBuffer(s, d); };
+  const auto code = [](int what) { return [what](const cv::Mat& from, cv::Mat& to) { cv::cvtColor(from, to, what); }; };
+  against(session, "packed 32 bit to grey / OpenCV cvtColor", 0.35, noise<qcPackedRGB32Pel>(), CV_8UC4, greys, CV_8U,
+          convert, code(cv::COLOR_BGRA2GRAY));
+  against(session, "packed 16 bit to grey / OpenCV cvtColor", 0, noise<qcPackedRGB16Pel>(), CV_8UC2, greys, CV_8U,
+          convert, code(cv::COLOR_BGR5652GRAY));
+  against(session, "grey to packed 32 bit / OpenCV cvtColor", 0, noise<unsigned char>(), CV_8U,
+          Image<qcPackedRGB32Pel>(kSide, kSide), CV_8UC4, convert, code(cv::COLOR_GRAY2BGRA));
+}
+
 #endif
 
 }  // namespace
@@ -155,6 +167,7 @@ int main(int argc, char** argv) {
   filters(session, "8 bit, 16 x 16", CV_8U, noise<unsigned char>(16, 16), {0, 0, 0, 0});
   filters(session, "16 bit", CV_16U, noise<unsigned short>(), {0.6, 0.6, 0.6, 0.6});
   filters(session, "float", CV_32F, noise<float>(), {0.6, 0.6, 0.6, 0.6});
+  colours(session);
 #else
   session.absent("OpenCV");
 #endif

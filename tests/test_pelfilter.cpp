@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -383,6 +385,97 @@ TYPED_TEST(FilteredPel, MediansOfThreeByThree) {
         },
         false);
   }
+}
+
+using Components = std::array<int, 4>;  // red, green, blue, alpha
+
+Components components(unsigned char pel) { return {pel, pel, pel, 255}; }
+Components components(qcPackedRGB16Pel pel) { return {pel.r(), pel.g(), pel.b(), 255}; }
+Components components(qcPackedRGB32Pel pel) { return {pel.r(), pel.g(), pel.b(), pel.a()}; }
+Components components(qc3PlanePel pel) { return {pel.plane0(), pel.plane1(), pel.plane2(), 255}; }
+
+/// What the colour must become: what the type has no room for is cut off.
+template <class D>
+Components stored(Components colour) {
+  const auto [r, g, b, a] = colour;
+  if constexpr (std::is_same_v<D, unsigned char>) {
+    const int grey = (299 * r + 587 * g + 114 * b + 500) / 1000;
+    return {grey, grey, grey, 255};
+  } else if constexpr (std::is_same_v<D, qcPackedRGB16Pel>) {
+    return {r & 0xf8, g & 0xfc, b & 0xf8, 255};
+  } else {
+    return {r, g, b, std::is_same_v<D, qcPackedRGB32Pel> ? a : 255};
+  }
+}
+
+template <class T>
+T randomColour() {
+  if constexpr (std::is_same_v<T, qcPackedRGB16Pel>) return T::fromWord(randomNumber<std::uint16_t>(1, 1));
+  if constexpr (std::is_same_v<T, qcPackedRGB32Pel>) return T::fromWord(randomNumber<std::uint32_t>(1, 1));
+  const auto byte = randomNumber<unsigned char>(1, 1);
+  if constexpr (std::is_same_v<T, qc3PlanePel>) return {byte, static_cast<unsigned char>(below(256)), 7};
+  if constexpr (std::is_same_v<T, unsigned char>) return byte;
+}
+
+template <class S, class... D>
+void expectConverted() {
+  forEachCase([](long width, long height, bool) {
+    qcPelBuffer<S> src(qcPelRect(-3, 5, width + 2, height));
+    for (long y = 5; y < 5 + height; ++y) {
+      for (long x = -3; x < width - 1; ++x) src.put(x, y, randomColour<S>());
+    }
+    const auto into = [&]<class T>(T guard) {
+      qcPelBuffer<T> dst(qcPelRect(-2, 4, width, height));
+      qfPelSet(dst, guard);
+      qfConvertColorPelBuffer(src, dst);
+      for (long y = 4; y < 4 + height; ++y) {
+        for (long x = -2; x < width - 2; ++x) {
+          const auto expected = y < 5 ? components(guard) : stored<T>(components(src.get(x, y)));
+          ASSERT_EQ(components(dst.get(x, y)), expected) << x << ' ' << y;
+        }
+      }
+    };
+    (into(randomColour<D>()), ...);
+  });
+}
+
+TEST(PelColour, BetweenAllTypes) {
+  using Word = qcPackedRGB16Pel;
+  using Words = qcPackedRGB32Pel;
+  using Planes = qc3PlanePel;
+  expectConverted<unsigned char, unsigned char, Word, Words, Planes>();
+  expectConverted<Word, unsigned char, Word, Words, Planes>();
+  expectConverted<Words, unsigned char, Word, Words, Planes>();
+  expectConverted<Planes, unsigned char, Word, Words, Planes>();
+}
+
+TEST(PelColour, GreyOfEveryColour) {
+  qcPelBuffer<qcPackedRGB32Pel> colours(4096, 256);
+  qcPelBuffer<unsigned char> greys;
+  for (std::uint32_t red = 0; red < 256; red += 16) {  // sixteen reds at a time
+    for (std::uint32_t i = 0; i < 1u << 20; ++i) {
+      colours.rep()->pels()[i] = qcPackedRGB32Pel::fromWord((red << 16) + i);
+    }
+    qfConvertColorPelBuffer(colours, greys);
+    for (std::uint32_t i = 0; i < 1u << 20; ++i) {
+      ASSERT_EQ(greys.rep()->pels()[i],
+                (299 * (red + (i >> 16)) + 587 * (i >> 8 & 255) + 114 * (i & 255) + 500) / 1000);
+    }
+  }
+}
+
+TEST(PelColour, PlanesOfTheOtherImage) {
+  qcPelBuffer<qc3PlanePel> planes(qcPelRect(2, 3, 40, 5));
+  qfPelSet(planes, {10, 200, 30});
+  qcPelBuffer<unsigned char> green = planes.planeBuffer(1), shifted = green;
+  shifted.offset(3, 3);
+  EXPECT_THROW(qfConvertColorPelBuffer(planes, shifted), qcPelFunc::Overlap);
+  EXPECT_THROW(qfConvertColorPelBuffer(shifted, planes), qcPelFunc::Overlap);
+  EXPECT_EQ(planes.get(41, 7), qc3PlanePel(10, 200, 30));
+  qfConvertColorPelBuffer(planes, green);
+  EXPECT_EQ(planes.get(41, 7), qc3PlanePel(10, 124, 30));  // 2.99 + 117.4 + 3.42
+  qfConvertColorPelBuffer(green, planes);
+  EXPECT_EQ(planes.get(2, 3), qc3PlanePel(124, 124, 124));
 }
 
 }  // namespace

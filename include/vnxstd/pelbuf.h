@@ -5,6 +5,7 @@
 #include "vnxstd/pelbuf/arith.h"
 #include "vnxstd/pelbuf/arrange.h"
 #include "vnxstd/pelbuf/buffer.h"
+#include "vnxstd/pelbuf/colour.h"
 #include "vnxstd/pelbuf/copy.h"
 #include "vnxstd/pelbuf/fill.h"
 #include "vnxstd/pelbuf/filter.h"
