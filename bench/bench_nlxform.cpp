@@ -6,6 +6,7 @@
 
 #include "bench/compare.h"
 #include "vnxstd/math/xfpersp.h"
+#include "vnxstd/math/xfpoly.h"
 
 #if defined(VNXSTD_BENCH_OPENCV)
 #include <opencv2/core.hpp>
@@ -45,6 +46,40 @@ void perspective(compare::Session& session) {
   }
 }
 
+// What one writes who has the coefficients and any order.
+qcVector<2> horner(int order, const double* x, const double* y, const qcVector<2>& p) {
+  double sumX = 0, sumY = 0;
+  for (int j = order; j >= 0; --j) {
+    double innerX = 0, innerY = 0;
+    for (int i = order - j; i >= 0; --i) {
+      const int k = (i + j) * (i + j + 1) / 2 + j;
+      innerX = innerX * p.x() + x[k];
+      innerY = innerY * p.x() + y[k];
+    }
+    sumX = sumX * p.y() + innerX;
+    sumY = sumY * p.y() + innerY;
+  }
+  return {sumX, sumY};
+}
+
+void polynomial(compare::Session& session, int order, double goal) {
+  const std::size_t size = qc2XformPoly::size(order);
+  std::vector<double> x(size, 1e-6), y(size, -1e-6);
+  x[1] = y[2] = 1;
+  const qc2XformPoly xform(order, x, y);
+  const std::size_t count = 1000000;
+  const Points in = points(count);
+  Points out = in, peerOut = in;
+  compare::keep(order);
+  session.run(
+      "polynomial of order " + std::to_string(order) + ", 1000000 points", goal,
+      [&] { xform.mapPoints(in.data(), out.data(), count); },
+      [&] {
+        for (std::size_t i = 0; i < count; ++i) peerOut[i] = horner(order, x.data(), y.data(), in[i]);
+        compare::keep(peerOut);
+      });
+}
+
 void homography(compare::Session& session) {
   const qcVector<2> from[4] = {{10, 20}, {600, 30}, {620, 460}, {20, 440}}, to[4] = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
   const auto ours = [&] { compare::keep(qc2XformPerspective(from, to)); };
@@ -72,6 +107,8 @@ int main(int argc, char** argv) {
   session.absent("OpenCV");
 #endif
   perspective(session);
+  polynomial(session, 3, 0.4);
+  polynomial(session, 5, 0);
   homography(session);
   return session.finish();
 }

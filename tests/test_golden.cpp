@@ -19,8 +19,10 @@
 #include "vnxstd/math/stats.h"
 #include "vnxstd/math/xfcache.h"
 #include "vnxstd/math/xfcomp.h"
+#include "vnxstd/math/xfinverse.h"
 #include "vnxstd/math/xflinear.h"
 #include "vnxstd/math/xfpersp.h"
+#include "vnxstd/math/xfpoly.h"
 #include "vnxstd/pelbuf/buffer.h"
 #include "vnxstd/shapes/circle.h"
 #include "vnxstd/shapes/line.h"
@@ -138,6 +140,9 @@ std::vector<Case> cases() {
   all.push_back(shared<qc2XformBase>("qc2XformComposed", composed));
   all.push_back(
       shared<qc2XformBase>("qc2XformPerspective", new qc2XformPerspective(qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4))));
+  const qc2XformPoly poly(2, {1, 2, 3, 4, 5, 6}, {6, 5, 4, 3, 2, 1}, qcVector<2>(7, 8), qcVector<2>(0.5, 0.25));
+  all.push_back(shared<qc2XformBase>("qc2XformPoly", new qc2XformPoly(poly)));
+  all.push_back(shared<qc2XformBase>("qc2XformInverse", new qc2XformInverse(poly)));
   qc2XformCache cache(linear(3, 1), linear(7, 1));
   all.push_back(value("qc2XformCache", cache));
   all.push_back(value("handle_null", qcPtrHandle<qcShape>()));

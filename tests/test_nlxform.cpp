@@ -14,8 +14,10 @@
 #include "vnxstd/except/failure.h"
 #include "vnxstd/math/xfcomp.h"
 #include "vnxstd/math/xfdeform.h"
+#include "vnxstd/math/xfinverse.h"
 #include "vnxstd/math/xfpersp.h"
 #include "zrtnlxf/handle.h"
+#include "zrtnlxf/perspective.h"
 #include "zrtnlxf/simd.h"
 
 namespace {
@@ -25,6 +27,8 @@ using Point = qcVector<2>;
 using Points = std::vector<Point>;
 using Linear = qc2XformLinear;
 using Perspective = qc2XformPerspective;
+using Poly = qc2XformPoly;
+using Inverse = qc2XformInverse;
 using BadParams = qc2XformPerspectiveDefs::BadParams;
 using NumericalError = qc2XformPerspectiveDefs::NumericalError;
 
@@ -45,6 +49,18 @@ struct Source {
     return {real(0.5, 2),      real(-0.3, 0.3),   real(-99, 99),
             real(-0.3, 0.3),   real(0.5, 2),      real(-99, 99),
             real(-bend, bend), real(-bend, bend), w};
+  }
+  // A similarity bent by up to `bend` pixels, about, within 500 pixels of the origin.
+  Poly poly(int order, double bend) {
+    const std::size_t size = Poly::size(order);
+    std::vector<double> x(size), y(size);
+    for (std::size_t i = 0; i < size; ++i) {
+      x[i] = real(-bend, bend) / static_cast<double>(size);
+      y[i] = real(-bend, bend) / static_cast<double>(size);
+    }
+    x[1] += 500;
+    y[2] += 500;
+    return Poly(order, x, y, point(9), Point(0.002, 0.002));
   }
 };
 
@@ -160,11 +176,133 @@ TEST(Perspective, ComposesByProductWherePossible) {
   EXPECT_FALSE(isProduct(*linear * *a) || isProduct(*a * *(*linear * *a)));
 }
 
+// The sum of the terms as the header numbers them.
+Point sumOfTerms(const Poly& poly, const Point& p) {
+  const double u = (p.x() - poly.origin().x()) * poly.scale().x(), v = (p.y() - poly.origin().y()) * poly.scale().y();
+  Point sum;
+  std::size_t k = 0;
+  for (int degree = 0; degree <= poly.order(); ++degree) {
+    for (int j = 0; j <= degree; ++j, ++k) {
+      sum += Point(poly.xCoefs()[k], poly.yCoefs()[k]) * (std::pow(u, degree - j) * std::pow(v, j));
+    }
+  }
+  return sum;
+}
+
+TEST(PolynomialFit, FindsThePolynomialThatMadeThePoints) {
+  Source source;
+  for (int order = 1; order <= Poly::kMaxOrder; ++order) {
+    const Poly truth = source.poly(order, 300);
+    const Points probes = source.points(50);
+    for (const Point& p : probes) EXPECT_LT((truth * p).distance(sumOfTerms(truth, p)), 1e-9);
+    for (const std::size_t count : {Poly::size(order), 3 * Poly::size(order)}) {
+      Points from = source.points(count), away;
+      if (count == Poly::size(order)) {  // the least there can be, spread so that they determine it well
+        for (std::size_t i = 0, k = 0; k < count; ++i) {
+          for (std::size_t j = 0; j <= i; ++j, ++k) {
+            const double n = order, a = static_cast<double>(j), b = static_cast<double>(i) - a;
+            from[k] = Point(-500 * std::cos(a * 3.14159 / n), -500 * std::cos(b * 3.14159 / n)) + source.point(9);
+          }
+        }
+      }
+      const Points to = mapped(from, [&](const Point& p) { return truth * p; });
+      EXPECT_LT(distance(Poly(from, to, order), truth, probes), 1e-5) << order << ' ' << count;
+      const Point far(4e4, -7e4);
+      for (const Point& p : from) away.push_back(p + far);
+      const Poly there(away, to, order);
+      for (const Point& p : probes) EXPECT_LT((there * (p + far)).distance(truth * p), 1e-4) << order << ' ' << count;
+    }
+  }
+}
+
+TEST(PolynomialFit, LeavesResidualsThatNoTermCouldReduce) {
+  Source source;
+  const Points from = source.points(400), to = source.points(400);
+  const Poly fit(from, to, 4);
+  std::vector<Point> products(Poly::size(4));
+  for (std::size_t i = 0; i < from.size(); ++i) {
+    for (std::size_t k = 0; k < products.size(); ++k) {
+      std::vector<double> term(products.size());
+      term[k] = 1;
+      const Poly basis(4, term, term, fit.origin(), fit.scale());
+      products[k] += (basis * from[i]).x() * (to[i] - fit * from[i]);
+    }
+  }
+  for (const Point& product : products) EXPECT_LT(product.len(), 1e-8);
+}
+
+TEST(PolynomialFit, RefusesWhatDeterminesNoPolynomial) {
+  Source source;
+  const Points good = source.points(60);
+  Points circle, line;
+  for (int i = 0; i < 60; ++i) {
+    circle.emplace_back(100 + 50 * std::cos(i), 80 + 50 * std::sin(i));
+    line.emplace_back(i / 3., 7 - i * 0.1);
+  }
+  EXPECT_NO_THROW(Poly(circle, good, 1));
+  EXPECT_THROW(Poly(circle, good, 2), NumericalError);
+  EXPECT_THROW(Poly(line, good, 1), NumericalError);
+  EXPECT_THROW(Poly(Points(60, Point(1, 2)), good, 1), BadParams);
+  EXPECT_THROW(Poly(good, Points(59), 1), BadParams);
+  EXPECT_THROW(Poly(good, Points(60, Point(0, kNaN)), 1), BadParams);
+  for (const int order : {-1, 0, 10, std::numeric_limits<int>::max()}) {
+    EXPECT_THROW(Poly(good, good, order), BadParams);
+    EXPECT_THROW(Poly{order}, BadParams);
+  }
+  for (const auto& [count, order] : {std::pair{3, 1}, {5, 1}, {6, 2}, {54, 8}, {55, 9}, {60, 9}}) {
+    Points points(good.begin(), good.begin() + count);
+    points.insert(points.end(), points.begin(), points.end());  // twice the same says no more
+    EXPECT_TRUE(Poly::maxOrder(points) == order && Poly::minOrder(points) == 1);
+    EXPECT_NO_THROW(Poly(points, points, order));
+    EXPECT_THROW(Poly(points, points, order + 1), BadParams);
+  }
+  EXPECT_THROW(Poly::maxOrder({{1, 2}, {1, 2}, {3, 4}}), BadParams);
+  EXPECT_THROW(Poly::minOrder({}), BadParams);
+  const std::vector<double> three = {0, 1, 0};
+  EXPECT_THROW(Poly(1, three, {0, 0}), BadParams);
+  EXPECT_THROW(Poly(2, three, three), BadParams);
+  EXPECT_THROW(Poly(1, three, {0, kNaN, 1}), BadParams);
+  EXPECT_THROW(Poly(1, three, three, Point(), Point(1, 0)), BadParams);
+}
+
+TEST(Polynomial, IsLinearWithoutHigherTermsAndAbsorbsALinearTransformOnItsLeft) {
+  Source source;
+  const Linear linear(qcMatrix<2>(0.5, 0.2, 0, 0.3), Point(3, 4));
+  const Poly line(1, {1, 2, 0}, {5, 0, 4}, Point(1, 1), Point(2, 1)), bent = source.poly(3, 50);
+  EXPECT_TRUE(line.isLinear() && Poly(7).isLinear() && Inverse(line).isLinear() && !bent.isLinear());
+  EXPECT_EQ(line.linearXform(Point(kNaN, 0)), Linear(qcMatrix<2>(4, 0, 0, 4), Point(-3, 1)));
+  EXPECT_EQ(Inverse(line).linearXform(Point(kNaN, 0)), Linear(qcMatrix<2>(0.25, 0, 0, 0.25), Point(0.75, -0.25)));
+  EXPECT_TRUE(dynamic_cast<Poly*>((linear * static_cast<const qc2XformBase&>(bent)).rep()));
+  EXPECT_TRUE(dynamic_cast<Linear*>((linear * static_cast<const qc2XformBase&>(line)).rep()));
+  EXPECT_TRUE(dynamic_cast<qc2XformComposed*>((bent * static_cast<const qc2XformBase&>(linear)).rep()));
+  EXPECT_THROW(bent * Point(1e200, 0), NumericalError);
+  EXPECT_THROW(bent.linearXform(Point(kNaN, 0)), NumericalError);
+}
+
+TEST(Inverse, SaysWhereThereIsNone) {
+  const Poly fold(2, {0, 1, 0, 1, 0, 0}, {0, 0, 1, 0, 0, 0});  // (x + x^2, y): nothing comes below -1/4
+  const Inverse inverse(fold);
+  EXPECT_LT((inverse * Point(6, 5)).distance(Point(2, 5)), 1e-15);
+  EXPECT_LT((inverse * Point(-0.2499999, 5)).distance(Point(-0.5 + std::sqrt(1e-7), 5)), 1e-9);
+  EXPECT_THROW(inverse * Point(-0.26, 5), NumericalError);
+  EXPECT_THROW(inverse * Point(kNaN, 5), NumericalError);
+  EXPECT_LT((inverse * Point(-0.25, 5)).distance(Point(-0.5, 5)), 1e-6);
+  EXPECT_THROW(Poly(1, {0, 1, 0}, {0, 1, 0}).inverseBase(), NumericalError);
+  // Large and small units, far from the origin: as good as the coordinates.
+  for (const double unit : {1e-12, 1e-3, 1e6, 1e12}) {
+    const Point at(300 * unit, -500 * unit);
+    const Poly bent(2, {3, 1, 0.1, 0.2, 0, 0.1}, {4, 0, 1, 0.1, 0.1, 0.1}, at, Point(1 / unit, 1 / unit));
+    const Point p = at + Point(0.4, -0.7) * unit;
+    EXPECT_LT((Inverse(bent) * (bent * p)).distance(p), 1e-12 * unit);
+  }
+}
+
 // One of each class, whose inverse is within reach over 100 pixels around the origin.
 std::vector<Handle> family(Source& source) {
   std::vector<Handle> all;
   all.emplace_back(new Perspective(source.matrix()));
-  all.push_back(all[0]->inverseBase());
+  all.emplace_back(new Poly(source.poly(2 + static_cast<int>(source.engine() % 8), 90)));
+  for (std::size_t i = 0, kinds = all.size(); i < kinds; ++i) all.push_back(all[i]->inverseBase());
   return all;
 }
 
@@ -293,6 +431,51 @@ void expectBytes(const T& object, const std::string& fields, std::initializer_li
 TEST(Archive, BytesByHandAndEveryFault) {
   expectBytes(Perspective(qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4)),
               '\0' + numbers({2, 0, 1, 0, 3, 0, 1, 0, 4}) + number(21), {0});
+  const std::string order1({0, 0, 0, 1}), vector(1, '\0');
+  const std::string poly = order1 + vector + numbers({1, 1}) + vector + numbers({2, 1}) + numbers({1, 2, 0, 5, 0, 4});
+  expectBytes(Poly(1, {1, 2, 0}, {5, 0, 4}, Point(1, 1), Point(2, 1)), poly, {4, 21});
+  Poly kept = Source().poly(2, 9);
+  const Poly before = kept;
+  const auto refused = [&](std::size_t at, const std::string& bytes) {
+    std::string bad = "\xF1\x66\x4B\xDF" + std::string(3, '\0') + poly;
+    EXPECT_THROW(load(bad.replace(7 + at, bytes.size(), bytes), kept), qcArchive::BadContent);
+  };
+  refused(0, std::string({0, 0, 0, 0}));
+  refused(0, std::string({0, 0, 0, 10}));
+  refused(0, std::string({-1, -1, -1, -1}));
+  refused(5, number(kNaN));
+  refused(22, number(0));
+  refused(38 + 40, number(INFINITY));
+  EXPECT_EQ(kept, before);
+}
+
+// An inverse holds a polynomial, and nothing through which it could hold itself.
+TEST(Archive, InversesHoldWhatTheyCanUndo) {
+  Handle inverse(new Inverse(Source().poly(3, 50)));
+  const Point p(2, 3), image = *inverse * p;
+  const std::string bytes = stored(qcArchive::bigEndian, false, inverse);
+  Handle loaded;
+  load(bytes, loaded);
+  EXPECT_TRUE(*loaded * p == image && stored(qcArchive::bigEndian, false, loaded) == bytes);
+  for (std::size_t size = 0; size < bytes.size(); ++size) {
+    EXPECT_THROW(load(bytes.substr(0, size), loaded), qcArchive::Errors);
+  }
+  // A record of a pointer: mark, version, number of the object, whether it follows, two sizes, type and object.
+  const auto record = [](char id, const std::string& type = {}) {
+    std::string head = "\x4F\xE5\x70\x54" + std::string({1, 0, 0, 0, id, static_cast<char>(!type.empty())});
+    head += std::string(8, '\0');
+    if (!type.empty()) head += static_cast<char>(type.size()) + ('"' + type + '"') + "\xF1\x66\x4B\xDF";
+    return head;
+  };
+  const std::string three(3, '\0'), outer = record(1, "qc2XformInverse") + three;
+  const std::string linear =
+      record(2, "qc2XformLinear") + three + '\0' + numbers({5, 0}) + '\0' + numbers({1, 0, 0, 1, 1});
+  const std::string chain = record(2, "qc2XformComposed") + three + std::string({0, 0, 0, 0, 1}) + record(1);
+  for (const std::string& forward :
+       {record(0), record(1), linear, chain, record(2, "qc2XformInverse") + three + record(1)}) {
+    EXPECT_THROW(load(outer + forward, loaded), qcArchive::BadContent);
+  }
+  EXPECT_EQ(*loaded * p, image);
 }
 
 }  // namespace

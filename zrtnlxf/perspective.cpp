@@ -7,6 +7,7 @@
 #include <new>
 
 #include "zrtnlxf/leastsq.h"
+#include "zrtnlxf/local.h"
 #include "zrtnlxf/points.h"
 #include "zrtnlxf/simd.h"
 
@@ -266,19 +267,15 @@ Status qmath_xformPerspective_getIsSingular(const qmath_xformPerspective* state)
 Status qmath_xformPerspective_getLinearXform(const qmath_xformPerspective* state, const qmath_vect* point,
                                              qmath_xformLinear* linear) noexcept {
   if (!state || !point || !linear) return zrtnlxf::badArgument;
-  const Elements& h = state->h;
-  qmath_vect at = *point, image{};
-  if (qmath_xformPerspective_getIsLinear(state) == 1) at = {0, 0};
-  const Status status = qmath_xformPerspective_mapPoint(state, &at, &image);
-  if (status < 0) return status;
-  const double w = h[6] * at.x + h[7] * at.y + h[8];
-  const qmath_matrix m{(h[0] - image.x * h[6]) / w, (h[1] - image.x * h[7]) / w, (h[3] - image.y * h[6]) / w,
-                       (h[4] - image.y * h[7]) / w};
-  const qmath_xformLinear result{{image.x - (m.a00 * at.x + m.a01 * at.y), image.y - (m.a10 * at.x + m.a11 * at.y)}, m};
-  const double all[6] = {m.a00, m.a01, m.a10, m.a11, result.trans.x, result.trans.y};
-  if (!zrtnlxf::areFinite(all, 6)) return zrtnlxf::atInfinity;
-  *linear = result;
-  return zrtnlxf::ok;
+  const auto evaluate = [&h = state->h](const qmath_vect& p, qmath_vect& f, qmath_matrix& m) {
+    f = p;
+    mapOne(h, f.x, f.y);
+    const double w = h[6] * p.x + h[7] * p.y + h[8];
+    m = {(h[0] - f.x * h[6]) / w, (h[1] - f.x * h[7]) / w, (h[3] - f.y * h[6]) / w, (h[4] - f.y * h[7]) / w};
+    return zrtnlxf::ok;
+  };
+  const bool isLinear = qmath_xformPerspective_getIsLinear(state) == 1;
+  return zrtnlxf::expand(evaluate, isLinear ? qmath_vect{0, 0} : *point, linear);
 }
 
 Status qmath_xformPerspective_getInverse(const qmath_xformPerspective* state,

@@ -18,6 +18,7 @@
 #include "vnxstd/math/xfcache.h"
 #include "vnxstd/math/xfcomp.h"
 #include "vnxstd/math/xfdeform.h"
+#include "vnxstd/math/xfinverse.h"
 #include "vnxstd/math/xflinear.h"
 #include "vnxstd/math/xform.h"
 #include "vnxstd/math/xfpersp.h"

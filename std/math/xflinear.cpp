@@ -2,6 +2,7 @@
 
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/archive/pool.h"
+#include "vnxstd/math/xfpoly.h"
 
 namespace {
 
@@ -38,8 +39,9 @@ qcPersistent* qc2XformLinear::make() { return new qc2XformLinear; }
 qc2XformLinear qc2XformLinear::linearXform(const qcVector<2>&) const { return *this; }
 
 qcPtrHandle<qc2XformBase> qc2XformLinear::composeBase(const qc2XformBase& other) const {
-  if (!other.isLinear()) return qc2XformBase::composeBase(other);
-  return new qc2XformLinear(compose(other.linearXform(qcVector<2>())));
+  if (other.isLinear()) return new qc2XformLinear(compose(other.linearXform(qcVector<2>())));
+  if (const auto* poly = dynamic_cast<const qc2XformPoly*>(&other)) return poly->leftCompose(xform_);
+  return qc2XformBase::composeBase(other);
 }
 
 qcPtrHandle<qc2XformBase> qc2XformLinear::inverseBase() const { return new qc2XformLinear(inverse()); }

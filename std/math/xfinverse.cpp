@@ -1,0 +1,79 @@
+#include "vnxstd/math/xfinverse.h"
+
+#include <utility>
+
+#include "vnxstd/archive/archive.h"
+#include "vnxstd/math/xfpersp.h"
+
+namespace {
+
+constexpr const char* kSource = "std/math/xfinverse";
+constexpr int kVersionLine = 94;
+constexpr int kContentLine = 103;
+
+const qc_Instantiator registered(typeid(qc2XformInverse), &qc2XformInverse::make);
+
+qc2XformLinear inverseOf(const qc2XformLinear& linear) {
+  if (linear.isSingular()) throw qc2XformPerspectiveDefs::NumericalError(L"the expansion has no inverse");
+  return linear.inverse();
+}
+
+}  // namespace
+
+qc2XformInverse::qc2XformInverse() : qc2XformInverse(qc2XformPoly()) {}
+
+qc2XformInverse::qc2XformInverse(const qc2XformPoly& forward)
+    : forward_(qcPtrHandle_const<qc2XformPoly>(new qc2XformPoly(forward))) {
+  inverseOf(forward.linearXform(forward.origin()));
+}
+
+qc2XformInverse& qc2XformInverse::operator=(const qc2XformInverse& other) {
+  mutating();
+  forward_ = other.forward_;
+  return *this;
+}
+
+const qc2XformBase& qc2XformInverse::forward() const {
+  return std::visit([](const auto& forward) -> const qc2XformBase& { return *forward; }, forward_);
+}
+
+qcVector<2> qc2XformInverse::mapPoint(const qcVector<2>& point) const {
+  return std::visit([&](const auto& forward) { return forward->invMapPoint(point); }, forward_);
+}
+
+bool qc2XformInverse::isLinear() const { return forward().isLinear(); }
+
+qc2XformLinear qc2XformInverse::linearXform(const qcVector<2>& point) const {
+  return inverseOf(forward().linearXform(isLinear() ? point : mapPoint(point)));
+}
+
+qcPtrHandle<qc2XformBase> qc2XformInverse::inverseBase() const { return forward().clone(); }
+
+qcPtrHandle<qc2XformBase> qc2XformInverse::clone() const {
+  return std::visit(
+      [](const auto& forward) -> qcPtrHandle<qc2XformBase> {
+        using Class = std::remove_const_t<typename std::remove_cvref_t<decltype(forward)>::element_type>;
+        return new qc2XformInverse(Forward(qcPtrHandle_const<Class>(new Class(*forward))));
+      },
+      forward_);
+}
+
+qcPersistent* qc2XformInverse::make() { return new qc2XformInverse; }
+
+void qc2XformInverse::dispatchSerialize(qcArchive& archive) {
+  serializeLevel(archive, this, 0, &qc2XformInverse::serialize_);
+}
+
+void qc2XformInverse::serialize_(qcArchive& archive, unsigned char version) {
+  qcArchive::checkVersion(version, 0, kSource, kVersionLine);
+  qc2XformBase::dispatchSerialize(archive);
+  qcPtrHandle_const<qc2XformBase> stored;
+  if (archive.isStoring()) stored = qcPtrHandle_const<qc2XformBase>(&forward());
+  archive || stored;
+  if (archive.isStoring()) return;
+  if (const auto* poly = dynamic_cast<const qc2XformPoly*>(stored.rep())) {
+    forward_ = qcPtrHandle_const<qc2XformPoly>(poly);
+  } else {  // what could hold others could hold this one
+    throw qcArchive::BadContent(kSource, kContentLine);
+  }
+}
