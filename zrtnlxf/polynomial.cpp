@@ -130,7 +130,7 @@ Status distinct(const double* points, std::size_t count, std::size_t& number) {
   std::vector<std::pair<double, double>> sorted(count);
   for (std::size_t i = 0; i < count; ++i) sorted[i] = {points[2 * i], points[2 * i + 1]};
   std::ranges::sort(sorted);
-  number = static_cast<std::size_t>(std::ranges::unique(sorted).begin() - sorted.begin());
+  number = static_cast<std::size_t>(std::unique(sorted.begin(), sorted.end()) - sorted.begin());
   return zrtnlxf::ok;
 }
 
