@@ -24,6 +24,7 @@
 #include "vnxstd/math/xfpersp.h"
 #include "vnxstd/math/xfpoly.h"
 #include "vnxstd/pelbuf/buffer.h"
+#include "vnxstd/rlebuf/rlebuf.h"
 #include "vnxstd/shapes/circle.h"
 #include "vnxstd/shapes/line.h"
 #include "vnxstd/shapes/lineseg.h"
@@ -103,6 +104,34 @@ Case errors() {
           }};
 }
 
+// A run-length image, as a pointer. Encoding it again would take another time, hence rows that were built by hand.
+Case runs() {
+  const auto make = [] {
+    qcRLEBufferBlock block(9);
+    const qcRLEBufferRun all[] = {{0, 255}, {0, 45}, {0, 0}, {0, 3}, {1, 4}, {200, 1}, {0, 255}, {0, 37}, {0, 0}};
+    std::copy(std::begin(all), std::end(all), block.runs.get());
+    const std::vector<const qcRLEBufferRun*> rows = {block.runs.get(), block.runs.get() + 3};
+    std::vector<qcRLEBufferBlock> blocks;
+    blocks.push_back(std::move(block));
+    auto image = std::make_unique<qcRLEBuffer>();
+    image->hintNumRuns(100);
+    image->becomeOwner(300, rows, std::move(blocks));
+    image->offset(-3, 7);
+    image->clientFromImageXform(qcXform<2>(qcMatrix<2>(2, 0, 0, 3), qcVector<2>(-1, 0.5)));
+    return image;
+  };
+  return {"qcRLEBuffer",
+          [make](qcArchive& to) {
+            std::unique_ptr<qcRLEBuffer> image = make();
+            to || image;
+          },
+          [](qcArchive& from, qcArchive& to) {
+            std::unique_ptr<qcRLEBuffer> loaded;
+            from || loaded;
+            to || loaded;
+          }};
+}
+
 qcPtrHandle_const<qc2XformBase> linear(double a, double x) {
   return new qc2XformLinear(qcMatrix<2>(a, 1, -1, 2), qcVector<2>(x, 4));
 }
@@ -177,6 +206,7 @@ std::vector<Case> cases() {
       "rgb32", {{255, 0, 0, 1}, {0, 255, 0, 2}, {0, 0, 255, 3}, {8, 4, 8, 4}, {1, 2, 3, 5}, {90, 80, 70, 255}}));
   all.push_back(
       image<qc3PlanePel>("planes", {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}, {10, 11, 12}, {13, 14, 15}, {16, 17, 18}}));
+  all.push_back(runs());
   all.push_back(errors());
   return all;
 }

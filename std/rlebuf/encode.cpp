@@ -1,0 +1,245 @@
+// From pels to runs.
+#include <array>
+#include <bit>
+#include <cstring>
+#include <numeric>
+#include <vector>
+
+#include "std/pelbuf/dispatch.h"
+#include "std/rlebuf/rep.h"
+#include "vnxstd/pelbuf/apply.h"
+#include "vnxstd/pelbuf/measure.h"
+#include "vnxstd/timer/timer.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace {
+
+namespace rle = vnxstd::rle;
+
+constexpr std::ptrdiff_t kGroup = 64;
+
+/// Whether each of 64 pels differs from the one before it, the first pel in the lowest bit.
+std::uint64_t changesAt(const unsigned char* pels) {
+  std::uint64_t changes = 0;
+#if defined(__SSE2__)
+  for (std::ptrdiff_t k = 0; k < kGroup; k += 16) {
+    const auto load = [pels, k](std::ptrdiff_t i) {
+      return _mm_loadu_si128(reinterpret_cast<const __m128i*>(pels + k + i));
+    };
+    const int same = _mm_movemask_epi8(_mm_cmpeq_epi8(load(0), load(-1)));
+    changes |= static_cast<std::uint64_t>(~same & 0xFFFF) << k;
+  }
+#else
+  for (std::ptrdiff_t k = 0; k < kGroup; ++k) changes |= std::uint64_t{pels[k] != pels[k - 1]} << k;
+#endif
+  return changes;
+}
+
+/// Writes the runs of rows. A row is looked through 64 pels at a time for pels that differ from the one before them;
+/// most groups of a mask have none.
+class RowEncoder {
+ public:
+  explicit RowEncoder(rle::RowWriter& writer) : writer_(writer) {}
+
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(vnxstd::simd::Bytes<N>, const unsigned char* pels, std::ptrdiff_t width) {
+    to_ = writer_.begin();
+    values_ = 0;
+    start_ = 0;
+    std::ptrdiff_t i = 1;
+    for (;; i += kGroup) {
+      while (i <= width - kGroup && !hasChange<N>(pels + i)) i += kGroup;
+      if (i > width - kGroup) break;
+      changeIn(pels, i);
+    }
+    for (; i < width; ++i) {
+      if (pels[i] != pels[i - 1]) finishAt(pels, i);
+    }
+    finishAt(pels, width);
+    writer_.end(to_, values_);
+  }
+
+ private:
+  template <std::size_t N>
+  struct VectorOf {
+    typedef std::uint64_t Type __attribute__((vector_size(N)));
+  };
+
+  template <std::size_t N>
+  [[gnu::always_inline]] static inline bool hasChange(const unsigned char* pels) {
+    using Vector = typename VectorOf<N>::Type;
+    Vector any = {};
+    for (std::ptrdiff_t k = 0; k < kGroup; k += static_cast<std::ptrdiff_t>(N)) {
+      Vector at, before;
+      std::memcpy(&at, pels + k, N);
+      std::memcpy(&before, pels + k - 1, N);
+      any |= at ^ before;
+    }
+    std::uint64_t folded = any[0] | any[1];
+    if constexpr (N == 32) folded |= any[2] | any[3];
+    return folded != 0;
+  }
+
+  // Kept apart, so that the loop that looks for changes has the registers for itself.
+  [[gnu::noinline]] void changeIn(const unsigned char* pels, std::ptrdiff_t first) {
+    std::uint64_t changes = changesAt(pels + first);
+    if (changes == ~std::uint64_t{0}) {  // noise
+      finishAt(pels, first);
+      for (std::ptrdiff_t k = 0; k < kGroup - 1; ++k) to_[k] = qcRLEBufferRun(pels[first + k], 1);
+      for (std::ptrdiff_t k = 0; k < kGroup - 1; ++k) values_ |= pels[first + k];
+      to_ += kGroup - 1;
+      start_ = first + kGroup - 1;
+      return;
+    }
+    for (; changes != 0; changes &= changes - 1) finishAt(pels, first + std::countr_zero(changes));
+  }
+
+  void finishAt(const unsigned char* pels, std::ptrdiff_t end) {
+    to_ = rle::put(to_, pels[start_], static_cast<std::uint32_t>(end - start_));
+    values_ |= pels[start_];
+    start_ = end;
+  }
+
+  rle::RowWriter& writer_;
+  qcRLEBufferRun* to_ = nullptr;
+  std::ptrdiff_t start_ = 0;
+  std::uint32_t values_ = 0;
+};
+
+void encodeRow(rle::RowWriter& writer, const unsigned char* pels, std::int32_t width) {
+  RowEncoder encoder(writer);
+  vnxstd::simd::run(encoder, qc_PelRows<const unsigned char>{pels, width, width, 1});
+}
+
+using Table = std::array<unsigned char, 256>;
+
+Table levelsTable(int low, int high, int levels, bool invert) {
+  Table table;
+  for (int pel = 0; pel < 256; ++pel) {
+    int value = pel < low ? 0 : levels;
+    if (pel >= low && pel < high) value = (2 * levels * (pel - low) + (high - low)) / (2 * (high - low));
+    table[static_cast<std::size_t>(pel)] = static_cast<unsigned char>(invert ? levels - value : value);
+  }
+  return table;
+}
+
+/// The numbers of pels of all values.
+std::vector<unsigned long> histogram(const qcPelBuffer_const<unsigned char>& pels) {
+  std::vector<unsigned long> counts(256);
+  qfPelHistogram(pels, counts);
+  return counts;
+}
+
+/// The values of pels in ascending order, without those of both tails.
+class Percentiles {
+ public:
+  Percentiles(const qcPelBuffer_const<unsigned char>& pels, int leftTail, int rightTail) : counts_(histogram(pels)) {
+    const qcUInt64 all = std::accumulate(counts_.begin(), counts_.end(), qcUInt64{0});
+    first_ = part(all, leftTail);
+    size_ = all - first_ - part(all, rightTail);
+  }
+  unsigned char operator()(int percent) const {
+    if (size_ == 0) return 0;
+    qcUInt64 before = first_ + std::min(part(size_, percent), size_ - 1);
+    std::size_t value = 0;
+    for (; before >= counts_[value]; ++value) before -= counts_[value];
+    return static_cast<unsigned char>(value);
+  }
+  /// Throws qcPelFunc::BadParams for arguments that make no sense for any image.
+  static void check(int leftTail, int rightTail, std::initializer_list<int> percents) {
+    const auto isPercent = [](int value) { return value >= 0 && value <= 100; };
+    if (!isPercent(leftTail) || !isPercent(rightTail) || leftTail + rightTail >= 100 ||
+        !std::all_of(percents.begin(), percents.end(), isPercent)) {
+      throw qcPelFunc::BadParams();
+    }
+  }
+
+ private:
+  // all * percent / 100 without overflow.
+  static qcUInt64 part(qcUInt64 all, int percent) {
+    const auto p = static_cast<qcUInt64>(percent);
+    return all / 100 * p + all % 100 * p / 100;
+  }
+
+  std::vector<unsigned long> counts_;
+  qcUInt64 first_ = 0, size_ = 0;
+};
+
+void checkLevels(int low, int high, int levels) {
+  if (low > high || levels < 1 || levels > 255) throw qcPelFunc::BadParams();
+}
+
+}  // namespace
+
+/// Makes a new image of the window; writeRow(writer, row, width) writes a row.
+template <class WriteRow>
+void qcRLEBuffer::replaceBy(const qcPelBuffer_const<unsigned char>& pels, WriteRow writeRow) {
+  if (pels.width() > 0 && pels.height() > 0 && !pels.isBound()) throw qcPel::UnboundWindow();
+  mutating();
+  rep_.reset();
+  if (pels.width() == 0 || pels.height() == 0) throw Degenerate();
+  const qcTimer timer(true);
+  auto made = std::make_unique<qc_RLERep>();
+  made->hint = hint_;
+  made->width = static_cast<std::int32_t>(pels.width());
+  made->offsetX = static_cast<std::int32_t>(pels.offset().x());
+  made->offsetY = static_cast<std::int32_t>(pels.offset().y());
+  made->xforms = pels.xforms();
+  const qc_PelRows<const unsigned char> rows = qf_PelRows(pels);
+  rle::RowWriter writer(*made, static_cast<std::size_t>(rows.height));
+  for (std::ptrdiff_t y = 0; y < rows.height; ++y) writeRow(writer, rows.row(y), made->width);
+  writer.finish();
+  made->createTime = timer.msec();
+  rep_ = std::move(made);
+}
+
+void qcRLEBuffer::encode(const qcPelBuffer_const<unsigned char>& pels) { replaceBy(pels, encodeRow); }
+
+void qcRLEBuffer::encode(const qcPelBuffer_const<unsigned char>& pels, unsigned char threshold, bool invert) {
+  std::vector<unsigned char> classes(static_cast<std::size_t>(pels.width()));
+  replaceBy(pels, [&](rle::RowWriter& writer, const unsigned char* row, std::int32_t width) {
+    unsigned char* const to = classes.data();
+    for (std::int32_t x = 0; x < width; ++x) to[x] = static_cast<unsigned char>((row[x] >= threshold) != invert);
+    encodeRow(writer, to, width);
+  });
+}
+
+void qcRLEBuffer::encode(const qcPelBuffer_const<unsigned char>& pels, unsigned char low, unsigned char high,
+                         int levels, bool invert) {
+  checkLevels(low, high, levels);
+  const Table table = levelsTable(low, high, levels, invert);
+  encode(pels, std::vector<unsigned char>(table.begin(), table.end()));
+}
+
+void qcRLEBuffer::encode(const qcPelBuffer_const<unsigned char>& pels, const std::vector<unsigned char>& table) {
+  if (table.empty()) throw qcPelFunc::BadParams();
+  Table whole{};
+  std::copy_n(table.begin(), std::min(table.size(), whole.size()), whole.begin());
+  std::vector<unsigned char> classes(static_cast<std::size_t>(pels.width()));
+  replaceBy(pels, [&](rle::RowWriter& writer, const unsigned char* row, std::int32_t width) {
+    if (table.size() < whole.size() && *std::max_element(row, row + width) >= table.size()) throw qcPelFunc::Range();
+    const unsigned char* const from = row;
+    unsigned char* const to = classes.data();
+    for (std::int32_t x = 0; x < width; ++x) to[x] = whole[from[x]];
+    encodeRow(writer, classes.data(), width);
+  });
+}
+
+void qcRLEBuffer::encodePercent(const qcPelBuffer_const<unsigned char>& pels, int leftTail, int rightTail, int percent,
+                                bool invert) {
+  Percentiles::check(leftTail, rightTail, {percent});
+  if (!pels.isBound()) return encode(pels);  // which throws
+  encode(pels, Percentiles(pels, leftTail, rightTail)(percent), invert);
+}
+
+void qcRLEBuffer::encodePercent(const qcPelBuffer_const<unsigned char>& pels, int leftTail, int rightTail,
+                                int lowPercent, int highPercent, int levels, bool invert) {
+  Percentiles::check(leftTail, rightTail, {lowPercent, highPercent});
+  checkLevels(lowPercent, highPercent, levels);
+  if (!pels.isBound()) return encode(pels);  // which throws
+  const Percentiles percentile(pels, leftTail, rightTail);
+  encode(pels, percentile(lowPercent), percentile(highPercent), levels, invert);
+}

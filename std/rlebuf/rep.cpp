@@ -1,0 +1,37 @@
+#include "std/rlebuf/rep.h"
+
+std::unique_ptr<qc_RLERep> qc_RLERep::like() const {
+  auto other = std::make_unique<qc_RLERep>();
+  other->hint = hint;
+  other->width = width;
+  other->offsetX = offsetX;
+  other->offsetY = offsetY;
+  other->xforms = xforms;
+  return other;
+}
+
+namespace vnxstd::rle {
+
+namespace {
+
+constexpr qcUInt64 kFirstBlock = 8192;  // runs, without a hint
+
+}  // namespace
+
+RowWriter::RowWriter(qc_RLERep& rep, std::size_t height)
+    : rep_(rep), height_(height), rowRoom_(static_cast<std::size_t>(rep.width) + 1 + kSlack) {
+  rep.rows.reserve(height);
+  rep.counts.reserve(height);
+}
+
+void RowWriter::newBlock() {
+  const qcUInt64 most = qcUInt64{rowRoom_} * (height_ - rep_.height());
+  const qcUInt64 hinted = rep_.hint > 0 ? static_cast<qcUInt64>(rep_.hint) + height_ + rowRoom_ : kFirstBlock;
+  const qcUInt64 size = std::clamp<qcUInt64>(std::max(hinted, taken_), rowRoom_, most);
+  rep_.blocks.emplace_back(static_cast<std::size_t>(size));
+  at_ = rep_.blocks.back().runs.get();
+  left_ = static_cast<std::size_t>(size);
+  taken_ += size;
+}
+
+}  // namespace vnxstd::rle

@@ -1,0 +1,756 @@
+// RleRun-length images against the same operations on decoded pels, pel by pel: masks, noise, images of one run, rows
+// around every length at which runs are split, at every instruction-set level; runs and bytes by hand; adopted rows and
+// archives that lie.
+#include "vnxstd/rlebuf.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <random>
+#include <vector>
+
+#include "std/pelbuf/dispatch.h"
+#include "support/bytes.h"
+#include "support/faulty.h"
+#include "vnxstd/math/xflinear.h"
+#include "vnxstd/pelbuf.h"
+
+namespace {
+
+using Pels = qcPelBuffer<unsigned char>;
+using RleRun = qcRLEBufferRun;
+using Counts = std::vector<unsigned long>;
+using Pel = std::function<int(long x, long y)>;
+
+std::mt19937 random_(4711);
+long below(long n) { return static_cast<long>(random_() % static_cast<unsigned long>(n)); }
+unsigned char anyByte() { return static_cast<unsigned char>(random_()); }
+
+enum Kind { mask, labels, noise, binaryNoise, uniform };
+
+/// A window in a larger image, with offset and transform of its own.
+Pels image(Kind kind, long width, long height) {
+  Pels pels(width + 3, height + 2);
+  qfPelSet(pels, static_cast<unsigned char>(77));
+  pels.subWindow(1, 1, width, height);
+  pels.offset(below(40) - 20, below(40) - 20);
+  pels.clientFromImageXform(qcXform<2>(qcMatrix<2>(2, 0, 0.5, 3), qcVector<2>(1, -1)));
+  const long longest[] = {400, 5, 1, 1, 1};
+  for (long y = 0; y < height; ++y) {
+    unsigned char* const row = pels.pointToRow(pels.offset().y() + y);
+    if (y > 0 && kind != noise && below(4) == 0) {  // rows repeat
+      std::copy_n(pels.pointToRow(pels.offset().y() + y - 1), width, row);
+      continue;
+    }
+    for (long x = 0; x < width;) {
+      const long length = std::min(width - x, 1 + below(longest[kind]));
+      const long value = kind == noise ? below(256) : kind == uniform ? 200 : below(kind == labels ? 4 : 2);
+      std::fill_n(row + x, length, static_cast<unsigned char>(kind == mask ? 255 * value : value));
+      x += length;
+    }
+  }
+  return pels;
+}
+
+qcRLEBuffer encoded(const Pels& pels) {
+  qcRLEBuffer runs;
+  runs.encode(pels);
+  return runs;
+}
+
+/// Runs a check for images of all kinds and sizes, at every level.
+void forEachImage(const std::function<void(const Pels& pels)>& check) {
+  const qcPair<long> sizes[] = {{1, 1},   {2, 1},   {1, 4},   {3, 3},   {64, 2},  {65, 5},   {66, 3},
+                                {130, 7}, {255, 2}, {256, 3}, {510, 2}, {600, 6}, {3001, 2}, {40, 300}};
+  for (const auto level : {vnxstd::simd::Level::Baseline, vnxstd::simd::Level::Avx2}) {
+    if (vnxstd::simd::setLevel(level) != level) continue;
+    for (const Kind kind : {mask, labels, noise, binaryNoise, uniform}) {
+      for (const auto& size : sizes) {
+        SCOPED_TRACE(testing::Message() << "kind " << kind << ", " << size.x() << " x " << size.y());
+        check(image(kind, size.x(), size.y()));
+      }
+    }
+  }
+  vnxstd::simd::setLevel(vnxstd::simd::highest());
+}
+
+std::vector<RleRun> runsOf(const qcRLEBuffer& image, std::size_t row) {
+  std::vector<RleRun> runs;
+  for (const RleRun* run = image.pointToRat()[row]; runs.empty() || runs.back().length() != 0; ++run)
+    runs.push_back(*run);
+  return runs;
+}
+
+/// Expects an image of canonical rows with these pels.
+void expectImage(const qcRLEBuffer& image, const qcPelRect& window, const Pel& pel) {
+  ASSERT_EQ(image.window(), window);
+  const Pels pels = image.image();
+  bool isBinary = true;
+  qcUInt64 count = 0;
+  for (long y = 0; y < window.height(); ++y) {
+    const unsigned char* const row = pels.pointToRow(window.y0() + y);
+    for (long x = 0; x < window.width(); ++x) {
+      ASSERT_EQ(int{row[x]}, pel(window.x0() + x, window.y0() + y)) << x << ", " << y;
+      isBinary &= row[x] <= 1;
+    }
+    const std::vector<RleRun> runs = runsOf(image, static_cast<std::size_t>(y));
+    for (std::size_t i = 0; i + 2 < runs.size(); ++i) {
+      ASSERT_TRUE(runs[i].value() != runs[i + 1].value() || runs[i].length() == 255);
+    }
+    ASSERT_EQ(runs.back(), RleRun(0, 0));
+    count += runs.size() - 1;
+  }
+  EXPECT_EQ(image.isBinary(), isBinary);
+  EXPECT_EQ(image.numRuns(), count);
+}
+
+Pel of(const Pels& pels) {
+  return [&pels](long x, long y) -> int { return pels.get(x, y); };
+}
+
+// --- encoding -------------------------------------------------------------------------------------------------------
+
+TEST(Encode, SplitsLongStretches) {
+  const auto runs = [](std::initializer_list<std::pair<unsigned char, long>> stretches) {
+    std::vector<unsigned char> row;
+    for (const auto& [value, length] : stretches) row.insert(row.end(), static_cast<std::size_t>(length), value);
+    return runsOf(encoded(Pels(new qcPelRoot<unsigned char>(static_cast<long>(row.size()), 1, row.data(), 1))), 0);
+  };
+  using Runs = std::vector<RleRun>;
+  EXPECT_EQ(runs({{9, 600}}), (Runs{{9, 255}, {9, 255}, {9, 90}, {0, 0}}));
+  EXPECT_EQ(runs({{9, 510}}), (Runs{{9, 255}, {9, 255}, {0, 0}}));
+  EXPECT_EQ(runs({{9, 255}}), (Runs{{9, 255}, {0, 0}}));
+  EXPECT_EQ(runs({{9, 256}, {0, 1}}), (Runs{{9, 255}, {9, 1}, {0, 1}, {0, 0}}));
+  EXPECT_EQ(runs({{0, 1}}), (Runs{{0, 1}, {0, 0}}));
+  Runs many(13, RleRun(5, 255));
+  many.insert(many.end(), {{5, 20}, {0, 0}});
+  EXPECT_EQ(runs({{5, 13 * 255 + 20}}), many);
+}
+
+TEST(Encode, DecodesToTheSamePels) {
+  forEachImage([](const Pels& pels) {
+    qcRLEBuffer runs;
+    runs.hintNumRuns(static_cast<int>(below(3) * 500));
+    runs.encode(pels);
+    expectImage(runs, pels.window(), of(pels));
+    EXPECT_EQ(runs.clientFromImageXform(), pels.clientFromImageXform());
+    const long x = pels.offset().x() + below(pels.width()), y = pels.offset().y() + below(pels.height());
+    EXPECT_EQ(runs.getPel(x, y), pels.get(x, y));
+    const qcPair<long> last = pels.window().lr() - qcPair<long>(1, 1);
+    EXPECT_EQ(runs.getPel(last), pels.get(last));
+
+    qcRLEBuffer copy(runs);
+    EXPECT_TRUE(copy == runs && copy.isContiguous());
+    copy.offset(0, 0);
+    runs.makeContiguous();
+    EXPECT_TRUE(copy == runs && runs.isContiguous());
+    Pels changed = qfPelCopy(pels);
+    changed.put(x, y, static_cast<unsigned char>(changed.get(x, y) + 1));
+    EXPECT_FALSE(encoded(changed) == runs);
+  });
+}
+
+TEST(Encode, Classifies) {
+  forEachImage([](const Pels& pels) {
+    const int low = static_cast<int>(below(256)), high = low + static_cast<int>(below(256 - low));
+    const int levels = 1 + static_cast<int>(below(255));
+    const bool invert = below(2) == 0;
+    const auto uc = [](int value) { return static_cast<unsigned char>(value); };
+    qcRLEBuffer runs;
+    runs.encode(pels, uc(high), invert);
+    expectImage(runs, pels.window(), [&](long x, long y) { return (pels.get(x, y) >= high) != invert; });
+    runs.encode(pels, uc(low), uc(high), levels, invert);
+    expectImage(runs, pels.window(), [&](long x, long y) {
+      const int pel = pels.get(x, y);
+      const double ramp = low == high ? (pel >= low ? levels : 0.0) : double(levels) * (pel - low) / (high - low);
+      const int value = std::clamp(static_cast<int>(std::floor(ramp + 0.5 + 1e-9)), 0, levels);
+      return invert ? levels - value : value;
+    });
+    std::vector<unsigned char> table(256);
+    std::generate(table.begin(), table.end(), anyByte);
+    runs.encode(pels, table);
+    expectImage(runs, pels.window(), [&](long x, long y) { return table[pels.get(x, y)]; });
+
+    std::vector<int> sorted;
+    for (long y = pels.offset().y(); y < pels.window().y1(); ++y) {
+      for (long x = pels.offset().x(); x < pels.window().x1(); ++x) sorted.push_back(pels.get(x, y));
+    }
+    std::sort(sorted.begin(), sorted.end());
+    const int left = static_cast<int>(below(60)), right = static_cast<int>(below(40));
+    const auto n = static_cast<long>(sorted.size()), first = n * left / 100, rest = n - first - n * right / 100;
+    const auto percentile = [&](int percent) {
+      return sorted[static_cast<std::size_t>(first + std::min(rest * percent / 100, rest - 1))];
+    };
+    qcRLEBuffer expected;
+    const int p = static_cast<int>(below(101)), q = p + static_cast<int>(below(101 - p));
+    runs.encodePercent(pels, left, right, p, invert);
+    expected.encode(pels, uc(percentile(p)), invert);
+    EXPECT_TRUE(runs == expected);
+    runs.encodePercent(pels, left, right, p, q, levels, invert);
+    expected.encode(pels, uc(percentile(p)), uc(percentile(q)), levels, invert);
+    EXPECT_TRUE(runs == expected);
+  });
+}
+
+// --- operations against pels ----------------------------------------------------------------------------------------
+
+TEST(Operations, MorphologyTakesTheExtremeOfTheNeighbourhood) {
+  forEachImage([](const Pels& pels) {
+    const qcRLEBuffer runs = encoded(pels);
+    const qcPelRect window = pels.window();
+    const struct {
+      qcRLEBuffer::Shape shape;
+      long dx, dy;
+    } shapes[] = {{qcRLEBuffer::horizontal, 1, 0}, {qcRLEBuffer::vertical, 0, 1}, {qcRLEBuffer::square, 1, 1}};
+    for (const auto& s : shapes) {
+      for (const bool least : {true, false}) {
+        const qcRLEBuffer result(least ? runs.gmorphMin(s.shape) : runs.gmorphMax(s.shape));
+        expectImage(result, window, [&](long x, long y) {
+          int extreme = pels.get(x, y);
+          for (long v = std::max(y - s.dy, window.y0()); v <= std::min(y + s.dy, window.y1() - 1); ++v) {
+            for (long u = std::max(x - s.dx, window.x0()); u <= std::min(x + s.dx, window.x1() - 1); ++u) {
+              const int pel = pels.get(u, v);
+              extreme = least ? std::min(extreme, pel) : std::max(extreme, pel);
+            }
+          }
+          return extreme;
+        });
+      }
+    }
+  });
+}
+
+TEST(Operations, TwoImagesMeetInImageCoordinates) {
+  forEachImage([](const Pels& pels) {
+    const qcRLEBuffer runs = encoded(pels);
+    Pels otherPels = image(static_cast<Kind>(below(5)), 1 + below(300), 1 + below(8));
+    if (below(2) == 0) otherPels = image(labels, pels.width(), pels.height());
+    otherPels.offset(below(2) == 0 ? pels.offset() : pels.offset() + qcPair<long>(below(99) - 49, below(9) - 4));
+    const qcRLEBuffer others = encoded(otherPels);
+    const qcPair<long> offset(below(5) - 2, below(3) - 1);
+    std::vector<unsigned char> table(65536);
+    std::generate(table.begin(), table.end(), anyByte);
+    expectImage(runs.combine(offset, others, table), pels.window(), [&](long x, long y) {
+      const int pel = pels.get(x, y);
+      const long u = x - offset.x(), v = y - offset.y();
+      if (!otherPels.window().contains(u, v)) return pel;
+      return int{table[static_cast<std::size_t>(256 * pel + otherPels.get(u, v))]};
+    });
+    for (const bool invert : {true, false}) {
+      const unsigned char inside = below(2) == 0 ? 255 : anyByte(), outside = anyByte();
+      expectImage(runs.mask(others, inside, outside, invert), pels.window(), [&](long x, long y) {
+        const bool isInside = otherPels.window().contains(x, y) && (otherPels.get(x, y) == 0) == invert;
+        return isInside ? (inside == 255 ? pels.get(x, y) : inside) : outside;
+      });
+    }
+    table.resize(256);
+    expectImage(runs.map(table), pels.window(), [&](long x, long y) { return table[pels.get(x, y)]; });
+    const qcPair<long> corner = pels.offset() + qcPair<long>(below(pels.width()), below(pels.height()));
+    const qcPair<long> most = pels.window().lr() - corner;
+    const qcPelRect part(corner, {1 + below(most.x()), 1 + below(most.y())});
+    expectImage(runs.subWindow(part), part, of(pels));
+  });
+}
+
+TEST(Operations, PaintingChangesTheRegionAndNothingElse) {
+  forEachImage([](const Pels& regionPels) {
+    const qcRLEBuffer region = encoded(regionPels);
+    const qcPair<long> offset(below(7) - 3, below(5) - 2);
+    const bool invert = below(2) == 0;
+    const auto fresh = [&] {
+      Pels pels = image(noise, 20 + below(600), 5 + below(9));
+      pels.offset(regionPels.offset() + qcPair<long>(below(60) - 30, below(8) - 4));
+      return pels;
+    };
+    const auto hasPel = [&](long x, long y) { return regionPels.window().contains(x, y); };
+    const auto paints = [&](long x, long y) { return hasPel(x, y) && (regionPels.get(x, y) == 0) == invert; };
+    // What a change leaves of the whole root, of which the window is a part.
+    const auto expect = [](Pels after, Pels before, const Pel& pel) {
+      for (long y = before.offset().y(); y < before.window().y1(); ++y) {
+        for (long x = before.offset().x(); x < before.window().x1(); ++x) {
+          before.put(x, y, static_cast<unsigned char>(pel(x, y)));
+        }
+      }
+      after.setEntire();
+      before.setEntire();
+      EXPECT_TRUE(qfPelEqual(after, before));
+    };
+    const auto twin = [](const Pels& pels) {
+      Pels whole = pels, window;
+      whole.setEntire();
+      window = qfPelCopy(whole);
+      window.window(pels.window(), false);
+      return window;
+    };
+    const Pels pels = fresh(), source = fresh();
+    Pels target = twin(pels);
+    region.setRegion(target, 3, offset, invert);
+    expect(target, twin(pels),
+           [&](long x, long y) { return paints(x - offset.x(), y - offset.y()) ? 3 : int{pels.get(x, y)}; });
+    target = twin(pels);
+    region.copyRegion(source, target, offset, invert);
+    expect(target, twin(pels), [&](long x, long y) {
+      const bool isCopied = paints(x - offset.x(), y - offset.y()) && source.window().contains(x, y);
+      return isCopied ? source.get(x, y) : pels.get(x, y);
+    });
+    target = twin(pels);
+    region.image(target);
+    expect(target, twin(pels), [&](long x, long y) { return hasPel(x, y) ? regionPels.get(x, y) : pels.get(x, y); });
+    std::vector<unsigned char> table(65536);
+    for (std::size_t i = 0; i < table.size(); ++i)
+      table[i] = i % 2 == 0 ? static_cast<unsigned char>(i / 256) : anyByte();
+    target = twin(pels);
+    qfPelCombine_U8(target, region, offset, table);
+    expect(target, twin(pels), [&](long x, long y) {
+      const long u = x - offset.x(), v = y - offset.y();
+      const int pel = pels.get(x, y);
+      return hasPel(u, v) ? int{table[static_cast<std::size_t>(256 * pel + regionPels.get(u, v))]} : pel;
+    });
+    Counts counts(256), expected(256);
+    region.histo(pels, counts);
+    for (long y = pels.offset().y(); y < pels.window().y1(); ++y) {
+      for (long x = pels.offset().x(); x < pels.window().x1(); ++x) {
+        if (hasPel(x, y) && regionPels.get(x, y) != 0) ++expected[pels.get(x, y)];
+      }
+    }
+    EXPECT_EQ(counts, expected);
+  });
+}
+
+// --- measuring ------------------------------------------------------------------------------------------------------
+
+/// Sums of pels over bins that a function tells, the first of which is `first`.
+Counts binned(const Pels& pels, std::size_t bins, const std::function<long(long, long)>& bin, bool isCount = false) {
+  Counts sums(bins);
+  for (long y = 0; y < pels.height(); ++y) {
+    for (long x = 0; x < pels.width(); ++x) {
+      const unsigned char pel = pels.get(pels.offset().x() + x, pels.offset().y() + y);
+      sums.at(static_cast<std::size_t>(bin(x, y))) += isCount ? pel != 0 : pel;
+    }
+  }
+  return sums;
+}
+
+TEST(Measuring, HistogramsAndProjectionsAddUpPels) {
+  forEachImage([](const Pels& pels) {
+    const qcRLEBuffer runs = encoded(pels);
+    const auto width = static_cast<std::size_t>(pels.width()), height = static_cast<std::size_t>(pels.height());
+    Counts counts, runCounts(256), expected;
+    runs.histo(counts, runCounts);
+    qfPelHistogram(pels, expected);
+    EXPECT_EQ(counts, expected);
+    runs.histo(counts);
+    qfPelHistogram(pels, expected);
+    EXPECT_EQ(counts, expected);
+    std::vector<qcUInt64> expectedRuns(256);
+    for (std::size_t y = 0; y < height; ++y) {
+      for (const RleRun run : runsOf(runs, y)) expectedRuns[run.value()] += run.length() != 0;
+    }
+    for (int v = 0; v < 256; ++v) {
+      const auto value = static_cast<unsigned char>(v);
+      EXPECT_EQ(runCounts[value], expectedRuns[value]);
+      EXPECT_EQ(runs.numRuns(value), expectedRuns[value]);
+      const double count = value < counts.size() ? 0.5 * static_cast<double>(counts[value]) : 0;
+      EXPECT_EQ(runs.avgRunLength(value), count == 0 ? 0 : count / static_cast<double>(expectedRuns[value]));
+    }
+    Counts few(2);
+    runs.histo(few);
+    EXPECT_EQ(few.size(), 2U);
+    EXPECT_EQ(few[0], expected[0] / 2);
+
+    Counts sums;
+    runs.projectHoriz(sums);
+    EXPECT_EQ(sums, binned(pels, height, [](long, long y) { return y; }));
+    runs.projectVert(sums);
+    EXPECT_EQ(sums, binned(pels, width, [](long x, long) { return x; }));
+    runs.projectDiag(sums);
+    EXPECT_EQ(sums, binned(pels, width + height - 1, [](long x, long y) { return x + y; }));
+  });
+}
+
+TEST(Measuring, ProjectsAlongAnyDirection) {
+  int turn = 0;
+  forEachImage([&turn](const Pels& pels) {
+    const qcRLEBuffer runs = encoded(pels);
+    const qcVector<2> directions[] = {{1, 0}, {0, -2}, {1, 1e-3}, {-0.71237, 1.9}, {3e100, 1.234e100}, {-1e-3, 5}};
+    const qcVector<2> direction = directions[turn++ % 6];
+    for (const bool inClient : {false, true}) {
+      Counts sums, counts;
+      qcInt64 first = 0;
+      const auto type = runs.projectAngle(direction, inClient, sums, counts, first);
+      const auto expected = direction.y() == 0   ? qcRLEBuffer::ofColumns
+                            : direction.x() == 0 ? qcRLEBuffer::ofRows
+                                                 : qcRLEBuffer::ofPels;
+      EXPECT_TRUE(inClient || type == expected);
+      const auto bin = [&](long x, long y) {
+        qcVector<2> centre(static_cast<double>(pels.offset().x() + x) + 0.5,
+                           static_cast<double>(pels.offset().y() + y) + 0.5);
+        if (inClient) centre = pels.clientFromImageXform() * centre;
+        const double scale = 1 / std::max(std::abs(direction.x()), std::abs(direction.y()));
+        const qcVector<2> d = direction * scale;
+        return static_cast<long>(std::floor(centre * d / d.len())) - static_cast<long>(first);
+      };
+      EXPECT_EQ(sums, binned(pels, sums.size(), bin));
+      EXPECT_EQ(counts, binned(pels, sums.size(), bin, true));
+      bool reachesFirst = false, reachesLast = false;
+      for (const long x : {0L, pels.width() - 1}) {
+        for (const long y : {0L, pels.height() - 1}) {
+          reachesFirst |= bin(x, y) == 0;
+          reachesLast |= bin(x, y) == static_cast<long>(sums.size()) - 1;
+        }
+      }
+      EXPECT_TRUE(reachesFirst && reachesLast);
+    }
+  });
+}
+
+// --- misuse ---------------------------------------------------------------------------------------------------------
+
+template <class Error>
+void expectThrows(const std::vector<std::function<void()>>& calls) {
+  for (std::size_t i = 0; i < calls.size(); ++i) EXPECT_THROW(calls[i](), Error) << i;
+}
+
+TEST(Misuse, IsReportedAndChangesNothing) {
+  const Pels pels = image(labels, 30, 4);
+  qcRLEBuffer runs = encoded(pels);
+  const qcRLEBuffer before(runs);
+  const qcPelRect window = pels.window();
+  Counts counts, sums;
+  qcInt64 first = 0;
+  Pels unbound;
+  unbound.setUnbound();
+  Pels gone = pels, shifted = pels;
+  gone.setUnbound();
+  shifted.offset(pels.offset() + qcPair<long>(1, 0));
+  const double nan = std::nan("");
+  expectThrows<qcPel::BadCoord>({
+      [&] { runs.getPel(window.x0() - 1, window.y0()); },
+      [&] { runs.getPel(window.x1(), window.y0()); },
+      [&] { runs.getPel(window.x0(), window.y1()); },
+      [&] { runs.getPel(LONG_MIN, LONG_MAX); },
+      [&] { runs.pointToRow(window.y0() - 1); },
+  });
+  expectThrows<qcPel::BadWindow>({
+      [&] { runs.subWindow(qcPelRect(window.x0(), window.y0(), 31, 4)); },
+      [&] { runs.subWindow(qcPelRect(window.x0() - 1, window.y0(), 1, 1)); },
+      [&] { runs.offset(INT32_MAX - 29, 0); },
+      [&] { runs.offset(0, LONG_MIN); },
+  });
+  expectThrows<qcPelFunc::BadParams>({
+      [&] { runs.encode(pels, 9, 8, 1); },
+      [&] { runs.encode(pels, 8, 9, 256); },
+      [&] { runs.encode(pels, std::vector<unsigned char>()); },
+      [&] { runs.encodePercent(pels, 50, 50, 1); },
+      [&] { runs.encodePercent(pels, 0, 0, 101); },
+      [&] { runs.encodePercent(pels, 0, 0, 60, 50, 3); },
+      [&] { runs.gmorphMin(static_cast<qcRLEBuffer::Shape>(3)); },
+      [&] {
+        runs.combine({0, 0}, runs, std::vector<unsigned char>(65535));
+      },
+      [&] {
+        qfPelCombine_U8(pels, runs, {0, 0}, std::vector<unsigned char>(65537));
+      },
+      [&] {
+        runs.projectAngle({0, 0}, false, sums, counts, first);
+      },
+      [&] {
+        runs.projectAngle({nan, 1}, false, sums, counts, first);
+      },
+      [&] {
+        runs.projectAngle({1, 1}, qcXform<2>(qcMatrix<2>(1, 0, 0, nan), {}), sums, counts, first);
+      },
+  });
+  expectThrows<qcPelFunc::Range>({
+      [&] { runs.map(std::vector<unsigned char>(3)); },
+      [&] {
+        runs.projectAngle({1, 0}, qcXform<2>(qcMatrix<2>(1e7, 0, 0, 1), {}), sums, counts, first);
+      },
+      [&] {
+        runs.projectAngle({1, 0}, qcXform<2>(qcMatrix<2>(1, 0, 0, 1), {1e17, 0}), sums, counts, first);
+      },
+      [&] { qcRLEBuffer(4294967296, 1, 0); },
+  });
+  expectThrows<qcPel::UnboundWindow>({
+      [&] { runs.encode(gone); },
+      [&] { runs.setRegion(unbound, 1); },
+      [&] { runs.copyRegion(pels, unbound); },
+      [&] { runs.histo(unbound, counts); },
+      [&] {
+        qfPelCombine_U8(unbound, runs, {0, 0}, std::vector<unsigned char>(65536));
+      },
+  });
+  expectThrows<qcPelFunc::Overlap>({[&] { runs.copyRegion(pels, shifted); }});
+  EXPECT_NO_THROW(runs.copyRegion(pels, pels));
+  EXPECT_THROW(qcRLEBuffer(-1, 5, 0), qcRectErrors::NegativeSize);
+  EXPECT_TRUE(runs == before && counts.empty() && sums.empty());
+  // Far away there is nothing to meet.
+  EXPECT_TRUE(qcRLEBuffer(runs.combine({LONG_MAX, LONG_MIN}, runs, std::vector<unsigned char>(65536))) == before);
+  runs.setRegion(pels, 1, {LONG_MIN, LONG_MAX});
+  EXPECT_TRUE(qfPelEqual(pels, before.image()));
+}
+
+TEST(Misuse, NothingIsToBeHadOfADegenerateBuffer) {
+  qcRLEBuffer none;
+  const qcRLEBuffer some(3, 2, 1);
+  const Pels pels(2, 2);
+  Pels empty = pels, target = pels;
+  empty.subWindow(1, 1, 0, 1);
+  Counts counts;
+  expectThrows<qcRLEBuffer::Degenerate>({
+      [&] { none.width(); },
+      [&] { none.offset(1, 1); },
+      [&] { none.isBinary(); },
+      [&] { none.makeContiguous(); },
+      [&] { none.getPel(0, 0); },
+      [&] { none.image(); },
+      [&] { none.image(target); },
+      [&] { none.setRegion(target, 1); },
+      [&] { none.histo(counts); },
+      [&] { none.projectDiag(counts); },
+      [&] { none.mask(some, 1, 2); },
+      [&] { some.mask(none, 1, 2); },
+      [&] { none.gmorphMax(qcRLEBuffer::square); },
+      [&] { none.xforms(); },
+      [&] { none.clientFromImageXform(qcXform<2>()); },
+      [&] { some.subWindow(qcPelRect(1, 1, 0, 1)); },
+      [&] { qcRLEBuffer(0, 4, 1); },
+      [&] {
+        qfPelCombine_U8(target, none, {0, 0}, std::vector<unsigned char>(65536));
+      },
+  });
+  for (const bool isRange : {false, true}) {
+    qcRLEBuffer runs(3, 2, 1);
+    qfPelSet(target, static_cast<unsigned char>(200));
+    if (isRange) {
+      EXPECT_THROW(runs.encode(target, std::vector<unsigned char>(200)), qcPelFunc::Range);
+    } else {
+      EXPECT_THROW(runs.encode(empty), qcRLEBuffer::Degenerate);
+    }
+    EXPECT_TRUE(runs.isDegenerate() && runs == none);
+  }
+}
+
+TEST(Adoption, TakesRowsThatAddUp) {
+  const auto adopt = [](long width, const std::vector<RleRun>& runs, const std::vector<std::ptrdiff_t>& starts) {
+    std::vector<qcRLEBufferBlock> blocks(2);
+    blocks[1] = qcRLEBufferBlock(runs.size());
+    std::copy(runs.begin(), runs.end(), blocks[1].runs.get());
+    std::vector<const RleRun*> rows;
+    for (const std::ptrdiff_t start : starts) rows.push_back(start < -8 ? nullptr : blocks[1].runs.get() + start);
+    qcRLEBuffer image(1, 1, 9);
+    image.becomeOwner(width, std::move(rows), std::move(blocks));
+    return image;
+  };
+  // Rows of any order, one of them twice; stretches split anywhere.
+  const std::vector<RleRun> runs{{1, 2}, {1, 3}, {0, 0}, {7, 7}, {0, 5}, {0, 0}};
+  qcRLEBuffer image = adopt(5, runs, {4, 0, 0});
+  EXPECT_EQ(image.size(), qcPair<long>(5, 3));
+  EXPECT_TRUE(image.isBinary());
+  EXPECT_EQ(image.numRuns(), 5U);
+  EXPECT_TRUE(qcRLEBuffer(image.subWindow(qcPelRect(0, 1, 5, 2))) == qcRLEBuffer(5, 2, 1));
+  expectImage(image.gmorphMax(qcRLEBuffer::square), qcPelRect(5, 3), [](long, long) { return 1; });
+  expectImage(image.map({0, 1}), qcPelRect(5, 3), [](long, long y) { return y > 0; });
+  Counts counts, runCounts;
+  image.histo(counts, runCounts);
+  EXPECT_EQ(counts, (Counts{5, 10}));
+  EXPECT_EQ(runCounts, (Counts{1, 4}));
+
+  const struct {
+    const char* what;
+    long width;
+    std::vector<RleRun> runs;
+    std::vector<std::ptrdiff_t> rows;
+  } bad[] = {
+      {"no rows", 5, runs, {}},
+      {"no width", 0, {{0, 0}}, {0}},
+      {"null", 5, runs, {-9}},
+      {"in front of the block", 5, runs, {-1}},
+      {"behind the block", 5, runs, {6}},
+      {"too short", 6, runs, {0}},
+      {"too long", 4, runs, {0}},
+      {"no end", 5, {{1, 5}}, {0}},
+      {"an end with a value", 5, {{1, 5}, {1, 0}}, {0}},
+      {"too long for 32 bits", 2147483648, runs, {0}},
+  };
+  for (const auto& b : bad) EXPECT_THROW(adopt(b.width, b.runs, b.rows), qcPelFunc::BadParams) << b.what;
+}
+
+// --- archives -------------------------------------------------------------------------------------------------------
+
+std::string bytesOf(const qcRLEBuffer& image, qcArchive::Ordering ordering = qcArchive::littleEndian) {
+  qcMemoryArchive archive(ordering, false);
+  archive << image;
+  return std::string(archive.bytes().begin(), archive.bytes().end());
+}
+
+/// What loading does: "ok" or the error's name and line.
+std::string load(const std::string& bytes, qcRLEBuffer& image) {
+  try {
+    BytesArchive archive(bytes);
+    *archive >> image;
+    return "ok";
+  } catch (const qcArchive::Errors& error) {
+    return std::string(dynamic_cast<const qcArchive::Eof*>(&error)              ? "Eof"
+                       : dynamic_cast<const qcArchive::UnknownVersion*>(&error) ? "UnknownVersion"
+                                                                                : "BadContent") +
+           " " + std::to_string(error.line());
+  }
+}
+
+TEST(Archive, ComesBackInOneBlock) {
+  forEachImage([](const Pels& pels) {
+    const qcRLEBuffer runs = encoded(pels);
+    for (const auto ordering : {qcArchive::bigEndian, qcArchive::littleEndian}) {
+      const std::string bytes = bytesOf(runs, ordering);
+      qcRLEBuffer loaded(1, 1, 1);
+      ASSERT_EQ(load(bytes, loaded), "ok");
+      expectImage(loaded, pels.window(), of(pels));
+      EXPECT_TRUE(loaded.isContiguous());
+      EXPECT_EQ(loaded.createTime(), runs.createTime());
+      EXPECT_EQ(bytesOf(loaded, ordering), bytes);
+    }
+  });
+  qcRLEBuffer loaded(1, 1, 1);
+  EXPECT_EQ(load(bytesOf(qcRLEBuffer()), loaded), "ok");
+  EXPECT_TRUE(loaded.isDegenerate());
+}
+
+TEST(Archive, TheWorkedExample) {
+  const std::string bytes = documentedBytes("archive-runs.md");
+  qcRLEBuffer loaded;
+  ASSERT_EQ(load(bytes, loaded), "ok");
+  EXPECT_EQ(bytesOf(loaded, qcArchive::bigEndian), bytes);
+  EXPECT_EQ(loaded.hintNumRuns(), 100);
+  EXPECT_EQ(loaded.createTime(), 0.5);
+  expectImage(loaded, qcPelRect(10, 20, 300, 2), [](long x, long y) { return y == 21 && x >= 13 && x < 17; });
+}
+
+TEST(Archive, ReadsOlderVersionsAndWritesNone) {
+  const std::string head = "0200 F1664BDF", fields = "00000007 00 00000008 3FF0000000000000 00000003 00000002";
+  const std::string runs = "00000003 0102 0001 0000 0503 0000";
+  const std::string linear = "00 00 40000000 00000000 BFF00000 00000000";  // versions, translation (2, -1)
+  const std::string matrix =
+      "00 3FF0000000000000 0000000000000000 0000000000000000 3FF0000000000000 3FF0000000000000 00";
+  qcRLEBuffer image;
+  ASSERT_EQ(load(fromHex(head + "00 00" + fields + runs), image), "ok");
+  const auto pel = [](long x, long y) { return y == 0 ? (x < 2 ? 1 : 0) : 5; };
+  expectImage(image, qcPelRect(3, 2), pel);
+  EXPECT_EQ(image.clientFromImageXform(), qcXform<2>());
+  ASSERT_EQ(load(fromHex(head + "01 00" + fields + "00000004 FFFFFFFE" + linear + matrix + "01" + runs), image), "ok");
+  expectImage(image, qcPelRect(4, -2, 3, 2), [&](long x, long y) { return pel(x - 4, y + 2); });
+  EXPECT_EQ(image.clientFromImageXform().trans(), qcVector<2>(2, -1));
+
+  EXPECT_EQ(load(fromHex(head + "03 00"), image), "UnknownVersion 2925");
+  struct Old : qcRLEBuffer {
+    void store(qcArchive& archive) { serialize_(archive, 1); }
+  } old;
+  qcMemoryArchive archive(qcArchive::bigEndian, false);
+  try {
+    old.store(archive);
+    FAIL();
+  } catch (const qcArchive::UnknownVersion& error) {
+    EXPECT_EQ(error.line(), 2928);
+  }
+}
+
+TEST(Archive, RefusesRowsThatContradictTheirSize) {
+  const auto outcome = [](const std::string& fields) {
+    qcRLEBuffer image(2, 2, 9);
+    const std::string result = load(fromHex("0200 F1664BDF 00 00 00000000" + fields), image);
+    EXPECT_EQ(image == qcRLEBuffer(2, 2, 9), result != "ok");
+    return result;
+  };
+  const std::string times = "00 00000000 0000000000000000 ";
+  EXPECT_EQ(outcome(times + "00000003 00000001 00000001 0103 0000"), "ok");
+  EXPECT_EQ(outcome("02"), "BadContent 2939");
+  EXPECT_EQ(outcome(times + "00000000 00000001 00000001 0103 0000"), "BadContent 2951");
+  EXPECT_EQ(outcome(times + "00000003 80000000 00000001 0103 0000"), "BadContent 2951");
+  EXPECT_EQ(outcome(times + "00000003 00000001 00000000 0103 0000"), "BadContent 3012");
+  EXPECT_EQ(outcome(times + "00000003 00000001 00000004 0103 0000"), "BadContent 3012");
+  EXPECT_EQ(outcome(times + "00000003 00000001 00000001 0102 0000"), "BadContent 3026");
+  EXPECT_EQ(outcome(times + "00000003 00000001 00000001 0104 0000"), "BadContent 3026");
+  EXPECT_EQ(outcome(times + "00000003 00000001 00000001 0103 0100"), "BadContent 3026");
+  EXPECT_EQ(outcome(times + "00000003 00000001 00000002 0102 0101 0101"), "BadContent 3026");
+  EXPECT_EQ(outcome(times + "00000003 00000001 00000002 0103 0000 0000"), "BadContent 3028");
+  EXPECT_EQ(outcome(times + "00000003 00000001 00000001 0103 00"), "Eof 2990");
+  EXPECT_EQ(outcome(times + "7FFFFFFF 7FFFFFFF FFFFFFFF 0103 0000"), "BadContent 3012");
+  EXPECT_EQ(outcome(times + "7FFFFFFF 00000100 FFFFFFFF 0103 0000"), "Eof 2990");
+  EXPECT_EQ(load(fromHex("0200 F1664BDF 01 00 00000000" + times + "00000003 00000001 7FFFFFFD 00000000"),
+                 *std::make_unique<qcRLEBuffer>()),
+            "BadContent 2957");
+}
+
+TEST(Archive, SurvivesEveryCutAndEveryFlip) {
+  const Pels pels = image(labels, 20, 5);
+  const qcRLEBuffer runs = encoded(pels);
+  const std::string bytes = bytesOf(runs);
+  for (std::size_t cut = 2; cut < bytes.size(); ++cut) {
+    qcRLEBuffer loaded(2, 2, 9);
+    EXPECT_NE(load(bytes.substr(0, cut), loaded), "ok");
+    EXPECT_TRUE(loaded == qcRLEBuffer(2, 2, 9));
+  }
+  for (std::size_t at = 2; at < bytes.size(); ++at) {
+    for (const int flips : {0x01, 0x80, 0xFF}) {
+      std::string flipped = bytes;
+      flipped[at] = static_cast<char>(flipped[at] ^ flips);
+      qcRLEBuffer loaded(2, 2, 9);
+      if (load(flipped, loaded) == "ok" && !loaded.isDegenerate()) {
+        EXPECT_EQ(loaded.image().size(), loaded.size());
+      }
+    }
+  }
+}
+
+// A medium that delivers bytes and cannot tell how many are left.
+TEST(Archive, ArrivesThroughPipes) {
+  struct Pipe : std::streambuf {
+    explicit Pipe(std::string& all) { setg(all.data(), all.data(), all.data() + all.size()); }
+  };
+  const Pels pels = image(noise, 700, 300);  // more than one piece
+  std::string bytes = bytesOf(encoded(pels));
+  qcRLEBuffer loaded;
+  for (const bool isWhole : {true, false}) {
+    if (!isWhole) bytes.pop_back();
+    Pipe pipe(bytes);
+    StreamArchive archive(pipe, qcArchive::loading);
+    if (isWhole) {
+      archive >> loaded;
+    } else {
+      EXPECT_THROW(archive >> loaded, qcArchive::Eof);
+    }
+    expectImage(loaded, pels.window(), of(pels));
+  }
+}
+
+// What changes an image is seen by archives that have stored it: they store it anew.
+TEST(Archive, StoresChangedImagesAnew) {
+  const std::function<void(qcRLEBuffer&)> changes[] = {
+      [](qcRLEBuffer& i) { i.offset(1, 2); },
+      [](qcRLEBuffer& i) { i.hintNumRuns(5); },
+      [](qcRLEBuffer& i) { i.encode(Pels(new qcPelRoot<unsigned char>(4, 4))); },
+      [](qcRLEBuffer& i) { i = i.gmorphMin(qcRLEBuffer::square); },
+      [](qcRLEBuffer& i) { i = qcRLEBuffer(1, 1, 1); },
+      [](qcRLEBuffer& i) { i.clientFromImageXform(qcXform<2>(qcMatrix<2>(2, 0, 0, 2), {})); },
+      [](qcRLEBuffer& i) {
+        qcRLEBuffer other(5, 5, 5), *both[] = {&i, &other};
+        both[1]->transfer(*both[0]);
+      },
+  };
+  qcPersistent* ignored = nullptr;
+  const auto sizeAfter = [&](const std::function<void(qcRLEBuffer&)>& change) {
+    qcRLEBuffer image(1000, 3, 1);
+    qcMemoryArchive archive(qcArchive::littleEndian, false);
+    qcPersistent::serializePointer(archive, &image, ignored);
+    change(image);
+    const std::size_t before = archive.bytes().size();
+    qcPersistent::serializePointer(archive, &image, ignored);
+    return archive.bytes().size() - before;
+  };
+  const std::size_t reference = sizeAfter([](qcRLEBuffer& i) { i.makeContiguous(); });
+  for (const auto& change : changes) EXPECT_GT(sizeAfter(change), reference + 40);
+}
+
+}  // namespace
