@@ -4,6 +4,7 @@
 #  - a module includes modules of lower layers only; except and archive are one layer and see each other
 #  - the plain structures of math/plain.h, which need nothing, are open to all: siblings and classes exchange them
 #  - the values and shapes of std/shapes know no images: only its raster unit includes pelbuf
+#  - run-length images know no shapes: only the regions of std/rlebuf, which give their borders, include shapes
 #  - public headers include public headers only, and nothing inside the library includes an umbrella
 #  - every umbrella includes all headers of its directory
 set -euo pipefail
@@ -42,6 +43,7 @@ arrows() {
       together = from to ~ /^(exceptarchive|archiveexcept)$/
       if (layer[to] > layer[from]) fail(from " lies below " to ": " included)
       else if (layer[to] == layer[from] && !together) fail(from " and " to " stand side by side: " included)
+      else if (from == "rlebuf" && to == "shapes" && FILENAME !~ /\/regions[^\/]*$/) fail("only regions see shapes: " included)
       else if (from == "shapes" && to == "pelbuf" && FILENAME !~ /\/raster[^\/]*$/) fail("only the raster unit sees images: " included)
     }
     END {

@@ -406,6 +406,170 @@ TEST(Measuring, ProjectsAlongAnyDirection) {
   });
 }
 
+// --- regions --------------------------------------------------------------------------------------------------------
+
+/// The numbers of regions by flooding, row by row; 0 where there is none.
+std::vector<std::vector<long>> flooded(const Pels& pels, bool isEight, long& count) {
+  const long width = pels.width(), height = pels.height();
+  const auto at = [&](long x, long y) { return pels.get(pels.offset().x() + x, pels.offset().y() + y); };
+  std::vector<std::vector<long>> numbers(static_cast<std::size_t>(height),
+                                         std::vector<long>(static_cast<std::size_t>(width)));
+  const auto number = [&](long x, long y) -> long& {
+    return numbers[static_cast<std::size_t>(y)][static_cast<std::size_t>(x)];
+  };
+  count = 0;
+  for (long y0 = 0; y0 < height; ++y0) {
+    for (long x0 = 0; x0 < width; ++x0) {
+      if (at(x0, y0) == 0 || number(x0, y0) != 0) continue;
+      std::vector<qcPair<long>> open{{x0, y0}};
+      number(x0, y0) = ++count;
+      while (!open.empty()) {
+        const qcPair<long> p = open.back();
+        open.pop_back();
+        for (long y = std::max(p.y() - 1, 0L); y <= std::min(p.y() + 1, height - 1); ++y) {
+          for (long x = std::max(p.x() - 1, 0L); x <= std::min(p.x() + 1, width - 1); ++x) {
+            if (!isEight && x != p.x() && y != p.y()) continue;
+            if (number(x, y) != 0 || at(x, y) != at(x0, y0)) continue;
+            number(x, y) = count;
+            open.emplace_back(x, y);
+          }
+        }
+      }
+    }
+  }
+  return numbers;
+}
+
+/// Whether a point is inside by the number of vertical edges to its left.
+bool isInside(const std::vector<qcPolyline>& borders, const qcVector<2>& p) {
+  bool inside = false;
+  for (const qcPolyline& border : borders) {
+    for (std::size_t i = 0; i < border.vertices().size(); ++i) {
+      const qcVector<2>&a = border.vertices()[i], &b = border.vertices()[(i + 1) % border.vertices().size()];
+      inside ^= (a.y() < p.y()) != (b.y() < p.y()) && a.x() < p.x();
+    }
+  }
+  return inside;
+}
+
+TEST(Regions, AreThoseOfFlooding) {
+  forEachImage([](const Pels& pels) {
+    if (pels.width() > 600) return;
+    const qcRLEBuffer runs = encoded(pels);
+    for (const bool isEight : {false, true}) {
+      const qcRLERegions regions(runs, isEight ? qcRLERegions::eight : qcRLERegions::four);
+      long count = 0;
+      const auto numbers = flooded(pels, isEight, count);
+      ASSERT_EQ(regions.size(), static_cast<std::size_t>(count));
+      struct Sums {
+        double n = 0, x = 0, y = 0, xx = 0, xy = 0, yy = 0;
+        long left = LONG_MAX, top = LONG_MAX, right = LONG_MIN, bottom = LONG_MIN;
+      };
+      std::vector<Sums> sums(regions.size());
+      const qcPair<long> offset = pels.offset();
+      const auto forPels = [&](const auto& visit) {
+        for (long y = 0; y < pels.height(); ++y) {
+          for (long x = 0; x < pels.width(); ++x) {
+            const long number = numbers[static_cast<std::size_t>(y)][static_cast<std::size_t>(x)];
+            if (number > 0) visit(offset.x() + x, offset.y() + y, static_cast<std::size_t>(number - 1));
+          }
+        }
+      };
+      forPels([&](long x, long y, std::size_t r) {
+        Sums& s = sums[r];
+        s.n += 1;
+        s.x += static_cast<double>(x) + 0.5;
+        s.y += static_cast<double>(y) + 0.5;
+        s.left = std::min(s.left, x);
+        s.right = std::max(s.right, x + 1);
+        s.top = std::min(s.top, y);
+        s.bottom = std::max(s.bottom, y + 1);
+      });
+      forPels([&](long x, long y, std::size_t r) {
+        Sums& s = sums[r];
+        const double dx = static_cast<double>(x) + 0.5 - s.x / s.n, dy = static_cast<double>(y) + 0.5 - s.y / s.n;
+        s.xx += dx * dx / s.n;
+        s.xy += dx * dy / s.n;
+        s.yy += dy * dy / s.n;
+      });
+      for (std::size_t r = 0; r < regions.size(); ++r) {
+        const qcRLERegion& region = regions.region(r);
+        const Sums& s = sums[r];
+        ASSERT_EQ(static_cast<double>(region.area), s.n);
+        ASSERT_EQ(region.boundingBox, qcPelRect(s.left, s.top, s.right - s.left, s.bottom - s.top));
+        ASSERT_LT(region.centroid.distance({s.x / s.n, s.y / s.n}), 1e-9);
+        ASSERT_NEAR(region.xx, s.xx, 1e-8);
+        ASSERT_NEAR(region.xy, s.xy, 1e-8);
+        ASSERT_NEAR(region.yy, s.yy, 1e-8);
+        if (r > 40) continue;
+        const auto isIn = [&](long x, long y) {
+          return numbers[static_cast<std::size_t>(y - offset.y())][static_cast<std::size_t>(x - offset.x())] - 1 ==
+                 static_cast<long>(r);
+        };
+        expectImage(regions.image(r), region.boundingBox,
+                    [&](long x, long y) { return isIn(x, y) ? region.value : 0; });
+        const std::vector<qcPolyline> borders = regions.boundaries(r);
+        double area = 0;
+        for (std::size_t b = 0; b < borders.size(); ++b) {
+          area += borders[b].areaMoment0();
+          ASSERT_EQ(borders[b].isRightHanded(), b == 0);
+          for (std::size_t i = 0; i < borders[b].vertices().size(); ++i) {  // every vertex is a corner
+            const auto& v = borders[b].vertices();
+            ASSERT_NE(v[i].x() == v[(i + 1) % v.size()].x(), v[(i + 1) % v.size()].x() == v[(i + 2) % v.size()].x());
+          }
+        }
+        ASSERT_EQ(area, s.n);
+        ASSERT_EQ(regions.boundary(r), borders[0]);
+        for (int i = 0; i < 50; ++i) {
+          const long x = s.left + below(s.right - s.left), y = s.top + below(s.bottom - s.top);
+          ASSERT_EQ(isInside(borders, {static_cast<double>(x) + 0.5, static_cast<double>(y) + 0.5}), isIn(x, y));
+        }
+      }
+    }
+  });
+}
+
+// Squares that touch at a corner, and a hole that touches the outside at one.
+TEST(Regions, CornersConnectEightAndNotFour) {
+  unsigned char pels[] = {1, 1, 0, 0,  //
+                          1, 0, 1, 0,  //
+                          1, 1, 0, 1,  //
+                          0, 0, 1, 1};
+  const qcRLEBuffer runs = encoded(Pels(new qcPelRoot<unsigned char>(4, 4, pels, 1)));
+  const qcRLERegions four(runs, qcRLERegions::four), eight(runs);
+  ASSERT_EQ(four.size(), 3U);
+  EXPECT_EQ(four.boundaries(0).size(), 1U);
+  EXPECT_EQ(four.boundary(1).vertices(), (std::vector<qcVector<2>>{{3, 2}, {2, 2}, {2, 1}, {3, 1}}));
+  ASSERT_EQ(eight.size(), 1U);
+  const std::vector<qcPolyline> borders = eight.boundaries(0);
+  ASSERT_EQ(borders.size(), 3U);
+  EXPECT_EQ(borders[0].area() - borders[1].area() - borders[2].area(), 9);
+  EXPECT_THROW(eight.region(1), qcPelFunc::BadParams);
+  EXPECT_THROW(eight.boundary(1), qcPelFunc::BadParams);
+  EXPECT_THROW(qcRLERegions(runs, static_cast<qcRLERegions::Connectivity>(6)), qcPelFunc::BadParams);
+  EXPECT_THROW(qcRLERegions{qcRLEBuffer()}, qcRLEBuffer::Degenerate);
+}
+
+TEST(Regions, TellHowTheyLie) {
+  Pels pels(1000, 1000);
+  qfPelClear(pels);
+  pels.offset(2000000000, -2000000000);
+  const double turn = 0.6;  // an ellipse with half axes 300 and 100
+  for (long y = 0; y < 1000; ++y) {
+    for (long x = 0; x < 1000; ++x) {
+      const double u = static_cast<double>(x) - 499.5, v = static_cast<double>(y) - 499.5;
+      const double a = (u * std::cos(turn) + v * std::sin(turn)) / 300;
+      const double b = (v * std::cos(turn) - u * std::sin(turn)) / 100;
+      if (a * a + b * b <= 1) pels.put(2000000000 + x, -2000000000 + y, 9);
+    }
+  }
+  const qcRLERegion region = qcRLERegions(encoded(pels)).region(0);
+  EXPECT_NEAR(region.angle().plain(), turn, 1e-4);
+  EXPECT_NEAR(region.elongation(), 3, 1e-3);
+  EXPECT_NEAR(region.centroid.x(), 2000000500, 1e-6);
+  EXPECT_EQ(qcRLERegions(qcRLEBuffer(7, 7, 1)).region(0).elongation(), 1);
+}
+
 // --- misuse ---------------------------------------------------------------------------------------------------------
 
 template <class Error>

@@ -1,4 +1,5 @@
 // Run-length encoded images.
 #pragma once
 
+#include "vnxstd/rlebuf/regions.h"
 #include "vnxstd/rlebuf/rlebuf.h"

@@ -218,6 +218,7 @@ class RunSink {
     }
     end_ = end;
   }
+  bool reaches(std::int32_t end) const noexcept { return end_ == end; }
   void finish() {
     flush();
     writer_.end(to_, values_);

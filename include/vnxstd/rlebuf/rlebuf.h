@@ -67,6 +67,7 @@ class VNXSTD_EXPORT qc_TmpRLEBuffer {
 
  private:
   friend class qcRLEBuffer;
+  friend class qcRLERegions;
   explicit qc_TmpRLEBuffer(std::unique_ptr<qc_RLERep> rep) noexcept;
 
   std::unique_ptr<qc_RLERep> rep_;
@@ -273,6 +274,7 @@ class VNXSTD_EXPORT qcRLEBuffer : public qcPersistent {
   void serialize_(qcArchive& archive, unsigned char version);
 
  private:
+  friend class qcRLERegions;
   friend VNXSTD_EXPORT void qfPelCombine_U8(const qcPelBuffer<unsigned char>& pels, const qcRLEBuffer& runs,
                                             const qcPair<long>& offset, const std::vector<unsigned char>& table);
 
