@@ -310,7 +310,7 @@ void qf_PelFlipV(From src, To dst) {
     if (src.pels != dst.pels) {
       std::memcpy(dst.row(bottom), src.row(top), static_cast<std::size_t>(src.width));
     } else if (top < bottom) {
-      simd::run(swap, To{dst.row(top), dst.width, dst.width, 1}, To{dst.row(bottom), dst.width, dst.width, 1});
+      simd::runRow(swap, dst.width, dst.row(top), dst.row(bottom));
     }
   }
 }
@@ -339,7 +339,7 @@ void qf_PelExpand(int pelSize, From src, To dst, qcInt64 x, qcInt64 y, qcInt64 s
   const std::ptrdiff_t tail = pels - head - (whole > 0 ? whole * static_cast<std::ptrdiff_t>(x) : 0);
   withWord(pelSize, [&]<class W>(W) {
     const auto run = [&]<int Step>(Repeat<W, Step> repeat, const unsigned char* from, unsigned char* to) {
-      simd::run(repeat, From{from, whole * size, whole * size, 1}, To{to, whole * size, whole * size, 1});
+      simd::runRow(repeat, whole * size, from, to);
     };
     const auto step = static_cast<std::ptrdiff_t>(x);
     qcInt64 left = 0;  // rows until the next source row

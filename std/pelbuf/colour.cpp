@@ -16,11 +16,11 @@ struct Colour {
   std::uint32_t r, g, b;
 };
 
-/// (299 r + 587 g + 114 b) / 1000, rounded half up. The sum is less than 2^18; an eighth of it is divided by 125
-/// exactly by a multiplication.
+/// The weights in units of 2^-22, rounded up: the sum is too large by less than the thousandth that lies between two
+/// exact sums, so that it is rounded as the exact one.
 [[gnu::always_inline]] inline unsigned char grey(Colour colour) {
-  const std::uint32_t sum = 299 * colour.r + 587 * colour.g + 114 * colour.b + 500;
-  return static_cast<unsigned char>((sum >> 3) * 33555 >> 22);
+  constexpr std::uint32_t red = 1254097, green = 2462057, blue = 478151, half = 1u << 21;
+  return static_cast<unsigned char>((red * colour.r + green * colour.g + blue * colour.b + half) >> 22);
 }
 
 [[gnu::always_inline]] inline Colour load(unsigned char pel) { return {pel, pel, pel}; }

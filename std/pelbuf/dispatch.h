@@ -80,10 +80,25 @@ void run(Kernel& kernel, qc_PelRows<P>... rows) {
   Entries<Kernel, P...>::table[static_cast<std::size_t>(level())](kernel, rows...);
 }
 
+template <class Kernel, class... P>
+struct RowEntries {
+  using Entry = void (*)(Kernel&, std::ptrdiff_t, P*...);
+
+  static void baseline(Kernel& kernel, std::ptrdiff_t count, P*... pels) { kernel.row(Bytes<16>(), pels..., count); }
+#if VNXSTD_X86
+  [[gnu::target("avx2")]] static void avx2(Kernel& kernel, std::ptrdiff_t count, P*... pels) {
+    kernel.row(Bytes<32>(), pels..., count);
+  }
+  static constexpr std::array<Entry, kLevels> table = {&baseline, &avx2};
+#else
+  static constexpr std::array<Entry, kLevels> table = {&baseline, &baseline};
+#endif
+};
+
 /// Runs a kernel over one row.
 template <class Kernel, class... P>
 void runRow(Kernel& kernel, std::ptrdiff_t count, P*... pels) {
-  run(kernel, qc_PelRows<P>{pels, count, count, 1}...);
+  RowEntries<Kernel, P...>::table[static_cast<std::size_t>(level())](kernel, count, pels...);
 }
 
 /// Runs a kernel row by row, for kernels that care where rows begin. The rectangles have one height; the kernel's count
@@ -91,10 +106,8 @@ void runRow(Kernel& kernel, std::ptrdiff_t count, P*... pels) {
 template <class Kernel, class First, class... More>
 void runEachRow(Kernel& kernel, qc_PelRows<First> first, qc_PelRows<More>... more) {
   if (first.isEmpty()) return;
-  const auto entry = Entries<Kernel, First, More...>::table[static_cast<std::size_t>(level())];
-  for (std::ptrdiff_t y = 0; y < first.height; ++y) {
-    entry(kernel, {first.row(y), first.width, first.width, 1}, {more.row(y), first.width, first.width, 1}...);
-  }
+  const auto entry = RowEntries<Kernel, First, More...>::table[static_cast<std::size_t>(level())];
+  for (std::ptrdiff_t y = 0; y < first.height; ++y) entry(kernel, first.width, first.row(y), more.row(y)...);
 }
 
 }  // namespace vnxstd::simd

@@ -16,18 +16,26 @@
 
 namespace vnxstd::pelfilter {
 
-/// Rows of sums. They may be read some way past their end, where they hold anything.
+/// Rows of numbers, each at the start of a cache line. They may be read some way past their end, where they hold
+/// anything.
 template <class A>
-class SumRows {
+class Rows {
  public:
-  SumRows(std::ptrdiff_t rows, std::ptrdiff_t count)
-      : pitch_(count + kSlack), sums_(static_cast<std::size_t>(rows * pitch_)) {}
-  A* row(std::ptrdiff_t y) { return sums_.data() + y * pitch_; }
+  Rows(std::ptrdiff_t rows, std::ptrdiff_t count)
+      : pitch_((count + 2 * kLine - 1) / kLine * kLine), memory_(static_cast<std::size_t>(rows * pitch_ + 2 * kLine)) {
+    const auto address = reinterpret_cast<std::uintptr_t>(memory_.data());
+    first_ = memory_.data() + (64 - address % 64) % 64 / sizeof(A);
+  }
+  Rows(const Rows&) = delete;
+  Rows& operator=(const Rows&) = delete;
+
+  A* row(std::ptrdiff_t y) { return first_ + y * pitch_; }
 
  private:
-  static constexpr std::ptrdiff_t kSlack = 128;
+  static constexpr std::ptrdiff_t kLine = 128;
   std::ptrdiff_t pitch_;
-  std::vector<A> sums_;
+  std::vector<A> memory_;
+  A* first_;
 };
 
 /// The rows of a source from top to bottom. In place it keeps copies, because the destination's rows overwrite them.
@@ -65,21 +73,29 @@ bool holds(double weight, int shift) {
 template <class A, class D>
 class Finish {
  public:
-  Finish(const A* const* addends, int count, int shift) : addends_(addends), count_(count), shift_(shift) {}
+  Finish(const A* const* addends, int count, int shift) : addends_(addends), count_(count), shift_(shift) {
+    if constexpr (std::is_floating_point_v<A>) {
+      factor_ = std::ldexp(A{1}, -shift);
+    } else if (shift > 0) {
+      half_ = static_cast<A>(A{1} << (shift - 1));
+    }
+  }
 
+  // The last block overlaps the one before: pels are computed anew rather than one by one.
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, D* to, std::ptrdiff_t count) const {
     constexpr std::ptrdiff_t block = 4 * N / sizeof(A);
-    std::ptrdiff_t i = 0;
-    for (; i + block <= count; i += block) {
-      A sums[block];
-      add<N>(sums, i);
-      for (std::ptrdiff_t k = 0; k < block; ++k) to[i + k] = static_cast<D>(sums[k]);
+    const Finish finish = *this;  // what is written to cannot change it
+    A sums[block];
+    if (count < block) {
+      finish.template add<N>(sums, 0);
+      for (std::ptrdiff_t k = 0; k < count; ++k) to[k] = static_cast<D>(sums[k]);
+      return;
     }
-    if (i < count) {
-      A sums[block];
-      add<N>(sums, i);
-      for (std::ptrdiff_t k = 0; k < count - i; ++k) to[i + k] = static_cast<D>(sums[k]);
+    for (std::ptrdiff_t i = 0; i < count; i += block) {
+      i = std::min(i, count - block);
+      finish.template add<N>(sums, i);
+      for (std::ptrdiff_t k = 0; k < block; ++k) to[i + k] = static_cast<D>(sums[k]);
     }
   }
 
@@ -96,12 +112,11 @@ class Finish {
         all[k] += addend;
       }
     }
-    const A half = shift_ > 0 && !std::is_floating_point_v<A> ? static_cast<A>(std::int64_t{1} << (shift_ - 1)) : A{0};
     for (Vector& sum : all) {
       if constexpr (std::is_floating_point_v<A>) {
-        sum *= std::ldexp(A{1}, -shift_);
+        sum *= factor_;
       } else {
-        sum += half;
+        sum += half_;
         sum >>= shift_;
         constexpr A most = static_cast<A>(std::numeric_limits<D>::max()),
                     least = static_cast<A>(std::numeric_limits<D>::min());
@@ -118,6 +133,7 @@ class Finish {
 
   const A* const* addends_;
   int count_, shift_;
+  A factor_{}, half_{};
 };
 
 /// Finish for a destination whose type the caller does not know.

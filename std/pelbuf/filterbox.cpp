@@ -12,15 +12,6 @@ namespace simd = vnxstd::simd;
 using namespace vnxstd::pelfilter;
 
 template <class S, class A>
-struct Widen {
-  template <std::size_t N>
-  [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* to, const S* pels, std::ptrdiff_t count) const {
-    VNXSTD_INDEPENDENT
-    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = static_cast<A>(pels[i]);
-  }
-};
-
-template <class S, class A>
 struct Add {
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* sums, const S* pels, std::ptrdiff_t count) const {
@@ -41,12 +32,28 @@ struct Slide {
   }
 };
 
-template <class A>
-struct Total {
+/// Adds a row to `begin`, and what lies before `begin` gives the total.
+template <class S>
+struct AddAndTotal {
   template <std::size_t N>
-  [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* to, const A* a, const A* b, std::ptrdiff_t count) const {
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, double* begin, const S* pels, const double* before,
+                                         double* total, std::ptrdiff_t count) const {
     VNXSTD_INDEPENDENT
-    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = a[i] + b[i];
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
+      begin[i] += static_cast<double>(pels[i]);
+      total[i] = before[i] + begin[i];
+    }
+  }
+};
+
+/// The sum of a row and another one.
+template <class S>
+struct AddTo {
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, double* to, const double* sums, const S* pels,
+                                         std::ptrdiff_t count) const {
+    VNXSTD_INDEPENDENT
+    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = sums[i] + static_cast<double>(pels[i]);
   }
 };
 
@@ -85,68 +92,70 @@ class IntegerColumns {
  private:
   SourceRows<S> rows_;
   std::ptrdiff_t height_, count_;
-  SumRows<A> sums_;
+  Rows<A> sums_;
 };
 
 /// Columns of floating numbers. Subtracting would leave rounding errors behind, and NaN and infinities for ever. So the
 /// rows are taken in blocks of the box's height: the sum of a window is that of the rows from its first to the end of
-/// their block plus that of the rows of the next block so far.
+/// their block plus that of the rows of the next block so far. Two additions a row, whatever the height.
 template <class S>
 class FloatingColumns {
  public:
-  FloatingColumns(qc_PelRows<const S> src, std::ptrdiff_t height, bool)
-      : src_(src),
+  FloatingColumns(qc_PelRows<const S> src, std::ptrdiff_t height, bool isInPlace)
+      : source_(src, height - 1, isInPlace),
         height_(height),
         count_(src.width),
-        ends_(height, src.width),
-        begin_(1, src.width),
-        sums_(1, src.width) {}
+        ends_(height + 1, src.width),
+        begin_(2, src.width) {}
 
   double* enter(std::ptrdiff_t y) {
-    const Widen<S, double> widen;
-    const Add<S, double> add;
-    const Add<double, double> addSums;
-    const Total<double> total;
     const std::ptrdiff_t k = y % height_;
-    const S* const pels = src_.row(y);
-    simd::runRow(widen, count_, ends_.row(k), pels);
-    if (k == height_ - 1) {
-      for (std::ptrdiff_t i = k - 1; i >= 0; --i)
-        simd::runRow(addSums, count_, ends_.row(i), constant(ends_.row(i + 1)));
-      return ends_.row(0);
+    const S* const pels = source_.enter(y);
+    double *const begin = begin_.row(0), *const total = begin_.row(1);
+    if (k < height_ - 1) {
+      const AddAndTotal<S> add;
+      simd::runRow(add, count_, begin, pels, static_cast<const double*>(ends_.row(k + 1)), total);
+      return total;
     }
-    if (k == 0) {
-      simd::runRow(widen, count_, begin_.row(0), pels);
-    } else {
-      simd::runRow(add, count_, begin_.row(0), pels);
+    const AddTo<S> add;
+    for (std::ptrdiff_t i = 0; i < height_; ++i) {  // the row of zeros below the last is never written
+      const double* const below = ends_.row(height_ - i);
+      simd::runRow(add, count_, ends_.row(k - i), below, source_.row(y - i));
     }
-    simd::runRow(total, count_, sums_.row(0), constant(ends_.row(k + 1)), constant(begin_.row(0)));
-    return sums_.row(0);
+    std::fill_n(begin, count_, 0.0);
+    return ends_.row(0);
   }
 
  private:
-  static const double* constant(const double* sums) { return sums; }
-
-  qc_PelRows<const S> src_;
+  SourceRows<S> source_;
   std::ptrdiff_t height_, count_;
-  SumRows<double> ends_, begin_, sums_;
+  Rows<double> ends_, begin_;
 };
 
-/// Sums of `width` neighbours, in blocks as above: two additions each, whatever the width.
+/// Sums of `width` neighbours one by one, at a cost that the width does not change.
 template <class A>
-void sumBlocks(const A* from, A* to, std::ptrdiff_t count, std::ptrdiff_t width, std::ptrdiff_t step) {
-  for (std::ptrdiff_t block = 0; block < count; block += width * step) {
-    for (std::ptrdiff_t component = block; component < block + step; ++component) {
-      const std::ptrdiff_t next = component + width * step;
-      A sum = 0;
-      for (std::ptrdiff_t i = next - step; i >= component; i -= step) {
-        sum = static_cast<A>(sum + from[i]);
-        if (i < count) to[i] = sum;
+void sumNeighbours(const A* from, A* to, std::ptrdiff_t count, std::ptrdiff_t width, std::ptrdiff_t step) {
+  const std::ptrdiff_t last = (width - 1) * step;
+  for (std::ptrdiff_t first = 0; first < step; ++first) {
+    if constexpr (std::is_floating_point_v<A>) {  // in blocks of neighbours, as above
+      for (std::ptrdiff_t block = first; block < count; block += last + step) {
+        A sum = 0;
+        for (std::ptrdiff_t i = block + last; i >= block; i -= step) {
+          sum += from[i];
+          if (i < count) to[i] = sum;
+        }
+        sum = 0;
+        for (std::ptrdiff_t i = block + step; i <= block + last && i < count; i += step) {
+          sum += from[i + last];
+          to[i] += sum;
+        }
       }
-      sum = 0;
-      for (std::ptrdiff_t i = component + step; i < std::min(next, count); i += step) {
-        sum = static_cast<A>(sum + from[i + (width - 1) * step]);
-        to[i] = static_cast<A>(to[i] + sum);
+    } else {
+      A sum = 0;
+      for (std::ptrdiff_t i = first; i < first + last; i += step) sum = static_cast<A>(sum + from[i]);
+      for (std::ptrdiff_t i = first; i < count; i += step) {
+        to[i] = static_cast<A>(sum + from[i + last]);
+        sum = static_cast<A>(to[i] - from[i]);
       }
     }
   }
@@ -165,7 +174,7 @@ void sumBoxes(qc_PelRows<const S> src, qc_PelRows<unsigned char> dst, std::ptrdi
   const std::ptrdiff_t step = box.filter.perPel;
   const bool hasFours = box.width >= 8 && box.width <= 32;
   Columns columns(src, box.height, box.filter.isInPlace);
-  SumRows<A> along(box.width >= 8 ? 1 : 0, src.width);
+  Rows<A> along(box.width >= 8 ? 1 : 0, src.width);
   for (std::ptrdiff_t y = 0; y < src.height; ++y) {
     const A* const sums = columns.enter(y);
     if (y < box.height - 1) continue;
@@ -177,7 +186,7 @@ void sumBoxes(qc_PelRows<const S> src, qc_PelRows<unsigned char> dst, std::ptrdi
       simd::runRow(fours, src.width - 3 * step, along.row(0), sums);
       for (; done + 4 <= box.width; done += 4) addends[n++] = along.row(0) + done * step;
     } else if (box.width > 32) {
-      sumBlocks(sums, along.row(0), count, box.width, step);
+      sumNeighbours(sums, along.row(0), count, box.width, step);
       addends[n++] = along.row(0);
       done = box.width;
     }

@@ -13,26 +13,44 @@ namespace {
 namespace simd = vnxstd::simd;
 using namespace vnxstd::pelfilter;
 
-/// Scaling floating pels first keeps the largest of them from overflowing; it is exact but for the smallest.
-template <class S, class A>
-struct Scaled {
-  double scale;
+/// Sums weighted by 1, 2 and 1 are four times as large as what they are made of. Floating numbers are made smaller at
+/// once, which is exact and keeps the largest of them from overflowing.
+template <class A>
+[[gnu::always_inline]] inline A weighted(A sum) {
+  if constexpr (std::is_floating_point_v<A>) {
+    return sum * A(0.25);
+  } else {
+    return sum;
+  }
+}
+
+template <class E, class A>
+struct Widen {
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* to, const E* pels, std::ptrdiff_t count) const {
+    VNXSTD_INDEPENDENT
+    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = static_cast<A>(pels[i]);
+  }
+};
+
+/// Weighs the neighbours in a row, which may be done in place: only what lies ahead is read.
+template <class E, class A>
+struct Along {
+  std::ptrdiff_t step;
 
   template <std::size_t N>
-  [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* to, const S* pels, std::ptrdiff_t count) const {
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* to, const E* a, std::ptrdiff_t count) const {
+    const E *const b = a + step, *const c = b + step;
     VNXSTD_INDEPENDENT
     for (std::ptrdiff_t i = 0; i < count; ++i) {
-      if constexpr (std::is_floating_point_v<A>) {
-        to[i] = static_cast<A>(pels[i]) * scale;
-      } else {
-        to[i] = static_cast<A>(pels[i]);
-      }
+      const A sides = static_cast<A>(static_cast<A>(a[i]) + static_cast<A>(c[i])), middle = static_cast<A>(b[i]);
+      to[i] = weighted(static_cast<A>(static_cast<A>(sides + middle) + middle));
     }
   }
 };
 
-/// Makes of a row the sum of it, twice the one before and the one before that. `last` is the row before, `sum` the sum
-/// of both before; then they are what the next row needs.
+/// Weighs a row, the one before and the one before that. `last` is the row before, `sum` the sum of both before; then
+/// they are what the next row needs.
 template <class A>
 struct Down {
   template <std::size_t N>
@@ -41,74 +59,85 @@ struct Down {
     for (std::ptrdiff_t i = 0; i < count; ++i) {
       const A here = sums[i], both = static_cast<A>(here + last[i]);
       last[i] = here;
-      sums[i] = static_cast<A>(both + sum[i]);
+      sums[i] = weighted(static_cast<A>(both + sum[i]));
       sum[i] = both;
     }
   }
 };
 
-/// The same along a row, in place: only what lies ahead is read.
+/// Weighs rows one below the other, several times.
 template <class A>
-struct Along {
-  std::ptrdiff_t step;
+class Column {
+ public:
+  Column(int times, std::ptrdiff_t count) : times_(times), count_(count), state_(2 * times, count) {}
 
-  template <std::size_t N>
-  [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* sums, std::ptrdiff_t count) const {
-    const A *const b = sums + step, *const c = b + step;
-    VNXSTD_INDEPENDENT
-    for (std::ptrdiff_t i = 0; i < count; ++i) sums[i] = static_cast<A>(sums[i] + b[i] + b[i] + c[i]);
+  void enter(A* sums) {
+    const Down<A> down;
+    for (int k = 0; k < times_; ++k) simd::runRow(down, count_, sums, state_.row(2 * k), state_.row(2 * k + 1));
   }
+
+ private:
+  int times_;
+  std::ptrdiff_t count_;
+  Rows<A> state_;
 };
 
+/// Rows first. Of the weightings downwards the last one is done together with what makes pels of the sums.
 template <class A, class E>
 class Smoothing {
  public:
   Smoothing(qc_PelRows<const E> src, qc_PelRows<E> dst, qc_PelFilter filter, int x, int y)
-      : src_(src), dst_(dst), step_(filter.perPel), x_(x), y_(y), rows_(2 * y + 2, src.width) {}
+      : src_(src), dst_(dst), step_(filter.perPel), x_(x), y_(y), rows_(3, src.width) {}
 
   /// Every row of the source is read before a row of the destination below it is written: in place needs no copies.
   void run() {
-    const int bits = 2 * (x_ + y_);
-    constexpr bool isFloating = std::is_floating_point_v<A>;
-    const bool isWide = !isFloating && !holds<A, std::conditional_t<isFloating, int, E>>(std::ldexp(1, bits), bits);
-    const Scaled<E, A> scaled{std::ldexp(1.0, -bits)};
-    const Down<A> down;
+    Column<A> column(std::max(y_ - 1, 0), dst_.width);
+    const int shift = std::is_floating_point_v<A> ? (y_ > 0 ? 2 : 0) : 2 * (x_ + y_);
     for (std::ptrdiff_t y = 0; y < src_.height; ++y) {
-      A* const sums = rows_.row(0);
-      simd::runRow(scaled, src_.width, sums, src_.row(y));
-      for (int k = 0; k < y_; ++k) simd::runRow(down, src_.width, sums, rows_.row(2 * k + 1), rows_.row(2 * k + 2));
+      A* const sums = rows_.row(y % 3);
+      along(src_.row(y), sums);
+      column.enter(sums);
       if (y < 2 * y_) continue;
-      E* const to = dst_.row(y - 2 * y_);
-      if (isWide) {
-        finishWide(sums, rows_.row(2 * y_ + 1), to);
-        continue;
+      const A *const above = rows_.row((y + 2) % 3), *const top = rows_.row((y + 1) % 3);
+      const A* const addends[] = {sums, above, above, top};
+      finish<A, E>(addends, y_ > 0 ? 4 : 1, shift, dst_.row(y - 2 * y_), dst_.width);
+    }
+  }
+
+  /// Where sums of both directions would not fit: what the shift of the rows' sums leaves and what it takes away are
+  /// weighted by themselves, and the latter gives its carry.
+  void runInParts() requires std::is_same_v<A, std::int64_t> {
+    Column<A> whole(y_, dst_.width), part(y_, dst_.width);
+    A *const sums = rows_.row(0), *const parts = rows_.row(1);
+    for (std::ptrdiff_t y = 0; y < src_.height; ++y) {
+      along(src_.row(y), sums);
+      for (std::ptrdiff_t i = 0; i < dst_.width; ++i) {
+        parts[i] = sums[i] & ((A{1} << 2 * x_) - 1);
+        sums[i] >>= 2 * x_;
       }
-      const int shift = isFloating ? 0 : bits;
-      along(sums, x_ - 1);
-      const A* const addends[] = {sums, sums + step_, sums + step_, sums + 2 * step_};
-      finish<A, E>(addends, x_ > 0 ? 4 : 1, shift, to, dst_.width);
+      whole.enter(sums);
+      part.enter(parts);
+      if (y < 2 * y_) continue;
+      for (std::ptrdiff_t i = 0; i < dst_.width; ++i) sums[i] += parts[i] >> 2 * x_;
+      const A* const addends[] = {sums};
+      finish<A, E>(addends, 1, 2 * y_, dst_.row(y - 2 * y_), dst_.width);
     }
   }
 
  private:
-  void along(A* sums, int times) const {
-    const Along<A> along{step_};
-    for (int k = 0; k < times; ++k) simd::runRow(along, src_.width - 2 * step_ * (k + 1), sums);
-  }
-
-  /// Where a sum of both directions would not fit: what the shift of the columns leaves and what it takes away are
-  /// summed by themselves, and the latter gives its carry.
-  void finishWide(A* sums, A* rests, E* to) const {
-    if constexpr (std::is_same_v<A, std::int64_t>) {
-      for (std::ptrdiff_t i = 0; i < src_.width; ++i) {
-        rests[i] = sums[i] & ((A{1} << 2 * y_) - 1);
-        sums[i] >>= 2 * y_;
-      }
-      along(sums, x_);
-      along(rests, x_);
-      for (std::ptrdiff_t i = 0; i < dst_.width; ++i) sums[i] += rests[i] >> 2 * y_;
-      const A* const addends[] = {sums};
-      finish<A, E>(addends, 1, 2 * x_, to, dst_.width);
+  void along(const E* pels, A* sums) const {
+    if (x_ == 0) {
+      const Widen<E, A> widen;
+      simd::runRow(widen, dst_.width, sums, pels);
+      return;
+    }
+    const Along<E, A> first{step_};
+    const Along<A, A> further{step_};
+    std::ptrdiff_t count = src_.width - 2 * step_;
+    simd::runRow(first, count, sums, pels);
+    for (int k = 1; k < x_; ++k) {
+      count -= 2 * step_;
+      simd::runRow(further, count, sums, static_cast<const A*>(sums));
     }
   }
 
@@ -116,7 +145,7 @@ class Smoothing {
   qc_PelRows<E> dst_;
   std::ptrdiff_t step_;
   int x_, y_;
-  SumRows<A> rows_;
+  Rows<A> rows_;
 };
 
 }  // namespace
@@ -125,18 +154,20 @@ template <class E>
 void qf_PelSmooth(qc_PelRows<const E> src, qc_PelRows<E> dst, qc_PelFilter filter, int x, int y) {
   const auto with = [&]<class A>(A) { Smoothing<A, E>(src, dst, filter, x, y).run(); };
   if constexpr (std::is_floating_point_v<E>) {
-    with(double{});
+    with(E{});
   } else {
     using Narrow = std::conditional_t<std::is_signed_v<E>, std::int16_t, std::uint16_t>;
     using Middle = std::conditional_t<std::is_signed_v<E>, std::int32_t, std::uint32_t>;
     const int bits = 2 * (x + y);
+    const double weight = std::ldexp(1, bits);
     if constexpr (sizeof(E) == 1) {
-      if (holds<Narrow, E>(std::ldexp(1, bits), bits)) return with(Narrow{});
+      if (holds<Narrow, E>(weight, bits)) return with(Narrow{});
     }
     if constexpr (sizeof(E) <= 2) {
-      if (holds<Middle, E>(std::ldexp(1, bits), bits)) return with(Middle{});
+      if (holds<Middle, E>(weight, bits)) return with(Middle{});
     }
-    with(std::int64_t{});
+    if (holds<std::int64_t, E>(weight, bits)) return with(std::int64_t{});
+    Smoothing<std::int64_t, E>(src, dst, filter, x, y).runInParts();
   }
 }
 
