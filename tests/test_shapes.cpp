@@ -614,6 +614,8 @@ TEST(Lines, CrossingPointsLieOnBothAndFormsAgree) {
     }
   }
   EXPECT_TRUE(qcFLine({0, -2}, {5, -2}) == qcFLine(qcDegree(180), 2));
+  for (int i = 0; i < 1440; ++i)
+    EXPECT_TRUE(qcFLine(qcDegree(0.25 * i), 2) == qcFLine(qcDegree(0.25 * i + 360.0 * (i - 700)), 2)) << i;
   for (const double scale : {1e-310, 1.0, 1e307}) {
     EXPECT_NEAR_POINT(qcLineSeg({0, 0}, {3 * scale, 4 * scale}).line().dir(), V(0.6, 0.8), 1e-9);
   }

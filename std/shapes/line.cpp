@@ -125,7 +125,8 @@ qcFLine qcFLine::through(const qcVector<2>& p, const qcDegree& angle) {
 
 void qcFLine::set(const qcDegree& angle, double distance) {
   if (!(distance >= 0)) throw qcShapesError::DegenerateShape();
-  const double radians = angle.plain() * qcRadian::perDegree;
+  // Whole turns go first, exactly: the rounding of many of them would show in the sine.
+  const double radians = std::fmod(angle.plain(), qcDegree::turn) * qcRadian::perDegree;
   angle_ = angle;
   distance_ = distance;
   sin_ = std::sin(radians);
