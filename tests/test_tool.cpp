@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "tools/vnx/gauge.h"
+#include "tools/vnx/overlay.h"
 #include "tools/vnx/part.h"
 #include "vnxstd/archive/file.h"
 #include "vnxstd/archive/text.h"
@@ -78,6 +79,36 @@ TEST(Gauge, CirclesWithAnOccludedSector) {
     EXPECT_LT(result.measurement->inliers(), 60);
     EXPECT_FALSE(gauge(image, {kRegion, Feature::circle, Polarity::lightToDark}));
   }
+}
+
+TEST(Gauge, ImagesFarFromTheOrigin) {
+  for (const Feature feature : {Feature::line, Feature::circle}) {
+    const auto image = drawn(
+        [=](const qcVector<2>& p) {
+          return feature == Feature::line ? p.x() + p.y() / 3 - 60 : p.distance({41.3, 79.6}) - 11;
+        },
+        2, 4);
+    const auto near = gauge(image, {kRegion, feature, Polarity::any});
+    for (const long far : {100000L, 1L << 22, 1L << 30}) {
+      qcPelBuffer<unsigned char> away = image;
+      away.offset(far, -far);
+      const qcVector<2> by = qcVector<2>(away.offset()) - qcVector<2>(image.offset());
+      const auto result = gauge(away, {qcRect(kRegion.origin() + by, kRegion.size()), feature, Polarity::any});
+      ASSERT_TRUE(near && result) << far;
+      EXPECT_EQ(result.measurement->inliers(), near.measurement->inliers());
+      for (const qcVector<2>& p : {qcVector<2>(30, 60), qcVector<2>(55, 80)})
+        EXPECT_NEAR(result.measurement->shape->nearestPoint(p + by).distance(p + by),
+                    near.measurement->shape->nearestPoint(p).distance(p), 1e-5)
+            << far;
+    }
+  }
+}
+
+TEST(Gauge, OverlaysOfLongImagesAreNotEnlarged) {
+  vnxMeasurement measurement;
+  measurement.image = qcPelBuffer<unsigned char>(100, 3000);
+  measurement.shape = new qcFLine;
+  EXPECT_EQ(drawOverlay(measurement, {}).width(), 100);
 }
 
 TEST(Gauge, NoiseAloneIsNoFeature) {

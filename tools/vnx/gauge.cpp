@@ -34,7 +34,7 @@ struct Fit {
   std::size_t inliers = 0;
 };
 
-// What sets the two features apart: how many points define one, the least-squares fit, and a point's distance.
+// What sets the two features apart: how many points define one, the least-squares fit, a point's distance, and a shift.
 struct LineModel {
   using Shape = qcFLine;
   static constexpr std::size_t kMinimal = 2;
@@ -44,6 +44,11 @@ struct LineModel {
     return line;
   }
   static double distance(const qcFLine& line, const qcVector<2>& p) { return std::abs(line.distanceFrom(p)); }
+  static qcFLine moved(const qcFLine& line, const qcVector<2>& by) {
+    qcFLine result = line.map({qcMatrix<2>(1, 0, 0, 1), by});
+    result.angle(result.angle().norm());
+    return result;
+  }
 };
 
 struct CircleModel {
@@ -59,12 +64,18 @@ struct CircleModel {
   static double distance(const qcCircle& circle, const qcVector<2>& p) {
     return std::abs((p - circle.center()).len() - circle.radius());
   }
+  static qcCircle moved(const qcCircle& circle, const qcVector<2>& by) {
+    return {circle.center() + by, circle.radius()};
+  }
 };
 
 template <class Model>
 class RobustFit {
  public:
-  explicit RobustFit(const std::vector<qcVector<2>>& points) : points_(points) {}
+  explicit RobustFit(const std::vector<EdgePoint>& edges) {
+    if (!edges.empty()) origin_ = edges.front().at;
+    for (const EdgePoint& edge : edges) points_.push_back(edge.at - origin_);
+  }
 
   /// Random minimal samples first, then least squares over the points that agree, until they no longer change.
   std::optional<Fit> operator()() {
@@ -86,7 +97,7 @@ class RobustFit {
     if (kept.size() < kLeastPoints) return std::nullopt;
     best = Model::fit(kept);
     if (!best) return std::nullopt;
-    return Fit{qcPtrHandle<qcShape>(new typename Model::Shape(*best)), used, residual(*best, used), kept.size()};
+    return Fit{qcPtrHandle<qcShape>(new Shape(Model::moved(*best, origin_))), used, residual(*best, used), kept.size()};
   }
 
  private:
@@ -134,7 +145,8 @@ class RobustFit {
     return count > 0 ? std::sqrt(sum / count) : 0;
   }
 
-  const std::vector<qcVector<2>>& points_;
+  qcVector<2> origin_;               // sums of squares and cubes lose digits far from the origin: it is moved here
+  std::vector<qcVector<2>> points_;  // from there
 };
 
 std::vector<ScanLine> across(const qcRect& region, int scans, bool alongRows) {
@@ -175,16 +187,14 @@ struct Attempt {
 template <class Model>
 Attempt attempt(const EdgeFinder& finder, std::vector<ScanLine> scans) {
   std::vector<EdgePoint> edges = finder.points(scans);
-  std::vector<qcVector<2>> points;
-  for (const EdgePoint& edge : edges) points.push_back(edge.at);
-  const auto fit = RobustFit<Model>(points)();
+  const auto fit = RobustFit<Model>(edges)();
   const std::size_t wanted =
       std::max(kLeastPoints, static_cast<std::size_t>(std::ceil(kLeastSupport * static_cast<double>(scans.size()))));
   std::string whyNot;
-  if (points.size() < wanted)
-    whyNot = formatted("%zu of %zu scans meet an edge, %zu are needed", points.size(), scans.size(), wanted);
+  if (edges.size() < wanted)
+    whyNot = formatted("%zu of %zu scans meet an edge, %zu are needed", edges.size(), scans.size(), wanted);
   else if (!fit || fit->inliers < wanted)
-    whyNot = formatted("of %zu edge points %zu agree, %zu are needed", points.size(), fit ? fit->inliers : 0, wanted);
+    whyNot = formatted("of %zu edge points %zu agree, %zu are needed", edges.size(), fit ? fit->inliers : 0, wanted);
   return {fit.value_or(Fit{}), std::move(edges), std::move(scans), whyNot};
 }
 

@@ -10,15 +10,16 @@ namespace {
 constexpr qcPackedRGB32Pel kRegion(80, 140, 255, 255), kScan(70, 110, 110, 255), kUsed(0, 230, 60, 255),
     kRejected(255, 50, 40, 255), kShape(255, 220, 0, 255);
 
-constexpr double kWideEnough = 1200;  // pixels; smaller images are enlarged towards this width
+constexpr double kLargeEnough = 1200;  // pixels; smaller images are enlarged towards this width or height
 constexpr int kLargestZoom = 4;
 
 /// An enlarged copy of an image to draw on, in the coordinates of the image plane.
 class Canvas {
  public:
   explicit Canvas(const qcPelBuffer_const<unsigned char>& image)
-      : zoom_(
-            std::clamp(static_cast<int>(std::ceil(kWideEnough / static_cast<double>(image.width()))), 1, kLargestZoom)),
+      : zoom_(std::clamp(
+            static_cast<int>(std::ceil(kLargeEnough / static_cast<double>(std::max(image.width(), image.height())))), 1,
+            kLargestZoom)),
         corner_(static_cast<double>(image.offset().x()), static_cast<double>(image.offset().y())),
         pels_(image.width() * zoom_, image.height() * zoom_) {
     for (long y = 0; y < pels_.height(); ++y) {
