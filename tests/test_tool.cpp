@@ -11,6 +11,7 @@
 #include <numbers>
 #include <sstream>
 
+#include "tools/vnx/blobs.h"
 #include "tools/vnx/gauge.h"
 #include "tools/vnx/overlay.h"
 #include "tools/vnx/part.h"
@@ -130,6 +131,21 @@ TEST(Gauge, StraightEdgesNearTheMiddleAreNoCircles) {
   }
 }
 
+// Grey levels of two kinds: the best threshold lies between them, and parts them as any brute search would.
+TEST(Blobs, ThresholdParts) {
+  qcRandomGaussian random(3);
+  for (int i = 0; i < 20; ++i) {
+    const double dark = 30 + 4 * i, bright = dark + 60 + i;
+    qcPelBuffer<unsigned char> image(60, 50);
+    for (long y = 0; y < 50; ++y)
+      for (long x = 0; x < 60; ++x)
+        image.put(x, y, static_cast<unsigned char>(std::lround(random.next(5, x < 10 + 2 * i ? dark : bright))));
+    const unsigned char threshold = otsuThreshold(image);
+    EXPECT_GT(threshold, dark + 15) << i;
+    EXPECT_LT(threshold, bright - 14) << i;
+  }
+}
+
 class Tool : public testing::Test {
  protected:
   void SetUp() override {
@@ -189,6 +205,41 @@ TEST_F(Tool, SavesWhatItMeasured) {
   EXPECT_NE(output.find("32 bits"), std::string::npos);
 }
 
+TEST_F(Tool, ListsAndDrawsBlobs) {
+  qcPelBuffer<unsigned char> image(qcPelRect(5, -3, 60, 40));
+  for (long y = -3; y < 37; ++y)
+    for (long x = 5; x < 65; ++x) {
+      const bool isBar = x >= 10 && x < 30 && y >= 0 && y < 10, isDot = x == 50 && y == 20;
+      image.put(x, y, isBar || isDot ? 200 : 40);
+    }
+  qcDIB bitmap;
+  bitmap.init(image);
+  bitmap.write(qf_Widen(file("blobs.bmp")));
+  ASSERT_EQ(run("blobs blobs.bmp --overlay o.bmp"), 0) << errors;
+  std::istringstream lines(output);
+  std::string line;
+  std::vector<std::vector<double>> rows;
+  while (std::getline(lines, line)) {
+    std::istringstream numbers(line);
+    rows.emplace_back(std::istream_iterator<double>(numbers), std::istream_iterator<double>());
+  }
+  ASSERT_EQ(rows.size(), 5U);
+  EXPECT_EQ(rows[3], (std::vector<double>{1, 200, 20, 5, 10, 0, 20, 10, 0, 2}));
+  EXPECT_EQ(rows[4], (std::vector<double>{2, 1, 50.5, 20.5, 50, 20, 1, 1, 0, 1}));
+  qcDIB overlay;
+  overlay.init(qf_Widen(file("o.bmp")));
+  EXPECT_EQ(overlay.width(), 240);
+  qcPelBuffer<qcPackedRGB32Pel> drawn;
+  overlay.pelBuffer(drawn);
+  const auto isYellow = [&](long x, long y) { return drawn.get(x, y).r() > drawn.get(x, y).b() + 40; };
+  EXPECT_TRUE(isYellow(4 * 5, 4 * 8) && isYellow(4 * 25, 4 * 5));
+  EXPECT_FALSE(isYellow(4 * 10, 4 * 5) || isYellow(4 * 30, 4 * 8));
+  ASSERT_EQ(run("blobs blobs.bmp --min-area 2 --threshold 200"), 0);
+  EXPECT_NE(output.find("regions: 1\n"), std::string::npos);
+  ASSERT_EQ(run("blobs blobs.bmp --dark"), 0);
+  EXPECT_NE(output.find(" 2199 "), std::string::npos);
+}
+
 TEST_F(Tool, ExitStatuses) {
   qcDIB bitmap;
   bitmap.init(drawn([](const qcVector<2>& p) { return p.x() - 40; }, 1, 1));
@@ -232,6 +283,16 @@ TEST_F(Tool, ExitStatuses) {
                {"gauge cut.bmp --roi 0,0,9,9 --find line", 3},
                {"gauge text --roi 0,0,9,9 --find line", 3},
                {"gauge edge.bmp --roi -15,35,110,90 --find line --save /nowhere/x.arc", 3},
+               {"blobs edge.bmp", 0},
+               {"blobs edge.bmp --threshold 255", 1},
+               {"blobs edge.bmp --threshold 256", 2},
+               {"blobs edge.bmp --threshold -1", 2},
+               {"blobs edge.bmp --threshold 1x", 2},
+               {"blobs edge.bmp --min-area 0", 2},
+               {"blobs edge.bmp --overlay ./edge.bmp", 2},
+               {"blobs", 2},
+               {"blobs cut.bmp", 3},
+               {"blobs edge.bmp --overlay /nowhere/x.bmp", 3},
                {"info missing", 3},
                {"info text", 3},
                {"info cut.arc", 3},

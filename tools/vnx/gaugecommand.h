@@ -7,12 +7,7 @@
 #include <string>
 
 #include "gauge.h"
-
-/// The call is wrong: the text says how.
-class WrongCall : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
+#include "wrongcall.h"
 
 class GaugeCommand {
  public:

@@ -1,10 +1,11 @@
-// vnx: measures features in bitmaps and says what files hold.
+// vnx: measures features in bitmaps, finds regions and says what files hold.
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <iostream>
 
+#include "blobscommand.h"
 #include "demo.h"
 #include "files.h"
 #include "gaugecommand.h"
@@ -15,10 +16,11 @@ namespace {
 enum Exit { kGood = 0, kNotFound = 1, kWrongCall = 2, kFileFailed = 3 };
 
 int run(int argc, char** argv) {
-  CLI::App app{"Measures features in bitmaps and says what bitmaps and archives hold", "vnx"};
+  CLI::App app{"Measures features in bitmaps, finds regions and says what bitmaps and archives hold", "vnx"};
   app.set_version_flag("--version", "vnx " VNXSTD_VERSION);
   app.require_subcommand(0, 1);
   const GaugeCommand gauge(app);
+  const BlobsCommand blobs(app);
   std::string file;
   CLI::App* info = app.add_subcommand("info", "Say what a bitmap or an archive holds");
   info->add_option("file", file, "A bitmap or an archive, of this tool or of any program");
@@ -32,8 +34,9 @@ int run(int argc, char** argv) {
     app.parse(argc, argv);
     if (!app.get_subcommands().empty()) command += ' ' + app.get_subcommands().front()->get_name();
     if (gauge.wanted()) return gauge.run() ? kGood : kNotFound;
+    if (blobs.wanted()) return blobs.run() ? kGood : kNotFound;
     if (demo->parsed()) return runDemo(std::cout) ? kGood : kNotFound;
-    if (!info->parsed()) throw WrongCall("which command? gauge, info or demo");
+    if (!info->parsed()) throw WrongCall("which command? gauge, blobs, info or demo");
     if (file.empty()) throw WrongCall("which file?");
     describeFile(file, std::cout);
     return kGood;

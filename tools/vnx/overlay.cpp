@@ -105,3 +105,16 @@ qcPelBuffer<qcPackedRGB32Pel> drawOverlay(const vnxMeasurement& measurement, con
   drawShape(canvas, measurement);
   return canvas.pels();
 }
+
+qcPelBuffer<qcPackedRGB32Pel> drawBlobs(const qcPelBuffer<unsigned char>& image, const Blobs& blobs) {
+  Canvas canvas(image);
+  for (const std::size_t i : blobs.kept) {
+    for (const qcPolyline& border : blobs.regions.boundaries(i)) {
+      const std::vector<qcVector<2>>& corners = border.vertices();
+      for (std::size_t k = 0; k < corners.size(); ++k)
+        canvas.segment(corners[k], corners[(k + 1) % corners.size()], kShape);
+    }
+    canvas.cross(blobs.regions.region(i).centroid, kUsed);
+  }
+  return canvas.pels();
+}

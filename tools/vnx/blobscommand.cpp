@@ -1,0 +1,88 @@
+#include "blobscommand.h"
+
+#include <charconv>
+#include <cstdio>
+#include <iostream>
+#include <numbers>
+
+#include <vnxstd/dib/dib.h>
+#include <vnxstd/pelbuf/rootpool.h>
+
+#include "files.h"
+#include "overlay.h"
+#include "wrongcall.h"
+
+namespace {
+
+void print(const Blobs& blobs, bool isDark) {
+  std::printf("threshold: %d, %s\nregions: %zu\n", int{blobs.threshold}, isDark ? "below" : "at or above",
+              blobs.kept.size());
+  std::printf("%6s %10s %10s %10s %8s %8s %7s %7s %8s %10s\n", "number", "area", "x", "y", "left", "top", "width",
+              "height", "angle", "elongation");
+  long number = 0;
+  for (const std::size_t i : blobs.kept) {
+    const qcRLERegion& r = blobs.regions.region(i);
+    std::printf("%6ld %10lld %10.3f %10.3f %8ld %8ld %7ld %7ld %8.2f %10.3f\n", ++number, r.area, r.centroid.x(),
+                r.centroid.y(), r.boundingBox.x0(), r.boundingBox.y0(), r.boundingBox.width(), r.boundingBox.height(),
+                r.angle().plain() * 180 / std::numbers::pi, r.elongation());
+  }
+}
+
+}  // namespace
+
+BlobsCommand::BlobsCommand(CLI::App& app)
+    : command_(
+          app.add_subcommand("blobs", "Find the regions of a bitmap that are brighter or darker than a threshold")) {
+  command_->footer(
+      "Pixels that touch at a side or a corner belong to one region. x and y are the mean of its pixels' centres, "
+      "left,\n"
+      "top, width and height its bounding box, all in pixels; the pixel in column x and row y covers x to x + 1 and y\n"
+      "to y + 1, y grows downwards. The angle, in degrees from the x axis towards the y axis, is that in which the\n"
+      "region is longest; the elongation is its length by its width, 1 for a disk or a square.");
+  command_->add_option("image", image_, "Bitmap file; colours become grey");
+  command_->add_option("--threshold", threshold_,
+                       "Grey value from 0 to 255 from which pixels are bright, or auto: the one that divides dark from "
+                       "bright best, by Otsu's method (auto)");
+  command_->add_flag("--dark", isDark_, "Look for the regions below the threshold");
+  command_->add_option("--min-area", leastArea_, "Leave out regions of fewer pixels (1)");
+  command_->add_option("--overlay", overlay_,
+                       "Draw over the image, as a bitmap: the borders (yellow) and the centroids (green)");
+}
+
+BlobParams BlobsCommand::params() const {
+  if (image_.empty()) throw WrongCall("which image?");
+  BlobParams params;
+  if (threshold_ != "auto") {
+    unsigned char value = 0;
+    const char* const end = threshold_.data() + threshold_.size();
+    if (const auto read = std::from_chars(threshold_.data(), end, value); read.ec != std::errc() || read.ptr != end)
+      throw WrongCall("--threshold takes a whole number from 0 to 255 or auto, not \"" + threshold_ + '"');
+    params.threshold = value;
+  }
+  if (leastArea_ < 1) throw WrongCall("--min-area takes a number of pixels from 1 on");
+  params.isDark = isDark_;
+  params.leastArea = leastArea_;
+  return params;
+}
+
+bool BlobsCommand::run() const {
+  const BlobParams wanted = params();
+  if (!overlay_.empty() && isSameFile(image_, overlay_))
+    throw WrongCall("the image and --overlay must be different files; both are " + overlay_);
+  requireReadable(image_);
+  const auto image =
+      onFile(image_, [](const std::wstring& path) { return qcDIB::readPelBuffer(path, *qfDefaultPelRootPool()); });
+  const Blobs blobs = findBlobs(image, wanted);
+  if (blobs.kept.empty()) {
+    std::cerr << "vnx blobs: nothing found: no region of at least " << wanted.leastArea << " pixels "
+              << (wanted.isDark ? "below " : "at or above ") << int{blobs.threshold} << '\n';
+    return false;
+  }
+  print(blobs, wanted.isDark);
+  if (!overlay_.empty()) {
+    qcDIB bitmap;
+    bitmap.init(drawBlobs(image, blobs));
+    onFile(overlay_, [&](const std::wstring& path) { bitmap.write(path); });
+  }
+  return true;
+}
