@@ -26,6 +26,7 @@
 #include "vnxstd/pelbuf/buffer.h"
 #include "vnxstd/rlebuf/rlebuf.h"
 #include "vnxstd/shapes/circle.h"
+#include "vnxstd/shapes/ellipsearc.h"
 #include "vnxstd/shapes/line.h"
 #include "vnxstd/shapes/lineseg.h"
 #include "vnxstd/shapes/polyline.h"
@@ -179,6 +180,12 @@ std::vector<Case> cases() {
   all.push_back(shared<qcShape>("qcFLine", new qcFLine(qcDegree(30), 12.5)));
   all.push_back(shared<qcShape>("qcLineSeg", new qcLineSeg(qcVector<2>(1, 2), qcVector<2>(3, 4))));
   all.push_back(shared<qcShape>("qcCircle", new qcCircle(qcVector<2>(1, 2), 3)));
+  const qcEllipse oldEllipse(qcVector<2>(1, 2), qcVector<2>(4, 3), qcRadian(0.5));
+  const qcEllipse2 ellipse(qc2XformLinear(qcMatrix<2>(0, 3, 4, 0), qcVector<2>(1, 2)));
+  all.push_back(shared<qcShape>("qcEllipse", new qcEllipse(oldEllipse)));
+  all.push_back(shared<qcShape>("qcEllipse2", new qcEllipse2(ellipse)));
+  all.push_back(shared<qcShape>("qcEllipseArc", new qcEllipseArc(oldEllipse, qcRadian(1), qcRadian(-2))));
+  all.push_back(shared<qcShape>("qcEllipseArc2", new qcEllipseArc2(ellipse, qcRadian(1), qcRadian(2.5))));
   all.push_back(shared<qcShape>("qcRect", new qcRect(qcVector<2>(1, 2), qcVector<2>(3, 4))));
   all.push_back(shared<qcShape>("qcPolyline", new qcPolyline({{0, 0}, {4, 0}, {4, 3}}, true)));
   all.push_back(value("qcPerimPos", qcPerimPos(2, 0.5)));

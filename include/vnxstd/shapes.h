@@ -1,8 +1,11 @@
-// Shapes: the common interface, lines, circles, rectangles and what is built from them.
+// Shapes: the common interface, lines, circles, ellipses, arcs, rectangles and what is built from them.
 #pragma once
 
 #include "vnxstd/shapes/affrect.h"
 #include "vnxstd/shapes/circle.h"
+#include "vnxstd/shapes/ellipse.h"
+#include "vnxstd/shapes/ellipsearc.h"
+#include "vnxstd/shapes/ellipseshape.h"
 #include "vnxstd/shapes/errors.h"
 #include "vnxstd/shapes/line.h"
 #include "vnxstd/shapes/lineseg.h"

@@ -6,6 +6,8 @@
 
 #include "std/shapes/samplewriter.h"
 #include "vnxstd/archive/archive.h"
+#include "vnxstd/shapes/ellipse.h"
+#include "vnxstd/shapes/ellipsearc.h"
 #include "vnxstd/shapes/line.h"
 #include "vnxstd/shapes/rect.h"
 
@@ -20,10 +22,9 @@ double checkedRadius(double radius) {
   return radius;
 }
 
-// How many points the tolerance asks for: a chord that spans the angle 2a has the sagitta r - r * cos(a).
+// How many points the tolerance asks for.
 long pointsForTolerance(double tolerance, double radius, long limit) {
-  const double halfAngle = tolerance <= radius ? std::acos((radius - tolerance) / radius) : std::numbers::pi / 2;
-  return qc_shapes::stepsFor(std::numbers::pi, halfAngle, limit);
+  return qc_shapes::stepsFor(std::numbers::pi, qc_shapes::chordHalfAngle(tolerance, radius), limit);
 }
 
 }  // namespace
@@ -110,24 +111,28 @@ bool qcCircle::within(const qcVector<2>& p) const {
   return std::hypot(p.x() - center_.x(), p.y() - center_.y()) <= radius_;
 }
 
+qcEllipse qcCircle::map(const qcXform<2>& xform) const { return map2(xform).oldEllipse(); }
+
+qcEllipse2 qcCircle::map2(const qcXform<2>& xform) const {
+  return qcEllipse2(center_, qcRadian(0), {radius_, radius_}, true, qcRadian(0)).map(xform);
+}
+
 qcPtrHandle<qcShape> qcCircle::mapShape(const qcXform<2>& xform) const {
   const qcVector<2> x = xform.mapVector({1, 0}), y = xform.mapVector({0, 1}), center = xform.mapPoint(center_);
   const double scale = std::hypot(x.x(), x.y());
   // The other column of a similarity is the first one turned by a right angle, to either side.
   const qcVector<2> turned = xform.matrix().determinant() < 0 ? -x.perpendicular() : x.perpendicular();
   if (radius_ == 0) return new qcCircle(center, 0);
-  if (!qfRealEq(turned, y, kSimilarity * scale)) throw qcShapesError::NotImplemented();
+  if (!qfRealEq(turned, y, kSimilarity * scale)) return new qcEllipse2(map2(xform));
   return new qcCircle(center, radius_ * scale);
 }
 
-qcPtrHandle<qcShape> qcCircle::decompose() const { throw qcShapesError::NotImplemented(); }
+qcPtrHandle<qcShape> qcCircle::decompose() const {
+  return new qcEllipseArc2(map2(qcXform<2>()), qcRadian(0), qcRadian(qcRadian::turn));
+}
 
-qcPtrHandle<qcShape> qcCircle::subShape(const qcShapeInfo&, const std::pair<qcPerimPos, double>& piece) const {
-  if (piece.first.index() != 0) throw qcShapesError::BadIndex();
-  if (!std::isfinite(piece.first.distance()) || !(piece.second >= 0)) throw qcShapesError::BadParams();
-  const bool fromStart = degen() || std::fmod(piece.first.distance(), perimeter()) == 0;
-  if (fromStart && piece.second >= perimeter()) return clone();
-  throw qcShapesError::NotImplemented();
+qcPtrHandle<qcShape> qcCircle::subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const {
+  return qcEllipse(center_, {radius_, radius_}, qcRadian(0)).subShape(info, piece);
 }
 
 void qcCircle::sample(const qcSampleParams& params, qcSampleResult& result) const {

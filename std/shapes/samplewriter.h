@@ -15,6 +15,10 @@ void checkConsistent(const qcShape::qcSampleParams& params, const qcShape::qcSam
 /// `limit`.
 long stepsFor(double total, double step, long limit);
 
+/// Half the angle that a chord of a circle may span when the arc is to deviate from it by no more than the tolerance,
+/// at most a right angle: a chord that spans the angle 2a has the sagitta r - r * cos(a).
+double chordHalfAngle(double tolerance, double radius);
+
 /// Appends samples to a result, and takes back what it appended unless commit is reached.
 class SampleWriter {
  public:

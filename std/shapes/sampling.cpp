@@ -206,6 +206,10 @@ long stepsFor(double total, double step, long limit) {
   return steps >= 1 ? static_cast<long>(steps) : 1;
 }
 
+double chordHalfAngle(double tolerance, double radius) {
+  return tolerance <= radius ? std::acos((radius - tolerance) / radius) : std::numbers::pi / 2;
+}
+
 SampleWriter::SampleWriter(const Params& params, Result& result)
     : params_(params),
       result_(result),

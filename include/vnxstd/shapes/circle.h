@@ -4,6 +4,8 @@
 #include "vnxstd/export.h"
 #include "vnxstd/shapes/shape.h"
 
+class qcEllipse;
+class qcEllipse2;
 class qcLine;
 
 /// A circle: the region inside, with the circle as its boundary. The boundary starts at angle 0 and turns from the x
@@ -42,6 +44,11 @@ class VNXSTD_EXPORT qcCircle : public qcShape {
   /// these are the points at angle 0.
   bool intersections(const qcCircle& other, qcVector<2>& a, qcVector<2>& b) const;
 
+  /// The image under an affine map: an ellipse. That of map2 starts at the image of the circle's start, and is
+  /// left-handed when the map mirrors. Both throw qcShapesError::BadParams when a radius of the image is not finite.
+  qcEllipse map(const qcXform<2>& xform) const;
+  qcEllipse2 map2(const qcXform<2>& xform) const;
+
   qcPtrHandle<qcShape> clone() const override { return new qcCircle(*this); }
   bool isOpenContour() const override { return false; }
   bool isRegion() const override { return true; }
@@ -61,12 +68,11 @@ class VNXSTD_EXPORT qcCircle : public qcShape {
   /// relative to their length.
   static constexpr double kSimilarity = 1e-12;
   /// A circle, for transforms that keep circles: similarities, mirrored or not. The image under any other transform is
-  /// an ellipse, and throws qcShapesError::NotImplemented.
+  /// that of map2.
   qcPtrHandle<qcShape> mapShape(const qcXform<2>& xform) const override;
-  /// The primitives of a circle are arcs: throws qcShapesError::NotImplemented.
+  /// A qcEllipseArc2 that runs once round.
   qcPtrHandle<qcShape> decompose() const override;
-  /// The whole circle when the piece starts at angle 0 and is at least as long as the perimeter. Any other piece is an
-  /// arc, and throws qcShapesError::NotImplemented.
+  /// A qcEllipseArc2.
   qcPtrHandle<qcShape> subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const override;
   /// One closed chain of points at equal angles, from angle 0 on and at least 2; the first point is not repeated. The
   /// deviation is that of a chord: its sagitta. Throws qcShapesError::BadParams in uniform mode.

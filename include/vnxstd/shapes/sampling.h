@@ -11,7 +11,7 @@
 class qcPolyline;
 
 /// What qcShape::sample is asked for. A chain of samples consists of equal arcs along each primitive piece of the
-/// shape; both requirements, on deviation and on spacing, hold where both are given.
+/// shape (for ellipses see qc_EllipseShape); both requirements, on deviation and on spacing, hold where both are given.
 class VNXSTD_EXPORT qcShape::qcSampleParams {
  public:
   /// Throws qcShapesError::BadParams unless tolerance and spacing are at least 0 and maxPoints is at least 2.

@@ -1,0 +1,107 @@
+#include "vnxstd/shapes/ellipseshape.h"
+
+#include <cmath>
+
+#include "std/shapes/ellipsecurve.h"
+#include "vnxstd/shapes/ellipsearc.h"
+
+using qc_shapes::EllipseCurve;
+
+bool qc_EllipseShape::hasTangent() const {
+  const EllipseCurve curve = curve_();
+  return !curve.isFlat() && curve.from() != curve.to();
+}
+
+qcRect qc_EllipseShape::boundingBox() const { return curve_().boundingBox(); }
+
+qcVector<2> qc_EllipseShape::nearestPoint(const qcVector<2>& p) const {
+  const EllipseCurve curve = curve_();
+  return curve.isFull() ? curve.nearestOnEllipse(p) : curve.point(curve.nearestParameter(p));
+}
+
+double qc_EllipseShape::perimeter() const { return curve_().length(); }
+
+qcPerimPos qc_EllipseShape::nearestPerimPos(const qcShapeInfo&, const qcVector<2>& p) const {
+  const EllipseCurve curve = curve_();
+  return {0, curve.lengthTo(curve.nearestParameter(p))};
+}
+
+EllipseCurve qc_EllipseShape::arc() const {
+  if (isRegion()) throw qcShapesError::NotOpenContour();
+  return curve_();
+}
+
+qcVector<2> qc_EllipseShape::startPoint() const {
+  const EllipseCurve curve = arc();
+  return curve.point(curve.from());
+}
+
+qcVector<2> qc_EllipseShape::endPoint() const {
+  const EllipseCurve curve = arc();
+  return curve.point(curve.to());
+}
+
+qcRadian qc_EllipseShape::startAngle() const {
+  const EllipseCurve curve = arc();
+  return curve.tangent(curve.from());
+}
+
+qcRadian qc_EllipseShape::endAngle() const {
+  const EllipseCurve curve = arc();
+  return curve.tangent(curve.to());
+}
+
+qcRadian qc_EllipseShape::tangentRotation() const { return qcRadian(arc().tangentRotation()); }
+
+qcRadian qc_EllipseShape::windingAngle(const qcVector<2>& p) const { return qcRadian(arc().windingAngle(p)); }
+
+bool qc_EllipseShape::within(const qcVector<2>& p) const {
+  if (!isRegion()) throw qcShapesError::NotRegion();
+  return curve_().within(p);
+}
+
+// The distance of a position from the start, wrapped around an ellipse and clamped to an arc.
+double qc_EllipseShape::placeOn(const EllipseCurve& curve, const qcPerimPos& position) const {
+  if (position.index() != 0) throw qcShapesError::BadIndex();
+  const double distance = position.distance(), length = curve.length();
+  if (std::isnan(distance) || (isRegion() && std::isinf(distance))) throw qcShapesError::BadParams();
+  if (!isRegion()) return std::min(std::max(distance, 0.0), length);
+  if (!(length > 0)) return 0;
+  const double rest = std::fmod(distance, length);
+  return rest < 0 ? rest + length : rest;
+}
+
+// The ends have exactly their own parameters.
+double qc_EllipseShape::parameterAt(const EllipseCurve& curve, double distance) const {
+  return isRegion() || distance < curve.length() ? curve.parameterAt(distance) : curve.to();
+}
+
+qcPtrHandle<qcShape> qc_EllipseShape::subShape(const qcShapeInfo&, const std::pair<qcPerimPos, double>& piece) const {
+  const EllipseCurve curve = curve_();
+  const double start = placeOn(curve, piece.first);
+  if (!(piece.second >= 0)) throw qcShapesError::BadParams();
+  const double from = parameterAt(curve, start);
+  const bool wholeRound = isRegion() && piece.second >= curve.length();
+  const double to = wholeRound ? from + qcRadian::turn : parameterAt(curve, start + piece.second);
+  const qcPtrHandle<qcShape> whole = decompose();
+  const qcEllipse2& ellipse = static_cast<const qcEllipseArc2&>(*whole).ellipse();
+  return new qcEllipseArc2(qcEllipseArc2::between(ellipse, qcRadian(from), qcRadian(to)));
+}
+
+void qc_EllipseShape::sample(const qcSampleParams& params, qcSampleResult& result) const {
+  if (params.uniformMode()) {
+    if (isRegion()) throw qcShapesError::BadParams();
+    return qfUniformSamplePrimitive(*this, params, result);
+  }
+  qc_shapes::SampleWriter writer(params, result);
+  curve_().sample(writer, isRegion());
+  writer.commit();
+}
+
+void qc_EllipseShape::perimPointAndTangent_(const qcShapeInfo&, const qcPerimPos& position, qcVector<2>& point,
+                                            qcRadian* tangent) const {
+  const EllipseCurve curve = curve_();
+  const double phi = parameterAt(curve, placeOn(curve, position));
+  if (tangent) *tangent = curve.tangent(phi);
+  point = curve.point(phi);
+}

@@ -1,0 +1,395 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <random>
+#include <vector>
+
+#include "vnxstd/shapes.h"
+
+namespace {
+
+using V = qcVector<2>;
+using Params = qcShape::qcSampleParams;
+using Result = qcShape::qcSampleResult;
+constexpr double kPi = std::numbers::pi, kInf = std::numeric_limits<double>::infinity(), kNan = NAN;
+#define EXPECT_NEAR_POINT(a, b, eps) EXPECT_LE((V(a) - V(b)).len(), eps)
+
+class Random {
+ public:
+  explicit Random(unsigned seed) : engine_(seed) {}
+  double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine_); }
+  int integer(int low, int high) { return std::uniform_int_distribution<int>(low, high)(engine_); }
+  /// From 10^low to 10^high, and either sign when asked for.
+  double size(double low, double high) { return std::pow(10, real(low, high)); }
+  double number(double low, double high) { return (integer(0, 1) ? 1 : -1) * size(low, high); }
+  V point() { return {real(-20, 20), real(-20, 20)}; }
+  qcRadian angle() { return qcRadian(real(-kPi, kPi)); }
+  qcEllipse2 ellipse(double log10Ratio) {
+    const double larger = size(-2, 3), smaller = larger * size(-log10Ratio, 0);
+    return {point(), angle(), integer(0, 1) ? V(larger, smaller) : V(smaller, larger), integer(0, 1) == 1, angle()};
+  }
+
+ private:
+  std::mt19937 engine_;
+};
+
+double largest(const V& v) { return std::max(v.x(), v.y()); }
+
+// ---- the two forms
+
+// The sum of squares is taken of scaled elements, and the error compared with the scaled norm.
+double relativeError(const qcMatrix<2>& a, const qcMatrix<2>& b) {
+  double size = 0, error = 0, norm = 0;
+  for (int i = 0; i < 4; ++i) size = std::max(size, std::fabs(a.element(i / 2, i % 2)));
+  for (int i = 0; i < 4 && size > 0; ++i) {
+    norm = std::hypot(norm, a.element(i / 2, i % 2) / size);
+    error = std::hypot(error, (a.element(i / 2, i % 2) - b.element(i / 2, i % 2)) / size);
+  }
+  return norm > 0 ? error / norm : 0;
+}
+
+TEST(EllipseForms, DegreesOfFreedomReproduceTheMatrix) {
+  Random random(1);
+  double worst = 0;
+  for (int i = 0; i < 200000; ++i) {
+    const double unit = random.size(-140, 140);
+    qcMatrix<2> m(random.number(-3, 0), random.number(-3, 0), random.number(-3, 0), random.number(-3, 0));
+    const int kind = random.integer(0, 5);
+    if (kind == 0) m = {m.element(0, 0), 0, 0, m.element(1, 1)};
+    if (kind == 1) m = {m.element(0, 0), m.element(0, 1), -m.element(0, 1), m.element(0, 0)};
+    if (kind == 2) m.element(1, 1, m.element(0, 1) * m.element(1, 0) / m.element(0, 0));
+    if (kind == 3) m = qcMatrix<2>(1, random.angle().plain(), 0, random.size(-12, 0)) * m;
+    if (kind == 4) m.element(random.integer(0, 1), random.integer(0, 1), 0);
+    m *= unit;
+    const qcEllipse2 e(qcXform<2>(m, random.point()));
+    const qcEllipse2 again(e.center(), e.angle(), e.radii(), e.isRightHanded(), e.phase());
+    worst = std::max(worst, relativeError(m, again.unitCircleMap().matrix()));
+    EXPECT_TRUE(kind == 2 || e.isRightHanded() == (m.determinant() >= 0));
+    EXPECT_TRUE(kind != 1 || (e.phase().plain() == 0 && e.radii().x() == e.radii().y()));
+  }
+  EXPECT_LE(worst, 1e-15);
+  for (const double bad : {kInf, -kInf, kNan}) {
+    EXPECT_THROW(qcEllipse2(qcXform<2>({1, 0, bad, 1}, {})), qcShapesError::BadParams);
+  }
+  const qcEllipse2 point(qcXform<2>({0, 0, 0, 0}, {1, 2}));
+  EXPECT_TRUE(point.radii().isNull() && point.center() == V(1, 2));
+}
+
+TEST(EllipseForms, MappingKeepsPointsAndSimilaritiesKeepTheForm) {
+  for (unsigned seed = 0; seed < 500; ++seed) {
+    Random random(seed);
+    const qcEllipse2 e = random.ellipse(2);
+    const double eps = 1e-12 * (largest(e.radii()) + 20);
+    const qcXform<2> affine({random.real(-2, 2), random.real(-2, 2), random.real(-2, 2), random.real(-2, 2)},
+                            random.point());
+    const qcRadian phi = random.angle(), by = random.angle();
+    EXPECT_NEAR_POINT(e.map(affine).point(phi), affine * e.point(phi), 4 * eps);
+    EXPECT_EQ(e.map(affine).isRightHanded(), e.isRightHanded() == (affine.matrix().determinant() > 0));
+    const qcEllipse2 turned = e.rotate(by), larger = e.scale({3, 3}), moved = e.translate({1, 2});
+    EXPECT_NEAR_POINT(turned.radii(), e.radii(), eps);
+    EXPECT_EQ(turned.isRightHanded(), e.isRightHanded());
+    EXPECT_NEAR_POINT(larger.radii(), 3 * e.radii(), 3 * eps);
+    EXPECT_NEAR_POINT(moved.point(phi), e.point(phi) + V(1, 2), eps);
+    EXPECT_TRUE(moved.angle() == e.angle() && moved.phase() == e.phase());
+    if (std::fabs(e.radii().x() / e.radii().y() - 1) < 1e-3) continue;
+    EXPECT_TRUE(qfRealEq(turned.phase(), e.phase(), 1e-10) && qfRealEq(larger.phase(), e.phase(), 1e-10));
+    EXPECT_TRUE(qfRealEq(turned.angle(), e.angle() + by, 1e-10) && qfRealEq(larger.angle(), e.angle(), 1e-10));
+  }
+}
+
+TEST(EllipseForms, SettersKeepBothFormsInStepAndRefuse) {
+  qcEllipse2 e({1, 2}, qcRadian(7), {3, 2}, true, qcRadian(-7));
+  EXPECT_EQ(e.angle(), qcRadian(7).signedNorm());
+  e.radii({5, 1});
+  e.angle(qcRadian(0.5));
+  e.phase(qcRadian(0.25));
+  e.isRightHanded(false);
+  e.center({-1, 4});
+  EXPECT_EQ(e, qcEllipse2({-1, 4}, qcRadian(0.5), {5, 1}, false, qcRadian(0.25)));
+  const qcEllipse2 before = e;
+  for (const V& bad : {V(-1e-300, 1), V(1, -1), V(kInf, 1), V(1, kNan)}) {
+    EXPECT_THROW(e.radii(bad), qcShapesError::BadParams);
+    EXPECT_THROW(qcEllipse({}, bad, qcRadian(0)), qcShapesError::BadParams);
+  }
+  EXPECT_THROW(e.ellFromUnitCirc(qcXform<2>({kNan, 0, 0, 1}, {})), qcShapesError::BadParams);
+  EXPECT_THROW(e.phase(qcRadian(kInf)), qcShapesError::BadParams);
+  EXPECT_EQ(e, before);
+  qcEllipseArc2 arc(e, qcRadian(1), qcRadian(2));
+  for (const double bad : {6.3, -7.0, kInf, kNan}) EXPECT_THROW(arc.phiSpan(qcRadian(bad)), qcShapesError::BadParams);
+  EXPECT_THROW(arc.phiStart(qcRadian(kNan)), qcShapesError::BadParams);
+  EXPECT_EQ(arc, qcEllipseArc2(e, qcRadian(1), qcRadian(2)));
+}
+
+TEST(EllipseForms, OlderClassesAreTheSameCurves) {
+  for (unsigned seed = 0; seed < 200; ++seed) {
+    Random random(seed);
+    const qcEllipse2 e = random.ellipse(1);
+    const qcEllipse old = e.oldEllipse();
+    const qcEllipseArc2 arc(e, random.angle(), qcRadian(random.real(-6, 6)));
+    const qcEllipseArc oldArc = arc.oldEllipseArc();
+    const double eps = 1e-12 * (largest(e.radii()) + 20);
+    EXPECT_NEAR_POINT(old.nearestPoint(e.point(qcRadian(1))), e.point(qcRadian(1)), eps);
+    EXPECT_NEAR_POINT(oldArc.startPoint(), arc.startPoint(), eps);
+    EXPECT_NEAR_POINT(oldArc.endPoint(), arc.endPoint(), eps);
+    EXPECT_NEAR(oldArc.tangentRotation().plain(), arc.tangentRotation().plain(), 1e-9);
+    const qcXform<2> mirror({1, 2, 3, 4}, {5, 6});
+    EXPECT_NEAR_POINT(oldArc.map(mirror).endPoint(), mirror * arc.endPoint(), 10 * eps);
+    EXPECT_NEAR_POINT(old.map(mirror).center(), e.map(mirror).center(), 10 * eps);
+    EXPECT_EQ(qcEllipse2(old).oldEllipse(), old);
+  }
+}
+
+// ---- conics
+
+TEST(EllipseConics, CoefficientsVanishOnTheCurveAndComeBack) {
+  for (unsigned seed = 0; seed < 500; ++seed) {
+    Random random(seed);
+    const qcEllipse2 e({random.real(-3, 3), random.real(-3, 3)}, random.angle(),
+                       {random.size(-1, 1), random.size(-1, 1)}, true, random.angle());
+    double c[6];
+    e.coeffs(c[0], c[1], c[2], c[3], c[4], c[5]);
+    const V p = e.point(random.angle());
+    const double value =
+        c[0] * p.x() * p.x() + c[1] * p.x() * p.y() + c[2] * p.y() * p.y() + c[3] * p.x() + c[4] * p.y() + c[5];
+    EXPECT_NEAR(value, 0, 1e-12 * (1 + p * p));
+    const double factor = random.number(-100, 100);
+    for (double& coefficient : c) coefficient *= factor;
+    const qcEllipse2 back(c[0], c[1], c[2], c[3], c[4], c[5]);
+    EXPECT_NEAR_POINT(back.center(), e.center(), 1e-9);
+    EXPECT_NEAR_POINT(back.nearestPoint(p), p, 1e-9);
+    EXPECT_NEAR(back.perimeter(), e.perimeter(), 1e-9);
+  }
+  EXPECT_EQ(qcEllipse2(4, 0, 1, 0, -2, -3).radii(), V(2, 1));
+  EXPECT_EQ(qcEllipse2(-1, 0, -1, 2, 0, 3), qcEllipse2({1, 0}, qcRadian(0), {2, 2}, true, qcRadian(0)));
+  // An empty set, a point, hyperbola, parabola, line, nothing, no numbers.
+  const double bad[][6] = {{1, 0, 1, 0, 0, 1}, {1, 0, 1, 0, 0, 0},     {1, 0, -1, 0, 0, -1},   {1, 2, 1, 3, 0, -1},
+                           {0, 0, 0, 1, 1, 1}, {0, 0, 0, 0, 0, 0},     {kNan, 0, 1, 0, 0, -1}, {1, 0, 1, 0, 0, kNan},
+                           {1, 3, 1, 0, 0, 1}, {kInf, 0, 1, 0, 0, -1}, {1, 0, 1, 0, 0, -kInf}};
+  for (const auto& c : bad) {
+    EXPECT_THROW(qcEllipse2(c[0], c[1], c[2], c[3], c[4], c[5]), qcShapesError::BadCoef) << &c - bad;
+  }
+  double out;
+  EXPECT_THROW(qcEllipse2(qcXform<2>({1, 0, 0, 0}, {})).coeffs(out, out, out, out, out, out),
+               qcShapesError::DegenerateShape);
+}
+
+// ---- lengths
+
+// Gauss's way: the arithmetic-geometric mean of the radii.
+double perimeterByMeans(double a, double b) {
+  double sum = (a * a + b * b) / 2, weight = 0.5;
+  while (std::fabs(a - b) > 1e-15 * a) {
+    const double mean = (a + b) / 2, c = (a - b) / 2;
+    b = std::sqrt(a * b);
+    a = mean;
+    weight *= 2;
+    sum -= weight * c * c;
+  }
+  return 2 * kPi * sum / a;
+}
+
+TEST(EllipseLengths, AgreeWithMeansAndQuadrature) {
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    Random random(seed);
+    const qcEllipse2 e = random.ellipse(seed % 7);
+    const V r = e.radii();
+    EXPECT_NEAR(e.perimeter(), perimeterByMeans(r.x(), r.y()), 2e-15 * largest(r) * (seed % 7 < 3 ? 4 : 1e8));
+    const double thin = std::min(r.x(), r.y()) / largest(r);
+    if (thin < 1e-4) {
+      EXPECT_NEAR(e.perimeter(), largest(r) * (4 + 2 * thin * thin * (std::log(4 / thin) - 0.5)), 4e-15 * largest(r));
+    }
+    const qcEllipseArc2 arc(e, random.angle(), qcRadian(random.real(-6.28, 6.28)));
+    double sum = 0;
+    const int n = 20000;  // by midpoints; the error shrinks with the square of their distance
+    for (int i = 0; i < n && seed % 7 < 2; ++i) {
+      const double t = (arc.phiStart() + e.phase()).plain() + arc.phiSpan().plain() * (i + 0.5) / n;
+      sum += std::hypot(r.x() * std::sin(t), r.y() * std::cos(t)) * std::fabs(arc.phiSpan().plain()) / n;
+    }
+    EXPECT_NEAR(arc.perimeter(), seed % 7 < 2 ? sum : arc.perimeter(), 1e-6 * largest(r));
+    // A point at a length, and the length at that point.
+    const qcShapeInfo info(arc);
+    for (const double part : {0.0, 1e-9, 0.3, 0.7, 1.0}) {
+      const qcPerimPos place(0, part * info.perimeter());
+      const V p = arc.perimPoint(info, place);
+      const double length = arc.nearestPerimPos(info, p).distance();
+      EXPECT_NEAR_POINT(arc.perimPoint(info, {0, length}), p, 1e-9 * largest(r));
+      const auto rest = dynamic_cast<const qcEllipseArc2&>(*arc.subShape(info, {place, 1e300}));
+      EXPECT_NEAR(rest.perimeter() + place.distance(), info.perimeter(), 4e-15 * largest(r));
+      EXPECT_EQ(rest.phiEnd(), arc.phiEnd());
+    }
+  }
+  for (const double r : {1e-300, 0.1, 1.0, 3e300}) {
+    EXPECT_DOUBLE_EQ(qcEllipse({}, {r, r}, {}).perimeter(), 2 * kPi * r);
+    EXPECT_DOUBLE_EQ(qcEllipse({}, {0, r}, {}).perimeter(), 4 * r);
+    EXPECT_DOUBLE_EQ(qcEllipse({}, {r, 0}, {}).perimeter(), 4 * r);
+    EXPECT_DOUBLE_EQ(qcEllipse({}, {r, r / 2}, {}).perimeter(), 4.844224110273838 * r);
+  }
+  EXPECT_EQ(qcEllipse({}, {0, 0}, {}).perimeter(), 0);
+}
+
+// ---- nearest points
+
+/// The least distance from `p` to the part of (a cos t, b sin t) from t0 to t1, by looking for it everywhere: at the
+/// ends and at every change of sign of the slope on a grid that is finer towards the axes.
+double leastDistance(double a, double b, const V& p, double t0, double t1) {
+  static const std::vector<double> grid = [] {
+    std::vector<double> all;
+    for (int axis = -4; axis <= 8; ++axis) {
+      for (int i = 0; i <= 40; ++i) {
+        const double offset = kPi / 4 * std::pow(1e-8, 1 - i / 40.0);
+        all.push_back(axis * kPi / 2 - offset);
+        all.push_back(axis * kPi / 2 + offset);
+      }
+    }
+    std::sort(all.begin(), all.end());
+    return all;
+  }();
+  const auto distance = [&](double t) { return std::hypot(a * std::cos(t) - p.x(), b * std::sin(t) - p.y()); };
+  const auto slope = [&](double t) {
+    const double c = std::cos(t), s = std::sin(t);
+    return (b * b - a * a) * s * c + a * p.x() * s - b * p.y() * c;
+  };
+  double least = std::min(distance(t0), distance(t1)), low = t0;
+  for (const double next : grid) {
+    if (next <= low) continue;
+    const double high = std::min(next, t1);
+    double l = low, h = high;
+    if (slope(l) <= 0 && slope(h) > 0) {
+      for (int i = 0; i < 45; ++i) (slope((l + h) / 2) <= 0 ? l : h) = (l + h) / 2;
+    }
+    least = std::min({least, distance(h), distance(l)});
+    low = high;
+    if (low >= t1) break;
+  }
+  return least;
+}
+
+TEST(EllipseNearest, NothingIsNearerThanTheNearestPoint) {
+  Random random(1);
+  double worst = 0;
+  for (int i = 0; i < 100000; ++i) {
+    const double a = random.size(-3, 3), b = a * random.size(i % 3 == 0 ? -6 : -1, 0), d = a * a - b * b;
+    const double t = random.angle().plain(), c = std::cos(t), s = std::sin(t);
+    V p(a * random.number(-4, 1), a * random.number(-4, 1));
+    const int kind = i % 8;
+    if (kind == 1) p = {a * c, b * s};                                                 // on it
+    if (kind == 2) p = {p.x(), 0};                                                     // on the axes
+    if (kind == 3) p = {0, p.y()};                                                     //
+    if (kind == 4) p = {d / a * c * c * c, -d / b * s * s * s};                        // on the evolute
+    if (kind == 5) p = {d / a * c * c * c * 0.999999, -d / b * s * s * s * 0.999999};  // just inside
+    if (kind == 6) p = random.integer(0, 1) ? V() : V(d / a, 0);                       // the centre, a cusp
+    const bool swapped = random.integer(0, 1);
+    const qcEllipse e({}, swapped ? V(b, a) : V(a, b), {});
+    const V q = swapped ? V(p.y(), p.x()) : p, foot = e.nearestPoint(q);
+    worst = std::max(worst, (q.distance(foot) - leastDistance(a, b, p, -kPi, kPi)) / a);
+    EXPECT_NEAR(std::hypot(foot.x() / e.radii().x(), foot.y() / e.radii().y()), 1, 1e-14);
+    EXPECT_NEAR_POINT(foot, q, kind == 1 && b > 0.1 * a ? 1e-8 * a : kInf);
+  }
+  EXPECT_LE(worst, 1e-9);
+  const qcEllipse wide({}, {2, 1}, {});
+  EXPECT_EQ(wide.nearestPoint({0, 0}), V(0, 1));
+  EXPECT_EQ(wide.nearestPoint({-5, 0}), V(-2, 0));
+  EXPECT_EQ(qcEllipse({}, {0, 0}, {}).nearestPoint({3, 4}), V(0, 0));
+  EXPECT_NEAR_POINT(qcEllipse({}, {3, 0}, {}).nearestPoint({-1, 4}), V(-1, 0), 1e-12);
+  for (const double far : {1e-200, 1e200}) {
+    EXPECT_NEAR_POINT(qcEllipse({}, {2 * far, far}, {}).nearestPoint({0, 9 * far}) / far, V(0, 1), 1e-12);
+  }
+}
+
+TEST(EllipseNearest, NothingOnAnArcIsNearer) {
+  Random random(2);
+  double worst = 0;
+  for (int i = 0; i < 30000; ++i) {
+    const double a = random.size(-3, 3), b = a * random.size(i % 3 == 0 ? -6 : -1, 0);
+    const double start = random.angle().plain(), span = random.integer(0, 9) ? random.real(0, 6.28) : 0;
+    const V p(a * random.number(-4, 0.2), random.integer(0, 1) ? b * random.number(-4, 1) : a * random.number(-4, 0.2));
+    // The same arc in four guises.
+    const double u = random.angle().plain(), from = random.integer(0, 1) ? start : start + span;
+    const double sense = random.integer(0, 1) ? 1 : -1, to = from == start ? start + span : start;
+    const qcEllipseArc2 arc = qcEllipseArc2::between(qcEllipse2({}, qcRadian(0), {a, b}, sense > 0, qcRadian(u)),
+                                                     qcRadian(sense * from - u), qcRadian(sense * to - u));
+    const V foot = arc.nearestPoint(p);
+    worst = std::max(worst, (p.distance(foot) - leastDistance(a, b, p, start, start + span)) / a);
+    const qcShapeInfo info(arc);
+    EXPECT_NEAR_POINT(arc.perimPoint(info, arc.nearestPerimPos(info, p)), foot, 1e-12 * a);
+  }
+  EXPECT_LE(worst, 1e-9);
+}
+
+// ---- directions, sweeps, samples
+
+TEST(EllipseDirections, ParametersOfPointsAndTangents) {
+  for (unsigned seed = 0; seed < 500; ++seed) {
+    Random random(seed);
+    const qcEllipse2 e = random.ellipse(2);
+    const qcRadian phi = random.angle();
+    const V p = e.point(phi), step = e.point(phi + qcRadian(1e-6)) - p;
+    EXPECT_TRUE(qfRealEq(e.phi(p), phi, 1e-8));
+    EXPECT_TRUE(qfRealEq(e.phi(e.center() + 3 * (p - e.center())), phi, 1e-8));
+    EXPECT_TRUE(qfRealEq(e.tangent(phi), step.angle(), 1e-3));
+    EXPECT_TRUE(qfRealEq(e.phiFromDir(e.tangent(phi)), phi, 1e-9));
+    const qcEllipseArc2 arc(e, phi, qcRadian(random.integer(0, 1) ? 2 * kPi : -2 * kPi));
+    EXPECT_EQ(arc.startPoint(), arc.endPoint());
+    EXPECT_NEAR(std::fabs(arc.tangentRotation().plain()), 2 * kPi, 1e-9);
+  }
+  const qcEllipse2 flat(qcXform<2>({3, 0, 0, 0}, {1, 0}));
+  EXPECT_TRUE(flat.isDegenerate() && !flat.hasTangent());
+  EXPECT_THROW(flat.tangent(qcRadian(1)), qcShapesError::NoTangent);
+  EXPECT_THROW(flat.phiFromDir(qcRadian(1)), qcShapesError::NoTangent);
+  EXPECT_NEAR_POINT(flat.point(flat.phi({2.5, 7})), V(2.5, 0), 1e-12);
+  EXPECT_TRUE(flat.within({4, 0}) && !flat.within({1, 1e-300}) && !flat.within({4.1, 0}));
+}
+
+// A point moved to the left by very little sees what the point on the arc reports.
+TEST(EllipseDirections, PointsOfArcsWindAsFromTheLeft) {
+  for (unsigned seed = 0; seed < 2000; ++seed) {
+    Random random(seed);
+    const qcEllipse2 e = random.ellipse(1);
+    const double span = random.integer(0, 3) ? random.real(0.1, 6.2) : 2 * kPi;
+    const qcEllipseArc2 arc(e, random.angle(), qcRadian(random.integer(0, 1) ? span : -span));
+    const qcShapeInfo info(arc);
+    const int end = random.integer(0, 4);
+    V p;
+    qcRadian tangent;
+    const qcPerimPos place = info.perimPos(info.perimeter() * (end < 2 ? end : random.real(0.01, 0.99)));
+    arc.perimPointAndTangent(info, place, p, tangent);
+    const V left = 1e-7 * largest(e.radii()) * V(1, tangent).perpendicular();
+    EXPECT_NEAR(arc.windingAngle(p).plain(), arc.windingAngle(p + left).plain(), 1e-3) << seed;
+  }
+  EXPECT_EQ(qcEllipseArc2(qcEllipse2(qcXform<2>({0, 0, 0, 0}, {})), {}, qcRadian(1)).windingAngle({0, 0}).plain(), 0);
+}
+
+TEST(EllipseSampling, EqualArcsOrEqualAngles) {
+  const qcEllipse2 e({0, 0}, qcRadian(0), {100, 1}, true, qcRadian(0));
+  const qcEllipseArc2 arc(e, qcRadian(1), qcRadian(-5));
+  const auto sample = [](const qcShape& shape, Params params, bool uniform = false) {
+    params.uniformMode(uniform);
+    params.recordPositions_(true);
+    Result result;
+    shape.sample(params, result);
+    return result;
+  };
+  for (const Result& result :
+       {sample(arc, Params(0, 7, 1000)), sample(e, Params(0.01, 7, 100000)), sample(arc, Params(0, 0, 50), true)}) {
+    const auto& places = result.perimPositions_();
+    for (std::size_t i = 1; i < places.size(); ++i) {
+      EXPECT_NEAR(places[i].distance() - places[i - 1].distance(), places[1].distance() - places[0].distance(), 1e-9);
+    }
+  }
+  EXPECT_EQ(sample(arc, Params(0, 7, 1000)).positions().back(), arc.endPoint());
+  EXPECT_EQ(sample(arc, Params(0, 0, 50), true).positions().size(), 50u);
+  // By tolerance alone about as many points as on the circle of the larger radius.
+  EXPECT_EQ(sample(e, Params(0.01, 0, 1000)).positions().size(), 223u);
+  EXPECT_THROW(sample(e, Params(0.01, 0, 222)), qcShapesError::SampleOverflow);
+  EXPECT_THROW(sample(arc, Params(0, 7, 40)), qcShapesError::SampleOverflow);
+  // A flat ellipse is travelled to and fro.
+  const Result flat = sample(qcEllipse({}, {2, 0}, {}), Params(0, 1, 100));
+  const std::vector<double> expected{2, 1, 0, -1, -2, -1, 0, 1};
+  ASSERT_EQ(flat.positions().size(), expected.size());
+  for (std::size_t i = 0; i < expected.size(); ++i) EXPECT_NEAR(flat.positions()[i].x(), expected[i], 1e-9);
+}
+
+}  // namespace
