@@ -1,10 +1,12 @@
 // Mapping points by nonlinear transforms, and fitting them, beside OpenCV and plain loops.
+#include <cmath>
 #include <cstddef>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "bench/compare.h"
+#include "vnxstd/math/xfdeform.h"
 #include "vnxstd/math/xfpersp.h"
 #include "vnxstd/math/xfpoly.h"
 
@@ -80,6 +82,33 @@ void polynomial(compare::Session& session, int order, double goal) {
       });
 }
 
+void deformation(compare::Session& session) {
+  const Points from = points(100), in = points(10000);
+  Points to = from, out = in, peerOut = in;
+  for (std::size_t i = 0; i < to.size(); ++i) to[i] += qcVector<2>(std::sin(static_cast<double>(i)), 0);
+  const qc2XformDeform spline(from, to);
+  session.run(
+      "deformation by 100 points, 10000 points", 0, [&] { spline.mapPoints(in.data(), out.data(), in.size()); },
+      [&] {
+        for (std::size_t i = 0; i < in.size(); ++i) {
+          qcVector<2> sum;
+          for (std::size_t k = 0; k < from.size(); ++k) {
+            const qcVector<2> d = in[i] - from[k];
+            const double square = d * d;
+            if (square > 0) sum += to[k] * (0.5 * square * std::log(square));
+          }
+          peerOut[i] = sum;
+        }
+        compare::keep(peerOut);
+      });
+  const Points inverse(in.begin(), in.begin() + 100);
+  Points found = inverse;
+  const qcPtrHandle<qc2XformBase> undo = spline.inverseBase();
+  session.run("its inverse, 100 points", [&] { undo->mapPoints(inverse.data(), found.data(), inverse.size()); });
+  const Points many = points(1000);
+  session.run("deformation determined by 1000 points", [&] { compare::keep(qc2XformDeform(many, many)); });
+}
+
 void homography(compare::Session& session) {
   const qcVector<2> from[4] = {{10, 20}, {600, 30}, {620, 460}, {20, 440}}, to[4] = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
   const auto ours = [&] { compare::keep(qc2XformPerspective(from, to)); };
@@ -110,5 +139,6 @@ int main(int argc, char** argv) {
   polynomial(session, 3, 0.4);
   polynomial(session, 5, 0);
   homography(session);
+  deformation(session);
   return session.finish();
 }

@@ -19,6 +19,7 @@
 #include "vnxstd/math/stats.h"
 #include "vnxstd/math/xfcache.h"
 #include "vnxstd/math/xfcomp.h"
+#include "vnxstd/math/xfdeform.h"
 #include "vnxstd/math/xfinverse.h"
 #include "vnxstd/math/xflinear.h"
 #include "vnxstd/math/xfpersp.h"
@@ -173,6 +174,10 @@ std::vector<Case> cases() {
   const qc2XformPoly poly(2, {1, 2, 3, 4, 5, 6}, {6, 5, 4, 3, 2, 1}, qcVector<2>(7, 8), qcVector<2>(0.5, 0.25));
   all.push_back(shared<qc2XformBase>("qc2XformPoly", new qc2XformPoly(poly)));
   all.push_back(shared<qc2XformBase>("qc2XformInverse", new qc2XformInverse(poly)));
+  const qc2XformDeform deform({{1, 0}, {-1, 0}, {0, 1}, {0, -1}, {2, 3}}, {{0, 1}, {1, 0}, {5, 1}, {1, -5}, {7, 7}},
+                              0.5);
+  all.push_back(shared<qc2XformBase>("qc2XformDeform", new qc2XformDeform(deform)));
+  all.push_back(shared<qc2XformBase>("qc2XformInverse_deform", new qc2XformInverse(deform)));
   qc2XformCache cache(linear(3, 1), linear(7, 1));
   all.push_back(value("qc2XformCache", cache));
   all.push_back(value("handle_null", qcPtrHandle<qcShape>()));

@@ -3,15 +3,16 @@
 
 #include <bit>
 #include <cmath>
-#include <functional>
 #include <limits>
-#include <memory>
+#include <new>
 #include <random>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include "support/bytes.h"
 #include "vnxstd/except/failure.h"
+#include "vnxstd/math/solve.h"
 #include "vnxstd/math/xfcomp.h"
 #include "vnxstd/math/xfdeform.h"
 #include "vnxstd/math/xfinverse.h"
@@ -29,6 +30,7 @@ using Linear = qc2XformLinear;
 using Perspective = qc2XformPerspective;
 using Poly = qc2XformPoly;
 using Inverse = qc2XformInverse;
+using Deform = qc2XformDeform;
 using BadParams = qc2XformPerspectiveDefs::BadParams;
 using NumericalError = qc2XformPerspectiveDefs::NumericalError;
 
@@ -61,6 +63,15 @@ struct Source {
     x[1] += 500;
     y[2] += 500;
     return Poly(order, x, y, point(9), Point(0.002, 0.002));
+  }
+  // Sources on a grid over 600 x 600 pixels around the origin, destinations up to `bend` pixels away in x and y.
+  Deform deform(double bend, double smoothness = 0) {
+    Points from, to;
+    for (int i = 0; i < 25; ++i) {
+      from.push_back(point(20) + Point(150 * (i % 5 - 2), 150 * (i / 5 - 2)));
+      to.push_back(from.back() + point(bend));
+    }
+    return Deform(from, to, smoothness);
   }
 };
 
@@ -242,6 +253,9 @@ TEST(PolynomialFit, RefusesWhatDeterminesNoPolynomial) {
   EXPECT_NO_THROW(Poly(circle, good, 1));
   EXPECT_THROW(Poly(circle, good, 2), NumericalError);
   EXPECT_THROW(Poly(line, good, 1), NumericalError);
+  const Points many = mapped(source.points(300000), [](const Point& p) { return Point(p.x(), 0.3 * p.x() + 7); });
+  EXPECT_THROW(Poly(many, many, 1), NumericalError);  // rounding errors grow with the number of points
+  EXPECT_THROW(Perspective(many, many), NumericalError);
   EXPECT_THROW(Poly(Points(60, Point(1, 2)), good, 1), BadParams);
   EXPECT_THROW(Poly(good, Points(59), 1), BadParams);
   EXPECT_THROW(Poly(good, Points(60, Point(0, kNaN)), 1), BadParams);
@@ -279,6 +293,121 @@ TEST(Polynomial, IsLinearWithoutHigherTermsAndAbsorbsALinearTransformOnItsLeft) 
   EXPECT_THROW(bent.linearXform(Point(kNaN, 0)), NumericalError);
 }
 
+// The spline by the equations of the textbook, in source units and extended precision.
+Points splineOfTheTextbook(const Deform& spline, const Points& probes) {
+  const Points from = spline.from(), to = spline.to();
+  const std::size_t n = from.size();
+  const auto kernel = [](const Point& a, const Point& b) {
+    const double r = a.distance(b);
+    return r == 0 ? 0 : r * r * std::log(r);
+  };
+  qcNMMatrix equations(n + 3, n + 3), right(n + 3, 2);
+  for (std::size_t i = 0; i < n; ++i) {
+    for (std::size_t j = 0; j < n; ++j)
+      equations.element(i, j, i == j ? spline.smoothness() : kernel(from[i], from[j]));
+    const double affine[3] = {1, from[i].x(), from[i].y()};
+    for (std::size_t k = 0; k < 3; ++k) {
+      equations.element(i, n + k, affine[k]);
+      equations.element(n + k, i, affine[k]);
+    }
+    right.element(i, 0, to[i].x());
+    right.element(i, 1, to[i].y());
+  }
+  double condition = 0;
+  const qcNMMatrix w = qcNMMatrix::solve(equations, right, true, condition, 1e18);
+  return mapped(probes, [&](const Point& p) {
+    const auto weight = [&](std::size_t i) { return Point(w.element(i, 0), w.element(i, 1)); };
+    Point sum = weight(n) + weight(n + 1) * p.x() + weight(n + 2) * p.y();
+    for (std::size_t i = 0; i < n; ++i) sum += weight(i) * kernel(p, from[i]);
+    return sum;
+  });
+}
+
+const Points kCross = {{1, 0}, {-1, 0}, {0, 1}, {0, -1}};
+
+TEST(Deformation, IsTheThinPlateSpline) {
+  // A saddle: by symmetry the weights are w, w, -w, -w without an affine part, and w (2 ln 2 + smoothness) = 1.
+  const Points saddle = {{1, 5}, {1, 5}, {-1, 5}, {-1, 5}};
+  for (const double smoothness : {0., 0.5, 1e6}) {
+    const double w = 1 / (2 * std::log(2) + smoothness);
+    const Deform spline(kCross, saddle, smoothness);
+    const Point image = spline * Point(2, 0);
+    EXPECT_NEAR(image.x(), w * (9 * std::log(3) - 5 * std::log(5)), 1e-14);
+    EXPECT_NEAR(image.y(), 5, 1e-14);
+  }
+  Source source;
+  const Points probes = source.points(40, 400);
+  for (const double smoothness : {0., 100., 1e5}) {
+    const Deform spline = source.deform(50, smoothness);
+    const Points expected = splineOfTheTextbook(spline, probes), from = spline.from(), to = spline.to();
+    for (std::size_t i = 0; i < probes.size(); ++i) EXPECT_LT((spline * probes[i]).distance(expected[i]), 1e-8);
+    if (smoothness == 0) {
+      for (std::size_t i = 0; i < from.size(); ++i) EXPECT_LT((spline * from[i]).distance(to[i]), 1e-10);
+    }
+    const Point far(1e5, -3e5);
+    const Deform away(mapped(from, [&](const Point& p) { return p + far; }), to, smoothness);
+    for (const Point& p : probes) EXPECT_LT((away * (p + far)).distance(spline * p), 1e-7);
+  }
+}
+
+TEST(Deformation, BendsLessTheSmootherItIs) {
+  Source source;
+  const Deform rough = source.deform(50);
+  const Poly affine(rough.from(), rough.to(), 1);
+  const Points probes = source.points(40, 400);
+  double last = distance(rough, affine, probes);
+  for (const double smoothness : {1e4, 1e6, 1e8, 1e12, 1e100, kMax}) {
+    const Deform spline(rough.from(), rough.to(), smoothness);
+    const double bend = distance(spline, affine, probes);
+    EXPECT_TRUE(bend < last || bend < 1e-10) << smoothness;
+    last = bend;
+  }
+  EXPECT_LT(last, 1e-10);
+}
+
+TEST(Deformation, TakesInMoreCorrespondences) {
+  Source source;
+  const Deform whole = source.deform(30, 7);
+  Points from = whole.from(), to = whole.to();
+  const Points probes = source.points(20, 400);
+  Deform grown(Points(from.begin(), from.begin() + 9), Points(to.begin(), to.begin() + 9), 7), fresh;
+  EXPECT_TRUE(fresh.isLinear() && fresh * Point(3, 4) == Point(3, 4));
+  const Handle before = grown.inverseBase();
+  const Point p(10, 20), image = grown * p;
+  grown.update(Points(from.begin() + 5, from.end()), Points(to.begin() + 5, to.end()));  // four of them again
+  EXPECT_TRUE(grown.from() == from && grown.to() == to);
+  EXPECT_EQ(distance(grown, whole, probes), 0);
+  EXPECT_LT((*before * image).distance(p), 1e-10);
+  fresh.update(from, to);
+  EXPECT_LT(distance(fresh, Deform(from, to), probes), 1e-12);
+  EXPECT_THROW(grown.update({from[3]}, {Point(1, 1)}), qc2XformDeformDefs::BadParams);
+  EXPECT_THROW(grown.update({Point(1, kNaN)}, {Point(1, 1)}), qc2XformDeformDefs::BadParams);
+  EXPECT_THROW(grown.update({Point(1, 1)}, {}), qc2XformDeformDefs::BadParams);
+  grown.update({}, {});
+  EXPECT_EQ(distance(grown, whole, probes), 0);
+  EXPECT_TRUE(Deform({{0, 0}, {1, 0}, {0, 1}}, {{5, 5}, {7, 5}, {5, 8}}).isLinear());
+}
+
+TEST(Deformation, RefusesWhatDeterminesNoMap) {
+  const Points line = {{0, 0}, {0.1, 0.3}, {0.2, 0.6}, {1e3, 3e3}};
+  using Bad = qc2XformDeformDefs::BadParams;
+  EXPECT_THROW(Deform(line, kCross), Bad);
+  EXPECT_NO_THROW(Deform(kCross, line));  // destinations may be anywhere
+  EXPECT_THROW(Deform(kCross, line, -1), Bad);
+  EXPECT_THROW(Deform(kCross, line, kNaN), Bad);
+  EXPECT_THROW(Deform(kCross, line, INFINITY), Bad);
+  EXPECT_THROW(Deform(kCross, {{0, 0}, {1, 1}, {2, INFINITY}, {3, 3}}), Bad);
+  EXPECT_THROW(Deform(kCross, Points(3)), Bad);
+  EXPECT_THROW(Deform({{0, 0}, {1, 0}, {0, 0}, {1, 0}}, {{0, 0}, {1, 0}, {0, 0}, {1, 0}}), Bad);
+  EXPECT_THROW(Deform({{0, 0}, {1, 0}, {0, 1}, {0, 1}}, kCross, 1e3), Bad);
+  EXPECT_THROW(Deform(Points(), Points()), Bad);
+  // Too close for weights, unless smoothness does without.
+  const Points close = {{0, 0}, {1, 0}, {0, 1}, {1, 1}, {1, 1 + 1e-12}};
+  EXPECT_THROW(Deform(close, {{0, 0}, {1, 0}, {0, 1}, {1, 1}, {2, 2}}), NumericalError);
+  EXPECT_NO_THROW(Deform(close, {{0, 0}, {1, 0}, {0, 1}, {1, 1}, {2, 2}}, 0.1));
+  EXPECT_THROW(Deform(kCross, line) * Point(1e200, 0), NumericalError);
+}
+
 TEST(Inverse, SaysWhereThereIsNone) {
   const Poly fold(2, {0, 1, 0, 1, 0, 0}, {0, 0, 1, 0, 0, 0});  // (x + x^2, y): nothing comes below -1/4
   const Inverse inverse(fold);
@@ -302,6 +431,7 @@ std::vector<Handle> family(Source& source) {
   std::vector<Handle> all;
   all.emplace_back(new Perspective(source.matrix()));
   all.emplace_back(new Poly(source.poly(2 + static_cast<int>(source.engine() % 8), 90)));
+  all.emplace_back(new Deform(source.deform(15)));
   for (std::size_t i = 0, kinds = all.size(); i < kinds; ++i) all.push_back(all[i]->inverseBase());
   return all;
 }
@@ -310,7 +440,8 @@ TEST(Family, LawsHoldForEveryClass) {
   Source source;
   for (int round = 0; round < 100; ++round) {
     for (const Handle& xform : family(source)) {
-      SCOPED_TRACE(typeid(*xform).name());
+      const qc2XformBase& object = *xform;
+      SCOPED_TRACE(typeid(object).name());
       const Handle other(new Linear(qcMatrix<2>(0.8, 0.1, -0.1, 0.7), source.point(9))), inverse = xform->inverseBase();
       const Point p = source.point(100), image = *xform * p;
       EXPECT_LT((*inverse * image).distance(p), 1e-10);
@@ -447,18 +578,49 @@ TEST(Archive, BytesByHandAndEveryFault) {
   refused(22, number(0));
   refused(38 + 40, number(INFINITY));
   EXPECT_EQ(kept, before);
+
+  // The saddle, by hand: the weight is 1 at the sources right and left and -1 above and below.
+  const auto list = [&](const Points& points) {
+    std::string bytes({0, 0, 0, static_cast<char>(points.size())});
+    for (const Point& p : points) bytes += vector + numbers({p.x(), p.y()});
+    return bytes;
+  };
+  const Points weights = {{1, 0}, {1, 0}, {-1, 0}, {-1, 0}};
+  const std::string map = number(0.5) + vector + numbers({3, 4}) + number(2) + numbers({0, 0, 0, 7, 0, 0});
+  const std::string head = "\xF1\x66\x4B\xDF" + std::string(3, '\0');
+  const Points from = mapped(kCross, [](const Point& p) { return p * 2 + Point(3, 4); });
+  Deform saddle;
+  load(head + map + list(from) + list(kCross) + list(weights), saddle);
+  expectBytes(saddle, map + list(from) + list(kCross) + list(weights), {8, 81 + 4});
+  EXPECT_NEAR((saddle * Point(7, 4)).x(), 9 * std::log(3) - 5 * std::log(5), 1e-14);
+  Points fewer = weights, wild = weights;
+  fewer.pop_back();
+  wild[2].x(kNaN);
+  for (const Points& bad : {fewer, wild}) {
+    EXPECT_THROW(load(head + map + list(from) + list(kCross) + list(bad), saddle), qcArchive::BadContent);
+    EXPECT_THROW(load(head + map + list(bad) + list(kCross) + list(weights), saddle), qcArchive::BadContent);
+  }
+  for (const std::size_t at : {0u, 9u, 25u, 33u}) {  // smoothness, origin, unit and affine part: none may be this
+    std::string bad = map;
+    bad.replace(at, 8, number(-INFINITY));
+    EXPECT_THROW(load(head + bad + list({}) + list({}) + list({}), saddle), qcArchive::BadContent);
+  }
+  EXPECT_EQ((saddle * Point(7, 4)).y(), 7);
 }
 
-// An inverse holds a polynomial, and nothing through which it could hold itself.
+// An inverse holds a polynomial or a deformation, and nothing through which it could hold itself.
 TEST(Archive, InversesHoldWhatTheyCanUndo) {
-  Handle inverse(new Inverse(Source().poly(3, 50)));
-  const Point p(2, 3), image = *inverse * p;
-  const std::string bytes = stored(qcArchive::bigEndian, false, inverse);
+  Source source;
+  const Handle inverses[] = {Handle(new Inverse(source.poly(3, 50))), Handle(new Inverse(source.deform(15)))};
+  const Point p(2, 3);
   Handle loaded;
-  load(bytes, loaded);
-  EXPECT_TRUE(*loaded * p == image && stored(qcArchive::bigEndian, false, loaded) == bytes);
-  for (std::size_t size = 0; size < bytes.size(); ++size) {
-    EXPECT_THROW(load(bytes.substr(0, size), loaded), qcArchive::Errors);
+  for (const Handle& inverse : inverses) {
+    const std::string bytes = stored(qcArchive::bigEndian, false, inverse);
+    load(bytes, loaded);
+    EXPECT_TRUE(*loaded * p == *inverse * p && stored(qcArchive::bigEndian, false, loaded) == bytes);
+    for (std::size_t size = 0; size < bytes.size(); ++size) {
+      EXPECT_THROW(load(bytes.substr(0, size), loaded), qcArchive::Errors);
+    }
   }
   // A record of a pointer: mark, version, number of the object, whether it follows, two sizes, type and object.
   const auto record = [](char id, const std::string& type = {}) {
@@ -475,7 +637,7 @@ TEST(Archive, InversesHoldWhatTheyCanUndo) {
        {record(0), record(1), linear, chain, record(2, "qc2XformInverse") + three + record(1)}) {
     EXPECT_THROW(load(outer + forward, loaded), qcArchive::BadContent);
   }
-  EXPECT_EQ(*loaded * p, image);
+  EXPECT_EQ(*loaded * p, *inverses[1] * p);
 }
 
 }  // namespace

@@ -57,9 +57,7 @@ Status invert(const Evaluate& evaluate, const qmath_vect& image, const qmath_vec
   };
   State state{};
   if (!look(centre, state)) return notConverged;
-  // The first step is a guess, not an improvement: it is taken whole unless it leads out of the map.
   State next{};
-  if (look({centre.x + state.step.x, centre.y + state.step.y}, next)) state = next;
   for (int i = 0; i < kMaxSteps; ++i) {
     const double length = std::hypot(state.step.x, state.step.y);
     if (length <= tolerance) {

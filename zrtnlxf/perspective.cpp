@@ -162,7 +162,7 @@ Status qmath_xformPerspective_construct4Points(const double* from, const double*
     const double all[4] = {cross(p + 2, p + 4, p + 6), cross(p + 4, p, p + 6), cross(p, p + 2, p + 6),
                            cross(p, p + 2, p + 4)};
     for (const double area : all) {
-      if (!(std::fabs(area) > zrtnlxf::kDegenerate * frames[side].rounding)) return zrtnlxf::degenerate;
+      if (!(std::fabs(area) > zrtnlxf::degenerateBelow(frames[side].rounding, 4))) return zrtnlxf::degenerate;
     }
     std::copy_n(all, 3, areas[side]);
   }
@@ -199,11 +199,11 @@ Status qmath_xformPerspective_constructPoints(const double* from, const double* 
     const zrtnlxf::SingularValues svd(triangle, 9);
     std::array<std::size_t, 9> order{0, 1, 2, 3, 4, 5, 6, 7, 8};
     std::ranges::sort(order, {}, [&](std::size_t i) { return svd.values[i]; });
-    const double rounding = zrtnlxf::kDegenerate * std::max(source.rounding, destination.rounding);
-    if (!(svd.values[order[1]] > rounding * svd.values[order[8]])) return zrtnlxf::degenerate;
+    const double least = zrtnlxf::degenerateBelow(std::max(source.rounding, destination.rounding), count);
+    if (!(svd.values[order[1]] > least * svd.values[order[8]])) return zrtnlxf::degenerate;
     Elements h;
     std::copy_n(svd.vectors[order[0]].begin(), 9, h.begin());
-    if (!(std::fabs(Determinant(h).value) > rounding)) return zrtnlxf::degenerate;
+    if (!(std::fabs(Determinant(h).value) > least)) return zrtnlxf::degenerate;
     return leave(h, source, destination, state);
   });
 }

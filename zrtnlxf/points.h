@@ -13,8 +13,11 @@
 namespace zrtnlxf {
 
 /// Points lie so that they determine nothing when a number that would be 0 then, and is about 1 for points that lie
-/// well, is below this many units of the coordinates' rounding error.
-inline constexpr double kDegenerate = 64;
+/// well, is below this. `rounding` is the relative error of their coordinates; the sums over `count` points add theirs,
+/// which grow like the square root of the count.
+inline double degenerateBelow(double rounding, std::size_t count) noexcept {
+  return rounding * (64 + 4 * std::sqrt(static_cast<double>(count)));
+}
 
 /// Whether `count` numbers are all finite.
 inline bool areFinite(const double* numbers, std::size_t count) noexcept {

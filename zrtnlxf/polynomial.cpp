@@ -206,7 +206,7 @@ Status qmath_xformPolyFit_(const double* from, const double* to, std::size_t cou
     const auto [least, most] = std::ranges::minmax(svd.values);
     const double farthest = std::max(std::fabs(middle.x * factor.x), std::fabs(middle.y * factor.y));
     const double rounding = std::numeric_limits<double>::epsilon() * std::max(1.0, farthest);
-    if (!(least > zrtnlxf::kDegenerate * rounding * most)) return zrtnlxf::degenerate;
+    if (!(least > zrtnlxf::degenerateBelow(rounding, count) * most)) return zrtnlxf::degenerate;
     std::array<double, 2 * zrtnlxf::kMaxPolySize> solution{};
     for (std::size_t j = 0; j < size; ++j) {
       for (std::size_t side = 0; side < 2; ++side) {

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "vnxstd/export.h"
 #include "vnxstd/math/plain.h"
 #include "zrtnlxf/status.h"
 
@@ -30,42 +31,43 @@ struct qmath_xformPoly {
 };
 
 /// The number of coefficients per coordinate, (n + 1)(n + 2) / 2; badArgument unless the order is from 1 to 9.
-zrtnlxf::Status qmath_xformPolySize(std::int32_t order) noexcept;
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolySize(std::int32_t order) noexcept;
 
 /// The coefficients of the identity, for the origin (0, 0) and the scale (1, 1).
-zrtnlxf::Status qmath_xformPolyInitIdentityArray_(std::int32_t order, double* coefs) noexcept;
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyInitIdentityArray_(std::int32_t order, double* coefs) noexcept;
 
 /// The smallest, and the largest, order whose coefficients so many correspondences can determine, going by the number
 /// of distinct points: that of coefficients is not larger. badArgument for fewer than three, which determine none.
-zrtnlxf::Status qmath_xformPolyMinOrder_(const double* points, std::size_t count) noexcept;
-zrtnlxf::Status qmath_xformPolyMaxOrder_(const double* points, std::size_t count) noexcept;
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyMinOrder_(const double* points, std::size_t count) noexcept;
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyMaxOrder_(const double* points, std::size_t count) noexcept;
 
 /// Fits the coefficients of an order by least squares of the distances between images and destinations, by the QR
 /// factorisation in coordinates that are scaled to [-1, 1], and gives origin and scale of these. badArgument for an
 /// unknown order, fewer distinct points than coefficients, or a number that is not finite; degenerate when the points
 /// lie so that coefficients stay open, all on a curve of that order. Costs in proportion to the number of points and
 /// the square of that of coefficients; memory for the distinct points.
-zrtnlxf::Status qmath_xformPolyFit_(const double* from, const double* to, std::size_t count, std::int32_t order,
-                                    qmath_vect* origin, qmath_vect* scale, double* coefs) noexcept;
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyFit_(const double* from, const double* to, std::size_t count,
+                                                  std::int32_t order, qmath_vect* origin, qmath_vect* scale,
+                                                  double* coefs) noexcept;
 
 /// atInfinity when the image is not finite.
-zrtnlxf::Status qmath_xformPolyMapPoint_(const qmath_xformPoly* poly, const qmath_vect* point,
-                                         qmath_vect* image) noexcept;
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyMapPoint_(const qmath_xformPoly* poly, const qmath_vect* point,
+                                                       qmath_vect* image) noexcept;
 /// The same bits for each of `count` points; atInfinity, after all are mapped, when one of the images is not finite.
 /// `out` is `in` itself or does not overlap it.
-zrtnlxf::Status qmath_xformPolyMapPoints_(const qmath_xformPoly* poly, const double* in, double* out,
-                                          std::size_t count) noexcept;
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyMapPoints_(const qmath_xformPoly* poly, const double* in, double* out,
+                                                        std::size_t count) noexcept;
 
 /// 1 when all coefficients of higher degree than the first are 0, else 0.
-zrtnlxf::Status qmath_xformPolyIsLinear_(const qmath_xformPoly* poly) noexcept;
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyIsLinear_(const qmath_xformPoly* poly) noexcept;
 /// The image and its derivatives by x and y. atInfinity.
-zrtnlxf::Status qmath_xformPolyDerivs_(const qmath_xformPoly* poly, const qmath_vect* point, qmath_vect* image,
-                                       qmath_matrix* derivatives) noexcept;
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyDerivs_(const qmath_xformPoly* poly, const qmath_vect* point,
+                                                     qmath_vect* image, qmath_matrix* derivatives) noexcept;
 /// The first-order expansion at a point; of a linear map that map, whatever the point. atInfinity.
-zrtnlxf::Status qmath_xformPolyLinearXform_(const qmath_xformPoly* poly, const qmath_vect* point,
-                                            qmath_xformLinear* linear) noexcept;
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyLinearXform_(const qmath_xformPoly* poly, const qmath_vect* point,
+                                                          qmath_xformLinear* linear) noexcept;
 
 /// The point that is mapped to `image`, found from the affine approximation at the origin as local.h says;
 /// notConverged.
-zrtnlxf::Status qmath_xformPolyInvMapPoint_(const qmath_xformPoly* poly, const qmath_vect* image,
-                                            qmath_vect* point) noexcept;
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyInvMapPoint_(const qmath_xformPoly* poly, const qmath_vect* image,
+                                                          qmath_vect* point) noexcept;

@@ -4,11 +4,9 @@
 // Every width does the same operations in the same order, so that all give the bits that a single point gives.
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <limits>
 
 #include "vnxstd/export.h"
 
@@ -84,9 +82,15 @@ template <class V>
   constexpr std::uint64_t kRootHalf = 0x3FE6A09E667F3BCD, kOne = 0x3FF0000000000000, kExponent = 0xFFF0000000000000;
   constexpr std::uint64_t kTwo52 = 0x4330000000000000;
   constexpr double kLn2High = 6.93147180369123816490e-01, kLn2Low = 1.90821492927058770002e-10;
-  const Bits bits = std::bit_cast<Bits>(x), above = bits - kRootHalf;
-  const V f = std::bit_cast<V>(bits - (above & kExponent)) - 1.0;
-  const V k = std::bit_cast<V>(((above + kOne) >> 52) | kTwo52) - (0x1p52 + 1023);
+  Bits bits;
+  std::memcpy(&bits, &x, sizeof x);
+  const Bits above = bits - kRootHalf;
+  const Bits fraction = bits - (above & kExponent), power = ((above + kOne) >> 52) | kTwo52;
+  V f, k;
+  std::memcpy(&f, &fraction, sizeof f);
+  std::memcpy(&k, &power, sizeof k);
+  f -= 1.0;
+  k -= 0x1p52 + 1023;
   const V s = f / (2.0 + f), z = s * s, w = z * z, half = 0.5 * f * f;
   const V even = w * (3.999999999940941908e-01 + w * (2.222219843214978396e-01 + w * 1.531383769920937332e-01));
   const V odd = z * (6.666666666666735130e-01 +

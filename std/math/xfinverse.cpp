@@ -1,6 +1,6 @@
 #include "vnxstd/math/xfinverse.h"
 
-#include <utility>
+#include <type_traits>
 
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/math/xfpersp.h"
@@ -24,6 +24,11 @@ qc2XformInverse::qc2XformInverse() : qc2XformInverse(qc2XformPoly()) {}
 
 qc2XformInverse::qc2XformInverse(const qc2XformPoly& forward)
     : forward_(qcPtrHandle_const<qc2XformPoly>(new qc2XformPoly(forward))) {
+  inverseOf(forward.linearXform(forward.origin()));
+}
+
+qc2XformInverse::qc2XformInverse(const qc2XformDeform& forward)
+    : forward_(qcPtrHandle_const<qc2XformDeform>(new qc2XformDeform(forward))) {
   inverseOf(forward.linearXform(forward.origin()));
 }
 
@@ -73,6 +78,8 @@ void qc2XformInverse::serialize_(qcArchive& archive, unsigned char version) {
   if (archive.isStoring()) return;
   if (const auto* poly = dynamic_cast<const qc2XformPoly*>(stored.rep())) {
     forward_ = qcPtrHandle_const<qc2XformPoly>(poly);
+  } else if (const auto* deform = dynamic_cast<const qc2XformDeform*>(stored.rep())) {
+    forward_ = qcPtrHandle_const<qc2XformDeform>(deform);
   } else {  // what could hold others could hold this one
     throw qcArchive::BadContent(kSource, kContentLine);
   }

@@ -1,20 +1,23 @@
 // Inverses of transforms that have none in closed form.
 #pragma once
 
+#include <utility>
 #include <variant>
 
 #include "vnxstd/archive/handle.h"
 #include "vnxstd/export.h"
 #include "vnxstd/math/vector.h"
 #include "vnxstd/math/xfbase.h"
+#include "vnxstd/math/xfdeform.h"
 #include "vnxstd/math/xflinear.h"
 #include "vnxstd/math/xfpoly.h"
 
-/// The inverse of a polynomial transform, of which it keeps a copy: each point is mapped by finding the one that the
-/// polynomial maps to it, by Newton's method, which starts from the inverse of the polynomial's affine approximation at
-/// its origin and shortens steps that lead away (Dennis and Schnabel, "Numerical Methods for Unconstrained Optimization
-/// and Nonlinear Equations", 1983). Of several such points it finds one. The result is exact to 1e-10, or to the
-/// rounding errors of the coordinates where these are larger. Costs some five evaluations with derivatives per point.
+/// The inverse of a polynomial or a deformation, of which it keeps a copy: each point is mapped by finding the one that
+/// the transform maps to it, by Newton's method, which starts from the inverse of the transform's affine approximation
+/// at its origin and shortens steps that lead away (Dennis and Schnabel, "Numerical Methods for Unconstrained
+/// Optimization and Nonlinear Equations", 1983). Of several such points it finds one. The result is exact to 1e-10, or
+/// to the rounding errors of the coordinates where these are larger. Costs some five evaluations with derivatives per
+/// point.
 ///
 /// Throws qc2XformPerspectiveDefs::NumericalError where no point is found. Objects that are not changed may be used by
 /// several threads.
@@ -24,6 +27,7 @@ class VNXSTD_EXPORT qc2XformInverse : public qc2XformBase {
   qc2XformInverse();
   /// Throws qc2XformPerspectiveDefs::NumericalError when the affine approximation at the origin is singular.
   explicit qc2XformInverse(const qc2XformPoly& forward);
+  explicit qc2XformInverse(const qc2XformDeform& forward);
   /// Copies share what they undo; clone() copies it too.
   qc2XformInverse(const qc2XformInverse&) = default;
   qc2XformInverse& operator=(const qc2XformInverse& other);
@@ -50,7 +54,7 @@ class VNXSTD_EXPORT qc2XformInverse : public qc2XformBase {
   void serialize_(qcArchive& archive, unsigned char version);
 
  private:
-  using Forward = std::variant<qcPtrHandle_const<qc2XformPoly>>;
+  using Forward = std::variant<qcPtrHandle_const<qc2XformPoly>, qcPtrHandle_const<qc2XformDeform>>;
   explicit qc2XformInverse(Forward forward) : forward_(std::move(forward)) {}
 
   Forward forward_;  // never null
