@@ -54,8 +54,9 @@ GaugeCommand::GaugeCommand(CLI::App& app)
                                   "pixel")) {
   command_->footer(
       "The pixel in column x and row y covers x to x + 1 and y to y + 1, so that its centre lies at x + 0.5, y + 0.5;\n"
-      "y grows downwards. A line is given by its angle in degrees, from the x axis towards the y axis, and its signed\n"
-      "distance from the origin. A feature needs edge points that agree on at least 40 % of the scans.");
+      "y grows downwards. A line is given by its angle in degrees, from the x axis towards the y axis, and its\n"
+      "distance from the origin, never negative: -sin(angle) * x + cos(angle) * y = distance. A feature needs edge\n"
+      "points that agree on at least 40 % of the scans.");
   command_->add_option("image", image_, "Bitmap file; colours become grey");
   command_->add_option("--roi", region_, "Region: X,Y,W,H in pixels");
   command_->add_option(
