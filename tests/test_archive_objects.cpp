@@ -613,6 +613,22 @@ TEST(HeldObjects, AreStoredAnewOnceTheyChange) {
   }
 }
 
+TEST(HeldObjects, AreStoredAnewOnceTheyAreAssignedTo) {
+  qcArchive::BadFile error("a", 0);
+  qcMemoryArchive archive(kBig, false);
+  qcPersistent* ignored = nullptr;
+  qcPersistent::serializePointer(archive, &error, ignored);
+  error = qcArchive::BadFile("b", 0);
+  qcPersistent::serializePointer(archive, &error, ignored);
+  BytesArchive in(std::string(archive.bytes().begin(), archive.bytes().end()));
+  for (const wchar_t* text : {L"a", L"b"}) {
+    qcPersistent* loaded = nullptr;
+    qcPersistent::serializePointer(*in, nullptr, loaded);
+    const std::unique_ptr<qcPersistent> owner(loaded);
+    EXPECT_EQ(dynamic_cast<qcArchive::BadFile&>(*loaded).file(), text);
+  }
+}
+
 class Owner : public qcPersistent {
  public:
   static qcPersistent* make() { return new Owner; }

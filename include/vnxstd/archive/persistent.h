@@ -28,7 +28,11 @@ class VNXSTD_EXPORT qcPersistent {
  public:
   qcPersistent() noexcept = default;
   qcPersistent(const qcPersistent&) noexcept {}
-  qcPersistent& operator=(const qcPersistent&) noexcept { return *this; }
+  /// A change of state: archives that have stored the object forget it.
+  qcPersistent& operator=(const qcPersistent&) noexcept {
+    mutating();
+    return *this;
+  }
   /// Takes the object out of the archives that hold it.
   virtual ~qcPersistent();
 
@@ -55,7 +59,7 @@ class VNXSTD_EXPORT qcPersistent {
   static void serializePointer(qcArchive& archive, qcPersistent* in, qcPersistent*& out);
 
   /// To be called before any change of state: archives that have stored the object forget it, so that it is stored
-  /// anew under a new identifier. What an archive has loaded keeps its identity.
+  /// anew under a new identifier. What an archive has loaded keeps its identity. Assignment calls it.
   void mutating() {
     if ((held_.load(std::memory_order_relaxed) & kStored) != 0) mutating_();
   }

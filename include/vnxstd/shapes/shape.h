@@ -160,11 +160,7 @@ class VNXSTD_EXPORT qcShape : public virtual qcRepBase, public virtual qcPersist
  protected:
   qcShape() = default;
   qcShape(const qcShape&) = default;
-  /// There is nothing to assign at this level; archives that hold the object are told that it changes.
-  qcShape& operator=(const qcShape&) {
-    mutating();
-    return *this;
-  }
+  qcShape& operator=(const qcShape&) = default;
 
   /// What equal_ of a class D comes to: exactly the same type, and equal by operator==.
   template <class D>
