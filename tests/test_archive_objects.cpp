@@ -504,6 +504,23 @@ TEST_P(Graphs, NestingHasALimitBothWays) {
   EXPECT_FALSE(tryLoad(again));
   archive << tooDeep;
   EXPECT_EQ(archive.bytes().size() - bytes.size(), 18U);
+
+  // From the end on, each object refers to one that is known, and the levels are the same.
+  std::vector<NodeHandle> nodes{tooDeep};
+  while (!nodes.back()->edges.empty()) nodes.push_back(nodes.back()->edges[0]);
+  std::reverse(nodes.begin(), nodes.end());
+  qcMemoryArchive refused(kLittle, seekable()), list(kLittle, seekable());
+  EXPECT_THROW(refused << nodes, qcArchive::BadContent);
+  list.nestingLimit(513);
+  list << nodes;
+  const std::string listed(list.bytes().begin(), list.bytes().end());
+  std::vector<NodeHandle> back;
+  EXPECT_THROW(*BytesArchive(listed, seekable()) || back, qcArchive::BadContent);
+  EXPECT_EQ(std::count(back.begin(), back.end(), nullptr), 1);  // all but the last
+  BytesArchive all(listed, seekable());
+  all->nestingLimit(513);
+  *all || back;
+  EXPECT_EQ(reachable(back.back()).size(), 513U);
 }
 
 TEST(HostileArchives, AChainOfAMillionIsRefusedCheaply) {

@@ -83,6 +83,25 @@ class qc_ArchiveIndex::Deeper {
   long& count_;
 };
 
+// One object that is stored or loaded. What it refers to counts like what lies within it: destructors, and whatever
+// else goes from object to object, go as deep.
+class qc_ArchiveIndex::Level {
+ public:
+  explicit Level(qc_ArchiveIndex& index) noexcept
+      : index_(index), deeper_(index.depth_), outer_(std::exchange(index.height_, 0)) {}
+  ~Level() {
+    index_.lastHeight_ = index_.height_;
+    index_.height_ = std::max(outer_, index_.height_ + 1);
+  }
+  Level(const Level&) = delete;
+  Level& operator=(const Level&) = delete;
+
+ private:
+  qc_ArchiveIndex& index_;
+  Deeper deeper_;
+  std::int32_t outer_;
+};
+
 // Forgets what a failed store has entered: nobody could read references to it.
 class qc_ArchiveIndex::StoreGuard {
  public:
@@ -328,8 +347,15 @@ void qc_ArchiveIndex::numberBehindData() {
 
 // Objects.
 
-void qc_ArchiveIndex::checkNesting() const {
-  if (depth_ >= archive_.nestingLimit_) throw qcArchive::BadContent(kArchiveSource, kNestingLine);
+// Throws when there is no room below the object under way for one that has `height` levels below it.
+void qc_ArchiveIndex::checkNesting(std::int32_t height) const {
+  if (depth_ + height >= archive_.nestingLimit_) throw qcArchive::BadContent(kArchiveSource, kNestingLine);
+}
+
+// The object under way refers to a known one of that height.
+void qc_ArchiveIndex::addLevels(std::int32_t height) {
+  checkNesting(height);
+  height_ = std::max(height_, height + 1);
 }
 
 void qc_ArchiveIndex::serializeObject(qcPersistent& object) {
@@ -347,7 +373,7 @@ void qc_ArchiveIndex::serializeObject(qcPersistent& object) {
 void qc_ArchiveIndex::storeObject(qcPersistent& object, bool marked) {
   if (archive_.version_ == 0) throw qcArchive::CannotWriteToOldArchive(kArchiveSource, kOldArchiveLine);
   checkNesting();
-  const Deeper deeper(depth_);
+  const Level level(*this);
   const qc_RegistryEntry& entry = entryOf(object);
   if (!marked) qf_WriteBytes(buffer(), kObjectMarker.data(), kObjectMarker.size(), kWriteRawLine);
   if (!isSeekable()) return object.serialize(archive_, 1);
@@ -366,7 +392,7 @@ void qc_ArchiveIndex::storeObject(qcPersistent& object, bool marked) {
 
 void qc_ArchiveIndex::loadObject(qcPersistent& object) {
   checkNesting();
-  const Deeper deeper(depth_);
+  const Level level(*this);
   object.mutating();
   bool marked = false;
   if (archive_.version_ != 0) {
@@ -404,11 +430,16 @@ void qc_ArchiveIndex::storePointer(qcPersistent* object, bool owned) {
   if (archive_.version_ == 0) throw qcArchive::CannotWriteToOldArchive(kArchiveSource, kOldArchiveLine);
   Record record;
   if (!object) return writeRecord(record, nullptr, false);
+  std::int32_t height = 0;
   if (!owned && qc_HeldTable::isHeld(object)) {
     const std::lock_guard guard(qc_HeldTable::lock());
-    if (const qc_HeldTable::Entry* entry = held_.find(object)) record.id = entry->stored;
+    if (const qc_HeldTable::Entry* entry = held_.find(object)) {
+      record.id = entry->stored;
+      height = entry->height;
+    }
   }
   if (record.id != 0) {
+    addLevels(height);
     if (const auto found = positions_.find(record.id); found != positions_.end()) {
       record.position = static_cast<qcUInt64>(found->second);
     }
@@ -424,12 +455,14 @@ void qc_ArchiveIndex::storePointer(qcPersistent* object, bool owned) {
   const std::streamoff start = seekableOffset();
   const bool wide = wideSizes_;
   StoreGuard undo(*this);
+  qc_HeldTable::Place place = qc_HeldTable::kNone;
   if (!owned) {
     if (stored_.size() == stored_.capacity()) stored_.reserve(stored_.size() * 2 + 16);
     if (isSeekable()) positions_[record.id] = start;
     const std::lock_guard guard(qc_HeldTable::lock());
-    stored_.push_back(held_.enter(object));
-    held_.markStored(held_[stored_.back()], record.id);
+    place = held_.enter(object);
+    stored_.push_back(place);
+    held_.markStored(held_[place], record.id);
   }
   ++nextId_;
   writeRecord(record, &entry.name, true);
@@ -437,6 +470,10 @@ void qc_ArchiveIndex::storePointer(qcPersistent* object, bool owned) {
   if (isSeekable()) {
     const std::streamoff field = start + static_cast<std::streamoff>(kRecordHead);
     patchSize(field, field + (wide ? 16 : 8), wide, kRecordSizeLine);
+  }
+  if (!owned) {
+    const std::lock_guard guard(qc_HeldTable::lock());
+    held_[place].height = lastHeight_;
   }
   undo.succeed();
 }
@@ -456,6 +493,7 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
   Given given;
   if (!owned && record.id <= lastLoaded_ && giveKnown(record.id, cast, given)) {
     CountGuard count(given);
+    addLevels(given.height);
     if (record.kind == kInline) readScratch(record);
     const std::lock_guard guard(qc_HeldTable::lock());
     qc_HeldTable::Entry* entry = held_.findLoaded(record.id);
@@ -499,7 +537,7 @@ bool qc_ArchiveIndex::giveKnown(std::int32_t id, qc_PointerCast cast, Given& giv
     const qc_HeldTable::Entry* entry = held_.findLoaded(id);
     if (!entry) return false;
     const bool shared = entry->given && !entry->lent;
-    given = {entry->object, entry->object, entry->rep, shared};
+    given = {entry->object, entry->object, entry->rep, shared, entry->height};
     // The last handle may be let go of on another thread at this moment.
     if (shared && given.rep && !qcRepBase::refIncIfOwned(given.rep)) return false;
     if (!shared && given.rep) qcRepBase::refInc(given.rep);
@@ -541,6 +579,7 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const Record& record, qc_Poin
   const std::lock_guard guard(qc_HeldTable::lock());
   qc_HeldTable::Entry& entry = held_[made_[place]];
   entry.complete = true;
+  entry.height = lastHeight_;
   if (isSeekable() && !owned) {
     positions_[record.id] = bodyStart - static_cast<std::streamoff>(kRecordHead + (record.wide ? 16 : 8));
     if (entry.object) held_.markStored(entry, record.id);

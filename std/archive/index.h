@@ -31,7 +31,8 @@ class qc_ArchiveIndex {
     qcPersistent* object = nullptr;
     void* typed = nullptr;  // as the class that the handle wants
     const qcRepBase* rep = nullptr;
-    bool shared = false;  // only handles had it before: the last one to let go destroys it
+    bool shared = false;      // only handles had it before: the last one to let go destroys it
+    std::int32_t height = 0;  // of an object that was known before
   };
   /// A null `cast` accepts every class. Only what is not owned can be referred to, and then a `cast` takes a count.
   Given loadPointer(qc_PointerCast cast, bool owned = false);
@@ -47,6 +48,7 @@ class qc_ArchiveIndex {
  private:
   class Entry;
   class Deeper;
+  class Level;
   class StoreGuard;
   class LoadGuard;
   class CountGuard;
@@ -79,7 +81,8 @@ class qc_ArchiveIndex {
   void patchSize(std::streamoff field, std::streamoff bodyStart, bool wide, int line);
   void skipTo(std::streamoff bodyStart, qcUInt64 size, int line);
 
-  void checkNesting() const;
+  void checkNesting(std::int32_t height = 0) const;
+  void addLevels(std::int32_t height);
   void storeObject(qcPersistent& object, bool marked);
   void loadObject(qcPersistent& object);
 
@@ -104,6 +107,8 @@ class qc_ArchiveIndex {
   long entered_ = 0;             // operations of this archive under way
   long depth_ = 0;               // objects among them
   long pointers_ = 0;            // pointers being loaded among them
+  std::int32_t height_ = 0;      // levels of objects below the innermost of these objects, so far
+  std::int32_t lastHeight_ = 0;  // and below the object that was finished last
 
   qc_HeldTable held_;
   std::unordered_map<std::int32_t, std::streamoff> positions_;  // of inline records, in seekable archives

@@ -207,8 +207,8 @@ class VNXSTD_EXPORT qcArchive {
   void reserve32();
   void reserve64();
 
-  /// How deep objects may nest, 512 levels unless set otherwise. A load or store that would go deeper throws
-  /// BadContent.
+  /// How deep objects may nest, 512 levels unless set otherwise, whether they lie within each other or refer to each
+  /// other: as deep go their destructors. A load or store that would go deeper throws BadContent.
   long nestingLimit() const noexcept { return nestingLimit_; }
   void nestingLimit(long levels) noexcept { nestingLimit_ = levels < 1 ? 1 : levels; }
 
