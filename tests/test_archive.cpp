@@ -273,6 +273,7 @@ TEST(Header, IsCheckedInTheOrderOfItsFields) {
   }
   EXPECT_EQ(BytesArchive(fromHex("01 00"), true)->version(), 0);
   EXPECT_EQ(BytesArchive(fromHex("02 00"))->ordering(), kBig);
+  EXPECT_EQ(qcMemoryArchive(static_cast<qcArchive::Ordering>(7), false).storage()[1], 0);
 }
 
 // Vectors.

@@ -75,7 +75,7 @@ qcArchive::qcArchive(std::streambuf* buffer, Direction direction, Ordering order
     : buffer_(buffer),
       readOnly_(readOnly && direction == loading),
       direction_(direction),
-      ordering_(ordering),
+      ordering_(ordering == littleEndian ? littleEndian : bigEndian),
       swapBytes_((ordering == littleEndian) != kNativeIsLittle),
       seekable_(seekable),
       index_(std::make_unique<qc_ArchiveIndex>(*this)) {}

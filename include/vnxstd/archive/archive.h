@@ -171,13 +171,14 @@ class VNXSTD_EXPORT qcArchive {
   void raw(char* data, long n);
 
   /// `count` numbers in archive order, byte for byte what `operator||` on each of them gives, moved as one block. T is
-  /// a number of 1, 2, 4 or 8 bytes; not long, whose width differs between platforms.
+  /// a number of 1, 2, 4 or 8 bytes; not long or wchar_t, whose width differs between platforms.
   template <class T>
   void block(T* data, std::size_t count) {
     static_assert(std::is_arithmetic_v<T> && !std::is_same_v<std::remove_cv_t<T>, bool> && sizeof(T) <= 8,
                   "block moves plain numbers of up to 8 bytes");
-    static_assert(!std::is_same_v<std::remove_cv_t<T>, long> && !std::is_same_v<std::remove_cv_t<T>, unsigned long>,
-                  "the width of long differs between platforms; use std::int32_t or qcInt64");
+    static_assert(!std::is_same_v<std::remove_cv_t<T>, long> && !std::is_same_v<std::remove_cv_t<T>, unsigned long> &&
+                      !std::is_same_v<std::remove_cv_t<T>, wchar_t>,
+                  "the width of long and wchar_t differs between platforms; use std::int32_t, qcInt64 or char32_t");
     words(const_cast<std::remove_cv_t<T>*>(data), count, sizeof(T));
   }
 
