@@ -334,6 +334,14 @@ TEST(EllipseDirections, ParametersOfPointsAndTangents) {
     const qcEllipseArc2 arc(e, phi, qcRadian(random.integer(0, 1) ? 2 * kPi : -2 * kPi));
     EXPECT_EQ(arc.startPoint(), arc.endPoint());
     EXPECT_NEAR(std::fabs(arc.tangentRotation().plain()), 2 * kPi, 1e-9);
+    const qcEllipseArc2 part(e, phi, qcRadian(random.real(-6.2, 6.2)));
+    Result result;
+    part.sample(Params(1e-5 * largest(e.radii()), 0, 100000, true), result);
+    double turned = 0;
+    for (std::size_t i = 1; i < result.tangents().size(); ++i) {
+      turned += (result.tangents()[i] - result.tangents()[i - 1]).signedNorm().plain();
+    }
+    EXPECT_NEAR(part.tangentRotation().plain(), turned, 1e-9);
   }
   const qcEllipse2 flat(qcXform<2>({3, 0, 0, 0}, {1, 0}));
   EXPECT_TRUE(flat.isDegenerate() && !flat.hasTangent());

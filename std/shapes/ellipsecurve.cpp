@@ -98,6 +98,7 @@ bool EllipseCurve::isLeft(const qcVector<2>& p, bool onEnd) const {
 
 double EllipseCurve::lengthTo(double phi) const {
   if (radii_.x() == radii_.y()) return radii_.x() * std::fabs(phi - from_);
+  if (phi == to_ && isFull()) return along_.total();
   return std::fabs(along_.at(phi + phase_) - along_.at(from_ + phase_));
 }
 

@@ -16,6 +16,8 @@ class EllipseLength {
  public:
   EllipseLength(double rx, double ry) : rx_(rx), ry_(ry) {}
 
+  /// All the way round.
+  double total() const { return 4 * quarter(); }
   /// Odd, and without bounds: further rounds add up.
   double at(double t) const;
   double parameterAt(double length) const;
