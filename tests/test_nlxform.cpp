@@ -3,6 +3,8 @@
 
 #include <bit>
 #include <cmath>
+#include <functional>
+#include <initializer_list>
 #include <limits>
 #include <new>
 #include <random>
@@ -10,15 +12,20 @@
 #include <typeinfo>
 #include <vector>
 
+#include "support/allocations.h"
 #include "support/bytes.h"
 #include "vnxstd/except/failure.h"
+#include "vnxstd/except/pelerrors.h"
 #include "vnxstd/math/solve.h"
+#include "vnxstd/math/xfcache.h"
 #include "vnxstd/math/xfcomp.h"
 #include "vnxstd/math/xfdeform.h"
 #include "vnxstd/math/xfinverse.h"
 #include "vnxstd/math/xfpersp.h"
+#include "zrtnlxf/deform.h"
 #include "zrtnlxf/handle.h"
 #include "zrtnlxf/perspective.h"
+#include "zrtnlxf/polynomial.h"
 #include "zrtnlxf/simd.h"
 
 namespace {
@@ -176,6 +183,25 @@ TEST(Perspective, KnowsWhereItEnds) {
     const Perspective far(matrix * factor);
     EXPECT_TRUE(qfRealEq(*far.inverseBase() * (far * Point(3, 5)), Point(3, 5), 1e-12));
   }
+}
+
+TEST(Perspective, IsTheQuotientOfItsRows) {
+  Source source;
+  for (int round = 0; round < 1000; ++round) {
+    const qcMatrix<3> m = source.matrix();
+    const Point p = source.point();
+    long double row[3];
+    for (int i = 0; i < 3; ++i) {
+      row[i] = static_cast<long double>(m.element(i, 0)) * p.x() + static_cast<long double>(m.element(i, 1)) * p.y() +
+               m.element(i, 2);
+    }
+    const Point exact(static_cast<double>(row[0] / row[2]), static_cast<double>(row[1] / row[2]));
+    EXPECT_LT((Perspective(m) * p).distance(exact), 1e-11);
+  }
+  qc2XformCache cache(new Perspective(source.matrix()), nullptr);
+  EXPECT_FALSE(cache.isLinear());
+  EXPECT_THROW(cache.linearXform(), qcPel::NonlinearXform);
+  EXPECT_LT((*cache.xformInverse() * (*cache.xform() * Point(3, 4))).distance(Point(3, 4)), 1e-11);
 }
 
 TEST(Perspective, ComposesByProductWherePossible) {
@@ -408,6 +434,27 @@ TEST(Deformation, RefusesWhatDeterminesNoMap) {
   EXPECT_THROW(Deform(kCross, line) * Point(1e200, 0), NumericalError);
 }
 
+TEST(Inverse, UndoesALensOverTheWholeImage) {
+  // Barrel distortion of an image of 1600 x 1200 pixels: the corners move inwards by a fifth of their distance.
+  const auto lens = [](const Point& p) {
+    return Point(800, 600) +
+           (p - Point(800, 600)) * (1 - 0.2e-6 * (p - Point(800, 600)).len() * (p - Point(800, 600)).len());
+  };
+  Points grid;
+  for (int y = 0; y <= 1200; y += 100) {
+    for (int x = 0; x <= 1600; x += 100) grid.emplace_back(x, y);
+  }
+  const Points images = mapped(grid, lens);
+  const Poly distort(grid, images, 3), undistort(images, grid, 7);
+  const Deform rubber(grid, images);
+  for (const qc2XformBase* forward : std::initializer_list<const qc2XformBase*>{&distort, &undistort, &rubber}) {
+    const Handle inverse = forward->inverseBase();
+    for (const Point& p : forward == &undistort ? images : grid)
+      EXPECT_LT((*inverse * (*forward * p)).distance(p), 1e-10);
+  }
+  EXPECT_LT(distance(*undistort.inverseBase(), distort, grid), 2);
+}
+
 TEST(Inverse, SaysWhereThereIsNone) {
   const Poly fold(2, {0, 1, 0, 1, 0, 0}, {0, 0, 1, 0, 0, 0});  // (x + x^2, y): nothing comes below -1/4
   const Inverse inverse(fold);
@@ -497,6 +544,69 @@ TEST(Status, EveryCodeBecomesTheErrorThatFits) {
   }
   EXPECT_EQ(thrown(zrtnlxf::failure(31)), 0x10000004);
   EXPECT_EQ(qmath_xformPerspective_construct(nullptr), zrtnlxf::badArgument);
+}
+
+TEST(Status, NullPointersAndMissingMemoryAreCodes) {
+  double numbers[8] = {};
+  qmath_vect v{};
+  qmath_xformLinear linear{};
+  const zrtnlxf::Status perspective[] = {qmath_xformPerspective_construct4Points(nullptr, numbers, nullptr),
+                                         qmath_xformPerspective_constructPoints(numbers, nullptr, 9, nullptr),
+                                         qmath_xformPerspective_constructCopy(nullptr, nullptr),
+                                         qmath_xformPerspective_assign(nullptr, nullptr),
+                                         qmath_xformPerspective_setMatrix(nullptr, numbers),
+                                         qmath_xformPerspective_getMatrix(nullptr, numbers),
+                                         qmath_xformPerspective_mapPoint(nullptr, &v, &v),
+                                         qmath_xformPerspective_mapPoints(nullptr, numbers, numbers, 1),
+                                         qmath_xformPerspective_getIsLinear(nullptr),
+                                         qmath_xformPerspective_getIsSingular(nullptr),
+                                         qmath_xformPerspective_getLinearXform(nullptr, &v, &linear),
+                                         qmath_xformPerspective_getInverse(nullptr, nullptr),
+                                         qmath_xformPtrhConst_constructPerspective(nullptr, nullptr),
+                                         qmath_xformPtrhConst_getIsPerspective(nullptr),
+                                         qmath_xformPolyInitIdentityArray_(1, nullptr),
+                                         qmath_xformPolyMaxOrder_(nullptr, 3),
+                                         qmath_xformPolyFit_(nullptr, numbers, 3, 1, &v, &v, numbers),
+                                         qmath_xformPolyMapPoint_(nullptr, &v, &v),
+                                         qmath_xformPolyMapPoints_(nullptr, numbers, numbers, 1),
+                                         qmath_xformPolyDerivs_(nullptr, &v, &v, nullptr),
+                                         qmath_xformPolyLinearXform_(nullptr, &v, &linear),
+                                         qmath_xformPolyInvMapPoint_(nullptr, &v, &v)};
+  for (const zrtnlxf::Status status : perspective) EXPECT_EQ(status, zrtnlxf::badArgument);
+  const zrtnlxf::Status deform[] = {qmath_xformDeform_construct(nullptr),
+                                    qmath_xformDeform_constructPoints(nullptr, numbers, 3, 0, nullptr),
+                                    qmath_xformDeform_constructCopy(nullptr, nullptr),
+                                    qmath_xformDeform_update(nullptr, numbers, numbers, 1),
+                                    qmath_xformDeform_getSmoothness(nullptr, numbers),
+                                    qmath_xformDeform_mapPoint(nullptr, &v, &v),
+                                    qmath_xformDeform_mapPoints(nullptr, numbers, numbers, 1),
+                                    qmath_xformDeform_getLinearXform(nullptr, &v, &linear),
+                                    qmath_xformDeform_getInverse(nullptr, &v, &v)};
+  for (const zrtnlxf::Status status : deform) EXPECT_EQ(status, zrtnlxf::badDeformArgument);
+
+  // Every allocation fails in its turn: nothing leaks, nothing is left half done.
+  Source source;
+  const Points from = source.points(30), to = source.points(30);
+  const std::vector<std::function<void()>> bodies = {[&] { Perspective(from, to); }, [&] { Poly(from, to, 3); },
+                                                     [&] { Deform(from, to).inverseBase()->clone(); },
+                                                     [&] { Perspective(source.matrix()).inverseBase(); }};
+  for (const auto& body : bodies) {
+    const std::size_t before = liveBytes;
+    long allowed = 0;
+    for (bool failed = true; failed; ++allowed) {
+      ASSERT_LT(allowed, 10000);
+      allocationsLeft = allowed;
+      failed = false;
+      try {
+        body();
+      } catch (const std::bad_alloc&) {
+        failed = true;
+      }
+      allocationsLeft = -1;
+      ASSERT_EQ(liveBytes, before);
+    }
+    EXPECT_GT(allowed, 1);
+  }
 }
 
 TEST(Status, HandlesOfTheModuleHoldAPerspectiveOrNone) {
@@ -606,6 +716,30 @@ TEST(Archive, BytesByHandAndEveryFault) {
     EXPECT_THROW(load(head + bad + list({}) + list({}) + list({}), saddle), qcArchive::BadContent);
   }
   EXPECT_EQ((saddle * Point(7, 4)).y(), 7);
+}
+
+// Damaged archives give an archive's error, or an object that can be used like any other.
+TEST(Archive, SurvivesDamage) {
+  Source source;
+  const std::vector<Handle> all = family(source);
+  for (const Handle& xform : all) {
+    const std::string bytes = stored(qcArchive::bigEndian, false, xform);
+    for (int round = 0; round < 2000; ++round) {
+      std::string bad = bytes;
+      for (int flips = 1 + static_cast<int>(source.engine() % 3); flips > 0; --flips) {
+        bad[source.engine() % bad.size()] = static_cast<char>(source.engine() % 256);
+      }
+      try {
+        Handle loaded;
+        load(bad, loaded);
+        if (!loaded) continue;
+        *loaded* Point(3, 4);
+        loaded->inverseBase()->linearXform(Point(3, 4));
+      } catch (const qcArchive::Errors&) {
+      } catch (const NumericalError&) {
+      }
+    }
+  }
 }
 
 // An inverse holds a polynomial or a deformation, and nothing through which it could hold itself.

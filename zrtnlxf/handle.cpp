@@ -1,34 +1,36 @@
 #include "zrtnlxf/handle.h"
 
-#include <new>
+#include "zrtnlxf/points.h"
 
 struct qmath_xformPtrhConst {
-  qmath_xformPerspective* perspective = nullptr;
+  qmath_xformPerspective* perspective;  // null for none
 };
 
 using zrtnlxf::Status;
 
+namespace {
+
+Status make(qmath_xformPerspective* perspective, qmath_xformPtrhConst** handle) {
+  return zrtnlxf::guarded([&] {
+    *handle = new qmath_xformPtrhConst{perspective};
+    return zrtnlxf::ok;
+  });
+}
+
+}  // namespace
+
 Status qmath_xformPtrhConst_construct(qmath_xformPtrhConst** handle) noexcept {
-  if (!handle) return zrtnlxf::badArgument;
-  auto* const made = new (std::nothrow) qmath_xformPtrhConst;
-  if (!made) return zrtnlxf::outOfMemory;
-  *handle = made;
-  return zrtnlxf::ok;
+  return handle ? make(nullptr, handle) : zrtnlxf::badArgument;
 }
 
 Status qmath_xformPtrhConst_constructPerspective(const qmath_xformPerspective* perspective,
                                                  qmath_xformPtrhConst** handle) noexcept {
-  qmath_xformPtrhConst* made = nullptr;
   if (!handle) return zrtnlxf::badArgument;
-  Status status = qmath_xformPtrhConst_construct(&made);
-  if (status < 0) return status;
-  status = qmath_xformPerspective_constructCopy(perspective, &made->perspective);
-  if (status < 0) {
-    delete made;
-    return status;
-  }
-  *handle = made;
-  return zrtnlxf::ok;
+  qmath_xformPerspective* copy = nullptr;
+  Status status = qmath_xformPerspective_constructCopy(perspective, &copy);
+  if (status >= 0) status = make(copy, handle);
+  if (status < 0) qmath_xformPerspective_destruct(copy);
+  return status;
 }
 
 void qmath_xformPtrhConst_destruct(qmath_xformPtrhConst* handle) noexcept {

@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <limits>
-#include <new>
 
 #include "zrtnlxf/leastsq.h"
 #include "zrtnlxf/local.h"
@@ -26,10 +25,10 @@ constexpr Elements kIdentity = {1, 0, 0, 0, 1, 0, 0, 0, 1};
 constexpr double kVanishes = 1e-12;  // beside the largest element
 
 Status make(const Elements& h, qmath_xformPerspective** state) {
-  auto* const made = new (std::nothrow) qmath_xformPerspective{h};
-  if (!made) return zrtnlxf::outOfMemory;
-  *state = made;
-  return zrtnlxf::ok;
+  return zrtnlxf::guarded([&] {
+    *state = new qmath_xformPerspective{h};
+    return zrtnlxf::ok;
+  });
 }
 
 double largestOf(const Elements& h) {
