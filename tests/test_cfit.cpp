@@ -244,6 +244,16 @@ TEST(PointToPoint, FitsAreTheLeastSquaresAtAnyScale) {
   }
 }
 
+TEST(PointToPoint, PointsOnALineAreUnstableWhereverTheyLie) {
+  Random random;
+  for (int i = 0; i < 6000; ++i) {
+    const Point along(1, qcRadian(random(-4, 4))), centre = random.point(std::pow(10, random(0, 3)));
+    qcLSPointToPointFitter fitter;
+    for (int n = 3 + i % 3; n > 0; --n) fitter.update(random.point(1), centre + random(-1, 1) * along);
+    for (int freedom : {5, 6}) EXPECT_THROW(fitter.fit(freedom), qcLSPointToPointFitter::UnstableErr) << i;
+  }
+}
+
 TEST(PointToPoint, RejectsWhatDoesNotDetermineTheTransform) {
   const Points corner = {{0, 0}, {1, 0}, {3, 1}, {4, 4}}, spot(4, Point(.1, .3));
   const Points square = {{11.1, .7}, {8.9, .7}, {10, 1.8}, {10, -.4}},
@@ -345,6 +355,11 @@ TEST(LineFit, PointsWithoutDirectionLeaveTheLineUntouched) {
   }
   const qcLSLineFitter tiny({{0, 0}, {1e-7, 0}});  // within the absolute limit of fitAndError only
   EXPECT_FALSE(tiny.fitAndError(&line, &error));
+  Random random;
+  for (std::size_t i = 0; i < 200000; ++i) {
+    const qcLSLineFitter spot(Points(2 + i % 30, random.point(1000)));
+    EXPECT_FALSE(spot.fit(line)) << i;
+  }
   EXPECT_EQ(line.angle().plain() + line.distance() + error, 12 + 34 + 56);
 }
 

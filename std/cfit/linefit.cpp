@@ -37,7 +37,8 @@ bool principalAxis(const qc_PointSums& sums, Wide n, Wide limit, Axis& axis) {
   const Wide b = 2 * (sums.xy - sums.x * my);
   const Wide length = std::hypot(b, difference);
   if (std::fabs(b) < limit && std::fabs(difference) < limit) return false;
-  if (length <= cfit::rounding(n) * (Wide{sums.xx} + sums.yy)) return false;
+  const Wide lost = cfit::centring(n) * (Wide{sums.xx} + sums.yy);
+  if (std::fabs(b) <= lost && std::fabs(difference) <= lost) return false;
   const Wide cosDouble = difference / length, sinDouble = std::fabs(b) / length;  // of twice the angle
   axis.c = std::sqrt(0.5L * (cosDouble + 1));
   axis.s = std::sqrt((1 - cosDouble) * 0.5L);

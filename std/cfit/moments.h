@@ -20,6 +20,10 @@ inline constexpr Wide kRank = 1e-14;
 /// What n additions of rounded products may lose, relative to the sum of their magnitudes: n units of rounding.
 inline Wide rounding(Wide n) { return n * 0x1p-53L; }
 
+/// What a sum of n products about the means may lose, relative to the magnitudes of the sum that is not: that sum loses
+/// n units, and the product of two plain sums, which is taken from it, 2 * (n - 1).
+inline Wide centring(Wide n) { return rounding(3 * n); }
+
 /// Sums over points of products of the homogeneous coordinates (x, y, 1), or a transform of these.
 using Vector3 = std::array<Wide, 3>;
 using Matrix3 = std::array<Vector3, 3>;

@@ -67,12 +67,12 @@ Wide quotient(Wide numerator, Wide denominator) {
 struct Centred {
   const qc_PairSums& sums;
   Wide n;
-  Wide unit;                // relative rounding of the sums
+  Wide unit;                // what centring may lose, relative to the sums
   Wide sxx, sxy, syy;       // of qx*qx, qx*qy, qy*qy
   Wide pSpread;             // of px*px + py*py
   Wide cxx, cxy, cyx, cyy;  // of qx*px, qy*px, qx*py, qy*py
 
-  Centred(const qc_PairSums& s, Wide count) : sums(s), n(count), unit(cfit::rounding(count)) {
+  Centred(const qc_PairSums& s, Wide count) : sums(s), n(count), unit(cfit::centring(count)) {
     require(cfit::allFinite(s.p) && cfit::allFinite(s.q) && cfit::allFinite(s.qxpx, s.qypx, s.qxpy, s.qypy));
     const auto centred = [this](Wide product, Wide a, Wide b) { return product - a * b / n; };
     sxx = centred(s.q.xx, s.q.x, s.q.x);
@@ -92,10 +92,12 @@ struct Centred {
   Wide dot() const { return n * (cxx + cyy); }
   Wide cross() const { return n * (cyx - cxy); }
 
-  // Requires second points that spread along both axes; gives the relative rounding of sxx * syy.
+  // Requires second points that spread along both axes; gives the rounding of sxx * syy - sxy * sxy, relative to
+  // sxx * syy, where the points are nearly on one line: that of all three factors.
   Wide spread() const {
     require(sxx > unit * sums.q.xx && syy > unit * sums.q.yy);
-    return unit * (sums.q.xx / sxx + sums.q.yy / syy);
+    const Wide root = std::sqrt(sums.q.xx / sxx) + std::sqrt(sums.q.yy / syy);
+    return unit * root * root;
   }
 
   // The transform with that matrix which maps the mean of q onto the mean of p.

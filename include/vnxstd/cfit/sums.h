@@ -11,10 +11,10 @@
 //  - Infinite and NaN coordinates, and coordinates so large that a sum overflows, make every later fit fail as
 //    unstable.
 //  - A fit never changes the sums; a fitter whose fit failed takes more points.
-//  - Sums around a far origin lose digits: n squares are summed with a relative error of up to n * 2^-53, however
-//    little the points are spread. A fit whose denominator is not larger than that error, or than 1e-14 of the product
-//    that it was subtracted from, fails as unstable, instead of returning what rounding made of points on one spot or,
-//    for the affine fits, on one line.
+//  - Sums around a far origin lose digits: n squares are summed about their mean with an error of up to 3 * n * 2^-53
+//    of their sum about the origin, however little the points are spread. A fit whose denominator is not larger than
+//    that error, or than 1e-14 of the product that it was subtracted from, fails as unstable, instead of returning what
+//    rounding made of points on one spot or, for the affine fits, on one line.
 //  - Lost digits stay lost: neither removing far points nor moving a fitter to the origin brings them back, and the
 //    test above no longer sees that they are missing.
 //  - Different fitters may be used from different threads; one fitter may be read, but not changed, by several.
