@@ -87,6 +87,44 @@ void invert(compare::Session& session, long side) {
       side);
 }
 
+template <class S, class D>
+void divide(compare::Session& session, const std::string& type, double goal, double divideGoal, double divisor,
+            bool isRounded) {
+  beside<S, D>(
+      session, "divide by value, " + type + " / convertTo", goal,
+      [=](auto& a, auto&, auto& to) { qfPelDivideByVal(a, to, divisor, isRounded); },
+      [=](auto& a, auto&, auto& to) { a.convertTo(to, to.type(), 1 / divisor); });
+  beside<S, D>(
+      session, "divide by value, " + type + " / divide", divideGoal,
+      [=](auto& a, auto&, auto& to) { qfPelDivideByVal(a, to, divisor, isRounded); },
+      [=](auto& a, auto&, auto& to) { cv::divide(a, cv::Scalar(divisor), to, 1, to.type()); });
+}
+
+void deviation(compare::Session& session) {
+  const Image<long> sums = noise<long>();
+  Image<float> squares32 = touched<float>(), to = touched<float>();
+  Image<unsigned long> squares(kSide, kSide);
+  qfPelSet(squares, 4000000000UL);
+  const cv::Mat first = asMat(sums, CV_32S);
+  cv::Mat second = asMat(squares32, CV_32F), result;
+  session.run(
+      "standard deviation, 32 bit to float / convert, sqrt", 0, [&] { qfPelStandardDeviation(sums, squares, 30, to); },
+      [&] {
+        first.convertTo(second, CV_32F);
+        cv::sqrt(second, result);
+      });
+}
+
+void map(compare::Session& session, long side, double goal) {
+  std::vector<unsigned char> table(256);
+  for (std::size_t i = 0; i < table.size(); ++i) table[i] = static_cast<unsigned char>(i * i / 255);
+  const cv::Mat other(1, 256, CV_8U, table.data());
+  beside<unsigned char, unsigned char>(
+      session, "map, 8 bit, " + std::to_string(side) + " x " + std::to_string(side), goal,
+      [&](auto& a, auto&, auto& to) { qfPelMap(a, table, to); },
+      [&](auto& a, auto&, auto& to) { cv::LUT(a, other, to); }, side);
+}
+
 #endif
 
 }  // namespace
@@ -107,6 +145,14 @@ int main(int argc, char** argv) {
   sameType<unsigned short>(session, "16 bit, 256 x 256", 1.0, 0.6, 256);
   sameType<unsigned char>(session, "8 bit, 16 x 16", 0.4, 0, 16);
   invert(session, 16);
+  divide<unsigned char, unsigned char>(session, "8 bit, 7", 0.25, 0.05, 7, true);
+  divide<unsigned char, unsigned char>(session, "8 bit, 2.5", 0, 0, 2.5, true);
+  divide<unsigned short, unsigned short>(session, "16 bit, 7", 0.6, 0, 7, true);
+  divide<long, long>(session, "32 bit signed, 7", 0, 0, 7, true);
+  divide<float, float>(session, "float, 7", 1.0, 0, 7, true);
+  deviation(session);
+  map(session, kSide, 0.7);
+  map(session, 16, 0.4);
 #else
   session.absent("OpenCV");
 #endif

@@ -21,7 +21,6 @@ struct To {
 };
 
 // Exact in 128 bits; a shift is a division that rounds half up.
-__extension__ typedef __int128 Int128;
 Int128 shifted(Int128 value, int bits) {
   const Int128 divisor = Int128{1} << bits, sum = value + divisor / 2;
   return sum / divisor - (sum % divisor < 0 ? 1 : 0);
@@ -37,47 +36,12 @@ constexpr auto kSquare = [](auto a, auto, auto, int bits) { return shifted(a * a
 constexpr auto kMin = [](auto a, auto b, auto, int) { return b < a ? b : a; };
 constexpr auto kMax = [](auto a, auto b, auto, int) { return a < b ? b : a; };
 
-/// Runs call(a, b, c, destination, bits) on random images; `formula` gives a component of the result. The destination
-/// is c where that is what the function adds to.
+template <class S, class D>
+using Exact = std::conditional_t<std::is_floating_point_v<Component<D>>, Component<D>, Int128>;
+
 template <class S, class D, class Call, class Formula>
 void check(Call call, Formula formula, bool isAccumulated = false) {
-  using Exact = std::conditional_t<std::is_floating_point_v<Component<D>>, Component<D>, Int128>;
-  forEachCase([&](long width, long height, bool fillsRows) {
-    const int bits = static_cast<int>(below(3) == 0 ? below(32) : below(2) * below(12));
-    SCOPED_TRACE(bits);
-    Scene<S> a(width, height, fillsRows), b(width, height, fillsRows);
-    Scene<D> c(width, height, fillsRows), elsewhere(width, height);
-    auto oldA = a, oldB = b;
-    auto oldC = c;
-    const auto run = [&](Scene<D>& to, long dx, long dy) {
-      to.buffer.offset(dx, dy);
-      auto old = to;
-      call(a.buffer, b.buffer, c.buffer, to.buffer, bits);
-      expectWindow<D>(to, old, [&](long x, long y) {
-        auto result = old.at(x, y);
-        x += dx, y += dy;
-        if (x < 0 || y < 0 || x >= width || y >= height) return result;
-        const auto actual = to.at(x - dx, y - dy);
-        for (int i = 0; i < kComponents<D>; ++i) {
-          const auto value = formula(static_cast<Exact>(component<S>(oldA.at(x, y), i)),
-                                     static_cast<Exact>(component<S>(oldB.at(x, y), i)),
-                                     static_cast<Exact>(component<D>(oldC.at(x, y), i)), bits);
-          if (value != value && component<D>(actual, i) != component<D>(actual, i)) {
-            setComponent<D>(result, i, component<D>(actual, i));  // of NaN the bits do not matter
-          } else {
-            setComponent<D>(result, i, saturated<D>(value, i));
-          }
-        }
-        return result;
-      });
-    };
-    if (isAccumulated) return run(c, 0, 0);
-    const long target = below(4);
-    if constexpr (std::is_same_v<S, D>) {
-      if (target < 2) return run(target == 0 ? a : b, 0, 0);
-    }
-    target == 2 ? run(c, 0, 0) : run(elsewhere, below(3) - 1, below(3) - 1);
-  });
+  checkPelwise<S, S, D, Exact<S, D>>(call, formula, isAccumulated);
 }
 
 template <class Types>

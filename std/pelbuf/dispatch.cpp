@@ -10,9 +10,12 @@ namespace {
 Level detect() noexcept {
 #if VNXSTD_X86
   __builtin_cpu_init();
-  if (__builtin_cpu_supports("avx2")) return Level::Avx2;
-#endif
+  if (!__builtin_cpu_supports("avx2")) return Level::Baseline;
+  if (__builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vbmi")) return Level::Permutes;
+  return Level::Avx2;
+#else
   return Level::Baseline;
+#endif
 }
 
 // Constant initialised to the baseline, so that a pixel function called from another static initialiser works too.

@@ -33,8 +33,8 @@
 
 namespace vnxstd::simd {
 
-enum class Level : int { Baseline, Avx2 };
-inline constexpr int kLevels = 2;
+enum class Level : int { Baseline, Avx2, Permutes };
+inline constexpr int kLevels = 3;
 
 /// The best level of this processor.
 VNXSTD_EXPORT Level highest() noexcept;
@@ -68,9 +68,19 @@ struct Entries {
   [[gnu::target("avx2")]] static void avx2(Kernel& kernel, qc_PelRows<P>... rows) {
     qf_PelForRows(RowCall<32, Kernel>{kernel}, rows...);
   }
-  static constexpr std::array<Entry, kLevels> table = {&baseline, &avx2};
+  [[gnu::target("avx2,avx512f,avx512bw,avx512vbmi")]] static void permutes(Kernel& kernel, qc_PelRows<P>... rows) {
+    qf_PelForRows(RowCall<64, Kernel>{kernel}, rows...);
+  }
+  static constexpr Entry highest() {
+    if constexpr (requires { Kernel::kHasPermutes; }) {
+      return &permutes;
+    } else {
+      return &avx2;
+    }
+  }
+  static constexpr std::array<Entry, kLevels> table = {&baseline, &avx2, highest()};
 #else
-  static constexpr std::array<Entry, kLevels> table = {&baseline, &baseline};
+  static constexpr std::array<Entry, kLevels> table = {&baseline, &baseline, &baseline};
 #endif
 };
 

@@ -27,6 +27,12 @@ template <class D, class X>
   return static_cast<D>(x);
 }
 
+/// As double, by what vectors of 32 bits have: there is no conversion from integers without a sign.
+[[gnu::always_inline]] inline double toDouble(std::int32_t x) { return x; }
+[[gnu::always_inline]] inline double toDouble(std::uint32_t x) {
+  return static_cast<double>(static_cast<std::int32_t>(x ^ 0x80000000u)) + 0x1p31;
+}
+
 /// The saturated sum, without a wider type.
 template <class E>
 [[gnu::always_inline]] inline E sum(E a, E b) {

@@ -5,14 +5,11 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "std/pelbuf/avx2.h"
 #include "std/pelbuf/combine.h"
 #include "std/pelbuf/dispatch.h"
 #include "std/pelbuf/exact.h"
 #include "vnxstd/pelbuf/arith.h"
-
-#if VNXSTD_X86
-#include <immintrin.h>
-#endif
 
 namespace {
 
@@ -32,66 +29,51 @@ struct Product {
   }
 };
 
+#if VNXSTD_X86
+
+/// Vectors of products, shifted to the right by one bit more than `less`, rounded and saturated.
+template <class E>
+struct ShiftedProducts {
+  __m128i less;
+
+  VNXSTD_AVX2 __m256i operator()(__m256i a, __m256i b) const {
+    const __m256i zero = _mm256_setzero_si256(), one = _mm256_set1_epi32(1);
+    if constexpr (sizeof(E) == 1) {
+      const __m256i lo = _mm256_mullo_epi16(_mm256_unpacklo_epi8(a, zero), _mm256_unpacklo_epi8(b, zero));
+      const __m256i hi = _mm256_mullo_epi16(_mm256_unpackhi_epi8(a, zero), _mm256_unpackhi_epi8(b, zero));
+      return _mm256_packus_epi16(_mm256_avg_epu16(_mm256_srl_epi16(lo, less), zero),
+                                 _mm256_avg_epu16(_mm256_srl_epi16(hi, less), zero));
+    } else if constexpr (std::is_unsigned_v<E>) {
+      const __m256i lower = _mm256_mullo_epi16(a, b), upper = _mm256_mulhi_epu16(a, b);
+      const __m256i lo = _mm256_srl_epi32(_mm256_unpacklo_epi16(lower, upper), less);
+      const __m256i hi = _mm256_srl_epi32(_mm256_unpackhi_epi16(lower, upper), less);
+      return _mm256_packus_epi32(_mm256_srli_epi32(_mm256_add_epi32(lo, one), 1),
+                                 _mm256_srli_epi32(_mm256_add_epi32(hi, one), 1));
+    } else {
+      const __m256i lower = _mm256_mullo_epi16(a, b), upper = _mm256_mulhi_epi16(a, b);
+      const __m256i lo = _mm256_sra_epi32(_mm256_unpacklo_epi16(lower, upper), less);
+      const __m256i hi = _mm256_sra_epi32(_mm256_unpackhi_epi16(lower, upper), less);
+      return _mm256_packs_epi32(_mm256_srai_epi32(_mm256_add_epi32(lo, one), 1),
+                                _mm256_srai_epi32(_mm256_add_epi32(hi, one), 1));
+    }
+  }
+};
+
+#endif
+
 }  // namespace
 
 #if VNXSTD_X86
 
-namespace {
-
-// The compiler widens vectors into two halves and puts their results back in order across the lanes. Widening within
-// the lanes needs no order afterwards, and takes half the time.
-
-[[gnu::target("avx2"), gnu::always_inline]] inline __m256i shifted(__m256i a, __m256i b, __m128i bitsLessOne,
-                                                                   unsigned char) {
-  const __m256i zero = _mm256_setzero_si256();
-  const __m256i lo = _mm256_mullo_epi16(_mm256_unpacklo_epi8(a, zero), _mm256_unpacklo_epi8(b, zero));
-  const __m256i hi = _mm256_mullo_epi16(_mm256_unpackhi_epi8(a, zero), _mm256_unpackhi_epi8(b, zero));
-  return _mm256_packus_epi16(_mm256_avg_epu16(_mm256_srl_epi16(lo, bitsLessOne), zero),
-                             _mm256_avg_epu16(_mm256_srl_epi16(hi, bitsLessOne), zero));
-}
-
-[[gnu::target("avx2"), gnu::always_inline]] inline __m256i shifted(__m256i a, __m256i b, __m128i bitsLessOne,
-                                                                   unsigned short) {
-  const __m256i one = _mm256_set1_epi32(1), lower = _mm256_mullo_epi16(a, b), upper = _mm256_mulhi_epu16(a, b);
-  const __m256i lo = _mm256_srl_epi32(_mm256_unpacklo_epi16(lower, upper), bitsLessOne);
-  const __m256i hi = _mm256_srl_epi32(_mm256_unpackhi_epi16(lower, upper), bitsLessOne);
-  return _mm256_packus_epi32(_mm256_srli_epi32(_mm256_add_epi32(lo, one), 1),
-                             _mm256_srli_epi32(_mm256_add_epi32(hi, one), 1));
-}
-
-[[gnu::target("avx2"), gnu::always_inline]] inline __m256i shifted(__m256i a, __m256i b, __m128i bitsLessOne, short) {
-  const __m256i one = _mm256_set1_epi32(1), lower = _mm256_mullo_epi16(a, b), upper = _mm256_mulhi_epi16(a, b);
-  const __m256i lo = _mm256_sra_epi32(_mm256_unpacklo_epi16(lower, upper), bitsLessOne);
-  const __m256i hi = _mm256_sra_epi32(_mm256_unpackhi_epi16(lower, upper), bitsLessOne);
-  return _mm256_packs_epi32(_mm256_srai_epi32(_mm256_add_epi32(lo, one), 1),
-                            _mm256_srai_epi32(_mm256_add_epi32(hi, one), 1));
-}
-
-}  // namespace
-
+/// Half the time of the loop, and on 8 bits a quarter.
 template <class E>
 requires(std::same_as<E, unsigned char> || std::same_as<E, unsigned short> ||
          std::same_as<E, short>) struct vnxstd::Shifted<Product, E, E> : ShiftedLoop<Product, E, E> {
   using ShiftedLoop<Product, E, E>::row;
 
   [[gnu::target("avx2")]] void row(simd::Bytes<32>, const E* a, const E* b, E* to, std::ptrdiff_t count) const {
-    constexpr std::ptrdiff_t half = 16 / sizeof(E), whole = 2 * half;
-    if (count < half) return row(simd::Bytes<16>(), a, b, to, count);
-    const __m128i less = _mm_cvtsi32_si128(this->shift - 1);
-    const std::ptrdiff_t last = count - half;
-    const auto load = [](const E* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(p)); };
-    // The rest at the end overlaps what is done before it; in place it has to be read first.
-    const std::ptrdiff_t first = count <= whole ? 0 : last - half;
-    const __m256i x = _mm256_set_m128i(load(a + last), load(a + first));
-    const __m256i y = _mm256_set_m128i(load(b + last), load(b + first));
-    for (std::ptrdiff_t i = 0; i < first; i += whole) {
-      const __m256i p = _mm256_loadu_si256(reinterpret_cast<const __m256i_u*>(a + i));
-      const __m256i q = _mm256_loadu_si256(reinterpret_cast<const __m256i_u*>(b + i));
-      _mm256_storeu_si256(reinterpret_cast<__m256i_u*>(to + i), shifted(p, q, less, E()));
-    }
-    const __m256i rest = shifted(x, y, less, E());
-    _mm_storeu_si128(reinterpret_cast<__m128i_u*>(to + first), _mm256_castsi256_si128(rest));
-    _mm_storeu_si128(reinterpret_cast<__m128i_u*>(to + last), _mm256_extracti128_si256(rest, 1));
+    if (count < avx2::kLeast<E>) return row(simd::Bytes<16>(), a, b, to, count);
+    avx2::forRow(ShiftedProducts<E>{_mm_cvtsi32_si128(this->shift - 1)}, to, count, a, b);
   }
 };
 

@@ -1,4 +1,4 @@
-// The components of pels, one by one, for naive references of pixel functions.
+// The components of pels, one by one, and pel-wise functions against naive references.
 #pragma once
 
 #include <algorithm>
@@ -10,6 +10,8 @@
 #include "vnxstd/pelbuf/pel.h"
 
 namespace scene {
+
+__extension__ typedef __int128 Int128;
 
 template <class T>
 inline constexpr bool kIsColour = std::is_same_v<T, qcPackedRGB16Pel> || std::is_same_v<T, qcPackedRGB32Pel>;
@@ -75,6 +77,51 @@ T anyPel() {
     for (int i = 0; i < kComponents<T>; ++i) setComponent<T>(pel, i, static_cast<Component<T>>(below(100)));
     return qcPelTraits<T>::load(pel);
   }
+}
+
+/// Runs call(a, b, c, destination, bits) on random images, where c is of the destination's type and bits are 0 to 31;
+/// `formula` gives a component of the result from those of a, b and c as numbers of type X. The destination is one of
+/// the three or elsewhere; it is c where that is what the function adds to.
+template <class A, class B, class D, class X, class Call, class Formula>
+void checkPelwise(Call call, Formula formula, bool isAccumulated = false) {
+  forEachCase([&](long width, long height, bool fillsRows) {
+    const int bits = static_cast<int>(below(3) == 0 ? below(32) : below(2) * below(12));
+    SCOPED_TRACE(bits);
+    Scene<A> a(width, height, fillsRows);
+    Scene<B> b(width, height, fillsRows);
+    Scene<D> c(width, height, fillsRows), elsewhere(width, height);
+    auto oldA = a;
+    auto oldB = b;
+    auto oldC = c;
+    const auto run = [&](Scene<D>& to, long dx, long dy) {
+      to.buffer.offset(dx, dy);
+      auto old = to;
+      call(a.buffer, b.buffer, c.buffer, to.buffer, bits);
+      expectWindow<D>(to, old, [&](long x, long y) {
+        auto result = old.at(x, y);
+        x += dx, y += dy;
+        if (x < 0 || y < 0 || x >= width || y >= height) return result;
+        const auto actual = to.at(x - dx, y - dy);
+        for (int i = 0; i < kComponents<D>; ++i) {
+          const auto value =
+              formula(static_cast<X>(component<A>(oldA.at(x, y), i)), static_cast<X>(component<B>(oldB.at(x, y), i)),
+                      static_cast<X>(component<D>(oldC.at(x, y), i)), bits);
+          if (value != value && component<D>(actual, i) != component<D>(actual, i)) {
+            setComponent<D>(result, i, component<D>(actual, i));  // of NaN the bits do not matter
+          } else {
+            setComponent<D>(result, i, saturated<D>(value, i));
+          }
+        }
+        return result;
+      });
+    };
+    if (isAccumulated) return run(c, 0, 0);
+    const long target = below(4);
+    if constexpr (std::is_same_v<A, D> && std::is_same_v<B, D>) {
+      if (target < 2) return run(target == 0 ? a : b, 0, 0);
+    }
+    target == 2 ? run(c, 0, 0) : run(elsewhere, below(3) - 1, below(3) - 1);
+  });
 }
 
 }  // namespace scene

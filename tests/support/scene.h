@@ -72,7 +72,7 @@ inline constexpr Size kSizes[] = {{1, 1}, {3, 1}, {1, 5}, {15, 2}, {17, 3}, {64,
 
 /// Runs a check for every size, in images with padding and in images that are one long row, at every level.
 inline void forEachCase(const std::function<void(long width, long height, bool fillsRows)>& check) {
-  for (const Level level : {Level::Baseline, Level::Avx2}) {
+  for (const Level level : {Level::Baseline, Level::Avx2, Level::Permutes}) {
     if (vnxstd::simd::setLevel(level) != level) continue;
     for (const Size size : kSizes) {
       for (const bool fillsRows : {false, true}) {
