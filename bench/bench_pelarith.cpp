@@ -1,4 +1,5 @@
-// Pel-wise functions beside OpenCV, single thread, images of 2048 x 2048 pels unless said.
+// Pel-wise functions beside OpenCV, single thread, images of 2048 x 2048 pels unless said. --baseline and --avx2 force
+// a lower instruction-set level.
 #include <algorithm>
 #include <cstring>
 #include <string>
@@ -130,7 +131,7 @@ void map(compare::Session& session, long side, double goal) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  compare::Session session(argc, argv);
+  compare::Session session = sessionAtLevel(argc, argv);
 #if defined(VNXSTD_BENCH_OPENCV)
   cv::setNumThreads(1);
   session.peer("OpenCV", CV_VERSION);

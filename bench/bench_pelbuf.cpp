@@ -152,7 +152,7 @@ void histogramAgainstOpenCv(compare::Session& session, const Image<T>& image, in
 }  // namespace
 
 int main(int argc, char** argv) {
-  compare::Session session(argc, argv);
+  compare::Session session = sessionAtLevel(argc, argv);
 #if defined(VNXSTD_BENCH_OPENCV)
   cv::setNumThreads(1);
   session.peer("OpenCV", CV_VERSION);

@@ -1,5 +1,5 @@
 // Arranging, filtering and colour conversion beside OpenCV, single thread, images of 2048 x 2048 pels unless said.
-// --baseline forces the lowest instruction-set level on this library's side.
+// --baseline and --avx2 force a lower instruction-set level on this library's side.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -9,23 +9,17 @@
 #include <vector>
 
 #include "compare.h"
-#include "std/pelbuf/dispatch.h"
+#include "pelimages.h"
 #include "vnxstd/pelbuf.h"
-
-#if defined(VNXSTD_BENCH_OPENCV)
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wdeprecated-enum-enum-conversion"
-#endif
-#include <opencv2/core.hpp>
-#include <opencv2/imgproc.hpp>
-#endif
 
 namespace {
 
-constexpr long kSide = 2048;
-
-template <class T>
-using Image = qcPelBuffer<T>;
+using pelimages::Image;
+using pelimages::kSide;
+using pelimages::sessionAtLevel;
+#if defined(VNXSTD_BENCH_OPENCV)
+using pelimages::asMat;
+#endif
 
 template <class T>
 Image<T> noise(long width = kSide, long height = kSide) {
@@ -46,12 +40,6 @@ Image<T> noise(long width = kSide, long height = kSide) {
 }
 
 #if defined(VNXSTD_BENCH_OPENCV)
-
-template <class T>
-cv::Mat asMat(const Image<T>& image, int type) {
-  return cv::Mat(static_cast<int>(image.height()), static_cast<int>(image.width()), type, image.pointToOffset(),
-                 static_cast<std::size_t>(image.rowUpdate()) * sizeof(qcStoredPel<T>));
-}
 
 /// Ours into a destination of its own, theirs into another of the same kind.
 template <class S, class D>
@@ -146,14 +134,7 @@ void colours(compare::Session& session) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<char*> options(argv, argv + argc);
-  const auto baseline = std::find(options.begin(), options.end(), std::string("--baseline"));
-  if (baseline != options.end()) {
-    options.erase(baseline);
-    vnxstd::simd::setLevel(vnxstd::simd::Level::Baseline);
-  }
-  compare::Session session(static_cast<int>(options.size()), options.data());
-  std::printf("level:     %s\n", vnxstd::simd::level() == vnxstd::simd::Level::Avx2 ? "AVX2" : "baseline");
+  compare::Session session = sessionAtLevel(argc, argv);
 #if defined(VNXSTD_BENCH_OPENCV)
   cv::setNumThreads(1);
   session.peer("OpenCV", CV_VERSION);

@@ -2,8 +2,13 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <random>
+#include <string_view>
+#include <vector>
 
+#include "compare.h"
+#include "std/pelbuf/dispatch.h"
 #include "vnxstd/pelbuf.h"
 
 #if defined(VNXSTD_BENCH_OPENCV)
@@ -15,6 +20,24 @@
 #endif
 
 namespace pelimages {
+
+/// A session that also takes --baseline and --avx2, which force an instruction-set level on this library's side.
+inline compare::Session sessionAtLevel(int argc, char** argv) {
+  using vnxstd::simd::Level;
+  std::vector<char*> others;
+  for (int i = 0; i < argc; ++i) {
+    const std::string_view option(argv[i]);
+    if (option == "--baseline" || option == "--avx2") {
+      vnxstd::simd::setLevel(option == "--avx2" ? Level::Avx2 : Level::Baseline);
+    } else {
+      others.push_back(argv[i]);
+    }
+  }
+  const char* const names[vnxstd::simd::kLevels] = {"baseline", "AVX2", "AVX2, AVX-512 for byte permutes"};
+  compare::Session session(static_cast<int>(others.size()), others.data());
+  std::printf("level:     %s\n", names[static_cast<int>(vnxstd::simd::level())]);
+  return session;
+}
 
 inline constexpr long kSide = 2048;
 
