@@ -57,18 +57,6 @@ struct AddTo {
   }
 };
 
-template <class A>
-struct Fours {
-  std::ptrdiff_t step;
-
-  template <std::size_t N>
-  [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* to, const A* sums, std::ptrdiff_t count) const {
-    const A *const a = sums, *const b = a + step, *const c = b + step, *const d = c + step;
-    VNXSTD_INDEPENDENT
-    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = static_cast<A>(a[i] + b[i] + c[i] + d[i]);
-  }
-};
-
 /// Columns of integers: the row that enters is added, the one that leaves is subtracted.
 template <class S, class A>
 class IntegerColumns {
@@ -151,11 +139,12 @@ void sumNeighbours(const A* from, A* to, std::ptrdiff_t count, std::ptrdiff_t wi
         }
       }
     } else {
-      A sum = 0;
-      for (std::ptrdiff_t i = first; i < first + last; i += step) sum = static_cast<A>(sum + from[i]);
-      for (std::ptrdiff_t i = first; i < count; i += step) {
-        to[i] = static_cast<A>(sum + from[i + last]);
-        sum = static_cast<A>(to[i] - from[i]);
+      std::uint64_t sum = 0;  // modulo 2^64, of which A keeps what it needs
+      for (std::ptrdiff_t i = first; i <= first + last; i += step) sum += static_cast<std::uint64_t>(from[i]);
+      to[first] = static_cast<A>(sum);
+      for (std::ptrdiff_t i = first + step; i < count; i += step) {
+        sum += static_cast<std::uint64_t>(from[i + last]) - static_cast<std::uint64_t>(from[i - step]);
+        to[i] = static_cast<A>(sum);
       }
     }
   }
@@ -167,30 +156,48 @@ struct Box {
   int shift;
 };
 
-/// Along a row, boxes of up to 32 pels are sums of pels and of fours of pels.
+/// How a row's boxes are summed: from sums of `group` neighbours, `groups` of them, and `singles` further numbers.
+struct Along {
+  std::ptrdiff_t group = 1, groups = 0, singles = 0;
+
+  static constexpr std::ptrdiff_t kWidest = 64;
+  static constexpr std::ptrdiff_t kMostAddends = 16;
+
+  std::ptrdiff_t cost() const { return group + groups + singles; }
+};
+
+/// The cheapest way. Up to a width of 64 it takes sixteen additions at most, of whole vectors.
+Along cheapest(std::ptrdiff_t width) {
+  Along best{1, 0, width};
+  for (std::ptrdiff_t group = 2; group * 2 <= width; ++group) {
+    const Along along{group, width / group, width % group};
+    if (along.cost() + 1 < best.cost()) best = along;  // one for keeping the sums
+  }
+  return best;
+}
+
 template <class A, class Columns, class S>
 void sumBoxes(qc_PelRows<const S> src, qc_PelRows<unsigned char> dst, std::ptrdiff_t count, const Box& box,
               Finisher<A> finishRow) {
   const std::ptrdiff_t step = box.filter.perPel;
-  const bool hasFours = box.width >= 8 && box.width <= 32;
+  const bool isWide = box.width > Along::kWidest;
+  const Along along = isWide ? Along{box.width, 1, 0} : cheapest(box.width);
   Columns columns(src, box.height, box.filter.isInPlace);
-  Rows<A> along(box.width >= 8 ? 1 : 0, src.width);
+  Rows<A> groups(1, src.width);
   for (std::ptrdiff_t y = 0; y < src.height; ++y) {
     const A* const sums = columns.enter(y);
     if (y < box.height - 1) continue;
-    const A* addends[11];
+    const A* addends[Along::kMostAddends];
     int n = 0;
-    std::ptrdiff_t done = 0;
-    if (hasFours) {
-      const Fours<A> fours{step};
-      simd::runRow(fours, src.width - 3 * step, along.row(0), sums);
-      for (; done + 4 <= box.width; done += 4) addends[n++] = along.row(0) + done * step;
-    } else if (box.width > 32) {
-      sumNeighbours(sums, along.row(0), count, box.width, step);
-      addends[n++] = along.row(0);
-      done = box.width;
+    if (isWide) {
+      sumNeighbours(sums, groups.row(0), count, box.width, step);
+    } else if (along.groups > 0) {
+      for (; n < along.group; ++n) addends[n] = sums + n * step;
+      finish<A, A>(addends, n, 0, groups.row(0), src.width - (along.group - 1) * step);
     }
-    for (; done < box.width; ++done) addends[n++] = sums + done * step;
+    n = 0;
+    for (std::ptrdiff_t i = 0; i < along.groups; ++i) addends[n++] = groups.row(0) + i * along.group * step;
+    for (std::ptrdiff_t i = box.width - along.singles; i < box.width; ++i) addends[n++] = sums + i * step;
     finishRow(addends, n, box.shift, dst.row(y - box.height + 1), count);
   }
 }
@@ -200,21 +207,23 @@ void sumBoxes(qc_PelRows<const S> src, qc_PelRows<unsigned char> dst, std::ptrdi
 template <class S, class D>
 void qf_PelBoxSum(qc_PelRows<const S> src, qc_PelRows<D> dst, qc_PelFilter filter, long width, long height, int shift) {
   const Box box{filter, width, height, shift};
-  const auto to = qf_PelRowsAs<unsigned char>(dst);
-  const auto with = [&]<class A>(A) { sumBoxes<A, IntegerColumns<S, A>>(src, to, dst.width, box, &finish<A, D>); };
+  const auto with = [&]<class A, class Columns>(A, std::type_identity<Columns>) {
+    sumBoxes<A, Columns>(src, qf_PelRowsAs<unsigned char>(dst), dst.width, box, &finish<A, D>);
+  };
   if constexpr (std::is_floating_point_v<S>) {
-    sumBoxes<double, FloatingColumns<S>>(src, to, dst.width, box, &finish<double, D>);
+    with(double{}, std::type_identity<FloatingColumns<S>>());
   } else {
+    const auto integers = [&]<class A>(A zero) { with(zero, std::type_identity<IntegerColumns<S, A>>()); };
     using Narrow = std::conditional_t<std::is_signed_v<S>, std::int16_t, std::uint16_t>;
     using Middle = std::conditional_t<std::is_signed_v<S>, std::int32_t, std::uint32_t>;
     const double pels = static_cast<double>(width) * static_cast<double>(height);
     if constexpr (sizeof(S) == 1) {
-      if (holds<Narrow, S>(pels, shift)) return with(Narrow{});
+      if (holds<Narrow, S>(pels, shift)) return integers(Narrow{});
     }
     if constexpr (sizeof(S) <= 2) {
-      if (holds<Middle, S>(pels, shift)) return with(Middle{});
+      if (holds<Middle, S>(pels, shift)) return integers(Middle{});
     }
-    with(std::int64_t{});
+    integers(std::int64_t{});
   }
 }
 

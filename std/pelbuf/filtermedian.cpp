@@ -12,15 +12,16 @@ namespace {
 namespace simd = vnxstd::simd;
 using namespace vnxstd::pelfilter;
 
+// Both give the second number when neither is the smaller one, as the processor's instructions do: two comparisons the
+// same way round would share their outcome and become blends, which take floating medians 1.6 times as long.
 template <class E>
 [[gnu::always_inline]] inline E smaller(E a, E b) {
   return a < b ? a : b;
 }
 
-/// Together with smaller() a permutation of both, also of NaN.
 template <class E>
 [[gnu::always_inline]] inline E larger(E a, E b) {
-  return a < b ? b : a;
+  return a > b ? a : b;
 }
 
 template <class E>
@@ -28,64 +29,69 @@ template <class E>
   return larger(smaller(a, b), smaller(larger(a, b), c));
 }
 
-/// A row of sorted neighbours.
+/// Sorted neighbours: rows of them, or one.
 template <class E>
 struct Sorted {
-  E *low, *middle, *high;
+  E low, middle, high;
 };
+
+template <class E>
+[[gnu::always_inline]] inline Sorted<E> sort(E a, E b, E c) {
+  const E x = smaller(a, b), y = larger(a, b), z = smaller(y, c);
+  return {smaller(x, z), larger(x, z), larger(y, c)};
+}
 
 template <class E>
 class Medians {
  public:
-  Medians(qc_PelRows<const E> src, qc_PelRows<E> dst, std::ptrdiff_t step)
-      : src_(src), dst_(dst), step_(step), rows_(3 * kKept + 1, dst.width) {}
+  Medians(qc_PelRows<const E> src, qc_PelRows<E> dst, qc_PelFilter filter)
+      : source_(src, 1, filter.isInPlace), dst_(dst), step_(filter.perPel), rows_(13, dst.width) {}
 
-  /// The whole image: it is one row to the dispatcher. In place, all that is still needed of a row has been sorted
-  /// before the row is written.
+  /// The whole image: it is one row to the dispatcher.
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, E*, std::ptrdiff_t) {
-    sort<N>(0);
-    sort<N>(1);
+    // The rows a and b are known sorted, c and d are sorted on the way.
+    sortRow<N>(source_.enter(0), sorted(0));
+    sortRow<N>(source_.enter(1), sorted(1));
+    const std::ptrdiff_t step = step_;
     for (std::ptrdiff_t y = 0; y < dst_.height; y += 2) {
       const bool isPair = y + 1 < dst_.height;
-      sort<N>(y + 2);
-      if (isPair) sort<N>(y + 3);
-      const Sorted<E> a = sorted(y), b = sorted(y + 1), c = sorted(y + 2), d = sorted(isPair ? y + 3 : y);
-      E *const first = dst_.row(y), *const second = isPair ? dst_.row(y + 1) : rows_.row(3 * kKept);
+      const E* const c = source_.enter(y + 2);
+      const E* const d = isPair ? source_.enter(y + 3) : c;
+      const Sorted<E*> a = sorted(y), b = sorted(y + 1), newC = sorted(y + 2), newD = sorted(y + 3);
+      E *const first = dst_.row(y), *const second = isPair ? dst_.row(y + 1) : rows_.row(12);
       blocks<N>([&](std::ptrdiff_t i, std::ptrdiff_t count) __attribute__((always_inline)) {
         VNXSTD_INDEPENDENT
         for (std::ptrdiff_t k = i; k < i + count; ++k) {
-          const E low = larger(b.low[k], c.low[k]), high = smaller(b.high[k], c.high[k]);
-          const E less = smaller(b.middle[k], c.middle[k]), more = larger(b.middle[k], c.middle[k]);
-          const E one = larger(less, smaller(more, a.middle[k])), other = larger(less, smaller(more, d.middle[k]));
-          first[k] = median(larger(low, a.low[k]), one, smaller(high, a.high[k]));
-          second[k] = median(larger(low, d.low[k]), other, smaller(high, d.high[k]));
+          const Sorted<E> top = {a.low[k], a.middle[k], a.high[k]}, upper = {b.low[k], b.middle[k], b.high[k]};
+          const Sorted<E> lower = sort(c[k], c[k + step], c[k + 2 * step]);
+          const Sorted<E> bottom = sort(d[k], d[k + step], d[k + 2 * step]);
+          const E low = larger(upper.low, lower.low), high = smaller(upper.high, lower.high);
+          const E less = smaller(upper.middle, lower.middle), more = larger(upper.middle, lower.middle);
+          first[k] = median(larger(low, top.low), larger(less, smaller(more, top.middle)), smaller(high, top.high));
+          second[k] =
+              median(larger(low, bottom.low), larger(less, smaller(more, bottom.middle)), smaller(high, bottom.high));
+          newC.low[k] = lower.low, newC.middle[k] = lower.middle, newC.high[k] = lower.high;
+          newD.low[k] = bottom.low, newD.middle[k] = bottom.middle, newD.high[k] = bottom.high;
         }
       });
     }
   }
 
  private:
-  static constexpr std::ptrdiff_t kKept = 4;
-
-  Sorted<E> sorted(std::ptrdiff_t y) {
-    const std::ptrdiff_t slot = 3 * (y % kKept);
+  Sorted<E*> sorted(std::ptrdiff_t y) {
+    const std::ptrdiff_t slot = 3 * (y % 4);
     return {rows_.row(slot), rows_.row(slot + 1), rows_.row(slot + 2)};
   }
 
   template <std::size_t N>
-  [[gnu::always_inline]] inline void sort(std::ptrdiff_t y) {
-    const E *const left = src_.row(y), *const here = left + step_, *const right = here + step_;
-    const Sorted<E> to = sorted(y);
-    blocks<N>([&](std::ptrdiff_t i, std::ptrdiff_t count) __attribute__((always_inline)) {
-      VNXSTD_INDEPENDENT
-      for (std::ptrdiff_t k = i; k < i + count; ++k) {
-        const E x = smaller(left[k], here[k]), y1 = larger(left[k], here[k]), z = smaller(y1, right[k]);
-        to.high[k] = larger(y1, right[k]);
-        to.low[k] = smaller(x, z);
-        to.middle[k] = larger(x, z);
-      }
-    });
+  [[gnu::always_inline]] inline void sortRow(const E* pels, Sorted<E*> to) {
+    const std::ptrdiff_t step = step_, count = dst_.width;
+    VNXSTD_INDEPENDENT
+    for (std::ptrdiff_t k = 0; k < count; ++k) {
+      const Sorted<E> sorted = sort(pels[k], pels[k + step], pels[k + 2 * step]);
+      to.low[k] = sorted.low, to.middle[k] = sorted.middle, to.high[k] = sorted.high;
+    }
   }
 
   /// Calls work with blocks of a row; the last one overlaps the one before, rather than leave pels to be done one by
@@ -100,7 +106,7 @@ class Medians {
     if (i < count) work(count - block, block);
   }
 
-  qc_PelRows<const E> src_;
+  SourceRows<E> source_;
   qc_PelRows<E> dst_;
   std::ptrdiff_t step_;
   Rows<E> rows_;
@@ -110,7 +116,7 @@ class Medians {
 
 template <class E>
 void qf_PelMedian3x3(qc_PelRows<const E> src, qc_PelRows<E> dst, qc_PelFilter filter) {
-  Medians<E> medians(src, dst, filter.perPel);
+  Medians<E> medians(src, dst, filter);
   simd::runRow(medians, 1, dst.pels);
 }
 
