@@ -9,6 +9,7 @@
 #include <functional>
 #include <limits>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "support/scene.h"
@@ -385,6 +386,77 @@ TYPED_TEST(FilteredPel, MediansOfThreeByThree) {
         },
         false);
   }
+}
+
+TEST(PelFilter, PlanesEachByItself) {
+  expectPlanes([](const auto& image) { return qfPelSpatialAvg(image, 4, 3, 2); });
+  expectPlanes([](auto image) {
+    qfPelSmooth(image, image, 2, 1);
+    qfPelMedian3x3(image, image);
+    return image;
+  });
+}
+
+TEST(PelFilter, PackedFieldsEachByItself) {
+  qcPelBuffer<qcPackedRGB16Pel> image(qcPelRect(3, 4, 21, 17));
+  qcPelBuffer<qc3PlanePel> planes(image.window());
+  for (long y = 4; y < 21; ++y) {
+    for (long x = 3; x < 24; ++x) {
+      image.put(x, y, qcPackedRGB16Pel::fromWord(randomNumber<std::uint16_t>(1, 1)));
+      const auto pel = image.get(x, y);
+      planes.put(x, y, qc3PlanePel(pel.r() >> 3, pel.g() >> 2, pel.b() >> 3));
+    }
+  }
+  const auto check = [&](const auto& filter) {
+    auto packed = qfPelCopy(image);
+    auto fields = qfPelCopy(planes);
+    qfPelFlipH(packed, packed), qfPelFlipH(fields, fields);
+    qcPelBuffer<qcPackedRGB16Pel> target(qcPelRect(5, 0, 30, 19));
+    qfPelClear(target);
+    qcPelBuffer<qc3PlanePel> expected(target.window());
+    qfPelClear(expected);
+    filter(packed, target), filter(fields, expected);
+    filter(packed, packed), filter(fields, fields);  // in place as well
+    for (const auto& [result, numbers] : {std::pair(target, expected), std::pair(packed, fields)}) {
+      for (long y = result.window().y0(); y < result.window().y1(); ++y) {
+        for (long x = result.window().x0(); x < result.window().x1(); ++x) {
+          const qc3PlanePel of = numbers.get(x, y);
+          const auto field = [](int value, int most) { return static_cast<unsigned>(std::min(value, most)); };
+          ASSERT_EQ(result.get(x, y).word(),
+                    field(of.plane0(), 31) << 11 | field(of.plane1(), 63) << 5 | field(of.plane2(), 31));
+        }
+      }
+    }
+  };
+  check([](const auto& src, auto& dst) { qfPelSpatialAvg(src, dst, 2, 5, 2); });
+  check([](const auto& src, auto& dst) { qfPelSmooth(src, dst, 1, 3); });
+  check([](const auto& src, auto& dst) { qfPelMedian3x3(src, dst); });
+}
+
+TEST(PelFilter, RefusesWhatCannotBe) {
+  using Buffer = qcPelBuffer<unsigned char>;
+  Buffer image(40, 40), unbound, other(40, 40), shifted(image), apart(image);
+  const long most = std::numeric_limits<std::int32_t>::max();
+  for (const At box : {At{0, 1}, {1, 0}, {-1, -1}, {most, 2}, {most + 1, 1}, {std::numeric_limits<long>::max(), 2}}) {
+    EXPECT_THROW(qfPelSpatialAvg(image, other, box.x(), box.y(), 0), qcPelFunc::BadParams);
+  }
+  for (const long shift : {-1L, 32L}) EXPECT_THROW(qfPelSpatialAvg(image, 3, 3, shift), qcPelFunc::BadParams);
+  for (const qcPair<int> half : {qcPair<int>(-1, 1), {1, -1}, {16, 0}, {0, 16}}) {
+    EXPECT_THROW(qfPelSmooth(image, other, half.x(), half.y()), qcPelFunc::BadParams);
+  }
+  EXPECT_THROW(qfPelMedian3x3(unbound, other), qcPel::UnboundWindow);
+  const qcPelBuffer<unsigned char> none = qfPelSpatialAvg(image, 41, 1, 0), whole = qfPelSpatialAvg(image, most, 1, 31);
+  EXPECT_TRUE(none.isBound() && none.windowRoot().isNull() && whole.isBound() && whole.windowRoot().isNull());
+  shifted.subWindow(0, 0, 20, 20);
+  shifted.offset(5, 5);  // five pels away from where its pels lie in the image
+  EXPECT_THROW(qfPelMedian3x3(image, shifted), qcPelFunc::Overlap);
+  image.subWindow(0, 0, 20, 40);
+  apart.subWindow(21, 0, 19, 40);
+  apart.offset(1, 0);  // beside the source: nothing in common
+  EXPECT_NO_THROW(qfPelMedian3x3(image, apart));
+  apart.offset(21, 0);
+  apart.window(19, 0, 21, 40, false);  // its first column is the source's last, which no neighbourhood is around
+  EXPECT_NO_THROW(qfPelSmooth(image, apart, 1, 1));
 }
 
 using Components = std::array<int, 4>;  // red, green, blue, alpha

@@ -8,6 +8,10 @@
 #include "std/pelbuf/dispatch.h"
 #include "vnxstd/pelbuf/apply.h"
 
+#if VNXSTD_X86
+#include <immintrin.h>
+#endif
+
 namespace {
 
 namespace simd = vnxstd::simd;
@@ -16,11 +20,16 @@ struct Colour {
   std::uint32_t r, g, b;
 };
 
-/// The weights in units of 2^-22, rounded up: the sum is too large by less than the thousandth that lies between two
-/// exact sums, so that it is rounded as the exact one.
+/// (299 r + 587 g + 114 b) / 1000, rounded half up, in numbers of 16 bits: 299 r + 587 g + 114 b + 500 is eight times
+/// 37 r + 73 g + 14 b + 62, plus 3 r + 3 g + 2 b + 4. An eighth of it, rounded down, is less than 2^15, and divided by
+/// 125 exactly by the multiplication.
 [[gnu::always_inline]] inline unsigned char grey(Colour colour) {
-  constexpr std::uint32_t red = 1254097, green = 2462057, blue = 478151, half = 1u << 21;
-  return static_cast<unsigned char>((red * colour.r + green * colour.g + blue * colour.b + half) >> 22);
+  const auto r = static_cast<std::uint16_t>(colour.r), g = static_cast<std::uint16_t>(colour.g),
+             b = static_cast<std::uint16_t>(colour.b);
+  const auto rest = static_cast<std::uint16_t>(3 * r + 3 * g + 2 * b + 4);
+  const auto eighth = static_cast<std::uint16_t>(37 * r + 73 * g + 14 * b + 62 + (rest >> 3));
+  const auto high = static_cast<std::uint16_t>(std::uint32_t{eighth} * 33555 >> 16);
+  return static_cast<unsigned char>(high >> 6);
 }
 
 [[gnu::always_inline]] inline Colour load(unsigned char pel) { return {pel, pel, pel}; }
@@ -36,7 +45,39 @@ struct Colour {
   pel = qcPackedRGB32Pel::fromWord(std::uint32_t{255} << 24 | colour.r << 16 | colour.g << 8 | colour.b);
 }
 
+#if VNXSTD_X86
+/// grey() with the products of bytes that the compiler does not find: three quarters of the time.
+[[gnu::target("avx2")]] void greys(const qcPackedRGB32Pel* pels, unsigned char* to) {
+  const __m256i weights = _mm256_set1_epi32(37 << 16 | 73 << 8 | 14), rest = _mm256_set1_epi32(3 << 16 | 3 << 8 | 2);
+  __m256i halves[2];
+  for (int half = 0; half < 2; ++half) {
+    const auto* const from = reinterpret_cast<const __m256i_u*>(pels + 16 * half);
+    const __m256i a = _mm256_loadu_si256(from), b = _mm256_loadu_si256(from + 1);
+    const __m256i sums = _mm256_hadd_epi16(_mm256_maddubs_epi16(a, weights), _mm256_maddubs_epi16(b, weights));
+    const __m256i rests = _mm256_hadd_epi16(_mm256_maddubs_epi16(a, rest), _mm256_maddubs_epi16(b, rest));
+    const __m256i carry = _mm256_srli_epi16(_mm256_add_epi16(rests, _mm256_set1_epi16(4)), 3);
+    const __m256i eighth = _mm256_add_epi16(_mm256_add_epi16(sums, _mm256_set1_epi16(62)), carry);
+    halves[half] = _mm256_srli_epi16(_mm256_mulhi_epu16(eighth, _mm256_set1_epi16(static_cast<short>(33555))), 6);
+  }
+  const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);  // sums and packs work on each half by itself
+  const __m256i packed = _mm256_packus_epi16(halves[0], halves[1]);
+  _mm256_storeu_si256(reinterpret_cast<__m256i_u*>(to), _mm256_permutevar8x32_epi32(packed, order));
+}
+#endif
+
 struct FlatToFlat {
+#if VNXSTD_X86
+  [[gnu::target("avx2")]] void row(simd::Bytes<32>, const qcPackedRGB32Pel* src, unsigned char* dst,
+                                   std::ptrdiff_t count) const {
+    constexpr std::ptrdiff_t block = 32;
+    for (std::ptrdiff_t i = 0; i + block <= count; i += block) greys(src + i, dst + i);
+    if (count >= block) {
+      greys(src + count - block, dst + count - block);
+    } else {
+      row(simd::Bytes<16>(), src, dst, count);
+    }
+  }
+#endif
   template <std::size_t N, class S, class D>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, const S* src, D* dst, std::ptrdiff_t count) const {
     VNXSTD_INDEPENDENT

@@ -69,6 +69,54 @@ bool holds(double weight, int shift) {
   return furthest * weight + std::ldexp(0.5, shift) <= limit;
 }
 
+/// Sums of rows of numbers in four vectors at a time. The vectors are explicit, because the compiler would do sums of
+/// 16 bits in 32; and each has a name, because it would keep an array in memory.
+template <class A, std::size_t N>
+struct Totals {
+  typedef A Vector __attribute__((vector_size(N)));
+  static constexpr std::ptrdiff_t kBlock = 4 * N / sizeof(A);
+
+  /// Calls work with every vector and its place.
+  template <class Work>
+  [[gnu::always_inline]] inline void forEach(Work&& work) {
+    constexpr std::ptrdiff_t lanes = N / sizeof(A);
+    work(first, std::ptrdiff_t{0});
+    work(second, lanes);
+    work(third, 2 * lanes);
+    work(fourth, 3 * lanes);
+  }
+
+  [[gnu::always_inline]] inline void add(const A* numbers) {
+    forEach([numbers](Vector & sum, std::ptrdiff_t at) __attribute__((always_inline)) {
+      Vector addend;
+      std::memcpy(&addend, numbers + at, N);
+      sum += addend;
+    });
+  }
+  [[gnu::always_inline]] inline void store(A* to) {
+    forEach([to](const Vector& sum, std::ptrdiff_t at)
+                __attribute__((always_inline)) { std::memcpy(to + at, &sum, N); });
+  }
+
+  Vector first = {}, second = {}, third = {}, fourth = {};
+};
+
+/// The sums of rows of numbers, and of some more behind their end.
+template <class A>
+struct Total {
+  const A* const* addends;
+  int count;
+
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* to, std::ptrdiff_t pels) const {
+    for (std::ptrdiff_t i = 0; i < pels; i += Totals<A, N>::kBlock) {
+      Totals<A, N> totals;
+      for (int a = 0; a < count; ++a) totals.add(addends[a] + i);
+      totals.store(to + i);
+    }
+  }
+};
+
 /// Adds rows of sums, shifts to the right rounding half up, and saturates; floating sums are multiplied by 2^-shift.
 template <class A, class D>
 class Finish {
@@ -84,7 +132,7 @@ class Finish {
   // The last block overlaps the one before: pels are computed anew rather than one by one.
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, D* to, std::ptrdiff_t count) const {
-    constexpr std::ptrdiff_t block = 4 * N / sizeof(A);
+    constexpr std::ptrdiff_t block = Totals<A, N>::kBlock;
     const Finish finish = *this;  // what is written to cannot change it
     A sums[block];
     if (count < block) {
@@ -100,19 +148,12 @@ class Finish {
   }
 
  private:
-  // Explicit vectors, because the compiler would shift 16-bit numbers as 32-bit ones.
   template <std::size_t N>
   [[gnu::always_inline]] inline void add(A* sums, std::ptrdiff_t from) const {
-    typedef A Vector __attribute__((vector_size(N)));
-    Vector all[4] = {};
-    for (int a = 0; a < count_; ++a) {
-      for (std::size_t k = 0; k < 4; ++k) {
-        Vector addend;
-        std::memcpy(&addend, addends_[a] + from + k * (N / sizeof(A)), N);
-        all[k] += addend;
-      }
-    }
-    for (Vector& sum : all) {
+    using Vector = typename Totals<A, N>::Vector;
+    Totals<A, N> totals;
+    for (int a = 0; a < count_; ++a) totals.add(addends_[a] + from);
+    totals.forEach([this](Vector & sum, std::ptrdiff_t) __attribute__((always_inline)) {
       if constexpr (std::is_floating_point_v<A>) {
         sum *= factor_;
       } else {
@@ -127,8 +168,8 @@ class Finish {
           sum = sum < least ? Vector{} + least : sum;
         }
       }
-    }
-    std::memcpy(sums, all, sizeof all);
+    });
+    totals.store(sums);
   }
 
   const A* const* addends_;

@@ -193,7 +193,8 @@ void sumBoxes(qc_PelRows<const S> src, qc_PelRows<unsigned char> dst, std::ptrdi
       sumNeighbours(sums, groups.row(0), count, box.width, step);
     } else if (along.groups > 0) {
       for (; n < along.group; ++n) addends[n] = sums + n * step;
-      finish<A, A>(addends, n, 0, groups.row(0), src.width - (along.group - 1) * step);
+      const Total<A> total{addends, n};
+      simd::runRow(total, src.width, groups.row(0));
     }
     n = 0;
     for (std::ptrdiff_t i = 0; i < along.groups; ++i) addends[n++] = groups.row(0) + i * along.group * step;

@@ -7,8 +7,9 @@
 // which every pel has the same image coordinates; a destination that shares pels with the neighbourhoods in any other
 // way is refused.
 //
-// Pels of several components, pairs, packed 32-bit colours (alpha included) and those of three planes, are filtered
-// component by component. Rows are buffered, in memory for a few rows of numbers of up to 64 bits.
+// Pels of several components, pairs and colours (alpha included), are filtered component by component. Rows are
+// buffered, in memory for a few rows of numbers of up to 64 bits; packed 16-bit colours are unpacked into an image
+// first, with the bits of a component as a number from 0 on.
 #pragma once
 
 #include <concepts>
@@ -19,18 +20,14 @@
 #include "vnxstd/pelbuf/measure.h"
 #include "vnxstd/pelbuf/prepare.h"
 
-/// A pel type whose components are numbers that lie side by side or in planes.
-template <class T>
-concept qcComponentPelType = qcNumericPelType<T> || std::same_as<T, qcPackedRGB32Pel> || std::same_as<T, qc3PlanePel>;
-
 /// The number that a component is.
-template <qcComponentPelType T>
+template <qcRootPelType T>
 using qc_PelComponent = std::conditional_t<qcNumericPelType<T>, typename qcPelTraits<T>::Element, unsigned char>;
 
 /// Pel types that a sum of the first can be stored as: of as many components, floating numbers for floating numbers and
 /// integers for integers; of colours, the same.
 template <class S, class D>
-concept qcSumPelTypes = qcComponentPelType<S> && qcComponentPelType<D> &&
+concept qcSumPelTypes = qcRootPelType<S> && qcRootPelType<D> &&
     (std::same_as<S, D> || (qcNumericPelType<S> && qcNumericPelType<D> && qcPairPelType<S> == qcPairPelType<D> &&
                             std::floating_point<qc_PelComponent<S>> == std::floating_point<qc_PelComponent<D>>));
 
@@ -57,6 +54,12 @@ VNXSTD_EXPORT qcPelRect qf_PelBox(long width, long height);
 /// neighbourhoods. Returns whether the filter works in place; throws qcPelFunc::Overlap.
 VNXSTD_EXPORT bool qf_PelPrepareFilter(qc_PelBuffer& src, qc_PelBuffer& dst, const qcPelRect& neighbourhood);
 
+/// The components of packed pels as numbers, 0 to 31 or 63, in a new image of the same window; and back, where larger
+/// numbers become the largest.
+VNXSTD_EXPORT qcPelBuffer<qcPackedRGB32Pel> qf_PelUnpackFields(const qcPelBuffer_const<qcPackedRGB16Pel>& packed);
+VNXSTD_EXPORT void qf_PelPackFields(const qcPelBuffer_const<qcPackedRGB32Pel>& fields,
+                                    const qcPelBuffer<qcPackedRGB16Pel>& packed);
+
 /// Calls work(source rows, destination rows, filter) for the components of every plane.
 template <class S, class D, class Work>
 void qf_PelFilterWindow(const qcPelBuffer_const<S>& src, qcPelBuffer<D>& dst, const qcPelRect& neighbourhood,
@@ -70,12 +73,19 @@ void qf_PelFilterWindow(const qcPelBuffer_const<S>& src, qcPelBuffer<D>& dst, co
   }
   qc_PelFilter filter;
   filter.isInPlace = qf_PelPrepareFilter(from, to, neighbourhood);
-  qf_PelForPlanes(from, to, [&](const auto& s, const auto& d) {
-    const auto rows = qf_PelRowsAs<const qc_PelComponent<S>>(qf_PelRows(s));
-    if (rows.isEmpty()) return;
-    filter.perPel = rows.width / s.width();
-    work(rows, qf_PelRowsAs<qc_PelComponent<D>>(qf_PelRows(d)), filter);
-  });
+  if constexpr (std::same_as<S, qcPackedRGB16Pel>) {
+    const qcPelBuffer<qcPackedRGB32Pel> fields = qf_PelUnpackFields(from);
+    qcPelBuffer<qcPackedRGB32Pel> results;
+    qf_PelFilterWindow(fields, results, neighbourhood, work);
+    qf_PelPackFields(results, to);
+  } else {
+    qf_PelForPlanes(from, to, [&](const auto& s, const auto& d) {
+      const auto rows = qf_PelRowsAs<const qc_PelComponent<S>>(qf_PelRows(s));
+      if (rows.isEmpty()) return;
+      filter.perPel = rows.width / s.width();
+      work(rows, qf_PelRowsAs<qc_PelComponent<D>>(qf_PelRows(d)), filter);
+    });
+  }
   if (!dst.isBound()) dst = to;
 }
 
@@ -92,7 +102,7 @@ void qfPelSpatialAvg(const qcPelBuffer_const<S>& src, qcPelBuffer<D>& dst, long 
   });
 }
 
-template <qcComponentPelType T>
+template <qcRootPelType T>
 qcPelBuffer<T> qfPelSpatialAvg(const qcPelBuffer_const<T>& src, long width, long height, long shift) {
   qcPelBuffer<T> dst;
   qfPelSpatialAvg(src, dst, width, height, shift);
@@ -102,7 +112,7 @@ qcPelBuffer<T> qfPelSpatialAvg(const qcPelBuffer_const<T>& src, long width, long
 /// Averages weighted by binomial coefficients, of 2 `x` + 1 columns and 2 `y` + 1 rows: (1 2 1) / 4 for a half-width of
 /// 1, (1 4 6 4 1) / 16 for 2; 0 leaves that direction alone. Integers are exact and rounded half up; floating numbers
 /// are summed in double. Throws qcPelFunc::BadParams for a half-width outside 0 to 15. The cost grows with x + y.
-template <qcComponentPelType T>
+template <qcRootPelType T>
 void qfPelSmooth(const qcPelBuffer_const<T>& src, qcPelBuffer<T>& dst, int x, int y) {
   if (x < 0 || x > 15 || y < 0 || y > 15) throw qcPelFunc::BadParams();
   qf_PelFilterWindow(src, dst, qf_PelBox(2L * x + 1, 2L * y + 1),
@@ -110,7 +120,7 @@ void qfPelSmooth(const qcPelBuffer_const<T>& src, qcPelBuffer<T>& dst, int x, in
 }
 
 /// Medians of 3 by 3 pels. Where a floating neighbourhood holds NaN, the result is some pel of it.
-template <qcComponentPelType T>
+template <qcRootPelType T>
 void qfPelMedian3x3(const qcPelBuffer_const<T>& src, qcPelBuffer<T>& dst) {
   qf_PelFilterWindow(src, dst, qf_PelBox(3, 3),
                      [](auto s, auto d, qc_PelFilter filter) { qf_PelMedian3x3(s, d, filter); });
