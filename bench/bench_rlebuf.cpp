@@ -8,23 +8,14 @@
 #include <vector>
 
 #include "compare.h"
+#include "pelimages.h"
 #include "std/pelbuf/dispatch.h"
-#include "vnxstd/pelbuf.h"
 #include "vnxstd/rlebuf.h"
-
-#if defined(VNXSTD_BENCH_OPENCV)
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wdeprecated-enum-enum-conversion"
-#endif
-#include <opencv2/core.hpp>
-#include <opencv2/imgproc.hpp>
-#endif
 
 namespace {
 
-constexpr long kSide = 2048;
-
-using Image = qcPelBuffer<unsigned char>;
+using pelimages::kSide;
+using Image = pelimages::Image<unsigned char>;
 
 /// Ellipses of 255 on 0.
 Image blobs(unsigned seed) {
@@ -39,15 +30,6 @@ Image blobs(unsigned seed) {
       const int first = std::max(0, cx - half), last = std::min<int>(kSide, cx + half);
       if (first < last) std::fill(image.pointToRow(y) + first, image.pointToRow(y) + last, 255);
     }
-  }
-  return image;
-}
-
-Image noise() {
-  Image image(kSide, kSide);
-  std::mt19937 random(7);
-  for (long y = 0; y < kSide; ++y) {
-    std::generate_n(image.pointToRow(y), kSide, [&] { return static_cast<unsigned char>(random()); });
   }
   return image;
 }
@@ -74,7 +56,7 @@ std::size_t encodePlainly(const Image& image, std::vector<qcRLEBufferRun>& runs)
 }
 
 void againstMemory(compare::Session& session) {
-  const Image image = blobs(1), dense = noise();
+  const Image image = blobs(1), dense = pelimages::noise<unsigned char>();
   Image decoded = blobs(2), other = blobs(3);
   qcRLEBuffer runs;
   std::vector<qcRLEBufferRun> plain;
@@ -85,8 +67,11 @@ void againstMemory(compare::Session& session) {
   const auto encode = [&] { runs.encode(image); };
   session.run("encode / memcpy", 2.5, encode, copy);
   session.run("encode / plain loop", 0.1, encode, [&] { compare::keep(encodePlainly(image, plain)); });
-  session.run(
-      "encode with a threshold / memcpy", 0, [&] { runs.encode(image, 128); }, copy);
+  const auto threshold = [&] { runs.encode(image, 128); };
+  session.run("encode with a threshold / memcpy", 0, threshold, copy);
+  vnxstd::simd::setLevel(vnxstd::simd::Level::Baseline);
+  session.run("encode with a threshold, baseline / memcpy", 0, threshold, copy);
+  vnxstd::simd::setLevel(vnxstd::simd::highest());
   session.run(
       "encode through a table / memcpy", 0, [&] { runs.encode(image, 10, 200, 5); }, copy);
   session.run(
@@ -101,16 +86,11 @@ void againstMemory(compare::Session& session) {
 
 #if defined(VNXSTD_BENCH_OPENCV)
 
-cv::Mat asMat(const Image& image) {
-  return cv::Mat(static_cast<int>(image.height()), static_cast<int>(image.width()), CV_8U, image.pointToOffset(),
-                 static_cast<std::size_t>(image.rowUpdate()));
-}
-
 void againstOpenCv(compare::Session& session) {
   const Image image = blobs(1), otherImage = blobs(2);
   Image target = blobs(3);
-  const cv::Mat mat = asMat(image), otherMat = asMat(otherImage);
-  cv::Mat to = asMat(target);
+  const cv::Mat mat = pelimages::asMat(image, CV_8U), otherMat = pelimages::asMat(otherImage, CV_8U);
+  cv::Mat to = pelimages::asMat(target, CV_8U);
   const qcRLEBuffer runs = encoded(image), others = encoded(otherImage);
   std::printf("the mask has %llu runs, the other one %llu\n", runs.numRuns(), others.numRuns());
 
@@ -167,6 +147,11 @@ void againstOpenCv(compare::Session& session) {
       "project onto rows / OpenCV reduce", 0.02, [&] { runs.projectHoriz(sums); }, 1);
   project(
       "project onto columns / OpenCV reduce", 0, [&] { runs.projectVert(sums); }, 0);
+
+  cv::Mat labels, statistics, centres;
+  session.run(
+      "regions / OpenCV connectedComponentsWithStats", 0, [&] { compare::keep(qcRLERegions(runs)); },
+      [&] { cv::connectedComponentsWithStats(mat, labels, statistics, centres); });
 }
 
 #endif

@@ -406,6 +406,18 @@ TEST(Measuring, ProjectsAlongAnyDirection) {
   });
 }
 
+// Far from the origin places are rounded to steps of many pels, which no division finds.
+TEST(Measuring, ProjectsWhereRoundingIsCoarse) {
+  const double slope = 1e-12, start = 1e6 - 1e-9;
+  Counts sums, counts, expected(2);
+  qcInt64 first = 0;
+  qcRLEBuffer(3000, 2, 5)
+      .projectAngle({1, 0}, qcXform<2>(qcMatrix<2>(slope, 1e-30, 0, 1), {start, 0}), sums, counts, first);
+  EXPECT_EQ(first, 999999);
+  for (int x = 0; x < 3000; ++x) expected[slope * (x + 0.5) + start < 1e6 ? 0 : 1] += 2;
+  EXPECT_EQ(counts, expected);
+}
+
 // --- regions --------------------------------------------------------------------------------------------------------
 
 /// The numbers of regions by flooding, row by row; 0 where there is none.

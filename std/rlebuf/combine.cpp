@@ -43,14 +43,16 @@ std::unique_ptr<qc_RLERep> combined(const qc_RLERep& image, const qc_RLERep& oth
     const bool hasRow = otherY >= 0 && otherY < static_cast<qcInt64>(other.height());
     const auto otherRow = static_cast<std::size_t>(hasRow ? otherY : 0);
     const rle::RunCursor own(image, y);
-    rle::RunSink sink(writer);
     if (hasRow && isAligned) {
+      rle::RunSink sink(writer, std::size_t{image.counts[y]} + other.counts[otherRow]);
       rle::merge(own, rle::RunCursor(other, otherRow), image.width, op, sink);
+      sink.finish();
     } else {
       expandShifted(other, otherRow, hasRow ? shiftX : image.width, image.width, scratch, others);
+      rle::RunSink sink(writer, image.counts[y] + others.count());
       rle::merge(own, rle::StretchCursor(others), image.width, op, sink);
+      sink.finish();
     }
-    sink.finish();
   }
   writer.finish();
   return made;

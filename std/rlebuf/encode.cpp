@@ -38,49 +38,49 @@ std::uint64_t changesAt(const unsigned char* pels) {
   return changes;
 }
 
-/// Writes the runs of rows. A row is looked through 64 pels at a time for pels that differ from the one before them;
-/// most groups of a mask have none.
+/// Writes the runs of rows. A row is looked through 64 pels at a time; most groups of a mask are of one value, the one
+/// before them.
 class RowEncoder {
  public:
   explicit RowEncoder(rle::RowWriter& writer) : writer_(writer) {}
 
-  template <std::size_t N>
-  [[gnu::always_inline]] inline void row(vnxstd::simd::Bytes<N>, const unsigned char* pels, std::ptrdiff_t width) {
+  void row(const unsigned char* pels, std::ptrdiff_t width) {
     to_ = writer_.begin();
     values_ = 0;
     start_ = 0;
-    std::ptrdiff_t i = 1;
-    for (;; i += kGroup) {
-      while (i <= width - kGroup && !hasChange<N>(pels + i)) i += kGroup;
-      if (i > width - kGroup) break;
+    const std::ptrdiff_t groupsEnd = width - width % kGroup;
+    std::ptrdiff_t i = skip(pels, 0, groupsEnd, pels[0]);
+    if (i == 0) {  // the first pel has none before it to be compared with
+      i = std::min(width, kGroup);
+      finishAll(pels, 1, i);
+    }
+    while (i < groupsEnd) {
+      i = skip(pels, i, groupsEnd, pels[i - 1]);
+      if (i == groupsEnd) break;
       changeIn(pels, i);
+      i += kGroup;
     }
-    for (; i < width; ++i) {
-      if (pels[i] != pels[i - 1]) finishAt(pels, i);
-    }
+    finishAll(pels, i, width);
     finishAt(pels, width);
     writer_.end(to_, values_);
   }
 
  private:
-  template <std::size_t N>
-  struct VectorOf {
-    typedef std::uint64_t Type __attribute__((vector_size(N)));
-  };
+  typedef std::uint64_t Vector __attribute__((vector_size(16)));
 
-  template <std::size_t N>
-  [[gnu::always_inline]] static inline bool hasChange(const unsigned char* pels) {
-    using Vector = typename VectorOf<N>::Type;
-    Vector any = {};
-    for (std::ptrdiff_t k = 0; k < kGroup; k += static_cast<std::ptrdiff_t>(N)) {
-      Vector at, before;
-      std::memcpy(&at, pels + k, N);
-      std::memcpy(&before, pels + k - 1, N);
-      any |= at ^ before;
+  /// The first group from `i` on that has another value, or `end`. Vectors of 32 bytes gain nothing.
+  static std::ptrdiff_t skip(const unsigned char* pels, std::ptrdiff_t i, std::ptrdiff_t end, unsigned char value) {
+    const Vector same = Vector{} + value * std::uint64_t{0x0101010101010101};
+    for (; i < end; i += kGroup) {
+      Vector others = {};
+      for (std::ptrdiff_t k = 0; k < kGroup; k += static_cast<std::ptrdiff_t>(sizeof(Vector))) {
+        Vector at;
+        std::memcpy(&at, pels + i + k, sizeof at);
+        others |= at ^ same;
+      }
+      if ((others[0] | others[1]) != 0) break;
     }
-    std::uint64_t folded = any[0] | any[1];
-    if constexpr (N == 32) folded |= any[2] | any[3];
-    return folded != 0;
+    return i;
   }
 
   // Kept apart, so that the loop that looks for changes has the registers for itself.
@@ -97,6 +97,12 @@ class RowEncoder {
     for (; changes != 0; changes &= changes - 1) finishAt(pels, first + std::countr_zero(changes));
   }
 
+  [[gnu::noinline]] void finishAll(const unsigned char* pels, std::ptrdiff_t i, std::ptrdiff_t end) {
+    for (; i < end; ++i) {
+      if (pels[i] != pels[i - 1]) finishAt(pels, i);
+    }
+  }
+
   void finishAt(const unsigned char* pels, std::ptrdiff_t end) {
     to_ = rle::put(to_, pels[start_], static_cast<std::uint32_t>(end - start_));
     values_ |= pels[start_];
@@ -110,9 +116,31 @@ class RowEncoder {
 };
 
 void encodeRow(rle::RowWriter& writer, const unsigned char* pels, std::int32_t width) {
-  RowEncoder encoder(writer);
-  vnxstd::simd::run(encoder, qc_PelRows<const unsigned char>{pels, width, width, 1});
+  RowEncoder(writer).row(pels, width);
 }
+
+template <class P>
+qc_PelRows<P> asRow(P* pels, std::ptrdiff_t width) {
+  return {pels, width, width, 1};
+}
+
+/// 1 for pels from the threshold on and 0 for others, or the other way round.
+class Threshold {
+ public:
+  Threshold(unsigned char threshold, bool invert)
+      : threshold_(threshold), above_(invert ? 0 : 1), below_(invert ? 1 : 0) {}
+
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(vnxstd::simd::Bytes<N>, const unsigned char* from, unsigned char* to,
+                                         std::ptrdiff_t count) const {
+    const unsigned char threshold = threshold_, above = above_, below = below_;
+    VNXSTD_INDEPENDENT
+    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = from[i] >= threshold ? above : below;
+  }
+
+ private:
+  unsigned char threshold_, above_, below_;
+};
 
 using Table = std::array<unsigned char, 256>;
 
@@ -200,10 +228,10 @@ void qcRLEBuffer::encode(const qcPelBuffer_const<unsigned char>& pels) { replace
 
 void qcRLEBuffer::encode(const qcPelBuffer_const<unsigned char>& pels, unsigned char threshold, bool invert) {
   std::vector<unsigned char> classes(static_cast<std::size_t>(pels.width()));
+  Threshold kernel(threshold, invert);
   replaceBy(pels, [&](rle::RowWriter& writer, const unsigned char* row, std::int32_t width) {
-    unsigned char* const to = classes.data();
-    for (std::int32_t x = 0; x < width; ++x) to[x] = static_cast<unsigned char>((row[x] >= threshold) != invert);
-    encodeRow(writer, to, width);
+    vnxstd::simd::run(kernel, asRow(row, width), asRow(classes.data(), width));
+    encodeRow(writer, classes.data(), width);
   });
 }
 

@@ -84,7 +84,7 @@ std::unique_ptr<qc_RLERep> shaped(const qc_RLERep& image, qcRLEBuffer::Shape sha
     bool hasAbove = false;
     const auto write = [&](const rle::StretchRow& outer, bool hasOuter) {
       if (!hasOuter) return writer.row(pair);
-      rle::RunSink sink(writer);
+      rle::RunSink sink(writer, outer.count() + pair.count());
       rle::merge(rle::StretchCursor(outer), rle::StretchCursor(pair), image.width, op, sink);
       sink.finish();
     };

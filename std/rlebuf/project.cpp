@@ -138,10 +138,15 @@ class Bins {
   qcInt64 behind(qcInt64 bin, qcInt64 start, qcInt64 end, double ofRow) const {
     const double border = static_cast<double>(line_.x > 0 ? bin + 1 : bin);
     const double guess = std::ceil((border - ofRow) / line_.x - 0.5);
-    auto next = static_cast<qcInt64>(std::clamp(guess, static_cast<double>(start + 1), static_cast<double>(end - 1)));
-    while (next > start + 1 && line_.bin(next - 1, ofRow) != bin) --next;
-    while (line_.bin(next, ofRow) == bin) ++next;
-    return next;
+    const auto next =
+        static_cast<qcInt64>(std::clamp(guess, static_cast<double>(start + 1), static_cast<double>(end - 1)));
+    if (line_.bin(next - 1, ofRow) == bin && line_.bin(next, ofRow) != bin) return next;
+    qcInt64 last = end - 1;
+    while (start + 1 < last) {  // rounding led astray: between `start`, which is in the bin, and `last`, which is not
+      const qcInt64 middle = start + (last - start) / 2;
+      (line_.bin(middle, ofRow) == bin ? start : last) = middle;
+    }
+    return last;
   }
 
   const qc_RLERep& rep_;

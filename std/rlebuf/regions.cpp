@@ -151,7 +151,7 @@ qc_TmpRLEBuffer qcRLERegions::image(std::size_t index) const {
   const Piece* piece = pieces_.data() + starts_[index];
   const Piece* const end = pieces_.data() + starts_[index + 1];
   while (piece != end) {  // every row has pieces, since the region is connected
-    rle::RunSink sink(writer);
+    rle::RunSink sink(writer, static_cast<std::size_t>(made->width));
     for (const std::int32_t row = piece->row; piece != end && piece->row == row; ++piece) {
       if (piece->first > left) sink.add(piece->first - left, 0);
       sink.add(piece->last - left, region.value);
@@ -224,7 +224,8 @@ class qc_BorderWalk {
   }
 
   Side next(Side side, std::vector<qcVector<2>>& corners) const {
-    const auto [piece, down] = side;
+    const std::ptrdiff_t piece = side.piece;
+    const int down = side.down;
     const qcInt64 row = first_[piece].row, below = row + down, x = ahead(piece, down);
     const qcInt64 touch = isEight_ ? 0 : 1;  // pieces that meet at a corner only are connected, or are not
     const auto turn = [&](qcInt64 at) {

@@ -168,11 +168,14 @@ class RowWriter {
  public:
   RowWriter(qc_RLERep& rep, std::size_t height);
 
-  /// Room for any row and the run that ends it.
-  qcRLEBufferRun* begin() {
-    if (left_ < rowRoom_) newBlock();
+  /// Room for a row of at most `stretches` stretches and the run that ends it.
+  qcRLEBufferRun* begin(std::size_t stretches) {
+    const std::size_t runs = std::min(width_, stretches + width_ / 255);
+    if (left_ < runs + 1 + kSlack) newBlock(runs + 1 + kSlack);
     return at_;
   }
+  /// Room for any row.
+  qcRLEBufferRun* begin() { return begin(width_); }
   /// Ends the row in front of `end`. `values` has at least the bits of all its values.
   void end(qcRLEBufferRun* end, std::uint32_t values) {
     *end = qcRLEBufferRun(0, 0);
@@ -183,7 +186,7 @@ class RowWriter {
     values_ |= values;
   }
   void row(const StretchRow& stretches) {
-    qcRLEBufferRun* to = begin();
+    qcRLEBufferRun* to = begin(stretches.count());
     std::int32_t start = 0;
     std::uint32_t values = 0;
     for (const Stretch& stretch : stretches) {
@@ -197,20 +200,20 @@ class RowWriter {
   void finish() { rep_.isBinary = values_ <= 1; }
 
  private:
-  void newBlock();
+  void newBlock(std::size_t least);
 
   qc_RLERep& rep_;
-  std::size_t height_, rowRoom_;
+  std::size_t width_, height_;
   std::size_t left_ = 0;
   qcUInt64 taken_ = 0;
   qcRLEBufferRun* at_ = nullptr;
   std::uint32_t values_ = 0;
 };
 
-/// Writes what it collects as a row.
+/// Writes what it collects, a number of stretches at most, as a row.
 class RunSink {
  public:
-  explicit RunSink(RowWriter& writer) : writer_(writer), to_(writer.begin()) {}
+  RunSink(RowWriter& writer, std::size_t stretches) : writer_(writer), to_(writer.begin(stretches)) {}
   [[gnu::always_inline]] inline void add(std::int32_t end, std::uint32_t value) {
     if (value != value_) {
       flush();

@@ -189,7 +189,7 @@ qcUInt64 qcRLEBuffer::numRuns() const { return rep().numRuns(); }
 qcUInt64 qcRLEBuffer::numRuns(unsigned char value) const {
   qcUInt64 sum = 0;
   rle::forChains(rep(), [&](const qcRLEBufferRun* runs, std::size_t count, std::size_t, std::size_t) {
-    for (std::size_t i = 0; i < count; ++i) sum += (runs[i].value() == value) & (runs[i].length() != 0);
+    for (std::size_t i = 0; i < count; ++i) sum += runs[i].value() == value && runs[i].length() != 0;
   });
   return sum;
 }
