@@ -75,7 +75,8 @@ struct Source {
   Deform deform(double bend, double smoothness = 0) {
     Points from, to;
     for (int i = 0; i < 25; ++i) {
-      from.push_back(point(20) + Point(150 * (i % 5 - 2), 150 * (i / 5 - 2)));
+      const int row = i / 5 - 2, column = i % 5 - 2;
+      from.push_back(point(20) + Point(150 * column, 150 * row));
       to.push_back(from.back() + point(bend));
     }
     return Deform(from, to, smoothness);

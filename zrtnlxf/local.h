@@ -31,9 +31,9 @@ Status expand(const Evaluate& evaluate, const qmath_vect& at, qmath_xformLinear*
 /// image closer (Dennis and Schnabel, "Numerical Methods for Unconstrained Optimization and Nonlinear Equations", 6.3).
 /// The first guess is the one of the affine approximation at `centre`; over distances of about `unit` the map bends.
 ///
-/// Steps end when one is below 1e-10 and, where units are large, 1e-9 of a unit: convergence is quadratic, so that what
-/// is left is far smaller. Where rounding errors allow no such step, one ends it that is within them. notConverged when
-/// neither happens, `point` is then as it was.
+/// Steps end when one is below 1e-10, or 1e-9 of a unit where that is less: convergence is quadratic, so that what is
+/// left is far smaller. Where rounding errors allow no such step, one that is within them ends it. notConverged when
+/// neither happens; `point` is then as it was.
 template <class Evaluate>
 Status invert(const Evaluate& evaluate, const qmath_vect& image, const qmath_vect& centre, double unit,
               qmath_vect* point) {

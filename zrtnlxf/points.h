@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <exception>
 #include <limits>
-#include <new>
 
 #include "zrtnlxf/status.h"
 
