@@ -112,17 +112,20 @@ void extremesAgainstOpenCv(compare::Session& session) {
   };
   run(noise<unsigned char>(), CV_8U, "8 bit", 0.2);
   run(noise<unsigned char>(512), CV_8U, "8 bit, 512 x 512", 0.2);
-  run(noise<short>(), CV_16S, "16 bit signed", 0);
-  run(noise<float>(), CV_32F, "float", 0);
+  run(noise<unsigned char>(16), CV_8U, "8 bit, 16 x 16", 0.4);
+  run(noise<short>(), CV_16S, "16 bit signed", 0.2);
+  run(noise<short>(512), CV_16S, "16 bit signed, 512 x 512", 0.2);
+  run(noise<float>(), CV_32F, "float", 0.2);
+  run(noise<float>(256), CV_32F, "float, 256 x 256", 0.2);
 }
 
-void pelwiseAgainstOpenCv(compare::Session& session) {
-  const Image<unsigned char> a = noise<unsigned char>(), b = smooth<unsigned char>();
-  Image<unsigned char> dst = touched<unsigned char>(), other = touched<unsigned char>();
-  const cv::Mat first = asMat(a, CV_8U), second = asMat(b, CV_8U);
+void copyAgainstOpenCv(compare::Session& session) {
+  const Image<unsigned char> src = noise<unsigned char>(16);
+  Image<unsigned char> dst = touched<unsigned char>(16), other = touched<unsigned char>(16);
+  const cv::Mat from = asMat(src, CV_8U);
   cv::Mat to = asMat(other, CV_8U);
   session.run(
-      "pel-wise max, 8 bit / OpenCV max", 0, [&] { qfPelMax(a, b, dst); }, [&] { cv::max(first, second, to); });
+      "copy, 8 bit, 16 x 16 / OpenCV copyTo", 0.4, [&] { qfPelCopy(src, dst); }, [&] { from.copyTo(to); });
 }
 
 template <class T>
@@ -168,10 +171,11 @@ int main(int argc, char** argv) {
   extremes<float>(session, "float", 0);
 #if defined(VNXSTD_BENCH_OPENCV)
   extremesAgainstOpenCv(session);
-  pelwiseAgainstOpenCv(session);
+  copyAgainstOpenCv(session);
   histogramAgainstOpenCv(session, noise<unsigned char>(), CV_8U, 256, "8 bit, noise", 0.96);
   histogramAgainstOpenCv(session, smooth<unsigned char>(), CV_8U, 256, "8 bit, smooth", 0.75);
-  histogramAgainstOpenCv(session, noise<unsigned short>(), CV_16U, 4096, "16 bit, noise of 12 bits", 0);
+  histogramAgainstOpenCv(session, noise<unsigned short>(), CV_16U, 4096, "16 bit, noise of 12 bits", 0.35);
+  histogramAgainstOpenCv(session, noise<unsigned char>(16), CV_8U, 256, "8 bit, 16 x 16", 0.4);
 #endif
   return session.finish();
 }

@@ -38,15 +38,20 @@ class Extremes {
     }
   }
 
-  /// The extremes of lanes `first`, first + step and so on. Of no pels, or of NaN alone, the lowest is the highest
-  /// value that there is.
-  std::pair<E, E> range(std::size_t first, std::size_t step) {
-    for (std::size_t i = first + step; i < kLanes; i += step) include(first, lo_[i], hi_[i]);
-    if constexpr (std::is_floating_point_v<E>) {
-      if (hi_[first] < lo_[first]) return {kNaN, kNaN};
-      return {lo_[first] + E{0}, hi_[first] + E{0}};
+  /// Folds the lanes onto the first `perPel` of them.
+  void fold(std::size_t perPel) {
+    for (std::size_t n = kLanes / 2; n >= perPel; n /= 2) {
+      for (std::size_t i = 0; i < n; ++i) include(i, lo_[i + n], hi_[i + n]);
     }
-    return {lo_[first], hi_[first]};
+  }
+
+  /// The extremes of a folded lane. Of no pels, or of NaN alone, the lowest is the highest value that there is.
+  std::pair<E, E> range(std::size_t lane) const {
+    if constexpr (std::is_floating_point_v<E>) {
+      if (hi_[lane] < lo_[lane]) return {kNaN, kNaN};
+      return {lo_[lane] + E{0}, hi_[lane] + E{0}};
+    }
+    return {lo_[lane], hi_[lane]};
   }
 
  private:
@@ -107,9 +112,8 @@ template <class E>
 void qf_PelExtremes(qc_PelRows<const E> elements, int perPel, E* lo, E* hi) {
   Extremes<E> extremes;
   simd::run(extremes, elements);
-  for (int i = 0; i < perPel; ++i) {
-    std::tie(lo[i], hi[i]) = extremes.range(static_cast<std::size_t>(i), static_cast<std::size_t>(perPel));
-  }
+  extremes.fold(static_cast<std::size_t>(perPel));
+  for (int i = 0; i < perPel; ++i) std::tie(lo[i], hi[i]) = extremes.range(static_cast<std::size_t>(i));
 }
 
 template VNXSTD_EXPORT void qf_PelExtremes(qc_PelRows<const unsigned char>, int, unsigned char*, unsigned char*);

@@ -11,9 +11,9 @@
 
 namespace {
 
-/// Counts pels by their value above `lowest`. Neighbouring pels go to different tables: equal neighbours would
-/// otherwise wait for each other's count to come back from memory, which takes 60 % longer on smooth images. What is
-/// left is one count written per cycle.
+/// Counts pels by their value above `lowest`. Neighbouring pels go to two tables in turn: equal neighbours would
+/// otherwise wait for each other's count to come back from memory, which takes 60 % longer on smooth images. With four
+/// tables smooth images take 6 % less time, but noise 10 % more.
 template <class S>
 class Tally {
  public:
@@ -38,7 +38,7 @@ class Tally {
  private:
   using Bits = std::make_unsigned_t<S>;
 
-  static constexpr std::size_t kTables = 4;
+  static constexpr std::size_t kTables = 2;
   static constexpr std::ptrdiff_t kMost = std::ptrdiff_t{1} << 30;  // pels before a 32-bit count could wrap around
 
   [[gnu::always_inline]] inline std::size_t bin(Bits bits) const {
@@ -108,11 +108,14 @@ class Sink {
 
 }  // namespace
 
+// Below so many pels counting them one by one takes less time than making tables.
+static constexpr std::ptrdiff_t kSmall = 1024;
+
 template <class S>
 bool qf_PelHistogram(qc_PelRows<const S> rows, std::vector<unsigned long>& counts) {
   if (rows.isEmpty()) return false;
   constexpr S least = std::numeric_limits<S>::min();
-  const bool isSmall = rows.width * rows.height < 256;
+  const bool isSmall = rows.width * rows.height < kSmall;
   S lo = least, hi = std::numeric_limits<S>::max();
   // Images of 16-bit pels mostly use a part of their range, and tables of that part may fit the caches.
   if (sizeof(S) > 1 || isSmall) qf_PelExtremes(rows, 1, &lo, &hi);

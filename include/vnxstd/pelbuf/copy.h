@@ -6,6 +6,7 @@
 
 #include "vnxstd/export.h"
 #include "vnxstd/pelbuf/apply.h"
+#include "vnxstd/pelbuf/pelwise.h"
 #include "vnxstd/pelbuf/prepare.h"
 
 /// Copies rectangles of one size, given as bytes. They may overlap when their pitches are the same.
@@ -25,11 +26,10 @@ void qf_PelCopyWindow(const qcPelBuffer_const<T>& src, const qcPelBuffer<T>& dst
 /// image of the source's window. Throws as prepare.h says.
 template <class T>
 void qfPelCopy(const qcPelBuffer_const<T>& src, qcPelBuffer<T>& dst) {
-  qcPelBuffer_const<T> from(src);
-  qcPelBuffer<T> to(dst);
-  qf_PelPrepareAlloc_1s1d(from, to);
-  qf_PelCopyWindow(from, to);
-  if (!dst.isBound()) dst = to;
+  const auto copy = [](auto from, auto to) {
+    qf_PelCopy(qf_PelRowsAs<const unsigned char>(from), qf_PelRowsAs<unsigned char>(to));
+  };
+  qf_PelPelwise(dst, copy, src);
 }
 
 /// A new image with the pels of the window, its image coordinates and transform.
