@@ -306,9 +306,10 @@ void expectBoxSums() {
   } cases[] = {{{1, 1}, 1, 1, 0},     {{70, 3}, 2, 3, 1},    {{133, 5}, 3, 3, 3},
                {{19, 20}, 1, 8, 2},   {{50, 17}, 15, 15, 8}, {{40, 19}, 17, 16, 9},
                {{140, 3}, 33, 2, 31}, {{64, 12}, 8, 5, 16},  {{3, 3}, 4, 2, 0}};
-  for (const auto& [image, width, height, shift] : cases) {
+  for (const auto& box : cases) {
+    const long width = box.width, height = box.height, shift = box.shift;
     expectFiltered<S, D>(
-        image, qcPelRect(-((width - 1) / 2), -((height - 1) / 2), width, height),
+        box.image, qcPelRect(-((width - 1) / 2), -((height - 1) / 2), width, height),
         [&](const auto& src, auto& dst) { qfPelSpatialAvg(src, dst, width, height, shift); },
         [&](const Near<S>& near) {
           Sum<E> sum = 0;

@@ -29,6 +29,9 @@ struct Word {
   [[gnu::always_inline]] static std::ptrdiff_t count(std::ptrdiff_t bytes) {
     return bytes / static_cast<std::ptrdiff_t>(sizeof(W));
   }
+  [[gnu::always_inline]] static void fill(Aliased* to, std::ptrdiff_t count, W value) {
+    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = value;
+  }
 };
 
 /// Calls work with a word of the size.
@@ -109,7 +112,7 @@ struct Repeat {
       VNXSTD_INDEPENDENT
       for (std::ptrdiff_t i = 0; i < count; ++i) to[2 * i] = to[2 * i + 1] = from[i];
     } else {
-      for (std::ptrdiff_t i = 0; i < count; ++i) std::fill_n(to + i * step, step, from[i]);
+      for (std::ptrdiff_t i = 0; i < count; ++i) Word<W>::fill(to + i * step, step, from[i]);
     }
   }
 };
@@ -351,11 +354,11 @@ void qf_PelExpand(int pelSize, From src, To dst, qcInt64 x, qcInt64 y, qcInt64 s
       }
       left = row == 0 ? y - skipY : y;
       const unsigned char* const from = src.row(source++);
-      std::fill_n(Word<W>::in(to), head, *Word<W>::in(from));
+      Word<W>::fill(Word<W>::in(to), head, *Word<W>::in(from));
       step == 2 ? run(Repeat<W, 2>{step}, from + size, to + head * size)
                 : run(Repeat<W, 0>{step}, from + size, to + head * size);
       if (tail > 0) {
-        std::fill_n(Word<W>::in(to) + (pels - tail), tail, *Word<W>::in(from + (whole + 1) * size));
+        Word<W>::fill(Word<W>::in(to) + (pels - tail), tail, *Word<W>::in(from + (whole + 1) * size));
       }
     }
   });

@@ -90,6 +90,7 @@ void run(Kernel& kernel, qc_PelRows<P>... rows) {
   Entries<Kernel, P...>::table[static_cast<std::size_t>(level())](kernel, rows...);
 }
 
+/// Entries without the loop over rows around the kernel. There are none for byte permutes.
 template <class Kernel, class... P>
 struct RowEntries {
   using Entry = void (*)(Kernel&, std::ptrdiff_t, P*...);
@@ -99,9 +100,9 @@ struct RowEntries {
   [[gnu::target("avx2")]] static void avx2(Kernel& kernel, std::ptrdiff_t count, P*... pels) {
     kernel.row(Bytes<32>(), pels..., count);
   }
-  static constexpr std::array<Entry, kLevels> table = {&baseline, &avx2};
+  static constexpr std::array<Entry, kLevels> table = {&baseline, &avx2, &avx2};
 #else
-  static constexpr std::array<Entry, kLevels> table = {&baseline, &baseline};
+  static constexpr std::array<Entry, kLevels> table = {&baseline, &baseline, &baseline};
 #endif
 };
 
