@@ -717,7 +717,7 @@ TEST(Adoption, TakesRowsThatAddUp) {
     std::vector<const RleRun*> rows;
     for (const std::ptrdiff_t start : starts) rows.push_back(start < -8 ? nullptr : blocks[1].runs.get() + start);
     qcRLEBuffer image(1, 1, 9);
-    image.becomeOwner(width, std::move(rows), std::move(blocks));
+    image.becomeOwner(width, rows, std::move(blocks));
     return image;
   };
   // Rows of any order, one of them twice; stretches split anywhere.

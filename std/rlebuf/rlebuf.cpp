@@ -121,7 +121,7 @@ void qcRLEBuffer::transfer(qcRLEBuffer& other) {
   rep_.swap(other.rep_);
 }
 
-void qcRLEBuffer::becomeOwner(long width, std::vector<const qcRLEBufferRun*> rows,
+void qcRLEBuffer::becomeOwner(long width, const std::vector<const qcRLEBufferRun*>& rows,
                               std::vector<qcRLEBufferBlock> blocks) {
   if (width < 1 || width > INT32_MAX || rows.empty() || rows.size() > INT32_MAX) throw qcPelFunc::BadParams();
   auto rep = std::make_unique<qc_RLERep>();
@@ -299,7 +299,7 @@ qcRLEBufferBlock loadRuns(qcArchive& archive, std::size_t need) {
     const std::size_t step = isKnown ? need : std::min(need - have, std::max(have, kFirstPiece));
     qcRLEBufferBlock larger(have + step);
     std::copy_n(block.runs.get(), have, larger.runs.get());
-    archive.raw(reinterpret_cast<char*>(larger.runs.get() + have), static_cast<long>(step * sizeof(qcRLEBufferRun)));
+    archive.block(reinterpret_cast<unsigned char*>(larger.runs.get() + have), step * sizeof(qcRLEBufferRun));
     block = std::move(larger);
     have += step;
   }
@@ -336,8 +336,7 @@ void store(qcArchive& archive, qc_RLERep& rep) {
   auto total = static_cast<std::uint32_t>(rep.numRuns());
   header(archive, 2, rep, height, total);
   rle::forChains(rep, [&](const qcRLEBufferRun* runs, std::size_t count, std::size_t, std::size_t) {
-    char* const bytes = reinterpret_cast<char*>(const_cast<qcRLEBufferRun*>(runs));  // storing changes nothing
-    archive.raw(bytes, static_cast<long>((count + 1) * sizeof(qcRLEBufferRun)));
+    archive.block(reinterpret_cast<const unsigned char*>(runs), (count + 1) * sizeof(qcRLEBufferRun));
   });
 }
 

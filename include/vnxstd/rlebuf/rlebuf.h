@@ -105,8 +105,9 @@ class VNXSTD_EXPORT qcRLEBuffer : public qcPersistent {
   /// Takes over rows that the caller has built: `rows` points to the first run of every row, from the top down, each
   /// in one of `blocks`, which may hold other things too. The offset becomes (0, 0), the transform the identity. Throws
   /// qcPelFunc::BadParams when there are no rows, the width is not from 1 to 2147483647, a row begins outside the
-  /// blocks, or its lengths do not add up to the width in front of a run (0, 0) in the same block.
-  void becomeOwner(long width, std::vector<const qcRLEBufferRun*> rows, std::vector<qcRLEBufferBlock> blocks);
+  /// blocks, or its lengths do not add up to the width in front of a run (0, 0) in the same block;
+  /// the blocks are then freed.
+  void becomeOwner(long width, const std::vector<const qcRLEBufferRun*>& rows, std::vector<qcRLEBufferBlock> blocks);
 
   /// How many runs the next image to be encoded is expected to have; memory for runs is then taken in pieces of that
   /// size. Without a hint (0 or less) the first piece is small and later ones grow.
