@@ -243,7 +243,7 @@ template <class S, class D>
 void expectFiltered(const Size& size, const qcPelRect& shape,
                     const std::function<void(const qcPelBuffer_const<S>&, qcPelBuffer<D>&)>& filter,
                     const std::function<qc_PelComponent<D>(const Near<S>&)>& reference, bool hasNan = true) {
-  for (const Level level : {Level::Baseline, Level::Avx2}) {
+  for (const Level level : {Level::Baseline, Level::Avx2, Level::Permutes}) {
     if (vnxstd::simd::setLevel(level) != level) continue;
     for (const bool inPlace : {false, true}) {
       if (inPlace && !std::is_same_v<S, D>) continue;
