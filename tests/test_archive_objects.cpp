@@ -15,9 +15,6 @@
 
 namespace {
 
-constexpr auto kBig = qcArchive::bigEndian;
-constexpr auto kLittle = qcArchive::littleEndian;
-
 std::atomic<int> alive{0};  // objects of the classes below
 
 // Without a count; has one owner.
@@ -180,24 +177,11 @@ void expectError(const std::function<void()>& body, const std::wstring& message 
 
 TEST(Objects, HaveTheBytesOfTheFormat) {
   const Pet pet(7);
-  EXPECT_EQ(toHex(stored(kBig, false, pet)),
-            "F1664BDF"
-            "01"
-            "00"
-            "07");
+  EXPECT_EQ(stored(kBig, false, pet), petObject(7));
   // Leaf, group, exception, root: levels of the same size at the same address are told apart.
-  EXPECT_EQ(toHex(stored(kBig, false, qcArchive::Eof("a", 7))),
-            "F1664BDF"
-            "00000000"
-            "01FFFE6100FFFE"
-            "00000007");
+  EXPECT_EQ(stored(kBig, false, qcArchive::Eof("a", 7)), kMarker + fromHex("00000000 01FFFE6100FFFE 00000007"));
   // In a seekable archive: tag, variant, size of the body, name.
-  EXPECT_EQ(toHex(stored(kBig, true, pet)),
-            "F1664BDF"
-            "6F8B6844"
-            "00"
-            "00000003" +
-                toHex(kPetName) + "010007");
+  EXPECT_EQ(stored(kBig, true, pet), kMarker + fromHex("6F8B6844 00 00000003") + kPetName + fromHex("010007"));
 }
 
 class Base : public qcPersistent {
@@ -228,14 +212,7 @@ class Both : public Side<1>, public Side<2> {
 const qc_Instantiator bothRegistered(typeid(Both), &Both::make);
 
 TEST(Objects, StoreABaseThatIsReachedTwiceOnce) {
-  EXPECT_EQ(toHex(stored(kBig, false, Both())),
-            "F1664BDF"
-            "09"
-            "01"
-            "03"
-            "00"
-            "BA"
-            "02");
+  EXPECT_EQ(stored(kBig, false, Both()), kMarker + fromHex("09 01 03 00 BA 02"));
 }
 
 TEST(Objects, AThrowInTheMiddleLeavesNoMarksBehind) {
@@ -277,8 +254,7 @@ TEST(Pointers, HaveTheBytesOfTheFormat) {
   qcMemoryArchive archive(kBig, false);
   qcPersistent* objects[] = {&pet, nullptr, &pet};
   for (qcPersistent* object : objects) qcPersistent::serializePointer(archive, object, object);
-  const std::string bytes(archive.bytes().begin() + 2, archive.bytes().end());
-  EXPECT_EQ(toHex(bytes), toHex(record(1, 1, kPetName + petObject(7)) + record(0, 0) + record(1, 0)));
+  EXPECT_EQ(bytesOf(archive), headOf(kBig) + record(1, 1, kPetName + petObject(7)) + record(0, 0) + record(1, 0));
 }
 
 TEST(Pointers, EveryBadRecordHasItsError) {
@@ -440,20 +416,11 @@ TEST_P(Graphs, MutatedBytesGiveAnErrorOrObjectsWithinBoundedMemory) {
       std::string mutated = bytes;
       for (std::size_t edits = 1 + pick(4); edits-- > 0;) {
         const std::size_t at = 2 + pick(mutated.size() - 2), length = std::min(1 + pick(30), mutated.size() - at);
-        const std::string piece = mutated.substr(2 + pick(mutated.size() - 2), length);
-        switch (pick(4)) {
-          case 0:
-            mutated[at] = static_cast<char>(random());
-            break;
-          case 1:
-            mutated.insert(at, piece);
-            break;
-          case 2:
-            mutated.replace(at, piece.size(), piece);
-            break;
-          default:
-            mutated.replace(at, length, length, "\x00\x7F\xFF"[pick(3)]);
-        }
+        const std::string changes[] = {std::string(1, static_cast<char>(random())),
+                                       mutated.substr(2 + pick(mutated.size() - 2), length),
+                                       std::string(length, "\x00\x7F\xFF"[pick(3)])};
+        const std::string& change = changes[pick(3)];  // inserted, or in place of what is there
+        mutated.replace(at, pick(2) * change.size(), change);
       }
       const PeakAllocation peak;
       tryLoad(mutated);
@@ -499,7 +466,7 @@ TEST_P(Graphs, NestingHasALimitBothWays) {
   EXPECT_THROW(archive << tooDeep, qcArchive::BadContent);
   archive.nestingLimit(513);
   archive << tooDeep;  // in full: nothing of the failed attempt is referred to
-  const std::string bytes(archive.bytes().begin(), archive.bytes().end());
+  const std::string bytes = bytesOf(archive);
   const std::string again = headOf(kLittle, seekable()) + bytes.substr(bytes.size() - (deepest.size() - 6));
   EXPECT_FALSE(tryLoad(again));
   archive << tooDeep;
@@ -513,7 +480,7 @@ TEST_P(Graphs, NestingHasALimitBothWays) {
   EXPECT_THROW(refused << nodes, qcArchive::BadContent);
   list.nestingLimit(513);
   list << nodes;
-  const std::string listed(list.bytes().begin(), list.bytes().end());
+  const std::string listed = bytesOf(list);
   std::vector<NodeHandle> back;
   EXPECT_THROW(*BytesArchive(listed, seekable()) || back, qcArchive::BadContent);
   EXPECT_EQ(std::count(back.begin(), back.end(), nullptr), 1);  // all but the last
@@ -625,7 +592,7 @@ TEST(HeldObjects, AreStoredAnewOnceTheyChange) {
     witness << node;
     EXPECT_EQ(archive.bytes().size() - second, witness.bytes().size() - 2);
     NodeHandle a, b, c;
-    *BytesArchive(std::string(archive.bytes().begin(), archive.bytes().end())) || a || b || c;
+    *BytesArchive(bytesOf(archive)) || a || b || c;
     EXPECT_TRUE(a == b && a != c && c->name == "x");
   }
 }
@@ -637,7 +604,7 @@ TEST(HeldObjects, AreStoredAnewOnceTheyAreAssignedTo) {
   qcPersistent::serializePointer(archive, &error, ignored);
   error = qcArchive::BadFile("b", 0);
   qcPersistent::serializePointer(archive, &error, ignored);
-  BytesArchive in(std::string(archive.bytes().begin(), archive.bytes().end()));
+  BytesArchive in(bytesOf(archive));
   for (const wchar_t* text : {L"a", L"b"}) {
     qcPersistent* loaded = nullptr;
     qcPersistent::serializePointer(*in, nullptr, loaded);
@@ -671,7 +638,7 @@ TEST(HeldObjects, AreStoredInFullAfterAFailedStoreByValue) {
   archive << Owner() << owner.node;  // over what was written
   Owner back;
   NodeHandle node;
-  BytesArchive in(std::string(archive.bytes().begin(), archive.bytes().end()), true);
+  BytesArchive in(bytesOf(archive), true);
   *in >> back;
   *in || node;
   EXPECT_TRUE(node && node != back.node);
@@ -685,8 +652,8 @@ TEST(HeldObjects, ANewObjectAtAFreedAddressIsANewObject) {
     qcPersistent::serializePointer(archive, pet, pet);
     pet->~qcPersistent();
   }
-  EXPECT_EQ(toHex(std::string(archive.bytes().begin() + 2, archive.bytes().end())),
-            toHex(record(1, 1, kPetName + petObject(1)) + record(2, 1, kPetName + petObject(2))));
+  EXPECT_EQ(bytesOf(archive),
+            headOf(kBig) + record(1, 1, kPetName + petObject(1)) + record(2, 1, kPetName + petObject(2)));
 }
 
 TEST(HeldObjects, AReferenceToALoadedObjectThatIsGoneNeedsASeekableArchive) {
@@ -717,16 +684,10 @@ TEST(SeekableArchives, OnlyTheyCanTurnAndMove) {
   EXPECT_THROW(plain->seek(2, 0), qcArchive::NotSeekable);
   EXPECT_THROW(plain->seek(qcArchive::Position(2)), qcArchive::NotSeekable);
   BytesArchive archive(fromHex("03 00 11 22 33 44"), true);
-  for (const auto& [offset, origin] : {std::pair{-1L, 0},
-                                       {7L, 0},
-                                       {5L, 1},
-                                       {-3L, 1},
-                                       {1L, 2},
-                                       {-7L, 2},
-                                       {0L, 3},
-                                       {0L, -1},
-                                       {std::numeric_limits<long>::max(), 1},
-                                       {std::numeric_limits<long>::min(), 2}}) {
+  constexpr long kMost = std::numeric_limits<long>::max(), kLeast = std::numeric_limits<long>::min();
+  const std::pair<long, int> wrong[] = {{-1, 0}, {7, 0}, {5, 1},  {-3, 1},    {1, 2},
+                                        {-7, 2}, {0, 3}, {0, -1}, {kMost, 1}, {kLeast, 2}};
+  for (const auto& [offset, origin] : wrong) {
     EXPECT_THROW(archive->seek(offset, origin), qcArchive::BadBuffer) << offset << ' ' << origin;
     EXPECT_EQ(static_cast<long>(archive->tell()), 2);
   }
@@ -750,13 +711,7 @@ TEST(SeekableArchives, ReservedRoomIsFilledInLater) {
   archive << 0x01020304;
   archive.append();
   archive << true;
-  EXPECT_EQ(toHex(std::string(archive.bytes().begin(), archive.bytes().end())),
-            "0300"
-            "00"
-            "01020304"
-            "0000000000000000"
-            "0000"
-            "01");
+  EXPECT_EQ(bytesOf(archive), fromHex("0300 00 01020304 0000000000000000 0000 01"));
 }
 
 TEST(SeekableArchives, CanBeReadAtAnyObjectAndAppendedTo) {
@@ -793,8 +748,7 @@ TEST(SeekableArchives, CanBeReadAtAnyObjectAndAppendedTo) {
       expectSameGraph(written.back(), back);
       EXPECT_NE(back.rep(), written.back().rep());
       dissolve(back);
-      const auto data = static_cast<qcMemoryArchive&>(*archive).bytes();
-      bytes.assign(data.begin(), data.end());
+      bytes = bytesOf(static_cast<qcMemoryArchive&>(*archive));
     }
     BytesArchive archive(bytes, true);
     for (const int i : {11, 3, 0, 7, 4, 1, 10}) {
@@ -819,7 +773,7 @@ TEST(SeekableArchives, CanBeReadFromTheInsideOut) {
   out << chain.back();
   const auto start = out.tell();
   out << chain;
-  BytesArchive in(std::string(out.bytes().begin(), out.bytes().end()), true);
+  BytesArchive in(bytesOf(out), true);
   in->seek(start);
   std::vector<NodeHandle> back;
   *in || back;
@@ -870,8 +824,7 @@ TEST(Threads, ShareObjectsAndLetGoOfThemWhileOthersArchive) {
         qcMemoryArchive archive(kLittle, round % 2 != 0);
         const qcPtrHandle<Node> mine = shared;
         archive << mine << mine;
-        auto in =
-            std::make_unique<BytesArchive>(std::string(archive.bytes().begin(), archive.bytes().end()), round % 2);
+        auto in = std::make_unique<BytesArchive>(bytesOf(archive), round % 2);
         NodeHandle first, second;
         **in || first;
         // Another thread drops the last handle while this one looks the object up again.

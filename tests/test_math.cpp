@@ -4,14 +4,12 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <map>
 #include <numbers>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "vnxstd/archive/memory.h"
+#include "support/archived.h"
 #include "vnxstd/math/random.h"
 #include "vnxstd/math/range.h"
 #include "vnxstd/math/stats.h"
@@ -329,26 +327,20 @@ TEST(Range, AnglesWrapAround) {
 }
 
 TEST(Range, BadEndsAreRefused) {
-  const auto refusal = [](const auto& make) -> std::wstring {
-    try {
-      make();
-      return L"";
-    } catch (const qcRangeDefs::BadParams& error) {
-      return error.info();
-    }
-  };
+  const std::wstring none, less = L"qcRangeDefs::BadParams: start > end",
+                           equal = L"qcRangeDefs::BadParams: start >= end";
   const struct {
     double start, end;
-    const wchar_t *range, *angles, *anglesWithPoint;
-  } cases[] = {{1, 1, L"", L"start >= end", L""},
-               {1, 0.5, L"start > end", L"start >= end", L"start > end"},
-               {1, kNan, L"start > end", L"start >= end", L"start > end"},
-               {kInf, kInf, L"", L"start >= end", L"start > end"}};
+    std::wstring range, angles, anglesWithPoint;
+  } cases[] = {{1, 1, none, equal, none},
+               {1, 0.5, less, equal, less},
+               {1, kNan, less, equal, less},
+               {kInf, kInf, none, equal, less}};
   for (const auto& c : cases) {
     const qcRadian start(c.start), end(c.end);
-    EXPECT_EQ(refusal([&] { qcRange(c.start, c.end); }), c.range) << c.start << ' ' << c.end;
-    EXPECT_EQ(refusal([&] { qcAngleRange(start, end); }), c.angles) << c.start << ' ' << c.end;
-    EXPECT_EQ(refusal([&] { qcAngleRange(start, end, true); }), c.anglesWithPoint) << c.start << ' ' << c.end;
+    EXPECT_EQ(errorOf([&] { qcRange(c.start, c.end); }), c.range) << c.start << ' ' << c.end;
+    EXPECT_EQ(errorOf([&] { qcAngleRange(start, end); }), c.angles) << c.start << ' ' << c.end;
+    EXPECT_EQ(errorOf([&] { qcAngleRange(start, end, true); }), c.anglesWithPoint) << c.start << ' ' << c.end;
   }
 }
 
@@ -398,92 +390,31 @@ TEST(Random, DrawsTheKnownSequence) {
   EXPECT_EQ(gaussian.next(2, 10), 10.624746364815488);
 }
 
-std::vector<char> stored(auto value, qcArchive::Ordering ordering) {
-  qcMemoryArchive archive(ordering, false);
-  archive || value;
-  return archive.toVector();
-}
-
-template <class T>
-T& load(const std::vector<char>& bytes, T& value) {
-  qcMemoryArchive archive(bytes.data(), static_cast<long>(bytes.size()), false);
-  archive || value;
-  return value;
-}
-
-// The bytes of an archive, from one word a number: its hexadecimal digits, or a name for those of a double.
-std::vector<char> wire(const std::string& words, qcArchive::Ordering ordering = qcArchive::bigEndian) {
-  static const std::map<std::string, std::string> doubles = {
-      {"zero", "0000000000000000"},  {"one", "3FF0000000000000"}, {"two", "4000000000000000"},
-      {"three", "4008000000000000"}, {"six", "4018000000000000"}, {"minushalf", "BFE0000000000000"},
-      {"max", "7FEFFFFFFFFFFFFF"},   {"min", "FFEFFFFFFFFFFFFF"}, {"nan", "7FF8000000000000"}};
-  std::vector<char> bytes = stored(qcRadian(), ordering);
-  bytes.resize(2);  // the header
-  std::istringstream in(words);
-  for (std::string word; in >> word;) {
-    if (doubles.contains(word)) word = doubles.at(word);
-    const std::size_t width = word.size() / 2;
-    const std::uint64_t number = std::stoull(word, nullptr, 16);
-    for (std::size_t i = 0; i < width; ++i) {
-      const std::size_t place = ordering == qcArchive::littleEndian ? i : width - 1 - i;
-      bytes.push_back(static_cast<char>(number >> (8 * place)));
-    }
-  }
-  return bytes;
-}
-
-// A value's bytes in both orders, what comes back from them, and that damage leaves a value alone. `versions` are the
-// places of the version bytes, with the unit that their errors name.
-template <class T>
-void expectArchived(T value, const char* words, const std::map<std::size_t, const wchar_t*>& versions = {}) {
-  SCOPED_TRACE(words);
-  for (const auto ordering : {qcArchive::bigEndian, qcArchive::littleEndian}) {
-    const std::vector<char> bytes = wire(words, ordering);
-    EXPECT_EQ(stored(value, ordering), bytes);
-    T loaded{}, victim{};
-    EXPECT_EQ(load(bytes, loaded), value);
-    EXPECT_EQ(stored(loaded, ordering), bytes);
-    for (std::size_t size = 2; size < bytes.size(); ++size) {
-      EXPECT_THROW(load({bytes.begin(), bytes.begin() + static_cast<long>(size)}, victim), qcArchive::Eof);
-    }
-    for (const auto& [at, source] : versions) {
-      std::vector<char> newer = bytes;
-      newer[2 + at] = 1;
-      try {
-        load(newer, victim);
-        ADD_FAILURE() << "version byte at " << at;
-      } catch (const qcArchive::UnknownVersion& error) {
-        EXPECT_EQ(error.file(), std::wstring(L"std/math/") + source);
-      }
-    }
-    EXPECT_EQ(victim, T{});
-  }
-}
-
 TEST(Archive, BytesOfEveryType) {
   expectArchived(qcPair<long>(-2, 3), "FFFFFFFE 00000003");
   expectArchived(qcRadian(-0.5), "minushalf");
   expectArchived(qcDegree(3), "three");
   expectArchived(qcAngle8(-2), "FE");
   expectArchived(qcAngle16(-2), "FFFE");
-  expectArchived(qcVector<2>(1, -0.5), "00 one minushalf", {{0, L"vector"}});
-  expectArchived(qcVector<3>(1, -0.5, 3), "00 one minushalf three", {{0, L"vector"}});
-  expectArchived(qcMatrix<2>(1, 2, 1, 3), "00 one two one three one", {{0, L"matrix"}});
+  expectArchived(qcVector<2>(1, -0.5), "00 one minushalf", {{0, L"vector, line: 312"}});
+  expectArchived(qcVector<3>(1, -0.5, 3), "00 one minushalf three", {{0, L"vector, line: 587"}});
+  expectArchived(qcMatrix<2>(1, 2, 1, 3), "00 one two one three one", {{0, L"matrix, line: 421"}});
   expectArchived(qcMatrix<3>(1, 2, 3, 0, 2, 3, 0, 0, 3), "00 one two three zero two three zero zero three six",
-                 {{0, L"matrix"}});
+                 {{0, L"matrix, line: 873"}});
   expectArchived(qcXform<2>({1, 2, 1, 3}, {3, 2}), "00 00 three two 00 one two one three one 00",
-                 {{0, L"xform"}, {1, L"vector"}, {18, L"matrix"}});
+                 {{0, L"xform, line: 264"}, {1, L"vector, line: 312"}, {18, L"matrix, line: 421"}});
   expectArchived(qcXform<2>(), "00 00 zero zero 00 one zero zero one one 01");
   expectArchived(qcXform<3>({}, {1, 2, 3}), "00 00 one two three 00 one zero zero zero one zero zero zero one one",
-                 {{0, L"xform"}, {1, L"vector"}, {26, L"matrix"}});
-  expectArchived(qcRange(1, 2), "00 00000000 one two", {{0, L"range"}});
+                 {{0, L"xform, line: 518"}, {1, L"vector, line: 587"}, {26, L"matrix, line: 873"}});
+  expectArchived(qcRange(1, 2), "00 00000000 one two", {{0, L"range, line: 187"}});
   expectArchived(qcRange(), "00 00000001 zero zero");
-  expectArchived(qcAngleRange(qcRadian(1), qcRadian(9)), "00 00000002 zero zero", {{0, L"range"}});
-  expectArchived(qcStatistics({1, 2, 1, -1, -1}), "00 00000005 two zero 4020000000000000 BFF0000000000000 two",
-                 {{0, L"stats"}});
+  expectArchived(qcAngleRange(qcRadian(1), qcRadian(9)), "00 00000002 zero zero", {{0, L"range, line: 402"}});
+  expectArchived(qcStatistics({1, 2, 1, -1, -1}), "00 00000005 two zero eight minusone two",
+                 {{0, L"stats, line: 143"}});
   expectArchived(qcStatistics(), "00 00000000 zero zero zero max min");
-  expectArchived(qcRandomUniform(-2), "00 FFFFFFFE 00000000", {{0, L"random"}});
-  expectArchived(qcRandomGaussian(7), "00 00 00000007 00000000", {{0, L"random"}, {1, L"random"}});
+  expectArchived(qcRandomUniform(-2), "00 FFFFFFFE 00000000", {{0, L"random, line: 121"}});
+  expectArchived(qcRandomGaussian(7), "00 00 00000007 00000000",
+                 {{0, L"random, line: 208"}, {1, L"random, line: 121"}});
 }
 
 TEST(Archive, GeneratorsAreRestoredAfterAnyNumberOfDraws) {
@@ -491,7 +422,7 @@ TEST(Archive, GeneratorsAreRestoredAfterAnyNumberOfDraws) {
   for (std::uint32_t n = 0; n < 30000; ++n) {
     // At 7132 the next draw hands out the entry that was overwritten longest ago, by the 935th draw from the end.
     if (n < 3 || (n >= 933 && n < 938) || n == 7132 || n % 9973 == 0) {
-      EXPECT_EQ(load(stored(drawn, qcArchive::bigEndian), restored), drawn) << n;
+      EXPECT_EQ(load(archived(kBig, false, drawn), restored), drawn) << n;
     }
     drawn.next(0, 1);
   }
@@ -502,18 +433,18 @@ TEST(Archive, GeneratorsAreRestoredAfterAnyNumberOfDraws) {
 
 TEST(Archive, VectorsOfPointsAreTheirElements) {
   Source source;
-  for (const auto ordering : {qcArchive::bigEndian, qcArchive::littleEndian}) {
+  for (const auto ordering : kOrderings) {
     for (unsigned count : {0u, 1u, 255u, 256u, 257u, 1000u}) {
       std::vector<qcVector<3>> points(count), loaded(3);
       qcMemoryArchive single(ordering, false);
       single || count;
       for (qcVector<3>& point : points) single || (point = source.vector<3>());
-      EXPECT_EQ(stored(points, ordering), single.toVector());
-      EXPECT_EQ(load(single.toVector(), loaded), points);
+      EXPECT_EQ(archived(ordering, false, points), bytesOf(single));
+      EXPECT_EQ(load(bytesOf(single), loaded), points);
     }
   }
   std::vector<qcVector<2>> points(300);
-  std::vector<char> lying = stored(points, qcArchive::bigEndian);
+  std::string lying = archived(kBig, false, points);
   std::fill_n(lying.begin() + 2, 4, '\xFF');  // a count costs no memory before its elements arrive
   EXPECT_THROW(load(lying, points), qcArchive::Eof);
   EXPECT_LT(points.capacity(), 100000u);
@@ -533,7 +464,7 @@ TEST(Archive, DamageIsFound) {
   // A wrong determinant is kept, so that the file can be written again as it was, and told by repInvariant.
   qcMatrix<2> m;
   EXPECT_THROW(load(wire("00 one two one three six"), m).repInvariant(), qcInvariantFailure);
-  EXPECT_EQ(stored(m, qcArchive::bigEndian), wire("00 one two one three six"));
+  EXPECT_EQ(archived(kBig, false, m), wire("00 one two one three six"));
 
   qcStatistics stats({1});
   EXPECT_THROW(load(wire("00 80000000 one zero one one one"), stats), qcArchive::BadContent);

@@ -9,12 +9,12 @@
 #include <functional>
 #include <random>
 #include <set>
-#include <streambuf>
 #include <string>
 #include <tuple>
 #include <vector>
 
-#include "vnxstd/archive/memory.h"
+#include "support/bytes.h"
+#include "support/faulty.h"
 #include "vnxstd/pelbuf/buffer.h"
 
 namespace {
@@ -441,53 +441,24 @@ TEST(Buffer, PackedArraysAndPlanesCarryTheWindow) {
 
 // --- archives -------------------------------------------------------------------------------------------------------
 
-constexpr auto kBig = qcArchive::bigEndian, kLittle = qcArchive::littleEndian;
-constexpr char kEof[] = "qcArchive::Eof", kContent[] = "qcArchive::BadContent";
+constexpr wchar_t kEof[] = L"qcArchive::Eof", kContent[] = L"qcArchive::BadContent";
 
-// Bytes from hexadecimal digits; spaces are for the reader.
-std::vector<char> fromHex(std::string hex) {
-  std::erase(hex, ' ');
-  std::vector<char> bytes;
-  for (std::size_t i = 0; i < hex.size(); i += 2) {
-    bytes.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-  }
-  return bytes;
-}
-
-template <class... T>
-void load(const std::vector<char>& bytes, T&... objects) {
-  qcMemoryArchive archive(bytes.data(), static_cast<long>(bytes.size()), false, false);
-  (archive || ... || objects);
-}
-
-template <class... T>
-std::vector<char> store(qcArchive::Ordering order, T&... objects) {
-  qcMemoryArchive archive(order, false);
-  (archive || ... || objects);
-  return archive.toVector();
-}
-
-// What loading comes to: "ok" or the error's type, and its place where that is asked for or has no line.
-std::string outcomeOf(const std::function<void()>& act, bool withPlace = false) {
-  try {
-    act();
-    return "ok";
-  } catch (const qcException& error) {
-    const std::wstring text = error.message(true);
-    return std::string(text.begin(), text.end()).substr(0, withPlace ? text.npos : text.find(L": thrown"));
-  }
+// What loading comes to: "ok" or the error's type, with its class where that is what the text tells.
+std::wstring outcomeOf(const std::function<void()>& act) {
+  const std::wstring error = errorOf(act);
+  return error.empty() ? L"ok" : error.substr(0, error.find(L": thrown"));
 }
 
 // A 2 x 2 root whose rows are padded, by value: its bytes, and that they load as the same pels.
 template <class T>
 void checkRootBytes(std::vector<T> pels, const char* little, const char* big) {
-  for (const auto order : {kLittle, kBig}) {
+  for (const auto order : kOrderings) {
     qcPelRoot<T> root(2, 2, 48), loaded;
     root.vectToPels(root.rect(), pels);
-    const char* const head = order == kLittle ? "0201 F1664BDF 000000 02000000 02000000 30000000 00000000"
-                                              : "0200 F1664BDF 000000 00000002 00000002 00000030 00000000";
-    const auto bytes = store(order, root);
-    EXPECT_EQ(bytes, fromHex(std::string(head) + (order == kLittle ? little : big)));
+    const char* const head = order == kLittle ? "F1664BDF 000000 02000000 02000000 30000000 00000000"
+                                              : "F1664BDF 000000 00000002 00000002 00000030 00000000";
+    const std::string bytes = archived(order, false, root);
+    EXPECT_EQ(toHex(bytes), toHex(headOf(order) + fromHex(head) + fromHex(order == kLittle ? little : big)));
     load(bytes, loaded);
     std::vector<T> back;
     loaded.pelsToVect(loaded.rect(), back);
@@ -515,7 +486,7 @@ TEST(RootArchive, PlanesAreFramedRootsOneAfterTheOther) {
   qcPelRoot<qc3PlanePel> root(2, 1, 8), loaded;
   const std::vector<qc3PlanePel> pels = {{1, 2, 3}, {4, 5, 6}};
   root.vectToPels(root.rect(), pels);
-  auto bytes = store(kLittle, root);
+  std::string bytes = archived(kLittle, false, root);
   const std::string body = "F1664BDF 000000 02000000 01000000 08000000 00000000";
   EXPECT_EQ(bytes, fromHex("0201" + body + body + "0104" + body + "0205" + body + "0306"));
   load(bytes, loaded);
@@ -527,13 +498,12 @@ TEST(RootArchive, PlanesAreFramedRootsOneAfterTheOther) {
 }
 
 template <class T>
-std::string loadRoot(const std::string& hex, qcPelRoot<T>& root) {
-  const auto bytes = fromHex("0201 F1664BDF" + hex);
-  return outcomeOf([&] { load(bytes, root); });
+std::wstring loadRoot(const std::string& hex, qcPelRoot<T>& root) {
+  return outcomeOf([&] { load(fromHex("0201 F1664BDF" + hex), root); });
 }
 
 TEST(RootArchive, HostileHeadersTakeNoMemory) {
-  const std::pair<const char*, const char*> cases[] = {
+  const std::pair<const char*, const wchar_t*> cases[] = {
       // Beyond the address space: an allocation would throw std::bad_alloc.
       {"000000 00007F7F 00007F7F 01000000 00000000 01020304", kEof},
       {"000000 FFFFFF7F 01000000 40000000 00000000", kContent},
@@ -542,27 +512,27 @@ TEST(RootArchive, HostileHeadersTakeNoMemory) {
       {"000000 01000000 01000000 01000100 00000000 01", kContent},
       {"000000 01000000 01000000 01000000 01000000 01", kContent},
       {"000000 03000000 01000000 00000100 00000000 0102", kEof},
-      {"010000 01000000 01000000 01000000 00000000 01", "qcArchive::UnknownVersion: qcPelRoot<unsigned char>"},
-      {"000100 01000000 01000000 01000000 00000000 01", "qcArchive::UnknownVersion: qc_PelRoot"},
-      {"000000 00000000 05000000 01000000 00000000", "ok"},
-      {"000000 01000000 01000000 00000100 06000000 AA BB CC", "ok"},
+      {"010000 01000000 01000000 01000000 00000000 01", L"qcArchive::UnknownVersion: qcPelRoot<unsigned char>"},
+      {"000100 01000000 01000000 01000000 00000000 01", L"qcArchive::UnknownVersion: qc_PelRoot"},
+      {"000000 00000000 05000000 01000000 00000000", L"ok"},
+      {"000000 01000000 01000000 00000100 06000000 AA BB CC", L"ok"},
   };
   qcPelRoot<unsigned char> root(1, 1);
   *root.pels() = 42;
   for (const auto& [hex, outcome] : cases) {
     EXPECT_EQ(loadRoot(hex, root), outcome) << hex;
     root.repInvariant();
-    EXPECT_TRUE(outcome == std::string("ok") || *root.pels() == 42) << hex;
+    EXPECT_TRUE(outcome == std::wstring(L"ok") || *root.pels() == 42) << hex;
   }
   EXPECT_EQ(*root.pels(), 0xCC);  // two optional values were skipped
   qcPelRoot<double> reals;
   EXPECT_EQ(loadRoot("000000 FFFFFF7F FFFFFF7F 01000000 00000000", reals), kEof);  // 65 bits of bytes
   // A byte that unfolds into 64 KiB, and two.
-  EXPECT_EQ(loadRoot("000000 01000000 01000000 00000100 00000000 77", root), "ok");
+  EXPECT_EQ(loadRoot("000000 01000000 01000000 00000100 00000000 77", root), L"ok");
   EXPECT_EQ(loadRoot("000000 01000000 02000000 00000100 00000000 7777", root), kContent);
   unsigned char memory[2] = {};
   qcPelRoot<unsigned char> column(1, 2, 1, memory, 65536);
-  EXPECT_EQ(outcomeOf([&] { store(kLittle, column); }), kContent);  // nobody could read it
+  EXPECT_EQ(outcomeOf([&] { stored(kLittle, false, column); }), kContent);  // nobody could read it
 }
 
 TEST(RootArchive, WindowsKeepTheirRootWhenItIsLoadedInPlace) {
@@ -571,33 +541,15 @@ TEST(RootArchive, WindowsKeepTheirRootWhenItIsLoadedInPlace) {
   EXPECT_EQ(loadRoot("000000 01000000 01000000 01000000 00000000 05", *image.rep()), kContent);
   EXPECT_EQ(loadRoot("000000 00000000 00000000 01000000 00000000", *image.rep()), kContent);
   EXPECT_EQ(image.get(1, 0), 9);
-  EXPECT_EQ(loadRoot("000000 02000000 01000000 01000000 00000000 0506", *image.rep()), "ok");
+  EXPECT_EQ(loadRoot("000000 02000000 01000000 01000000 00000000 0506", *image.rep()), L"ok");
   EXPECT_EQ(image.get(1, 0), 6);
 }
 
-// A medium that delivers bytes and cannot tell how many are left.
-class PipeArchive : public qcArchive {
- public:
-  explicit PipeArchive(std::vector<char> bytes) : qcArchive(&pipe_, loading, littleEndian, false, true) {
-    pipe_.fill(std::move(bytes));
-    ctorFinished();
-  }
-  ~PipeArchive() override { dtorStarting(); }
-
- private:
-  struct Pipe : std::streambuf {
-    std::vector<char> bytes;
-    void fill(std::vector<char> all) {
-      bytes = std::move(all);
-      setg(bytes.data(), bytes.data(), bytes.data() + bytes.size());
-    }
-  } pipe_;
-};
-
 TEST(RootArchive, ImagesArriveThroughPipes) {
   using Root = qcPelRoot<unsigned short>;
-  const auto loadFromPipe = [](const std::vector<char>& bytes, Root& root) {
-    PipeArchive archive(bytes);
+  const auto loadFromPipe = [](const std::string& bytes, Root& root) {  // which cannot tell how many bytes are left
+    FaultyBuffer pipe(bytes, {.chunk = bytes.size(), .seeks = false});
+    StreamArchive archive(pipe, qcArchive::loading);
     return outcomeOf([&] { archive || root; });
   };
   Root root(1500, 1400, 64), loaded;  // more than one piece, padded
@@ -605,8 +557,8 @@ TEST(RootArchive, ImagesArriveThroughPipes) {
   std::vector<unsigned short> pels(1500 * 1400), back;
   for (auto& pel : pels) pel = static_cast<unsigned short>(random());
   root.vectToPels(root.rect(), pels);
-  std::vector<char> bytes = store(kBig, root);
-  EXPECT_EQ(loadFromPipe(bytes, loaded), "ok");
+  std::string bytes = archived(kBig, false, root);
+  EXPECT_EQ(loadFromPipe(bytes, loaded), L"ok");
   loaded.pelsToVect(loaded.rect(), back);
   EXPECT_EQ(back, pels);
   bytes.pop_back();
@@ -619,17 +571,17 @@ TEST(BufferArchive, BytesOfAnUnboundBufferWithAWindow) {
   buffer.windowRoot(1, 2, 3, 4, false);
   buffer.offset(-1, 258);
   buffer.setUnbound();
-  const auto bytes = store(kBig, buffer), end = fromHex("4FE57054 01 00000000 00 00000000 00000000");
-  const auto start = fromHex("0200 03 00000001 00000002 00000004 00000006 FFFFFFFF 00000102 00 4FE57054 01 00000001");
-  EXPECT_TRUE(std::equal(start.begin(), start.end(), bytes.begin()));
-  EXPECT_TRUE(std::equal(end.rbegin(), end.rend(), bytes.rbegin()));
+  const std::string bytes = archived(kBig, false, buffer);
+  EXPECT_TRUE(bytes.starts_with(
+      fromHex("0200 03 00000001 00000002 00000004 00000006 FFFFFFFF 00000102 00 4FE57054 01 00000001")));
+  EXPECT_TRUE(bytes.ends_with(fromHex("4FE57054 01 00000000 00 00000000 00000000")));
   load(bytes, loaded);
   EXPECT_EQ(loaded, buffer);
 }
 
 // Writes any version of the layout, field by field.
-std::vector<char> oldLayout(unsigned char version, const qcPelRect& window, qcPair<long> offset,
-                            qcPtrHandle<qc_PelRoot> root, const qcXform<2>& xform) {
+std::string oldLayout(unsigned char version, const qcPelRect& window, qcPair<long> offset, qcPtrHandle<qc_PelRoot> root,
+                      const qcXform<2>& xform) {
   qcMemoryArchive out(kLittle, false);
   qcRectangle<long> rectangle = window;
   out || version || rectangle;
@@ -641,7 +593,7 @@ std::vector<char> oldLayout(unsigned char version, const qcPelRect& window, qcPa
   qc2XformCache cache(forward, inverse);
   if (version >= 3) out || cache;
   out || root;
-  return out.toVector();
+  return bytesOf(out);
 }
 
 TEST(BufferArchive, EveryVersionIsRead) {
@@ -657,31 +609,30 @@ TEST(BufferArchive, EveryVersionIsRead) {
     EXPECT_EQ(loaded.clientFromImageXform(), version == 0 ? qcXform<2>() : xform);
     EXPECT_EQ(loaded.imageFromClientXform(), version == 0 ? qcXform<2>() : xform.inverse());
     EXPECT_EQ(loaded.get(loaded.offset() + qcPair<long>(1, 1)), qcPair<long>(2, 3));
-    EXPECT_EQ(store(kLittle, loaded) == bytes, version == 3);
+    EXPECT_EQ(archived(kLittle, false, loaded) == bytes, version == 3);
   }
-  const auto newer = oldLayout(4, {}, {}, {}, xform);
-  EXPECT_EQ(outcomeOf([&] { load(newer, loaded); }, true),
-            "qcArchive::UnknownVersion: thrown from file: std/pelbuf/pbuf_com, line: 744");
+  EXPECT_EQ(errorOf([&] { load(oldLayout(4, {}, {}, {}, xform), loaded); }),
+            L"qcArchive::UnknownVersion: thrown from file: std/pelbuf/pbuf_com, line: 744");
 }
 
 TEST(BufferArchive, WhatIsNoBufferLeavesTheTargetAlone) {
   const qcPtrHandle<qc_PelRoot> root(new qcPelRoot<unsigned char>(3, 3));
   const qcXform<2> identity;
   const qcPelBuffer<unsigned char> before(2, 2);
-  const auto loadInto = [&](const std::vector<char>& bytes) {
+  const auto loadInto = [&](const std::string& bytes) {
     qcPelBuffer<unsigned char> buffer = before;
-    const std::string name = outcomeOf([&] { load(bytes, buffer); });
-    EXPECT_TRUE(name == "ok" || buffer == before);
+    const std::wstring name = outcomeOf([&] { load(bytes, buffer); });
+    EXPECT_TRUE(name == L"ok" || buffer == before);
     return name;
   };
   std::memset(static_cast<qcPelRoot<unsigned char>*>(root.rep())->pels(), 1, 9);
-  EXPECT_EQ(loadInto(oldLayout(3, qcPelRect(0, 0, 3, 3), {0, 0}, root, identity)), "ok");
+  EXPECT_EQ(loadInto(oldLayout(3, qcPelRect(0, 0, 3, 3), {0, 0}, root, identity)), L"ok");
   EXPECT_EQ(loadInto(oldLayout(3, qcPelRect(1, 0, 3, 3), {0, 0}, root, identity)), kContent);
   EXPECT_EQ(loadInto(oldLayout(0, qcPelRect(-1, 0, 1, 1), {0, 0}, root, identity)), kContent);
   EXPECT_EQ(loadInto(oldLayout(3, qcPelRect(0, -1, 1, 1), {0, 0}, {}, identity)), kContent);
   EXPECT_EQ(loadInto(oldLayout(3, qcPelRect(0, 0, 3, 3), {INT32_MAX - 2, 0}, root, identity)), kContent);
   const qcPtrHandle<qc_PelRoot> other(new qcPelRoot<qcPackedRGB16Pel>(0, 0));
-  EXPECT_EQ(loadInto(oldLayout(2, qcPelRect(), {0, 0}, other, identity)), "qcArchive::BadType");
+  EXPECT_EQ(loadInto(oldLayout(2, qcPelRect(), {0, 0}, other, identity)), L"qcArchive::BadType");
   auto inside = oldLayout(0, qcPelRect(5, 5, 2, 2), {0, 0}, {}, identity);
   inside[3 + 8] = 4;  // a lower right corner left of the upper left one
   EXPECT_EQ(loadInto(inside), kContent);
@@ -695,7 +646,7 @@ TEST(BufferArchive, PlanesAreStoredAnewWhenTheirImageChanges) {
   out || plane;
   image.put(0, 0, {4, 5, 6});
   out || plane;
-  load(out.toVector(), before, after);
+  load(bytesOf(out), before, after);
   EXPECT_TRUE(before.get(0, 0) == 2 && after.get(0, 0) == 5);
 }
 
@@ -703,7 +654,7 @@ TEST(BufferArchive, BuffersOfOneRootShareItAgain) {
   qcPelBuffer<double> whole(64, 64), part(whole), other(0, 0), wholeBack, partBack, otherBack;
   std::memset(static_cast<void*>(whole.rep()->pels()), 0, 64 * 64 * 8);
   part.window(3, 4, 5, 6, false);
-  const auto bytes = store(kBig, whole, part, other);
+  const std::string bytes = archived(kBig, false, whole, part, other);
   EXPECT_LT(bytes.size(), 64u * 64 * 8 + 2000);  // the pels once
   load(bytes, wholeBack, partBack, otherBack);
   EXPECT_TRUE(partBack.sharesPels(wholeBack) && wholeBack.refc() == 2 && otherBack.isBound());
@@ -718,7 +669,7 @@ TEST(BufferArchive, DamagedBytesDoNoHarm) {
   qcPelBuffer<unsigned short> words(4, 3);
   planar.copyFromBuffer(std::vector<qc3PlanePel>(6).data());
   words.copyFromBuffer(std::vector<unsigned short>(12).data());
-  const auto good = store(kLittle, planar, words);
+  const std::string good = archived(kLittle, false, planar, words);
   for (std::size_t round = 0; round < good.size() * 6; ++round) {
     auto bytes = good;
     if (round < good.size()) bytes.resize(round);
@@ -737,7 +688,7 @@ TEST(BufferArchive, DamagedBytesDoNoHarm) {
 
 TEST(PelErrors, CoordinatesTravelWithTheError) {
   qcPel::BadCoord error(LONG_MAX, -3), loaded;
-  const auto bytes = store(kLittle, error);
+  const std::string bytes = archived(kLittle, false, error);
   EXPECT_EQ(bytes, fromHex("0201 F1664BDF 00000000 FFFFFF7F FDFFFFFF"));
   load(bytes, loaded);
   EXPECT_TRUE(loaded.x() == INT32_MAX && loaded.y() == -3);

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "support/bytes.h"
+#include "support/archived.h"
 #include "vnxstd/archive.h"
 #include "vnxstd/math/rigid.h"
 #include "vnxstd/pelspan/pelspan.h"
@@ -289,13 +289,9 @@ TEST_P(ShapeLaws, CopiesAndArchivesAreEqualAndOtherTypesAreNot) {
     EXPECT_TRUE(shape.clone()->equal_(shape));
     EXPECT_TRUE(shape.cloneThat_(*otherDirection(shape))->equal_(*otherDirection(shape)));
     for (const Kind& other : kKinds) EXPECT_FALSE(shape.equal_(*other.make(random)));
-    for (const auto ordering : {qcArchive::bigEndian, qcArchive::littleEndian}) {
-      qcMemoryArchive out(ordering, false);
-      Shape stored = shape.clone(), loaded;
-      out || stored;
-      qcMemoryArchive in(out.storage(), static_cast<long>(out.bytes().size()), false);
-      in || loaded;
-      EXPECT_TRUE(loaded->equal_(shape));
+    for (const auto ordering : kOrderings) {
+      Shape loaded;
+      EXPECT_TRUE(load(archived(ordering, false, shape.clone()), loaded)->equal_(shape));
     }
   });
 }
@@ -806,101 +802,74 @@ TEST(Polylines, EditVerticesAndMeasureAreas) {
 
 // ---- bytes and errors
 
-// Doubles in big-endian order, and points of two of them behind their version byte.
-const std::string k0(16, '0'), k1 = "3FF0000000000000", k2 = "4000000000000000", kMinus1 = "BFF0000000000000",
-                               kNaN = "7FF8000000000000", kOrigin = "00" + k0 + k0, kP = "00" + k1 + k2,
-                               kQ = "00" + k2 + kMinus1;
+// Points behind their version byte.
+const std::string kOrigin = "00 zero zero ", kP = "00 one two ", kQ = "00 two minusone ";
 
 template <class T>
-void checkBytes(T value, const std::string& body, int line, const std::vector<std::string>& bad,
-                const wchar_t* source = L"std/shapes/shapes") {
-  SCOPED_TRACE(testing::Message() << "line " << line);
-  const std::string frame = std::is_base_of_v<qcShape, T> ? "0200F1664BDF" : "0200";
-  const std::string base = std::is_base_of_v<qcShape, T> ? "0000" : "";
-  qcMemoryArchive out(qcArchive::bigEndian, false);
-  out || value;
-  EXPECT_EQ(toHex({out.storage(), out.bytes().size()}), frame + "00" + base + body);
-  const auto load = [](const std::string& text) {
-    T loaded;
-    BytesArchive in(fromHex(text));
-    *in || loaded;
-    EXPECT_EQ(in->remaining(), 0);
-    return loaded;
-  };
-  EXPECT_TRUE(load(frame + "00" + base + body) == value);
-  for (const std::string& fields : bad)
-    EXPECT_THROW(load(frame + "00" + base + fields), qcArchive::BadContent) << fields;
-  for (std::size_t i = 0; i < body.size(); i += 8)
-    EXPECT_THROW(load(frame + "00" + base + body.substr(0, i)), qcArchive::Eof);
-  const auto newer = [&](const std::string& text, int expected, const wchar_t* where) {
-    try {
-      load(text);
-      ADD_FAILURE() << text;
-    } catch (const qcArchive::UnknownVersion& error) {
-      EXPECT_EQ(error.file(), where);
-      EXPECT_EQ(error.line(), expected);
-    }
-  };
-  newer(frame + "01" + base + body, line, source);
-  if constexpr (std::is_base_of_v<qcShape, T>) {
-    newer(frame + "000100" + body, 599, L"std/shapes/shapes");
+void checkBytes(const T& value, const std::string& body, int line, const std::vector<std::string>& bad,
+                const std::wstring& unit = L"shapes") {
+  constexpr bool isShape = std::is_base_of_v<qcShape, T>;
+  const std::string head = isShape ? "F1 66 4B DF 00 00 00 " : "00 ";
+  const std::wstring place = line == 0 ? unit : unit + L", line: " + std::to_wstring(line);
+  std::map<std::size_t, std::wstring> versions = {{isShape ? 4 : 0, place}};
+  if (isShape) versions[5] = L"shapes, line: 599";
+  std::vector<std::string> refused;
+  for (const std::string& fields : bad) refused.push_back(head + fields);
+  expectArchived(value, head + body, versions, refused);
+  if constexpr (isShape) {
     T legacy;
     const bool known = !std::is_same_v<T, qcPolyline> && !std::is_base_of_v<qc_EllipseShape, T>;
-    EXPECT_EQ(legacy.loadLegacy(*BytesArchive(fromHex("020000" + body))), known);
+    EXPECT_EQ(legacy.loadLegacy(*BytesArchive(wire("00 " + body))), known);
     EXPECT_EQ(legacy == value, known);
   }
 }
 
 TEST(ShapeArchives, HoldTheBytesWorkedOutByHand) {
-  checkBytes(qcPerimPos(-2, 1), "FFFFFFFE" + k1, 1407, {});
+  checkBytes(qcPerimPos(-2, 1), "FFFFFFFE one", 1407, {});
   Params params(1, 2, 2, true, false);
   params.uniformMode(true);
   params.maxPoints(1);
-  checkBytes(params, k1 + k2 + "00000001010001", 1662,
-             {kMinus1 + k2 + "00000001010001", k1 + kNaN + "00000001010001", k1 + k2 + "00000000010001"});
+  checkBytes(params, "one two 00000001 01 00 01", 1662,
+             {"minusone two 00000001 01 00 01", "one nan 00000001 01 00 01", "one two 00000000 01 00 01"});
   Result result;
   result.positions() = {{1, 2}, {2, -1}, {0, 0}};
   result.tangents() = {qcRadian(0), qcRadian(1), qcRadian(2)};
   result.breaks() = {0, 2};
   result.closedFlags() = {true, false};
-  const std::string points = "00000003" + kP + kQ + kOrigin, tangents = "00000003" + k0 + k1 + k2;
-  checkBytes(result, points + tangents + "000000020000000000000002" + "000000020100", 1837,
-             {points + tangents + "000000020000000000000003" + "000000020100",
-              points + tangents + "000000020000000000000002" + "0000000101",
-              points + "00000001" + k0 + "000000020000000000000002" + "000000020100"});
+  const std::string points = "00000003 " + kP + kQ + kOrigin, angles = points + "00000003 zero one two ";
+  checkBytes(result, angles + "00000002 00000000 00000002 00000002 01 00", 1837,
+             {angles + "00000002 00000000 00000003 00000002 01 00", angles + "00000002 00000000 00000002 00000001 01",
+              points + "00000001 zero 00000002 00000000 00000002 00000002 01 00"});
   checkBytes(qcLine({1, 2}, {2, -1}), kP + kQ, 2575, {kOrigin + kQ});
-  checkBytes(qcFLine(qcDegree(2), 1), k2 + k1, 0, {k2 + kMinus1, k2 + kNaN});
+  checkBytes(qcFLine(qcDegree(2), 1), "two one", 0, {"two minusone", "two nan"});
   checkBytes(qcLineSeg({1, 2}, {2, -1}), kP + kQ, 2925, {});
-  checkBytes(qcCircle({2, -1}, 2), kQ + k2, 3693, {kQ + kMinus1, kQ + kNaN, kQ + "7FF0000000000000"});
+  checkBytes(qcCircle({2, -1}, 2), kQ + "two", 3693, {kQ + "minusone", kQ + "nan", kQ + "inf"});
   checkBytes(qcRect({2, -1}, {1, 2}), kQ + kP, 3316, {});
-  const wchar_t* ellipses = L"std/shapes/ellipse";
-  const std::string radii = "00" + k2 + k1, kMinus2 = "C000000000000000", kInfinite = "7FF0000000000000";
-  const std::string old = kP + radii + k1, mapHead = "F1664BDF000000",
-                    map = kP + "00" + k2 + k0 + k0 + kMinus1 + kMinus2;
+  const std::string old = kP + "00 two one one ", head = "F1 66 4B DF 00 00 00 ";
+  const std::string map = head + kP + "00 two zero zero minusone minustwo ";
   checkBytes(qcEllipse({1, 2}, {2, 1}, qcRadian(1)), old, 412,
-             {kP + kQ + k1, kP + "00" + k1 + kNaN + k1, kP + radii + kInfinite}, ellipses);
-  checkBytes(qcEllipse2({1, 2}, qcRadian(0), {2, 1}, false, qcRadian(0)), radii + k0 + k0 + "00" + mapHead + map, 1540,
-             {radii + k0 + k0 + "01" + mapHead + map, kQ + k0 + k0 + "00" + mapHead + map,
-              radii + kNaN + k0 + "00" + mapHead + map, radii + k0 + k1 + "00" + mapHead + map},
-             ellipses);
-  const std::string within = "F1664BDF000000" + old;
-  checkBytes(qcEllipseArc(qcEllipse({1, 2}, {2, 1}, qcRadian(1)), qcRadian(2), qcRadian(-1)), within + k2 + k1, 871,
-             {within + k0 + "4020000000000000", within + kNaN + k0}, ellipses);
-  checkBytes(
-      qcEllipseArc2::between(qcEllipse2({1, 2}, qcRadian(0), {2, 1}, false, qcRadian(0)), qcRadian(2), qcRadian(1)),
-      "F1664BDF000000" + radii + k0 + k0 + "00" + mapHead + map + k2 + k1, 2204, {}, ellipses);
-  checkBytes(qcPolyline({{1, 2}, {2, -1}}, true), "00000002" + kP + kQ + "01", 7586, {});
+             {kP + kQ + "one", kP + "00 one nan one", kP + "00 two one inf"}, L"ellipse");
+  const qcEllipse2 ellipse({1, 2}, qcRadian(0), {2, 1}, false, qcRadian(0));
+  const std::string form = "00 two one zero zero 00 " + map;
+  checkBytes(ellipse, form, 1540,
+             {"00 two one zero zero 01 " + map, kQ + "zero zero 00 " + map, "00 two one nan zero 00 " + map,
+              "00 two one zero one 00 " + map},
+             L"ellipse");
+  checkBytes(qcEllipseArc(qcEllipse({1, 2}, {2, 1}, qcRadian(1)), qcRadian(2), qcRadian(-1)), head + old + "two one",
+             871, {head + old + "zero eight", head + old + "nan zero"}, L"ellipse");
+  checkBytes(qcEllipseArc2::between(ellipse, qcRadian(2), qcRadian(1)), head + form + "two one", 2204, {}, L"ellipse");
+  checkBytes(qcPolyline({{1, 2}, {2, -1}}, true), "00000002 " + kP + kQ + "01", 7586, {});
 }
 
 template <class T>
 void checkForgotten(T* shape, void (*change)(T&)) {
-  Shape stored(shape), first, second;
-  qcMemoryArchive out(qcArchive::littleEndian, false);
-  out || stored;
+  const Shape stored(shape);
+  Shape first, second;
+  qcMemoryArchive out(kLittle, false);
+  out << stored;
   change(*shape);
-  out || stored;
-  qcMemoryArchive in(out.storage(), static_cast<long>(out.bytes().size()), false);
-  in || first || second;
+  out << stored;
+  load(bytesOf(out), first, second);
   EXPECT_FALSE(first->equal_(*second));
   EXPECT_TRUE(second->equal_(*shape));
 }

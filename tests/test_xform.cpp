@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "std/math/mappoints.h"
-#include "vnxstd/archive/memory.h"
+#include "support/bytes.h"
 #include "vnxstd/except/pelerrors.h"
 #include "vnxstd/math/rigid.h"
 #include "vnxstd/math/xfcache.h"
@@ -188,34 +188,20 @@ struct Bytes : std::string {
   Bytes& composed(unsigned id, unsigned count) { return pointer(id, "qc2XformComposed").number(0, 4).number(count, 4); }
 };
 
-template <class T>
-std::string stored(T& value) {
-  qcMemoryArchive archive(qcArchive::littleEndian, false);
-  archive || value;
-  return std::string(archive.storage(), archive.bytes().size());
-}
-
-template <class T>
-T& load(const std::string& bytes, T& value) {
-  qcMemoryArchive archive(bytes.data(), static_cast<long>(bytes.size()), false);
-  archive || value;
-  return value;
-}
-
 TEST(Archive, BytesByHandSharingAndEveryFault) {
   const Handle shift(new Linear(qcMatrix<2>(), Point(5, 0)));
   const Composition chain(new qc2XformComposed(shift, shift, false, false));
   chain->postCompose(Member(), false);
   const Bytes chainBytes = Bytes().composed(1, 3).linear(2).pointer(2).pointer(0);
   Handle loaded = chain;
-  EXPECT_EQ(stored(loaded), chainBytes);
-  EXPECT_EQ(stored(load(chainBytes, loaded)), chainBytes);
+  EXPECT_EQ(archived(kLittle, false, loaded), chainBytes);
+  EXPECT_EQ(archived(kLittle, false, load(chainBytes, loaded)), chainBytes);
   EXPECT_EQ(load(Bytes().linear(1), loaded)->mapPoint(Point()), Point(5, 0));
 
   qc2XformCache cache;
   cache.xform(shift, false);
   const std::string cacheBytes = Bytes().number(0, 1).linear(1).pointer(0).number(1, 1);
-  EXPECT_EQ(stored(cache), cacheBytes);
+  EXPECT_EQ(archived(kLittle, false, cache), cacheBytes);
   cache.setIdentity();
   EXPECT_EQ(load(cacheBytes, cache).linearXformInverse().trans(), Point(-5, 0));
   EXPECT_THROW(load(Bytes().number(0, 1).pointer(0).pointer(0).number(0, 1), cache), qcArchive::BadContent);
@@ -247,7 +233,7 @@ TEST(Archive, RefusesCirclesAndExplosions) {
   for (unsigned level = 40; level > 1; --level) tower.pointer(level);
   EXPECT_THROW(load(tower, loaded), qcArchive::BadContent);
   for (int level = 0; level < 40; ++level) built = new qc2XformComposed(built, built, false, false);
-  EXPECT_THROW(stored(built), qcArchive::BadContent);
+  EXPECT_THROW(archived(kLittle, false, built), qcArchive::BadContent);
   EXPECT_TRUE(loaded.isNull());
 }
 

@@ -3,9 +3,13 @@
 
 #include <cctype>
 #include <fstream>
+#include <functional>
 #include <string>
 
 #include "vnxstd/archive/memory.h"
+
+inline constexpr auto kBig = qcArchive::bigEndian, kLittle = qcArchive::littleEndian;
+inline constexpr qcArchive::Ordering kOrderings[] = {kBig, kLittle};
 
 /// The bytes that the hexadecimal digits of `text` stand for; all else is skipped.
 inline std::string fromHex(std::string_view text) {
@@ -44,12 +48,20 @@ inline std::string headOf(qcArchive::Ordering ordering, bool seekable = false) {
   return {static_cast<char>(seekable ? 3 : 2), static_cast<char>(ordering)};
 }
 
-/// What storing the values writes behind the header.
+inline std::string bytesOf(const qcMemoryArchive& archive) { return {archive.storage(), archive.bytes().size()}; }
+
+/// What storing the values writes.
 template <class... T>
-std::string stored(qcArchive::Ordering ordering, bool seekable, const T&... values) {
+std::string archived(qcArchive::Ordering ordering, bool seekable, const T&... values) {
   qcMemoryArchive archive(ordering, seekable);
   (archive << ... << values);
-  return std::string(archive.bytes().begin() + 2, archive.bytes().end());
+  return bytesOf(archive);
+}
+
+/// The same without the header.
+template <class... T>
+std::string stored(qcArchive::Ordering ordering, bool seekable, const T&... values) {
+  return archived(ordering, seekable, values...).substr(2);
 }
 
 /// A loading archive over these bytes; the header comes first when there is one.
@@ -64,3 +76,21 @@ class BytesArchive {
   std::string bytes_;
   qcMemoryArchive archive_;
 };
+
+/// Loads the values from bytes that begin with a header.
+template <class T, class... More>
+T& load(const std::string& bytes, T& first, More&... more) {
+  BytesArchive archive(bytes);
+  ((*archive || first) || ... || more);
+  return first;
+}
+
+/// The class and the text of what `act` throws; nothing when it throws nothing.
+inline std::wstring errorOf(const std::function<void()>& act) {
+  try {
+    act();
+    return {};
+  } catch (const qcException& error) {
+    return error.message(true);
+  }
+}

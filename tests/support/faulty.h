@@ -14,6 +14,7 @@ struct Faults {
   std::size_t flipAt = kNone;      // the byte whose bits are flipped
   unsigned char flipMask = 0xFF;
   std::size_t chunk = 1;  // bytes that are read ahead
+  bool seeks = true;
 };
 
 class FaultyBuffer : public std::streambuf {
@@ -45,7 +46,7 @@ class FaultyBuffer : public std::streambuf {
   }
   pos_type seekpos(pos_type position, std::ios_base::openmode which) override {
     const auto target = static_cast<off_type>(position);
-    if (target < 0 || target > static_cast<off_type>(data_.size())) return pos_type(off_type(-1));
+    if (!faults_.seeks || target < 0 || target > static_cast<off_type>(data_.size())) return pos_type(off_type(-1));
     if (which & std::ios_base::out) {
       writeAt_ = static_cast<std::size_t>(target);
     } else {
