@@ -1,8 +1,8 @@
 // Pels in other places: mirrored, transposed, every n-th, repeated.
 //
 // These functions take pels of every type that images are made of, bit for bit. What prepare.h says of windows,
-// destinations and errors holds here as well, with the windows compared as each function says. Into a new image costs
-// one pass more over fresh memory.
+// destinations and errors holds here as well, with the windows compared as each function says. Each is one pass over
+// the pels.
 #pragma once
 
 #include "vnxstd/export.h"
@@ -21,8 +21,7 @@ VNXSTD_EXPORT void qf_PelSample(int pelSize, qc_PelRows<const unsigned char> src
 VNXSTD_EXPORT void qf_PelExpand(int pelSize, qc_PelRows<const unsigned char> src, qc_PelRows<unsigned char> dst,
                                 qcInt64 x, qcInt64 y, qcInt64 skipX, qcInt64 skipY);
 
-/// Steps from one image's coordinates to those of a smaller or larger one, or with its axes exchanged: which pels of
-/// the window belong together, and how the client transform of a new image follows from the source's.
+/// The factors of a sampling or an expansion, and which pels of two windows they bring together. A plain value.
 class VNXSTD_EXPORT qc_PelScale {
  public:
   /// Throws qcPelFunc::BadParams for a factor below 1.

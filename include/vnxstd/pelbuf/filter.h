@@ -7,8 +7,8 @@
 // which every pel has the same image coordinates; a destination that shares pels with the neighbourhoods in any other
 // way is refused.
 //
-// Pels of several components, pairs and colours (alpha included), are filtered component by component. Rows are
-// buffered, in memory for a few rows of numbers of up to 64 bits; packed 16-bit colours are unpacked into an image
+// Pels of several components, pairs and colours (alpha included), are filtered component by component. The rows of a
+// neighbourhood are buffered as numbers of up to 64 bits; packed 16-bit colours are unpacked into an image
 // first, with the bits of a component as a number from 0 on.
 #pragma once
 
