@@ -497,6 +497,22 @@ TEST(RootArchive, PlanesAreFramedRootsOneAfterTheOther) {
   EXPECT_EQ(outcomeOf([&] { load(bytes, loaded); }), kContent);
 }
 
+TEST(RootArchive, APlaneThatIsLoadedByItselfHasItsOwnRows) {
+  qcPelBuffer<qc3PlanePel> image(3, 100), empty(0, 0);
+  qcPelRoot<unsigned char> unpadded(3, 100, 1);
+  std::memset(unpadded.pels(), 7, 300);
+  const auto bytes = store(kLittle, unpadded);
+  load(bytes, *image.planeBuffer(0).rep());
+  image.put(2, 99, {8, 9, 10});
+  EXPECT_TRUE(image.planeBuffer(0).get(2, 99) == 8 && image.get(1, 99).plane0() == 7);
+  qcPelBuffer<qc3PlanePel> back(image);
+  load(store(kBig, image), back);
+  back.repInvariant();
+  EXPECT_TRUE(back.get(2, 99) == qc3PlanePel(8, 9, 10) && back.get(2, 50).plane0() == 7);
+  load(bytes, *empty.planeBuffer(0).rep());
+  EXPECT_EQ(outcomeOf([&] { store(kLittle, empty); }), kContent);
+}
+
 template <class T>
 std::wstring loadRoot(const std::string& hex, qcPelRoot<T>& root) {
   return outcomeOf([&] { load(fromHex("0201 F1664BDF" + hex), root); });

@@ -374,7 +374,7 @@ void qcPelRoot<qc3PlanePel>::repInvariant() const {
   qc_PelRoot::repInvariant();
   for (const auto& plane : planes_) {
     plane->repInvariant();
-    if (plane->rect() != rect() || plane->rowUpdate() != rowUpdate()) throw qcInvariantFailure();
+    if (plane->rect() != rect()) throw qcInvariantFailure();
   }
 }
 
@@ -417,6 +417,13 @@ void qcPelRoot<qc3PlanePel>::dispatchSerialize(qcArchive& archive) {
 
 void qcPelRoot<qc3PlanePel>::serialize_(qcArchive& archive, unsigned char version) {
   qf_CheckErrorVersion(version, typeid(qcPelRoot));
+  // The planes of an empty image can be loaded by themselves.
+  const auto checkSize = [](const Plane& plane, long width, long height) {
+    if (plane.width() != width || plane.height() != height) throw qcArchive::BadContent(kSource, 462);
+  };
+  if (archive.isStoring()) {
+    for (const auto& plane : planes_) checkSize(*plane, width(), height());  // what no reader would take
+  }
   qc_PelRoot::dispatchSerialize(archive);
   flagsWord<qc3PlanePel>(archive);
   if (archive.isStoring()) {
@@ -428,10 +435,7 @@ void qcPelRoot<qc3PlanePel>::serialize_(qcArchive& archive, unsigned char versio
   for (auto& plane : planes) {
     plane = new Plane;
     archive || *plane;
-    if (plane->width() != loaded.width || plane->height() != loaded.height ||
-        plane->alignModulus() != loaded.alignModulus) {
-      throw qcArchive::BadContent(kSource, 462);
-    }
+    checkSize(*plane, loaded.width, loaded.height);
   }
   storage_.swap(loaded);
   for (int i = 0; i < 3; ++i) planes_[i] = planes[i];

@@ -309,9 +309,7 @@ class VNXSTD_EXPORT qcPelBuffer_const<qc3PlanePel> : public qc_TypedPelBuffer<qc
 
   /// The pel at these image coordinates, which refers to the pels of the planes. Throws as for the other buffers.
   qc3PlanePelRef_const get(long x, long y) const {
-    const std::ptrdiff_t place = pelPlace(x, y);
-    const qcPelRoot<qc3PlanePel>& root = *typedRoot();
-    return {root.plane(0)->pels()[place], root.plane(1)->pels()[place], root.plane(2)->pels()[place]};
+    return {*planePel(0, x, y), *planePel(1, x, y), *planePel(2, x, y)};
   }
   qc3PlanePelRef_const get(const qcPair<long>& at) const { return get(at.x(), at.y()); }
 
@@ -324,13 +322,15 @@ class VNXSTD_EXPORT qcPelBuffer_const<qc3PlanePel> : public qc_TypedPelBuffer<qc
 
  protected:
   qcPelBuffer<unsigned char> plane(int index) const;
-  /// Where the pel is in each plane, counted from pel (0, 0) of the root; throws as get.
-  std::ptrdiff_t pelPlace(long x, long y) const {
+  /// The address of the pel in a plane; throws as get. The planes have rows of their own: those of one that an image
+  /// was loaded into by itself can differ.
+  unsigned char* planePel(int index, long x, long y) const {
     const std::uint64_t c = column(x), r = row(y);
     if (!isInside(c, r)) throwOutside(x, y);
-    const qcPelRect& window = windowRoot();
-    return static_cast<std::ptrdiff_t>(typedRoot()->rowUpdate()) * (static_cast<std::ptrdiff_t>(r) + window.y0()) +
-           (static_cast<std::ptrdiff_t>(c) + window.x0());
+    qcPelRoot<unsigned char>& plane = *typedRoot()->plane(index);
+    return plane.pels() +
+           static_cast<std::ptrdiff_t>(plane.rowUpdate()) * (static_cast<std::ptrdiff_t>(r) + windowRoot().y0()) +
+           (static_cast<std::ptrdiff_t>(c) + windowRoot().x0());
   }
 };
 
@@ -343,12 +343,12 @@ class VNXSTD_EXPORT qcPelBuffer<qc3PlanePel> : public qcPelBuffer_const<qc3Plane
   explicit qcPelBuffer(const qcPelBuffer_const<qc3PlanePel>& other) : qcPelBuffer_const<qc3PlanePel>(other) {}
 
   void put(long x, long y, const qc3PlanePel& value) const {
-    const std::ptrdiff_t place = pelPlace(x, y);
+    unsigned char* const to[] = {planePel(0, x, y), planePel(1, x, y), planePel(2, x, y)};
     rep()->mutating();
     const unsigned char values[] = {value.plane0(), value.plane1(), value.plane2()};
     for (int i = 0; i < 3; ++i) {
       rep()->plane(i)->mutating();  // planes can be archived by themselves
-      rep()->plane(i)->pels()[place] = values[i];
+      *to[i] = values[i];
     }
   }
   void put(const qcPair<long>& at, const qc3PlanePel& value) const { put(at.x(), at.y(), value); }

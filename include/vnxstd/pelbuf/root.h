@@ -187,7 +187,8 @@ class VNXSTD_EXPORT qcPelRoot : public qc_PelRoot {
   }
 };
 
-/// A root of three 8-bit planes of the same size, each an image of its own in memory.
+/// A root of three 8-bit planes of the same size, each an image of its own in memory. A plane that another image was
+/// loaded into by itself can have rows of its own: rowUpdate and alignModulus are those that the root was made with.
 template <>
 class VNXSTD_EXPORT qcPelRoot<qc3PlanePel> : public qc_PelRoot {
  public:
