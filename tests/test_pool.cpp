@@ -240,7 +240,10 @@ class SuppliedPool : public qcBasicPelRootPool {
   SuppliedPool(Supply& supply, unsigned size, unsigned slotSize) : qcBasicPelRootPool(0, slotSize), supply_(supply) {
     this->size(size);
   }
-  ~SuppliedPool() override { size(0); }
+  ~SuppliedPool() override {
+    abandon();
+    size(0);
+  }
   using qcBasicPelRootPool::size;
 
  private:
@@ -280,6 +283,21 @@ TEST(Pool, RootsOutliveThePool) {
   }
   qfPelSet(image, static_cast<unsigned char>(5));
   EXPECT_EQ(image.get(999, 999), 5);
+}
+
+TEST(Pool, RootsComeBackWhileThePoolGoes) {
+  auto pool = std::make_unique<qcDefaultPelRootPool>(0);
+  std::vector<Grey> images(1000);
+  for (Grey& image : images) image = pool->tryGet<unsigned char>(0, 1);
+  std::atomic<bool> hasStarted{false};
+  const std::jthread other([&] {
+    for (Grey& image : images) {
+      image.setUnbound();
+      hasStarted = true;
+    }
+  });
+  while (!hasStarted) std::this_thread::yield();
+  pool.reset();
 }
 
 TEST(DefaultPool, IsOneForTheProcessAndItsRootsOutliveIt) {

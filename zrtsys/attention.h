@@ -1,6 +1,6 @@
 // Attention tags: marks on what a thread is doing, to which a time limit can be attached.
 //
-// Whatever waits in this library looks at the limits of its thread, the earliest of which counts, and reports
+// Whoever waits for a semaphore looks at the limits of its thread, the earliest of which counts, and reports
 // attentionExpired when it has passed. Tags belong to the thread that constructs them: only there may they be changed,
 // and only there do their limits count. They may be destructed in any order.
 #pragma once

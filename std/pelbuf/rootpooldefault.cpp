@@ -25,6 +25,8 @@ qcDefaultPelRootPool::qcDefaultPelRootPool(unsigned int size) : qcBasicPelRootPo
   qcBasicPelRootPool::size(size);
 }
 
+qcDefaultPelRootPool::~qcDefaultPelRootPool() { abandon(); }
+
 void* qcDefaultPelRootPool::allocMem(unsigned int bytes) {
   void* const block = qfPoolAlloc(bytes);
   if (block) keep(std::shared_ptr<void>(block, [](void*) { qfPoolAlloc(0); }));

@@ -85,7 +85,8 @@ class VNXSTD_EXPORT qcPelRootPool : public qcRepBase {
  protected:
   qcPelRootPool();
 
-  /// To be called first by the destructor of each class that implements the operations below.
+  /// To be called first by the destructor of every class below this one: roots that come back on other threads must not
+  /// meet a pool that is half gone. Nobody gets a root any more; has no further effect the second time.
   void abandon() noexcept;
 
   // The following are called under the pool's lock, which they must not take themselves.
@@ -124,9 +125,9 @@ class VNXSTD_EXPORT qcPelRootPool : public qcRepBase {
 /// that is long enough, an image without pels none.
 ///
 /// A subclass can supply the memory. It does so in two steps, because the constructor of this class cannot reach it
-/// yet: it passes the size 0 up and calls `size` in its own constructor. Its destructor calls `size(0)`, which gives
-/// the memory back to it but fails while roots are out; for roots that may outlive the pool it names an owner of the
-/// memory with `keep` instead.
+/// yet: it passes the size 0 up and calls `size` in its own constructor. Its destructor calls `abandon` and `size(0)`,
+/// which gives the memory back to it but fails while roots are out; for roots that may outlive the pool it names an
+/// owner of the memory with `keep` instead, and its destructor calls `abandon` alone.
 class VNXSTD_EXPORT qcBasicPelRootPool : public qcPelRootPool {
  public:
   /// A run of slots.
@@ -216,6 +217,7 @@ class VNXSTD_EXPORT qcDefaultPelRootPool : public qcBasicPelRootPool {
  public:
   /// There is memory for one such pool at a time: a second one throws std::bad_alloc.
   explicit qcDefaultPelRootPool(unsigned int size);
+  ~qcDefaultPelRootPool() override;
 
  private:
   void* allocMem(unsigned int bytes) override;
