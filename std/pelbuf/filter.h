@@ -60,6 +60,16 @@ class SourceRows {
   std::vector<S> copies_;
 };
 
+/// Calls work with the first number of a block and how many there are. The last block overlaps the one before it,
+/// rather than leave numbers to be done one by one; so work must not overwrite what it reads.
+template <std::ptrdiff_t Block, class Work>
+[[gnu::always_inline]] inline void forBlocks(std::ptrdiff_t count, Work&& work) {
+  if (count < Block) return work(std::ptrdiff_t{0}, count);
+  std::ptrdiff_t i = 0;
+  for (; i + Block <= count; i += Block) work(i, Block);
+  if (i < count) work(count - Block, Block);
+}
+
 /// Whether integers of type A hold `weight` times the furthest value of S, and what rounding adds.
 template <class A, class S>
 bool holds(double weight, int shift) {
@@ -129,22 +139,15 @@ class Finish {
     }
   }
 
-  // The last block overlaps the one before: pels are computed anew rather than one by one.
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, D* to, std::ptrdiff_t count) const {
-    constexpr std::ptrdiff_t block = Totals<A, N>::kBlock;
     const Finish finish = *this;  // what is written to cannot change it
-    A sums[block];
-    if (count < block) {
-      finish.template add<N>(sums, 0);
-      for (std::ptrdiff_t k = 0; k < count; ++k) to[k] = static_cast<D>(sums[k]);
-      return;
-    }
-    for (std::ptrdiff_t i = 0; i < count; i += block) {
-      i = std::min(i, count - block);
-      finish.template add<N>(sums, i);
-      for (std::ptrdiff_t k = 0; k < block; ++k) to[i + k] = static_cast<D>(sums[k]);
-    }
+    forBlocks<Totals<A, N>::kBlock>(
+        count, [&](std::ptrdiff_t i, std::ptrdiff_t part) __attribute__((always_inline)) {
+          A sums[Totals<A, N>::kBlock];
+          finish.template add<N>(sums, i);
+          for (std::ptrdiff_t k = 0; k < part; ++k) to[i + k] = static_cast<D>(sums[k]);
+        });
   }
 
  private:

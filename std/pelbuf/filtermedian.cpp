@@ -60,21 +60,22 @@ class Medians {
       const E* const d = isPair ? source_.enter(y + 3) : c;
       const Sorted<E*> a = sorted(y), b = sorted(y + 1), newC = sorted(y + 2), newD = sorted(y + 3);
       E *const first = dst_.row(y), *const second = isPair ? dst_.row(y + 1) : rows_.row(12);
-      blocks<N>([&](std::ptrdiff_t i, std::ptrdiff_t count) __attribute__((always_inline)) {
-        VNXSTD_INDEPENDENT
-        for (std::ptrdiff_t k = i; k < i + count; ++k) {
-          const Sorted<E> top = {a.low[k], a.middle[k], a.high[k]}, upper = {b.low[k], b.middle[k], b.high[k]};
-          const Sorted<E> lower = sort(c[k], c[k + step], c[k + 2 * step]);
-          const Sorted<E> bottom = sort(d[k], d[k + step], d[k + 2 * step]);
-          const E low = larger(upper.low, lower.low), high = smaller(upper.high, lower.high);
-          const E less = smaller(upper.middle, lower.middle), more = larger(upper.middle, lower.middle);
-          first[k] = median(larger(low, top.low), larger(less, smaller(more, top.middle)), smaller(high, top.high));
-          second[k] =
-              median(larger(low, bottom.low), larger(less, smaller(more, bottom.middle)), smaller(high, bottom.high));
-          newC.low[k] = lower.low, newC.middle[k] = lower.middle, newC.high[k] = lower.high;
-          newD.low[k] = bottom.low, newD.middle[k] = bottom.middle, newD.high[k] = bottom.high;
-        }
-      });
+      forBlocks<N / sizeof(E)>(
+          dst_.width, [&](std::ptrdiff_t i, std::ptrdiff_t count) __attribute__((always_inline)) {
+            VNXSTD_INDEPENDENT
+            for (std::ptrdiff_t k = i; k < i + count; ++k) {
+              const Sorted<E> top = {a.low[k], a.middle[k], a.high[k]}, upper = {b.low[k], b.middle[k], b.high[k]};
+              const Sorted<E> lower = sort(c[k], c[k + step], c[k + 2 * step]);
+              const Sorted<E> bottom = sort(d[k], d[k + step], d[k + 2 * step]);
+              const E low = larger(upper.low, lower.low), high = smaller(upper.high, lower.high);
+              const E less = smaller(upper.middle, lower.middle), more = larger(upper.middle, lower.middle);
+              first[k] = median(larger(low, top.low), larger(less, smaller(more, top.middle)), smaller(high, top.high));
+              second[k] = median(larger(low, bottom.low), larger(less, smaller(more, bottom.middle)),
+                                 smaller(high, bottom.high));
+              newC.low[k] = lower.low, newC.middle[k] = lower.middle, newC.high[k] = lower.high;
+              newD.low[k] = bottom.low, newD.middle[k] = bottom.middle, newD.high[k] = bottom.high;
+            }
+          });
     }
   }
 
@@ -92,18 +93,6 @@ class Medians {
       const Sorted<E> sorted = sort(pels[k], pels[k + step], pels[k + 2 * step]);
       to.low[k] = sorted.low, to.middle[k] = sorted.middle, to.high[k] = sorted.high;
     }
-  }
-
-  /// Calls work with blocks of a row; the last one overlaps the one before, rather than leave pels to be done one by
-  /// one. Computing a pel twice does no harm.
-  template <std::size_t N, class Work>
-  [[gnu::always_inline]] inline void blocks(Work&& work) const {
-    constexpr std::ptrdiff_t block = N / sizeof(E);
-    const std::ptrdiff_t count = dst_.width;
-    if (count < block) return work(0, count);
-    std::ptrdiff_t i = 0;
-    for (; i + block <= count; i += block) work(i, block);
-    if (i < count) work(count - block, block);
   }
 
   SourceRows<E> source_;

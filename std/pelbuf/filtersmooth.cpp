@@ -148,6 +148,58 @@ class Smoothing {
   Rows<A> rows_;
 };
 
+/// Small integers weighted over 3 by 3 pels, which is what is asked for most: two rows at a time share a sum, and only
+/// two rows of sums go to the cache and back.
+template <class A, class E>
+class Smoothing3x3 {
+ public:
+  Smoothing3x3(qc_PelRows<const E> src, qc_PelRows<E> dst, qc_PelFilter filter)
+      : source_(src, 1, filter.isInPlace), dst_(dst), step_(filter.perPel), rows_(4, dst.width), spare_(1, dst.width) {}
+
+  /// The whole image: it is one row to the dispatcher.
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, E*, std::ptrdiff_t) {
+    const std::ptrdiff_t step = step_, width = dst_.width;
+    const auto along = [step](const E* pels, std::ptrdiff_t k) __attribute__((always_inline)) {
+      return static_cast<A>(pels[k] + 2 * pels[k + step] + pels[k + 2 * step]);
+    };
+    const E *const top = source_.enter(0), *const upper = source_.enter(1);
+    A *last = rows_.row(0), *sum = rows_.row(1), *newLast = rows_.row(2), *newSum = rows_.row(3);
+    VNXSTD_INDEPENDENT
+    for (std::ptrdiff_t k = 0; k < width; ++k) {
+      last[k] = along(upper, k);
+      sum[k] = static_cast<A>(along(top, k) + last[k]);
+    }
+    for (std::ptrdiff_t y = 0; y < dst_.height; y += 2) {
+      const bool isPair = y + 1 < dst_.height;
+      const E* const lower = source_.enter(y + 2);
+      const E* const bottom = isPair ? source_.enter(y + 3) : lower;
+      E *const first = dst_.row(y), *const second = isPair ? dst_.row(y + 1) : spare_.row(0);
+      forBlocks<N / sizeof(E)>(
+          width, [&](std::ptrdiff_t i, std::ptrdiff_t count) __attribute__((always_inline)) {
+            VNXSTD_INDEPENDENT
+            for (std::ptrdiff_t k = i; k < i + count; ++k) {
+              const A three = along(lower, k), four = along(bottom, k);
+              const A middle = static_cast<A>(last[k] + three), below = static_cast<A>(three + four);
+              first[k] = static_cast<E>((sum[k] + middle + 8) >> 4);
+              second[k] = static_cast<E>((middle + below + 8) >> 4);
+              newLast[k] = four;
+              newSum[k] = below;
+            }
+          });
+      std::swap(last, newLast);
+      std::swap(sum, newSum);
+    }
+  }
+
+ private:
+  SourceRows<E> source_;
+  qc_PelRows<E> dst_;
+  std::ptrdiff_t step_;
+  Rows<A> rows_;
+  Rows<E> spare_;
+};
+
 }  // namespace
 
 template <class E>
@@ -161,6 +213,10 @@ void qf_PelSmooth(qc_PelRows<const E> src, qc_PelRows<E> dst, qc_PelFilter filte
     const int bits = 2 * (x + y);
     const double weight = std::ldexp(1, bits);
     if constexpr (sizeof(E) == 1) {
+      if (x == 1 && y == 1) {
+        Smoothing3x3<Narrow, E> smoothing(src, dst, filter);
+        return simd::runRow(smoothing, 1, dst.pels);
+      }
       if (holds<Narrow, E>(weight, bits)) return with(Narrow{});
     }
     if constexpr (sizeof(E) <= 2) {
