@@ -2,8 +2,8 @@
 //
 // qcTimer counts on the steady clock of the system, qcPTimer on the processor's time-stamp counter, which costs less to
 // read; where there is none the two are the same. A timer adds up the intervals between its starts and stops, in ticks
-// of its counter. What reading the counter costs is measured once and subtracted, so that a timer that is stopped at
-// once reads 0.
+// of its counter. What starting and stopping costs at least is measured once and subtracted, so that a timer that is
+// stopped at once mostly reads 0.
 //
 // A timer is for one thread at a time; the static functions are safe from all.
 #pragma once
@@ -46,13 +46,13 @@ class VNXSTD_EXPORT qc_Timer {
   /// The ticks of all intervals, the running one up to now.
   qcInt64 rawTicks64() const;
   double rawTicks() const { return static_cast<double>(rawTicks64()); }
-  /// The same without the cost of reading the counter; never below 0.
+  /// The same without the cost of starting and stopping; never below 0.
   double ticks() const;
   double sec() const { return ticks() / static_cast<double>(ticksPerSecond64()); }
   double msec() const { return ticks() * 1e3 / static_cast<double>(ticksPerSecond64()); }
   double usec() const { return ticks() * 1e6 / static_cast<double>(ticksPerSecond64()); }
 
-  /// The first call also measures the cost of reading the counter.
+  /// The first call also measures the cost of starting and stopping.
   static qcInt64 ticksPerSecond64();
   static unsigned long ticksPerSecond() { return static_cast<unsigned long>(ticksPerSecond64()); }
   /// Microseconds per tick.
@@ -63,11 +63,14 @@ class VNXSTD_EXPORT qc_Timer {
   /// Suspends the thread for this time, rounded to whole milliseconds. Returns at once when it is negative or not a
   /// number; more than ten years are ten years.
   static void sleep(double seconds);
-  /// Sets the cost of reading the counter, in ticks, to the least of 200 measurements, or to 0 without `measure`, and
+  /// Sets the cost of starting and stopping, in ticks, to the least of 200 measurements, or to 0 without `measure`, and
   /// returns it.
   static qcInt64 computeOverhead(bool measure);
 
  private:
+  struct Bare {};
+  explicit qc_Timer(Bare) noexcept {}  // asks for no rate: its first use needs timers
+
   qcInt64 elapsed_ = 0;
   bool isRunning_ = false;
   qcInt64 startTicks_ = 0;
