@@ -243,8 +243,8 @@ TEST(Header, IsCheckedInTheOrderOfItsFields) {
     EXPECT_EQ(errorOf([&] { BytesArchive(fromHex(std::get<0>(row)), std::get<1>(row)); }), expected)
         << std::get<0>(row);
   }
-  bool flag = false;
-  EXPECT_EQ(errorOf([&] { load(fromHex("02 01"), flag); }), L"qcArchive::Eof: thrown from file: archive, line: 65");
+  unsigned char byte = 0;
+  EXPECT_EQ(errorOf([&] { load(fromHex("02 01"), byte); }), L"qcArchive::Eof: thrown from file: archive, line: 65");
   EXPECT_EQ(BytesArchive(fromHex("01 00"), true)->version(), 0);
   EXPECT_EQ(BytesArchive(fromHex("02 00"))->ordering(), kBig);
   EXPECT_EQ(qcMemoryArchive(static_cast<qcArchive::Ordering>(7), false).storage()[1], 0);

@@ -242,7 +242,9 @@ TEST(Bitmaps, BytesOfPelsOfOneBit) {
 }
 
 std::wstring failureOf(qcDIB& dib, const Bytes& file) {
-  return errorOf([&] { dib.init(file.data(), file.size(), true); });
+  const std::wstring error = errorOf([&] { dib.init(file.data(), file.size(), true); });
+  EXPECT_TRUE(error.empty() || error.starts_with(L"qcDIB::"));
+  return error;
 }
 
 TEST(Bitmaps, DamagedHeadersAreRefused) {

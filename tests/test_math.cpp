@@ -391,6 +391,8 @@ TEST(Random, DrawsTheKnownSequence) {
 }
 
 TEST(Archive, BytesOfEveryType) {
+  const std::vector<std::string> noRanges = {"00 00000003 one two", "00 FFFFFFFF zero zero", "00 00000000 two one",
+                                             "00 00000000 nan one", "00 00000000 one nan"};
   expectArchived(qcPair<long>(-2, 3), "FFFFFFFE 00000003");
   expectArchived(qcRadian(-0.5), "minushalf");
   expectArchived(qcDegree(3), "three");
@@ -406,11 +408,11 @@ TEST(Archive, BytesOfEveryType) {
   expectArchived(qcXform<2>(), "00 00 zero zero 00 one zero zero one one 01");
   expectArchived(qcXform<3>({}, {1, 2, 3}), "00 00 one two three 00 one zero zero zero one zero zero zero one one",
                  {{0, L"xform, line: 518"}, {1, L"vector, line: 587"}, {26, L"matrix, line: 873"}});
-  expectArchived(qcRange(1, 2), "00 00000000 one two", {{0, L"range, line: 187"}});
+  expectArchived(qcRange(1, 2), "00 00000000 one two", {{0, L"range, line: 187"}}, noRanges);
   expectArchived(qcRange(), "00 00000001 zero zero");
-  expectArchived(qcAngleRange(qcRadian(1), qcRadian(9)), "00 00000002 zero zero", {{0, L"range, line: 402"}});
-  expectArchived(qcStatistics({1, 2, 1, -1, -1}), "00 00000005 two zero eight minusone two",
-                 {{0, L"stats, line: 143"}});
+  expectArchived(qcAngleRange(qcRadian(1), qcRadian(9)), "00 00000002 zero zero", {{0, L"range, line: 402"}}, noRanges);
+  expectArchived(qcStatistics({1, 2, 1, -1, -1}), "00 00000005 two zero eight minusone two", {{0, L"stats, line: 143"}},
+                 {"00 80000000 one zero one one one"});
   expectArchived(qcStatistics(), "00 00000000 zero zero zero max min");
   expectArchived(qcRandomUniform(-2), "00 FFFFFFFE 00000000", {{0, L"random, line: 121"}});
   expectArchived(qcRandomGaussian(7), "00 00 00000007 00000000",
@@ -452,23 +454,12 @@ TEST(Archive, VectorsOfPointsAreTheirElements) {
 }
 
 TEST(Archive, DamageIsFound) {
-  qcRange range(5, 6);
-  qcAngleRange angles;
-  for (const char* bad : {"00 00000003 one two", "00 FFFFFFFF zero zero", "00 00000000 two one", "00 00000000 nan one",
-                          "00 00000000 one nan"}) {
-    EXPECT_THROW(load(wire(bad), range), qcArchive::BadContent) << bad;
-    EXPECT_THROW(load(wire(bad), angles), qcArchive::BadContent) << bad;
-  }
-  EXPECT_EQ(range, qcRange(5, 6));
-
   // A wrong determinant is kept, so that the file can be written again as it was, and told by repInvariant.
   qcMatrix<2> m;
   EXPECT_THROW(load(wire("00 one two one three six"), m).repInvariant(), qcInvariantFailure);
   EXPECT_EQ(archived(kBig, false, m), wire("00 one two one three six"));
 
-  qcStatistics stats({1});
-  EXPECT_THROW(load(wire("00 80000000 one zero one one one"), stats), qcArchive::BadContent);
-  EXPECT_EQ(stats, qcStatistics({1}));
+  qcStatistics stats;
   load(wire("00 7FFFFFFF one zero one one one"), stats) += 2;
   EXPECT_EQ((stats + stats).count(), 2147483647);
   for (const char* bad : {"00 00000000 one zero zero max min", "00 00000001 one zero minushalf one one",

@@ -63,9 +63,8 @@ using Cells = std::set<std::pair<long, long>>;
 
 Cells cells(const qcPelRect& r) {
   Cells result;
-  for (long y = r.y0(); y < r.y1(); ++y) {
+  for (long y = r.y0(); y < r.y1(); ++y)
     for (long x = r.x0(); x < r.x1(); ++x) result.insert({x, y});
-  }
   return result;
 }
 
@@ -263,9 +262,8 @@ Outcome outcome(const std::function<bool()>& act) {
 qcPtrHandle<qcPelRoot<qcPair<long>>> rootOfPlaces(long w, long h) {
   const qcPtrHandle<qcPelRoot<qcPair<long>>> root(new qcPelRoot<qcPair<long>>(w, h, 24));
   std::vector<qcPair<long>> places;
-  for (long y = 0; y < h; ++y) {
+  for (long y = 0; y < h; ++y)
     for (long x = 0; x < w; ++x) places.emplace_back(x, y);
-  }
   root->vectToPels(root->rect(), places);
   return root;
 }

@@ -118,8 +118,10 @@ TYPED_TEST(NumericPel, PelwiseExtremesAlsoInPlace) {
   using X = std::conditional_t<std::is_integral_v<Element<T>>, Int128, Element<T>>;
   const auto least = [](X a, X b, X, int) { return a != a || b < a ? b : a; };  // NaN is passed over
   const auto largest = [](X a, X b, X, int) { return a != a || b > a ? b : a; };
-  checkPelwise<T, T, T, X>([](auto& a, auto& b, auto&, auto& to, int) { qfPelMin(a, b, to); }, least);
-  checkPelwise<T, T, T, X>([](auto& a, auto& b, auto&, auto& to, int) { qfPelMax(a, b, to); }, largest);
+  for (int round = 0; round < 4; ++round) {  // each with a random target
+    checkPelwise<T, T, T, X>([](auto& a, auto& b, auto&, auto& to, int) { qfPelMin(a, b, to); }, least);
+    checkPelwise<T, T, T, X>([](auto& a, auto& b, auto&, auto& to, int) { qfPelMax(a, b, to); }, largest);
+  }
 }
 
 template <class T>

@@ -333,28 +333,27 @@ TEST_P(ShapeLaws, AnyNumbersAreAnswered) {
 // ---- sampling
 
 TEST(Sampling, CountsOfTheTable) {
-  const Shape shapes[] = {new qcCircle({0, 0}, 10), new qcLineSeg({0, 0}, {10, 0}), new qcRect({0, 0}, {1, 1})};
-  enum { circle, segment, square };
-  struct Row {
-    int shape;
-    double tolerance, spacing;
-    long maxPoints, expected;  // -1: too many
-  };
-  const Row rows[] = {{circle, 0, 0, 2, 2},     {circle, 0, 1, 10, -1},      {circle, 0, 1, 63, 63},
-                      {circle, 0, 1, 62, -1},   {circle, 10, 0, 2, 2},       {circle, 5, 20 * kPi, 99, 3},
-                      {circle, 5, kPi, 99, 20}, {circle, 1e-300, 0, 99, -1}, {circle, 0, 1e-300, 2147483647, -1},
-                      {segment, 0, 0, 2, 2},    {segment, 0, 1, 11, 11},     {segment, 0, 3, 99, 5},
-                      {square, 0, 0, 2, 8},     {square, 0, 0.5, 3, 12},     {square, 0, 0.5, 2, -1}};
-  for (const Row& row : rows) {
+  const qcCircle circle({0, 0}, 10);
+  const qcLineSeg segment({0, 0}, {10, 0});
+  const qcRect square({0, 0}, {1, 1});
+  const std::tuple<const qcShape&, double, double, long, long> rows[] = {
+      // -1: too many
+      {circle, 0, 0, 2, 2},     {circle, 0, 1, 10, -1},      {circle, 0, 1, 63, 63},
+      {circle, 0, 1, 62, -1},   {circle, 10, 0, 2, 2},       {circle, 5, 20 * kPi, 99, 3},
+      {circle, 5, kPi, 99, 20}, {circle, 1e-300, 0, 99, -1}, {circle, 0, 1e-300, 2147483647, -1},
+      {segment, 0, 0, 2, 2},    {segment, 0, 1, 11, 11},     {segment, 0, 3, 99, 5},
+      {square, 0, 0, 2, 8},     {square, 0, 0.5, 3, 12},     {square, 0, 0.5, 2, -1}};
+  for (const auto& row : rows) {
+    const auto& [shape, tolerance, spacing, maxPoints, expected] = row;
+    const Params params(tolerance, spacing, maxPoints);
     SCOPED_TRACE(testing::Message() << "row " << &row - rows);
     Result result;
-    const Params params(row.tolerance, row.spacing, row.maxPoints);
-    if (row.expected < 0) {
-      EXPECT_THROW(shapes[row.shape]->sample(params, result), qcShapesError::SampleOverflow);
+    if (expected < 0) {
+      EXPECT_THROW(shape.sample(params, result), qcShapesError::SampleOverflow);
     } else {
-      shapes[row.shape]->sample(params, result);
+      shape.sample(params, result);
     }
-    EXPECT_EQ(static_cast<long>(result.positions().size()), std::max(0L, row.expected));
+    EXPECT_EQ(static_cast<long>(result.positions().size()), std::max(0L, expected));
   }
   const V p(1, 1);
   const qcEllipse2 point(p, qcRadian(1), {0, 0}, false, qcRadian(2)), unit({0, 1}, {}, p, true, {});
@@ -724,16 +723,14 @@ TEST(Circles, RefuseRadiiAndWhatIsNoCircle) {
 
 TEST(Rectangles, FollowTheTables) {
   EXPECT_EQ(qcRect({10, 10}, {-4, 2}), qcRect({14, 10}, {4, 2}));
-  struct Pair {
-    qcRect a, b, common, both;
-  };
-  const Pair pairs[] = {{{{0, 0}, {1, 1}}, {{1, 0}, {1, 1}}, {}, {{0, 0}, {2, 1}}},
-                        {{{0, 0}, {4, 4}}, {{2, 1}, {9, 2}}, {{2, 1}, {2, 2}}, {{0, 0}, {11, 4}}},
-                        {{{1, 1}, {4, 4}}, {{3, 3}, {0, 0}}, {}, {{1, 1}, {4, 4}}},
-                        {{{1, 1}, {4, 4}}, {{7, -2}, {0, 5}}, {}, {{1, -2}, {6, 7}}}};
-  for (const Pair& pair : pairs) {
-    EXPECT_EQ(pair.a & pair.b, pair.common);
-    EXPECT_EQ(pair.b.enclose(pair.a), pair.both);
+  const std::tuple<qcRect, qcRect, qcRect, qcRect> pairs[] = {
+      {{{0, 0}, {1, 1}}, {{1, 0}, {1, 1}}, {}, {{0, 0}, {2, 1}}},
+      {{{0, 0}, {4, 4}}, {{2, 1}, {9, 2}}, {{2, 1}, {2, 2}}, {{0, 0}, {11, 4}}},
+      {{{1, 1}, {4, 4}}, {{3, 3}, {0, 0}}, {}, {{1, 1}, {4, 4}}},
+      {{{1, 1}, {4, 4}}, {{7, -2}, {0, 5}}, {}, {{1, -2}, {6, 7}}}};
+  for (const auto& [a, b, common, both] : pairs) {
+    EXPECT_EQ(a & b, common);
+    EXPECT_EQ(b.enclose(a), both);
   }
   EXPECT_FALSE(qcRect({0, 0}, {0, 5}).degen());
   qcRect negative;
