@@ -22,6 +22,7 @@ namespace {
 using Pels = qcPelBuffer<unsigned char>;
 using RleRun = qcRLEBufferRun;
 using Counts = std::vector<unsigned long>;
+using vnxstd::simd::Level;
 using Pel = std::function<int(long x, long y)>;
 
 std::mt19937 random_(4711);
@@ -64,7 +65,7 @@ qcRLEBuffer encoded(const Pels& pels) {
 void forEachImage(const std::function<void(const Pels& pels)>& check) {
   const qcPair<long> sizes[] = {{1, 1},   {2, 1},   {1, 4},   {3, 3},   {64, 2},  {65, 5},   {66, 3},
                                 {130, 7}, {255, 2}, {256, 3}, {510, 2}, {600, 6}, {3001, 2}, {40, 300}};
-  for (const auto level : {vnxstd::simd::Level::Baseline, vnxstd::simd::Level::Avx2}) {
+  for (const Level level : {Level::Baseline, Level::Avx2, Level::Permutes}) {
     if (vnxstd::simd::setLevel(level) != level) continue;
     for (const Kind kind : {mask, labels, noise, binaryNoise, uniform}) {
       for (const auto& size : sizes) {

@@ -1,5 +1,4 @@
 // From pels to runs.
-#include <array>
 #include <bit>
 #include <cstring>
 #include <numeric>
@@ -8,6 +7,7 @@
 #include "std/pelbuf/dispatch.h"
 #include "std/rlebuf/rep.h"
 #include "vnxstd/pelbuf/apply.h"
+#include "vnxstd/pelbuf/map.h"
 #include "vnxstd/pelbuf/measure.h"
 #include "vnxstd/timer/timer.h"
 
@@ -119,11 +119,6 @@ void encodeRow(rle::RowWriter& writer, const unsigned char* pels, std::int32_t w
   RowEncoder(writer).row(pels, width);
 }
 
-template <class P>
-qc_PelRows<P> asRow(P* pels, std::ptrdiff_t width) {
-  return {pels, width, width, 1};
-}
-
 /// 1 for pels from the threshold on and 0 for others, or the other way round.
 class Threshold {
  public:
@@ -142,10 +137,8 @@ class Threshold {
   unsigned char threshold_, above_, below_;
 };
 
-using Table = std::array<unsigned char, 256>;
-
-Table levelsTable(int low, int high, int levels, bool invert) {
-  Table table;
+std::vector<unsigned char> levelsTable(int low, int high, int levels, bool invert) {
+  std::vector<unsigned char> table(256);
   for (int pel = 0; pel < 256; ++pel) {
     int value = pel < low ? 0 : levels;
     if (pel >= low && pel < high) value = (2 * levels * (pel - low) + (high - low)) / (2 * (high - low));
@@ -230,7 +223,7 @@ void qcRLEBuffer::encode(const qcPelBuffer_const<unsigned char>& pels, unsigned 
   std::vector<unsigned char> classes(static_cast<std::size_t>(pels.width()));
   Threshold kernel(threshold, invert);
   replaceBy(pels, [&](rle::RowWriter& writer, const unsigned char* row, std::int32_t width) {
-    vnxstd::simd::run(kernel, asRow(row, width), asRow(classes.data(), width));
+    vnxstd::simd::runRow(kernel, width, row, classes.data());
     encodeRow(writer, classes.data(), width);
   });
 }
@@ -238,20 +231,16 @@ void qcRLEBuffer::encode(const qcPelBuffer_const<unsigned char>& pels, unsigned 
 void qcRLEBuffer::encode(const qcPelBuffer_const<unsigned char>& pels, unsigned char low, unsigned char high,
                          int levels, bool invert) {
   checkLevels(low, high, levels);
-  const Table table = levelsTable(low, high, levels, invert);
-  encode(pels, std::vector<unsigned char>(table.begin(), table.end()));
+  encode(pels, levelsTable(low, high, levels, invert));
 }
 
 void qcRLEBuffer::encode(const qcPelBuffer_const<unsigned char>& pels, const std::vector<unsigned char>& table) {
   if (table.empty()) throw qcPelFunc::BadParams();
-  Table whole{};
-  std::copy_n(table.begin(), std::min(table.size(), whole.size()), whole.begin());
   std::vector<unsigned char> classes(static_cast<std::size_t>(pels.width()));
   replaceBy(pels, [&](rle::RowWriter& writer, const unsigned char* row, std::int32_t width) {
-    if (table.size() < whole.size() && *std::max_element(row, row + width) >= table.size()) throw qcPelFunc::Range();
-    const unsigned char* const from = row;
-    unsigned char* const to = classes.data();
-    for (std::int32_t x = 0; x < width; ++x) to[x] = whole[from[x]];
+    const qc_PelRows<const unsigned char> from{row, width, width, 1};
+    if (qf_PelExceeds(from, table.size())) throw qcPelFunc::Range();
+    qf_PelMap(from, table, false, qc_PelRows<unsigned char>{classes.data(), width, width, 1});
     encodeRow(writer, classes.data(), width);
   });
 }
