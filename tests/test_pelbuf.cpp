@@ -13,7 +13,7 @@
 #include <tuple>
 #include <vector>
 
-#include "support/bytes.h"
+#include "support/archived.h"
 #include "support/faulty.h"
 #include "vnxstd/pelbuf/buffer.h"
 
@@ -447,16 +447,15 @@ std::wstring outcomeOf(const std::function<void()>& act) {
   return error.empty() ? L"ok" : error.substr(0, error.find(L": thrown"));
 }
 
-// A 2 x 2 root whose rows are padded, by value: its bytes, and that they load as the same pels.
+// A 2 x 2 root whose rows are padded, by value: its bytes, from one word an element, and that they load as the same
+// pels.
 template <class T>
-void checkRootBytes(std::vector<T> pels, const char* little, const char* big) {
+void checkRootBytes(std::vector<T> pels, const std::string& words) {
   for (const auto order : kOrderings) {
     qcPelRoot<T> root(2, 2, 48), loaded;
     root.vectToPels(root.rect(), pels);
-    const char* const head = order == kLittle ? "F1664BDF 000000 02000000 02000000 30000000 00000000"
-                                              : "F1664BDF 000000 00000002 00000002 00000030 00000000";
-    const std::string bytes = archived(order, false, root);
-    EXPECT_EQ(toHex(bytes), toHex(headOf(order) + fromHex(head) + fromHex(order == kLittle ? little : big)));
+    const std::string bytes = wire("F1 66 4B DF 00 00 00 00000002 00000002 00000030 00000000 " + words, order);
+    EXPECT_EQ(toHex(archived(order, false, root)), toHex(bytes));
     load(bytes, loaded);
     std::vector<T> back;
     loaded.pelsToVect(loaded.rect(), back);
@@ -466,18 +465,15 @@ void checkRootBytes(std::vector<T> pels, const char* little, const char* big) {
 }
 
 TEST(RootArchive, BytesOfEveryKindOfElement) {
-  checkRootBytes<unsigned char>({1, 2, 3, 255}, "01 02 03 FF", "01 02 03 FF");
-  checkRootBytes<unsigned short>({0x102, 3, 4, 0xFFFE}, "0201 0300 0400 FEFF", "0102 0003 0004 FFFE");
-  checkRootBytes<long>({1, -2, 3, 4}, "01000000 FEFFFFFF 03000000 04000000", "00000001 FFFFFFFE 00000003 00000004");
-  checkRootBytes<double>({1, -2, 0, 0.5}, "000000000000F03F 00000000000000C0 0000000000000000 000000000000E03F",
-                         "3FF0000000000000 C000000000000000 0000000000000000 3FE0000000000000");
+  checkRootBytes<unsigned char>({1, 2, 3, 255}, "01 02 03 FF");
+  checkRootBytes<unsigned short>({0x102, 3, 4, 0xFFFE}, "0102 0003 0004 FFFE");
+  checkRootBytes<long>({1, -2, 3, 4}, "00000001 FFFFFFFE 00000003 00000004");
+  checkRootBytes<double>({1, -2, 0, -0.5}, "one minustwo zero minushalf");
   checkRootBytes<qcPair<long>>({{1, -1}, {2, 0}, {3, 0}, {4, 5}},
-                               "01000000FFFFFFFF 0200000000000000 0300000000000000 0400000005000000",
-                               "00000001FFFFFFFF 0000000200000000 0000000300000000 0000000400000005");
-  checkRootBytes<qcPackedRGB16Pel>({{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {8, 4, 8}}, "00F8 E007 1F00 2108",
-                                   "F800 07E0 001F 0821");
+                               "00000001 FFFFFFFF 00000002 00000000 00000003 00000000 00000004 00000005");
+  checkRootBytes<qcPackedRGB16Pel>({{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {8, 4, 8}}, "F800 07E0 001F 0821");
   checkRootBytes<qcPackedRGB32Pel>({{1, 2, 3, 4}, {5, 6, 7, 8}, {}, {9, 0, 0, 0}},
-                                   "03020104 07060508 00000000 00000900", "04010203 08050607 00000000 00090000");
+                                   "04010203 08050607 00000000 00090000");
 }
 
 TEST(RootArchive, PlanesAreFramedRootsOneAfterTheOther) {
@@ -499,16 +495,16 @@ TEST(RootArchive, APlaneThatIsLoadedByItselfHasItsOwnRows) {
   qcPelBuffer<qc3PlanePel> image(3, 100), empty(0, 0);
   qcPelRoot<unsigned char> unpadded(3, 100, 1);
   std::memset(unpadded.pels(), 7, 300);
-  const auto bytes = store(kLittle, unpadded);
+  const auto bytes = archived(kLittle, false, unpadded);
   load(bytes, *image.planeBuffer(0).rep());
   image.put(2, 99, {8, 9, 10});
   EXPECT_TRUE(image.planeBuffer(0).get(2, 99) == 8 && image.get(1, 99).plane0() == 7);
   qcPelBuffer<qc3PlanePel> back(image);
-  load(store(kBig, image), back);
+  load(archived(kBig, false, image), back);
   back.repInvariant();
   EXPECT_TRUE(back.get(2, 99) == qc3PlanePel(8, 9, 10) && back.get(2, 50).plane0() == 7);
   load(bytes, *empty.planeBuffer(0).rep());
-  EXPECT_EQ(outcomeOf([&] { store(kLittle, empty); }), kContent);
+  EXPECT_EQ(outcomeOf([&] { archived(kLittle, false, empty); }), kContent);
 }
 
 template <class T>
