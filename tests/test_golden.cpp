@@ -26,8 +26,10 @@
 #include "vnxstd/math/xfpoly.h"
 #include "vnxstd/pelbuf/buffer.h"
 #include "vnxstd/rlebuf/rlebuf.h"
+#include "vnxstd/shapes/affrect.h"
 #include "vnxstd/shapes/circle.h"
 #include "vnxstd/shapes/ellipsearc.h"
+#include "vnxstd/shapes/genrect.h"
 #include "vnxstd/shapes/line.h"
 #include "vnxstd/shapes/lineseg.h"
 #include "vnxstd/shapes/polyline.h"
@@ -192,6 +194,8 @@ std::vector<Case> cases() {
   all.push_back(shared<qcShape>("qcEllipseArc", new qcEllipseArc(oldEllipse, qcRadian(1), qcRadian(-2))));
   all.push_back(shared<qcShape>("qcEllipseArc2", new qcEllipseArc2(ellipse, qcRadian(1), qcRadian(2.5))));
   all.push_back(shared<qcShape>("qcRect", new qcRect(qcVector<2>(1, 2), qcVector<2>(3, 4))));
+  all.push_back(shared<qcShape>("qcGenRect", new qcGenRect(qcVector<2>(1, 2), qcVector<2>(3, 4), qcVector<2>(-5, 6))));
+  all.push_back(shared<qcShape>("qcAffineRectangle", new qcAffineRectangle({qcMatrix<2>(3, -5, 4, 6), {1, 2}})));
   all.push_back(shared<qcShape>("qcPolyline", new qcPolyline({{0, 0}, {4, 0}, {4, 3}}, true)));
   all.push_back(value("qcPerimPos", qcPerimPos(2, 0.5)));
   qcShape::qcSampleParams params(0.5, 2, 40, true, false);

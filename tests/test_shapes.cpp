@@ -45,6 +45,7 @@ class Random {
     const double span = integer(0, 4) == 0 ? 2 * kPi : real(0.1, 6.28);
     return new Arc(ellipse, angle(), qcRadian(integer(0, 1) ? span : -span));
   }
+  qcXform<2> affine() { return {{real(-9, 9), real(-9, 9), real(-9, 9), real(-9, 9)}, point()}; }
   qcXform<2> similarity(bool rotates, bool mirrors) {
     return {point(), real(0.2, 4), mirrors ? -1.0 : 1.0, qcRadian(0), qcRadian(rotates ? real(-3, 3) : 0)};
   }
@@ -67,6 +68,11 @@ const Kind kKinds[] = {{"segment", [](Random& r) -> Shape { return new qcLineSeg
                        {"arc", [](Random& r) { return r.arc<qcEllipseArc2>(r.ellipse()); }},
                        {"older arc", [](Random& r) { return r.arc<qcEllipseArc>(r.ellipse().oldEllipse()); }},
                        {"rectangle", [](Random& r) -> Shape { return new qcRect(r.point(), r.point()); }},
+                       {"general rectangle",
+                        [](Random& r) -> Shape {
+                          return new qcGenRect(qcRect({}, {1, 2}).map(r.affine()));
+                        }},
+                       {"affine rectangle", [](Random& r) -> Shape { return new qcAffineRectangle(r.affine()); }},
                        {"open polyline", [](Random& r) -> Shape { return new qcPolyline(r.polyline(false)); }},
                        {"closed polyline", [](Random& r) -> Shape { return new qcPolyline(r.polyline(true)); }}};
 
@@ -148,7 +154,7 @@ TEST_P(ShapeLaws, PositionsRunAlongTheBoundaryByArcLength) {
       qcRadian tangent;
       shape.perimPointAndTangent(info, place, p, tangent);
       const V chord = shape.perimPoint(info, next) - p;
-      const bool corner = dynamic_cast<const qcRect*>(&shape) && std::fabs(chord.len() - 1e-6) > 1e-10;
+      const bool corner = dynamic_cast<const qc_ParallelogramShape*>(&shape) && std::fabs(chord.len() - 1e-6) > 1e-10;
       EXPECT_NEAR_POINT(chord / 1e-6, V(1, tangent), corner ? kInf : 1e-4);
     }
   });
@@ -745,8 +751,8 @@ TEST(Rectangles, FollowTheTables) {
   const qcLineSeg sides[] = {rect.tSeg(), rect.rSeg(), rect.bSeg(), rect.lSeg()};
   for (int i = 0; i < 4; ++i) EXPECT_EQ(sides[i].p2(), sides[(i + 1) % 4].p1());
   EXPECT_TRUE(rect.mapShape({{2, 0, 0, 3}, {1, 1}})->equal_(qcRect({3, 7}, {6, 12})));
-  EXPECT_TRUE(rect.mapShape({{-1, 0, 0, 1}, {}})->equal_(qcPolyline({{-1, 2}, {-4, 2}, {-4, 6}, {-1, 6}}, true)));
-  EXPECT_TRUE(rect.mapShape({{0, -1, 1, 0}, {}})->equal_(qcPolyline({{-2, 1}, {-2, 4}, {-6, 4}, {-6, 1}}, true)));
+  EXPECT_TRUE(rect.mapShape({{-1, 0, 0, 1}, {}})->equal_(qcGenRect({-1, 2}, {-3, 0}, {0, 4})));
+  EXPECT_TRUE(rect.mapShape({{0, -1, 1, 0}, {}})->equal_(qcGenRect({-2, 1}, {0, 3}, {-4, 0})));
 
   EXPECT_EQ(qcRect({0.5, 0.5}, {1, 1}).enclosePelRect(), qcPelRect(0, 0, 2, 2));
   EXPECT_EQ(qcRect({-0.5, 3}, {1, 4}).enclosePelRect(), qcPelRect(-1, 3, 2, 4));
@@ -815,7 +821,8 @@ void checkBytes(const T& value, const std::string& body, int line, const std::ve
   expectArchived(value, head + body, versions, refused);
   if constexpr (isShape) {
     T legacy;
-    const bool known = !std::is_same_v<T, qcPolyline> && !std::is_base_of_v<qc_EllipseShape, T>;
+    const bool known =
+        !std::is_same_v<T, qcPolyline> && !std::is_same_v<T, qcGenRect> && !std::is_base_of_v<qc_EllipseShape, T>;
     EXPECT_EQ(legacy.loadLegacy(*BytesArchive(wire("00 " + body))), known);
     EXPECT_EQ(legacy == value, known);
   }
@@ -842,6 +849,9 @@ TEST(ShapeArchives, HoldTheBytesWorkedOutByHand) {
   checkBytes(qcLineSeg({1, 2}, {2, -1}), kP + kQ, 2925, {});
   checkBytes(qcCircle({2, -1}, 2), kQ + "two", 3693, {kQ + "minusone", kQ + "nan", kQ + "inf"});
   checkBytes(qcRect({2, -1}, {1, 2}), kQ + kP, 3316, {});
+  checkBytes(qcGenRect({2, -1}, {1, 2}, {0, 0}), kQ + kP + kOrigin, 0, {}, L"genrect");
+  checkBytes(qcAffineRectangle({{2, 1, 0, -1}, {1, 2}}), "00 " + kP + "00 two one zero minusone minustwo 00", 629, {},
+             L"affrect");
   const std::string old = kP + "00 two one one ", head = "F1 66 4B DF 00 00 00 ";
   const std::string map = head + kP + "00 two zero zero minusone minustwo ";
   checkBytes(qcEllipse({1, 2}, {2, 1}, qcRadian(1)), old, 412,
@@ -882,6 +892,9 @@ TEST(ShapeArchives, ForgetShapesThatChange) {
   checkForgotten<qcEllipseArc2>(new qcEllipseArc2, [](qcEllipseArc2& s) { s.phiSpan(qcRadian(1)); });
   checkForgotten<qcEllipseArc2>(new qcEllipseArc2, [](qcEllipseArc2& s) { s.ellipse(qcEllipse({}, {1, 2}, {})); });
   checkForgotten<qcRect>(new qcRect, [](qcRect& s) { s.origin({1, 2}); });
+  checkForgotten<qcGenRect>(new qcGenRect, [](qcGenRect& s) { s.ySide({1, 2}); });
+  checkForgotten<qcAffineRectangle>(new qcAffineRectangle, [](qcAffineRectangle& s) { s.cornerPo({1, 2}); });
+  checkForgotten<qcAffineRectangle>(new qcAffineRectangle, [](qcAffineRectangle& s) { s.xLength(2); });
   checkForgotten<qcPolyline>(new qcPolyline, [](qcPolyline& s) { s.addVertex({1, 2}); });
 }
 

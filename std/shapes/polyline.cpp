@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numbers>
 
+#include "std/shapes/exact.h"
 #include "std/shapes/samplewriter.h"
 #include "std/shapes/segment.h"
 #include "vnxstd/archive/archive.h"
@@ -23,6 +23,15 @@ std::vector<qcVector<2>> distinct(const std::vector<qcVector<2>>& vertices, bool
   return result;
 }
 
+// The middle of the left side of a corner: between the way out, to `next`, and the way back, to `previous`.
+qcVector<2> leftOfCorner(const qcVector<2>& previous, const qcVector<2>& p, const qcVector<2>& next) {
+  const qcVector<2> in = qc_shapes::normalized(p - previous), out = qc_shapes::normalized(next - p);
+  if (in * out >= 0) return (in + out).perpendicular();
+  // A sharp turn. In one that leads straight back, everything is on the left.
+  const int side = qc_shapes::orientation(previous, p, next);
+  return side == 0 ? -out : side * (out - in);
+}
+
 // A direction that leads from p, where it lies on a chain of distinct corners, to the left side of the first piece or
 // corner that it lies on; null where it lies on none.
 qcVector<2> leftSide(const std::vector<qcVector<2>>& corners, bool closed, const qcVector<2>& p) {
@@ -33,14 +42,26 @@ qcVector<2> leftSide(const std::vector<qcVector<2>>& corners, bool closed, const
     if (corners[i] == p) {
       if (first) return (next - p).perpendicular();
       if (last) return (p - previous).perpendicular();
-      // The middle of the wedge between the way out and the way in; where they coincide it is the whole plane.
-      const qcRadian out = qc_shapes::segmentAngle(p, next);
-      const double wedge = (qc_shapes::segmentAngle(p, previous) - out).norm().plain();
-      return {1, out + qcRadian(wedge > 0 ? wedge / 2 : qcRadian::turn / 2)};
+      return leftOfCorner(previous, p, next);
     }
     if (!last && qc_shapes::isOnSegment(corners[i], next, p)) return (next - corners[i]).perpendicular();
   }
   return {};
+}
+
+// How often a closed chain of distinct corners winds around what lies beside one of its own points, see sideOf.
+long windingNumberBeside(const std::vector<qcVector<2>>& corners, const qcVector<2>& p) {
+  const qcVector<2> aside = leftSide(corners, true, p);
+  const bool falls = aside.y() != 0 ? aside.y() < 0 : aside.x() < 0;
+  const auto isAbove = [&](const qcVector<2>& v) { return v.y() != p.y() ? v.y() > p.y() : falls; };
+  long number = 0;
+  for (std::size_t i = 0; i < corners.size(); ++i) {
+    const qcVector<2>&a = corners[i], &b = corners[(i + 1) % corners.size()];
+    if (isAbove(a) == isAbove(b)) continue;
+    const int side = qc_shapes::orientation(a, b, p), sideways = side != 0 ? side : qc_shapes::sideOf(b - a, aside);
+    if (isAbove(b) == (sideways > 0)) number += sideways;
+  }
+  return number;
 }
 
 }  // namespace
@@ -96,34 +117,40 @@ void qcPolyline::removeVertex(long index) {
   vertices_.erase(vertices_.begin() + index);
 }
 
-double qcPolyline::areaMoment0() const {
-  if (!closed_) throw qcShapesError::NotRegion();
-  if (vertices_.size() < 3) return 0;
-  double sum = 0;
-  const qcVector<2>* previous = &vertices_.back();
-  for (const qcVector<2>& current : vertices_) {
-    sum += previous->cross(current);
-    previous = &current;
-  }
-  return sum / 2;
-}
-
-double qcPolyline::area() const { return std::fabs(areaMoment0()); }
-
-long qcPolyline::closestVertexIndex(const qcVector<2>& p) const {
-  checkNotEmpty();
-  const auto nearer = [&p](const qcVector<2>& a, const qcVector<2>& b) { return p.distance(a) < p.distance(b); };
-  return std::min_element(vertices_.begin(), vertices_.end(), nearer) - vertices_.begin();
+void qcPolyline::reserve(long n) const {
+  if (n > 0) vertices_.reserve(static_cast<std::size_t>(n));
 }
 
 qcRadian qcPolyline::generalWindingAngle(const qcVector<2>& p) const {
-  const std::vector<qcVector<2>> corners = distinct(vertices_, closed_);
-  const qcVector<2> aside = leftSide(corners, closed_, p);
+  if (closed_) return qcRadian(static_cast<double>(windingNumber(p)) * qcRadian::turn);
+  const std::vector<qcVector<2>> corners = distinct(vertices_, false);
+  const qcVector<2> aside = leftSide(corners, false, p);
   double sum = 0;
-  for (std::size_t i = closed_ ? 0 : 1; i < corners.size() && corners.size() > 1; ++i) {
-    sum += qc_shapes::angleSubtended(corners[(i + corners.size() - 1) % corners.size()], corners[i], p, aside);
+  for (std::size_t i = 1; i < corners.size(); ++i) {
+    sum += qc_shapes::angleSubtended(corners[i - 1], corners[i], p, aside);
   }
   return qcRadian(sum);
+}
+
+// Of a closed polyline: the pieces that pass upwards on the right of p, less those that pass downwards there.
+long qcPolyline::windingNumber(const qcVector<2>& p) const {
+  if (vertices_.empty()) return 0;
+  long number = 0;
+  const qcVector<2>* a = &vertices_.back();
+  bool fromAbove = a->y() > p.y();
+  for (const qcVector<2>& b : vertices_) {
+    const bool toAbove = b.y() > p.y();
+    bool touches = b.y() == p.y() && (b.x() == p.x() || (a->y() == p.y() && (a->x() < p.x()) != (b.x() < p.x())));
+    if (fromAbove != toAbove) {
+      const int side = qc_shapes::orientation(*a, b, p);
+      if (toAbove == (side > 0)) number += side;
+      touches = touches || side == 0;
+    }
+    if (touches) return windingNumberBeside(distinct(vertices_, true), p);
+    fromAbove = toAbove;
+    a = &b;
+  }
+  return number;
 }
 
 qcPolyline qcPolyline::map(const qcXform<2>& xform) const {
@@ -209,7 +236,7 @@ bool qcPolyline::isRightHanded() const {
 
 bool qcPolyline::within(const qcVector<2>& p) const {
   if (!isRegion()) throw qcShapesError::NotRegion();
-  return std::fabs(generalWindingAngle(p).plain()) > std::numbers::pi;
+  return windingNumber(p) != 0;
 }
 
 qcPtrHandle<qcShape> qcPolyline::reverse() const {

@@ -4,13 +4,11 @@
 #include <cmath>
 #include <limits>
 
-#include "std/shapes/samplewriter.h"
-#include "std/shapes/segment.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/pelspan/pelspan.h"
+#include "vnxstd/shapes/genrect.h"
 #include "vnxstd/shapes/lineseg.h"
 #include "vnxstd/shapes/polyline.h"
-#include "vnxstd/shapes/shapeinfo.h"
 
 namespace {
 
@@ -84,13 +82,8 @@ qcPelRect qcRect::enclosePelRect() const {
   return qcPelRect::fromCorners(left, top, clampedEnd(left, lr().x()), clampedEnd(top, lr().y()));
 }
 
-double qcRect::distToPoint(const qcVector<2>& p) const { return qc_shapes::segmentLength(p, nearestPoint(p)); }
-
-qcPolyline qcRect::outline() const { return {std::vector<qcVector<2>>{ul(), ur(), lr(), ll()}, true}; }
-
-qcVector<2> qcRect::nearestPoint(const qcVector<2>& p) const {
-  const qcVector<2> corners[] = {ul(), ur(), lr(), ll()};
-  return qc_shapes::nearestOnChain(corners, 4, 4, p).point;
+qcGenRect qcRect::map(const qcXform<2>& xform) const {
+  return {xform.mapPoint(origin_), xform.mapVector({size_.x(), 0}), xform.mapVector({0, size_.y()})};
 }
 
 double qcRect::perimeter() const { return 2 * (std::fabs(size_.x()) + std::fabs(size_.y())); }
@@ -105,33 +98,14 @@ bool qcRect::within(const qcVector<2>& p) const {
 qcPtrHandle<qcShape> qcRect::mapShape(const qcXform<2>& xform) const {
   const qcMatrix<2>& m = xform.matrix();
   const bool scales = m.element(0, 1) == 0 && m.element(1, 0) == 0 && m.element(0, 0) > 0 && m.element(1, 1) > 0;
-  if (!scales) return outline().mapShape(xform);
+  if (!scales) return new qcGenRect(map(xform));
   qcPtrHandle<qcRect> mapped(new qcRect);
   mapped->origin_ = xform.mapPoint(origin_);
   mapped->size_ = xform.mapVector(size_);
   return mapped;
 }
 
-qcPtrHandle<qcShape> qcRect::reverse() const { return outline().reverse(); }
-
-qcPtrHandle<qcShape> qcRect::decompose() const { return new qcPolyline(outline()); }
-
-void qcRect::sample(const qcSampleParams& params, qcSampleResult& result) const {
-  qc_shapes::SampleWriter writer(params, result);
-  const qcPolyline sides = outline();
-  qcSampleParams alone = params;
-  alone.enclosingInfo_(nullptr);
-  const std::int32_t piece = writer.takePiece();
-  sides.sample(alone, result);
-  if (params.recordPositions_()) {
-    const qcShapeInfo info(sides);
-    std::vector<qcPerimPos>& recorded = result.perimPositions_();
-    for (std::size_t i = writer.firstPosition(); i < recorded.size(); ++i) {
-      recorded[i] = {piece, info.distanceAlong(recorded[i])};
-    }
-  }
-  writer.commit();
-}
+qcPtrHandle<qcShape> qcRect::reverse() const { return outline_().reverse(); }
 
 bool qcRect::equal_(const qcShape& that) const { return equalAs(*this, that); }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "std/shapes/exact.h"
 #include "vnxstd/math/angle.h"
 #include "vnxstd/math/vector.h"
 
@@ -72,17 +73,27 @@ inline qcVector<2> pointAtDistance(const qcVector<2>& p1, const qcVector<2>& p2,
   return distance < length ? p1 + distance / length * (p2 - p1) : p2;
 }
 
+/// Inside the segment, ends excluded; exactly.
 inline bool isOnSegment(const qcVector<2>& p1, const qcVector<2>& p2, const qcVector<2>& p) {
-  return (p1 - p).cross(p2 - p) == 0 && (p1 - p) * (p2 - p) < 0;
+  return (p1 - p) * (p2 - p) < 0 && orientation(p1, p2, p) == 0;
+}
+
+/// On which side of a piece in a direction lies what is next to a point of it in the direction `aside`, not far away:
+/// 1 on the left, -1 on the right. Straight on counts as left, straight back as right, as if `aside` were turned to the
+/// left by very little.
+inline int sideOf(const qcVector<2>& direction, const qcVector<2>& aside) {
+  const double cross = direction.cross(aside);
+  return (cross != 0 ? cross : direction * aside) < 0 ? -1 : 1;
 }
 
 /// The signed angle under which the segment is seen from p; for a point on the segment, from one that lies beside it in
 /// the direction `aside`, in the limit.
 inline double angleSubtended(const qcVector<2>& p1, const qcVector<2>& p2, const qcVector<2>& p,
                              const qcVector<2>& aside) {
-  if (isOnSegment(p1, p2, p)) return (p2 - p1).cross(aside) < 0 ? -std::numbers::pi : std::numbers::pi;
+  if (isOnSegment(p1, p2, p)) return sideOf(p2 - p1, aside) * std::numbers::pi;
   const qcVector<2> a = p1 == p ? -aside : p1 - p, b = p2 == p ? -aside : p2 - p;
-  return std::atan2(a.cross(b), a * b);
+  const int side = p1 == p || p2 == p ? sideOf(p2 - p1, aside) : orientation(p1, p2, p);
+  return std::copysign(std::atan2(a.cross(b), a * b), side);
 }
 
 }  // namespace qc_shapes

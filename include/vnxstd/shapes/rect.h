@@ -2,16 +2,16 @@
 #pragma once
 
 #include "vnxstd/export.h"
-#include "vnxstd/shapes/shape.h"
+#include "vnxstd/shapes/parallelogram.h"
 
+class qcGenRect;
 class qcLineSeg;
 class qcPelRect;
-class qcPolyline;
 
 /// An axis-aligned rectangle with real coordinates: the corner with the smallest coordinates (upper left where y points
 /// down) and the width and height. A region; its boundary runs from the origin along the width first, so that it is
 /// right-handed. Positions on the perimeter have index 0 and the distance from the origin corner.
-class VNXSTD_EXPORT qcRect : public qcShape {
+class VNXSTD_EXPORT qcRect : public qc_ParallelogramShape {
  public:
   /// Origin and size are (0, 0).
   qcRect() = default;
@@ -53,35 +53,21 @@ class VNXSTD_EXPORT qcRect : public qcShape {
   /// The pixel rectangle from the floor of the origin to the ceiling of the far corner, clamped to the 32-bit range of
   /// pixel coordinates and sizes.
   qcPelRect enclosePelRect() const;
-  /// The distance from `p` to the boundary, never negative.
-  double distToPoint(const qcVector<2>& p) const;
+  /// The image under an affine map, which starts at the image of the origin.
+  qcGenRect map(const qcXform<2>& xform) const;
 
   qcPtrHandle<qcShape> clone() const override { return new qcRect(*this); }
-  bool isOpenContour() const override { return false; }
-  bool isRegion() const override { return true; }
-  bool isFinite() const override { return true; }
-  bool isEmpty() const override { return false; }
-  bool hasTangent() const override { return !size_.isNull(); }
-  bool isDecomposed() const override { return false; }
-  bool isReversible() const override { return true; }
   /// The rectangle itself.
   qcRect boundingBox() const override { return *this; }
-  /// The nearest point of the boundary.
-  qcVector<2> nearestPoint(const qcVector<2>& p) const override;
   double perimeter() const override;
   /// Neither or both of width and height are negative.
   bool isRightHanded() const override;
   /// All four sides are inside.
   bool within(const qcVector<2>& p) const override;
-  /// A rectangle when the matrix only scales, by positive factors; otherwise the closed polyline through the images of
-  /// the corners, in their order.
+  /// A rectangle when the matrix only scales, by positive factors; otherwise the qcGenRect of map.
   qcPtrHandle<qcShape> mapShape(const qcXform<2>& xform) const override;
   /// The closed polyline through the corners, traversed the other way.
   qcPtrHandle<qcShape> reverse() const override;
-  /// The closed polyline through the corners, whose pieces are the sides.
-  qcPtrHandle<qcShape> decompose() const override;
-  /// Samples the sides like a closed polyline. Throws qcShapesError::BadParams in uniform mode.
-  void sample(const qcSampleParams& params, qcSampleResult& result) const override;
   bool equal_(const qcShape& that) const override;
   friend bool operator==(const qcRect& a, const qcRect& b) { return a.origin_ == b.origin_ && a.size_ == b.size_; }
 
@@ -90,10 +76,10 @@ class VNXSTD_EXPORT qcRect : public qcShape {
  protected:
   void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &qcRect::serialize_); }
   void serialize_(qcArchive& archive, unsigned char version);
+  std::array<qcVector<2>, 4> corners_() const override { return {ul(), ur(), lr(), ll()}; }
 
  private:
   void serializeCommon(qcArchive& archive);
-  qcPolyline outline() const;
 
   qcVector<2> origin_;
   qcVector<2> size_;

@@ -1,0 +1,77 @@
+#include "std/shapes/exact.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace qc_shapes {
+namespace {
+
+int signOf(double value) { return (value > 0) - (value < 0); }
+
+int exactOrientation(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& p) {
+  double largest = 0;
+  for (const qcVector<2>& v : {a, b, p}) largest = std::max({largest, std::fabs(v.x()), std::fabs(v.y())});
+  if (!(largest > 0) || !std::isfinite(largest)) return 0;
+  // Scaled by a power of two, so that the products do not leave the range.
+  const int exponent = -std::ilogb(largest);
+  const auto scaled = [exponent](const qcVector<2>& v) {
+    return qcVector<2>(std::ldexp(v.x(), exponent), std::ldexp(v.y(), exponent));
+  };
+  const qcVector<2> u = scaled(a), v = scaled(b), w = scaled(p);
+  ExactSum sum;
+  for (const auto& [from, to] : {std::pair(&u, &v), std::pair(&v, &w), std::pair(&w, &u)}) {
+    sum.addProduct(from->x(), to->y());
+    sum.addProduct(-from->y(), to->x());
+  }
+  return sum.sign();
+}
+
+}  // namespace
+
+void ExactSum::add(double term) {
+  int kept = 0;
+  for (int i = 0; i < size_; ++i) {
+    const double part = parts_[static_cast<std::size_t>(i)], sum = term + part;
+    const double ofPart = sum - term;
+    const double lost = (term - (sum - ofPart)) + (part - ofPart);
+    if (lost != 0) parts_[static_cast<std::size_t>(kept++)] = lost;
+    term = sum;
+  }
+  if (term != 0) parts_[static_cast<std::size_t>(kept++)] = term;
+  size_ = kept;
+}
+
+void ExactSum::addProduct(double a, double b) {
+  const double product = a * b;
+  add(std::fma(a, b, -product));
+  add(product);
+}
+
+int ExactSum::sign() const { return signOf(leading()); }
+
+int ExactSum::signOfRest() const { return size_ > 1 ? signOf(parts_[static_cast<std::size_t>(size_ - 2)]) : 0; }
+
+// The rest reaches an integer only from one: it is smaller than any fraction that the leading part has.
+double ExactSum::floor() const {
+  const double whole = std::floor(leading());
+  return whole == leading() && signOfRest() < 0 ? whole - 1 : whole;
+}
+
+double ExactSum::ceil() const {
+  const double whole = std::ceil(leading());
+  return whole == leading() && signOfRest() > 0 ? whole + 1 : whole;
+}
+
+int orientation(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& p) {
+  // Shewchuk's bound of what rounding can do to the difference of the products, and a little for what underflows.
+  constexpr double kEpsilon = std::numeric_limits<double>::epsilon() / 2, kBound = (3 + 16 * kEpsilon) * kEpsilon;
+  const double left = (a.x() - p.x()) * (b.y() - p.y()), right = (a.y() - p.y()) * (b.x() - p.x());
+  const double difference = left - right;
+  const double error = kBound * (std::fabs(left) + std::fabs(right)) + std::numeric_limits<double>::min();
+  if (difference > error) return 1;
+  if (-difference > error) return -1;
+  return exactOrientation(a, b, p);
+}
+
+}  // namespace qc_shapes

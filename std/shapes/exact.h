@@ -1,0 +1,39 @@
+// Sums of products of doubles without rounding, for what depends on a sign.
+#pragma once
+
+#include <array>
+
+#include "vnxstd/math/vector.h"
+
+namespace qc_shapes {
+
+/// A sum of doubles and of products of two doubles, exact unless something overflows or underflows: an expansion of
+/// parts that do not overlap (J. R. Shewchuk, "Adaptive precision floating-point arithmetic and fast robust geometric
+/// predicates", 1997). It holds up to kParts terms, a product counting for two.
+class ExactSum {
+ public:
+  void add(double term);
+  void addProduct(double a, double b);
+
+  /// 1, 0 or -1; 0 when the sum is no number.
+  int sign() const;
+  /// The integers next below and above the sum.
+  double floor() const;
+  double ceil() const;
+
+ private:
+  static constexpr int kParts = 16;
+
+  // The largest part, and the sign of the rest, which is smaller than the last bit of that part.
+  double leading() const { return size_ > 0 ? parts_[static_cast<std::size_t>(size_ - 1)] : 0; }
+  int signOfRest() const;
+
+  std::array<double, kParts> parts_;  // by growing magnitude, none of them 0
+  int size_ = 0;
+};
+
+/// On which side of the line from `a` to `b` the point `p` lies: 1 on the left, -1 on the right, 0 on the line itself.
+/// Exact for finite coordinates whose magnitudes span less than 1e150.
+int orientation(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& p);
+
+}  // namespace qc_shapes

@@ -1,0 +1,521 @@
+// Polylines and parallelograms beyond what the laws of test_shapes hold for every shape.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <numbers>
+#include <random>
+#include <vector>
+
+#include "vnxstd/math/rigid.h"
+#include "vnxstd/pelspan/pelspan.h"
+#include "vnxstd/shapes.h"
+
+namespace {
+
+using V = qcVector<2>;
+using Points = std::vector<V>;
+constexpr double kPi = std::numbers::pi;
+
+class Random {
+ public:
+  explicit Random(unsigned seed) : engine_(seed) {}
+  double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine_); }
+  int integer(int low, int high) { return std::uniform_int_distribution<int>(low, high)(engine_); }
+  bool flip() { return integer(0, 1) == 1; }
+  V point() { return {real(-20, 20), real(-20, 20)}; }
+  V gridPoint(int size) { return V(integer(0, size), integer(0, size)); }
+  Points gridPoints(int count, int size) {
+    Points points;
+    for (; count > 0; --count) points.push_back(gridPoint(size));
+    return points;
+  }
+
+ private:
+  std::mt19937 engine_;
+};
+
+// ---- moments
+
+/// The integrals of 1, x, y, x * x, x * y and y * y.
+struct Integrals {
+  long double of[6] = {};
+  void add(long double weight, long double x, long double y) {
+    const long double terms[] = {1, x, y, x * x, x * y, y * y};
+    for (int i = 0; i < 6; ++i) of[i] += weight * terms[i];
+  }
+};
+
+/// By quadrature, in extended precision: the middles of the sides of triangles, and Simpson's rule along the pieces,
+/// are exact for squares. `shift` is added to every coordinate.
+Integrals integrals(const Points& p, bool closed, bool area, long double shift) {
+  Integrals sum;
+  for (std::size_t i = closed ? 0 : 1; i < p.size(); ++i) {
+    const V &a = p[(i + p.size() - 1) % p.size()], &b = p[i];
+    const V middles[] = {(a + b) / 2, (a + p[0]) / 2, (b + p[0]) / 2};
+    const double length = std::hypot(b.x() - a.x(), b.y() - a.y());
+    const auto add = [&](long double weight, const V& q) { sum.add(weight, q.x() + shift, q.y() + shift); };
+    for (const V& q : middles) {
+      if (area) add(static_cast<long double>((a - p[0]).cross(b - p[0])) / 6, q);
+    }
+    if (area) continue;
+    add(length / 6.0L, a);
+    add(length / 1.5L, middles[0]);
+    add(length / 6.0L, b);
+  }
+  return sum;
+}
+
+class Moments : public testing::TestWithParam<bool> {};
+INSTANTIATE_TEST_SUITE_P(AreaAndArcLength, Moments, testing::Bool());
+
+TEST_P(Moments, AreExactFarFromTheOrigin) {
+  const bool area = GetParam();
+  int measured = 0;
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    SCOPED_TRACE(seed);
+    Random random(seed);
+    const double shift = seed % 3 == 0 ? 0 : 1e6;
+    Points local = random.gridPoints(random.integer(3, 12), 64), far;
+    for (V& p : local) p /= 64;
+    for (const V& p : local) far.push_back(p + V(shift, shift));
+    const bool closed = area || random.flip();
+    const qcPolyline line(far, closed);
+    const Integrals near = integrals(local, closed, area, 0), here = integrals(local, closed, area, shift);
+    if (std::fabs(near.of[0]) < 0.05L) continue;  // of which rounding leaves less
+    ++measured;
+    double m[6], first[3];
+    V center, moments;
+    qc2Rigid frame;
+    if (area) {
+      line.areaMoment2(m[0], m[1], m[2], m[3], m[4], m[5]);
+      line.areaMoment1(first[0], first[1], first[2]);
+      center = line.centerArea();
+      line.principalMomentsArea(moments, frame);
+      EXPECT_NEAR(line.areaMoment0(), m[0], 1e-13);
+      EXPECT_EQ(line.isRightHanded(), near.of[0] > 0);
+      EXPECT_EQ(line.area(), std::fabs(line.areaMoment0()));
+    } else {
+      line.arcLengthMoment2(m[0], m[1], m[2], m[3], m[4], m[5]);
+      line.arcLengthMoment1(first[0], first[1], first[2]);
+      center = line.centerArcLength();
+      line.principalMomentsArcLength(moments, frame);
+      EXPECT_NEAR(line.arcLengthMoment0(), m[0], 1e-12);
+    }
+    for (int i = 0; i < 6; ++i) {
+      const auto expected = static_cast<double>(here.of[i]);
+      EXPECT_NEAR(m[i], expected, 1e-12 * std::max(std::fabs(expected), std::fabs(m[0]))) << i;
+      EXPECT_TRUE(i >= 3 || first[i] == m[i]);
+    }
+    const long double x = near.of[1] / near.of[0], y = near.of[2] / near.of[0];
+    EXPECT_LE(center.distance(V(static_cast<double>(x) + shift, static_cast<double>(y) + shift)), 3e-10);
+    EXPECT_EQ(frame.trans(), center);
+    // Turned back from the principal frame, the moments are those about the centre.
+    const double c = frame.cosAngle(), s = frame.sinAngle(), sign = near.of[0] < 0 ? -1 : 1;
+    const long double xx = near.of[3] - x * near.of[1], xy = near.of[4] - x * near.of[2],
+                      yy = near.of[5] - y * near.of[2];
+    EXPECT_NEAR(moments.x() * c * c + moments.y() * s * s, sign * static_cast<double>(xx), 1e-12);
+    EXPECT_NEAR((moments.x() - moments.y()) * c * s, sign * static_cast<double>(xy), 1e-12);
+    EXPECT_NEAR(moments.x() * s * s + moments.y() * c * c, sign * static_cast<double>(yy), 1e-12);
+    EXPECT_GE(moments.x(), moments.y());
+    EXPECT_TRUE(frame.angle().plain() > -90 && frame.angle().plain() <= 90);
+  }
+  EXPECT_GT(measured, 150);
+}
+
+TEST(PolylineMoments, OfThinUprightAndDegenerateShapes) {
+  V moments;
+  qc2Rigid frame;
+  qcPolyline({{0, 0}, {1e-9, 0}, {1e-9, 12}, {0, 12}}, true).principalMomentsArea(moments, frame);
+  EXPECT_NEAR(moments.x(), 144e-9, 1e-21);
+  EXPECT_NEAR(moments.y(), 1e-27, 1e-39);
+  EXPECT_EQ(frame.angle(), qcDegree(90));
+  const qcPolyline flat({{1, 1}, {5, 3}, {3, 2}}, true), point({{7, 8}, {7, 8}}, false), open({{0, 0}, {4, 0}}, false);
+  double m0, x, y, xx, xy, yy;
+  EXPECT_THROW(flat.centerArea(), qcShapesError::DegenerateShape);
+  EXPECT_THROW(flat.principalMomentsArea(moments, frame), qcShapesError::DegenerateShape);
+  EXPECT_THROW(open.centerArea(), qcShapesError::NotRegion);
+  EXPECT_THROW(open.areaMoment2(m0, x, y, xx, xy, yy), qcShapesError::NotRegion);
+  EXPECT_THROW(open.principalMomentsArea(moments, frame), qcShapesError::NotRegion);
+  EXPECT_EQ(point.centerArcLength(), V(7, 8));
+  point.principalMomentsArcLength(moments, frame);
+  EXPECT_TRUE(moments.isNull() && frame.trans() == V(7, 8));
+  for (const bool closed : {false, true}) {
+    const qcPolyline empty(closed);
+    empty.arcLengthMoment2(m0, x, y, xx, xy, yy);
+    EXPECT_EQ(m0 + yy, 0);
+    EXPECT_TRUE(empty.convexHull().isEmpty());
+    const std::function<void()> refused[] = {[&] { empty.meanVertex(); },
+                                             [&] { empty.center(); },
+                                             [&] { empty.centerArcLength(); },
+                                             [&] { empty.principalMomentsArcLength(moments, frame); },
+                                             [&] { empty.extremalVertexIndex({}); },
+                                             [&] { empty.closestVertexIndex({}); },
+                                             [&] { empty.nearestPoints(open, moments, moments); },
+                                             [&] { open.nearestPoints(empty, moments, moments); }};
+    for (const auto& call : refused) EXPECT_THROW(call(), qcShapesError::EmptyShape) << &call - refused;
+  }
+}
+
+TEST(PolylineVertices, AreFoundAndCounted) {
+  const qcPolyline line({{0, 0}, {4, 0}, {4, 4}, {4, 4}, {1, 2}}, false);
+  EXPECT_EQ(line.meanVertex(), V(2.6, 2));
+  EXPECT_EQ(line.center(), V(2, 2));
+  EXPECT_EQ(line.extremalVertexIndex(qcRadian(0)), 1);
+  EXPECT_EQ(line.extremalVertexIndex(qcRadian(kPi / 4)), 2);
+  EXPECT_EQ(line.extremalVertexIndex(qcRadian(kPi)), 0);
+  qcPolyline edited = line;
+  edited.reserve(100);
+  EXPECT_GE(edited.capacity(), 100);
+  edited.reserve(-1);
+  EXPECT_THROW(edited.reserve(std::numeric_limits<long>::max()), std::length_error);
+  edited.addVertices(edited.vertices());
+  EXPECT_EQ(edited.numVertices(), 10);
+}
+
+// ---- winding
+
+/// The angle swept along the points around q, which is not on the way.
+double sweptAround(const V& q, const Points& points, bool closed) {
+  double sum = 0;
+  for (std::size_t i = closed ? 0 : 1; i < points.size(); ++i) {
+    const V a = points[(i + points.size() - 1) % points.size()] - q, b = points[i] - q;
+    sum += std::atan2(a.cross(b), a * b);
+  }
+  return sum;
+}
+
+/// A point close to p, beside the first piece or corner of the points that p is on, to the left.
+V stepAside(const V& p, const Points& points, bool closed) {
+  Points corners;
+  std::unique_copy(points.begin(), points.end(), std::back_inserter(corners));
+  while (closed && corners.size() > 1 && corners.back() == corners.front()) corners.pop_back();
+  const std::size_t n = corners.size();
+  const auto beside = [&p](double angle) {
+    return p + 1e-3 * V(1, qcRadian(angle)) + 1e-6 * V(1, qcRadian(angle + kPi / 2));
+  };
+  for (std::size_t i = 0; i < n && n > 1; ++i) {
+    const bool first = i == 0 && !closed, last = i + 1 == n && !closed;
+    const V in = corners[i] - corners[(i + n - 1) % n], out = corners[(i + 1) % n] - corners[i], d = p - corners[i];
+    const double heading = std::atan2(out.y(), out.x()), came = std::atan2(in.y(), in.x());
+    const double turn = std::atan2(in.cross(out), in * out);
+    if (d.isNull() && first) return beside(heading + kPi / 2);
+    if (d.isNull() && last) return beside(came + kPi / 2);
+    // The left side is as wide as half a turn less what the way turns; where it turns straight back, a full turn.
+    if (d.isNull()) return beside(heading + (turn < kPi ? (kPi - turn) / 2 : kPi));
+    if (!last && d.cross(out) == 0 && d * out > 0 && d * out < out * out) return beside(heading + kPi / 2);
+  }
+  return p;
+}
+
+TEST(PolylineWinding, AgreesWithAnglesSweptOnGrids) {
+  for (unsigned seed = 0; seed < 20000; ++seed) {
+    Random random(seed);
+    const bool closed = random.integer(0, 3) > 0;
+    const Points points = random.gridPoints(random.integer(1, 9), 4);
+    const qcPolyline line(points, closed);
+    const V p = random.gridPoint(4), aside = stepAside(p, points, closed);
+    const double swept = sweptAround(aside, points, closed);
+    ASSERT_NEAR(line.generalWindingAngle(p).plain(), swept, closed ? 1e-12 : 0.02) << seed;
+    ASSERT_TRUE(!closed || line.within(p) == (std::fabs(swept) > kPi)) << seed;
+  }
+}
+
+// The points around one on the slanted side, one step of the last bit apart: rounding puts many on the wrong side.
+TEST(PolylineWinding, IsExactBesideSides) {
+  const double step = std::ldexp(1, -53);
+  for (const double scale : {1.0, std::ldexp(1, -700), std::ldexp(1, 700)}) {
+    const qcPolyline above({scale * V(-24, -24), scale * V(24, 24), scale * V(-24, 24)}, true);
+    for (int i = -20; i <= 20; ++i) {
+      for (int j = -20; j <= 20; ++j) {
+        const V p(0.5 + i * step, 0.5 + j * step);  // below 0.5 every second one is rounded to even
+        ASSERT_EQ(above.within(scale * p), p.y() >= p.x()) << scale << ' ' << i << ' ' << j;
+      }
+    }
+  }
+}
+
+// ---- hulls and distances
+
+TEST(PolylineHulls, AreConvexAndHoldEveryVertex) {
+  for (unsigned seed = 0; seed < 2000; ++seed) {
+    SCOPED_TRACE(seed);
+    Random random(seed);
+    const int size = random.integer(0, 9), count = random.integer(1, 60);
+    Points points = random.gridPoints(count, size);
+    const qcPolyline hull = qcPolyline(points, random.flip()).convexHull();
+    const Points& kept = hull.vertices();
+    const std::size_t n = kept.size();
+    ASSERT_GE(n, 1u);
+    for (std::size_t i = 0; i < n; ++i) {
+      EXPECT_NE(std::find(points.begin(), points.end(), kept[i]), points.end());
+      EXPECT_TRUE(kept[0].x() < kept[i].x() || (kept[0].x() == kept[i].x() && kept[0].y() <= kept[i].y()));
+      const V side = kept[(i + 1) % n] - kept[i];
+      EXPECT_TRUE(n < 3 || side.cross(kept[(i + 2) % n] - kept[i]) > 0);
+      for (const V& p : points) {
+        EXPECT_TRUE(n < 2 ? p == kept[0] : side.cross(p - kept[i]) >= 0);
+        EXPECT_TRUE(n != 2 || hull.boundingBox().within(p));
+      }
+    }
+    // What is no number is left out.
+    points.insert(points.begin() + random.integer(0, count), V(NAN, 1));
+    points.push_back({0, NAN});
+    EXPECT_EQ(qcPolyline(points, true).convexHull(), hull);
+  }
+  // On a circle every vertex stays; what lies on a line is found to the last bit.
+  Points circle, line;
+  for (int i = 0; i < 1000; ++i) {
+    circle.push_back(V(1, qcRadian(i * kPi / 500)));
+    line.push_back({0.1 + 0.1 * i, 0.1 + 0.1 * i});
+  }
+  EXPECT_EQ(qcPolyline(circle, true).convexHull().numVertices(), 1000);
+  EXPECT_EQ(qcPolyline(line, true).convexHull().numVertices(), 2);
+}
+
+TEST(PolylineDistances, AreTheLeastOfAWalk) {
+  int crossings = 0;
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    SCOPED_TRACE(seed);
+    Random random(seed);
+    const auto made = [&random] {
+      Points points;
+      const V around = random.point();
+      for (int n = random.integer(1, 7); n > 0; --n) points.push_back(around + 0.4 * random.point());
+      return qcPolyline(points, random.flip());
+    };
+    const qcPolyline a = made(), b = made();
+    V p, q, s, t;
+    a.nearestPoints(b, p, q);
+    b.nearestPoints(a, s, t);
+    const double distance = p.distance(q), spacing = 0.05;
+    EXPECT_LE(a.nearestPoint(p).distance(p) + b.nearestPoint(q).distance(q), 1e-12);
+    EXPECT_NEAR(s.distance(t), distance, 1e-12);
+    double least = HUGE_VAL;
+    const qcShapeInfo info(a);
+    for (double d = 0; d <= info.perimeter(); d += spacing) {
+      const V along = a.perimPoint(info, info.perimPos(d));
+      least = std::min(least, b.nearestPoint(along).distance(along));
+    }
+    EXPECT_LE(distance, least + 1e-12);
+    EXPECT_GE(distance, least - spacing);
+    if (distance == 0) ++crossings;
+  }
+  EXPECT_GT(crossings, 15);
+  V p, q;
+  qcPolyline({{0, 0}, {4, 0}, {4, 4}}, false).nearestPoints(qcPolyline({{2, 3}, {1, -1}, {6, 1}}, false), p, q);
+  EXPECT_TRUE(p == V(1.25, 0) && q == p);
+}
+
+// No number crashes or hangs what is measured.
+TEST(PolylineMeasures, AnswerAnyNumbers) {
+  const double numbers[] = {0, -0.0, 1, -1, 1e-320, 1e308, -1e308, HUGE_VAL, -HUGE_VAL, std::nan(""), 3};
+  long kept = 0;
+  for (unsigned seed = 0; seed < 3000; ++seed) {
+    Random random(seed);
+    const auto point = [&] { return V(numbers[random.integer(0, 10)], numbers[random.integer(0, 10)]); };
+    Points points, others;
+    for (int n = random.integer(1, 30); n > 0; --n) points.push_back(point()), others.push_back(point());
+    const qcPolyline line(points, true), other(others, random.flip());
+    double m[6];
+    V p, q;
+    qc2Rigid frame;
+    line.areaMoment2(m[0], m[1], m[2], m[3], m[4], m[5]);
+    other.principalMomentsArcLength(p, frame);
+    if (line.areaMoment0() != 0) line.principalMomentsArea(p, frame);
+    line.nearestPoints(other, p, q);
+    line.within(p);
+    other.generalWindingAngle(point());
+    kept += line.convexHull().numVertices() + line.extremalVertexIndex(qcRadian(m[0]));
+    const qcAffineRectangle rect(qcXform<2>({p.x(), q.x(), p.y(), q.y()}, point()));
+    rect.within(point());
+    rect.encloseImageRect({{q.x(), p.x(), q.y(), p.y()}, point()});
+    qcAffineRectangle(rect).xRotation(rect.skew() + qcRadian(p.x()));
+  }
+  EXPECT_GT(kept, 3000);
+}
+
+// ---- affine rectangles
+
+using Rect = qcAffineRectangle;
+
+/// The four numbers and the centre by which a rectangle can be made.
+struct Description {
+  V center;
+  double x, y;
+  qcRadian rotation, skew;
+};
+
+Description describe(const Rect& r) { return {r.center(), r.xLength(), r.yLength(), r.xRotation(), r.skew()}; }
+
+void expectNear(const Description& a, const Description& b) {
+  EXPECT_LE(a.center.distance(b.center), 1e-12);
+  EXPECT_NEAR(a.x, b.x, 1e-12);
+  EXPECT_NEAR(a.y, b.y, 1e-12);
+  EXPECT_TRUE(qfRealEq(a.rotation, b.rotation, 1e-12) && qfRealEq(a.skew, b.skew, 1e-9));
+}
+
+/// Whatever was kept agrees with what a rectangle finds that never was asked.
+void expectCurrent(const Rect& r) {
+  const Rect fresh(r.affRectFromUnitSq());
+  EXPECT_EQ(fresh, r);
+  expectNear(describe(r), describe(fresh));
+  const V pairs[][2] = {{r.cornerPo(), fresh.cornerPo()},
+                        {r.cornerPx(), fresh.cornerPx()},
+                        {r.cornerPy(), fresh.cornerPy()},
+                        {r.cornerPopp(), fresh.cornerPopp()}};
+  for (const auto& [kept, found] : pairs) EXPECT_LE(kept.distance(found), 1e-13 * (1 + found.len()));
+  EXPECT_TRUE(qfRealEq(r.yRotation(), fresh.yRotation(), 1e-12));
+}
+
+TEST(AffineRectangles, EachSetterSetsWhatItSaysAndNothingElse) {
+  Rect r;
+  Random random(1);
+  const auto angle = [&random] { return qcRadian(random.real(-9, 9)); };
+  const auto good = [&] {
+    qcRadian skew = angle();
+    while (std::fabs(std::cos(skew.plain())) < 0.1) skew = angle();
+    return skew;
+  };
+  for (int i = 0; i < 3000; ++i) {
+    SCOPED_TRACE(i);
+    Description d = describe(r);
+    const V p = random.point();
+    const double a = random.real(0.1, 9), b = random.real(0.1, 9);
+    const qcRadian turn = angle(), skew = good();
+    V corner = r.cornerPo();
+    switch (random.integer(0, 9)) {
+      case 0:
+        r.center(d.center = p);
+        break;
+      case 1:
+        r.xLength(d.x = a);
+        break;
+      case 2:
+        r.yLength(d.y = a);
+        break;
+      case 3:
+        r.xRotation(d.rotation = turn);
+        break;
+      case 4:
+        r.skew(d.skew = skew);
+        break;
+      case 5:
+        r.centerLengthsRotAndSkew(p, a, b, turn, skew), d = {p, a, b, turn, skew};
+        break;
+      case 6:
+        d.center = p + d.center - corner;
+        r.cornerPo(p);
+        EXPECT_EQ(r.cornerPo(), p);
+        break;
+      case 7: {
+        r.cornerPoLengthsRotAndSkew(p, a, b, turn, skew);
+        const V x(a, turn), y = V(b, turn + skew).perpendicular();
+        d = {p + (x + y) / 2, a, b, turn, skew};
+        break;
+      }
+      case 8: {
+        const V x(a, turn), y = V(b, turn + skew).perpendicular();
+        r.cornersPoPxPy(p, p + x, p + y);
+        EXPECT_EQ(r.isRightHanded(), std::cos(skew.plain()) > 0);
+        d = {p + (x + y) / 2, a, b, turn, skew};
+        break;
+      }
+      default:
+        r.center(r.affRectFromUnitSq().trans()), d.center = corner;
+    }
+    expectNear(describe(r), d);
+    expectCurrent(r);
+    if (HasFailure()) return;
+  }
+}
+
+TEST(AffineRectangles, RefuseWhatSpansNoAreaAndStayAsTheyAre) {
+  const V c(5, 5);
+  const double right = kPi / 2;
+  Rect r(c, 2, 4, qcRadian(0), qcRadian(0));
+  EXPECT_TRUE(r.cornerPo() == V(4, 3) && r.cornerPopp() == V(6, 7) && r.cornerPx() == V(6, 3));
+  r.centerLengthsRotAndSkew(c, 1, 1, qcRadian(0), qcRadian(right - 0.002));
+  const Rect before = r;
+  for (const double bad : {0.0, -1.0, -HUGE_VAL, HUGE_VAL, std::nan("")}) {
+    EXPECT_THROW(r.centerLengthsRotAndSkew(c, bad, 1, {}, qcRadian(right)), Rect::BadLength);
+    EXPECT_THROW(r.cornerPoLengthsRotAndSkew(c, 1, bad, {}, {}), Rect::BadLength);
+    EXPECT_THROW(r.xLength(bad), Rect::BadLength);
+    EXPECT_THROW(r.yLength(bad), Rect::BadLength);
+  }
+  for (const double bad : {right, -right, -right + 0.0005, 3 * right - 0.0009, HUGE_VAL, std::nan("")}) {
+    EXPECT_TRUE(Rect::isBadSkew(qcRadian(bad)));
+    EXPECT_THROW(Rect(c, 1, 1, {}, qcRadian(bad)), Rect::BadSkew);
+    EXPECT_THROW(r.cornerPoLengthsRotAndSkew(c, 1, 1, {}, qcRadian(bad)), Rect::BadSkew);
+    EXPECT_THROW(r.skew(qcRadian(bad)), Rect::BadSkew);
+  }
+  const V bad[][3] = {
+      {c, c, {1, 2}}, {c, {1, 2}, c}, {{1, 2}, c, c}, {{0, 0}, {1, 3}, {7, 21}}, {{0.1, 0.1}, {0.3, 0.3}, {0.7, 0.7}}};
+  for (const auto& [po, px, py] : bad) EXPECT_THROW(r.cornersPoPxPy(po, px, py), Rect::BadLength);
+  EXPECT_EQ(r, before);
+  expectCurrent(r);
+  EXPECT_FALSE(Rect({0, 0}, {0, 1}, {1, 0}).isRightHanded());
+  // A transform may be singular, and everything can be asked all the same.
+  const Rect flat({{2, 4, 1, 2}, {1, 1}}), point({{0, 0, 0, 0}, {1, 1}});
+  EXPECT_TRUE(flat.degen() && flat.isRightHanded() && point.degen() && !point.hasTangent());
+  EXPECT_TRUE(flat.within({3, 2}) && !flat.within({9, 5}) && !flat.within({3, 3}) && point.within({1, 1}));
+  EXPECT_NEAR(std::fabs(flat.skew().plain()), right, 1e-12);
+  EXPECT_TRUE(point.xLength() == 0 && point.skew() == point.skew());
+}
+
+// Corners and points of the sides are inside, also where rounding would put them elsewhere.
+TEST(AffineRectangles, HoldTheirSides) {
+  for (unsigned seed = 0; seed < 2000; ++seed) {
+    Random random(seed);
+    const V po = random.gridPoint(40), x = random.gridPoint(40) - V(20, 20), y = random.gridPoint(40) - V(20, 20);
+    const Rect rect({{x.x(), y.x(), x.y(), y.y()}, po});
+    const qcGenRect same(po, x, y);
+    for (int i = -1; i <= 5; ++i) {
+      for (int j = -1; j <= 5; ++j) {
+        const V p = po + i * x / 4 + j * y / 4;
+        const bool inside = i >= 0 && i <= 4 && j >= 0 && j <= 4;
+        ASSERT_TRUE(rect.degen() || rect.within(p) == inside) << seed;
+        ASSERT_EQ(same.within(p), rect.within(p)) << seed;
+        ASSERT_TRUE(!inside || rect.encloseRect().within(p)) << seed;
+      }
+    }
+    EXPECT_EQ(same.degen(), rect.degen());
+    EXPECT_EQ(rect.distToPoint(po + x / 4), 0);
+  }
+}
+
+TEST(AffineRectangles, CoverExactlyThePixelsThatTheirImageTouches) {
+  const double tiny = std::ldexp(1, -30);
+  const auto around = [](const V& po, double scale) {
+    return Rect().map({{1, 0, 0, 1}, po}).encloseImageRect({{scale, 0, 0, scale}, {}});
+  };
+  EXPECT_EQ(around({3, -2}, 1), qcPelRect(3, -2, 1, 1));
+  EXPECT_EQ(around({1 - tiny, 0.5}, 1 + tiny), qcPelRect(0, 0, 3, 2));  // from 1 - 2^-60 on
+  EXPECT_EQ(around({1e300, -1e300}, 1), qcPelRect(2147483647, -2147483647 - 1, 0, 0));
+  Rect({{1e308, NAN, HUGE_VAL, 1}, {1e308, 0}}).encloseImageRect({{1e308, -1e308, 0, 1}, {NAN, 0}});
+  // Products of 24 bits and their sums fit extended precision.
+  for (unsigned seed = 0; seed < 2000; ++seed) {
+    Random random(seed);
+    const int bits = seed % 2 ? 2 : 20;
+    const auto number = [&] { return std::ldexp(random.integer(-(8 << bits), 8 << bits), -bits); };
+    const qcXform<2> rect({number(), number(), number(), number()}, {number(), number()});
+    const qcXform<2> map({number(), number(), number(), number()}, {number(), number()});
+    long double low[2] = {HUGE_VALL, HUGE_VALL}, high[2] = {-HUGE_VALL, -HUGE_VALL};
+    for (const V& corner : {V(0, 0), V(1, 0), V(0, 1), V(1, 1)}) {
+      const V p = rect * corner;  // exact
+      for (int i = 0; i < 2; ++i) {
+        const long double value = static_cast<long double>(map.matrix().element(i, 0)) * p.x() +
+                                  static_cast<long double>(map.matrix().element(i, 1)) * p.y() + map.trans()[i];
+        low[i] = std::min(low[i], std::floor(value));
+        high[i] = std::max(high[i], std::ceil(value));
+      }
+    }
+    ASSERT_EQ(Rect(rect).encloseImageRect(map),
+              qcPelRect::fromCorners(static_cast<long>(low[0]), static_cast<long>(low[1]), static_cast<long>(high[0]),
+                                     static_cast<long>(high[1])))
+        << seed;
+  }
+}
+
+}  // namespace
