@@ -43,13 +43,26 @@ struct ShiftedLoop {
 template <class Op, class S, class D>
 struct Shifted : ShiftedLoop<Op, S, D> {};
 
+/// The operation in the floating type D. What fits 16 bits, or 32 with a sign, is computed there, which is as exact,
+/// and converted once.
+template <class D, class Op, class S>
+[[gnu::always_inline]] inline D floating(S a, S b) {
+  if constexpr (std::is_unsigned_v<S>) {
+    using X = typename Op::template Exact<S>;
+    if constexpr (sizeof(X) == 2 || std::is_same_v<X, std::int32_t>) {
+      return static_cast<D>(Op::of(static_cast<X>(a), static_cast<X>(b)));
+    }
+  }
+  return Op::of(static_cast<D>(a), static_cast<D>(b));
+}
+
 template <class Op, class S, class D>
 struct Scaled {
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, const S* a, const S* b, D* to, std::ptrdiff_t count) const {
     const D by = factor;
     VNXSTD_INDEPENDENT
-    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = Op::of(static_cast<D>(a[i]), static_cast<D>(b[i])) * by;
+    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = floating<D, Op>(a[i], b[i]) * by;
   }
 
   D factor;

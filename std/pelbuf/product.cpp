@@ -104,17 +104,21 @@ struct Shifting {
 };
 
 template <class S, class D>
-struct Exact {
-  using X = exact::ProductOf<S>;
+struct Unchanged {
   [[gnu::always_inline]] inline D operator()(S a, S b, D c) const {
-    return added(Product::of(static_cast<X>(a), static_cast<X>(b)), c);
+    if constexpr (std::is_floating_point_v<D>) {
+      return vnxstd::floating<D, Product>(a, b) + c;
+    } else {
+      using X = exact::ProductOf<S>;
+      return added(Product::of(static_cast<X>(a), static_cast<X>(b)), c);
+    }
   }
 };
 
 template <class S, class D>
 struct Scaling {
   [[gnu::always_inline]] inline D operator()(S a, S b, D c) const {
-    return static_cast<D>(a) * static_cast<D>(b) * factor + c;
+    return vnxstd::floating<D, Product>(a, b) * factor + c;
   }
   D factor;
 };
@@ -158,10 +162,10 @@ void withStep(int shift, const Run& run) {
   vnxstd::checkShift(shift);
   if constexpr (!std::is_arithmetic_v<S>) {
     run(ShiftingFields{shift});
+  } else if (shift == 0) {
+    run(Unchanged<S, D>());
   } else if constexpr (std::is_floating_point_v<D>) {
     run(Scaling<S, D>{static_cast<D>(std::ldexp(1.0, -shift))});
-  } else if (shift == 0) {
-    run(Exact<S, D>());
   } else {
     run(Shifting<S, D>{exact::Shift<exact::ProductOf<S>>(shift)});
   }

@@ -132,9 +132,9 @@ void qfPelSquare(const qcPelBuffer_const<S>& src, qcPelBuffer<D>& dst, int shift
 template <class S, class D>
 requires qcPelHolds<S, D>
 void qfPelSquareAccum(const qcPelBuffer_const<S>& src, qcPelBuffer<D>& dst, int shift = 0) {
-  const qcPelBuffer_const<D>& sum = dst;
+  if (!dst.isBound()) throw qcPel::UnboundWindow();
   qf_PelPelwise(
-      dst, [shift](auto x, auto z, auto to) { qf_PelProductSum(x, x, z, to, shift); }, src, sum);
+      dst, [shift](auto from, auto to) { qf_PelSquareSum(from, to, shift); }, src);
 }
 
 /// 255 - src: grey images become their negatives.
