@@ -142,6 +142,8 @@ class PermutedLookup {
 
 }  // namespace
 
+static constexpr std::ptrdiff_t kSmall = 1024;
+
 template <class S>
 bool qf_PelExceeds(qc_PelRows<const S> from, std::size_t entries) {
   constexpr auto largest = static_cast<std::size_t>(std::numeric_limits<S>::max());
@@ -159,14 +161,16 @@ void qf_PelMap(qc_PelRows<const S> from, const W* table, std::size_t entries, bo
   }
 #if VNXSTD_X86
   if constexpr (sizeof(S) == 1 && sizeof(W) == 1) {
-    // Whatever the level becomes in between, either looks up right.
-    unsigned char bytes[256] = {};
-    std::memcpy(bytes, table, std::min<std::size_t>(entries, 256));
-    const auto run = [&](const auto& lookup) {
-      simd::run(lookup, qf_PelRowsAs<const unsigned char>(from), qf_PelRowsAs<unsigned char>(to));
-    };
-    if (simd::level() == simd::Level::Avx2) return run(ShuffledLookup(bytes));
-    return run(PermutedLookup(bytes));
+    const simd::Level level = simd::level();
+    // Setting up shuffles takes the time of 1,000 look-ups.
+    if (level == simd::Level::Permutes || (level == simd::Level::Avx2 && from.width * from.height >= kSmall)) {
+      unsigned char bytes[256] = {};
+      std::memcpy(bytes, table, std::min<std::size_t>(entries, 256));
+      const auto run = [&](const auto& lookup) {
+        simd::run(lookup, qf_PelRowsAs<const unsigned char>(from), qf_PelRowsAs<unsigned char>(to));
+      };
+      return level == simd::Level::Avx2 ? run(ShuffledLookup(bytes)) : run(PermutedLookup(bytes));
+    }
   }
 #endif
   const Lookup<S, W> lookup{table};
