@@ -1,11 +1,12 @@
 // Pel-wise extremes, sums and differences.
 #include "vnxstd/pelbuf/arith.h"
 
-#include <algorithm>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
+#include "std/pelbuf/avx2.h"
 #include "std/pelbuf/combine.h"
 #include "std/pelbuf/dispatch.h"
 #include "std/pelbuf/exact.h"
@@ -69,6 +70,24 @@ struct Difference {
   }
 };
 
+#if VNXSTD_X86
+
+/// Vectors of saturated sums or differences of 8 or 16 bits, for which there are instructions.
+template <class Op, class E>
+struct SaturatedVectors {
+  VNXSTD_AVX2 __m256i operator()(__m256i a, __m256i b) const {
+    if constexpr (std::same_as<Op, Sum>) {
+      if constexpr (sizeof(E) == 1) return std::is_signed_v<E> ? _mm256_adds_epi8(a, b) : _mm256_adds_epu8(a, b);
+      return std::is_signed_v<E> ? _mm256_adds_epi16(a, b) : _mm256_adds_epu16(a, b);
+    } else {
+      if constexpr (sizeof(E) == 1) return std::is_signed_v<E> ? _mm256_subs_epi8(a, b) : _mm256_subs_epu8(a, b);
+      return std::is_signed_v<E> ? _mm256_subs_epi16(a, b) : _mm256_subs_epu16(a, b);
+    }
+  }
+};
+
+#endif
+
 struct Inversion {
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, const unsigned char* from, unsigned char* to,
@@ -79,6 +98,21 @@ struct Inversion {
 };
 
 }  // namespace
+
+#if VNXSTD_X86
+
+template <class Op, class E>
+requires((std::same_as<Op, Sum> || std::same_as<Op, Difference>)&&std::integral<E> &&
+         sizeof(E) <= 2) struct vnxstd::Unshifted<Op, E, E> : UnshiftedLoop<Op, E, E> {
+  using UnshiftedLoop<Op, E, E>::row;
+
+  [[gnu::target("avx2")]] void row(simd::Bytes<32>, const E* a, const E* b, E* to, std::ptrdiff_t count) const {
+    if (count < avx2::kLeast<E>) return row(simd::Bytes<16>(), a, b, to, count);
+    avx2::forRow(SaturatedVectors<Op, E>(), to, count, a, b);
+  }
+};
+
+#endif
 
 template <class C>
 void qf_PelPick(bool largest, qc_PelRows<const C> a, qc_PelRows<const C> b, qc_PelRows<C> to) {

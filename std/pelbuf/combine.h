@@ -15,7 +15,7 @@
 namespace vnxstd {
 
 template <class Op, class S, class D>
-struct Unshifted {
+struct UnshiftedLoop {
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, const S* a, const S* b, D* to, std::ptrdiff_t count) const {
     VNXSTD_INDEPENDENT
@@ -39,7 +39,9 @@ struct ShiftedLoop {
   int shift;
 };
 
-/// The shifted operation; to be specialised where there is a better way than the loop.
+// The operation, and the shifted operation, to be specialised where there is a better way than the loop.
+template <class Op, class S, class D>
+struct Unshifted : UnshiftedLoop<Op, S, D> {};
 template <class Op, class S, class D>
 struct Shifted : ShiftedLoop<Op, S, D> {};
 
