@@ -52,7 +52,7 @@ class ByteQuotient {
   }
 
 #if VNXSTD_X86
-  /// A third of the loop's time.
+  /// Takes 0.6 of the loop's time, which is what memory allows.
   [[gnu::target("avx2")]] void row(simd::Bytes<32>, const unsigned char* from, unsigned char* to,
                                    std::ptrdiff_t count) const {
     if (count < avx2::kLeast<unsigned char>) return row(simd::Bytes<16>(), from, to, count);
@@ -126,7 +126,7 @@ class WholeQuotient {
   using F = std::conditional_t<sizeof(S) <= 2, float, double>;
 
 #if VNXSTD_X86
-  /// 16 bits; a third off the loop's time.
+  /// 16 bits, widened within the lanes.
   struct Vectors {
     __m256 bias, reciprocal;
     VNXSTD_AVX2 __m256i operator()(__m256i x) const {
