@@ -9,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "support/allocations.h"
 #include "vnxstd/math/rigid.h"
 #include "vnxstd/pelspan/pelspan.h"
 #include "vnxstd/shapes.h"
@@ -175,6 +176,33 @@ TEST(PolylineVertices, AreFoundAndCounted) {
   EXPECT_EQ(edited.numVertices(), 10);
 }
 
+TEST(PolylineVertices, StayAsTheyAreWhenMemoryRunsOut) {
+  const qcPolyline before({{0, 0}, {4, 0}, {4, 4}}, false);
+  const Points many(100, V(1, 1));
+  void (*const edits[])(qcPolyline&, const Points&) = {
+      [](qcPolyline& line, const Points& p) { line.vertices(p); },
+      [](qcPolyline& line, const Points& p) { line.addVertices(p); },
+      [](qcPolyline& line, const Points& p) { line.insertVertices(1, p); },
+      [](qcPolyline& line, const Points& p) { line.addVertex(p[0]); },
+      [](qcPolyline& line, const Points& p) { line.insertVertex(0, p[0]); },
+      [](qcPolyline& line, const Points&) { line.reserve(100); }};
+  for (const auto& edit : edits) {
+    qcPolyline line = before;  // without room to spare
+    long refused = 0;
+    for (bool done = false; !done; ++refused) {
+      EXPECT_EQ(line, before) << &edit - edits;
+      try {
+        allocationsLeft = refused;
+        edit(line, many);
+        done = true;
+      } catch (const std::bad_alloc&) {
+      }
+      allocationsLeft = -1;
+    }
+    EXPECT_GT(refused, 1) << &edit - edits;
+  }
+}
+
 // ---- winding
 
 /// The angle swept along the points around q, which is not on the way.
@@ -253,7 +281,7 @@ TEST(PolylineHulls, AreConvexAndHoldEveryVertex) {
       EXPECT_NE(std::find(points.begin(), points.end(), kept[i]), points.end());
       EXPECT_TRUE(kept[0].x() < kept[i].x() || (kept[0].x() == kept[i].x() && kept[0].y() <= kept[i].y()));
       const V side = kept[(i + 1) % n] - kept[i];
-      EXPECT_TRUE(n < 3 || side.cross(kept[(i + 2) % n] - kept[i]) > 0);
+      EXPECT_TRUE(n < 3 ? n == 1 || !side.isNull() : side.cross(kept[(i + 2) % n] - kept[i]) > 0);
       for (const V& p : points) {
         EXPECT_TRUE(n < 2 ? p == kept[0] : side.cross(p - kept[i]) >= 0);
         EXPECT_TRUE(n != 2 || hull.boundingBox().within(p));

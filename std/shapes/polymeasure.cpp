@@ -16,6 +16,11 @@ namespace {
 using V = qcVector<2>;
 using Vertices = std::vector<V>;
 
+// A point in a vector register.
+typedef double Pair __attribute__((vector_size(16)));
+
+Pair load(const V& v) { return Pair{v.x(), v.y()}; }
+
 struct Moments {
   double m0 = 0, mx = 0, my = 0, mxx = 0, mxy = 0, myy = 0;
 
@@ -31,49 +36,54 @@ struct Moments {
   }
 };
 
-/// Coordinates from an origin, along an axis of length 1 and across.
-struct Frame {
-  V origin, axis{1, 0};
-  V operator()(const V& p) const {
-    const V d = p - origin;
-    return {axis * d, axis.cross(d)};
-  }
+/// Coordinates from an origin.
+struct From {
+  V origin;
+  V operator()(const V& p) const { return p - origin; }
 };
 
-// Over the triangles between the origin of the frame and each piece.
-Moments areaMoments(const Vertices& vertices, const Frame& frame) {
+/// Coordinates from an origin, along an axis of length 1 and across.
+struct FromAlong {
+  V origin, axis;
+  V operator()(const V& p) const { return {axis * (p - origin), axis.cross(p - origin)}; }
+};
+
+// Sums over the pieces, times their weights, of what is in proportion to the integrals of 1, x, y, x * x, x * y and y *
+// y along a piece from a to b, and over the triangle that it spans with the origin as well.
+template <bool Second, class Local, class Weight>
+Moments sumOver(const Vertices& vertices, const V& start, const Local& local, Weight weight) {
   Moments sum;
-  if (vertices.size() < 3) return sum;
-  V a = frame(vertices.back());
+  V a = local(start);
   for (const V& vertex : vertices) {
-    const V b = frame(vertex);
-    const double c = a.cross(b);
-    sum.m0 += c / 2;
-    sum.mx += c / 6 * (a.x() + b.x());
-    sum.my += c / 6 * (a.y() + b.y());
-    sum.mxx += c / 12 * (a.x() * a.x() + a.x() * b.x() + b.x() * b.x());
-    sum.mxy += c / 24 * (a.x() * (2 * a.y() + b.y()) + b.x() * (a.y() + 2 * b.y()));
-    sum.myy += c / 12 * (a.y() * a.y() + a.y() * b.y() + b.y() * b.y());
+    const V b = local(vertex);
+    const double w = weight(a, b);
+    sum.m0 += w;
+    sum.mx += w * (a.x() + b.x());
+    sum.my += w * (a.y() + b.y());
+    if constexpr (Second) {
+      sum.mxx += w * (a.x() * a.x() + a.x() * b.x() + b.x() * b.x());
+      sum.mxy += w * (a.x() * (2 * a.y() + b.y()) + b.x() * (a.y() + 2 * b.y()));
+      sum.myy += w * (a.y() * a.y() + a.y() * b.y() + b.y() * b.y());
+    }
     a = b;
   }
   return sum;
 }
 
-Moments arcLengthMoments(const Vertices& vertices, bool closed, const Frame& frame) {
-  Moments sum;
-  V a = frame(closed ? vertices.back() : vertices.front());
-  for (const V& vertex : vertices) {
-    const V b = frame(vertex);
-    const double c = qc_shapes::segmentLength(a, b);
-    sum.m0 += c;
-    sum.mx += c / 2 * (a.x() + b.x());
-    sum.my += c / 2 * (a.y() + b.y());
-    sum.mxx += c / 3 * (a.x() * a.x() + a.x() * b.x() + b.x() * b.x());
-    sum.mxy += c / 6 * (a.x() * (2 * a.y() + b.y()) + b.x() * (a.y() + 2 * b.y()));
-    sum.myy += c / 3 * (a.y() * a.y() + a.y() * b.y() + b.y() * b.y());
-    a = b;
-  }
-  return sum;
+// Over the triangles between the origin and each piece.
+template <bool Second = true, class Local>
+Moments areaMoments(const Vertices& vertices, const Local& local) {
+  if (vertices.size() < 3) return {};
+  const Moments m =
+      sumOver<Second>(vertices, vertices.back(), local, [](const V& a, const V& b) { return a.cross(b); });
+  return {m.m0 / 2, m.mx / 6, m.my / 6, m.mxx / 12, m.mxy / 24, m.myy / 12};
+}
+
+template <bool Second = true, class Local>
+Moments arcLengthMoments(const Vertices& vertices, bool closed, const Local& local) {
+  const V& start = closed ? vertices.back() : vertices.front();
+  const Moments m = sumOver<Second>(vertices, start, local, qc_shapes::segmentLength);
+  return {m.m0, m.mx / 2, m.my / 2, m.mxx / 3, m.mxy / 6, m.myy / 3};
 }
 
 V centerOf(const Moments& local, const V& origin) {
@@ -84,12 +94,12 @@ V centerOf(const Moments& local, const V& origin) {
 // thin shapes.
 template <class Measure>
 void principalMoments(const V& start, Measure momentsIn, V& moments, qc2Rigid& frame) {
-  const V center = centerOf(momentsIn(Frame{start}), start);
-  const Moments about = momentsIn(Frame{center});
+  const V center = centerOf(momentsIn(From{start}), start);
+  const Moments about = momentsIn(From{center});
   const double sign = about.m0 < 0 ? -1 : 1;
   double angle = std::atan2(2 * sign * about.mxy, sign * (about.mxx - about.myy)) / 2;
   if (qcDegree(qcRadian(angle)).plain() <= -90) angle = -angle;  // a rounding away from upright
-  const Moments along = momentsIn(Frame{center, V(1, qcRadian(angle))});
+  const Moments along = momentsIn(FromAlong{center, V(1, qcRadian(angle))});
   const double x = sign * along.mxx, y = sign * along.myy;
   moments = {std::max(x, y), std::min(x, y)};
   frame = qc2Rigid(qcRadian(angle), center);
@@ -121,20 +131,20 @@ Vertices hullCandidates(const Vertices& vertices) {
   return candidates;
 }
 
-// The distance between the boxes around two segments, squared.
-double squaredGap(const V& a1, const V& a2, const V& b1, const V& b2) {
-  double sum = 0;
+// How far apart the boxes around two segments are, at least: along x or along y.
+double gap(const V& a1, const V& a2, const V& b1, const V& b2) {
+  double most = 0;
   for (int i = 0; i < 2; ++i) {
-    const double gap =
-        std::max(std::min(a1[i], a2[i]) - std::max(b1[i], b2[i]), std::min(b1[i], b2[i]) - std::max(a1[i], a2[i]));
-    if (gap > 0) sum += gap * gap;
+    const auto [lowA, highA] = std::minmax(a1[i], a2[i]);
+    const auto [lowB, highB] = std::minmax(b1[i], b2[i]);
+    most = std::max({most, lowA - highB, lowB - highA});
   }
-  return sum;
+  return most;
 }
 
 struct PointPair {
   V a, b;
-  double squared() const { return (a - b) * (a - b); }
+  double distance() const { return qc_shapes::segmentLength(a, b); }
 };
 
 PointPair nearestOfSegments(const V& a1, const V& a2, const V& b1, const V& b2) {
@@ -153,7 +163,7 @@ PointPair nearestOfSegments(const V& a1, const V& a2, const V& b1, const V& b2) 
   const PointPair pairs[] = {
       {a1, nearest(b1, b2, a1)}, {nearest(a1, a2, b1), b1}, {nearest(a1, a2, b2), b2}, {a2, nearest(b1, b2, a2)}};
   return *std::min_element(std::begin(pairs), std::end(pairs),
-                           [](const PointPair& p, const PointPair& q) { return p.squared() < q.squared(); });
+                           [](const PointPair& p, const PointPair& q) { return p.distance() < q.distance(); });
 }
 
 }  // namespace
@@ -162,18 +172,24 @@ double qcPolyline::areaMoment0() const {
   if (!closed_) throw qcShapesError::NotRegion();
   const std::size_t n = vertices_.size();
   if (n < 3) return 0;
-  // The shoelace sum, taken together by the x of each vertex, which the first one need not join. Four partial sums do
-  // not wait for each other.
+  // The shoelace sum, two pieces at a time: with the first vertex they span quadrilaterals, whose diagonals have twice
+  // the area as their cross product. Two sums do not wait for each other.
   const V* v = vertices_.data();
-  const double x0 = v[0].x();
-  const auto term = [v, x0](std::size_t i) { return (v[i].x() - x0) * (v[i + 1].y() - v[i - 1].y()); };
-  double sum[4] = {(v[n - 1].x() - x0) * (v[0].y() - v[n - 2].y()), 0, 0, 0};
+  const Pair origin = load(v[0]);
+  const auto quadrilateral = [v, origin](std::size_t i) {
+    const Pair across = load(v[i + 1]) - load(v[i - 1]);
+    return (load(v[i]) - origin) * Pair{across[1], across[0]};
+  };
+  Pair sum = {0, 0}, other = {0, 0};
   std::size_t i = 1;
-  for (; i + 4 < n; i += 4) {
-    for (std::size_t k = 0; k < 4; ++k) sum[k] += term(i + k);
+  for (; i + 3 < n; i += 4) {
+    sum += quadrilateral(i);
+    other += quadrilateral(i + 2);
   }
-  for (; i + 1 < n; ++i) sum[0] += term(i);
-  return ((sum[0] + sum[1]) + (sum[2] + sum[3])) / 2;
+  if (i + 1 < n) sum += quadrilateral(i), i += 2;
+  sum += other;
+  const double last = i < n ? (v[i - 1] - v[0]).cross(v[i] - v[0]) : 0;
+  return (sum[0] - sum[1] + last) / 2;
 }
 
 void qcPolyline::areaMoment1(double& m0, double& mx, double& my) const {
@@ -184,7 +200,7 @@ void qcPolyline::areaMoment1(double& m0, double& mx, double& my) const {
 void qcPolyline::areaMoment2(double& m0, double& mx, double& my, double& mxx, double& mxy, double& myy) const {
   if (!closed_) throw qcShapesError::NotRegion();
   const V origin = isEmpty() ? V() : vertices_.front();
-  const Moments m = areaMoments(vertices_, Frame{origin}).from(origin);
+  const Moments m = areaMoments(vertices_, From{origin}).from(origin);
   m0 = m.m0, mx = m.mx, my = m.my, mxx = m.mxx, mxy = m.mxy, myy = m.myy;
 }
 
@@ -192,12 +208,12 @@ double qcPolyline::area() const { return std::fabs(areaMoment0()); }
 
 qcVector<2> qcPolyline::centerArea() const {
   if (areaMoment0() == 0) throw qcShapesError::DegenerateShape();
-  return centerOf(areaMoments(vertices_, Frame{vertices_.front()}), vertices_.front());
+  return centerOf(areaMoments<false>(vertices_, From{vertices_.front()}), vertices_.front());
 }
 
 void qcPolyline::principalMomentsArea(qcVector<2>& moments, qc2Rigid& frame) const {
   if (areaMoment0() == 0) throw qcShapesError::DegenerateShape();
-  const auto momentsIn = [this](const Frame& f) { return areaMoments(vertices_, f); };
+  const auto momentsIn = [this](const auto& local) { return areaMoments(vertices_, local); };
   principalMoments(vertices_.front(), momentsIn, moments, frame);
 }
 
@@ -208,18 +224,18 @@ void qcPolyline::arcLengthMoment1(double& m0, double& mx, double& my) const {
 
 void qcPolyline::arcLengthMoment2(double& m0, double& mx, double& my, double& mxx, double& mxy, double& myy) const {
   Moments m;
-  if (!isEmpty()) m = arcLengthMoments(vertices_, closed_, Frame{vertices_.front()}).from(vertices_.front());
+  if (!isEmpty()) m = arcLengthMoments(vertices_, closed_, From{vertices_.front()}).from(vertices_.front());
   m0 = m.m0, mx = m.mx, my = m.my, mxx = m.mxx, mxy = m.mxy, myy = m.myy;
 }
 
 qcVector<2> qcPolyline::centerArcLength() const {
   checkNotEmpty();
-  return centerOf(arcLengthMoments(vertices_, closed_, Frame{vertices_.front()}), vertices_.front());
+  return centerOf(arcLengthMoments<false>(vertices_, closed_, From{vertices_.front()}), vertices_.front());
 }
 
 void qcPolyline::principalMomentsArcLength(qcVector<2>& moments, qc2Rigid& frame) const {
   checkNotEmpty();
-  const auto momentsIn = [this](const Frame& f) { return arcLengthMoments(vertices_, closed_, f); };
+  const auto momentsIn = [this](const auto& local) { return arcLengthMoments(vertices_, closed_, local); };
   principalMoments(vertices_.front(), momentsIn, moments, frame);
 }
 
@@ -258,11 +274,11 @@ void qcPolyline::nearestPoints(const qcPolyline& other, qcVector<2>& onThis, qcV
     const V &a1 = pieceStart(i), &a2 = pieceEnd(i);
     for (long j = 0; j < other.numPieces(); ++j) {
       const V &b1 = other.pieceStart(j), &b2 = other.pieceEnd(j);
-      if (!(squaredGap(a1, a2, b1, b2) < least)) continue;
+      if (!(gap(a1, a2, b1, b2) < least)) continue;
       const PointPair pair = nearestOfSegments(a1, a2, b1, b2);
-      if (!(pair.squared() < least)) continue;
+      if (!(pair.distance() < least)) continue;
       best = pair;
-      least = pair.squared();
+      least = pair.distance();
     }
   }
   onThis = best.a;
@@ -271,25 +287,35 @@ void qcPolyline::nearestPoints(const qcPolyline& other, qcVector<2>& onThis, qcV
 
 qcPolyline qcPolyline::convexHull() const {
   Vertices points = hullCandidates(vertices_);
-  const auto before = [](const V& a, const V& b) { return a.x() < b.x() || (a.x() == b.x() && a.y() < b.y()); };
-  std::sort(points.begin(), points.end(), before);
-  points.erase(std::unique(points.begin(), points.end()), points.end());
   qcPolyline hull(true);
-  if (points.size() < 3) {
-    hull.vertices_ = std::move(points);
-    return hull;
-  }
-  // Along the side of small y to the last point, then back along the other side. Each point takes away those before it
-  // where the way would not turn left.
+  if (points.empty()) return hull;
+  const auto before = [](const V& a, const V& b) { return a.x() < b.x() || (a.x() == b.x() && a.y() < b.y()); };
+  const auto [least, most] = std::minmax_element(points.begin(), points.end(), before);
+  const V first = *least, last = *most;
   Vertices& kept = hull.vertices_;
-  std::size_t first = 1;
+  kept.push_back(first);
+  if (last == first) return hull;
+  // On the right of the way from the first to the last point, then on the left of it; no others can be on the hull.
+  const auto side = [&](int wanted) {
+    return [&first, &last, wanted](const V& p) { return qc_shapes::orientation(first, last, p) == wanted; };
+  };
+  const auto right = std::partition(points.begin(), points.end(), side(-1));
+  const auto left = std::partition(right, points.end(), side(1));
+  std::sort(points.begin(), right, before);
+  std::sort(right, left, [&before](const V& a, const V& b) { return before(b, a); });
+  // Each point takes away those before it where the way would not turn left.
+  std::size_t start = 0;
   const auto append = [&](const V& p) {
-    while (kept.size() > first && qc_shapes::orientation(kept[kept.size() - 2], kept.back(), p) <= 0) kept.pop_back();
+    while (kept.size() > start + 1 && qc_shapes::orientation(kept[kept.size() - 2], kept.back(), p) <= 0) {
+      kept.pop_back();
+    }
     kept.push_back(p);
   };
-  std::for_each(points.begin(), points.end(), append);
-  first = kept.size();
-  std::for_each(points.rbegin() + 1, points.rend(), append);
+  std::for_each(points.begin(), right, append);
+  append(last);
+  start = kept.size() - 1;
+  std::for_each(right, left, append);
+  append(first);
   kept.pop_back();
   return hull;
 }
