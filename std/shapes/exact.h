@@ -34,7 +34,7 @@ class ExactSum {
 };
 
 /// On which side of the line from `a` to `b` the point `p` lies: 1 on the left, -1 on the right, 0 on the line itself.
-/// Exact for finite coordinates whose magnitudes span less than 1e150.
+/// Exact for finite coordinates whose magnitudes span less than 1e140.
 int orientation(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& p);
 
 }  // namespace qc_shapes
