@@ -469,6 +469,18 @@ TEST_P(Graphs, NestingHasALimitBothWays) {
   all->nestingLimit(513);
   *all || back;
   EXPECT_EQ(reachable(back.back()).size(), 513U);
+
+  // What refers back to objects around it goes no deeper, also when it is changed and stored time and again.
+  const NodeHandle circle = chain(512);
+  for (Node* node : reachable(circle))
+    for (const auto& edge : node->edges) edge->look = NodeHandle(node);
+  qcMemoryArchive rounds(kLittle, seekable());
+  for (int i = 0; i < 3; ++i) {
+    for (Node* node : reachable(circle)) node->rename("round");
+    EXPECT_NO_THROW(rounds << circle);
+  }
+  EXPECT_TRUE(tryLoad(archived(circle, kLittle)));
+  dissolve(circle);
 }
 
 // `value` is refused before it takes much memory.

@@ -32,7 +32,7 @@ class qc_HeldTable {
     bool given = false;              // some handle was given it
     bool lent = false;               // it was given as a plain pointer, to somebody who will destroy it
     bool dropped = false;            // all handles have let go of it while the load lasted
-    std::int32_t height = 0;         // levels of objects below it, as stored or loaded last
+    std::int32_t height = -1;        // levels of objects below it, as stored or loaded last; -1 while it is under way
     std::streamoff read = 0;         // bytes that a reference to it had the archive read elsewhere
   };
   qc_HeldTable() = default;

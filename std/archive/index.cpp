@@ -352,7 +352,8 @@ void qc_ArchiveIndex::checkNesting(std::int32_t height) const {
   if (depth_ + height >= archive_.nestingLimit_) throw qcArchive::BadContent(kArchiveSource, kNestingLine);
 }
 
-// The object under way refers to a known one of that height.
+// The object under way refers to a known one of that height. A reference to an object that is itself under way closes a
+// circle and goes no deeper; the height that it had when it was stored before would grow with each round.
 void qc_ArchiveIndex::addLevels(std::int32_t height) {
   checkNesting(height);
   height_ = std::max(height_, height + 1);
@@ -463,6 +464,7 @@ void qc_ArchiveIndex::storePointer(qcPersistent* object, bool owned) {
     place = held_.enter(object);
     stored_.push_back(place);
     held_.markStored(held_[place], record.id);
+    held_[place].height = -1;
   }
   ++nextId_;
   writeRecord(record, &entry.name, true);
