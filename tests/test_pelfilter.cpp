@@ -149,6 +149,9 @@ TEST(PelArrange, NewImagesKeepTheClientCoordinatesOfTheirPels) {
   EXPECT_EQ(client(sample, -2, 3), client(src, -4, 9));
   EXPECT_EQ(client(large, 4, 64), client(src, 1, 8));
   EXPECT_EQ(client(turned, 9, -4), client(src, -4, 9));
+  src.offset(std::numeric_limits<std::int32_t>::max() - 9, 7);
+  src.subWindow(4, 0, 5, 9);  // too high to lie sideways where it ends
+  EXPECT_EQ(qfPelTranspose(src).window(), qcPelRect(7, src.offset().x(), 9, 5));
 }
 
 TEST(PelArrange, WindowsAndFactorsThatCannotBeAreRefused) {
@@ -389,6 +392,26 @@ TYPED_TEST(FilteredPel, MediansOfThreeByThree) {
   }
 }
 
+template <class E>
+void expectLargestKept() {
+  const E most = std::numeric_limits<E>::max();
+  qcPelBuffer<E> image(9, 9), result(9, 9);
+  qfPelSet(image, most);
+  for (const qcPair<int> half : {qcPair<int>(0, 0), {1, 0}, {3, 0}, {0, 1}, {0, 3}, {1, 1}, {2, 3}}) {
+    qfPelSmooth(image, result, half.x(), half.y());
+    EXPECT_EQ(result.get(4, 4), most) << half.x() << ' ' << half.y();
+  }
+  for (const long width : {1L, 4L}) {
+    qfPelSpatialAvg(image, result, width, 4, width == 1 ? 2 : 4);
+    EXPECT_EQ(result.get(4, 4), most) << width;
+  }
+}
+
+TEST(PelFilter, SumsOfTheLargestNumbersDoNotOverflow) {
+  expectLargestKept<float>();
+  expectLargestKept<double>();
+}
+
 TEST(PelFilter, PlanesEachByItself) {
   expectPlanes([](const auto& image) { return qfPelSpatialAvg(image, 4, 3, 2); });
   expectPlanes([](auto image) {
@@ -448,6 +471,9 @@ TEST(PelFilter, RefusesWhatCannotBe) {
   EXPECT_THROW(qfPelMedian3x3(unbound, other), qcPel::UnboundWindow);
   const qcPelBuffer<unsigned char> none = qfPelSpatialAvg(image, 41, 1, 0), whole = qfPelSpatialAvg(image, most, 1, 31);
   EXPECT_TRUE(none.isBound() && none.windowRoot().isNull() && whole.isBound() && whole.windowRoot().isNull());
+  other.offset(most - 40, 0);  // the middle of a wide box would lie beyond all coordinates
+  EXPECT_TRUE(qfPelSpatialAvg(other, 100, 1, 0).windowRoot().isNull());
+  EXPECT_NO_THROW(qfPelSpatialAvg(other, image, 100, 1, 0));
   shifted.subWindow(0, 0, 20, 20);
   shifted.offset(5, 5);  // five pels away from where its pels lie in the image
   EXPECT_THROW(qfPelMedian3x3(image, shifted), qcPelFunc::Overlap);

@@ -15,8 +15,15 @@ qcPelRect qf_PelBox(long width, long height) {
   return qcPelRect(-((width - 1) / 2), -((height - 1) / 2), width, height);
 }
 
+qcPelRect qf_PelInside(const qcPelRect& window, const qcPelRect& neighbourhood) {
+  // Without pels, the middle of a neighbourhood could lie beyond all coordinates.
+  const bool fits =
+      !window.isNull() && neighbourhood.width() <= window.width() && neighbourhood.height() <= window.height();
+  return fits ? window - neighbourhood : qcPelRect(window.ul(), {0, 0});
+}
+
 bool qf_PelPrepareFilter(qc_PelBuffer& src, qc_PelBuffer& dst, const qcPelRect& neighbourhood) {
-  const qcPelRect inside = src.window() - neighbourhood;
+  const qcPelRect inside = qf_PelInside(src.window(), neighbourhood);
   if (!inside.overlaps(dst.window())) {
     src.subWindow(0, 0, 0, 0);
     dst.subWindow(0, 0, 0, 0);

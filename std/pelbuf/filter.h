@@ -70,13 +70,13 @@ template <std::ptrdiff_t Block, class Work>
   if (i < count) work(count - Block, Block);
 }
 
-/// Whether integers of type A hold `weight` times the furthest value of S, and what rounding adds.
+/// Whether integers of type A hold `weight` times the furthest value of S, and what rounding adds, and can be shifted.
 template <class A, class S>
 bool holds(double weight, int shift) {
   const double furthest =
       std::max(static_cast<double>(std::numeric_limits<S>::max()), -static_cast<double>(std::numeric_limits<S>::min()));
   const double limit = sizeof(A) == 8 ? 0x1p62 : static_cast<double>(std::numeric_limits<A>::max());
-  return furthest * weight + std::ldexp(0.5, shift) <= limit;
+  return shift < std::numeric_limits<A>::digits && furthest * weight + std::ldexp(0.5, shift) <= limit;
 }
 
 /// Sums of rows of numbers in four vectors at a time. The vectors are explicit, because the compiler would do sums of

@@ -1,4 +1,5 @@
 // Sums of boxes, columns first: a row of column sums slides down the image, and every row of it is summed along.
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
@@ -10,6 +11,12 @@ namespace {
 
 namespace simd = vnxstd::simd;
 using namespace vnxstd::pelfilter;
+
+struct Box {
+  qc_PelFilter filter;
+  std::ptrdiff_t width, height;
+  int shift;
+};
 
 template <class S, class A>
 struct Add {
@@ -32,15 +39,29 @@ struct Slide {
   }
 };
 
+/// A pel as a number to be summed. Those of type double are made as small as the result at once, so that the sum of
+/// large ones does not overflow; no sum of others does.
+template <class S>
+[[gnu::always_inline]] inline double summand(S pel, [[maybe_unused]] double scale) {
+  if constexpr (std::is_same_v<S, double>) {
+    return pel * scale;
+  } else {
+    return static_cast<double>(pel);
+  }
+}
+
 /// Adds a row to `begin`, and what lies before `begin` gives the total.
 template <class S>
 struct AddAndTotal {
+  double scale;
+
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, double* begin, const S* pels, const double* before,
                                          double* total, std::ptrdiff_t count) const {
+    const double factor = scale;  // what is written to cannot change it
     VNXSTD_INDEPENDENT
     for (std::ptrdiff_t i = 0; i < count; ++i) {
-      begin[i] += static_cast<double>(pels[i]);
+      begin[i] += summand(pels[i], factor);
       total[i] = before[i] + begin[i];
     }
   }
@@ -49,11 +70,14 @@ struct AddAndTotal {
 /// The sum of a row and another one.
 template <class S>
 struct AddTo {
+  double scale;
+
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, double* to, const double* sums, const S* pels,
                                          std::ptrdiff_t count) const {
+    const double factor = scale;
     VNXSTD_INDEPENDENT
-    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = sums[i] + static_cast<double>(pels[i]);
+    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = sums[i] + summand(pels[i], factor);
   }
 };
 
@@ -61,8 +85,10 @@ struct AddTo {
 template <class S, class A>
 class IntegerColumns {
  public:
-  IntegerColumns(qc_PelRows<const S> src, std::ptrdiff_t height, bool isInPlace)
-      : rows_(src, height, isInPlace), height_(height), count_(src.width), sums_(1, src.width) {}
+  IntegerColumns(qc_PelRows<const S> src, const Box& box)
+      : rows_(src, box.height, box.filter.isInPlace), height_(box.height), count_(src.width), sums_(1, src.width) {}
+
+  static int shift(const Box& box) { return box.shift; }
 
   /// The sums of the `height` rows down to y; fewer at the beginning.
   A* enter(std::ptrdiff_t y) {
@@ -89,23 +115,26 @@ class IntegerColumns {
 template <class S>
 class FloatingColumns {
  public:
-  FloatingColumns(qc_PelRows<const S> src, std::ptrdiff_t height, bool isInPlace)
-      : source_(src, height - 1, isInPlace),
-        height_(height),
+  FloatingColumns(qc_PelRows<const S> src, const Box& box)
+      : source_(src, box.height - 1, box.filter.isInPlace),
+        height_(box.height),
         count_(src.width),
-        ends_(height + 1, src.width),
+        scale_(std::ldexp(1, -box.shift)),
+        ends_(box.height + 1, src.width),
         begin_(2, src.width) {}
+
+  static int shift(const Box& box) { return std::is_same_v<S, double> ? 0 : box.shift; }
 
   double* enter(std::ptrdiff_t y) {
     const std::ptrdiff_t k = y % height_;
     const S* const pels = source_.enter(y);
     double *const begin = begin_.row(0), *const total = begin_.row(1);
     if (k < height_ - 1) {
-      const AddAndTotal<S> add;
+      const AddAndTotal<S> add{scale_};
       simd::runRow(add, count_, begin, pels, static_cast<const double*>(ends_.row(k + 1)), total);
       return total;
     }
-    const AddTo<S> add;
+    const AddTo<S> add{scale_};
     for (std::ptrdiff_t i = 0; i < height_; ++i) {  // the row of zeros below the last is never written
       const double* const below = ends_.row(height_ - i);
       simd::runRow(add, count_, ends_.row(k - i), below, source_.row(y - i));
@@ -117,6 +146,7 @@ class FloatingColumns {
  private:
   SourceRows<S> source_;
   std::ptrdiff_t height_, count_;
+  double scale_;
   Rows<double> ends_, begin_;
 };
 
@@ -150,12 +180,6 @@ void sumNeighbours(const A* from, A* to, std::ptrdiff_t count, std::ptrdiff_t wi
   }
 }
 
-struct Box {
-  qc_PelFilter filter;
-  std::ptrdiff_t width, height;
-  int shift;
-};
-
 /// How a row's boxes are summed: from sums of `group` neighbours, `groups` of them, and `singles` further numbers.
 struct Along {
   std::ptrdiff_t group = 1, groups = 0, singles = 0;
@@ -182,7 +206,7 @@ void sumBoxes(qc_PelRows<const S> src, qc_PelRows<unsigned char> dst, std::ptrdi
   const std::ptrdiff_t step = box.filter.perPel;
   const bool isWide = box.width > Along::kWidest;
   const Along along = isWide ? Along{box.width, 1, 0} : cheapest(box.width);
-  Columns columns(src, box.height, box.filter.isInPlace);
+  Columns columns(src, box);
   Rows<A> groups(1, src.width);
   for (std::ptrdiff_t y = 0; y < src.height; ++y) {
     const A* const sums = columns.enter(y);
@@ -199,7 +223,7 @@ void sumBoxes(qc_PelRows<const S> src, qc_PelRows<unsigned char> dst, std::ptrdi
     n = 0;
     for (std::ptrdiff_t i = 0; i < along.groups; ++i) addends[n++] = groups.row(0) + i * along.group * step;
     for (std::ptrdiff_t i = box.width - along.singles; i < box.width; ++i) addends[n++] = sums + i * step;
-    finishRow(addends, n, box.shift, dst.row(y - box.height + 1), count);
+    finishRow(addends, n, Columns::shift(box), dst.row(y - box.height + 1), count);
   }
 }
 

@@ -13,8 +13,8 @@ namespace {
 namespace simd = vnxstd::simd;
 using namespace vnxstd::pelfilter;
 
-/// Sums weighted by 1, 2 and 1 are four times as large as what they are made of. Floating numbers are made smaller at
-/// once, which is exact and keeps the largest of them from overflowing.
+/// Sums weighted by 1, 2 and 1 are four times as large as what they are made of. Floating sums are made as small again
+/// at once; and of the pels only a quarter is weighted, so that sums of the largest do not overflow.
 template <class A>
 [[gnu::always_inline]] inline A weighted(A sum) {
   if constexpr (std::is_floating_point_v<A>) {
@@ -26,10 +26,19 @@ template <class A>
 
 template <class E, class A>
 struct Widen {
+  A scale;  // of floating numbers
+
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* to, const E* pels, std::ptrdiff_t count) const {
+    [[maybe_unused]] const A factor = scale;
     VNXSTD_INDEPENDENT
-    for (std::ptrdiff_t i = 0; i < count; ++i) to[i] = static_cast<A>(pels[i]);
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
+      if constexpr (std::is_floating_point_v<A>) {
+        to[i] = pels[i] * factor;
+      } else {
+        to[i] = static_cast<A>(pels[i]);
+      }
+    }
   }
 };
 
@@ -37,14 +46,20 @@ struct Widen {
 template <class E, class A>
 struct Along {
   std::ptrdiff_t step;
+  A side;  // the weight of floating neighbours
 
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* to, const E* a, std::ptrdiff_t count) const {
     const E *const b = a + step, *const c = b + step;
+    [[maybe_unused]] const A outer = side, inner = static_cast<A>(2 * side);  // what is written to cannot change them
     VNXSTD_INDEPENDENT
     for (std::ptrdiff_t i = 0; i < count; ++i) {
-      const A sides = static_cast<A>(static_cast<A>(a[i]) + static_cast<A>(c[i])), middle = static_cast<A>(b[i]);
-      to[i] = weighted(static_cast<A>(static_cast<A>(sides + middle) + middle));
+      if constexpr (std::is_floating_point_v<A>) {
+        to[i] = a[i] * outer + c[i] * outer + b[i] * inner;
+      } else {
+        const A sides = static_cast<A>(static_cast<A>(a[i]) + static_cast<A>(c[i])), middle = static_cast<A>(b[i]);
+        to[i] = static_cast<A>(static_cast<A>(sides + middle) + middle);
+      }
     }
   }
 };
@@ -92,7 +107,8 @@ class Smoothing {
   /// Every row of the source is read before a row of the destination below it is written: in place needs no copies.
   void run() {
     Column<A> column(std::max(y_ - 1, 0), dst_.width);
-    const int shift = std::is_floating_point_v<A> ? (y_ > 0 ? 2 : 0) : 2 * (x_ + y_);
+    // The last floating sum, of quarters, is four of them already; without it they are multiplied.
+    const int shift = !std::is_floating_point_v<A> ? 2 * (x_ + y_) : y_ == 0 && x_ > 0 ? -2 : 0;
     for (std::ptrdiff_t y = 0; y < src_.height; ++y) {
       A* const sums = rows_.row(y % 3);
       along(src_.row(y), sums);
@@ -127,12 +143,12 @@ class Smoothing {
  private:
   void along(const E* pels, A* sums) const {
     if (x_ == 0) {
-      const Widen<E, A> widen;
+      const Widen<E, A> widen{static_cast<A>(y_ > 0 ? 0.25 : 1)};
       simd::runRow(widen, dst_.width, sums, pels);
       return;
     }
-    const Along<E, A> first{step_};
-    const Along<A, A> further{step_};
+    const Along<E, A> first{step_, static_cast<A>(0.0625)};
+    const Along<A, A> further{step_, static_cast<A>(0.25)};
     std::ptrdiff_t count = src_.width - 2 * step_;
     simd::runRow(first, count, sums, pels);
     for (int k = 1; k < x_; ++k) {

@@ -110,8 +110,9 @@ template <class T>
 void qfPelTranspose(const qcPelBuffer_const<T>& src, qcPelBuffer<T>& dst) {
   qcPelBuffer_const<T> from(src);
   qcPelBuffer<T> to(dst);
-  if (qfPelAlloc(from, to, from.height(), from.width())) {
-    to.offset(from.offset().y(), from.offset().x());
+  if (!from.isBound()) throw qcPel::UnboundWindow();
+  if (!to.isBound()) {
+    to = qcPelBuffer<T>(qcPelRect(from.offset().y(), from.offset().x(), from.height(), from.width()));
     qf_PelSetXformVia(to, from, 0, 1, 1, 0);
   }
   qf_PelPrepareTranspose(from, to);

@@ -50,6 +50,9 @@ VNXSTD_EXPORT void qf_PelMedian3x3(qc_PelRows<const E> src, qc_PelRows<E> dst, q
 /// row below. Throws qcPelFunc::BadParams for a size below 1 and for more than 2^31 - 1 pels.
 VNXSTD_EXPORT qcPelRect qf_PelBox(long width, long height);
 
+/// The pels of a window whose whole neighbourhood lies in it; where there are none, an empty rectangle at its corner.
+VNXSTD_EXPORT qcPelRect qf_PelInside(const qcPelRect& window, const qcPelRect& neighbourhood);
+
 /// Limits a bound destination to the pels whose neighbourhood lies in the source's window, and the source to those
 /// neighbourhoods. Returns whether the filter works in place; throws qcPelFunc::Overlap.
 VNXSTD_EXPORT bool qf_PelPrepareFilter(qc_PelBuffer& src, qc_PelBuffer& dst, const qcPelRect& neighbourhood);
@@ -68,7 +71,7 @@ void qf_PelFilterWindow(const qcPelBuffer_const<S>& src, qcPelBuffer<D>& dst, co
   qcPelBuffer_const<S> from(src);
   qcPelBuffer<D> to(dst);
   if (!to.isBound()) {
-    to = qcPelBuffer<D>(from.window() - neighbourhood);
+    to = qcPelBuffer<D>(qf_PelInside(from.window(), neighbourhood));
     to.copyXforms(from);
   }
   qc_PelFilter filter;
@@ -91,7 +94,7 @@ void qf_PelFilterWindow(const qcPelBuffer_const<S>& src, qcPelBuffer<D>& dst, co
 
 /// Sums of boxes of `width` by `height` pels, shifted right by `shift` bits: an average when that many bits are the
 /// number of pels. Integers are summed exactly, rounded half up after the shift and saturated; floating numbers are
-/// summed in double and multiplied by 2^-shift. Throws qcPelFunc::BadParams for a shift outside 0 to 31, and for a box
+/// multiplied by 2^-shift and summed in double. Throws qcPelFunc::BadParams for a shift outside 0 to 31, and for a box
 /// without pels or of more than 2^31 - 1. The cost of a pel does not depend on the size of the box.
 template <class S, class D>
 requires qcSumPelTypes<S, D>
@@ -111,7 +114,8 @@ qcPelBuffer<T> qfPelSpatialAvg(const qcPelBuffer_const<T>& src, long width, long
 
 /// Averages weighted by binomial coefficients, of 2 `x` + 1 columns and 2 `y` + 1 rows: (1 2 1) / 4 for a half-width of
 /// 1, (1 4 6 4 1) / 16 for 2; 0 leaves that direction alone. Integers are exact and rounded half up; floating numbers
-/// are summed in double. Throws qcPelFunc::BadParams for a half-width outside 0 to 15. The cost grows with x + y.
+/// are summed in their own type. Throws qcPelFunc::BadParams for a half-width outside 0 to 15. The cost grows with
+/// x + y.
 template <qcRootPelType T>
 void qfPelSmooth(const qcPelBuffer_const<T>& src, qcPelBuffer<T>& dst, int x, int y) {
   if (x < 0 || x > 15 || y < 0 || y > 15) throw qcPelFunc::BadParams();
