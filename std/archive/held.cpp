@@ -28,7 +28,8 @@ qc_HeldTable::Place qc_HeldTable::enter(qcPersistent* object) {
   if (free_ == kNone && used_ == blocks_.size() * kBlock) blocks_.push_back(std::make_unique<Entry[]>(kBlock));
   const Place place = free_ == kNone ? used_ : free_;
   Entry& entry = (*this)[place];
-  if (isHeld(object)) {
+  const unsigned char held = object->held_.load(std::memory_order_relaxed);
+  if (held != 0) {
     elsewhere_.emplace(object, place);
   } else {
     object->place_ = place;
@@ -40,7 +41,7 @@ qc_HeldTable::Place qc_HeldTable::enter(qcPersistent* object) {
   }
   entry.object = object;
   entry.place = place;
-  object->held_.fetch_or(qcPersistent::kKnown, std::memory_order_relaxed);
+  object->held_.store(held | qcPersistent::kKnown, std::memory_order_relaxed);  // all changes are under the lock
   if (!linked_) {
     linked_ = true;
     previous_ = nullptr;

@@ -660,19 +660,20 @@ void qc_ArchiveIndex::undo(std::size_t from) noexcept {
 // all of them let go of while the load lasted, goes now.
 void qc_ArchiveIndex::commit() noexcept {
   bool dropped = false;
-  {
-    const std::lock_guard guard(qc_HeldTable::lock());
-    for (const qc_HeldTable::Place place : made_) {
-      qc_HeldTable::Entry& entry = held_[place];
-      if (!entry.object || !entry.rep || qcRepBase::refDec(entry.rep) != 0) continue;
-      entry.dropped = entry.given && !entry.lent && entry.loaded != 0;
-      dropped = dropped || entry.dropped;
+  std::unique_lock guard(qc_HeldTable::lock());
+  for (const qc_HeldTable::Place place : made_) {
+    qc_HeldTable::Entry& entry = held_[place];
+    if (!entry.object || !entry.rep || qcRepBase::refDec(entry.rep) != 0) continue;
+    entry.dropped = entry.given && !entry.lent && entry.loaded != 0;
+    dropped = dropped || entry.dropped;
+  }
+  if (dropped) {
+    guard.unlock();
+    for (std::size_t i = 0; i < made_.size(); ++i) {
+      if (const qc_HeldTable::Entry entry = madeEntry(i); entry.dropped) delete entry.object;
     }
+    guard.lock();
   }
-  for (std::size_t i = 0; dropped && i < made_.size(); ++i) {
-    if (const qc_HeldTable::Entry entry = madeEntry(i); entry.dropped) delete entry.object;
-  }
-  const std::lock_guard guard(qc_HeldTable::lock());
   for (const qc_HeldTable::Place place : made_) held_.release(place);
   made_.clear();
   counts_.clear();
