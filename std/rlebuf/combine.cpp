@@ -37,18 +37,25 @@ std::unique_ptr<qc_RLERep> combined(const qc_RLERep& image, const qc_RLERep& oth
   const qcInt64 shiftX = rle::moved(other.offsetX, offset.x()) - image.offsetX;
   const qcInt64 shiftY = rle::moved(other.offsetY, offset.y()) - image.offsetY;
   const bool isAligned = shiftX == 0 && other.width == image.width;
-  rle::StretchRow others, scratch;
+  rle::StretchRow others, scratch, none;
+  rle::Collector whole(none, 1);
+  whole.add(image.width, kNone);
+  whole.finish();
   for (std::size_t y = 0; y < image.height(); ++y) {
     const qcInt64 otherY = static_cast<qcInt64>(y) - shiftY;
     const bool hasRow = otherY >= 0 && otherY < static_cast<qcInt64>(other.height());
     const auto otherRow = static_cast<std::size_t>(hasRow ? otherY : 0);
     const rle::RunCursor own(image, y);
-    if (hasRow && isAligned) {
+    if (!hasRow) {
+      rle::RunSink sink(writer, image.counts[y]);
+      rle::merge(own, rle::StretchCursor(none), image.width, op, sink);
+      sink.finish();
+    } else if (isAligned) {
       rle::RunSink sink(writer, std::size_t{image.counts[y]} + other.counts[otherRow]);
       rle::merge(own, rle::RunCursor(other, otherRow), image.width, op, sink);
       sink.finish();
     } else {
-      expandShifted(other, otherRow, hasRow ? shiftX : image.width, image.width, scratch, others);
+      expandShifted(other, otherRow, shiftX, image.width, scratch, others);
       rle::RunSink sink(writer, image.counts[y] + others.count());
       rle::merge(own, rle::StretchCursor(others), image.width, op, sink);
       sink.finish();

@@ -210,7 +210,7 @@ void qcRLEBuffer::replaceBy(const qcPelBuffer_const<unsigned char>& pels, WriteR
   made->offsetY = static_cast<std::int32_t>(pels.offset().y());
   made->xforms = pels.xforms();
   const qc_PelRows<const unsigned char> rows = qf_PelRows(pels);
-  rle::RowWriter writer(*made, static_cast<std::size_t>(rows.height));
+  rle::RowWriter writer(*made, static_cast<std::size_t>(rows.height), hint_);
   for (std::ptrdiff_t y = 0; y < rows.height; ++y) writeRow(writer, rows.row(y), made->width);
   writer.finish();
   made->createTime = timer.msec();

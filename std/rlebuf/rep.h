@@ -166,7 +166,8 @@ inline constexpr std::size_t kSlack = 8;
 /// Adds rows to an image from the top down. A row lies in one block, whatever it holds.
 class RowWriter {
  public:
-  RowWriter(qc_RLERep& rep, std::size_t height);
+  /// `hint`: how many runs are expected in all, if known.
+  RowWriter(qc_RLERep& rep, std::size_t height, std::int32_t hint = 0);
 
   /// Room for a row of at most `stretches` stretches and the run that ends it.
   qcRLEBufferRun* begin(std::size_t stretches) {
@@ -204,6 +205,7 @@ class RowWriter {
 
   qc_RLERep& rep_;
   std::size_t width_, height_;
+  std::int32_t hint_;
   std::size_t left_ = 0;
   qcUInt64 taken_ = 0;
   qcRLEBufferRun* at_ = nullptr;

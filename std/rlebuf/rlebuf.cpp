@@ -1,5 +1,6 @@
 #include "vnxstd/rlebuf/rlebuf.h"
 
+#include <algorithm>
 #include <functional>
 #include <utility>
 
@@ -131,20 +132,15 @@ void qcRLEBuffer::becomeOwner(long width, const std::vector<const qcRLEBufferRun
   rep->counts.reserve(rows.size());
   std::uint32_t values = 0;
   const std::less<> before;
-  const qcRLEBufferBlock* block = nullptr;
-  const auto isIn = [&](const qcRLEBufferBlock& candidate, const qcRLEBufferRun* run) {
-    const qcRLEBufferRun* const first = candidate.runs.get();
-    return first && run && !before(run, first) && before(run, first + candidate.size);
-  };
+  std::sort(blocks.begin(), blocks.end(),
+            [&](const qcRLEBufferBlock& a, const qcRLEBufferBlock& b) { return before(a.runs.get(), b.runs.get()); });
   for (const qcRLEBufferRun* const row : rows) {
-    if (!block || !isIn(*block, row)) {  // mostly rows follow each other in one block
-      block = nullptr;
-      for (const qcRLEBufferBlock& candidate : blocks) {
-        if (isIn(candidate, row)) block = &candidate;
-      }
-      if (!block) throw qcPelFunc::BadParams();
-    }
-    if (!takeRow(*rep, row, block->runs.get() + block->size, values)) throw qcPelFunc::BadParams();
+    // The row's block is the last one that begins at the row or in front of it.
+    const auto behind = std::partition_point(
+        blocks.begin(), blocks.end(), [&](const qcRLEBufferBlock& block) { return !before(row, block.runs.get()); });
+    if (!row || behind == blocks.begin()) throw qcPelFunc::BadParams();
+    const qcRLEBufferRun* const end = behind[-1].runs.get() + (behind[-1].runs ? behind[-1].size : 0);
+    if (!before(row, end) || !takeRow(*rep, row, end, values)) throw qcPelFunc::BadParams();
   }
   rep->isBinary = values <= 1;
   rep->blocks = std::move(blocks);

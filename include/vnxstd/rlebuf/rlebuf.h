@@ -12,7 +12,8 @@
 // A buffer without runs is degenerate. Everything that needs runs then throws qcRLEBuffer::Degenerate. Operations take
 // time in proportion to the number of runs (and, where they fill a vector of bins, bins), never to that of pels, unless
 // said otherwise. Functions that throw leave the buffer, and what they were to fill, as they were; encoding is the one
-// exception. Several threads may read one buffer, except for its transforms (see qc2XformCache).
+// exception. Several threads may read one buffer as long as none asks for the one of its two transforms that was not
+// set, which is then computed and kept (see qc2XformCache): new images take copies of both.
 #pragma once
 
 #include <cstddef>
@@ -105,8 +106,8 @@ class VNXSTD_EXPORT qcRLEBuffer : public qcPersistent {
   /// Takes over rows that the caller has built: `rows` points to the first run of every row, from the top down, each
   /// in one of `blocks`, which may hold other things too. The offset becomes (0, 0), the transform the identity. Throws
   /// qcPelFunc::BadParams when there are no rows, the width is not from 1 to 2147483647, a row begins outside the
-  /// blocks, or its lengths do not add up to the width in front of a run (0, 0) in the same block;
-  /// the blocks are then freed.
+  /// blocks, or its lengths do not add up to the width in front of a run (0, 0) in the same block; the blocks are then
+  /// freed. Time is linear in the runs, and logarithmic in the number of blocks for every row.
   void becomeOwner(long width, const std::vector<const qcRLEBufferRun*>& rows, std::vector<qcRLEBufferBlock> blocks);
 
   /// How many runs the next image to be encoded is expected to have; memory for runs is then taken in pieces of that
@@ -191,7 +192,8 @@ class VNXSTD_EXPORT qcRLEBuffer : public qcPersistent {
   /// The pel. Throws qcPel::BadCoord outside the image. Linear in the runs of the row.
   unsigned char getPel(long x, long y) const;
   unsigned char getPel(const qcPair<long>& at) const { return getPel(at.x(), at.y()); }
-  /// The first run of row `y`; the run (0, 0) ends the row. Throws qcPel::BadCoord outside the image.
+  /// The first run of row `y`; the run (0, 0) ends the row. Throws qcPel::BadCoord outside the image. This pointer and
+  /// the row table hold until the runs are replaced, moved to another buffer or made contiguous.
   const qcRLEBufferRun* pointToRow(long y) const;
   /// The first runs of all rows from the top down.
   const std::vector<const qcRLEBufferRun*>& pointToRat() const;
@@ -224,8 +226,8 @@ class VNXSTD_EXPORT qcRLEBuffer : public qcPersistent {
   /// finite, qcPelFunc::Range when there were more than 16777216 bins or a bin beyond 2^53.
   ProjType projectAngle(const qcVector<2>& direction, const qcXform<2>& xform, std::vector<unsigned long>& sums,
                         std::vector<unsigned long>& counts, qcInt64& first) const;
-  /// The same with the client transform, or in image coordinates. Throws qcPel::NonlinearXform when the client
-  /// transform is asked for and not linear.
+  /// The same with the client transform, or in image coordinates. When the client transform is asked for, throws
+  /// qcPel::NonlinearXform if it is not linear, qcMathError::Singular if it was set as an inverse that has none.
   ProjType projectAngle(const qcVector<2>& direction, bool inClient, std::vector<unsigned long>& sums,
                         std::vector<unsigned long>& counts, qcInt64& first) const;
 
@@ -271,7 +273,7 @@ class VNXSTD_EXPORT qcRLEBuffer : public qcPersistent {
  protected:
   void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 2, &qcRLEBuffer::serialize_); }
   /// Loading throws qcArchive::BadContent for rows that contradict the size or the number of runs; memory is taken for
-  /// runs that the medium holds, or that have arrived.
+  /// runs that the medium holds, or that have arrived. Storing throws it for more than 4294967295 runs.
   void serialize_(qcArchive& archive, unsigned char version);
 
  private:
