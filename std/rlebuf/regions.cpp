@@ -10,27 +10,41 @@ namespace {
 
 namespace rle = vnxstd::rle;
 
-/// Sets of numbers; the least one stands for its set.
+/// Sets of numbers, one of which stands for its set.
 class DisjointSets {
  public:
-  void add() { parents_.push_back(static_cast<std::uint32_t>(parents_.size())); }
+  void add() {
+    parents_.push_back(static_cast<std::uint32_t>(parents_.size()));
+    ranks_.push_back(0);
+  }
   std::uint32_t find(std::uint32_t i) {
     while (parents_[i] != i) i = parents_[i] = parents_[parents_[i]];
     return i;
   }
   void unite(std::uint32_t i, std::uint32_t j) {
     const std::uint32_t a = find(i), b = find(j);
-    parents_[std::max(a, b)] = std::min(a, b);
+    if (a == b) return;
+    if (ranks_[a] == ranks_[b]) ++ranks_[a];
+    if (ranks_[a] > ranks_[b]) {
+      parents_[b] = a;
+    } else {
+      parents_[a] = b;
+    }
   }
   std::size_t size() const { return parents_.size(); }
 
  private:
   std::vector<std::uint32_t> parents_;
+  std::vector<unsigned char> ranks_;
 };
 
 }  // namespace
 
-qcRadian qcRLERegion::angle() const { return qcRadian(std::atan2(2 * xy, xx - yy) / 2); }
+qcRadian qcRLERegion::angle() const {
+  constexpr double kNoise = 1e-12;  // what rounding leaves of differences that are zero
+  if (std::hypot(xx - yy, 2 * xy) <= kNoise * (xx + yy)) return qcRadian(0);
+  return qcRadian(std::atan2(2 * xy, xx - yy) / 2);
+}
 
 double qcRLERegion::elongation() const {
   const double middle = (xx + yy) / 2 + 1.0 / 12, spread = std::hypot((xx - yy) / 2, xy);
@@ -76,17 +90,18 @@ void qcRLERegions::label(const qcRLEBuffer& image) {
   }
 
   // Regions are numbered by their first pieces, and pieces are put in the order of their regions.
-  std::vector<std::uint32_t> regionOf(pieces.size());
+  constexpr std::uint32_t kNoRegion = UINT32_MAX;
+  std::vector<std::uint32_t> regionOf(pieces.size(), kNoRegion);  // of the piece that stands for a set, then of all
   std::vector<unsigned char> valueOf;
   for (std::uint32_t i = 0; i < pieces.size(); ++i) {
-    const std::uint32_t first = sets.find(i);
-    if (first == i) {
-      regionOf[i] = static_cast<std::uint32_t>(valueOf.size());
+    std::uint32_t& region = regionOf[sets.find(i)];
+    if (region == kNoRegion) {
+      region = static_cast<std::uint32_t>(valueOf.size());
       valueOf.push_back(values[i]);
       starts_.push_back(0);
     }
-    regionOf[i] = regionOf[first];
-    ++starts_[regionOf[i]];
+    regionOf[i] = region;
+    ++starts_[region];
   }
   std::exclusive_scan(starts_.begin(), starts_.end(), starts_.begin(), std::size_t{0});
   std::vector<std::size_t> next = starts_;
@@ -151,8 +166,9 @@ qc_TmpRLEBuffer qcRLERegions::image(std::size_t index) const {
   const Piece* piece = pieces_.data() + starts_[index];
   const Piece* const end = pieces_.data() + starts_[index + 1];
   while (piece != end) {  // every row has pieces, since the region is connected
-    rle::RunSink sink(writer, static_cast<std::size_t>(made->width));
-    for (const std::int32_t row = piece->row; piece != end && piece->row == row; ++piece) {
+    const Piece* const rowEnd = std::find_if(piece, end, [row = piece->row](const Piece& p) { return p.row != row; });
+    rle::RunSink sink(writer, 2 * static_cast<std::size_t>(rowEnd - piece) + 1);
+    for (; piece != rowEnd; ++piece) {
       if (piece->first > left) sink.add(piece->first - left, 0);
       sink.add(piece->last - left, region.value);
     }

@@ -24,7 +24,8 @@ struct VNXSTD_EXPORT qcRLERegion {
   double xy = 0;          ///< the mean of (x - centroid x) (y - centroid y)
   double yy = 0;          ///< the mean of (y - centroid y) squared
 
-  /// The direction in which the pels spread most, in [-pi/2, pi/2] radians; 0 where they spread alike in all.
+  /// The direction in which the pels spread most, in [-pi/2, pi/2] radians; 0 where they spread alike in all, up
+  /// to rounding.
   qcRadian angle() const;
   /// The square root of the ratio of the greatest spread (a mean of squares, as above) to the least, both with the
   /// twelfth that the extent of a pel adds: 1 for a disk or a square, more the longer and thinner the region is.
@@ -40,9 +41,9 @@ class VNXSTD_EXPORT qcRLERegions {
 
   /// Time and memory are in proportion to the number of runs (times an inverse Ackermann function, which is below 5).
   /// Rounding errors of moments grow with the size of the region, not with its distance from the origin. Labels runs
-  /// with a disjoint-set forest: R. E. Tarjan, "Efficiency of a good but not linear set union algorithm", J. ACM 22
-  /// (1975). Throws qcRLEBuffer::Degenerate, qcPelFunc::BadParams for another connectivity, qcPelFunc::Range for more
-  /// than 4294967295 stretches.
+  /// with a disjoint-set forest, linked by rank: R. E. Tarjan and J. van Leeuwen, "Worst-case analysis of set union
+  /// algorithms", J. ACM 31 (1984). Throws qcRLEBuffer::Degenerate, qcPelFunc::BadParams for another connectivity,
+  /// qcPelFunc::Range for more than 4294967295 stretches.
   explicit qcRLERegions(const qcRLEBuffer& image, Connectivity connectivity = eight);
 
   std::size_t size() const noexcept { return regions_.size(); }
