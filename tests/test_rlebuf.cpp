@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "std/pelbuf/dispatch.h"
+#include "support/allocations.h"
 #include "support/bytes.h"
 #include "support/faulty.h"
 #include "vnxstd/math/xflinear.h"
@@ -320,6 +321,19 @@ TEST(Operations, PaintingChangesTheRegionAndNothingElse) {
   });
 }
 
+// Whatever an encoding was expected to need, and however wide rows are.
+TEST(Operations, TakeMemoryForTheRunsThereAre) {
+  Pels pels(60000, 100);
+  qfPelSet(pels, static_cast<unsigned char>(1));
+  qcRLEBuffer runs;
+  runs.hintNumRuns(INT32_MAX);
+  runs.encode(pels);
+  const PeakAllocation peak;
+  EXPECT_TRUE(qcRLEBuffer(runs.gmorphMax(qcRLEBuffer::square)) == runs);
+  EXPECT_TRUE(qcRLEBuffer(qcRLERegions(runs).image(0)) == runs);
+  EXPECT_LT(peak.bytes(), 40 * runs.numRuns());
+}
+
 // --- measuring ------------------------------------------------------------------------------------------------------
 
 /// Sums of pels over bins that a function tells, the first of which is `first`.
@@ -417,6 +431,13 @@ TEST(Measuring, ProjectsWhereRoundingIsCoarse) {
   EXPECT_EQ(first, 999999);
   for (int x = 0; x < 3000; ++x) expected[slope * (x + 0.5) + start < 1e6 ? 0 : 1] += 2;
   EXPECT_EQ(counts, expected);
+  // The length of a direction does not matter, even where it is no double or a coarse one.
+  const qcRLEBuffer runs(10, 7, 5);
+  runs.projectAngle({1, 1}, false, expected, counts, first);
+  for (const double size : {5e-324, 1e-200, 1.7e308}) {
+    runs.projectAngle({size, size}, false, sums, counts, first);
+    EXPECT_EQ(sums, expected) << size;
+  }
 }
 
 // --- regions --------------------------------------------------------------------------------------------------------
@@ -581,6 +602,11 @@ TEST(Regions, TellHowTheyLie) {
   EXPECT_NEAR(region.elongation(), 3, 1e-3);
   EXPECT_NEAR(region.centroid.x(), 2000000500, 1e-6);
   EXPECT_EQ(qcRLERegions(qcRLEBuffer(7, 7, 1)).region(0).elongation(), 1);
+  qfPelClear(pels);  // a diamond lies in no direction
+  for (long d = -9; d <= 9; ++d) {
+    for (long x = std::abs(d) - 9; x <= 9 - std::abs(d); ++x) pels.put(2000000500 + x, -1999999500 + d, 1);
+  }
+  EXPECT_EQ(qcRLERegions(encoded(pels)).region(0).angle().plain(), 0);
 }
 
 // --- misuse ---------------------------------------------------------------------------------------------------------
@@ -734,6 +760,18 @@ TEST(Adoption, TakesRowsThatAddUp) {
   image.histo(counts, runCounts);
   EXPECT_EQ(counts, (Counts{5, 10}));
   EXPECT_EQ(runCounts, (Counts{1, 4}));
+
+  std::vector<qcRLEBufferBlock> blocks;
+  std::vector<const RleRun*> rows;
+  for (int y = 0; y < 200; ++y) {
+    RleRun* const row = blocks.emplace_back(2).runs.get();
+    row[0] = RleRun(static_cast<unsigned char>(y), 5);
+    row[1] = RleRun(0, 0);
+    rows.push_back(row);
+  }
+  std::shuffle(blocks.begin(), blocks.end(), random_);
+  image.becomeOwner(5, rows, std::move(blocks));
+  expectImage(image, qcPelRect(5, 200), [](long, long y) { return y; });
 
   const struct {
     const char* what;

@@ -210,9 +210,15 @@ qcRLEBuffer::ProjType qcRLEBuffer::projectAngle(const qcVector<2>& direction, co
                                                 std::vector<unsigned long>& sums, std::vector<unsigned long>& counts,
                                                 qcInt64& first) const {
   const qc_RLERep& image = rep();
-  const double length = std::hypot(direction.x(), direction.y());
-  if (!std::isfinite(length) || length == 0) throw qcPelFunc::BadParams();
-  const qcVector<2> unit(direction.x() / length, direction.y() / length);
+  // Scaled by a power of two first: the length of the largest directions is no double, that of the smallest is coarse.
+  if (!std::isfinite(direction.x()) || !std::isfinite(direction.y()) || direction.isNull()) {
+    throw qcPelFunc::BadParams();
+  }
+  int exponent = 0;
+  std::frexp(std::max(std::abs(direction.x()), std::abs(direction.y())), &exponent);
+  const double x = std::ldexp(direction.x(), -exponent), y = std::ldexp(direction.y(), -exponent);
+  const double length = std::hypot(x, y);
+  const qcVector<2> unit(x / length, y / length);
   // The place of a pel is unit . (matrix * centre + translation), a linear function of its column and row.
   const qcMatrix<2>& matrix = xform.matrix();
   Line line;
