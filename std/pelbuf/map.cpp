@@ -155,6 +155,7 @@ bool qf_PelExceeds(qc_PelRows<const S> from, std::size_t entries) {
 
 template <class S, class W>
 void qf_PelMap(qc_PelRows<const S> from, const W* table, std::size_t entries, bool isBeyond, qc_PelRows<W> to) {
+  if (from.isEmpty()) return;  // there may be no table
   if (isBeyond) {
     const LimitedLookup<S, W> lookup{table, entries - 1};
     return simd::run(lookup, from, to);

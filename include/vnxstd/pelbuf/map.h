@@ -5,6 +5,8 @@
 // A pel whose value is no index of the table, because it is negative or too large, is qcPelFunc::Range, and the
 // destination stays as it was; so is an empty table, unless there are no pels. The forms with `isBeyond` give such pels
 // the last entry instead, and tell whether there were any.
+//
+// An 8-bit image may become three planes of which it is one, when the pels that belong together are the same.
 #pragma once
 
 #include <concepts>
@@ -62,12 +64,18 @@ decltype(auto) qf_PelTable(const std::vector<E>& table) {
   }
 }
 
+/// Throws qcPelFunc::Overlap when pels of a plane of the destination are in the way of the source.
+inline void qf_PelCheckPlanes(const qcPelBuffer_const<unsigned char>& src, const qcPelBuffer_const<qc3PlanePel>& dst) {
+  for (int plane = 0; plane < 3; ++plane) qf_PelCommon({&src}, dst.planeBuffer(plane));
+}
+
 /// What all forms do. Everything that can be wrong is found before a pel is written.
 template <class S, class E>
 bool qf_PelMapWindow(const qcPelBuffer_const<S>& src, const std::vector<E>& table, qcPelBuffer<qcPelMapped<S, E>>& dst,
                      bool isRefused) {
   using D = qcPelMapped<S, E>;
   const qc_PelPart part = qf_PelCommon({&src}, dst);
+  if constexpr (std::same_as<S, unsigned char> && std::same_as<D, qc3PlanePel>) qf_PelCheckPlanes(src, dst);
   bool isBeyond = false;
   for (int plane = 0; plane < (qcFlatPelType<S> ? 1 : 3); ++plane) {
     isBeyond = isBeyond || qf_PelExceeds(qf_PelComponents<S>(src, part, plane), table.size());
@@ -81,8 +89,14 @@ bool qf_PelMapWindow(const qcPelBuffer_const<S>& src, const std::vector<E>& tabl
       tables[2].push_back(pel.plane2());
     }
     qf_PelFill(dst, src, part, [&](const qcPelBuffer<D>& to) {
-      for (int plane = 0; plane < 3; ++plane) {
-        qf_PelMap(qf_PelRows(src, part), tables[plane], isBeyond, qf_PelComponents<D>(to, part, plane));
+      const auto from = qf_PelRows(src, part);
+      int own = 2;  // the plane that the source is: it is written last
+      for (int plane = 0; plane < 2; ++plane) {
+        const void* const pels = qf_PelComponents<D>(to, part, plane).pels;
+        if (pels == from.pels) own = plane;
+      }
+      for (const int plane : {(own + 1) % 3, (own + 2) % 3, own}) {
+        qf_PelMap(from, tables[plane], isBeyond, qf_PelComponents<D>(to, part, plane));
       }
     });
   } else if constexpr (qcPelIndex<S>) {
