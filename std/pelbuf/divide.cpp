@@ -86,7 +86,8 @@ class ByteQuotient {
 
 /// Integers by a whole number, as products with its reciprocal in float or double. x + half + 1/2 lies at least 1/2
 /// away from every multiple of the divisor. The product is less wrong than that for 18 bits in float and 35 in double,
-/// so that cutting it off gives the exact quotient of x + half. Of 32 bits only by 2 and more: the result has 31.
+/// so that cutting it off gives the exact quotient of x + half. Of 32 bits only where the result has 31: by 2 and more,
+/// and by more than 2 where half of the largest number would be rounded up to 2 to the power of 31.
 template <class S, class D>
 class WholeQuotient {
  public:
@@ -228,7 +229,8 @@ void qf_PelQuotient(qc_PelRows<const S> from, qc_PelRows<D> to, double divisor, 
     }
     if constexpr (sizeof(S) == 1) return divideByTable(from, to, divisor, half);
     if constexpr (std::is_arithmetic_v<S> && sizeof(S) > 1) {
-      if (isWhole && (sizeof(S) == 2 || std::fabs(divisor) >= 2)) {
+      const double least = std::is_unsigned_v<S> && isRounded ? 3 : 2;
+      if (isWhole && (sizeof(S) == 2 || std::fabs(divisor) >= least)) {
         return divide(WholeQuotient<S, D>(divisor, isRounded), from, to);
       }
     }
@@ -246,6 +248,7 @@ VNXSTD_QUOTIENTS(short)
 VNXSTD_QUOTIENTS(std::uint32_t)
 VNXSTD_QUOTIENTS(std::int32_t)
 VNXSTD_QUOTIENT(float, float)
+VNXSTD_QUOTIENT(float, double)
 VNXSTD_QUOTIENT(double, float)
 VNXSTD_QUOTIENT(double, double)
 VNXSTD_QUOTIENT(qcPackedRGB16Pel, qcPackedRGB16Pel)

@@ -11,7 +11,7 @@
 template <class S, class D>
 concept qcPelQuotient = qcRootPelType<S> && qcRootPelType<D> &&
     (std::same_as<S, D> || (qcNumberPelType<S> && qcNumberPelType<D> &&
-                            ((std::floating_point<D> && !std::same_as<S, float>) ||
+                            (std::floating_point<D> ||
                              (std::integral<S> && std::integral<D> && sizeof(qcStoredPel<D>) < sizeof(qcStoredPel<S>) &&
                               (std::signed_integral<S> || std::unsigned_integral<D>)))));
 
