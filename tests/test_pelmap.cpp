@@ -49,8 +49,8 @@ using QuotientTypes = testing::Types<
     To<short, unsigned char>, To<short, signed char>, To<short, float>, To<short, double>,
     To<unsigned long, unsigned long>, To<unsigned long, unsigned char>, To<unsigned long, unsigned short>,
     To<unsigned long, float>, To<unsigned long, double>, To<long, long>, To<long, unsigned char>, To<long, signed char>,
-    To<long, unsigned short>, To<long, short>, To<long, float>, To<long, double>, To<float, float>, To<double, float>,
-    To<double, double>, To<qcPair<long>, qcPair<long>>, To<qcPair<float>, qcPair<float>>,
+    To<long, unsigned short>, To<long, short>, To<long, float>, To<long, double>, To<float, float>, To<float, double>,
+    To<double, float>, To<double, double>, To<qcPair<long>, qcPair<long>>, To<qcPair<float>, qcPair<float>>,
     To<qcPackedRGB16Pel, qcPackedRGB16Pel>, To<qcPackedRGB32Pel, qcPackedRGB32Pel>>;
 TYPED_TEST_SUITE(Division, QuotientTypes);
 
@@ -101,6 +101,15 @@ TEST(Division, ByWholeNumbersIsExact) {
   }
 }
 
+TEST(Division, HalfOfTheLargestNumberIsRoundedUp) {
+  qcPelBuffer<unsigned long> words(9, 1);
+  qfPelSet(words, 0xFFFFFFFF);
+  qcPelBuffer<unsigned short> shorter;
+  qfPelDivideByVal(words, shorter, 2, true);
+  EXPECT_EQ(qfPelMin(qfPelDivideByVal(words, 2, true)), 0x80000000);
+  EXPECT_EQ(qfPelMin(shorter), 65535);
+}
+
 TEST(Division, RefusesWhatIsNoDivisor) {
   Scene<float> floats(5, 5);
   Scene<unsigned char> bytes(5, 5);
@@ -122,7 +131,7 @@ constexpr bool dividesNot = !(qcPelQuotient<S, D> || ...);
 static_assert(divides<qc3PlanePel, qc3PlanePel>);
 static_assert(dividesNot<unsigned char, signed char, unsigned short> && dividesNot<unsigned short, signed char, short>);
 static_assert(dividesNot<unsigned long, signed char, short, long> && dividesNot<long, unsigned long, qcPair<long>>);
-static_assert(dividesNot<float, double, unsigned char> && dividesNot<qcPackedRGB32Pel, unsigned char, qc3PlanePel>);
+static_assert(dividesNot<float, long, unsigned char> && dividesNot<qcPackedRGB32Pel, unsigned char, qc3PlanePel>);
 
 template <class A, class B, class D>
 struct Series {
@@ -199,9 +208,11 @@ TEST(Deviation, NeedsTwoImages) {
   }
   EXPECT_FALSE(to.isBound());
   sums.put(0, 0, std::nan(""));
+  sums.put(1, 0, 1e200);  // less than no variance, without end
   qcPelBuffer<unsigned char> bytes;
   qfPelStandardDeviation(sums, sums, 2, bytes);
   EXPECT_EQ(bytes.get(0, 0), 255);
+  EXPECT_EQ(bytes.get(1, 0), 0);
 }
 
 template <class Types>
@@ -288,6 +299,18 @@ TEST(Map, ColoursByComponents) {
   qfPelSet(grey, 1);
   const std::vector<qc3PlanePel> colours{{1, 2, 3}, {4, 5, 6}};
   EXPECT_EQ(qfPelMap(grey, colours).get(0, 0), qc3PlanePel(4, 5, 6));
+
+  for (int own = 0; own < 3; ++own) {  // the source is a plane of the destination
+    qfPelSet(planes, {1, 1, 1});
+    qcPelBuffer<unsigned char> plane = planes.planeBuffer(own);
+    qfPelMap(plane, colours, planes);
+    EXPECT_EQ(planes.get(1, 0), qc3PlanePel(4, 5, 6));
+    qcPelBuffer<qc3PlanePel> image(3, 1), right(image);
+    qfPelClear(image);
+    right.subWindow(1, 0, 2, 1);
+    right.offset(0, 0);
+    EXPECT_THROW(qfPelMap(image.planeBuffer(own), colours, right), qcPelFunc::Overlap);
+  }
 }
 
 TEST(Map, EmptyTablesAndEntriesThatDoNotFit) {
@@ -300,6 +323,7 @@ TEST(Map, EmptyTablesAndEntriesThatDoNotFit) {
   EXPECT_THROW(qfPelMap(image, empty, isBeyond), qcPelFunc::Range);
   EXPECT_FALSE(isBeyond);
   EXPECT_EQ(qfPelMap(none, empty, isBeyond).width(), 0);
+  EXPECT_EQ(qfPelMap(none, std::vector<unsigned char>()).width(), 0);
   if (sizeof(long) > 4) {
     EXPECT_THROW(qfPelMap(image, std::vector<long>{0, std::numeric_limits<long>::max()}), qcPelFunc::Range);
   }

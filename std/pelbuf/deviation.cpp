@@ -29,11 +29,12 @@ struct Deviation {
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, const A* sums, const B* squares, D* to,
                                          std::ptrdiff_t count) const {
-    const double n = images, divisor = n * (n - 1);
+    const double n = images, divisor = n * (n - 1), finite = least;
     VNXSTD_INDEPENDENT
     for (std::ptrdiff_t i = 0; i < count; ++i) {
       const double sum = number(sums[i]);
-      const double variance = (n * number(squares[i]) - sum * sum) / divisor;
+      double variance = (n * number(squares[i]) - sum * sum) / divisor;
+      if constexpr (std::is_floating_point_v<A>) variance = variance < finite ? finite : variance;
       // The positive part without a choice: the compiler would make a branch of it, to save the root.
       const double root = std::sqrt(0.5 * variance + 0.5 * std::fabs(variance));
       if constexpr (std::is_floating_point_v<D>) {
@@ -49,6 +50,8 @@ struct Deviation {
   }
 
   double images;
+  /// What infinite squares of sums leave; a variable, lest the compiler see that this gives 0, and branch.
+  double least = std::numeric_limits<double>::lowest();
 };
 
 }  // namespace
