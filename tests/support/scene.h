@@ -25,10 +25,14 @@ inline std::mt19937 random_(20240611);
 
 inline long below(long n) { return static_cast<long>(random_() % static_cast<unsigned long>(n)); }
 
-/// One in `rarity` floating numbers is among the first `kinds` special ones.
+/// One in `rarity` floating numbers is among the first `kinds` special ones; one in eight integers is an end of the
+/// range or next to one or to 0.
 template <class E>
 E randomNumber(long rarity, long kinds) {
-  if constexpr (!std::is_floating_point_v<E>) return static_cast<E>(random_());
+  if constexpr (!std::is_floating_point_v<E>) {
+    constexpr E ends[] = {0, std::numeric_limits<E>::min(), std::numeric_limits<E>::max()};
+    return static_cast<E>(below(8) == 0 ? static_cast<unsigned long>(ends[below(3)]) + random_() % 3 - 1 : random_());
+  }
   using Limits = std::numeric_limits<double>;
   constexpr double special[] = {Limits::quiet_NaN(), -0.0, 0.0, Limits::infinity(), -Limits::infinity()};
   return static_cast<E>(below(rarity) == 0 ? special[below(kinds)] : static_cast<double>(below(2001) - 1000) / 8);
