@@ -73,12 +73,7 @@ int main(int argc, char** argv) {
       [&] { compare::keep(cv::imread(colourFile, cv::IMREAD_COLOR)); });
   const cv::Mat image = cv::imread(greyFile, cv::IMREAD_GRAYSCALE);
   session.run(
-      "write 8 bit from a pel buffer", 0.85,
-      [&] {
-        qcDIB written;
-        written.init(grey);
-        written.write(greyPath);
-      },
+      "write 8 bit from a pel buffer", 0.85, [&] { qcDIB::writePelBuffer(greyPath, grey); },
       [&] { cv::imwrite(theirFile, image); });
   for (const std::string& file : {greyFile, colourFile, theirFile}) std::remove(file.c_str());
 #else

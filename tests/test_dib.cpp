@@ -185,6 +185,38 @@ TEST(Bitmaps, BuffersComeBackFromFileAndClipboard) {
   roundTrip<qcPackedRGB32Pel>(32);
 }
 
+// Sizes of one row, of one piece and of several.
+template <class T>
+void writesTheSameInPieces() {
+  const std::filesystem::path path = std::filesystem::temp_directory_path() / "vnxstd_test_pieces.bmp";
+  std::mt19937 random(12);
+  for (const auto& [width, height] : {std::pair(5L, 1L), std::pair(301L, 200L), std::pair(1001L, 650L)}) {
+    qcPelBuffer<T> buffer(qcPelRect(9, -3, width + 2, height));
+    std::generate_n(reinterpret_cast<unsigned char*>(buffer.rep()->pels()),
+                    static_cast<std::size_t>(height * buffer.rep()->rowUpdate()) * sizeof(qcStoredPel<T>),
+                    std::ref(random));
+    buffer.window(10, -3, width, height, false);
+    qcDIB dib;
+    dib.init(buffer);
+    std::ostringstream whole, pieces;
+    dib.write(whole);
+    qcDIB::writePelBuffer(path.wstring(), buffer);
+    pieces << std::ifstream(path, std::ios::binary).rdbuf();
+    EXPECT_TRUE(pieces.str() == whole.str()) << width << " x " << height;
+    buffer.subWindow(0, 0, 0, 1);
+    EXPECT_THROW(qcDIB::writePelBuffer(path.wstring(), buffer), qcDIB::NoDibData);
+    EXPECT_THROW(qcDIB::writePelBuffer(path.wstring(), qcPelBuffer<T>()), qcPel::UnboundWindow);
+    EXPECT_EQ(std::filesystem::file_size(path), whole.str().size());
+  }
+  std::filesystem::remove(path);
+}
+
+TEST(Bitmaps, WriteTheSameInPieces) {
+  writesTheSameInPieces<unsigned char>();
+  writesTheSameInPieces<qcPackedRGB16Pel>();
+  writesTheSameInPieces<qcPackedRGB32Pel>();
+}
+
 TEST(Bitmaps, WrittenBytes) {
   qcPelBuffer<qcPackedRGB32Pel> buffer(1, 2);
   buffer.put(0, 0, qcPackedRGB32Pel(1, 2, 3, 4));

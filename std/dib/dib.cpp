@@ -19,8 +19,8 @@ namespace {
 const qc_ErrorRegistration<qcDIB::Errors, qcDIB::BadFormat, qcDIB::ReadError, qcDIB::WriteError, qcDIB::NoDibData>
     registered;
 
-// Rows are read in pieces that stay in the second-level cache between the read and the conversion.
-constexpr std::size_t kPieceBytes = 256 * 1024;
+// Rows are read and written in pieces that stay in the second-level cache between conversion and file.
+constexpr std::ptrdiff_t kPieceBytes = 256 * 1024;
 
 /// A stream over bytes in memory.
 class MemoryBuffer : public std::streambuf {
@@ -76,12 +76,28 @@ void storeRow(const qcPackedRGB16Pel* pels, unsigned char* row, std::ptrdiff_t w
   }
 }
 void storeRow(const qcPackedRGB32Pel* pels, unsigned char* row, std::ptrdiff_t width) {
-  for (std::ptrdiff_t x = 0; x < width; ++x) {
-    row[4 * x] = pels[x].b();
-    row[4 * x + 1] = pels[x].g();
-    row[4 * x + 2] = pels[x].r();
-    row[4 * x + 3] = pels[x].a();
+  static_assert(sizeof(qcPackedRGB32Pel) == 4);  // blue, green, red, alpha, as the file has them
+  std::memcpy(row, pels, static_cast<std::size_t>(width) * 4);
+}
+
+template <class T>
+constexpr std::uint16_t kBits = std::is_same_v<T, unsigned char>      ? 8
+                                : std::is_same_v<T, qcPackedRGB16Pel> ? 24
+                                                                      : 32;
+
+/// The stored form of a window's rows from row `last` - 1 upwards, as many as `last` or `most` allow; returns their
+/// number.
+template <class T>
+std::ptrdiff_t storeRows(const qcPelBuffer_const<T>& buffer, std::ptrdiff_t rowBytes, std::ptrdiff_t last,
+                         unsigned char* to, std::ptrdiff_t most = std::numeric_limits<std::ptrdiff_t>::max()) {
+  const std::ptrdiff_t width = buffer.width(), pelBytes = width * (kBits<T> / 8), pitch = buffer.rowUpdate();
+  const std::ptrdiff_t count = std::min(last, most);
+  const qcStoredPel<T>* pels = buffer.pointToOffset() + (last - 1) * pitch;
+  for (std::ptrdiff_t i = 0; i < count; ++i, pels -= pitch, to += rowBytes) {
+    storeRow(pels, to, width);
+    std::fill(to + pelBytes, to + rowBytes, static_cast<unsigned char>(0));
   }
+  return count;
 }
 
 }  // namespace
@@ -168,7 +184,7 @@ qcPelBuffer<unsigned char> qcDIB::read(const std::wstring& path, qcPelRootPool* 
   unsigned char* const pels = buffer.pointToOffset();
   const std::ptrdiff_t pitch = buffer.rowUpdate();
   const auto rowBytes = static_cast<std::size_t>(format.rowBytes);
-  const std::ptrdiff_t rowsPerPiece = static_cast<std::ptrdiff_t>(std::max<std::size_t>(kPieceBytes / rowBytes, 1));
+  const std::ptrdiff_t rowsPerPiece = std::max<std::ptrdiff_t>(kPieceBytes / format.rowBytes, 1);
   const auto piece = std::make_unique_for_overwrite<unsigned char[]>(
       rowBytes * static_cast<std::size_t>(std::min<std::ptrdiff_t>(rowsPerPiece, format.height)));
   qc_DIBRows(format).with<unsigned char>([&](auto convert) {
@@ -190,41 +206,41 @@ qcPelBuffer<unsigned char> qcDIB::read(const std::wstring& path, qcPelRootPool* 
 // ---- from pixel buffers
 
 template <class T>
-void qcDIB::initFrom(const qcPelBuffer_const<T>& buffer, std::uint16_t bitCount) {
+void qcDIB::describe(const qcPelBuffer_const<T>& buffer) {
   if (!buffer.isBound()) throw qcPel::UnboundWindow();
   if (buffer.width() == 0 || buffer.height() == 0) throw NoDibData();
   Format format;
   format.width = static_cast<std::int32_t>(buffer.width());
   format.height = static_cast<std::int32_t>(buffer.height());
-  format.bitCount = bitCount;
+  format.bitCount = kBits<T>;
   format.layOutRows();
-  if (bitCount == 32) format.masks = {0xFF0000, 0xFF00, 0xFF, 0xFF000000};
-  if (bitCount == 8) {
+  if (format.bitCount == 32) format.masks = {0xFF0000, 0xFF00, 0xFF, 0xFF000000};
+  if (format.bitCount == 8) {
     for (unsigned i = 0; i < 256; ++i) {
       const auto grey = static_cast<unsigned char>(i);
       format.colours.push_back({grey, grey, grey});
     }
   }
-  const auto rowBytes = static_cast<std::size_t>(format.rowBytes);
-  const std::size_t pelBytes = static_cast<std::size_t>(format.width) * (bitCount / 8U);
-  std::shared_ptr<unsigned char[]> pixels = newRows(format.imageBytes());
-  const qcStoredPel<T>* const pels = buffer.pointToOffset();
-  const std::ptrdiff_t pitch = buffer.rowUpdate();
-  for (std::ptrdiff_t y = 0; y < format.height; ++y) {
-    unsigned char* const row = pixels.get() + static_cast<std::size_t>(format.height - 1 - y) * rowBytes;
-    storeRow(pels + y * pitch, row, format.width);
-    std::fill(row + pelBytes, row + rowBytes, static_cast<unsigned char>(0));
-  }
   const auto offset = buffer.offset();
   placement_.xOffset = static_cast<std::int32_t>(offset.x());
   placement_.yOffset = static_cast<std::int32_t>(offset.y());
   format_ = std::move(format);
-  pixels_ = std::move(pixels);
 }
 
-void qcDIB::init(const qcPelBuffer_const<unsigned char>& buffer) { initFrom(buffer, 8); }
-void qcDIB::init(const qcPelBuffer_const<qcPackedRGB16Pel>& buffer) { initFrom(buffer, 24); }
-void qcDIB::init(const qcPelBuffer_const<qcPackedRGB32Pel>& buffer) { initFrom(buffer, 32); }
+template <class T>
+void qcDIB::initFrom(const qcPelBuffer_const<T>& buffer) {
+  qcDIB made;
+  made.placement_ = placement_;
+  made.describe(buffer);
+  std::shared_ptr<unsigned char[]> pixels = newRows(made.format_.imageBytes());
+  storeRows(buffer, made.format_.rowBytes, buffer.height(), pixels.get());
+  made.pixels_ = std::move(pixels);
+  swap(made);
+}
+
+void qcDIB::init(const qcPelBuffer_const<unsigned char>& buffer) { initFrom(buffer); }
+void qcDIB::init(const qcPelBuffer_const<qcPackedRGB16Pel>& buffer) { initFrom(buffer); }
+void qcDIB::init(const qcPelBuffer_const<qcPackedRGB32Pel>& buffer) { initFrom(buffer); }
 
 // ---- writing
 
@@ -269,30 +285,89 @@ void qcDIB::write(unsigned char* destination, int fileHeader) const {
   std::copy(tail.begin(), tail.end(), destination);
 }
 
+namespace {
+
+/// Writes bytes to a stream and reports what goes wrong as the bitmap's error.
+class Writer {
+ public:
+  explicit Writer(std::ostream& stream) : stream_(stream) {}
+
+  void put(const unsigned char* bytes, std::size_t count) {
+    checked([&] { stream_.write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(count)); });
+  }
+  void flush() {
+    checked([&] { stream_.flush(); });
+  }
+
+ private:
+  template <class Work>
+  void checked(Work work) {
+    try {
+      work();
+    } catch (const std::ios_base::failure&) {
+      throw qcDIB::WriteError(L"Write failed");
+    }
+    if (!stream_) throw qcDIB::WriteError(L"Write failed");
+  }
+
+  std::ostream& stream_;
+};
+
+template <class Write>
+void writeFile(const std::wstring& path, Write write) {
+  std::ofstream stream;
+  if (!openFile(stream, path, std::ios_base::out | std::ios_base::trunc)) throw qcDIB::WriteError(L"Open file failed");
+  write(stream);
+  stream.close();
+  if (!stream) throw qcDIB::WriteError(L"Write failed");
+}
+
+}  // namespace
+
 void qcDIB::write(std::ostream& stream) const {
   checkData();
-  const auto put = [&stream](const unsigned char* bytes, std::size_t count) {
-    stream.write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(count));
-  };
+  Writer to(stream);
   const std::vector<unsigned char> head = headers(true), tail = trailer();
-  try {
-    put(head.data(), head.size());
-    put(pixels_.get(), format_.imageBytes());
-    put(tail.data(), tail.size());
-    stream.flush();
-  } catch (const std::ios_base::failure&) {
-    throw WriteError(L"Write failed");
-  }
-  if (!stream) throw WriteError(L"Write failed");
+  to.put(head.data(), head.size());
+  to.put(pixels_.get(), format_.imageBytes());
+  to.put(tail.data(), tail.size());
+  to.flush();
 }
 
 void qcDIB::write(const std::wstring& path) const {
   checkData();
-  std::ofstream stream;
-  if (!openFile(stream, path, std::ios_base::out | std::ios_base::trunc)) throw WriteError(L"Open file failed");
-  write(stream);
-  stream.close();
-  if (!stream) throw WriteError(L"Write failed");
+  writeFile(path, [this](std::ostream& stream) { write(stream); });
+}
+
+template <class T>
+void qcDIB::writeWindow(const std::wstring& path, const qcPelBuffer_const<T>& buffer) {
+  qcDIB bitmap;
+  bitmap.describe(buffer);
+  const std::ptrdiff_t rowBytes = bitmap.format_.rowBytes;
+  const std::ptrdiff_t most = std::clamp<std::ptrdiff_t>(kPieceBytes / rowBytes, 1, buffer.height());
+  const auto piece = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(most * rowBytes));
+  const std::vector<unsigned char> head = bitmap.headers(true), tail = bitmap.trailer();
+  writeFile(path, [&](std::ostream& stream) {
+    Writer to(stream);
+    to.put(head.data(), head.size());
+    for (std::ptrdiff_t left = buffer.height(); left > 0;) {
+      const std::ptrdiff_t rows = storeRows(buffer, rowBytes, left, piece.get(), most);
+      to.put(piece.get(), static_cast<std::size_t>(rows * rowBytes));
+      left -= rows;
+    }
+    to.put(tail.data(), tail.size());
+    to.flush();
+  });
+}
+
+void qcDIB::writePelBuffer(const std::wstring& path, const qcPelBuffer_const<unsigned char>& buffer) {
+  writeWindow(path, buffer);
+}
+void qcDIB::writePelBuffer(const std::wstring& path, const qcPelBuffer_const<qcPackedRGB16Pel>& buffer) {
+  writeWindow(path, buffer);
+}
+void qcDIB::writePelBuffer(const std::wstring& path, const qcPelBuffer_const<qcPackedRGB32Pel>& buffer) {
+  writeWindow(path, buffer);
 }
 
 std::size_t qcDIB::clipboardDibSize() const {

@@ -70,6 +70,10 @@ class qc_DIBRows {
       return;
     }
     if (format_.bitCount == 24) {
+      if constexpr (std::is_same_v<T, qcPackedRGB32Pel> && std::endian::native == std::endian::little) {
+        use([width](const unsigned char* row, Pel* pels) { widen24(row, pels, width); });
+        return;
+      }
       use([width](const unsigned char* row, Pel* pels) {
         for (std::ptrdiff_t x = 0; x < width; ++x) pels[x] = pel<T>(row[3 * x + 2], row[3 * x + 1], row[3 * x], 255);
       });
@@ -107,6 +111,20 @@ class qc_DIBRows {
     for (unsigned i = 0; i < 256; ++i)
       if (table[i] != i) return false;
     return true;
+  }
+
+  // Four pels at a time as three words of the file; one by one takes three times as long.
+  static void widen24(const unsigned char* row, qcPackedRGB32Pel* pels, std::ptrdiff_t width) {
+    constexpr std::uint32_t kAlpha = 0xFF000000;
+    std::ptrdiff_t x = 0;
+    for (; x + 4 <= width; x += 4) {
+      std::uint32_t w[3];
+      std::memcpy(w, row + 3 * x, sizeof w);
+      const std::uint32_t four[4] = {w[0] | kAlpha, w[0] >> 24 | w[1] << 8 | kAlpha, w[1] >> 16 | w[2] << 16 | kAlpha,
+                                     w[2] >> 8 | kAlpha};
+      std::memcpy(pels + x, four, sizeof four);
+    }
+    for (; x < width; ++x) pels[x] = pel<qcPackedRGB32Pel>(row[3 * x + 2], row[3 * x + 1], row[3 * x], 255);
   }
 
   bool isPlain32() const { return format_.masks == std::array<std::uint32_t, 4>{0xFF0000, 0xFF00, 0xFF, 0xFF000000}; }

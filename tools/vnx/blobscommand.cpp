@@ -80,9 +80,7 @@ bool BlobsCommand::run() const {
   }
   print(blobs, wanted.isDark);
   if (!overlay_.empty()) {
-    qcDIB bitmap;
-    bitmap.init(drawBlobs(image, blobs));
-    onFile(overlay_, [&](const std::wstring& path) { bitmap.write(path); });
+    onFile(overlay_, [&](const std::wstring& path) { qcDIB::writePelBuffer(path, drawBlobs(image, blobs)); });
   }
   return true;
 }

@@ -70,9 +70,7 @@ double errorOf(const Part& part, const Job& job, const qcShape& shape) {
 
 bool runDemo(std::ostream& out) {
   const Part part;
-  qcDIB bitmap;
-  bitmap.init(drawPart(part, kWidth, kHeight));
-  onFile(kImage, [&](const std::wstring& path) { bitmap.write(path); });
+  onFile(kImage, [&](const std::wstring& path) { qcDIB::writePelBuffer(path, drawPart(part, kWidth, kHeight)); });
   const auto image =
       onFile(kImage, [](const std::wstring& path) { return qcDIB::readPelBuffer(path, *qfDefaultPelRootPool()); });
 
@@ -94,8 +92,7 @@ bool runDemo(std::ostream& out) {
     saveMeasurement(archive, *result.measurement);
     // What is printed and drawn is what the archive gives back.
     const qcPtrHandle<vnxMeasurement> loaded = loadMeasurement(archive);
-    bitmap.init(drawOverlay(*loaded, result.scans));
-    onFile(overlay, [&](const std::wstring& path) { bitmap.write(path); });
+    onFile(overlay, [&](const std::wstring& path) { qcDIB::writePelBuffer(path, drawOverlay(*loaded, result.scans)); });
     const double error = errorOf(part, job, *loaded->shape);
     good = good && error <= kTolerance;
     std::snprintf(text, sizeof text, "%-7s %-58s %6ld %8.4f %9.4f %8.3f\n", job.name, loaded->shapeText().c_str(),

@@ -112,10 +112,9 @@ bool GaugeCommand::run() const {
   }
   print(*result.measurement, ms);
   if (!save_.empty()) saveMeasurement(save_, *result.measurement);
-  if (!overlay_.empty()) {
-    qcDIB bitmap;
-    bitmap.init(drawOverlay(*result.measurement, result.scans));
-    onFile(overlay_, [&](const std::wstring& path) { bitmap.write(path); });
-  }
+  if (!overlay_.empty())
+    onFile(overlay_, [&](const std::wstring& path) {
+      qcDIB::writePelBuffer(path, drawOverlay(*result.measurement, result.scans));
+    });
   return true;
 }

@@ -122,6 +122,12 @@ class VNXSTD_EXPORT qcDIB {
   /// Throws WriteError "Open file failed" or "Write failed".
   void write(const std::wstring& path) const;
 
+  /// The same as init(buffer) and write(path) in pieces, without a second copy of the pels; depth is 0. Throws what
+  /// both throw, before the file is opened where the buffer is at fault.
+  static void writePelBuffer(const std::wstring& path, const qcPelBuffer_const<unsigned char>& buffer);
+  static void writePelBuffer(const std::wstring& path, const qcPelBuffer_const<qcPackedRGB16Pel>& buffer);
+  static void writePelBuffer(const std::wstring& path, const qcPelBuffer_const<qcPackedRGB32Pel>& buffer);
+
   /// The number of bytes of the clipboard form, trailer included.
   std::size_t clipboardDibSize() const;
   /// Writes the clipboard form, clipboardDibSize() bytes.
@@ -200,8 +206,13 @@ class VNXSTD_EXPORT qcDIB {
   }
   template <class T>
   qcPelBuffer<T> converted() const;
+  /// Sets everything but the pixels.
   template <class T>
-  void initFrom(const qcPelBuffer_const<T>& buffer, std::uint16_t bitCount);
+  void describe(const qcPelBuffer_const<T>& buffer);
+  template <class T>
+  void initFrom(const qcPelBuffer_const<T>& buffer);
+  template <class T>
+  static void writeWindow(const std::wstring& path, const qcPelBuffer_const<T>& buffer);
 
   std::shared_ptr<const unsigned char[]> pixels_;
   Format format_;
