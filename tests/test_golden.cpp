@@ -281,7 +281,7 @@ TEST(Golden, WorkedExamplesOfThePagesAreWhatIsWritten) {
 }
 
 // Two threads may store one object at once: storing only reads it. For the thread sanitizer to see.
-TEST(Golden, StoringOnlyReads) {
+TEST(Golden, StoringFromTwoThreadsOnlyReads) {
   for (const Case& c : cases()) {
     qcMemoryArchive here(qcArchive::bigEndian, false), there(qcArchive::bigEndian, false);
     std::thread other([&] { c.store(there); });

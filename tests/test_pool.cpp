@@ -285,7 +285,7 @@ TEST(Pool, RootsOutliveThePool) {
   EXPECT_EQ(image.get(999, 999), 5);
 }
 
-TEST(Pool, RootsComeBackWhileThePoolGoes) {
+TEST(Pool, RootsComeBackFromThreadsWhileThePoolGoes) {
   auto pool = std::make_unique<qcDefaultPelRootPool>(0);
   std::vector<Grey> images(1000);
   for (Grey& image : images) image = pool->tryGet<unsigned char>(0, 1);
@@ -339,7 +339,7 @@ void untilWaiting(const qcPelRootPool& pool, long count) {
   while (pool.waiters() != count) std::this_thread::yield();
 }
 
-TEST(PoolWait, FirstComeFirstServed) {
+TEST(WaitingThreads, FirstComeFirstServed) {
   qcBasicPelRootPool pool(80, 8);
   Grey large = pool.tryGet<unsigned char>(40, 1), other = pool.tryGet<unsigned char>(32, 1);
   std::mutex mutex;
@@ -381,7 +381,7 @@ void expectPassedOn(qcBasicPelRootPool& pool, const std::function<void(qcBasicPe
   EXPECT_TRUE(served);
 }
 
-TEST(PoolWait, WhoeverLeavesPassesTheTurnOn) {
+TEST(WaitingThreads, WhoeverLeavesPassesTheTurnOn) {
   qcBasicPelRootPool pool(80, 8);
   bool cancel = false;
   expectPassedOn(
@@ -400,7 +400,7 @@ TEST(PoolWait, WhoeverLeavesPassesTheTurnOn) {
                  {});
 }
 
-TEST(PoolWait, EndsWhenThePoolGoes) {
+TEST(WaitingThreads, EndsWhenThePoolGoes) {
   auto pool = std::make_unique<qcBasicPelRootPool>(80, 8);
   const Grey out = pool->tryGet<unsigned char>(40, 1);
   std::vector<std::jthread> threads;
@@ -411,7 +411,7 @@ TEST(PoolWait, EndsWhenThePoolGoes) {
   pool.reset();
 }
 
-TEST(PoolWait, EightThreadsAtOnce) {
+TEST(WaitingThreads, EightThreadsAtOnce) {
   constexpr int kThreads = 8, kRounds = 1000;
   qcBasicPelRootPool pool(64 * 40, 64);
   std::mutex mutex;

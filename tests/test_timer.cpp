@@ -99,7 +99,7 @@ TEST(Timers, AgreeOnSeconds) {
 
 // --- waiting --------------------------------------------------------------------------------------------------------
 
-TEST(Semaphore, GivesEachUnitOnce) {
+TEST(Semaphore, GivesEachUnitToOneThread) {
   constexpr long kThreads = 4, kUnits = 500;
   qcSemaphore semaphore(kUnits);
   qcMutex mutex;
