@@ -474,6 +474,23 @@ TEST(Inverse, SaysWhereThereIsNone) {
   }
 }
 
+TEST(Inverse, FindsThePointsAtZeroOfLargeFrames) {
+  // A stage of 100 millimetres in nanometres and the 4000 pixels that see it, both with their zero in a corner.
+  Points stage, pixels;
+  for (int i = 0; i < 81; ++i) {
+    const Point p(i % 9 / 8. - 0.5, i / 9 / 8. - 0.5);
+    stage.push_back((p + Point(0.5, 0.5)) * 1e8);
+    pixels.push_back(p * (4000 - 400 * p.len() * p.len()) + Point(1900, 1900));
+  }
+  const Poly poly(stage, pixels, 3);
+  const Deform deform(stage, pixels);
+  Source source;
+  for (const Point& p : source.points(500, 10)) {
+    EXPECT_LT((poly.invMapPoint(poly * p)).distance(p), 1e-6);
+    EXPECT_LT((deform.invMapPoint(deform * p)).distance(p), 1e-6);
+  }
+}
+
 // One of each class, whose inverse is within reach over 100 pixels around the origin.
 std::vector<Handle> family(Source& source) {
   std::vector<Handle> all;

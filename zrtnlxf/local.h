@@ -44,6 +44,10 @@ Status invert(const Evaluate& evaluate, const qmath_vect& image, const qmath_vec
     qmath_vect at, step;  // the step leads to where the affine approximation has the image
     double error, floor;  // the distance to the image, and how far rounding errors reach
   };
+  // What is small beside the terms it is summed from has their rounding errors: the terms are about as large as the
+  // coordinates of the centre and of its image.
+  const double places = std::fabs(centre.x) + std::fabs(centre.y);
+  double values = std::fabs(image.x) + std::fabs(image.y);
   const auto look = [&](const qmath_vect& at, State& state) {
     qmath_vect f;
     qmath_matrix j;
@@ -51,12 +55,13 @@ Status invert(const Evaluate& evaluate, const qmath_vect& image, const qmath_vec
     const double dx = image.x - f.x, dy = image.y - f.y, determinant = j.a00 * j.a11 - j.a01 * j.a10;
     const double size = std::fabs(j.a00) + std::fabs(j.a01) + std::fabs(j.a10) + std::fabs(j.a11);
     const qmath_vect step{(j.a11 * dx - j.a01 * dy) / determinant, (j.a00 * dy - j.a10 * dx) / determinant};
-    const double reach = size / std::fabs(determinant) * (std::fabs(image.x) + std::fabs(image.y));
-    state = {at, step, std::hypot(dx, dy), kRounding * (std::fabs(at.x) + std::fabs(at.y) + reach)};
+    const double reach = size / std::fabs(determinant) * values;
+    state = {at, step, std::hypot(dx, dy), kRounding * (places + std::fabs(at.x) + std::fabs(at.y) + reach)};
     return std::isfinite(step.x) && std::isfinite(step.y) && std::isfinite(state.error);
   };
   State state{};
   if (!look(centre, state)) return notConverged;
+  values += 2 * state.error;
   State next{};
   for (int i = 0; i < kMaxSteps; ++i) {
     const double length = std::hypot(state.step.x, state.step.y);
