@@ -167,6 +167,15 @@ TEST(Perspective, KnowsWhereItEnds) {
     EXPECT_THROW(xform.mapPoints(many.data(), many.data(), many.size()), NumericalError);
   }
   EXPECT_FALSE(xform.isLinear() || xform.isSingular());
+  // An infinite denominator is no image at 0: the one of an element, and one that overflows on the way to 1e-5.
+  const Perspective infinite(qcMatrix<3>(1, 0, 0, 0, 1, 0, 0, 0, INFINITY));
+  const Perspective steep(qcMatrix<3>(1e5, 0, 0, 0, 1, 0, 1e10, 0, 1));
+  for (const auto& [far, p] : {std::pair{&infinite, Point(3, 5)}, {&steep, Point(1e300, 5)}}) {
+    Points many(5, p);
+    EXPECT_THROW(*far * p, NumericalError);
+    EXPECT_THROW(far->mapPoints(many.data(), many.data(), many.size()), NumericalError);
+    EXPECT_THROW(far->linearXform(p), NumericalError);
+  }
 
   const Perspective scale(qcMatrix<3>(6, 3, 9, 0, 3, 6, 0, 0, 3));
   EXPECT_TRUE(scale.isLinear() && scale.linearXform(Point(kNaN, kMax)) == Linear(qcMatrix<2>(2, 1, 0, 1), Point(3, 2)));

@@ -95,9 +95,11 @@ Elements scaled(const Elements& h, int& exponent) {
 }
 
 // The image of a point, or of a vector of points. One division serves both coordinates: it costs as much as all else.
+// A denominator that is infinite must not pass for one that makes the image 0, hence `w`.
 template <class V>
-[[gnu::always_inline]] inline void mapOne(const Elements& h, V& x, V& y) {
-  const V r = 1.0 / (h[6] * x + h[7] * y + h[8]);
+[[gnu::always_inline]] inline void mapOne(const Elements& h, V& x, V& y, V& w) {
+  w = h[6] * x + h[7] * y + h[8];
+  const V r = 1.0 / w;
   const V u = (h[0] * x + h[1] * y + h[2]) * r;
   y = (h[3] * x + h[4] * y + h[5]) * r;
   x = u;
@@ -112,12 +114,12 @@ template <class V>
   std::size_t i = 0;
   for (; i + kLine <= 2 * count; i += kLine) {
     for (std::size_t k = i; k < i + kLine; k += 2 * zrtnlxf::kLanes<V>) {
-      V x, y;
+      V x, y, w;
       zrtnlxf::load(x, in + k);
       zrtnlxf::load(y, in + k + zrtnlxf::kLanes<V>);
       zrtnlxf::exchange(x, y);
-      mapOne(h, x, y);
-      zeros += x * 0.0 + y * 0.0;
+      mapOne(h, x, y, w);
+      zeros += x * 0.0 + y * 0.0 + w * 0.0;
       zrtnlxf::exchange(x, y);
       zrtnlxf::store(out + k, x);
       zrtnlxf::store(out + k + zrtnlxf::kLanes<V>, y);
@@ -125,11 +127,11 @@ template <class V>
   }
   double rest = 0;
   for (; i < 2 * count; i += 2) {
-    double x = in[i], y = in[i + 1];
-    mapOne(h, x, y);
+    double x = in[i], y = in[i + 1], w;
+    mapOne(h, x, y, w);
     out[i] = x;
     out[i + 1] = y;
-    rest += x * 0.0 + y * 0.0;
+    rest += x * 0.0 + y * 0.0 + w * 0.0;
   }
   return zrtnlxf::isFinite(zeros) && rest == 0;
 }
@@ -235,9 +237,9 @@ Status qmath_xformPerspective_getMatrix(const qmath_xformPerspective* state, dou
 Status qmath_xformPerspective_mapPoint(const qmath_xformPerspective* state, const qmath_vect* point,
                                        qmath_vect* image) noexcept {
   if (!state || !point || !image) return zrtnlxf::badArgument;
-  double x = point->x, y = point->y;
-  mapOne(state->h, x, y);
-  if (!std::isfinite(x) || !std::isfinite(y)) return zrtnlxf::atInfinity;
+  double x = point->x, y = point->y, w;
+  mapOne(state->h, x, y, w);
+  if (!std::isfinite(x) || !std::isfinite(y) || !std::isfinite(w)) return zrtnlxf::atInfinity;
   *image = {x, y};
   return zrtnlxf::ok;
 }
@@ -268,8 +270,9 @@ Status qmath_xformPerspective_getLinearXform(const qmath_xformPerspective* state
   if (!state || !point || !linear) return zrtnlxf::badArgument;
   const auto evaluate = [&h = state->h](const qmath_vect& p, qmath_vect& f, qmath_matrix& m) {
     f = p;
-    mapOne(h, f.x, f.y);
-    const double w = h[6] * p.x + h[7] * p.y + h[8];
+    double w;
+    mapOne(h, f.x, f.y, w);
+    if (!std::isfinite(w)) return zrtnlxf::atInfinity;
     m = {(h[0] - f.x * h[6]) / w, (h[1] - f.x * h[7]) / w, (h[3] - f.y * h[6]) / w, (h[4] - f.y * h[7]) / w};
     return zrtnlxf::ok;
   };

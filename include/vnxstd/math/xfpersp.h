@@ -37,9 +37,9 @@ class VNXSTD_EXPORT qc2XformPerspectiveDefs {
 /// The projective map (x, y) -> (u / w, v / w) with (u, v, w) = H (x, y, 1), H a matrix of 3 x 3 numbers of which a
 /// common factor does not matter.
 ///
-/// Points on the line w = 0 have no image, and those beside it may have one beyond the range of double: mapping them,
-/// and expanding there, throws qc2XformPerspectiveDefs::NumericalError. So does every query of a matrix that has
-/// elements that are not finite. Objects that are not changed may be used by several threads.
+/// Points on the line w = 0 have no image, and of others u, v, w or the image may lie beyond the range of double:
+/// mapping them, and expanding there, throws qc2XformPerspectiveDefs::NumericalError. So it does for every point when
+/// elements of the matrix are not finite. Objects that are not changed may be used by several threads.
 class VNXSTD_EXPORT qc2XformPerspective : public qc2XformBase {
  public:
   /// The identity. Constructors throw std::bad_alloc when there is no memory.
