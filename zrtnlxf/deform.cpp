@@ -21,7 +21,7 @@ struct qmath_xformDeform {
   double unit = 1;
   std::array<double, 6> affine{0, 1, 0, 0, 0, 1};
   Numbers from, to, weights;  // points
-  Numbers nodes;              // the sources as (u, v)
+  Numbers nodes;              // the sources as (u, v), none when all weights are 0
 };
 
 namespace {
@@ -39,6 +39,11 @@ void enter(qmath_xformDeform& state) {
     state.nodes[i] = (state.from[i] - state.origin.x) / state.unit;
     state.nodes[i + 1] = (state.from[i + 1] - state.origin.y) / state.unit;
   }
+}
+
+// What does not bend maps points however far away, where kernels are no numbers.
+void forgetIdleNodes(qmath_xformDeform& state) {
+  if (std::ranges::all_of(state.weights, [](double weight) { return weight == 0; })) state.nodes.clear();
 }
 
 // The logarithm of r^2, for r^2 too small for the kernel to matter the finite one of some other number.
@@ -323,6 +328,7 @@ Status determine(qmath_xformDeform& state) {
     reflections.applyTransposed(y.data());
     for (std::size_t i = 0; i < count; ++i) state.weights[2 * i + side] = y[i];
   }
+  forgetIdleNodes(state);
   const bool isFinite =
       zrtnlxf::areFinite(state.affine.data(), 6) && zrtnlxf::areFinite(state.weights.data(), state.weights.size());
   return isFinite ? zrtnlxf::ok : zrtnlxf::degenerate;
@@ -383,6 +389,7 @@ Status qmath_xformDeform_constructParts(const qmath_xformDeformParts* parts, qma
     made.to.assign(parts->to, parts->to + 2 * parts->count);
     made.weights.assign(parts->weights, parts->weights + 2 * parts->count);
     enter(made);
+    forgetIdleNodes(made);
     return zrtnlxf::ok;
   });
 }
@@ -450,7 +457,7 @@ Status qmath_xformDeform_mapPoints(const qmath_xformDeform* state, const double*
 
 Status qmath_xformDeform_getIsLinear(const qmath_xformDeform* state) noexcept {
   if (!state) return zrtnlxf::badDeformArgument;
-  return std::ranges::all_of(state->weights, [](double weight) { return weight == 0; }) ? 1 : 0;
+  return state->nodes.empty() ? 1 : 0;
 }
 
 Status qmath_xformDeform_getLinearXform(const qmath_xformDeform* state, const qmath_vect* point,
