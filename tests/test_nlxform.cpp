@@ -475,7 +475,14 @@ TEST(Inverse, SaysWhereThereIsNone) {
   EXPECT_THROW(inverse * Point(-0.26, 5), NumericalError);
   EXPECT_THROW(inverse * Point(kNaN, 5), NumericalError);
   EXPECT_LT((inverse * Point(-0.25, 5)).distance(Point(-0.5, 5)), 1e-6);
+  // No inverse at all, one only by rounding errors, and two beyond the range of double.
   EXPECT_THROW(Poly(1, {0, 1, 0}, {0, 1, 0}).inverseBase(), NumericalError);
+  for (const double factor : {0.1, 0.7, 1. / 3, 1e-3}) {
+    EXPECT_THROW(Poly(1, {0, 0.1, 0.3}, {0, 0.1 * factor, 0.3 * factor}).inverseBase(), NumericalError) << factor;
+  }
+  for (const double scale : {1e-160, 1e160}) {
+    EXPECT_THROW(Poly(1, {0, scale, 0}, {0, 0, scale}).inverseBase(), NumericalError);
+  }
   // Large and small units, far from the origin: as good as the coordinates.
   for (const double unit : {1e-12, 1e-3, 1e6, 1e12}) {
     const Point at(300 * unit, -500 * unit);

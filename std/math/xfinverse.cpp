@@ -1,5 +1,7 @@
 #include "vnxstd/math/xfinverse.h"
 
+#include <cmath>
+#include <limits>
 #include <type_traits>
 
 #include "vnxstd/archive/archive.h"
@@ -13,9 +15,19 @@ constexpr int kContentLine = 103;
 
 const qc_Instantiator registered(typeid(qc2XformInverse), &qc2XformInverse::make);
 
+[[noreturn]] void throwNoInverse() { throw qc2XformPerspectiveDefs::NumericalError(L"the expansion has no inverse"); }
+
 qc2XformLinear inverseOf(const qc2XformLinear& linear) {
-  if (linear.isSingular()) throw qc2XformPerspectiveDefs::NumericalError(L"the expansion has no inverse");
-  return linear.inverse();
+  const qcMatrix<2>& m = linear.matrix();
+  const double terms = std::fabs(m.element(0, 0) * m.element(1, 1)) + std::fabs(m.element(0, 1) * m.element(1, 0));
+  if (!(std::fabs(m.determinant()) > 8 * std::numeric_limits<double>::epsilon() * terms)) throwNoInverse();
+  const qc2XformLinear inverse = linear.inverse();
+  const qcMatrix<2>& n = inverse.matrix();
+  for (const double number :
+       {n.element(0, 0), n.element(0, 1), n.element(1, 0), n.element(1, 1), inverse.trans().x(), inverse.trans().y()}) {
+    if (!std::isfinite(number)) throwNoInverse();
+  }
+  return inverse;
 }
 
 }  // namespace

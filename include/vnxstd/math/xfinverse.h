@@ -25,7 +25,8 @@ class VNXSTD_EXPORT qc2XformInverse : public qc2XformBase {
  public:
   /// The inverse of the identity.
   qc2XformInverse();
-  /// Throws qc2XformPerspectiveDefs::NumericalError when the affine approximation at the origin is singular.
+  /// Throws qc2XformPerspectiveDefs::NumericalError when the affine approximation at the origin is singular: its
+  /// determinant is 0 within the rounding errors of its computation, or its inverse is not finite.
   explicit qc2XformInverse(const qc2XformPoly& forward);
   explicit qc2XformInverse(const qc2XformDeform& forward);
   /// Copies share what they undo; clone() copies it too.
@@ -39,7 +40,7 @@ class VNXSTD_EXPORT qc2XformInverse : public qc2XformBase {
   /// That of the transform undone.
   bool isLinear() const override;
   /// The inverse of the expansion of the transform undone. Throws qc2XformPerspectiveDefs::NumericalError where that is
-  /// singular.
+  /// singular in the same sense.
   qc2XformLinear linearXform(const qcVector<2>& point) const override;
   /// A copy of the transform undone.
   qcPtrHandle<qc2XformBase> inverseBase() const override;
