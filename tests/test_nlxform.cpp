@@ -183,7 +183,8 @@ TEST(Perspective, KnowsWhereItEnds) {
   const double third = 1. / 3;
   const Perspective flat(qcMatrix<3>(0.1, 0.2, 0.3, third, 2 * third, 1, 7, 8, 9));
   const Perspective shift(qcMatrix<3>(1, 0, 1e9, 0, 1, -1e9, 0, 0, 1)), none(qcMatrix<3>(0, 0, 0, 0, 0, 0, 0, 0, 0));
-  for (const Perspective* singular : {&flat, &none}) {
+  const Perspective tiny(qcMatrix<3>(1e-160, 0, 0, 0, 1e-160, 0, 0, 0, 1));  // what is left of 1e-320 has four digits
+  for (const Perspective* singular : {&flat, &none, &tiny}) {
     EXPECT_TRUE(singular->isSingular());
     EXPECT_THROW(singular->inverseBase(), NumericalError);
   }

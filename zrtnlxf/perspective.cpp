@@ -77,7 +77,9 @@ struct Determinant {
       value += a - b;
       terms += std::fabs(a) + std::fabs(b);
     }
-    isZero = !(std::fabs(value) > 8 * std::numeric_limits<double>::epsilon() * terms);
+    // Below the smallest normal number rounding errors are no longer relative.
+    using Limits = std::numeric_limits<double>;
+    isZero = !(std::fabs(value) > 8 * Limits::epsilon() * terms + Limits::min());
   }
   double value = 0;
   bool isZero;
