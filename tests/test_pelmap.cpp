@@ -125,10 +125,8 @@ TEST(Division, RefusesWhatIsNoDivisor) {
 }
 
 template <class S, class... D>
-constexpr bool divides = (qcPelQuotient<S, D> && ...);
-template <class S, class... D>
 constexpr bool dividesNot = !(qcPelQuotient<S, D> || ...);
-static_assert(divides<qc3PlanePel, qc3PlanePel>);
+static_assert(qcPelQuotient<qc3PlanePel, qc3PlanePel>);
 static_assert(dividesNot<unsigned char, signed char, unsigned short> && dividesNot<unsigned short, signed char, short>);
 static_assert(dividesNot<unsigned long, signed char, short, long> && dividesNot<long, unsigned long, qcPair<long>>);
 static_assert(dividesNot<float, long, unsigned char> && dividesNot<qcPackedRGB32Pel, unsigned char, qc3PlanePel>);
@@ -263,21 +261,6 @@ TYPED_TEST(Map, TakesEntriesOrRefuses) {
       EXPECT_EQ(run(src, true), canExceed);
     }
   });
-}
-
-// All values of bytes, in rows of every length: the vectors look up in parts of the table.
-TEST(Map, EveryByteInRowsOfEveryLength) {
-  for (const Level level : {Level::Baseline, Level::Avx2, Level::Permutes}) {
-    vnxstd::simd::setLevel(level);
-    std::vector<unsigned char> table(256);
-    for (auto& entry : table) entry = static_cast<unsigned char>(below(256));
-    for (long width = 1; width < 330; ++width) {
-      qcPelBuffer<unsigned char> image(width, 1);
-      for (long x = 0; x < width; ++x) image.put(x, 0, static_cast<unsigned char>(x * 7));
-      qfPelMap(image, table, image);
-      for (long x = 0; x < width; ++x) ASSERT_EQ(image.get(x, 0), table[static_cast<unsigned char>(x * 7)]) << width;
-    }
-  }
 }
 
 TEST(Map, ColoursByComponents) {
