@@ -841,6 +841,8 @@ TEST(ShapeArchives, HoldTheBytesWorkedOutByHand) {
              {"00 two one zero zero 01 " + map, kQ + "zero zero 00 " + map, "00 two one nan zero 00 " + map,
               "00 two one zero one 00 " + map},
              L"ellipse");
+  qcEllipse turned;
+  EXPECT_EQ(load(wire(head + kP + "00 two one eight"), turned).angle(), qcRadian(8).signedNorm());
   checkBytes(qcEllipseArc(qcEllipse({1, 2}, {2, 1}, qcRadian(1)), qcRadian(2), qcRadian(-1)), head + old + "two one",
              871, {head + old + "zero eight", head + old + "nan zero"}, L"ellipse");
   checkBytes(qcEllipseArc2::between(ellipse, qcRadian(2), qcRadian(1)), head + form + "two one", 2204, {}, L"ellipse");

@@ -84,7 +84,7 @@ void qcEllipse::serialize_(qcArchive& archive, unsigned char version) {
   if (!areRadii(radii) || !std::isfinite(angle.plain())) throw qcArchive::BadContent(kSource, kEllipse);
   center_ = center;
   radii_ = radii;
-  angle_ = angle;
+  angle_ = angle.signedNorm();
 }
 
 qcEllipse2::qcEllipse2(const qcVector<2>& center, const qcRadian& angle, const qcVector<2>& radii, bool isRightHanded,
@@ -265,15 +265,15 @@ void qcEllipse2::serialize_(qcArchive& archive, unsigned char version) {
   }
   qcEllipse2 loaded;
   archive || loaded.radii_ || loaded.angle_ || loaded.phase_ || loaded.rightHanded_ || loaded.map_;
-  // Both forms are kept as stored. They must agree, at least as well as anybody computes them.
+  // Both forms are kept, but for whole turns, as stored. They must agree, at least as well as anybody computes them.
   const bool finite = std::isfinite(loaded.angle_.plain()) && std::isfinite(loaded.phase_.plain());
   const double tolerance = 1e-9 * (loaded.radii_.x() + loaded.radii_.y());
   if (!areRadii(loaded.radii_) || !finite || !qfRealEq(loaded.dofToMatrix(), loaded.map_.matrix(), tolerance)) {
     throw qcArchive::BadContent(kSource, kEllipse2);
   }
   radii_ = loaded.radii_;
-  angle_ = loaded.angle_;
-  phase_ = loaded.phase_;
+  angle_ = loaded.angle_.signedNorm();
+  phase_ = loaded.phase_.signedNorm();
   rightHanded_ = loaded.rightHanded_;
   map_ = loaded.map_;
 }

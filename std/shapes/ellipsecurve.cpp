@@ -6,6 +6,8 @@
 #include <limits>
 #include <numbers>
 
+#include "std/shapes/segment.h"
+
 namespace qc_shapes {
 
 namespace {
@@ -78,7 +80,8 @@ double EllipseCurve::windingAngle(const qcVector<2>& p) const {
   if (from_ == to_ || radii_.isNull()) return 0;
   const qcVector<2> start = point(from_), end = point(to_);
   const bool atStart = p == start, atEnd = p == end;
-  const qcVector<2> a = atStart ? -leftNormal(from_) : start - p, b = atEnd ? -leftNormal(to_) : end - p;
+  const qcVector<2> a = scaled(atStart ? -leftNormal(from_) : start - p),
+                    b = scaled(atEnd ? -leftNormal(to_) : end - p);
   const double cross = a.cross(b), chord = cross == 0 && a * b < 0 ? kPi : std::atan2(cross, a * b);
   // On the chord counts as left of it. The curve lies on the other side of the chord from where it turns to.
   const bool onCurvesSide = isFull() || (turnsLeft() ? cross < 0 : cross >= 0);
@@ -148,7 +151,8 @@ double EllipseCurve::nearestParameter(const qcVector<2>& p) const {
 
 double EllipseCurve::parameterOf(const qcVector<2>& p) const {
   const qcVector<2> q = local(p);
-  if (!isFlat()) return localParameter(q.x() / radii_.x(), q.y() / radii_.y());
+  // The zeros of the centre may be negative, and point the other way.
+  if (!isFlat()) return q.isNull() ? localParameter(1, 0) : localParameter(q.x() / radii_.x(), q.y() / radii_.y());
   const double c = radii_.x() > 0 ? std::clamp(q.x() / radii_.x(), -1.0, 1.0) : 0;
   const double s = radii_.y() > 0 ? std::clamp(q.y() / radii_.y(), -1.0, 1.0) : 0;
   return radii_.x() > 0 ? localParameter(c, std::sqrt((1 - c) * (1 + c)))

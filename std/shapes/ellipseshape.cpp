@@ -1,11 +1,19 @@
 #include "vnxstd/shapes/ellipseshape.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "std/shapes/ellipsecurve.h"
 #include "vnxstd/shapes/ellipsearc.h"
 
 using qc_shapes::EllipseCurve;
+
+namespace {
+
+// Near the tips of thin ellipses, lengths that differ by rounding alone can have parameters that differ by much more.
+double between(double phi, double from, double to) { return std::clamp(phi, std::min(from, to), std::max(from, to)); }
+
+}  // namespace
 
 bool qc_EllipseShape::hasTangent() const {
   const EllipseCurve curve = curve_();
@@ -71,9 +79,10 @@ double qc_EllipseShape::placeOn(const EllipseCurve& curve, const qcPerimPos& pos
   return rest < 0 ? rest + length : rest;
 }
 
-// The ends have exactly their own parameters.
+// The ends have exactly their own parameters, and nothing lies beyond them.
 double qc_EllipseShape::parameterAt(const EllipseCurve& curve, double distance) const {
-  return isRegion() || distance < curve.length() ? curve.parameterAt(distance) : curve.to();
+  if (isRegion()) return curve.parameterAt(distance);
+  return distance < curve.length() ? between(curve.parameterAt(distance), curve.from(), curve.to()) : curve.to();
 }
 
 qcPtrHandle<qcShape> qc_EllipseShape::subShape(const qcShapeInfo&, const std::pair<qcPerimPos, double>& piece) const {
@@ -81,8 +90,9 @@ qcPtrHandle<qcShape> qc_EllipseShape::subShape(const qcShapeInfo&, const std::pa
   const double start = placeOn(curve, piece.first);
   if (!(piece.second >= 0)) throw qcShapesError::BadParams();
   const double from = parameterAt(curve, start);
+  const double last = isRegion() ? from + qcRadian::turn : curve.to();
   const bool wholeRound = isRegion() && piece.second >= curve.length();
-  const double to = wholeRound ? from + qcRadian::turn : parameterAt(curve, start + piece.second);
+  const double to = wholeRound ? last : between(parameterAt(curve, start + piece.second), from, last);
   const qcPtrHandle<qcShape> whole = decompose();
   const qcEllipse2& ellipse = static_cast<const qcEllipseArc2&>(*whole).ellipse();
   return new qcEllipseArc2(qcEllipseArc2::between(ellipse, qcRadian(from), qcRadian(to)));
