@@ -265,6 +265,23 @@ TEST(PolylineWinding, IsExactBesideSides) {
   }
 }
 
+// Scaling by powers of two changes no angle, also where squares leave the range of doubles.
+TEST(PolylineWinding, IsThatOfTheScaledPolyline) {
+  for (const double scale : {std::ldexp(1, -700), std::ldexp(1, 700)}) {
+    for (const V& p : {V(0.5, 0.25), V(0.5, 0), V(1, 1), V(0, 0), V(-1, 0.5)}) {
+      const Points square = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
+      Points scaled = square;
+      for (V& v : scaled) v *= scale;
+      EXPECT_EQ(qcPolyline(scaled, false).windingAngle(scale * p), qcPolyline(square, false).windingAngle(p));
+      const qcPolyline clockwise(Points(scaled.rbegin(), scaled.rend()), true);
+      EXPECT_EQ(clockwise.within(scale * p), p == V(0.5, 0.25));
+      const qcEllipseArc2 arc(qcEllipse({1, 0}, {2, 1}, {}), qcRadian(0), qcRadian(3));
+      const qcEllipseArc2 same(qcEllipse({scale, 0}, {2 * scale, scale}, {}), qcRadian(0), qcRadian(3));
+      EXPECT_NEAR(same.windingAngle(scale * p).plain(), arc.windingAngle(p).plain(), 1e-14);
+    }
+  }
+}
+
 // ---- hulls and distances
 
 TEST(PolylineHulls, AreConvexAndHoldEveryVertex) {
@@ -332,6 +349,14 @@ TEST(PolylineDistances, AreTheLeastOfAWalk) {
   }
   EXPECT_GT(crossings, 15);
   V p, q;
+  // Ends a few steps of the last bit beside the same line.
+  for (unsigned seed = 0; seed < 20000; ++seed) {
+    Random random(seed);
+    const auto near = [&random](double t) { return V(t, 0.7 * t) + std::ldexp(1, -52) * random.gridPoint(6); };
+    const qcPolyline a({near(-1), near(1)}, false), b({near(random.real(-1, 0)), near(random.real(0, 1))}, false);
+    a.nearestPoints(b, p, q);
+    ASSERT_LE(p.distance(q) + a.nearestPoint(p).distance(p) + b.nearestPoint(q).distance(q), 4e-15) << seed;
+  }
   qcPolyline({{0, 0}, {4, 0}, {4, 4}}, false).nearestPoints(qcPolyline({{2, 3}, {1, -1}, {6, 1}}, false), p, q);
   EXPECT_TRUE(p == V(1.25, 0) && q == p);
 }

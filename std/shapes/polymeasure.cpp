@@ -153,8 +153,12 @@ PointPair nearestOfSegments(const V& a1, const V& a2, const V& b1, const V& b2) 
   };
   if (straddles(a1, a2, b1, b2) && straddles(b1, b2, a1, a2)) {
     const V a = a2 - a1, b = b2 - b1;
+    // Of nearly parallel segments the cross product is little more than rounding. The ends of the other segment bound
+    // the fraction; where that matters all points between them lie on both.
+    const auto [low, high] =
+        std::minmax({qc_shapes::nearestFraction(a1, a2, b1), qc_shapes::nearestFraction(a1, a2, b2)});
     const double fraction = (b1 - a1).cross(b) / a.cross(b);
-    const V crossing = a1 + std::clamp(fraction, 0.0, 1.0) * a;
+    const V crossing = qc_shapes::pointAtFraction(a1, a2, std::min(high, std::max(low, fraction)));
     return {crossing, crossing};
   }
   const auto nearest = [](const V& p1, const V& p2, const V& p) {

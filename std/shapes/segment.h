@@ -24,6 +24,13 @@ inline qcVector<2> normalized(const qcVector<2>& v) {
   return scaled / scaled.len();
 }
 
+/// The vector times a power of two, so that squares of its coordinates do not overflow, nor all of them underflow.
+inline qcVector<2> scaled(const qcVector<2>& v) {
+  int exponent = 0;
+  std::frexp(std::max(std::fabs(v.x()), std::fabs(v.y())), &exponent);
+  return {std::ldexp(v.x(), -exponent), std::ldexp(v.y(), -exponent)};
+}
+
 inline qcRadian segmentAngle(const qcVector<2>& p1, const qcVector<2>& p2) {
   return qcRadian(std::atan2(p2.y() - p1.y(), p2.x() - p1.x())).signedNorm();
 }
@@ -75,15 +82,17 @@ inline qcVector<2> pointAtDistance(const qcVector<2>& p1, const qcVector<2>& p2,
 
 /// Inside the segment, ends excluded; exactly.
 inline bool isOnSegment(const qcVector<2>& p1, const qcVector<2>& p2, const qcVector<2>& p) {
-  return (p1 - p) * (p2 - p) < 0 && orientation(p1, p2, p) == 0;
+  const auto isBetween = [](double a, double b, double x) { return (a < x && x < b) || (b < x && x < a); };
+  return (isBetween(p1.x(), p2.x(), p.x()) || isBetween(p1.y(), p2.y(), p.y())) && orientation(p1, p2, p) == 0;
 }
 
 /// On which side of a piece in a direction lies what is next to a point of it in the direction `aside`, not far away:
 /// 1 on the left, -1 on the right. Straight on counts as left, straight back as right, as if `aside` were turned to the
 /// left by very little.
 inline int sideOf(const qcVector<2>& direction, const qcVector<2>& aside) {
-  const double cross = direction.cross(aside);
-  return (cross != 0 ? cross : direction * aside) < 0 ? -1 : 1;
+  const qcVector<2> d = scaled(direction), a = scaled(aside);
+  const double cross = d.cross(a);
+  return (cross != 0 ? cross : d * a) < 0 ? -1 : 1;
 }
 
 /// The signed angle under which the segment is seen from p; for a point on the segment, from one that lies beside it in
@@ -91,7 +100,7 @@ inline int sideOf(const qcVector<2>& direction, const qcVector<2>& aside) {
 inline double angleSubtended(const qcVector<2>& p1, const qcVector<2>& p2, const qcVector<2>& p,
                              const qcVector<2>& aside) {
   if (isOnSegment(p1, p2, p)) return sideOf(p2 - p1, aside) * std::numbers::pi;
-  const qcVector<2> a = p1 == p ? -aside : p1 - p, b = p2 == p ? -aside : p2 - p;
+  const qcVector<2> a = scaled(p1 == p ? -aside : p1 - p), b = scaled(p2 == p ? -aside : p2 - p);
   const int side = p1 == p || p2 == p ? sideOf(p2 - p1, aside) : orientation(p1, p2, p);
   return std::copysign(std::atan2(a.cross(b), a * b), side);
 }

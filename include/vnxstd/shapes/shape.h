@@ -55,7 +55,7 @@ VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, qcPerimPos& position);
 /// equally near, the first in traversal order is returned. Positions along a closed boundary wrap around; along an open
 /// one they are clamped to its ends. A distance or length that is NaN throws qcShapesError::BadParams; making the
 /// information of a shape whose length is no finite number throws qcShapesError::InfiniteExtent. Coordinates are not
-/// checked: with NaN, infinities, or differences that overflow, the points and numbers returned mean nothing.
+/// checked: with NaN, infinities, or differences whose squares leave the range of doubles, answers mean nothing.
 ///
 /// A shape may be read from several threads while nobody changes it; nothing here takes a lock.
 class VNXSTD_EXPORT qcShape : public virtual qcRepBase, public virtual qcPersistent {
