@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/pelcomponents.h"
 #include "support/scene.h"
 #include "vnxstd/pelbuf.h"
 
@@ -169,12 +170,8 @@ TEST(PelArrange, WindowsAndFactorsThatCannotBeAreRefused) {
 /// Runs a function on a 3-plane image, and expects of every plane what the 8-bit function makes of it.
 void expectPlanes(const auto& function) {
   qcPelBuffer<qc3PlanePel> image(qcPelRect(3, 4, 21, 17));
-  for (long y = 4; y < 21; ++y) {
-    for (long x = 3; x < 24; ++x) {
-      const auto byte = [] { return randomNumber<unsigned char>(1, 1); };
-      image.put(x, y, {byte(), byte(), byte()});
-    }
-  }
+  const auto byte = [] { return randomNumber<unsigned char>(1, 1); };
+  forEachPel(image.window(), [&](long x, long y) { image.put(x, y, {byte(), byte(), byte()}); });
   qcPelBuffer<qc3PlanePel> result = function(image);
   for (int plane = 0; plane < 3; ++plane) {
     const auto expected = function(image.planeBuffer(plane));
@@ -189,27 +186,16 @@ TEST(PelArrange, PlanesEachByItself) {
   expectPlanes([](const auto& image) { return qfPelExpand(qfPelSample(image, 2, 3), 3, 2); });
 }
 
-/// What filters work on: the numbers that a pel consists of.
-template <class T>
-qc_PelComponent<T>& component(qcStoredPel<T>& pel, int i) {
-  return reinterpret_cast<qc_PelComponent<T>*>(&pel)[i];
-}
-
-template <class T>
-constexpr int kComponents = static_cast<int>(sizeof(qcStoredPel<T>) / sizeof(qc_PelComponent<T>));
-
-__extension__ typedef __int128 Wide;
-
 /// The sum in a type that holds every one exactly; and how it becomes a pel.
 template <class E>
-using Sum = std::conditional_t<std::is_floating_point_v<E>, double, Wide>;
+using Sum = std::conditional_t<std::is_floating_point_v<E>, double, Int128>;
 
 template <class E>
-E shifted(Wide sum, int shift) {
-  const Wide divisor = Wide{1} << shift, doubled = 2 * sum + divisor;
-  Wide result = doubled / (2 * divisor);
+E shifted(Int128 sum, int shift) {
+  const Int128 divisor = Int128{1} << shift, doubled = 2 * sum + divisor;
+  Int128 result = doubled / (2 * divisor);
   if (doubled < 0 && doubled % (2 * divisor) != 0) --result;
-  return static_cast<E>(std::clamp<Wide>(result, std::numeric_limits<E>::min(), std::numeric_limits<E>::max()));
+  return static_cast<E>(std::clamp<Int128>(result, std::numeric_limits<E>::min(), std::numeric_limits<E>::max()));
 }
 
 template <class E>
@@ -219,13 +205,13 @@ E shifted(double sum, int shift) {
 
 /// Gives a number of the source relative to the pel in question.
 template <class S>
-using Near = std::function<qc_PelComponent<S>(long dx, long dy)>;
+using Near = std::function<Component<S>(long dx, long dy)>;
 
 /// Runs a filter elsewhere and in place, at every level, and expects what the reference makes of each neighbourhood.
 template <class S, class D>
 void expectFiltered(const Size& size, const qcPelRect& shape,
                     const std::function<void(const qcPelBuffer_const<S>&, qcPelBuffer<D>&)>& filter,
-                    const std::function<qc_PelComponent<D>(const Near<S>&)>& reference, bool hasNan = true) {
+                    const std::function<Component<D>(const Near<S>&)>& reference, bool hasNan = true) {
   for (const Level level : {Level::Baseline, Level::Avx2, Level::Permutes}) {
     if (vnxstd::simd::setLevel(level) != level) continue;
     for (const bool inPlace : {false, true}) {
@@ -238,8 +224,7 @@ void expectFiltered(const Size& size, const qcPelRect& shape,
       other.buffer.offset(10 + below(5) - 2, 20 + below(5) - 2);
       for (qcStoredPel<S>& pel : src.memory) {
         for (int i = 0; i < kComponents<S>; ++i) {
-          auto& value = component<S>(pel, i);
-          if (value != value && !hasNan) value = 0;
+          if (component<S>(pel, i) != component<S>(pel, i) && !hasNan) setComponent<S>(pel, i, 0);
         }
       }
       const Scene<S> old = src;
@@ -255,12 +240,11 @@ void expectFiltered(const Size& size, const qcPelRect& shape,
                                 at.y() + shape.y1() <= window.y1();
           if (!isInside) return before.at(x, y);
           for (int i = 0; i < kComponents<D>; ++i) {
-            const auto expected = reference([&](long dx, long dy) {
-              auto from = old.at(at.x() + dx - 10, at.y() + dy - 20);
-              return component<S>(from, i);
-            });
-            auto& actual = component<D>(pel, i);
-            if (!(actual == expected || (actual != actual && expected != expected))) actual = expected;
+            const auto expected = reference(
+                [&](long dx, long dy) { return component<S>(old.at(at.x() + dx - 10, at.y() + dy - 20), i); });
+            const auto actual = component<D>(pel, i);
+            const bool isSame = actual == expected || (actual != actual && expected != expected);
+            if (!isSame) setComponent<D>(pel, i, expected);
           }
           return pel;
         });
@@ -282,7 +266,7 @@ void expectFiltered(const Size& size, const qcPelRect& shape,
 
 template <class S, class D>
 void expectBoxSums() {
-  using E = qc_PelComponent<D>;
+  using E = Component<D>;
   struct {
     Size image;
     long width, height, shift;
@@ -326,7 +310,7 @@ TYPED_TEST_SUITE(FilteredPel, FilteredPels);
 
 TYPED_TEST(FilteredPel, BinomialAverages) {
   using T = TypeParam;
-  using E = qc_PelComponent<T>;
+  using E = Component<T>;
   for (const qcPair<int> half :
        {qcPair<int>(0, 0), {1, 1}, {2, 2}, {0, 3}, {4, 0}, {3, 4}, {15, 0}, {2, 15}, {15, 15}}) {
     if (std::is_floating_point_v<E> && half.x() + half.y() > 6) continue;  // not exact in any order
@@ -358,7 +342,7 @@ TYPED_TEST(FilteredPel, MediansOfThreeByThree) {
     expectFiltered<T, T>(
         size, qcPelRect(-1, -1, 3, 3), [](const auto& src, auto& dst) { qfPelMedian3x3(src, dst); },
         [](const Near<T>& near) {
-          std::vector<qc_PelComponent<T>> values;
+          std::vector<Component<T>> values;
           for (long i = 0; i < 9; ++i) values.push_back(near(i % 3 - 1, i / 3 - 1));
           std::ranges::sort(values);
           return values[4];
@@ -405,13 +389,11 @@ Components components(qc3PlanePel pel) { return {pel.plane0(), pel.plane1(), pel
 TEST(PelFilter, PackedFieldsEachByItself) {
   qcPelBuffer<qcPackedRGB16Pel> image(qcPelRect(3, 4, 21, 17));
   qcPelBuffer<qc3PlanePel> planes(image.window());
-  for (long y = 4; y < 21; ++y) {
-    for (long x = 3; x < 24; ++x) {
-      image.put(x, y, qcPackedRGB16Pel::fromWord(randomNumber<std::uint16_t>(1, 1)));
-      const auto pel = image.get(x, y);
-      planes.put(x, y, qc3PlanePel(pel.r() >> 3, pel.g() >> 2, pel.b() >> 3));
-    }
-  }
+  forEachPel(image.window(), [&](long x, long y) {
+    image.put(x, y, qcPackedRGB16Pel::fromWord(randomNumber<std::uint16_t>(1, 1)));
+    const auto pel = image.get(x, y);
+    planes.put(x, y, qc3PlanePel(pel.r() >> 3, pel.g() >> 2, pel.b() >> 3));
+  });
   const auto check = [&](const auto& filter) {
     auto packed = qfPelCopy(image);
     auto fields = qfPelCopy(planes);
@@ -423,12 +405,10 @@ TEST(PelFilter, PackedFieldsEachByItself) {
     filter(packed, target), filter(fields, expected);
     filter(packed, packed), filter(fields, fields);  // in place as well
     for (const auto& [result, numbers] : {std::pair(target, expected), std::pair(packed, fields)}) {
-      for (long y = result.window().y0(); y < result.window().y1(); ++y) {
-        for (long x = result.window().x0(); x < result.window().x1(); ++x) {
-          const auto [r, g, b, a] = components(numbers.get(x, y));
-          ASSERT_EQ(result.get(x, y).word(), std::min(r, 31) << 11 | std::min(g, 63) << 5 | std::min(b, 31));
-        }
-      }
+      forEachPel(result.window(), [&result = result, &numbers = numbers](long x, long y) {
+        const auto [r, g, b, a] = components(numbers.get(x, y));
+        ASSERT_EQ(result.get(x, y).word(), std::min(r, 31) << 11 | std::min(g, 63) << 5 | std::min(b, 31));
+      });
     }
   };
   check([](const auto& src, auto& dst) { qfPelSpatialAvg(src, dst, 2, 5, 2); });
@@ -492,19 +472,15 @@ template <class S, class D>
 void expectConverted() {
   forEachCase([](long width, long height, bool) {
     qcPelBuffer<S> src(qcPelRect(-3, 5, width + 2, height));
-    for (long y = 5; y < 5 + height; ++y) {
-      for (long x = -3; x < width - 1; ++x) src.put(x, y, randomColour<S>());
-    }
+    forEachPel(src.window(), [&](long x, long y) { src.put(x, y, randomColour<S>()); });
     const D guard = randomColour<D>();
     qcPelBuffer<D> dst(qcPelRect(-2, 4, width, height));
     qfPelSet(dst, guard);
     qfConvertColorPelBuffer(src, dst);
-    for (long y = 4; y < 4 + height; ++y) {
-      for (long x = -2; x < width - 2; ++x) {
-        const auto expected = y < 5 ? components(guard) : stored<D>(components(src.get(x, y)));
-        ASSERT_EQ(components(dst.get(x, y)), expected) << x << ' ' << y;
-      }
-    }
+    forEachPel(dst.window(), [&](long x, long y) {
+      const auto expected = y < 5 ? components(guard) : stored<D>(components(src.get(x, y)));
+      ASSERT_EQ(components(dst.get(x, y)), expected) << x << ' ' << y;
+    });
   });
 }
 

@@ -89,8 +89,7 @@ class Model {
     const std::uintptr_t start = base_ + i.start * slotSize_, size = lanes_[i.lane].pelSize;
     return (start + size - 1) / size * size;
   }
-  template <class Before>
-  std::vector<Interval>::iterator idle(std::size_t lane, Before before) {
+  std::vector<Interval>::iterator idle(std::size_t lane, const auto& before) {
     auto best = all_.end();
     for (auto i = all_.begin(); i != all_.end(); ++i) {
       if (i->lane != lane || i->released < 0) continue;
@@ -226,46 +225,38 @@ TEST(DiscretePool, HandsOutWholeArrays) {
 
 // --- memory of a subclass -------------------------------------------------------------------------------------------
 
-struct Supply {
-  int blocks = 0, failAfter = 1000;
-  std::vector<unsigned char> memory = std::vector<unsigned char>(100000);
-};
-
 class SuppliedPool : public qcBasicPelRootPool {
  public:
-  SuppliedPool(Supply& supply, unsigned size, unsigned slotSize) : qcBasicPelRootPool(0, slotSize), supply_(supply) {
-    this->size(size);
-  }
+  explicit SuppliedPool(unsigned slotSize) : qcBasicPelRootPool(0, slotSize) { size(50000); }
   ~SuppliedPool() override {
     abandon();
     size(0);
   }
-  using qcBasicPelRootPool::size;
+  static inline int blocks = 0, failAfter = 1000;
 
  private:
   void* allocMem(unsigned bytes) override {
-    if (supply_.failAfter-- == 0 || bytes > 90000) return nullptr;
-    ++supply_.blocks;
-    return supply_.memory.data() + 3;
+    if (failAfter-- == 0 || bytes > 90000) return nullptr;
+    ++blocks;
+    return memory_.data() + 3;
   }
-  void freeMem(void*) noexcept override { --supply_.blocks; }
+  void freeMem(void*) noexcept override { --blocks; }
 
-  Supply& supply_;
+  std::vector<unsigned char> memory_ = std::vector<unsigned char>(100000);
 };
 
 TEST(BasicPool, TakesMemoryFromASubclass) {
-  Supply supply;
   for (const unsigned slotSize : {8u, 9u, 4096u}) {
-    SuppliedPool pool(supply, 50000, slotSize);
+    SuppliedPool pool(slotSize);
     EXPECT_EQ(address(pool.tryGet<unsigned char>(10, 10).pointToOffset()) % slotSize, 0u);
-    EXPECT_EQ(supply.blocks, 1);
-    supply.failAfter = slotSize == 9 ? 0 : 1;  // not to be had, or not with what alignment takes
+    EXPECT_EQ(SuppliedPool::blocks, 1);
+    SuppliedPool::failAfter = slotSize == 9 ? 0 : 1;  // not to be had, or not with what alignment takes
     EXPECT_THROW(pool.size(60000), std::bad_alloc);
     EXPECT_EQ(pool.size(), 0u);
-    supply.failAfter = 1000;
+    SuppliedPool::failAfter = 1000;
     pool.size(40000);
   }
-  EXPECT_EQ(supply.blocks, 0);
+  EXPECT_EQ(SuppliedPool::blocks, 0);
 }
 
 // --- lives that end in any order ------------------------------------------------------------------------------------

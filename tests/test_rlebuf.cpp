@@ -8,26 +8,25 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
-#include <random>
+#include <tuple>
 #include <vector>
 
-#include "std/pelbuf/dispatch.h"
 #include "support/allocations.h"
 #include "support/bytes.h"
 #include "support/faulty.h"
+#include "support/scene.h"
 #include "vnxstd/math/xflinear.h"
 #include "vnxstd/pelbuf.h"
 
 namespace {
 
+using namespace scene;
+
 using Pels = qcPelBuffer<unsigned char>;
 using RleRun = qcRLEBufferRun;
 using Counts = std::vector<unsigned long>;
-using vnxstd::simd::Level;
 using Pel = std::function<int(long x, long y)>;
 
-std::mt19937 random_(4711);
-long below(long n) { return static_cast<long>(random_() % static_cast<unsigned long>(n)); }
 unsigned char anyByte() { return static_cast<unsigned char>(random_()); }
 
 enum Kind { mask, labels, noise, binaryNoise, uniform };
@@ -54,12 +53,6 @@ Pels image(Kind kind, long width, long height) {
     }
   }
   return pels;
-}
-
-void forEachPel(const qcPelRect& window, const auto& visit) {
-  for (long y = window.y0(); y < window.y1(); ++y) {
-    for (long x = window.x0(); x < window.x1(); ++x) visit(x, y);
-  }
 }
 
 qcRLEBuffer encoded(const Pels& pels) {
@@ -188,16 +181,14 @@ TEST(Operations, MorphologyTakesTheExtremeOfTheNeighbourhood) {
   forEachImage([](const Pels& pels) {
     const qcRLEBuffer runs = encoded(pels);
     const qcPelRect window = pels.window();
-    const struct {
-      qcRLEBuffer::Shape shape;
-      long dx, dy;
-    } shapes[] = {{qcRLEBuffer::horizontal, 1, 0}, {qcRLEBuffer::vertical, 0, 1}, {qcRLEBuffer::square, 1, 1}};
-    for (const auto& s : shapes) {
+    const std::tuple<qcRLEBuffer::Shape, long, long> shapes[] = {
+        {qcRLEBuffer::horizontal, 1, 0}, {qcRLEBuffer::vertical, 0, 1}, {qcRLEBuffer::square, 1, 1}};
+    for (const auto& [shape, dx, dy] : shapes) {
       for (const bool least : {true, false}) {
-        const qcRLEBuffer result(least ? runs.gmorphMin(s.shape) : runs.gmorphMax(s.shape));
-        expectImage(result, window, [&](long x, long y) {
+        const qcRLEBuffer result(least ? runs.gmorphMin(shape) : runs.gmorphMax(shape));
+        expectImage(result, window, [&, dx = dx, dy = dy](long x, long y) {
           int extreme = pels.get(x, y);
-          forEachPel(window & qcPelRect(x - s.dx, y - s.dy, 2 * s.dx + 1, 2 * s.dy + 1), [&](long u, long v) {
+          forEachPel(window & qcPelRect(x - dx, y - dy, 2 * dx + 1, 2 * dy + 1), [&](long u, long v) {
             extreme = least ? std::min<int>(extreme, pels.get(u, v)) : std::max<int>(extreme, pels.get(u, v));
           });
           return extreme;
@@ -685,12 +676,7 @@ TEST(Adoption, TakesRowsThatAddUp) {
   image.becomeOwner(5, rows, std::move(blocks));
   expectImage(image, qcPelRect(5, 200), [](long, long y) { return y; });
 
-  const struct {
-    const char* what;
-    long width;
-    std::vector<RleRun> runs;
-    std::vector<std::ptrdiff_t> rows;
-  } bad[] = {
+  const std::tuple<const char*, long, std::vector<RleRun>, std::vector<std::ptrdiff_t>> bad[] = {
       {"no rows", 5, runs, {}},
       {"no width", 0, {{0, 0}}, {0}},
       {"null", 5, runs, {-9}},
@@ -702,16 +688,11 @@ TEST(Adoption, TakesRowsThatAddUp) {
       {"an end with a value", 5, {{1, 5}, {1, 0}}, {0}},
       {"too long for 32 bits", 2147483648, runs, {0}},
   };
-  for (const auto& b : bad) EXPECT_THROW(adopt(b.width, b.runs, b.rows), qcPelFunc::BadParams) << b.what;
+  for (const auto& [what, width, of, starts] : bad)
+    EXPECT_THROW(adopt(width, of, starts), qcPelFunc::BadParams) << what;
 }
 
 // --- archives -------------------------------------------------------------------------------------------------------
-
-std::string bytesOf(const qcRLEBuffer& image, qcArchive::Ordering ordering = qcArchive::littleEndian) {
-  qcMemoryArchive archive(ordering, false);
-  archive << image;
-  return std::string(archive.bytes().begin(), archive.bytes().end());
-}
 
 /// What loading does: "ok" or the error's name and line.
 std::string load(const std::string& bytes, qcRLEBuffer& image) {
@@ -730,18 +711,18 @@ std::string load(const std::string& bytes, qcRLEBuffer& image) {
 TEST(Archive, ComesBackInOneBlock) {
   forEachImage([](const Pels& pels) {
     const qcRLEBuffer runs = encoded(pels);
-    for (const auto ordering : {qcArchive::bigEndian, qcArchive::littleEndian}) {
-      const std::string bytes = bytesOf(runs, ordering);
+    for (const auto ordering : kOrderings) {
+      const std::string bytes = archived(ordering, false, runs);
       qcRLEBuffer loaded(1, 1, 1);
       ASSERT_EQ(load(bytes, loaded), "ok");
       expectImage(loaded, pels.window(), of(pels));
       EXPECT_TRUE(loaded.isContiguous());
       EXPECT_EQ(loaded.createTime(), runs.createTime());
-      EXPECT_EQ(bytesOf(loaded, ordering), bytes);
+      EXPECT_EQ(archived(ordering, false, loaded), bytes);
     }
   });
   qcRLEBuffer loaded(1, 1, 1);
-  EXPECT_EQ(load(bytesOf(qcRLEBuffer()), loaded), "ok");
+  EXPECT_EQ(load(archived(kLittle, false, qcRLEBuffer()), loaded), "ok");
   EXPECT_TRUE(loaded.isDegenerate());
 }
 
@@ -749,7 +730,7 @@ TEST(Archive, TheWorkedExample) {
   const std::string bytes = documentedBytes("archive-runs.md");
   qcRLEBuffer loaded;
   ASSERT_EQ(load(bytes, loaded), "ok");
-  EXPECT_EQ(bytesOf(loaded, qcArchive::bigEndian), bytes);
+  EXPECT_EQ(archived(kBig, false, loaded), bytes);
   EXPECT_EQ(loaded.hintNumRuns(), 100);
   EXPECT_EQ(loaded.createTime(), 0.5);
   expectImage(loaded, qcPelRect(10, 20, 300, 2), [](long x, long y) { return y == 21 && x >= 13 && x < 17; });
@@ -808,7 +789,7 @@ TEST(Archive, RefusesRowsThatContradictTheirSize) {
 TEST(Archive, SurvivesEveryCutAndEveryFlip) {
   const Pels pels = image(labels, 20, 5);
   const qcRLEBuffer runs = encoded(pels);
-  const std::string bytes = bytesOf(runs);
+  const std::string bytes = archived(kLittle, false, runs);
   for (std::size_t cut = 2; cut < bytes.size(); ++cut) {
     qcRLEBuffer loaded(2, 2, 9);
     EXPECT_NE(load(bytes.substr(0, cut), loaded), "ok");
@@ -832,7 +813,7 @@ TEST(Archive, ArrivesThroughPipes) {
     explicit Pipe(std::string& all) { setg(all.data(), all.data(), all.data() + all.size()); }
   };
   const Pels pels = image(noise, 700, 300);  // more than one piece
-  std::string bytes = bytesOf(encoded(pels)), part(bytes, 0, bytes.size() - 1);
+  std::string bytes = archived(kLittle, false, encoded(pels)), part(bytes, 0, bytes.size() - 1);
   qcRLEBuffer loaded;
   Pipe pipe(bytes), broken(part);
   StreamArchive archive(pipe, qcArchive::loading), cut(broken, qcArchive::loading);

@@ -542,8 +542,7 @@ TEST(ShapeInfo, BuildersCombineTheLengthsOfPieces) {
   EXPECT_EQ(info, before);
   const qcShapeInfo taken = std::move(other);
   EXPECT_EQ(taken.perimeter(), 16);
-  EXPECT_EQ(other.perimeter(), 0);  // NOLINT(bugprone-use-after-move): empty, as documented
-  EXPECT_THROW(other.perimPos(0), qcShapesError::EmptyShape);
+  EXPECT_THROW(other.perimPos(0), qcShapesError::EmptyShape);  // NOLINT(bugprone-use-after-move): as documented
   EXPECT_THROW(taken.perimPos(kInf), qcShapesError::BadParams);
   EXPECT_EQ(taken.perimPos(-1e-300), qcPerimPos());
 
@@ -739,7 +738,6 @@ TEST(Rectangles, FollowTheTables) {
   EXPECT_TRUE(rect.mapShape({{0, -1, 1, 0}, {}})->equal_(qcGenRect({-2, 1}, {0, 3}, {-4, 0})));
 
   EXPECT_EQ(qcRect({-0.5, 3}, {1, 4}).enclosePelRect(), qcPelRect(-1, 3, 2, 4));
-  EXPECT_EQ(qcRect(qcPelRect(-3, 4, 5, 6)).enclosePelRect(), qcPelRect(-3, 4, 5, 6));
   for (const double far : {1e300, kInf, kNan, -1e300}) qcRect({far, -5e9}, {1e300, 3e9}).enclosePelRect();
   EXPECT_EQ(qcRect({-5e9, 0}, {9e9, 1}).enclosePelRect(), qcPelRect(-2147483647 - 1, 0, 2147483647, 1));
 }

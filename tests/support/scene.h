@@ -89,6 +89,13 @@ inline void forEachCase(const std::function<void(long width, long height, bool f
   vnxstd::simd::setLevel(vnxstd::simd::highest());
 }
 
+/// Visits the places of a window row by row.
+void forEachPel(const qcPelRect& window, const auto& visit) {
+  for (long y = window.y0(); y < window.y1(); ++y) {
+    for (long x = window.x0(); x < window.x1(); ++x) visit(x, y);
+  }
+}
+
 /// Expects the window to be what `expected` says, and all other memory, padding included, as it was in `old`.
 template <class T>
 void expectWindow(Scene<T>& scene, Scene<T> old, const std::function<qcStoredPel<T>(long x, long y)>& expected) {
