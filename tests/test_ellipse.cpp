@@ -232,6 +232,15 @@ TEST(EllipseLengths, AgreeWithMeansAndQuadrature) {
     EXPECT_TRUE(part.phiSpan().plain() >= 0 && part.phiSpan().plain() <= qcRadian::turn + 4e-15) << i;
     EXPECT_NEAR(part.perimeter(), length, 1e-14);
   }
+  // Towards the tips of the thinnest.
+  for (int i = 0; i < 4000; ++i) {
+    const double thin = random.size(-160, -20), tip = i % 5 * kPi / 2 + 1e-15 * random.real(-1, 1);
+    const auto length = [&](double a, double b) {
+      return qcEllipseArc(qcEllipse({}, {a, b}, {}), qcRadian(0.5), qcRadian(tip - 0.5)).perimeter();
+    };
+    EXPECT_NEAR(length(1, thin), length(1, 0), 2e-15);
+    EXPECT_NEAR(length(thin, 1), length(0, 1), 2e-15);
+  }
   for (const double r : {1e-300, 0.1, 1.0, 3e300}) {
     EXPECT_DOUBLE_EQ(qcEllipse({}, {r, r}, {}).perimeter(), 2 * kPi * r);
     EXPECT_DOUBLE_EQ(qcEllipse({}, {0, r}, {}).perimeter(), 4 * r);

@@ -9,8 +9,9 @@ namespace qc_shapes {
 namespace {
 
 constexpr double kRightAngle = std::numbers::pi / 2;
-// Where the square of the ratio of the radii would leave the range of doubles, an ellipse is as good as flat.
-constexpr double kFlat = 1e-150;
+// With a smaller ratio of the radii an ellipse is flat for any precision asked for; from here on the integrals, which
+// grow like the cube of the inverse, stay within the range of doubles.
+constexpr double kFlat = 1e-60;
 constexpr int kMaxRounds = 600;  // far more than any arguments take; NaN ends at once
 
 // The length from (a, 0) to (a * c, b * s), for c and s of at least 0: the incomplete integral of the second kind, in
