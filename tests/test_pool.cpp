@@ -341,10 +341,9 @@ TEST(WaitingThreads, FirstComeFirstServed) {
 }
 
 // The first in the line leaves without a root; the second wants what is there all the time.
-void expectPassedOn(qcBasicPelRootPool& pool, const std::function<void(qcBasicPelRootPool&)>& first,
-                    const std::function<void()>& end) {
+void expectPassedOn(qcBasicPelRootPool& pool, const std::function<void()>& first, const std::function<void()>& end) {
   const Grey out = pool.tryGet<unsigned char>(40, 1);
-  std::jthread leaves([&] { first(pool); });
+  std::jthread leaves(first);
   untilWaiting(pool, 1);
   bool served = false;
   std::jthread stays([&] { served = pool.get<unsigned char>(8, 1).isBound(); });
@@ -360,20 +359,17 @@ void expectPassedOn(qcBasicPelRootPool& pool, const std::function<void(qcBasicPe
 TEST(WaitingThreads, WhoeverLeavesPassesTheTurnOn) {
   qcBasicPelRootPool pool(80, 8);
   bool cancel = false;
-  expectPassedOn(
-      pool, [&](auto& p) { EXPECT_FALSE(p.template get<unsigned char>(80, 1, qcDeadline(), cancel).isBound()); },
-      [&] { std::atomic_ref(cancel).store(true); });
-  expectPassedOn(pool, [](auto& p) { EXPECT_FALSE(p.template get<unsigned char>(80, 1, qcDeadline(0.05)).isBound()); },
-                 {});
+  const auto cancelled = [&] { EXPECT_FALSE(pool.get<unsigned char>(80, 1, qcDeadline(), cancel).isBound()); };
+  expectPassedOn(pool, cancelled, [&] { std::atomic_ref(cancel).store(true); });
+  expectPassedOn(pool, [&] { EXPECT_FALSE(pool.get<unsigned char>(80, 1, qcDeadline(0.05)).isBound()); }, {});
   EXPECT_FALSE(pool.get<unsigned char>(8, 1, qcDeadline(), cancel).isBound());
   EXPECT_FALSE(pool.get<unsigned char>(8, 1, qcDeadline(0)).isBound());
   EXPECT_TRUE(pool.get<unsigned char>(8, 1, qcDeadline(1e300)).isBound());
-  expectPassedOn(pool,
-                 [](auto& p) {
-                   const qcTimeout longer(1000), limit(0.05), none(1e300);
-                   EXPECT_THROW(p.template get<unsigned char>(80, 1), qcTimeout::Expired);
-                 },
-                 {});
+  const auto limited = [&] {
+    const qcTimeout longer(1000), limit(0.05), none(1e300);
+    EXPECT_THROW(pool.get<unsigned char>(80, 1), qcTimeout::Expired);
+  };
+  expectPassedOn(pool, limited, {});
 }
 
 TEST(WaitingThreads, EndsWhenThePoolGoesWhichItsRootsOutlive) {

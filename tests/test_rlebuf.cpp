@@ -121,8 +121,7 @@ TEST(Encode, DecodesToTheSamePels) {
     EXPECT_EQ(runs.clientFromImageXform(), pels.clientFromImageXform());
     const long x = pels.offset().x() + below(pels.width()), y = pels.offset().y() + below(pels.height());
     EXPECT_EQ(runs.getPel(x, y), pels.get(x, y));
-    const qcPair<long> last = pels.window().lr() - qcPair<long>(1, 1);
-    EXPECT_EQ(runs.getPel(last), pels.get(last));
+    EXPECT_EQ(runs.getPel(pels.window().lr() - qcPair<long>(1, 1)), pels.get(pels.window().lr() - qcPair<long>(1, 1)));
 
     qcRLEBuffer copy(runs);
     EXPECT_TRUE(copy == runs && copy.isContiguous());
@@ -358,10 +357,8 @@ TEST(Measuring, ProjectsAlongAnyDirection) {
       Counts sums, counts;
       qcInt64 first = 0;
       const auto type = runs.projectAngle(direction, inClient, sums, counts, first);
-      const auto expected = direction.y() == 0   ? qcRLEBuffer::ofColumns
-                            : direction.x() == 0 ? qcRLEBuffer::ofRows
-                                                 : qcRLEBuffer::ofPels;
-      EXPECT_TRUE(inClient || type == expected);
+      EXPECT_TRUE(inClient || (type == qcRLEBuffer::ofColumns) == (direction.y() == 0));
+      EXPECT_TRUE(inClient || (type == qcRLEBuffer::ofRows) == (direction.x() == 0));
       const auto bin = [&](long x, long y) {
         qcVector<2> centre(static_cast<double>(pels.offset().x() + x) + 0.5,
                            static_cast<double>(pels.offset().y() + y) + 0.5);
