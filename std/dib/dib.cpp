@@ -1,6 +1,7 @@
 #include "vnxstd/dib/dib.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <fstream>
 #include <limits>
@@ -76,8 +77,17 @@ void storeRow(const qcPackedRGB16Pel* pels, unsigned char* row, std::ptrdiff_t w
   }
 }
 void storeRow(const qcPackedRGB32Pel* pels, unsigned char* row, std::ptrdiff_t width) {
-  static_assert(sizeof(qcPackedRGB32Pel) == 4);  // blue, green, red, alpha, as the file has them
-  std::memcpy(row, pels, static_cast<std::size_t>(width) * 4);
+  static_assert(sizeof(qcPackedRGB32Pel) == 4);
+  if constexpr (std::endian::native == std::endian::little) {  // a word's bytes lie as the file has them
+    std::memcpy(row, pels, static_cast<std::size_t>(width) * 4);
+    return;
+  }
+  for (std::ptrdiff_t x = 0; x < width; ++x) {
+    row[4 * x] = pels[x].b();
+    row[4 * x + 1] = pels[x].g();
+    row[4 * x + 2] = pels[x].r();
+    row[4 * x + 3] = pels[x].a();
+  }
 }
 
 template <class T>
@@ -92,9 +102,9 @@ std::ptrdiff_t storeRows(const qcPelBuffer_const<T>& buffer, std::ptrdiff_t rowB
                          unsigned char* to, std::ptrdiff_t most = std::numeric_limits<std::ptrdiff_t>::max()) {
   const std::ptrdiff_t width = buffer.width(), pelBytes = width * (kBits<T> / 8), pitch = buffer.rowUpdate();
   const std::ptrdiff_t count = std::min(last, most);
-  const qcStoredPel<T>* pels = buffer.pointToOffset() + (last - 1) * pitch;
-  for (std::ptrdiff_t i = 0; i < count; ++i, pels -= pitch, to += rowBytes) {
-    storeRow(pels, to, width);
+  const qcStoredPel<T>* const pels = buffer.pointToOffset();
+  for (std::ptrdiff_t i = 1; i <= count; ++i, to += rowBytes) {
+    storeRow(pels + (last - i) * pitch, to, width);
     std::fill(to + pelBytes, to + rowBytes, static_cast<unsigned char>(0));
   }
   return count;
