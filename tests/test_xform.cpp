@@ -234,6 +234,14 @@ TEST(Archive, RefusesCirclesAndExplosions) {
   EXPECT_THROW(load(tower, loaded), qcArchive::BadContent);
   for (int level = 0; level < 40; ++level) built = new qc2XformComposed(built, built, false, false);
   EXPECT_THROW(archived(kLittle, false, built), qcArchive::BadContent);
+  Composition last(new qc2XformComposed);  // the same tower, built downwards
+  built = last;
+  for (int level = 0; level < 40; ++level) {
+    const Composition below(new qc2XformComposed);
+    for (int twice = 0; twice < 2; ++twice) last->postCompose(below, false);
+    last = below;
+  }
+  EXPECT_THROW(archived(kLittle, false, built), qcArchive::BadContent);
   EXPECT_TRUE(loaded.isNull());
 }
 

@@ -156,7 +156,7 @@ void qc2XformComposed::serialize_(qcArchive& archive, unsigned char version) {
   archive || listVersion;
   qcArchive::checkVersion(listVersion, 0, kSource, kListVersionLine);
   if (archive.isStoring()) {
-    if (size(members_) > kMaxArchived) throw qcArchive::BadContent(kSource, kSizeLine);
+    checkArchivable();
     archive || members_;
     return;
   }
@@ -186,6 +186,21 @@ void qc2XformComposed::checkNotWithin(const Members& members) const {
       const qc2XformComposed* inner = composition(member);
       if (inner == this) throw qcArchive::BadContent(kSource, kWithinLine);
       if (inner && seen.insert(inner).second) waiting.push_back(&inner->members_);
+    }
+  }
+}
+
+// Counts anew: the size that a composition keeps is out of date when one that it shares has changed since.
+void qc2XformComposed::checkArchivable() const {
+  std::size_t total = 1;
+  std::vector<const Members*> waiting{&members_};
+  while (!waiting.empty()) {
+    const Members& list = *waiting.back();
+    waiting.pop_back();
+    total += list.size();
+    if (total > kMaxArchived) throw qcArchive::BadContent(kSource, kSizeLine);
+    for (const Member& member : list) {
+      if (const qc2XformComposed* inner = composition(member)) waiting.push_back(&inner->members_);
     }
   }
 }

@@ -78,8 +78,9 @@ class VNXSTD_EXPORT qc2XformComposed : public qc2XformBase {
  private:
   void adopt(std::vector<Member> members);
   void checkNotWithin(const std::vector<Member>& members) const;
+  void checkArchivable() const;
   static std::uint32_t size(const std::vector<Member>& members) noexcept;
 
   std::vector<Member> members_;
-  std::uint32_t size_ = 1;  // this composition and all that it consists of, at most UINT32_MAX
+  std::uint32_t size_ = 1;  // this composition and all that it consisted of when it was built, at most UINT32_MAX
 };
