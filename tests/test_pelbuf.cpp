@@ -505,6 +505,8 @@ TEST(RootArchive, APlaneThatIsLoadedByItselfHasItsOwnRows) {
   EXPECT_TRUE(back.get(2, 99) == qc3PlanePel(8, 9, 10) && back.get(2, 50).plane0() == 7);
   load(bytes, *empty.planeBuffer(0).rep());
   EXPECT_EQ(outcomeOf([&] { archived(kLittle, false, empty); }), kContent);
+  empty.rep()->copy(image.rep()->rect(), *image.rep(), {0, 0}, true);
+  EXPECT_EQ(image.get(2, 99).plane0(), 8);  // an empty image has nothing to copy, whatever its plane holds
 }
 
 template <class T>

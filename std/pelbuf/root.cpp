@@ -379,8 +379,10 @@ void qcPelRoot<qc3PlanePel>::repInvariant() const {
 }
 
 void qcPelRoot<qc3PlanePel>::copy(const qcPelRect& rectangle, qcPelRoot& to, const qcPair<long>& at, bool clip) const {
+  const CopyPart part = copyPart(rectangle, to, at, clip);  // a plane by itself may have pels that the image has not
+  if (part.from.isNull()) return;
   to.mutating();
-  for (int i = 0; i < 3; ++i) plane(i)->copy(rectangle, *to.plane(i), at, clip);
+  for (int i = 0; i < 3; ++i) plane(i)->copy(part.from, *to.plane(i), part.to, false);
 }
 
 qcPtrHandle<qcPelRoot<qc3PlanePel>> qcPelRoot<qc3PlanePel>::copy(const qcPelRect& rectangle, bool clip) const {
@@ -392,6 +394,7 @@ qcPtrHandle<qcPelRoot<qc3PlanePel>> qcPelRoot<qc3PlanePel>::copy(const qcPelRect
 }
 
 void qcPelRoot<qc3PlanePel>::pelsToVect(const qcPelRect& rectangle, std::vector<qc3PlanePel>& values) const {
+  checkInside(rectangle);
   std::vector<unsigned char> planes[3];
   for (int i = 0; i < 3; ++i) plane(i)->pelsToVect(rectangle, planes[i]);
   std::vector<qc3PlanePel> result(planes[0].size());
@@ -400,6 +403,7 @@ void qcPelRoot<qc3PlanePel>::pelsToVect(const qcPelRect& rectangle, std::vector<
 }
 
 void qcPelRoot<qc3PlanePel>::vectToPels(const qcPelRect& rectangle, const std::vector<qc3PlanePel>& values) {
+  checkInside(rectangle);
   std::vector<unsigned char> planes[3];
   for (auto& plane : planes) plane.resize(values.size());
   for (std::size_t i = 0; i < values.size(); ++i) {
