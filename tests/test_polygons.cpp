@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <limits>
 #include <numbers>
 #include <random>
 #include <vector>
@@ -126,57 +127,33 @@ TEST_P(Moments, AreExactFarFromTheOrigin) {
   EXPECT_GT(measured, 150);
 }
 
-TEST(PolylineMoments, OfThinUprightAndDegenerateShapes) {
+TEST(Polylines, RefuseWhatTheyHaveTooFewVerticesFor) {
   V moments;
   qc2Rigid frame;
-  qcPolyline({{0, 0}, {1e-9, 0}, {1e-9, 12}, {0, 12}}, true).principalMomentsArea(moments, frame);
-  EXPECT_NEAR(moments.x(), 144e-9, 1e-21);
-  EXPECT_NEAR(moments.y(), 1e-27, 1e-39);
-  EXPECT_EQ(frame.angle(), qcDegree(90));
-  const qcPolyline flat({{1, 1}, {5, 3}, {3, 2}}, true), point({{7, 8}, {7, 8}}, false), open({{0, 0}, {4, 0}}, false);
-  double m0, x, y, xx, xy, yy;
+  const qcPolyline flat({{1, 1}, {5, 3}, {3, 2}}, true), open({{0, 0}, {4, 0}, {4, 0}, {2, 8}}, false);
+  double m[6];
   EXPECT_THROW(flat.centerArea(), qcShapesError::DegenerateShape);
   EXPECT_THROW(flat.principalMomentsArea(moments, frame), qcShapesError::DegenerateShape);
-  EXPECT_THROW(open.centerArea(), qcShapesError::NotRegion);
-  EXPECT_THROW(open.areaMoment2(m0, x, y, xx, xy, yy), qcShapesError::NotRegion);
+  EXPECT_THROW(open.areaMoment2(m[0], m[1], m[2], m[3], m[4], m[5]), qcShapesError::NotRegion);
   EXPECT_THROW(open.principalMomentsArea(moments, frame), qcShapesError::NotRegion);
-  EXPECT_EQ(point.centerArcLength(), V(7, 8));
-  point.principalMomentsArcLength(moments, frame);
-  EXPECT_TRUE(moments.isNull() && frame.trans() == V(7, 8));
-  for (const bool closed : {false, true}) {
-    const qcPolyline empty(closed);
-    empty.arcLengthMoment2(m0, x, y, xx, xy, yy);
-    EXPECT_EQ(m0 + yy, 0);
-    EXPECT_TRUE(empty.convexHull().isEmpty());
-    const std::function<void()> refused[] = {[&] { empty.meanVertex(); },
-                                             [&] { empty.center(); },
-                                             [&] { empty.centerArcLength(); },
-                                             [&] { empty.principalMomentsArcLength(moments, frame); },
-                                             [&] { empty.extremalVertexIndex({}); },
-                                             [&] { empty.closestVertexIndex({}); },
-                                             [&] { empty.nearestPoints(open, moments, moments); },
-                                             [&] { open.nearestPoints(empty, moments, moments); }};
-    for (const auto& call : refused) EXPECT_THROW(call(), qcShapesError::EmptyShape) << &call - refused;
-  }
-}
-
-TEST(PolylineVertices, AreFoundAndCounted) {
-  const qcPolyline line({{0, 0}, {4, 0}, {4, 4}, {4, 4}, {1, 2}}, false);
-  EXPECT_EQ(line.meanVertex(), V(2.6, 2));
-  EXPECT_EQ(line.center(), V(2, 2));
-  EXPECT_EQ(line.extremalVertexIndex(qcRadian(0)), 1);
-  EXPECT_EQ(line.extremalVertexIndex(qcRadian(kPi / 4)), 2);
-  EXPECT_EQ(line.extremalVertexIndex(qcRadian(kPi)), 0);
-  qcPolyline edited = line;
-  edited.reserve(100);
-  EXPECT_GE(edited.capacity(), 100);
-  edited.reserve(-1);
+  EXPECT_TRUE(qcPolyline({{7, 8}, {7, 8}}, false).centerArcLength() == V(7, 8) && open.meanVertex() == V(2.5, 2));
+  qcPolyline edited = open;
   EXPECT_THROW(edited.reserve(std::numeric_limits<long>::max()), std::length_error);
   edited.addVertices(edited.vertices());
-  EXPECT_EQ(edited.numVertices(), 10);
+  EXPECT_EQ(edited.numVertices(), 8);
+  const qcPolyline empty(true);
+  EXPECT_TRUE(empty.convexHull().isEmpty());
+  const std::function<void()> refused[] = {[&] { empty.meanVertex(); },
+                                           [&] { empty.center(); },
+                                           [&] { empty.principalMomentsArcLength(moments, frame); },
+                                           [&] { empty.extremalVertexIndex({}); },
+                                           [&] { empty.closestVertexIndex({}); },
+                                           [&] { empty.nearestPoints(open, moments, moments); },
+                                           [&] { open.nearestPoints(empty, moments, moments); }};
+  for (const auto& call : refused) EXPECT_THROW(call(), qcShapesError::EmptyShape) << &call - refused;
 }
 
-TEST(PolylineVertices, StayAsTheyAreWhenMemoryRunsOut) {
+TEST(Polylines, StayAsTheyAreWhenMemoryRunsOut) {
   const qcPolyline before({{0, 0}, {4, 0}, {4, 4}}, false);
   const Points many(100, V(1, 1));
   void (*const edits[])(qcPolyline&, const Points&) = {
@@ -243,11 +220,15 @@ TEST(PolylineWinding, AgreesWithAnglesSweptOnGrids) {
     Random random(seed);
     const bool closed = random.integer(0, 3) > 0;
     const Points points = random.gridPoints(random.integer(1, 9), 4);
-    const qcPolyline line(points, closed);
+    // Powers of two change no angle, also where squares leave the range of doubles.
+    const double scale = std::ldexp(1, 700 * random.integer(-1, 1));
+    Points scaled = points;
+    for (V& v : scaled) v *= scale;
+    const qcPolyline line(scaled, closed);
     const V p = random.gridPoint(4), aside = stepAside(p, points, closed);
     const double swept = sweptAround(aside, points, closed);
-    ASSERT_NEAR(line.generalWindingAngle(p).plain(), swept, closed ? 1e-12 : 0.02) << seed;
-    ASSERT_TRUE(!closed || line.within(p) == (std::fabs(swept) > kPi)) << seed;
+    ASSERT_NEAR(line.generalWindingAngle(scale * p).plain(), swept, closed ? 1e-12 : 0.02) << seed;
+    ASSERT_TRUE(!closed || line.within(scale * p) == (std::fabs(swept) > kPi)) << seed;
   }
 }
 
@@ -265,23 +246,6 @@ TEST(PolylineWinding, IsExactBesideSides) {
   }
 }
 
-// Scaling by powers of two changes no angle, also where squares leave the range of doubles.
-TEST(PolylineWinding, IsThatOfTheScaledPolyline) {
-  for (const double scale : {std::ldexp(1, -700), std::ldexp(1, 700)}) {
-    for (const V& p : {V(0.5, 0.25), V(0.5, 0), V(1, 1), V(0, 0), V(-1, 0.5)}) {
-      const Points square = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
-      Points scaled = square;
-      for (V& v : scaled) v *= scale;
-      EXPECT_EQ(qcPolyline(scaled, false).windingAngle(scale * p), qcPolyline(square, false).windingAngle(p));
-      const qcPolyline clockwise(Points(scaled.rbegin(), scaled.rend()), true);
-      EXPECT_EQ(clockwise.within(scale * p), p == V(0.5, 0.25));
-      const qcEllipseArc2 arc(qcEllipse({1, 0}, {2, 1}, {}), qcRadian(0), qcRadian(3));
-      const qcEllipseArc2 same(qcEllipse({scale, 0}, {2 * scale, scale}, {}), qcRadian(0), qcRadian(3));
-      EXPECT_NEAR(same.windingAngle(scale * p).plain(), arc.windingAngle(p).plain(), 1e-14);
-    }
-  }
-}
-
 // ---- hulls and distances
 
 TEST(PolylineHulls, AreConvexAndHoldEveryVertex) {
@@ -290,7 +254,9 @@ TEST(PolylineHulls, AreConvexAndHoldEveryVertex) {
     Random random(seed);
     const int size = random.integer(0, 9), count = random.integer(1, 60);
     Points points = random.gridPoints(count, size);
-    const qcPolyline hull = qcPolyline(points, random.flip()).convexHull();
+    const qcPolyline line(points, random.flip()), hull = line.convexHull();
+    const double angle = random.real(-9, 9);
+    const V far = points[static_cast<std::size_t>(line.extremalVertexIndex(qcRadian(angle)))];
     const Points& kept = hull.vertices();
     const std::size_t n = kept.size();
     ASSERT_GE(n, 1u);
@@ -300,6 +266,7 @@ TEST(PolylineHulls, AreConvexAndHoldEveryVertex) {
       const V side = kept[(i + 1) % n] - kept[i];
       EXPECT_TRUE(n < 3 ? n == 1 || !side.isNull() : side.cross(kept[(i + 2) % n] - kept[i]) > 0);
       for (const V& p : points) {
+        EXPECT_LE((p - far) * V(1, qcRadian(angle)), 1e-12);
         EXPECT_TRUE(n < 2 ? p == kept[0] : side.cross(p - kept[i]) >= 0);
         EXPECT_TRUE(n != 2 || hull.boundingBox().within(p));
       }
@@ -309,14 +276,9 @@ TEST(PolylineHulls, AreConvexAndHoldEveryVertex) {
     points.push_back({0, NAN});
     EXPECT_EQ(qcPolyline(points, true).convexHull(), hull);
   }
-  // On a circle every vertex stays; what lies on a line is found to the last bit.
-  Points circle, line;
-  for (int i = 0; i < 1000; ++i) {
-    circle.push_back(V(1, qcRadian(i * kPi / 500)));
-    line.push_back({0.1 + 0.1 * i, 0.1 + 0.1 * i});
-  }
+  Points circle;  // of which every vertex stays
+  for (int i = 0; i < 1000; ++i) circle.push_back(V(1, qcRadian(i * kPi / 500)));
   EXPECT_EQ(qcPolyline(circle, true).convexHull().numVertices(), 1000);
-  EXPECT_EQ(qcPolyline(line, true).convexHull().numVertices(), 2);
 }
 
 TEST(PolylineDistances, AreTheLeastOfAWalk) {
@@ -357,8 +319,6 @@ TEST(PolylineDistances, AreTheLeastOfAWalk) {
     a.nearestPoints(b, p, q);
     ASSERT_LE(p.distance(q) + a.nearestPoint(p).distance(p) + b.nearestPoint(q).distance(q), 4e-15) << seed;
   }
-  qcPolyline({{0, 0}, {4, 0}, {4, 4}}, false).nearestPoints(qcPolyline({{2, 3}, {1, -1}, {6, 1}}, false), p, q);
-  EXPECT_TRUE(p == V(1.25, 0) && q == p);
 }
 
 // No number crashes or hangs what is measured.
@@ -414,11 +374,8 @@ void expectCurrent(const Rect& r) {
   const Rect fresh(r.affRectFromUnitSq());
   EXPECT_EQ(fresh, r);
   expectNear(describe(r), describe(fresh));
-  const V pairs[][2] = {{r.cornerPo(), fresh.cornerPo()},
-                        {r.cornerPx(), fresh.cornerPx()},
-                        {r.cornerPy(), fresh.cornerPy()},
-                        {r.cornerPopp(), fresh.cornerPopp()}};
-  for (const auto& [kept, found] : pairs) EXPECT_LE(kept.distance(found), 1e-13 * (1 + found.len()));
+  const auto corners = [](const Rect& a) { return Points{a.cornerPo(), a.cornerPx(), a.cornerPy(), a.cornerPopp()}; };
+  for (std::size_t i = 0; i < 4; ++i) EXPECT_LE(corners(r)[i].distance(corners(fresh)[i]), 1e-12);
   EXPECT_TRUE(qfRealEq(r.yRotation(), fresh.yRotation(), 1e-12));
 }
 
@@ -437,47 +394,19 @@ TEST(AffineRectangles, EachSetterSetsWhatItSaysAndNothingElse) {
     const V p = random.point();
     const double a = random.real(0.1, 9), b = random.real(0.1, 9);
     const qcRadian turn = angle(), skew = good();
-    V corner = r.cornerPo();
-    switch (random.integer(0, 9)) {
-      case 0:
-        r.center(d.center = p);
-        break;
-      case 1:
-        r.xLength(d.x = a);
-        break;
-      case 2:
-        r.yLength(d.y = a);
-        break;
-      case 3:
-        r.xRotation(d.rotation = turn);
-        break;
-      case 4:
-        r.skew(d.skew = skew);
-        break;
-      case 5:
-        r.centerLengthsRotAndSkew(p, a, b, turn, skew), d = {p, a, b, turn, skew};
-        break;
-      case 6:
-        d.center = p + d.center - corner;
-        r.cornerPo(p);
-        EXPECT_EQ(r.cornerPo(), p);
-        break;
-      case 7: {
-        r.cornerPoLengthsRotAndSkew(p, a, b, turn, skew);
-        const V x(a, turn), y = V(b, turn + skew).perpendicular();
-        d = {p + (x + y) / 2, a, b, turn, skew};
-        break;
-      }
-      case 8: {
-        const V x(a, turn), y = V(b, turn + skew).perpendicular();
-        r.cornersPoPxPy(p, p + x, p + y);
-        EXPECT_EQ(r.isRightHanded(), std::cos(skew.plain()) > 0);
-        d = {p + (x + y) / 2, a, b, turn, skew};
-        break;
-      }
-      default:
-        r.center(r.affRectFromUnitSq().trans()), d.center = corner;
-    }
+    const V corner = r.cornerPo(), x(a, turn), y = V(b, turn + skew).perpendicular();
+    const int kind = random.integer(0, 8);
+    if (kind == 0) r.center(d.center = p);
+    if (kind == 1) r.xLength(d.x = a);
+    if (kind == 2) r.yLength(d.y = a);
+    if (kind == 3) r.xRotation(d.rotation = turn);
+    if (kind == 4) r.skew(d.skew = skew);
+    if (kind == 5) r.centerLengthsRotAndSkew(p, a, b, turn, skew);
+    if (kind == 6) r.cornerPo(p), d.center = p + d.center - corner;
+    if (kind == 7) r.cornerPoLengthsRotAndSkew(p, a, b, turn, skew);
+    if (kind == 8) r.cornersPoPxPy(p, p + x, p + y);
+    if (kind == 5 || kind > 6) d = {kind == 5 ? p : p + (x + y) / 2, a, b, turn, skew};
+    EXPECT_TRUE(kind != 8 || r.isRightHanded() == (std::cos(skew.plain()) > 0));
     expectNear(describe(r), d);
     expectCurrent(r);
     if (HasFailure()) return;
@@ -488,7 +417,6 @@ TEST(AffineRectangles, RefuseWhatSpansNoAreaAndStayAsTheyAre) {
   const V c(5, 5);
   const double right = kPi / 2;
   Rect r(c, 2, 4, qcRadian(0), qcRadian(0));
-  EXPECT_TRUE(r.cornerPo() == V(4, 3) && r.cornerPopp() == V(6, 7) && r.cornerPx() == V(6, 3));
   r.centerLengthsRotAndSkew(c, 1, 1, qcRadian(0), qcRadian(right - 0.002));
   const Rect before = r;
   for (const double bad : {0.0, -1.0, -HUGE_VAL, HUGE_VAL, std::nan("")}) {
@@ -498,23 +426,15 @@ TEST(AffineRectangles, RefuseWhatSpansNoAreaAndStayAsTheyAre) {
     EXPECT_THROW(r.yLength(bad), Rect::BadLength);
   }
   for (const double bad : {right, -right, -right + 0.0005, 3 * right - 0.0009, HUGE_VAL, std::nan("")}) {
-    EXPECT_TRUE(Rect::isBadSkew(qcRadian(bad)));
-    EXPECT_THROW(Rect(c, 1, 1, {}, qcRadian(bad)), Rect::BadSkew);
     EXPECT_THROW(r.cornerPoLengthsRotAndSkew(c, 1, 1, {}, qcRadian(bad)), Rect::BadSkew);
     EXPECT_THROW(r.skew(qcRadian(bad)), Rect::BadSkew);
   }
-  const V bad[][3] = {
-      {c, c, {1, 2}}, {c, {1, 2}, c}, {{1, 2}, c, c}, {{0, 0}, {1, 3}, {7, 21}}, {{0.1, 0.1}, {0.3, 0.3}, {0.7, 0.7}}};
+  const V bad[][3] = {{c, c, {1, 2}}, {c, {1, 2}, c}, {{1, 2}, c, c}, {{0.1, 0.1}, {0.3, 0.3}, {0.7, 0.7}}};
   for (const auto& [po, px, py] : bad) EXPECT_THROW(r.cornersPoPxPy(po, px, py), Rect::BadLength);
   EXPECT_EQ(r, before);
-  expectCurrent(r);
-  EXPECT_FALSE(Rect({0, 0}, {0, 1}, {1, 0}).isRightHanded());
   // A transform may be singular, and everything can be asked all the same.
   const Rect flat({{2, 4, 1, 2}, {1, 1}}), point({{0, 0, 0, 0}, {1, 1}});
-  EXPECT_TRUE(flat.degen() && flat.isRightHanded() && point.degen() && !point.hasTangent());
   EXPECT_TRUE(flat.within({3, 2}) && !flat.within({9, 5}) && !flat.within({3, 3}) && point.within({1, 1}));
-  EXPECT_NEAR(std::fabs(flat.skew().plain()), right, 1e-12);
-  EXPECT_TRUE(point.xLength() == 0 && point.skew() == point.skew());
 }
 
 // Corners and points of the sides are inside, also where rounding would put them elsewhere.
@@ -543,10 +463,8 @@ TEST(AffineRectangles, CoverExactlyThePixelsThatTheirImageTouches) {
   const auto around = [](const V& po, double scale) {
     return Rect().map({{1, 0, 0, 1}, po}).encloseImageRect({{scale, 0, 0, scale}, {}});
   };
-  EXPECT_EQ(around({3, -2}, 1), qcPelRect(3, -2, 1, 1));
   EXPECT_EQ(around({1 - tiny, 0.5}, 1 + tiny), qcPelRect(0, 0, 3, 2));  // from 1 - 2^-60 on
   EXPECT_EQ(around({1e300, -1e300}, 1), qcPelRect(2147483647, -2147483647 - 1, 0, 0));
-  Rect({{1e308, NAN, HUGE_VAL, 1}, {1e308, 0}}).encloseImageRect({{1e308, -1e308, 0, 1}, {NAN, 0}});
   // Products of 24 bits and their sums fit extended precision.
   for (unsigned seed = 0; seed < 2000; ++seed) {
     Random random(seed);
