@@ -146,6 +146,14 @@ TEST(Blobs, ThresholdParts) {
   }
 }
 
+// Mirrored levels: to part those below 99 from the rest is as good as to part those above 101, to part 99 from 101 is
+// worst.
+TEST(Blobs, ThresholdIsNotBetweenTwoThatAreAlike) {
+  qcPelBuffer<unsigned char> image(1020, 1);
+  for (long x = 0; x < 1020; ++x) image.put(x, 0, x < 10 ? 0 : x < 510 ? 99 : x < 1010 ? 101 : 200);
+  EXPECT_EQ(otsuThreshold(image), 50);
+}
+
 class Tool : public testing::Test {
  protected:
   void SetUp() override {

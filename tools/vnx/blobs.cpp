@@ -20,9 +20,12 @@ unsigned char otsuThreshold(const qcPelBuffer<unsigned char>& image) {
     if (dark == 0 || dark == all) continue;
     const double apart = darkSum / dark - (sum - darkSum) / (all - dark);
     const double between = dark * (all - dark) * apart * apart;
-    if (between > best) first = v + 1;
-    if (between >= best) last = v + 1;
-    best = std::max(best, between);
+    if (between > best) {
+      best = between;
+      first = last = v + 1;
+    } else if (between == best && last == v) {
+      last = v + 1;
+    }
   }
   return static_cast<unsigned char>((first + last) / 2);
 }

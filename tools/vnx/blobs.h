@@ -21,7 +21,7 @@ struct Blobs {
 
 /// The threshold that divides the pixels into two classes, each as uniform as possible: N. Otsu, "A threshold selection
 /// method from gray-level histograms", IEEE Trans. SMC 9 (1979). Pixels at or above it are bright. The middle one of
-/// those that divide alike; 255 when all pixels are equal.
+/// neighbours that divide alike, the lowest such; 255 when all pixels are equal.
 unsigned char otsuThreshold(const qcPelBuffer<unsigned char>& image);
 
 /// The eight-connected regions of an image that has pixels.
