@@ -195,6 +195,11 @@ TEST(Deviation, NeedsTwoImages) {
   qfPelStandardDeviation(sums, sums, 2, bytes);
   EXPECT_EQ(bytes.get(0, 0), 255);
   EXPECT_EQ(bytes.get(1, 0), 0);
+  qcPelBuffer<unsigned long> whole(2, 1);
+  qfPelClear(whole);
+  qfPelSet(sums, -1e308);  // ten times that has no end
+  qfPelStandardDeviation(whole, sums, 10, bytes);
+  EXPECT_EQ(qfPelMax(bytes), 0);
 }
 
 template <class Types>

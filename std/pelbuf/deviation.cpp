@@ -34,7 +34,7 @@ struct Deviation {
     for (std::ptrdiff_t i = 0; i < count; ++i) {
       const double sum = number(sums[i]);
       double variance = (n * number(squares[i]) - sum * sum) / divisor;
-      if constexpr (std::is_floating_point_v<A>) variance = variance < finite ? finite : variance;
+      if constexpr (std::is_floating_point_v<B>) variance = variance < finite ? finite : variance;
       // The positive part without a choice: the compiler would make a branch of it, to save the root.
       const double root = std::sqrt(0.5 * variance + 0.5 * std::fabs(variance));
       if constexpr (std::is_floating_point_v<D>) {
@@ -50,7 +50,7 @@ struct Deviation {
   }
 
   double images;
-  /// What infinite squares of sums leave; a variable, lest the compiler see that this gives 0, and branch.
+  /// What infinite squares leave of a radicand; a variable, lest the compiler see that this gives 0, and branch.
   double least = std::numeric_limits<double>::lowest();
 };
 
