@@ -224,6 +224,13 @@ TEST(PelFunc, PreparersLimitAllWindowsOrNone) {
     EXPECT_THROW(prepare(w, x, y, shifted), qcPelFunc::Overlap);
     EXPECT_THROW(qfPelPrepare_2s2d(x, y, w, shifted), qcPelFunc::Overlap);
   }
+  for (const auto prepare : {qfPelPrepare_1s1d, qf_PelPrepareMove}) {
+    Buffer column(a), unbound;
+    column.subWindow(2, 1, 0, 3);
+    prepare(column, unbound);
+    EXPECT_EQ(column.window(), qcPelRect(2, 1, 0, 3));
+    EXPECT_THROW(prepare(unbound, column), qcPel::UnboundWindow);
+  }
 }
 
 TEST(PelFunc, NoShareCopiesOnlyWhatIsShared) {

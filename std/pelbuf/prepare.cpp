@@ -70,7 +70,10 @@ void prepare(std::initializer_list<qc_PelBuffer*> all, const qc_PelPart& part) {
 
 qc_PelPart qf_PelCommon(Buffers sources, const qc_PelBuffer& destination) { return common(sources, {&destination}); }
 
-void qfPelPrepare_1s1d(qc_PelBuffer& src, qc_PelBuffer& dst) { prepare({&src, &dst}, common({&src}, {&dst})); }
+void qfPelPrepare_1s1d(qc_PelBuffer& src, qc_PelBuffer& dst) {
+  const qc_PelPart part = common({&src}, {&dst});
+  if (dst.isBound()) prepare({&src, &dst}, part);  // nothing limits the source otherwise, not even without pels
+}
 
 void qfPelPrepare_2s1d(qc_PelBuffer& src1, qc_PelBuffer& src2, qc_PelBuffer& dst) {
   prepare({&src1, &src2, &dst}, common({&src1, &src2}, {&dst}));
@@ -85,5 +88,6 @@ void qfPelPrepare_3s1d(qc_PelBuffer& src1, qc_PelBuffer& src2, qc_PelBuffer& src
 }
 
 void qf_PelPrepareMove(qc_PelBuffer& src, qc_PelBuffer& dst) {
-  prepare({&src, &dst}, dst.isBound() ? common({&src, &dst}, {}) : common({&src}, {}));
+  if (!src.isBound()) throw qcPel::UnboundWindow();
+  if (dst.isBound()) prepare({&src, &dst}, common({&src, &dst}, {}));
 }
