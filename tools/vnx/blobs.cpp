@@ -1,7 +1,5 @@
 #include "blobs.h"
 
-#include <algorithm>
-
 #include <vnxstd/pelbuf/measure.h>
 
 unsigned char otsuThreshold(const qcPelBuffer<unsigned char>& image) {
