@@ -39,10 +39,12 @@ TEST(Quadratic, DegenerateAndExtremeEquations) {
   EXPECT_EQ(solved(kTiny, 1, kTiny), (Roots{-kTiny, -kInf}));
 }
 
-// With integer coefficients the discriminant is an exact integer, however nearly its terms cancel.
+// With integer coefficients the discriminant is an exact integer, however nearly its terms cancel. Powers of two change
+// no digit: roots scale exactly as the coefficients do, at any exponent.
 TEST(Quadratic, RandomIntegersAgainstExactDiscriminants) {
   std::mt19937_64 engine(1);
   const auto integer = [&](int bits) { return static_cast<std::int64_t>(engine()) >> (63 - bits) | 1; };
+  std::uniform_int_distribution<int> shift(-480, 480);
   int counts[3] = {};
   for (int round = 0; round < 20000; ++round) {
     std::int64_t a = integer(1 + round % 29), c = integer(1 + round % 28), b = integer(1 + round % 30);
@@ -51,7 +53,10 @@ TEST(Quadratic, RandomIntegersAgainstExactDiscriminants) {
       b = static_cast<std::int64_t>(2 * std::sqrt(static_cast<double>(a * c))) + round / 2 % 3 - 1;
     }
     const std::int64_t d = b * b - 4 * a * c;
-    const Roots roots = solved(static_cast<double>(a), static_cast<double>(b), static_cast<double>(c));
+    const int size = shift(engine), unit = shift(engine) / 2;
+    const auto scaled = [](std::int64_t value, int by) { return std::ldexp(static_cast<double>(value), by); };
+    Roots roots = solved(scaled(a, size), scaled(b, size + unit), scaled(c, size + 2 * unit));
+    for (double& root : roots) root = std::ldexp(root, -unit);
     ASSERT_EQ(roots.size(), d < 0 ? 0 : d == 0 ? 1 : 2) << a << " " << b << " " << c;
     ++counts[roots.size()];
     if (roots.empty() || b == 0) continue;
@@ -61,20 +66,6 @@ TEST(Quadratic, RandomIntegersAgainstExactDiscriminants) {
   }
   EXPECT_GT(std::min(counts[0], counts[2]), 4000);
   EXPECT_GT(counts[1], 10);
-}
-
-// Powers of two change no digit: roots scale exactly as the coefficients do, at any exponent.
-TEST(Quadratic, ScalesExactlyOverTheWholeRange) {
-  std::mt19937_64 engine(2);
-  std::uniform_real_distribution<double> coefficient(-2, 2);
-  std::uniform_int_distribution<int> shift(-480, 480);
-  for (int round = 0; round < 5000; ++round) {
-    const double a = coefficient(engine), b = coefficient(engine), c = coefficient(engine);
-    const int p = shift(engine), q = shift(engine) / 2;
-    Roots plain = solved(a, b, c);
-    for (double& root : plain) root = std::ldexp(root, q);
-    EXPECT_EQ(solved(std::ldexp(a, p), std::ldexp(b, p + q), std::ldexp(c, p + 2 * q)), plain);
-  }
 }
 
 // Rows and columns in other units change nothing where the matrix is equilibrated, and make it hopeless where not.
