@@ -1,7 +1,6 @@
 // Nonlinear transforms: fits against maps known by construction, laws over all classes, degenerate and hostile input.
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cmath>
 #include <functional>
 #include <initializer_list>
@@ -259,13 +258,9 @@ TEST(PolynomialFit, LeavesResidualsThatNoTermCouldReduce) {
 TEST(PolynomialFit, RefusesWhatDeterminesNoPolynomial) {
   Source source;
   const Points good = source.points(60);
-  Points circle, line;
-  for (int i = 0; i < 60; ++i) {
-    circle.emplace_back(100 + 50 * std::cos(i), 80 + 50 * std::sin(i));
-    line.emplace_back(i / 3., 7 - i * 0.1);
-  }
+  Points circle;
+  for (int i = 0; i < 60; ++i) circle.emplace_back(100 + 50 * std::cos(i), 80 + 50 * std::sin(i));
   EXPECT_THROW(Poly(circle, good, 2), NumericalError);
-  EXPECT_THROW(Poly(line, good, 1), NumericalError);
   const Points many = mapped(source.points(300000), [](const Point& p) { return Point(p.x(), 0.3 * p.x() + 7); });
   EXPECT_THROW(Poly(many, many, 1), NumericalError);  // rounding errors grow with the number of points
   EXPECT_THROW(Perspective(many, many), NumericalError);
@@ -486,15 +481,10 @@ TEST(Family, ArraysMapBitForBitLikePoints) {
 TEST(Status, NullPointersAndMissingMemoryAreCodes) {
   double numbers[8] = {};
   qmath_vect v{};
-  qmath_xformLinear linear{};
-  const zrtnlxf::Status perspective[] = {
-      qmath_xformPerspective_construct(nullptr), qmath_xformPerspective_mapPoints(nullptr, numbers, numbers, 1),
-      qmath_xformPerspective_getLinearXform(nullptr, &v, &linear),
-      qmath_xformPolyFit_(nullptr, numbers, 3, 1, &v, &v, numbers), qmath_xformPolyInvMapPoint_(nullptr, &v, &v)};
-  for (const zrtnlxf::Status status : perspective) EXPECT_EQ(status, zrtnlxf::badArgument);
-  const zrtnlxf::Status deform[] = {qmath_xformDeform_constructPoints(nullptr, numbers, 3, 0, nullptr),
-                                    qmath_xformDeform_getInverse(nullptr, &v, &v)};
-  for (const zrtnlxf::Status status : deform) EXPECT_EQ(status, zrtnlxf::badDeformArgument);
+  EXPECT_EQ(qmath_xformPerspective_construct(nullptr), zrtnlxf::badArgument);
+  EXPECT_EQ(qmath_xformPerspective_mapPoints(nullptr, numbers, numbers, 1), zrtnlxf::badArgument);
+  EXPECT_EQ(qmath_xformPolyFit_(nullptr, numbers, 3, 1, &v, &v, numbers), zrtnlxf::badArgument);
+  EXPECT_EQ(qmath_xformDeform_getInverse(nullptr, &v, &v), zrtnlxf::badDeformArgument);
 
   // Every allocation fails in its turn: nothing leaks, nothing is left half done.
   Source source;
@@ -537,13 +527,7 @@ TEST(Status, HandlesOfTheModuleHoldAPerspectiveOrNone) {
 }
 
 // Stores, checks the bytes behind the object marker, cuts them everywhere, and gives the versions that must be 0.
-std::string number(double value) {
-  std::string bytes;
-  for (int shift = 56; shift >= 0; shift -= 8) {
-    bytes.push_back(static_cast<char>(std::bit_cast<std::uint64_t>(value) >> shift));
-  }
-  return bytes;
-}
+std::string number(double value) { return stored(qcArchive::bigEndian, false, value); }
 std::string numbers(std::initializer_list<double> values) {
   std::string bytes;
   for (const double value : values) bytes += number(value);
