@@ -86,15 +86,11 @@ TEST(EllipseForms, MappingKeepsPointsAndSimilaritiesKeepTheForm) {
     const qcRadian phi = random.angle(), by = random.angle();
     EXPECT_NEAR_POINT(e.map(affine).point(phi), affine * e.point(phi), 4 * eps);
     EXPECT_EQ(e.map(affine).isRightHanded(), e.isRightHanded() == (affine.matrix().determinant() > 0));
-    const qcEllipse2 turned = e.rotate(by), larger = e.scale({3, 3}), moved = e.translate({1, 2});
-    EXPECT_NEAR_POINT(turned.radii(), e.radii(), eps);
-    EXPECT_EQ(turned.isRightHanded(), e.isRightHanded());
-    EXPECT_NEAR_POINT(larger.radii(), 3 * e.radii(), 3 * eps);
-    EXPECT_NEAR_POINT(moved.point(phi), e.point(phi) + V(1, 2), eps);
-    EXPECT_TRUE(moved.angle() == e.angle() && moved.phase() == e.phase());
+    const qcEllipse2 similar = e.rotate(by).scale({3, 3}).translate({1, 2});
+    EXPECT_NEAR_POINT(similar.radii(), 3 * e.radii(), 3 * eps);
+    EXPECT_EQ(similar.isRightHanded(), e.isRightHanded());
     if (std::fabs(e.radii().x() / e.radii().y() - 1) < 1e-3) continue;
-    EXPECT_TRUE(qfRealEq(turned.phase(), e.phase(), 1e-10) && qfRealEq(larger.phase(), e.phase(), 1e-10));
-    EXPECT_TRUE(qfRealEq(turned.angle(), e.angle() + by, 1e-10) && qfRealEq(larger.angle(), e.angle(), 1e-10));
+    EXPECT_TRUE(qfRealEq(similar.phase(), e.phase(), 1e-10) && qfRealEq(similar.angle(), e.angle() + by, 1e-10));
   }
 }
 
@@ -314,8 +310,7 @@ TEST(EllipseDirections, ParametersOfPointsAndTangents) {
     EXPECT_TRUE(qfRealEq(e.phiFromDir(e.tangent(phi)), phi, 1e-9));
     const qcEllipseArc2 arc(e, phi, qcRadian(random.integer(0, 1) ? 2 * kPi : -2 * kPi));
     EXPECT_EQ(arc.startPoint(), arc.endPoint());
-    EXPECT_NEAR(std::fabs(arc.tangentRotation().plain()), 2 * kPi, 1e-9);
-    const qcEllipseArc2 part(e, phi, qcRadian(random.real(-6.2, 6.2)));
+    const qcEllipseArc2 part(e, phi, seed % 4 ? qcRadian(random.real(-6.2, 6.2)) : arc.phiSpan());
     Result result;
     part.sample(Params(1e-5 * largest(e.radii()), 0, 100000, true), result);
     double turned = 0;

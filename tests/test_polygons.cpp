@@ -408,8 +408,7 @@ TEST(AffineRectangles, EachSetterSetsWhatItSaysAndNothingElse) {
 TEST(AffineRectangles, RefuseWhatSpansNoAreaAndStayAsTheyAre) {
   const V c(5, 5);
   const double right = kPi / 2;
-  Rect r(c, 2, 4, qcRadian(0), qcRadian(0));
-  r.centerLengthsRotAndSkew(c, 1, 1, qcRadian(0), qcRadian(right - 0.002));
+  Rect r(c, 1, 1, qcRadian(0), qcRadian(right - 0.002));
   const Rect before = r;
   for (const double bad : {0.0, -1.0, -HUGE_VAL, HUGE_VAL, std::nan("")}) {
     EXPECT_THROW(r.centerLengthsRotAndSkew(c, bad, 1, {}, qcRadian(right)), Rect::BadLength);
