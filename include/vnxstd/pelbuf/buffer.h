@@ -57,7 +57,8 @@ class VNXSTD_EXPORT qc_PelBuffer {
   qcPair<long> size() const noexcept { return window_.size(); }
   /// Pels from the start of a row to the start of the next; throws qcPel::UnboundWindow when unbound.
   long rowUpdate() const { return boundRoot().rowUpdate(); }
-  /// True when all pels of the window lie without gaps, so that they can be taken as one long row.
+  /// True when all pels of the window lie without gaps, so that they can be taken as one long row. Says nothing of an
+  /// image of three planes: ask its planes.
   bool isContiguous() const noexcept {
     return isBound() && (root_.rep()->rowUpdate() == width() || height() <= 1 || width() == 0);
   }
