@@ -568,7 +568,7 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::makeObject(std::int32_t id, qc_PointerCa
   counts_.push_back({given.rep, false});
   if (given.rep) qcRepBase::refInc(given.rep);
   lastLoaded_ = std::max(lastLoaded_, id);
-  fresh.release();
+  static_cast<void>(fresh.release());  // the table of held objects has it now
   return given;
 }
 

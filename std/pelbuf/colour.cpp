@@ -50,7 +50,7 @@ struct Colour {
 [[gnu::target("avx2")]] void greys(const qcPackedRGB32Pel* pels, unsigned char* to) {
   const __m256i weights = _mm256_set1_epi32(37 << 16 | 73 << 8 | 14), rest = _mm256_set1_epi32(3 << 16 | 3 << 8 | 2);
   __m256i halves[2];
-  for (int half = 0; half < 2; ++half) {
+  for (std::ptrdiff_t half = 0; half < 2; ++half) {
     const auto* const from = reinterpret_cast<const __m256i_u*>(pels + 16 * half);
     const __m256i a = _mm256_loadu_si256(from), b = _mm256_loadu_si256(from + 1);
     const __m256i sums = _mm256_hadd_epi16(_mm256_maddubs_epi16(a, weights), _mm256_maddubs_epi16(b, weights));

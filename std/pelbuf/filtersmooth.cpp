@@ -113,10 +113,10 @@ class Smoothing {
       A* const sums = rows_.row(y % 3);
       along(src_.row(y), sums);
       column.enter(sums);
-      if (y < 2 * y_) continue;
+      if (y < rowsLost()) continue;
       const A *const above = rows_.row((y + 2) % 3), *const top = rows_.row((y + 1) % 3);
       const A* const addends[] = {sums, above, above, top};
-      finish<A, E>(addends, y_ > 0 ? 4 : 1, shift, dst_.row(y - 2 * y_), dst_.width);
+      finish<A, E>(addends, y_ > 0 ? 4 : 1, shift, dst_.row(y - rowsLost()), dst_.width);
     }
   }
 
@@ -133,14 +133,17 @@ class Smoothing {
       }
       whole.enter(sums);
       part.enter(parts);
-      if (y < 2 * y_) continue;
+      if (y < rowsLost()) continue;
       for (std::ptrdiff_t i = 0; i < dst_.width; ++i) sums[i] += parts[i] >> 2 * x_;
       const A* const addends[] = {sums};
-      finish<A, E>(addends, 1, 2 * y_, dst_.row(y - 2 * y_), dst_.width);
+      finish<A, E>(addends, 1, 2 * y_, dst_.row(y - rowsLost()), dst_.width);
     }
   }
 
  private:
+  /// How many rows of sums it takes before the first row of the destination.
+  std::ptrdiff_t rowsLost() const { return std::ptrdiff_t{2} * y_; }
+
   void along(const E* pels, A* sums) const {
     if (x_ == 0) {
       const Widen<E, A> widen{static_cast<A>(y_ > 0 ? 0.25 : 1)};

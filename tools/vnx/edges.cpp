@@ -15,10 +15,10 @@ constexpr double kWeakFraction = 0.35;  // of the median strength; weaker edges 
 std::array<double, 2 * kReach + 1> derivativeTaps() {
   std::array<double, 2 * kReach + 1> taps{};
   double slope = 0;
-  for (int i = -kReach; i <= kReach; ++i) {
-    const double tap = i * std::exp(-i * i / (2 * kSigma * kSigma));
-    taps[static_cast<std::size_t>(i + kReach)] = tap;
-    slope += tap * i;
+  for (std::size_t k = 0; k < taps.size(); ++k) {
+    const double x = static_cast<double>(k) - kReach;
+    taps[k] = x * std::exp(-x * x / (2 * kSigma * kSigma));
+    slope += taps[k] * x;
   }
   for (double& tap : taps) tap /= slope;
   return taps;
@@ -86,6 +86,7 @@ std::vector<EdgePoint> EdgeFinder::points(const std::vector<ScanLine>& lines) co
     if (const auto edge = strongest(line)) found.push_back(*edge);
   if (found.empty()) return found;
   std::vector<double> strengths;
+  strengths.reserve(found.size());
   for (const EdgePoint& edge : found) strengths.push_back(edge.strength);
   const auto middle = strengths.begin() + static_cast<std::ptrdiff_t>(strengths.size() / 2);
   std::nth_element(strengths.begin(), middle, strengths.end());

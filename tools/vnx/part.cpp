@@ -71,7 +71,7 @@ qcPelBuffer<unsigned char> drawPart(const Part& part, long width, long height) {
   blurLines(plane, part.blur, height, width, width, 1);
   blurLines(plane, part.blur, width, 1, height, width);
   qcRandomGaussian random(part.seed);
-  const auto image = qfDefaultPelRootPool()->get<unsigned char>(width, height);
+  auto image = qfDefaultPelRootPool()->get<unsigned char>(width, height);
   for (long y = 0; y < height; ++y)
     for (long x = 0; x < width; ++x) {
       const double grey = plane[static_cast<std::size_t>(y * width + x)] + random.next(part.noise, 0);

@@ -23,7 +23,7 @@ struct qc_PelRows {
 template <class E, class P>
 qc_PelRows<E> qf_PelRowsAs(qc_PelRows<P> rows) {
   static_assert(sizeof(P) % sizeof(E) == 0 && std::is_const_v<E> == std::is_const_v<P>);
-  constexpr std::ptrdiff_t n = sizeof(P) / sizeof(E);
+  constexpr std::ptrdiff_t n = std::ptrdiff_t{sizeof(P)} / std::ptrdiff_t{sizeof(E)};
   return {reinterpret_cast<E*>(rows.pels), rows.pitch * n, rows.width * n, rows.height};
 }
 

@@ -25,7 +25,7 @@ class VNXSTD_EXPORT qcDeadline {
   Clock::time_point time() const noexcept { return time_; }
 
   /// The earlier one is the smaller one.
-  friend auto operator<=>(const qcDeadline&, const qcDeadline&) noexcept = default;
+  friend bool operator<(const qcDeadline& a, const qcDeadline& b) noexcept { return a.time_ < b.time_; }
 
  private:
   Clock::time_point time_ = Clock::time_point::max();
