@@ -1,5 +1,5 @@
 #if !defined(_WIN32)
-#define _FILE_OFFSET_BITS 64  // where files beyond 2 GiB need asking for
+#define _FILE_OFFSET_BITS 64  // where files beyond 2 GiB need asking for; NOLINT(bugprone-reserved-identifier)
 #endif
 
 #include "vnxstd/archive/file.h"

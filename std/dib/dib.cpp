@@ -21,7 +21,7 @@ const qc_ErrorRegistration<qcDIB::Errors, qcDIB::BadFormat, qcDIB::ReadError, qc
     registered;
 
 // Rows are read and written in pieces that stay in the second-level cache between conversion and file.
-constexpr std::ptrdiff_t kPieceBytes = 256 * 1024;
+constexpr std::ptrdiff_t kPieceBytes = std::ptrdiff_t{256} * 1024;
 
 /// A stream over bytes in memory.
 class MemoryBuffer : public std::streambuf {

@@ -42,6 +42,7 @@ qcPelBuffer<qcPackedRGB32Pel> qf_PelUnpackFields(const qcPelBuffer_const<qcPacke
   const auto unpack = [](const qcPackedRGB16Pel* from, qcPackedRGB32Pel* to, std::ptrdiff_t count) {
     for (std::ptrdiff_t i = 0; i < count; ++i) {
       const unsigned word = from[i].word();
+      // Both windows have one size. NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage)
       to[i] = qcPackedRGB32Pel::fromWord((word >> 11 & 31u) << 16 | (word >> 5 & 63u) << 8 | (word & 31u));
     }
   };

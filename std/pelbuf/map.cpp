@@ -68,7 +68,7 @@ struct ByteEntries {
     }
     return _mm256_xor_si256(low, high);
   }
-  VNXSTD_AVX2 __m256i part(int k) const {
+  VNXSTD_AVX2 __m256i part(std::ptrdiff_t k) const {
     return _mm256_load_si256(reinterpret_cast<const __m256i*>(differences + 32 * k));
   }
 };
