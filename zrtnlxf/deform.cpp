@@ -101,29 +101,8 @@ Status derivatives(const qmath_xformDeform& state, const qmath_vect& p, qmath_ve
 template <class V>
 [[gnu::always_inline]] inline bool mapAll(const qmath_xformDeform& state, const double* in, double* out,
                                           std::size_t count) {
-  constexpr std::size_t kLanes = zrtnlxf::kLanes<V>;
-  V zeros{};
-  std::size_t i = 0;
-  for (; i + 2 * kLanes <= 2 * count; i += 2 * kLanes) {
-    V x, y;
-    zrtnlxf::load(x, in + i);
-    zrtnlxf::load(y, in + i + kLanes);
-    zrtnlxf::exchange(x, y);
-    mapOne(state, x, y);
-    zeros += x * 0.0 + y * 0.0;
-    zrtnlxf::exchange(x, y);
-    zrtnlxf::store(out + i, x);
-    zrtnlxf::store(out + i + kLanes, y);
-  }
-  double rest = 0;
-  for (; i < 2 * count; i += 2) {
-    double x = in[i], y = in[i + 1];
-    mapOne(state, x, y);
-    out[i] = x;
-    out[i + 1] = y;
-    rest += x * 0.0 + y * 0.0;
-  }
-  return zrtnlxf::isFinite(zeros) && rest == 0;
+  return zrtnlxf::mapAll<V>(
+      in, out, count, [&](auto& x, auto& y, auto&) __attribute__((always_inline)) { mapOne(state, x, y); });
 }
 
 #if ZRTNLXF_AVX2

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <type_traits>
 
 #include "zrtnlxf/leastsq.h"
 #include "zrtnlxf/local.h"
@@ -110,32 +111,13 @@ template <class V>
 // Gives whether all images are finite.
 template <class V>
 [[gnu::always_inline]] inline bool mapAll(const Elements& elements, const double* in, double* out, std::size_t count) {
-  constexpr std::size_t kLine = 8;  // doubles in a cache line
-  const Elements h = elements;      // stores to `out` cannot reach it
-  V zeros{};
-  std::size_t i = 0;
-  for (; i + kLine <= 2 * count; i += kLine) {
-    for (std::size_t k = i; k < i + kLine; k += 2 * zrtnlxf::kLanes<V>) {
-      V x, y, w;
-      zrtnlxf::load(x, in + k);
-      zrtnlxf::load(y, in + k + zrtnlxf::kLanes<V>);
-      zrtnlxf::exchange(x, y);
-      mapOne(h, x, y, w);
-      zeros += x * 0.0 + y * 0.0 + w * 0.0;
-      zrtnlxf::exchange(x, y);
-      zrtnlxf::store(out + k, x);
-      zrtnlxf::store(out + k + zrtnlxf::kLanes<V>, y);
-    }
-  }
-  double rest = 0;
-  for (; i < 2 * count; i += 2) {
-    double x = in[i], y = in[i + 1], w;
-    mapOne(h, x, y, w);
-    out[i] = x;
-    out[i + 1] = y;
-    rest += x * 0.0 + y * 0.0 + w * 0.0;
-  }
-  return zrtnlxf::isFinite(zeros) && rest == 0;
+  const Elements h = elements;  // stores to `out` cannot reach it
+  return zrtnlxf::mapAll<V>(
+      in, out, count, [&](auto& x, auto& y, auto& zeros) __attribute__((always_inline)) {
+        std::remove_reference_t<decltype(x)> w;
+        mapOne(h, x, y, w);
+        zeros += w * 0.0;
+      });
 }
 
 #if ZRTNLXF_AVX2

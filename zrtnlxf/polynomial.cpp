@@ -74,29 +74,9 @@ template <class V>
   const qmath_xformPoly poly = given;  // stores to `out` cannot reach copies
   double coefs[2 * zrtnlxf::kMaxPolySize];
   std::copy_n(poly.coefs, 2 * sizeOf(order), coefs);
-  constexpr std::size_t kLanes = zrtnlxf::kLanes<V>;
-  V zeros{};
-  std::size_t i = 0;
-  for (; i + 2 * kLanes <= 2 * count; i += 2 * kLanes) {
-    V x, y;
-    zrtnlxf::load(x, in + i);
-    zrtnlxf::load(y, in + i + kLanes);
-    zrtnlxf::exchange(x, y);
-    mapOne(order, poly, coefs, x, y);
-    zeros += x * 0.0 + y * 0.0;
-    zrtnlxf::exchange(x, y);
-    zrtnlxf::store(out + i, x);
-    zrtnlxf::store(out + i + kLanes, y);
-  }
-  double rest = 0;
-  for (; i < 2 * count; i += 2) {
-    double x = in[i], y = in[i + 1];
-    mapOne(order, poly, coefs, x, y);
-    out[i] = x;
-    out[i + 1] = y;
-    rest += x * 0.0 + y * 0.0;
-  }
-  return zrtnlxf::isFinite(zeros) && rest == 0;
+  return zrtnlxf::mapAll<V>(
+      in, out,
+      count, [&](auto& x, auto& y, auto&) __attribute__((always_inline)) { mapOne(order, poly, coefs, x, y); });
 }
 
 template <class V>
@@ -107,6 +87,10 @@ template <class V>
       return mapAll<V>(2, poly, in, out, count);
     case 3:
       return mapAll<V>(3, poly, in, out, count);
+    case 4:
+      return mapAll<V>(4, poly, in, out, count);
+    case 5:
+      return mapAll<V>(5, poly, in, out, count);
     default:
       return mapAll<V>(poly.order, poly, in, out, count);
   }

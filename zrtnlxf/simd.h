@@ -63,6 +63,40 @@ template <class V>
   return sum == 0;
 }
 
+/// Maps `count` points (x, y) from `in` to `out`, which is `in` or does not overlap it, and gives whether the images
+/// are finite. `image(x, y, zeros)` replaces a point, or a vector of points, by its image, and adds to `zeros` 0 times
+/// whatever else must be finite; it is to be always inline, and to hold by value what stores to `out` could reach.
+///
+/// A cache line at a time: the loop over the vectors within it is unrolled.
+template <class V, class Image>
+[[gnu::always_inline]] inline bool mapAll(const double* in, double* out, std::size_t count, const Image& image) {
+  constexpr std::size_t kLine = 8;  // doubles
+  V zeros{};
+  std::size_t i = 0;
+  for (; i + kLine <= 2 * count; i += kLine) {
+    for (std::size_t k = i; k < i + kLine; k += 2 * kLanes<V>) {
+      V x, y;
+      load(x, in + k);
+      load(y, in + k + kLanes<V>);
+      exchange(x, y);
+      image(x, y, zeros);
+      zeros += x * 0.0 + y * 0.0;
+      exchange(x, y);
+      store(out + k, x);
+      store(out + k + kLanes<V>, y);
+    }
+  }
+  double rest = 0;
+  for (; i < 2 * count; i += 2) {
+    double x = in[i], y = in[i + 1];
+    image(x, y, rest);
+    out[i] = x;
+    out[i + 1] = y;
+    rest += x * 0.0 + y * 0.0;
+  }
+  return isFinite(zeros) && rest == 0;
+}
+
 template <class V>
 struct BitsOf {
   using Type [[gnu::vector_size(sizeof(V))]] = std::uint64_t;
