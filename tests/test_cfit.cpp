@@ -409,6 +409,87 @@ TEST(CircleFit, PointsOnALineAreUnstable) {
   }
 }
 
+// Points around an ellipse of random place, size and shape, over an arc, each moved by at most `noise` radii.
+struct Oval {
+  qcEllipse2 ellipse;
+  Points points;
+  Oval(Random& random, int n, double arc, double noise)
+      : ellipse(random.point(3), qcRadian(random(-1.5, 1.5)), {1, random(0.2, 0.95)}, true, qcRadian(random(-3, 3))) {
+    for (int i = 0; i < n; ++i) points.push_back(ellipse.point(qcRadian(i * arc / n)) + random.point(noise));
+  }
+  double squares(const qcEllipse2& fit) const {
+    double sum = 0;
+    for (const Point& p : points) sum += std::pow(fit.nearestPoint(p).distance(p), 2);
+    return sum;
+  }
+};
+
+Numbers numbers(const qcEllipse2& e) {
+  return {e.center().x(), e.center().y(), e.radii().x(), e.radii().y(), std::cos(2 * e.angle().plain())};
+}
+
+TEST(EllipseFit, PointsOnAnEllipseGiveIt) {
+  Random random;
+  for (int i = 0; i < 300; ++i) {
+    const Oval oval(random, 5 + i % 20, i % 3 == 0 ? 4.5 : 2 * kPi, 0);
+    for (const qcEllipse2& fit : {qfFitEllipseDirect(oval.points), qfFitEllipse(oval.points)}) {
+      expectNear(numbers(fit), numbers(oval.ellipse), i % 3 == 0 ? 1e-7 : 1e-9);
+      EXPECT_GE(fit.radii().x(), fit.radii().y());
+    }
+  }
+}
+
+// No neighbour in any direction of the five degrees of freedom is nearer to the points, circles among them.
+TEST(EllipseFit, IsALocalMinimumOfDistancesThatMovesWithThePoints) {
+  Random random;
+  for (int i = 0; i < 100; ++i) {
+    Oval oval(random, 40, i % 4 == 0 ? 4.0 : 2 * kPi, 0.03);
+    if (i % 5 == 0) {
+      oval.points.clear();
+      for (int k = 0; k < 40; ++k) oval.points.push_back(Point(1, qcRadian(k * kPi / 20)) + random.point(0.02));
+    }
+    const qcEllipse2 fit = qfFitEllipse(oval.points);
+    const double least = oval.squares(fit);
+    EXPECT_LE(least, oval.squares(qfFitEllipseDirect(oval.points)));
+    for (int k = 0; k < 20; ++k) {
+      const qcXform<2> nudge(qcMatrix<2>(1 + random(-1e-4, 1e-4), random(-1e-4, 1e-4), random(-1e-4, 1e-4), 1),
+                             random.point(1e-4));
+      EXPECT_GE(oval.squares(fit.map(qc2XformLinear(nudge))), least * (1 - 1e-9));
+    }
+    const qcXform<2> away(random.point(1e5), 40.0, 1, qcRadian(0), qcRadian(random(-3, 3)));
+    Points moved;
+    for (const Point& p : oval.points) moved.push_back(away * p);
+    EXPECT_LT(qfFitEllipse(moved).center().distance(away * fit.center()), 1e-5);
+  }
+}
+
+TEST(EllipseFit, RejectsWhatDeterminesNone) {
+  Random random;
+  const double nan = std::nan(""), huge = 1e308;
+  const Points square = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
+  Points twice = square, line, broken = square, far = square;
+  twice.insert(twice.end(), square.begin(), square.end());
+  for (int i = 0; i < 9; ++i) line.push_back(Point(0.1, 7) + Point(0.3, 0.7) * i);
+  broken.emplace_back(nan, 0);
+  far.emplace_back(huge, -huge);
+  for (const Points& points : {Points(), square, twice, line, broken, far, Points(9, Point(3, 4))}) {
+    EXPECT_THROW(qfFitEllipseDirect(points), qcShapesError::BadCoef) << points.size();
+    EXPECT_THROW(qfFitEllipse(points), qcShapesError::BadCoef) << points.size();
+  }
+  // A hyperbola, a parabola and noise give some ellipse, or none, but no nonsense.
+  for (int i = 0; i < 200; ++i) {
+    Points points;
+    for (int k = 0; k < 12; ++k) {
+      const double t = random(-2, 2);
+      points.push_back(i % 3 == 0 ? Point(std::cosh(t), std::sinh(t)) : i % 3 == 1 ? Point(t, t * t) : random.point(1));
+    }
+    try {
+      for (const double number : numbers(qfFitEllipse(points))) EXPECT_TRUE(std::isfinite(number));
+    } catch (const qcShapesError::BadCoef&) {
+    }
+  }
+}
+
 TEST(PointToLine, FitsAreTheLeastSquaresAtAnyScale) {
   Random random;
   for (int round = 0; round < 78; ++round) {
