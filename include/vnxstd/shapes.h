@@ -3,6 +3,7 @@
 
 #include "vnxstd/shapes/affrect.h"
 #include "vnxstd/shapes/circle.h"
+#include "vnxstd/shapes/clipinfo.h"
 #include "vnxstd/shapes/ellipse.h"
 #include "vnxstd/shapes/ellipsearc.h"
 #include "vnxstd/shapes/ellipseshape.h"

@@ -1,6 +1,8 @@
 #include "vnxstd/shapes/shape.h"
 
 #include "vnxstd/archive/archive.h"
+#include "vnxstd/shapes/clipinfo.h"
+#include "vnxstd/shapes/polyline.h"
 #include "vnxstd/shapes/rect.h"
 #include "vnxstd/shapes/shapeinfo.h"
 
@@ -76,6 +78,26 @@ void qcShape::perimPointAndTangent_(const qcShapeInfo&, const qcPerimPos& positi
   const qcPtrHandle<qcShape> shape = decomposed();
   const qcShapeInfo info(*shape);
   shape->perimPointAndTangent_(info, onDecomposed(info, position), point, tangent);
+}
+
+qcPtrHandle<qcShape> qcShape::clip(const qcPolyline& polygon, qcClipInfo& info) const { return clip_(polygon, info); }
+
+qcPtrHandle<qcShape> qcShape::clip(const qcPolyline& polygon, bool rightHanded) const {
+  ClipResult result;
+  return clip(polygon, result, rightHanded);
+}
+
+qcPtrHandle<qcShape> qcShape::clip(const qcPolyline& polygon, ClipResult& result, bool rightHanded) const {
+  qcClipInfo info;
+  qcPtrHandle<qcShape> inside;
+  if (rightHanded && !polygon.isRightHanded()) {
+    const qcPtrHandle<qcShape> reversed = polygon.reverse();
+    inside = clip_(static_cast<const qcPolyline&>(*reversed), info);
+  } else {
+    inside = clip_(polygon, info);
+  }
+  result = info.result();
+  return inside;
 }
 
 qcVector<2> qcShape::perimPoint(const qcShapeInfo& info, const qcPerimPos& position) const {

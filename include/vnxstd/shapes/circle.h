@@ -72,6 +72,7 @@ class VNXSTD_EXPORT qcCircle : public qcShape {
   qcPtrHandle<qcShape> mapShape(const qcXform<2>& xform) const override;
   /// A qcEllipseArc2 that runs once round.
   qcPtrHandle<qcShape> decompose() const override;
+  qcPtrHandle<qcShape> clip_(const qcPolyline& polygon, qcClipInfo& info) const override;
   /// A qcEllipseArc2.
   qcPtrHandle<qcShape> subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const override;
   /// One closed chain of points at equal angles, from angle 0 on and at least 2; the first point is not repeated. The

@@ -38,6 +38,7 @@ class VNXSTD_EXPORT qc_EllipseShape : public qcShape {
   qcRadian windingAngle(const qcVector<2>& p) const override;
   /// The ellipse itself is inside.
   bool within(const qcVector<2>& p) const override;
+  qcPtrHandle<qcShape> clip_(const qcPolyline& polygon, qcClipInfo& info) const override;
   /// A qcEllipseArc2.
   qcPtrHandle<qcShape> subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const override;
   /// One chain, of equal arcs; but where a tolerance is asked for and no spacing, of equal steps of the parameter,

@@ -23,6 +23,7 @@ class VNXSTD_EXPORT qc_InfiniteLine : public qcShape {
   double perimeter() const override;
   qcPerimPos nearestPerimPos(const qcShapeInfo& info, const qcVector<2>& p) const override;
   qcPtrHandle<qcShape> decompose() const override;
+  qcPtrHandle<qcShape> clip_(const qcPolyline& polygon, qcClipInfo& info) const override;
   qcPtrHandle<qcShape> subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const override;
   void sample(const qcSampleParams& params, qcSampleResult& result) const override;
   void perimPointAndTangent_(const qcShapeInfo& info, const qcPerimPos& position, qcVector<2>& point,

@@ -47,6 +47,7 @@ class VNXSTD_EXPORT qcLineSeg : public qcShape {
   qcPtrHandle<qcShape> mapShape(const qcXform<2>& xform) const override { return new qcLineSeg(map(xform)); }
   qcPtrHandle<qcShape> reverse() const override { return new qcLineSeg(p2_, p1_); }
   qcPtrHandle<qcShape> decompose() const override { return clone(); }
+  qcPtrHandle<qcShape> clip_(const qcPolyline& polygon, qcClipInfo& info) const override;
   /// A segment.
   qcPtrHandle<qcShape> subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const override;
   /// Both ends and what lies between them: by spacing as many equal steps as are needed; in uniform mode see

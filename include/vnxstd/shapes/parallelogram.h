@@ -31,6 +31,7 @@ class VNXSTD_EXPORT qc_ParallelogramShape : public qcShape {
   bool within(const qcVector<2>& p) const override;
   /// The closed polyline through the corners, whose pieces are the sides.
   qcPtrHandle<qcShape> decompose() const override;
+  qcPtrHandle<qcShape> clip_(const qcPolyline& polygon, qcClipInfo& info) const override;
   /// Samples the sides like a closed polyline. Throws qcShapesError::BadParams in uniform mode.
   void sample(const qcSampleParams& params, qcSampleResult& result) const override;
 

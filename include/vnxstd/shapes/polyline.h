@@ -131,6 +131,7 @@ class VNXSTD_EXPORT qcPolyline : public qcShape {
   /// A closed polyline keeps its first vertex.
   qcPtrHandle<qcShape> reverse() const override;
   qcPtrHandle<qcShape> decompose() const override { return clone(); }
+  qcPtrHandle<qcShape> clip_(const qcPolyline& polygon, qcClipInfo& info) const override;
   /// An open polyline. A length of 0 gives a single vertex.
   qcPtrHandle<qcShape> subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const override;
   /// Samples each piece like a segment and joins the chains by qfMergeSubchains into one. Pieces of length 0 give one

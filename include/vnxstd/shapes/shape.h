@@ -16,6 +16,8 @@
 #include "vnxstd/shapes/errors.h"
 
 class qcArchive;
+class qcClipInfo;
+class qcPolyline;
 class qcRect;
 class qcShapeInfo;
 
@@ -62,6 +64,9 @@ class VNXSTD_EXPORT qcShape : public virtual qcRepBase, public virtual qcPersist
  public:
   class qcSampleParams;  // sampling.h
   class qcSampleResult;
+
+  /// What became of a shape that was clipped: nothing of it, a part, or all of it lies inside the polygon.
+  enum class ClipResult : std::int32_t { outside = 0, clipped = 1, inside = 2 };
 
   /// A deep copy.
   virtual qcPtrHandle<qcShape> clone() const = 0;
@@ -124,6 +129,9 @@ class VNXSTD_EXPORT qcShape : public virtual qcRepBase, public virtual qcPersist
   /// `info` must be the information of this shape. By default the decomposed shape is asked.
   virtual qcPtrHandle<qcShape> subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const;
 
+  /// The part of the shape inside a polygon; see clip. It writes to `info` what became of the shape.
+  virtual qcPtrHandle<qcShape> clip_(const qcPolyline& polygon, qcClipInfo& info) const = 0;
+
   /// The same as reverse().
   virtual qcPtrHandle<qcShape> reverse_() const;
 
@@ -152,6 +160,30 @@ class VNXSTD_EXPORT qcShape : public virtual qcRepBase, public virtual qcPersist
   /// Appends the lengths of the pieces that positions on this shape refer to. By default the shape is one piece; shapes
   /// that are made of primitives and count as decomposed append those of each primitive.
   virtual void pieceLengths_(std::vector<double>& lengths) const;
+
+  /// The part of the shape inside a clipping polygon; the polygon itself is inside. What is inside a polygon that
+  /// crosses itself is what it winds around (see qcPolyline::within), in whichever direction: polygons of both
+  /// directions clip alike, and with `rightHanded` a left-handed one is reversed before clip_ sees it.
+  ///
+  /// - A shape that lies inside wholly, touching the polygon or not, is given as a copy; one of which nothing lies
+  ///   inside, as an empty polyline. What only touches the polygon from outside, in points or along an edge, leaves
+  ///   nothing of a region; of a contour it leaves what runs along an edge, but no single points.
+  /// - What is left of a line or a segment is one qcLineSeg, or several in a qcGeneralShapeTree. Open contours give a
+  ///   qcLineSeg, qcPolyline, qcEllipseArc2 or an open qcContourTree, or several of these in a qcGeneralShapeTree, in
+  ///   the order of the contour.
+  /// - A region gives a region of the same handedness: a closed qcPolyline, or where arcs bound it a closed
+  ///   qcContourTree of qcLineSeg and qcEllipseArc2, or an ellipse; a qcRegionTree where it has holes; and several of
+  ///   these in a qcGeneralShapeTree. Where it crosses itself, see qcPolyline::within, and so may the result.
+  ///
+  /// Which edges cross is decided exactly, and for arcs in such a way that what is inside and what is outside always
+  /// make up the whole; only the crossing points are rounded. Takes time in proportion to n log n for n edges of both,
+  /// and to the number of pairs of edges whose boxes overlap.
+  ///
+  /// Throws qcShapesError::NotRegion when the polyline is not closed or empty, BadGeom when a coordinate of one of both
+  /// is not finite.
+  qcPtrHandle<qcShape> clip(const qcPolyline& polygon, qcClipInfo& info) const;
+  qcPtrHandle<qcShape> clip(const qcPolyline& polygon, bool rightHanded) const;
+  qcPtrHandle<qcShape> clip(const qcPolyline& polygon, ClipResult& result, bool rightHanded) const;
 
   qcVector<2> perimPoint(const qcShapeInfo& info, const qcPerimPos& position) const;
   void perimPointAndTangent(const qcShapeInfo& info, const qcPerimPos& position, qcVector<2>& point,
