@@ -709,6 +709,7 @@ TEST(Circles, RefuseRadiiAndWhatIsNoCircle) {
   EXPECT_EQ(circle, qcCircle({1, 1}, 2));
   EXPECT_TRUE(circle.mapShape({{1, 1e-6, 0, 1}, {}})->equal_(circle.map2({{1, 1e-6, 0, 1}, {}})));
   EXPECT_TRUE(circle.mapShape({{0, 2, 2, 0}, {1, 0}})->equal_(qcCircle({3, 2}, 4)));
+  EXPECT_TRUE(circle.mapShape({{1e-170, 0, 0, -1e-170}, {}})->equal_(qcCircle({1e-170, -1e-170}, 2e-170)));
   EXPECT_TRUE(qcCircle({1, 1}, 0).mapShape({{1, 2, 3, 4}, {}})->equal_(qcCircle({3, 7}, 0)));
   EXPECT_THROW(circle.map({{1e308, 0, 0, 1}, {}}), qcShapesError::BadParams);
 }
@@ -837,7 +838,7 @@ TEST(ShapeArchives, HoldTheBytesWorkedOutByHand) {
   const std::string form = "00 two one zero zero 00 " + map;
   checkBytes(ellipse, form, 1540,
              {"00 two one zero zero 01 " + map, kQ + "zero zero 00 " + map, "00 two one nan zero 00 " + map,
-              "00 two one zero one 00 " + map},
+              "00 two one zero one 00 " + map, "00 max max zero zero 00 " + map},
              L"ellipse");
   qcEllipse turned;
   EXPECT_EQ(load(wire(head + kP + "00 two one eight"), turned).angle(), qcRadian(8).signedNorm());

@@ -120,10 +120,11 @@ qcEllipse2 qcCircle::map2(const qcXform<2>& xform) const {
 qcPtrHandle<qcShape> qcCircle::mapShape(const qcXform<2>& xform) const {
   const qcVector<2> x = xform.mapVector({1, 0}), y = xform.mapVector({0, 1}), center = xform.mapPoint(center_);
   const double scale = std::hypot(x.x(), x.y());
-  // The other column of a similarity is the first one turned by a right angle, to either side.
-  const qcVector<2> turned = xform.matrix().determinant() < 0 ? -x.perpendicular() : x.perpendicular();
   if (radius_ == 0) return new qcCircle(center, 0);
-  if (!qfRealEq(turned, y, kSimilarity * scale)) return new qcEllipse2(map2(xform));
+  // The other column of a similarity is the first one turned by a right angle, to either side.
+  const qcVector<2> turned = x.perpendicular();
+  const double eps = kSimilarity * scale;
+  if (!qfRealEq(turned, y, eps) && !qfRealEq(-turned, y, eps)) return new qcEllipse2(map2(xform));
   return new qcCircle(center, radius_ * scale);
 }
 

@@ -63,10 +63,7 @@ qcPtrHandle<qcShape> qcEllipse::mapShape(const qcXform<2>& xform) const { return
 
 qcPtrHandle<qcShape> qcEllipse::decompose() const { return qcEllipse2(*this).decompose(); }
 
-bool qcEllipse::equal_(const qcShape& that) const {
-  const auto* other = dynamic_cast<const qcEllipse*>(&that);
-  return other && *this == *other;
-}
+bool qcEllipse::equal_(const qcShape& that) const { return equalAs(*this, that); }
 
 qc_shapes::EllipseCurve qcEllipse::curve_() const { return arcCurve(0, qcRadian::turn); }
 
@@ -193,10 +190,7 @@ qcPtrHandle<qcShape> qcEllipse2::decompose() const {
   return new qcEllipseArc2(*this, qcRadian(0), qcRadian(qcRadian::turn));
 }
 
-bool qcEllipse2::equal_(const qcShape& that) const {
-  const auto* other = dynamic_cast<const qcEllipse2*>(&that);
-  return other && *this == *other;
-}
+bool qcEllipse2::equal_(const qcShape& that) const { return equalAs(*this, that); }
 
 qc_shapes::EllipseCurve qcEllipse2::curve_() const { return arcCurve(0, qcRadian::turn); }
 
@@ -267,7 +261,7 @@ void qcEllipse2::serialize_(qcArchive& archive, unsigned char version) {
   archive || loaded.radii_ || loaded.angle_ || loaded.phase_ || loaded.rightHanded_ || loaded.map_;
   // Both forms are kept, but for whole turns, as stored. They must agree, at least as well as anybody computes them.
   const bool finite = std::isfinite(loaded.angle_.plain()) && std::isfinite(loaded.phase_.plain());
-  const double tolerance = 1e-9 * (loaded.radii_.x() + loaded.radii_.y());
+  const double tolerance = 1e-9 * loaded.radii_.x() + 1e-9 * loaded.radii_.y();
   if (!areRadii(loaded.radii_) || !finite || !qfRealEq(loaded.dofToMatrix(), loaded.map_.matrix(), tolerance)) {
     throw qcArchive::BadContent(kSource, kEllipse2);
   }

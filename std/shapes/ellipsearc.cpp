@@ -37,6 +37,13 @@ Arc qc_EllipseArcOf<Arc, Ellipse>::between(const Ellipse& ellipse, const qcRadia
   return arc;
 }
 
+// Without the exact turn, rounding would open an arc that runs once round when it is moved along its ellipse often.
+template <class Arc, class Ellipse>
+qcRadian qc_EllipseArcOf<Arc, Ellipse>::phiSpan() const {
+  const qcRadian span = end_ - start_;
+  return curve_().isFull() ? qcRadian(std::copysign(qcRadian::turn, span.plain())) : span;
+}
+
 template <class Arc, class Ellipse>
 void qc_EllipseArcOf<Arc, Ellipse>::ellipse(const Ellipse& ellipse) {
   this->mutating();
@@ -55,8 +62,7 @@ void qc_EllipseArcOf<Arc, Ellipse>::phiSpan(const qcRadian& phiSpan) {
 
 template <class Arc, class Ellipse>
 bool qc_EllipseArcOf<Arc, Ellipse>::equal_(const qcShape& that) const {
-  const auto* other = dynamic_cast<const Arc*>(&that);
-  return other && self() == *other;
+  return this->equalAs(self(), that);
 }
 
 template <class Arc, class Ellipse>

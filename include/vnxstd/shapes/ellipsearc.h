@@ -23,8 +23,8 @@ class VNXSTD_EXPORT qc_EllipseArcOf : public qc_EllipseShape {
   const Ellipse& ellipse() const { return ellipse_; }
   const qcRadian& phiStart() const { return start_; }
   const qcRadian& phiEnd() const { return end_; }
-  /// In [-2 pi, 2 pi]: the difference of end and start.
-  qcRadian phiSpan() const { return end_ - start_; }
+  /// In [-2 pi, 2 pi]: the difference of end and start; where that is a turn but for rounding, exactly a turn.
+  qcRadian phiSpan() const;
   void ellipse(const Ellipse& ellipse);
   /// Keeps the span.
   void phiStart(const qcRadian& phiStart);
