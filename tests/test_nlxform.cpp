@@ -7,9 +7,12 @@
 #include <limits>
 #include <new>
 #include <random>
+#include <set>
 #include <string>
 #include <tuple>
+#include <type_traits>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "support/allocations.h"
@@ -478,15 +481,109 @@ TEST(Family, ArraysMapBitForBitLikePoints) {
   zrtnlxf::useLevel(1);
 }
 
-TEST(Status, NullPointersAndMissingMemoryAreCodes) {
-  double numbers[8] = {};
-  qmath_vect v{};
-  EXPECT_EQ(qmath_xformPerspective_construct(nullptr), zrtnlxf::badArgument);
-  EXPECT_EQ(qmath_xformPerspective_mapPoints(nullptr, numbers, numbers, 1), zrtnlxf::badArgument);
-  EXPECT_EQ(qmath_xformPolyFit_(nullptr, numbers, 3, 1, &v, &v, numbers), zrtnlxf::badArgument);
-  EXPECT_EQ(qmath_xformDeform_getInverse(nullptr, &v, &v), zrtnlxf::badDeformArgument);
+// Calls a function with each of its pointers null, one at a time.
+template <class... Parameters>
+void expectNullsRefused(zrtnlxf::Status code, zrtnlxf::Status (*function)(Parameters...) noexcept,
+                        std::type_identity_t<Parameters>... arguments) {
+  const auto refuses = [&](auto& argument) {
+    if constexpr (std::is_pointer_v<std::remove_reference_t<decltype(argument)>>) {
+      const auto given = std::exchange(argument, nullptr);
+      EXPECT_EQ(function(arguments...), code) << typeid(function).name();
+      argument = given;
+    }
+  };
+  (refuses(arguments), ...);
+}
 
-  // Every allocation fails in its turn: nothing leaks, nothing is left half done.
+TEST(Status, NullPointersAreRefusedByEveryFunction) {
+  using zrtnlxf::badArgument, zrtnlxf::badDeformArgument;
+  double in[8] = {0, 0, 1, 0, 1, 1, 0, 1}, out[9];
+  qmath_vect v{1, 2}, w;
+  qmath_matrix m;
+  qmath_xformLinear linear;
+  qmath_xformPerspective* none = nullptr;
+  const qmath_xformPerspective* held = nullptr;
+  qmath_xformPerspective* p = nullptr;
+  ASSERT_EQ(qmath_xformPerspective_construct(&p), zrtnlxf::ok);
+  expectNullsRefused(badArgument, qmath_xformPerspective_construct, &none);
+  expectNullsRefused(badArgument, qmath_xformPerspective_construct4Points, in, in, &none);
+  expectNullsRefused(badArgument, qmath_xformPerspective_constructPoints, in, in, 4, &none);
+  expectNullsRefused(badArgument, qmath_xformPerspective_constructCopy, p, &none);
+  expectNullsRefused(badArgument, qmath_xformPerspective_assign, p, p);
+  expectNullsRefused(badArgument, qmath_xformPerspective_setMatrix, p, out);
+  expectNullsRefused(badArgument, qmath_xformPerspective_getMatrix, p, out);
+  expectNullsRefused(badArgument, qmath_xformPerspective_mapPoint, p, &v, &w);
+  expectNullsRefused(badArgument, qmath_xformPerspective_mapPoints, p, in, out, 4);
+  expectNullsRefused(badArgument, qmath_xformPerspective_getIsLinear, p);
+  expectNullsRefused(badArgument, qmath_xformPerspective_getIsSingular, p);
+  expectNullsRefused(badArgument, qmath_xformPerspective_getLinearXform, p, &v, &linear);
+  expectNullsRefused(badArgument, qmath_xformPerspective_getInverse, p, &none);
+  qmath_xformPtrhConst *handle = nullptr, *noHandle = nullptr;
+  ASSERT_EQ(qmath_xformPtrhConst_constructPerspective(p, &handle), zrtnlxf::ok);
+  expectNullsRefused(badArgument, qmath_xformPtrhConst_construct, &noHandle);
+  expectNullsRefused(badArgument, qmath_xformPtrhConst_constructPerspective, p, &noHandle);
+  expectNullsRefused(badArgument, qmath_xformPtrhConst_getIsPerspective, handle);
+  expectNullsRefused(badArgument, qmath_xformPtrhConst_getPerspective, handle, &held);
+  const double coefs[6] = {0, 1, 0, 0, 0, 1};
+  const qmath_xformPoly poly{1, {0, 0}, {1, 1}, coefs}, unknown{0, {0, 0}, {1, 1}, coefs},
+      empty{1, {0, 0}, {1, 1}, nullptr};
+  expectNullsRefused(badArgument, qmath_xformPolyInitIdentityArray_, 1, out);
+  expectNullsRefused(badArgument, qmath_xformPolyMinOrder_, in, 4);
+  expectNullsRefused(badArgument, qmath_xformPolyMaxOrder_, in, 4);
+  expectNullsRefused(badArgument, qmath_xformPolyFit_, in, in, 4, 1, &v, &w, out);
+  expectNullsRefused(badArgument, qmath_xformPolyMapPoint_, &poly, &v, &w);
+  expectNullsRefused(badArgument, qmath_xformPolyMapPoints_, &poly, in, out, 4);
+  expectNullsRefused(badArgument, qmath_xformPolyIsLinear_, &poly);
+  expectNullsRefused(badArgument, qmath_xformPolyDerivs_, &poly, &v, &w, &m);
+  expectNullsRefused(badArgument, qmath_xformPolyLinearXform_, &poly, &v, &linear);
+  expectNullsRefused(badArgument, qmath_xformPolyInvMapPoint_, &poly, &v, &w);
+  for (const qmath_xformPoly* bad : {&unknown, &empty}) EXPECT_EQ(qmath_xformPolyIsLinear_(bad), badArgument);
+  qmath_xformDeform *d = nullptr, *noDeform = nullptr;
+  ASSERT_EQ(qmath_xformDeform_construct(&d), zrtnlxf::ok);
+  qmath_xformDeformParts parts{0, {0, 0}, 1, {0, 1, 0, 0, 0, 1}, in, in, in, 4};
+  expectNullsRefused(badDeformArgument, qmath_xformDeform_construct, &noDeform);
+  expectNullsRefused(badDeformArgument, qmath_xformDeform_constructPoints, in, in, 4, 0, &noDeform);
+  expectNullsRefused(badDeformArgument, qmath_xformDeform_constructParts, &parts, &noDeform);
+  for (const double** array : {&parts.from, &parts.to, &parts.weights}) {
+    const double* const given = std::exchange(*array, nullptr);
+    EXPECT_EQ(qmath_xformDeform_constructParts(&parts, &noDeform), badDeformArgument);
+    *array = given;
+  }
+  expectNullsRefused(badDeformArgument, qmath_xformDeform_constructCopy, d, &noDeform);
+  expectNullsRefused(badDeformArgument, qmath_xformDeform_update, d, in, in, 4);
+  expectNullsRefused(badDeformArgument, qmath_xformDeform_getSmoothness, d, out);
+  expectNullsRefused(badDeformArgument, qmath_xformDeform_getParts, d, &parts);
+  expectNullsRefused(badDeformArgument, qmath_xformDeform_mapPoint, d, &v, &w);
+  expectNullsRefused(badDeformArgument, qmath_xformDeform_mapPoints, d, in, out, 4);
+  expectNullsRefused(badDeformArgument, qmath_xformDeform_getIsLinear, d);
+  expectNullsRefused(badDeformArgument, qmath_xformDeform_getLinearXform, d, &v, &linear);
+  expectNullsRefused(badDeformArgument, qmath_xformDeform_getInverse, d, &v, &w);
+  EXPECT_FALSE(none || noHandle || noDeform || held);
+  qmath_xformPtrhConst_destruct(handle);
+  qmath_xformPerspective_destruct(p);
+  qmath_xformDeform_destruct(d);
+}
+
+TEST(Status, CodesAreErrorsWithTheseNumbers) {
+  const std::pair<std::uint32_t, std::uint32_t> table[] = {
+      {0x80000B62, 0x10003D00}, {0x80000B63, 0x10003E00}, {0x80000B64, 0x10003D01}, {0x80000B65, 0x10003D01},
+      {0x80000B66, 0x10003D01}, {0x80000B67, 0x10003D01}, {0x80000B68, 0x10000004}};
+  std::set<std::wstring> texts;
+  for (const auto& [code, number] : table) {
+    try {
+      qfThrowExceptionOnFailure(static_cast<std::int32_t>(code));
+      ADD_FAILURE() << code;
+    } catch (const qcException& error) {
+      EXPECT_EQ(static_cast<std::uint32_t>(error.errorNumber()), number) << code;
+      texts.insert(error.message(true));
+    }
+  }
+  EXPECT_EQ(texts.size(), std::size(table));  // people tell them apart
+  EXPECT_THROW(qfThrowExceptionOnFailure(static_cast<std::int32_t>(0x80000B61)), std::bad_alloc);
+}
+
+TEST(Status, MissingMemoryIsReportedAndLeaksNothing) {
+  // Every allocation fails in its turn: nothing is left half done.
   Source source;
   const Points from = source.points(30), to = source.points(30);
   const std::vector<std::function<void()>> bodies = {[&] { Perspective(from, to); }, [&] { Poly(from, to, 3); },

@@ -19,8 +19,8 @@ struct qmath_xformPoly;
 /// chooses origin and scale so that u and v lie within [-1, 1] over the points, where high powers are good numbers.
 ///
 /// Errors are those of qc2XformPerspectiveDefs: BadParams for an unknown order, lists of another length than needed and
-/// numbers that are not finite; NumericalError where an image or an expansion is not finite. Objects that are not
-/// changed may be used by several threads.
+/// numbers that are not finite, also those that come of a linear transform on the left; NumericalError where an image
+/// or an expansion is not finite. Objects that are not changed may be used by several threads.
 class VNXSTD_EXPORT qc2XformPoly : public qc2XformBase {
  public:
   // What archives of older errors may hold; nothing throws these.
