@@ -446,6 +446,37 @@ Status qmath_xformDeform_getLinearXform(const qmath_xformDeform* state, const qm
   return zrtnlxf::expand(derivativesOf(state), isLinear ? state->origin : *point, linear);
 }
 
+// At the distance t from a source the second derivatives of its kernel t^2 ln t are at most |2 ln t| + 3, the third
+// ones at most 3 / t. Sources further than twice the radius away are summed with their second derivatives at the
+// centre, which may cancel, and bounds for the third. Around one that is nearer, the derivative changes most along a
+// way that passes through it: by the integral of that bound along the way.
+Status qmath_xformDeform_getBend(const qmath_xformDeform* state, const qmath_vect* center, double radius,
+                                 double* bend) noexcept {
+  if (!state || !center || !bend || !(radius >= 0)) return zrtnlxf::badDeformArgument;
+  const double u = (center->x - state->origin.x) / state->unit, v = (center->y - state->origin.y) / state->unit;
+  const double reach = radius / state->unit, half = std::min(reach / 2, 1.0);
+  std::array<double, 6> second{};  // by uu, uv and vv, of x and of y
+  double sum = 0;
+  for (std::size_t i = 0; reach > 0 && i < state->nodes.size(); i += 2) {
+    const double du = u - state->nodes[i], dv = v - state->nodes[i + 1], t = std::hypot(du, dv);
+    const double weight = std::hypot(state->weights[i], state->weights[i + 1]);
+    if (t > 2 * reach) {
+      const double log = 2 * std::log(t) + 1, nu = du / t, nv = dv / t;
+      const double parts[3] = {log + 2 * nu * nu, 2 * nu * nv, log + 2 * nv * nv};
+      for (std::size_t k = 0; k < 6; ++k) second[k] += state->weights[i + k / 3] * parts[k % 3];
+      sum += weight * 1.5 * reach * reach / (t - reach);
+    } else {
+      const double beyond = std::max(0.0, 2 * std::log(t + reach));
+      sum += weight * (4 * half * (1 - std::log(half)) + reach * (beyond + 3));
+    }
+  }
+  double squares = 0;
+  for (std::size_t k = 0; k < 6; ++k) squares += (k % 3 == 1 ? 2 : 1) * second[k] * second[k];
+  const double whole = (sum + std::sqrt(squares) * reach) / state->unit;
+  *bend = std::isfinite(whole) ? whole : std::numeric_limits<double>::infinity();
+  return zrtnlxf::ok;
+}
+
 Status qmath_xformDeform_getInverse(const qmath_xformDeform* state, const qmath_vect* image,
                                     qmath_vect* point) noexcept {
   if (!state || !image || !point) return zrtnlxf::badDeformArgument;

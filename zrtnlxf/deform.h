@@ -75,6 +75,10 @@ VNXSTD_EXPORT zrtnlxf::Status qmath_xformDeform_getIsLinear(const qmath_xformDef
 /// The first-order expansion at a point; of a linear map that map, whatever the point. atInfinity.
 VNXSTD_EXPORT zrtnlxf::Status qmath_xformDeform_getLinearXform(const qmath_xformDeform* state, const qmath_vect* point,
                                                                qmath_xformLinear* linear) noexcept;
+/// An upper bound for the norm of the difference between the derivatives at `center` and at points not further from it
+/// than `radius`; infinite when it is no finite number.
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformDeform_getBend(const qmath_xformDeform* state, const qmath_vect* center,
+                                                        double radius, double* bend) noexcept;
 /// The point that is mapped to `image`, found from the affine approximation at the origin as local.h says;
 /// notConverged.
 VNXSTD_EXPORT zrtnlxf::Status qmath_xformDeform_getInverse(const qmath_xformDeform* state, const qmath_vect* image,

@@ -24,6 +24,7 @@ using zrtnlxf::Status;
 
 constexpr Elements kIdentity = {1, 0, 0, 0, 1, 0, 0, 0, 1};
 constexpr double kVanishes = 1e-12;  // beside the largest element
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 Status make(const Elements& h, qmath_xformPerspective** state) {
   return zrtnlxf::guarded([&] {
@@ -262,6 +263,24 @@ Status qmath_xformPerspective_getLinearXform(const qmath_xformPerspective* state
   };
   const bool isLinear = qmath_xformPerspective_getIsLinear(state) == 1;
   return zrtnlxf::expand(evaluate, isLinear ? qmath_vect{0, 0} : *point, linear);
+}
+
+// With J the derivative at the centre, g the gradient of w over w there and d the way to another point, the derivative
+// there is J (1 / (1 + g d) - d g^T / (1 + g d)^2).
+Status qmath_xformPerspective_getBend(const qmath_xformPerspective* state, const qmath_vect* center, double radius,
+                                      double* bend) noexcept {
+  if (!state || !center || !bend || !(radius >= 0)) return zrtnlxf::badArgument;
+  *bend = 0;
+  if (qmath_xformPerspective_getIsLinear(state) == 1) return zrtnlxf::ok;
+  qmath_xformLinear linear;
+  const Status status = qmath_xformPerspective_getLinearXform(state, center, &linear);
+  if (status < 0) return status;
+  const Elements& h = state->h;
+  const double w = h[6] * center->x + h[7] * center->y + h[8];
+  const double part = std::hypot(h[6], h[7]) / std::fabs(w) * radius;  // of the way to the line at infinity
+  const double rest = 1 - part;
+  *bend = rest > 0 ? zrtnlxf::norm(linear.matrix) * part * (1 + rest) / (rest * rest) : kInfinity;
+  return zrtnlxf::ok;
 }
 
 Status qmath_xformPerspective_getInverse(const qmath_xformPerspective* state,

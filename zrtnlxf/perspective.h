@@ -62,6 +62,11 @@ VNXSTD_EXPORT zrtnlxf::Status qmath_xformPerspective_getIsSingular(const qmath_x
 VNXSTD_EXPORT zrtnlxf::Status qmath_xformPerspective_getLinearXform(const qmath_xformPerspective* state,
                                                                     const qmath_vect* point,
                                                                     qmath_xformLinear* linear) noexcept;
+/// An upper bound for the norm of the difference between the derivatives at `center` and at points not further from it
+/// than `radius`; infinite when one of these may have no finite image. atInfinity.
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPerspective_getBend(const qmath_xformPerspective* state,
+                                                             const qmath_vect* center, double radius,
+                                                             double* bend) noexcept;
 /// A new state that holds the inverse matrix. singular; outOfMemory.
 VNXSTD_EXPORT zrtnlxf::Status qmath_xformPerspective_getInverse(const qmath_xformPerspective* state,
                                                                 qmath_xformPerspective** inverse) noexcept;

@@ -7,6 +7,7 @@
 #include <exception>
 #include <limits>
 
+#include "vnxstd/math/plain.h"
 #include "zrtnlxf/status.h"
 
 namespace zrtnlxf {
@@ -21,6 +22,11 @@ inline double degenerateBelow(double rounding, std::size_t count) noexcept {
 /// Whether `count` numbers are all finite.
 inline bool areFinite(const double* numbers, std::size_t count) noexcept {
   return std::all_of(numbers, numbers + count, [](double number) { return std::isfinite(number); });
+}
+
+/// By how much a matrix lengthens vectors at most: the larger singular value.
+inline double norm(const qmath_matrix& m) noexcept {
+  return (std::hypot(m.a00 + m.a11, m.a10 - m.a01) + std::hypot(m.a00 - m.a11, m.a10 + m.a01)) / 2;
 }
 
 /// A frame around points that makes their coordinates small numbers: q = (p - centre) * scale.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -105,6 +106,21 @@ template <class V>
 auto derivatives(const qmath_xformPoly* poly) {
   return
       [poly](const qmath_vect& p, qmath_vect& f, qmath_matrix& m) { return qmath_xformPolyDerivs_(poly, &p, &f, &m); };
+}
+
+// Makes coefficients in u and v those in u - du and v - dv, by repeated synthetic division.
+void shift(int order, double* c, double du, double dv) {
+  const auto at = [c](int i, int j) -> double& { return c[(i + j) * (i + j + 1) / 2 + j]; };
+  for (int j = 0; j <= order; ++j) {
+    for (int k = 0; k < order - j; ++k) {
+      for (int i = order - j - 1; i >= k; --i) at(i, j) += du * at(i + 1, j);
+    }
+  }
+  for (int i = 0; i <= order; ++i) {
+    for (int k = 0; k < order - i; ++k) {
+      for (int j = order - i - 1; j >= k; --j) at(i, j) += dv * at(i, j + 1);
+    }
+  }
 }
 
 // As a status; throws std::bad_alloc.
@@ -252,6 +268,31 @@ Status qmath_xformPolyDerivs_(const qmath_xformPoly* poly, const qmath_vect* poi
   if (!zrtnlxf::areFinite(all, 6)) return zrtnlxf::atInfinity;
   *image = f;
   *derivatives = m;
+  return zrtnlxf::ok;
+}
+
+// The derivative of a term of degree n in any direction is at most n times its largest value over the radius.
+Status qmath_xformPolyBend_(const qmath_xformPoly* poly, const qmath_vect* center, double radius,
+                            double* bend) noexcept {
+  if (!isPoly(poly) || !center || !bend || !(radius >= 0)) return zrtnlxf::badArgument;
+  const double u = (center->x - poly->origin.x) * poly->scale.x, v = (center->y - poly->origin.y) * poly->scale.y;
+  const double reachU = std::fabs(poly->scale.x) * radius, reachV = std::fabs(poly->scale.y) * radius;
+  double powersU[zrtnlxf::kMaxPolyOrder + 1] = {1}, powersV[zrtnlxf::kMaxPolyOrder + 1] = {1};
+  for (int i = 1; i <= poly->order; ++i) {
+    powersU[i] = powersU[i - 1] * reachU;
+    powersV[i] = powersV[i - 1] * reachV;
+  }
+  double sums[2] = {0, 0};
+  for (int k = 0; k < 2; ++k) {
+    double c[zrtnlxf::kMaxPolySize];
+    std::copy_n(poly->coefs + static_cast<std::size_t>(k) * sizeOf(poly->order), sizeOf(poly->order), c);
+    shift(poly->order, c, u, v);
+    for (int n = 2; n <= poly->order; ++n) {
+      for (int j = 0; j <= n; ++j) sums[k] += n * std::fabs(c[n * (n + 1) / 2 + j]) * powersU[n - j] * powersV[j];
+    }
+  }
+  const double sum = std::hypot(sums[0], sums[1]);
+  *bend = sum == 0 ? 0 : std::isfinite(sum) ? sum / radius : std::numeric_limits<double>::infinity();
   return zrtnlxf::ok;
 }
 

@@ -67,6 +67,11 @@ VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyDerivs_(const qmath_xformPoly* poly
 VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyLinearXform_(const qmath_xformPoly* poly, const qmath_vect* point,
                                                           qmath_xformLinear* linear) noexcept;
 
+/// An upper bound for the norm of the difference between the derivatives at `center` and at points not further from it
+/// than `radius`; infinite when it is no finite number.
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyBend_(const qmath_xformPoly* poly, const qmath_vect* center, double radius,
+                                                   double* bend) noexcept;
+
 /// The point that is mapped to `image`, found from the affine approximation at the origin as local.h says;
 /// notConverged.
 VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyInvMapPoint_(const qmath_xformPoly* poly, const qmath_vect* image,

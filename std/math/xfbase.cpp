@@ -1,7 +1,11 @@
 #include "vnxstd/math/xfbase.h"
 
+#include <cmath>
+#include <limits>
+
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/math/xfcomp.h"
+#include "zrtnlxf/points.h"
 
 namespace {
 
@@ -24,6 +28,30 @@ qcPtrHandle<qc2XformBase> qc2XformBase::clone() const { throw qc2XformDefs::NotI
 
 void qc2XformBase::mapPoints(const qcVector<2>* in, qcVector<2>* out, std::size_t count) const {
   for (std::size_t i = 0; i < count; ++i) out[i] = mapPoint(in[i]);
+}
+
+double qc2XformBase::bendBound(const qcVector<2>& center, const qcVector<2>& reach) const {
+  constexpr int kPoints = 256;
+  constexpr double kGolden = 0.6180339887498949;  // steps of this part of a turn lie evenly, but in no pattern
+  const qcMatrix<2> middle = linearXform(center).matrix();
+  if (isLinear()) return 0;
+  const double radius = reach.len();
+  double largest = 0;
+  const auto look = [&](const qcVector<2>& at) {
+    const double difference = zrtnlxf::norm(linearXform(at).matrix() - middle);
+    largest = difference <= largest ? largest : difference;  // NaN stays
+  };
+  try {
+    for (const double end : {-1.0, 1.0}) look(center + end * reach);
+    for (int i = 1; i <= kPoints; ++i) {
+      const double turn = kGolden * i, along = 2 * (turn - std::floor(turn)) - 1;
+      look(center + along * reach);
+      look(center + qcVector<2>(std::sqrt(static_cast<double>(i) / kPoints) * radius, qcRadian(qcRadian::turn * turn)));
+    }
+  } catch (const qcException&) {  // a point without an image
+    return std::numeric_limits<double>::infinity();
+  }
+  return largest < std::numeric_limits<double>::infinity() ? 2 * largest : std::numeric_limits<double>::infinity();
 }
 
 void qc2XformBase::dispatchSerialize(qcArchive& archive) {

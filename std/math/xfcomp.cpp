@@ -1,10 +1,12 @@
 #include "vnxstd/math/xfcomp.h"
 
 #include <algorithm>
+#include <limits>
 #include <unordered_set>
 #include <utility>
 
 #include "vnxstd/archive/archive.h"
+#include "zrtnlxf/points.h"
 
 namespace {
 
@@ -103,6 +105,26 @@ qc2XformLinear qc2XformComposed::linearXform(const qcVector<2>& point) const {
     result = local * result;
   }
   return result;
+}
+
+double qc2XformComposed::bendBound(const qcVector<2>& center, const qcVector<2>& reach) const {
+  const double radius = reach.len();
+  qcMatrix<2> whole;
+  qcVector<2> at = center;
+  double bend = 0, factor = 1;  // of the members so far, and by how much they lengthen
+  for (auto member = members_.rbegin(); member != members_.rend(); ++member) {
+    const qcXform<2> local = (*member)->linearXform(at);
+    const qcVector<2> along = whole * reach;
+    const double length = along.len();
+    const qcVector<2> next = length > 0 ? along * (factor * radius / length) : qcVector<2>(factor * radius, 0);
+    const double own = (*member)->bendBound(at, next);
+    bend = zrtnlxf::norm(local.matrix()) * bend + own * factor;
+    whole = local.matrix() * whole;
+    at = local.mapPoint(at);
+    factor = zrtnlxf::norm(whole) + bend;
+    if (!(factor <= std::numeric_limits<double>::max())) return std::numeric_limits<double>::infinity();
+  }
+  return bend;
 }
 
 qcPtrHandle<qc2XformBase> qc2XformComposed::composeBase(const qc2XformBase& other) const {

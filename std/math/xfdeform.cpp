@@ -109,6 +109,13 @@ qc2XformLinear qc2XformDeform::linearXform(const qcVector<2>& point) const {
   return qcXform<2>(linear);
 }
 
+double qc2XformDeform::bendBound(const qcVector<2>& center, const qcVector<2>& reach) const {
+  const qmath_vect at = center;
+  double bend = 0;
+  qfThrowExceptionOnFailure(qmath_xformDeform_getBend(state_.get(), &at, reach.len(), &bend));
+  return bend;
+}
+
 qcPtrHandle<qc2XformBase> qc2XformDeform::inverseBase() const { return new qc2XformInverse(*this); }
 
 qcPtrHandle<qc2XformBase> qc2XformDeform::clone() const { return new qc2XformDeform(*this); }

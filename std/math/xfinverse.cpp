@@ -1,11 +1,13 @@
 #include "vnxstd/math/xfinverse.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <type_traits>
 
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/math/xfpersp.h"
+#include "zrtnlxf/points.h"
 
 namespace {
 
@@ -62,6 +64,18 @@ bool qc2XformInverse::isLinear() const { return forward().isLinear(); }
 
 qc2XformLinear qc2XformInverse::linearXform(const qcVector<2>& point) const {
   return inverseOf(forward().linearXform(isLinear() ? point : mapPoint(point)));
+}
+
+// With A the inverse derivative at the centre: where the derivative D of the transform undone differs from that at the
+// centre's point by less than 1 / (2 |A|), over twice as far as A maps the reach, that disc covers what is around the
+// centre, and D^-1 - A = A (D0 - D) D^-1 is a geometric series (the inverse function theorem).
+double qc2XformInverse::bendBound(const qcVector<2>& center, const qcVector<2>& reach) const {
+  if (isLinear()) return 0;
+  const qcMatrix<2> inverse = linearXform(center).matrix();
+  const double norm = zrtnlxf::norm(inverse), length = 2 * norm * reach.len();
+  const qcVector<2> along = inverse * reach;
+  const double part = norm * forward().bendBound(mapPoint(center), along * (length / std::max(along.len(), 1e-300)));
+  return part <= 0.5 ? norm * part / (1 - part) : std::numeric_limits<double>::infinity();
 }
 
 qcPtrHandle<qc2XformBase> qc2XformInverse::inverseBase() const { return forward().clone(); }

@@ -129,6 +129,13 @@ qc2XformLinear qc2XformPerspective::linearXform(const qcVector<2>& point) const 
   return qcXform<2>(linear);
 }
 
+double qc2XformPerspective::bendBound(const qcVector<2>& center, const qcVector<2>& reach) const {
+  const qmath_vect at = center;
+  double bend = 0;
+  qfThrowExceptionOnFailure(qmath_xformPerspective_getBend(state_.get(), &at, reach.len(), &bend));
+  return bend;
+}
+
 qcPtrHandle<qc2XformBase> qc2XformPerspective::composeBase(const qc2XformBase& other) const {
   if (const auto* perspective = dynamic_cast<const qc2XformPerspective*>(&other)) {
     return new qc2XformPerspective(matrix() * perspective->matrix());

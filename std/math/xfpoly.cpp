@@ -123,6 +123,14 @@ qc2XformLinear qc2XformPoly::linearXform(const qcVector<2>& point) const {
   return qcXform<2>(linear);
 }
 
+double qc2XformPoly::bendBound(const qcVector<2>& center, const qcVector<2>& reach) const {
+  const qmath_vect at = center;
+  const qmath_xformPoly p = poly();
+  double bend = 0;
+  qfThrowExceptionOnFailure(qmath_xformPolyBend_(&p, &at, reach.len(), &bend));
+  return bend;
+}
+
 qcPtrHandle<qc2XformBase> qc2XformPoly::leftCompose(const qcXform<2>& second) const {
   const std::size_t n = size(order_);
   std::vector<double> x(n), y(n);

@@ -50,6 +50,16 @@ class VNXSTD_EXPORT qc2XformBase : public qcPersistent, public qcRepBase {
   /// throws, what `out` holds is unspecified.
   virtual void mapPoints(const qcVector<2>* in, qcVector<2>* out, std::size_t count) const;
 
+  /// How much the transform bends around a point: an upper bound for the norm of the difference between the matrices of
+  /// linearXform at `center` and at any point that is no further from it than the length of `reach`. Infinite where one
+  /// of these points may have no finite image. Curves are approximated within a tolerance by means of it, and what it
+  /// overlooks they overlook. Throws what linearXform throws at the center.
+  ///
+  /// The transforms of this library give bounds that hold, which approach 0 with the reach. By default twice the
+  /// largest difference at 256 points along `reach`, through the center, and 256 scattered around: a class of
+  /// transforms with features that these can miss must give its own bound.
+  virtual double bendBound(const qcVector<2>& center, const qcVector<2>& reach) const;
+
   qcVector<2> operator*(const qcVector<2>& point) const { return mapPoint(point); }
   qcPtrHandle<qc2XformBase> operator*(const qc2XformBase& other) const { return composeBase(other); }
 

@@ -66,6 +66,8 @@ class VNXSTD_EXPORT qc2XformDeform : public qc2XformBase {
   /// True when nothing bends, all weights being exactly 0, as they are for up to three correspondences.
   bool isLinear() const override;
   qc2XformLinear linearXform(const qcVector<2>& point) const override;
+  /// By the second derivatives at the center and bounds for the third ones, or around near sources for the first.
+  double bendBound(const qcVector<2>& center, const qcVector<2>& reach) const override;
   /// A new qc2XformInverse. Throws qc2XformPerspectiveDefs::NumericalError when the affine approximation at the origin
   /// is singular.
   qcPtrHandle<qc2XformBase> inverseBase() const override;

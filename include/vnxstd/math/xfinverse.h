@@ -42,6 +42,8 @@ class VNXSTD_EXPORT qc2XformInverse : public qc2XformBase {
   /// The inverse of the expansion of the transform undone. Throws qc2XformPerspectiveDefs::NumericalError where that is
   /// singular in the same sense.
   qc2XformLinear linearXform(const qcVector<2>& point) const override;
+  /// By the bound of the transform undone; infinite unless that shows that the transform can be undone all around.
+  double bendBound(const qcVector<2>& center, const qcVector<2>& reach) const override;
   /// A copy of the transform undone.
   qcPtrHandle<qc2XformBase> inverseBase() const override;
   qcPtrHandle<qc2XformBase> clone() const override;

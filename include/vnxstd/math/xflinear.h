@@ -79,6 +79,7 @@ class VNXSTD_EXPORT qc2XformLinear : public qc2XformBase {
   qcVector<2> mapPoint(const qcVector<2>& point) const override { return xform_.mapPoint(point); }
   bool isLinear() const override { return true; }
   qc2XformLinear linearXform(const qcVector<2>& point) const override;
+  double bendBound(const qcVector<2>&, const qcVector<2>&) const override { return 0; }
   /// A new qc2XformLinear when `other` is linear, of whatever class; a new qc2XformPoly when it is one; else a
   /// composition.
   qcPtrHandle<qc2XformBase> composeBase(const qc2XformBase& other) const override;

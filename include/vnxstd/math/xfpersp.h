@@ -78,6 +78,7 @@ class VNXSTD_EXPORT qc2XformPerspective : public qc2XformBase {
   /// True when the last row is (0, 0, w), w not 0.
   bool isLinear() const override;
   qc2XformLinear linearXform(const qcVector<2>& point) const override;
+  double bendBound(const qcVector<2>& center, const qcVector<2>& reach) const override;
   /// A new qc2XformPerspective when `other` is one, or linear, of whatever class; else a composition.
   qcPtrHandle<qc2XformBase> composeBase(const qc2XformBase& other) const override;
   /// A new qc2XformPerspective. Throws qc2XformPerspectiveDefs::NumericalError when this one is singular.

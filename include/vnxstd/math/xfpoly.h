@@ -71,6 +71,8 @@ class VNXSTD_EXPORT qc2XformPoly : public qc2XformBase {
   /// True when all coefficients of degrees above 1 are 0, as those of order 1 are.
   bool isLinear() const override;
   qc2XformLinear linearXform(const qcVector<2>& point) const override;
+  /// By the magnitudes of the coefficients of its expansion at the center.
+  double bendBound(const qcVector<2>& center, const qcVector<2>& reach) const override;
   /// A new qc2XformInverse. Throws qc2XformPerspectiveDefs::NumericalError when the affine approximation at the origin
   /// is singular.
   qcPtrHandle<qc2XformBase> inverseBase() const override;
