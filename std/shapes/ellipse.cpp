@@ -102,9 +102,17 @@ qcEllipse2::qcEllipse2(double xx, double xy, double yy, double x, double y, doub
   const double a = xx / scale, b = xy / scale, c = yy / scale, d = x / scale, e = y / scale, f = constant / scale;
   const double det = determinant(a, b / 2, b / 2, c);
   if (!(det > 0)) throw qcShapesError::BadCoef();
-  const qcVector<2> center((b * e - 2 * c * d) / (4 * det), (b * d - 2 * a * e) / (4 * det));
+  // The step to where a slope vanishes. The one from the origin finds the centre; rounding errors, which a long ellipse
+  // multiplies, leave some slope there, and the second step takes that out.
+  const auto stepFrom = [&](const qcVector<2>& slope) {
+    return qcVector<2>(b * slope.y() - 2 * c * slope.x(), b * slope.x() - 2 * a * slope.y()) / (4 * det);
+  };
+  const qcVector<2> guess = stepFrom({d, e});
+  const qcVector<2> slope(2 * a * guess.x() + b * guess.y() + d, b * guess.x() + 2 * c * guess.y() + e);
+  const qcVector<2> step = stepFrom(slope), center = guess + step;
   // In coordinates from the centre the quadratic form is `level`; its eigenvalues belong to the axes.
-  const double level = -(f + (d * center.x() + e * center.y()) / 2);
+  const double there = guess.x() * (a * guess.x() + b * guess.y() + d) + guess.y() * (c * guess.y() + e) + f;
+  const double level = -(there + slope * step / 2);
   const double spread = std::hypot((a - c) / 2, b / 2), larger = (a + c) / 2 + spread, smaller = det / larger;
   const qcVector<2> radii(std::sqrt(level / smaller), std::sqrt(level / larger));
   if (!areRadii(radii) || !(radii.y() > 0)) throw qcShapesError::BadCoef();

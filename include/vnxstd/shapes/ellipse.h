@@ -100,8 +100,10 @@ class VNXSTD_EXPORT qcEllipse2 : public qc_EllipseShape {
   /// Makes this the image of the unit circle.
   void ellFromUnitCirc(const qc2XformLinear& unitCircleMap);
 
-  /// Coefficients of the conic, in the order of the constructor; that of xx and yy are positive. Throws
-  /// qcShapesError::DegenerateShape when a radius is 0.
+  /// Coefficients of the conic, in the order of the constructor; those of xx and yy are not negative. Numbers of this
+  /// precision place an ellipse to about 1e-15 * (larger radius + distance of the centre from the origin)^2 / smaller
+  /// radius^2 of its larger radius: long ellipses do not come back from them. Throws qcShapesError::DegenerateShape
+  /// when a radius is 0.
   void coeffs(double& xx, double& xy, double& yy, double& x, double& y, double& constant) const;
   /// The same ellipse without phase and handedness.
   qcEllipse oldEllipse() const;
