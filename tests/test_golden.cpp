@@ -28,12 +28,15 @@
 #include "vnxstd/rlebuf/rlebuf.h"
 #include "vnxstd/shapes/affrect.h"
 #include "vnxstd/shapes/circle.h"
+#include "vnxstd/shapes/contourtree.h"
 #include "vnxstd/shapes/ellipsearc.h"
+#include "vnxstd/shapes/generaltree.h"
 #include "vnxstd/shapes/genrect.h"
 #include "vnxstd/shapes/line.h"
 #include "vnxstd/shapes/lineseg.h"
 #include "vnxstd/shapes/polyline.h"
 #include "vnxstd/shapes/rect.h"
+#include "vnxstd/shapes/regiontree.h"
 #include "vnxstd/shapes/sampling.h"
 
 namespace {
@@ -197,6 +200,20 @@ std::vector<Case> cases() {
   all.push_back(shared<qcShape>("qcGenRect", new qcGenRect(qcVector<2>(1, 2), qcVector<2>(3, 4), qcVector<2>(-5, 6))));
   all.push_back(shared<qcShape>("qcAffineRectangle", new qcAffineRectangle({qcMatrix<2>(3, -5, 4, 6), {1, 2}})));
   all.push_back(shared<qcShape>("qcPolyline", new qcPolyline({{0, 0}, {4, 0}, {4, 3}}, true)));
+  // Half a disc, a square with a hole and an island in it, and a collection that holds one shape twice.
+  const qcEllipseArc2 half(qcEllipse2({0, 0}, {}, {2, 2}, true, {}), qcRadian(0), qcRadian(qcRadian::turn / 2));
+  auto* contour = new qcContourTree(true);
+  contour->addChild(half);
+  contour->addChild(qcLineSeg({-2, 0}, {2, 0}));
+  const qcPtrHandle<qcShape> contourShape(contour);
+  all.push_back(value("qcContourTree", contourShape));
+  qcRegionTree hole(*contour, true);
+  hole.addChild(qcRegionTree(qcCircle({0, 1}, 0.5)));
+  auto* region = new qcRegionTree(qcRect({-3, -3}, {6, 6}));
+  region->addChild(hole);
+  all.push_back(shared<qcShape>("qcRegionTree", region));
+  all.push_back(shared<qcShape>("qcGeneralShapeTree",
+                                new qcGeneralShapeTree({contourShape, new qcCircle({1, 2}, 3), contourShape}, false)));
   all.push_back(value("qcPerimPos", qcPerimPos(2, 0.5)));
   qcShape::qcSampleParams params(0.5, 2, 40, true, false);
   params.uniformMode(true);

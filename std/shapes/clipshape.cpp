@@ -5,6 +5,7 @@
 #include "vnxstd/shapes/line.h"
 #include "vnxstd/shapes/lineseg.h"
 #include "vnxstd/shapes/parallelogram.h"
+#include "vnxstd/shapes/shapetree.h"
 
 namespace qc_shapes {
 
@@ -32,5 +33,8 @@ qcPtrHandle<qcShape> qc_InfiniteLine::clip_(const qcPolyline& polygon, qcClipInf
   return clipShape(*this, polygon, info);
 }
 qcPtrHandle<qcShape> qc_ParallelogramShape::clip_(const qcPolyline& polygon, qcClipInfo& info) const {
+  return clipShape(*this, polygon, info);
+}
+qcPtrHandle<qcShape> qcShapeTree::clip_(const qcPolyline& polygon, qcClipInfo& info) const {
   return clipShape(*this, polygon, info);
 }

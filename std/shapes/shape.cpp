@@ -66,6 +66,7 @@ qcPtrHandle<qcShape> qcShape::reverse_() const { return reverse(); }
 bool qcShape::isMultipleContours_() const { return false; }
 qcPtrHandle<qcShape> qcShape::cloneThat_(const qcShape& that) const { return that.clone(); }
 void qcShape::pieceLengths_(std::vector<double>& lengths) const { lengths.push_back(perimeter()); }
+void qcShape::heldShapes_(std::vector<const qcShape*>&) const {}
 
 qcPtrHandle<qcShape> qcShape::subShape(const qcShapeInfo&, const std::pair<qcPerimPos, double>& piece) const {
   const qcPtrHandle<qcShape> shape = decomposed();

@@ -161,6 +161,10 @@ class VNXSTD_EXPORT qcShape : public virtual qcRepBase, public virtual qcPersist
   /// that are made of primitives and count as decomposed append those of each primitive.
   virtual void pieceLengths_(std::vector<double>& lengths) const;
 
+  /// Appends the shapes that this one holds by handles. By default it holds none. No shape may be among those that it
+  /// holds, directly or through others.
+  virtual void heldShapes_(std::vector<const qcShape*>& held) const;
+
   /// The part of the shape inside a clipping polygon; the polygon itself is inside. What is inside a polygon that
   /// crosses itself is what it winds around (see qcPolyline::within), in whichever direction: polygons of both
   /// directions clip alike, and with `rightHanded` a left-handed one is reversed before clip_ sees it.

@@ -1,0 +1,151 @@
+#include "std/shapes/nesting.h"
+
+#include <algorithm>
+#include <cmath>
+#include <typeinfo>
+#include <vector>
+
+#include "std/shapes/exact.h"
+#include "std/shapes/segment.h"
+#include "vnxstd/shapes/lineseg.h"
+#include "vnxstd/shapes/polyline.h"
+#include "vnxstd/shapes/rect.h"
+#include "vnxstd/shapes/shapeinfo.h"
+#include "vnxstd/shapes/shapetree.h"
+
+namespace qc_shapes {
+
+namespace {
+
+using V = qcVector<2>;
+
+constexpr double kFinest = 1e-3;  // how closely curved boundaries are looked at, relative to the outer one's size
+
+// The vertices of a region with straight edges, in order; none when it has others.
+std::vector<V> polygonOf(const qcShape& region) {
+  const auto straight = [](const qcShape& shape, std::vector<V>& vertices) {
+    if (const auto* polyline = dynamic_cast<const qcPolyline*>(&shape)) {
+      vertices.insert(vertices.end(), polyline->vertices().begin(), polyline->vertices().end());
+      return true;
+    }
+    if (typeid(shape) != typeid(qcLineSeg)) return false;
+    vertices.push_back(shape.startPoint());
+    vertices.push_back(shape.endPoint());
+    return true;
+  };
+  std::vector<V> vertices;
+  const auto* tree = dynamic_cast<const qcShapeTree*>(&region);
+  if (!tree) return straight(region, vertices) ? vertices : std::vector<V>();
+  for (const qcShape* element : tree->elements_()) {
+    if (!straight(*element, vertices)) return {};
+  }
+  return vertices;
+}
+
+class Outer {
+ public:
+  Outer(const qcShape& shape, double tolerance) : shape_(shape), box_(shape.boundingBox()) {
+    const V low = box_.ul(), high = box_.lr();
+    size_ = std::max(box_.width(), box_.height());
+    tolerance_ =
+        tolerance * std::max({std::fabs(low.x()), std::fabs(low.y()), std::fabs(high.x()), std::fabs(high.y()), size_});
+  }
+
+  double size() const { return size_; }
+  double tolerance() const { return tolerance_; }
+  double distance(const V& p) const { return segmentLength(p, shape_.nearestPoint(p)); }
+  bool excludes(const V& p) const { return !shape_.within(p) && distance(p) > tolerance_; }
+  bool mayHold(const qcRect& box) const {
+    const V low = box.ul(), high = box.lr();
+    return low.x() >= box_.ul().x() - tolerance_ && low.y() >= box_.ul().y() - tolerance_ &&
+           high.x() <= box_.lr().x() + tolerance_ && high.y() <= box_.lr().y() + tolerance_;
+  }
+
+ private:
+  const qcShape& shape_;
+  qcRect box_;
+  double size_, tolerance_;
+};
+
+// Appends where on the way from a to b the edge from c to d crosses or touches, as fractions of the way.
+void appendCrossings(const V& a, const V& b, const V& c, const V& d, std::vector<double>& at) {
+  const auto apart = [](double a1, double a2, double b1, double b2) {
+    return std::max(a1, a2) < std::min(b1, b2) || std::max(b1, b2) < std::min(a1, a2);
+  };
+  if (apart(a.x(), b.x(), c.x(), d.x()) || apart(a.y(), b.y(), c.y(), d.y())) return;
+  const int sideC = orientation(a, b, c), sideD = orientation(a, b, d);
+  if (sideC == 0) at.push_back(nearestFraction(a, b, c));
+  if (sideD == 0) at.push_back(nearestFraction(a, b, d));
+  if (sideC * sideD >= 0 || orientation(c, d, a) * orientation(c, d, b) > 0) return;
+  at.push_back((c - a).cross(d - c) / (b - a).cross(d - c));
+}
+
+// Between two neighbouring crossings an edge is on one side; its middle tells on which.
+bool polygonInside(const std::vector<V>& inner, const std::vector<V>& edges, const Outer& outer) {
+  std::vector<double> at;
+  for (std::size_t i = 0; i < inner.size(); ++i) {
+    const V &a = inner[i], &b = inner[(i + 1) % inner.size()];
+    at = {0, 1};
+    for (std::size_t j = 0; j < edges.size(); ++j) appendCrossings(a, b, edges[j], edges[(j + 1) % edges.size()], at);
+    std::sort(at.begin(), at.end());
+    for (std::size_t k = 1; k < at.size(); ++k) {
+      if (outer.excludes(pointAtFraction(a, b, (at[k - 1] + at[k]) / 2))) return false;
+    }
+    if (outer.excludes(a)) return false;
+  }
+  return true;
+}
+
+// A point at some distance from the outer boundary has all points within that distance on its own side.
+bool curveInside(const qcShape& inner, const Outer& outer) {
+  const qcShapeInfo info(inner);
+  struct Stretch {
+    double start, length;
+  };
+  std::vector<Stretch> stretches;
+  for (long piece = 0; piece < info.numPieces(); ++piece) {
+    if (outer.excludes(inner.perimPoint(info, {static_cast<std::int32_t>(piece), 0}))) return false;
+    stretches.push_back({info.startOf(piece), info.pieceLength(piece)});
+  }
+  const double finest = std::max(kFinest * outer.size(), outer.tolerance());
+  while (!stretches.empty()) {
+    const auto [start, length] = stretches.back();
+    stretches.pop_back();
+    const double half = length / 2;
+    const V p = inner.perimPoint(info, info.perimPos(start + half));
+    if (outer.excludes(p)) return false;
+    if (!(length > finest) || outer.distance(p) >= half) continue;
+    stretches.push_back({start, half});
+    stretches.push_back({start + half, half});
+  }
+  return true;
+}
+
+// No corner of the outer boundary lies inside the inner one.
+bool holdsNoCorner(const qcShape& inner, const qcShape& boundary, const Outer& outer) {
+  const qcShapeInfo info(boundary);
+  for (long piece = 0; piece < info.numPieces(); ++piece) {
+    const V corner = boundary.perimPoint(info, {static_cast<std::int32_t>(piece), 0});
+    if (inner.within(corner) && segmentLength(corner, inner.nearestPoint(corner)) > outer.tolerance()) return false;
+  }
+  return true;
+}
+
+// In primitives, but still a region.
+qcPtrHandle_const<qcShape> inPrimitives(const qcShape& region) {
+  qcPtrHandle_const<qcShape> decomposed(region.decompose());
+  return decomposed->isRegion() ? decomposed : qcPtrHandle_const<qcShape>(region.clone());
+}
+
+}  // namespace
+
+bool liesInside(const qcShape& inner, const qcShape& outer, double tolerance) {
+  const Outer around(outer, tolerance);
+  if (!around.mayHold(inner.boundingBox())) return false;
+  const qcPtrHandle_const<qcShape> a = inPrimitives(inner), b = inPrimitives(outer);
+  const std::vector<V> polygon = polygonOf(*a), edges = polygonOf(*b);
+  if (!polygon.empty() && !edges.empty()) return polygonInside(polygon, edges, around);
+  return curveInside(*a, around) && holdsNoCorner(inner, *b, around);
+}
+
+}  // namespace qc_shapes

@@ -1,0 +1,246 @@
+#include "vnxstd/shapes/regiontree.h"
+
+#include <algorithm>
+
+#include "std/shapes/nesting.h"
+#include "std/shapes/segment.h"
+#include "vnxstd/archive/archive.h"
+#include "vnxstd/shapes/contourtree.h"
+#include "vnxstd/shapes/generaltree.h"
+#include "vnxstd/shapes/rect.h"
+#include "vnxstd/shapes/sampling.h"
+
+namespace {
+
+using Child = qcShapeTree::Child;
+
+constexpr const char* kSource = "std/shapes/shaptree";
+constexpr int kLine = 4074;
+
+const qc_Instantiator registered(typeid(qcRegionTree), &qcRegionTree::make);
+
+const qcRegionTree* asRegion(const qcShape& shape) { return dynamic_cast<const qcRegionTree*>(&shape); }
+
+bool isTreeOfNoContour(const qcShape& shape) {
+  return dynamic_cast<const qcShapeTree*>(&shape) && !dynamic_cast<const qcContourTree*>(&shape);
+}
+
+Child checkedBoundary(const Child& boundary) {
+  if (isTreeOfNoContour(*boundary)) throw qcShapesError::BadGeom();
+  if (!boundary->isRegion()) throw qcShapesError::NotRegion();
+  return boundary;
+}
+
+// Turns the points of a closed chain, from number `first` to the last of all, the other way round, and keeps its first
+// point.
+void turnChain(qcShape::qcSampleResult& result, std::size_t first) {
+  const std::vector<qcVector<2>>& points = result.positions();
+  if (first == points.size()) return;
+  const std::size_t kept = points[first] == points.back() ? 0 : 1;
+  const auto turn = [from = static_cast<std::ptrdiff_t>(first + kept)](auto& values) {
+    if (!values.empty()) std::reverse(values.begin() + from, values.end());
+  };
+  turn(result.positions());
+  turn(result.tangents());
+  turn(result.perimPositions_());
+  for (std::size_t i = first; i < result.tangents().size(); ++i) {
+    result.tangents()[i] = (result.tangents()[i] + qcRadian(qcRadian::turn / 2)).signedNorm();
+  }
+}
+
+}  // namespace
+
+qcRegionTree::qcRegionTree(const qcShape& boundary, bool isHole) : hole_(isHole) { this->boundary(boundary); }
+
+qcRegionTree::qcRegionTree(const Child& boundary, bool isHole) : qcRegionTree(*boundary, isHole) {}
+
+qcPersistent* qcRegionTree::make() { return new qcRegionTree; }
+
+const qcShape& qcRegionTree::boundary() const {
+  if (isEmpty()) throw qcShapesError::EmptyShape();
+  return *boundary_;
+}
+
+void qcRegionTree::boundary(const qcShape& boundary) {
+  const Child copy(checkedBoundary(boundary.clone()));
+  const bool rightHanded = copy->isRightHanded();
+  for (const Child& child : children()) {
+    const qcShape& inner = asRegion(*child)->boundary();
+    if (!qc_shapes::liesInside(inner, *copy, kNesting)) throw qcShapesError::BadGeom();
+  }
+  mutating();
+  boundary_ = copy;
+  boundaryRightHanded_ = rightHanded;
+  recount_();
+}
+
+void qcRegionTree::boundary(const Child& boundary) { this->boundary(*boundary); }
+
+const qcRegionTree& qcRegionTree::child(long index) const {
+  return static_cast<const qcRegionTree&>(qcShapeTree::child(index));
+}
+
+bool qcRegionTree::takesChild_(const qcShape& child) const {
+  const qcRegionTree* region = asRegion(child);
+  return region && !region->isEmpty() && !isEmpty() && region->hole_ != hole_ &&
+         qc_shapes::liesInside(*region->boundary_, *boundary_, kNesting);
+}
+
+Child qcRegionTree::heldChild_(const Child& child, bool copyChild) const {
+  const auto& region = static_cast<const qcRegionTree&>(*child);
+  if (!copyChild && !region.root_) return child;
+  const qcPtrHandle<qcShape> copy = copyChild ? region.clone() : qcPtrHandle<qcShape>(new qcRegionTree(region));
+  static_cast<qcRegionTree&>(*copy).root_ = false;
+  return copy;
+}
+
+// The same node, without children, around another boundary.
+qcPtrHandle<qcRegionTree> qcRegionTree::withBoundary(const Child& boundary) const {
+  const qcPtrHandle<qcRegionTree> node(new qcRegionTree);
+  node->hole_ = hole_;
+  node->root_ = root_;
+  node->boundary_ = boundary;
+  node->boundaryRightHanded_ = boundary.isNull() || boundary->isRightHanded();
+  return node;
+}
+
+qcPtrHandle<qcShapeTree> qcRegionTree::bareNode_(const Rebuild_& rebuild) const {
+  const qcPtrHandle<qcRegionTree> node = withBoundary(isEmpty() ? Child() : Child(rebuild.shape(*boundary_)));
+  node->hole_ = hole_ != rebuild.flipped;
+  return node;
+}
+
+qcPtrHandle<qcRegionTree> qcRegionTree::flip() const {
+  const qcPtrHandle<qcShape> flipped =
+      rebuilt_(*this, {[](const qcShape& shape) { return shape.clone(); }, false, true});
+  return qcPtrHandle<qcRegionTree>(static_cast<qcRegionTree*>(flipped.rep()));
+}
+
+qcPtrHandle<qcShape> qcRegionTree::reverse() const {
+  const auto reversed = [](const qcShape& shape) { return shape.isReversible() ? shape.reverse() : shape.clone(); };
+  return rebuilt_(*this, {reversed, false, true});
+}
+
+qcPtrHandle<qcGeneralShapeTree> qcRegionTree::unregionize() const {
+  const std::vector<const qcShape*> boundaries = elements_();
+  return new qcGeneralShapeTree({boundaries.begin(), boundaries.end()}, false);
+}
+
+qcPtrHandle<qcShapeTree> qcRegionTree::flatten(bool copyChildren) const {
+  return rebuilt_(*this, {[copyChildren](const qcShape& shape) -> qcPtrHandle<qcShape> {
+    if (const auto* contour = dynamic_cast<const qcContourTree*>(&shape)) {
+      return contour->flatten(copyChildren);
+    }
+    return copyChildren ? shape.clone() : qcPtrHandle<qcShape>(const_cast<qcShape*>(&shape));
+  }});
+}
+
+// All nodes, each before those below it.
+std::vector<const qcRegionTree*> qcRegionTree::nodes() const {
+  std::vector<const qcRegionTree*> all, waiting{this};
+  while (!waiting.empty()) {
+    const qcRegionTree* node = waiting.back();
+    waiting.pop_back();
+    if (!node->isEmpty()) all.push_back(node);
+    for (auto child = node->children().rbegin(); child != node->children().rend(); ++child) {
+      waiting.push_back(asRegion(**child));
+    }
+  }
+  return all;
+}
+
+// Only nodes that surround the point need be looked at. Behind those below it, each of them is known to hold the point
+// or not, and if it does, takes it from the one above.
+qcRegionTree::Place qcRegionTree::classify(const qcVector<2>& p, double tolerance) const {
+  if (!(tolerance >= 0)) throw qcShapesError::BadParams();
+  struct Around {
+    const qcRegionTree* node;
+    std::size_t above;
+    bool holds;
+  };
+  std::vector<Around> around;
+  std::vector<std::pair<const qcRegionTree*, std::size_t>> waiting;
+  if (!isEmpty()) waiting.emplace_back(this, 0);
+  while (!waiting.empty()) {
+    const auto [node, above] = waiting.back();
+    waiting.pop_back();
+    const qcShape& shape = *node->boundary_;
+    if (qc_shapes::segmentLength(p, shape.nearestPoint(p)) <= tolerance) return Place::boundary;
+    if (!shape.within(p)) continue;
+    around.push_back({node, above, true});
+    for (const Child& child : node->children()) waiting.emplace_back(asRegion(*child), around.size() - 1);
+  }
+  if (around.empty()) return Place::outside;
+  for (std::size_t i = around.size() - 1; i > 0; --i) {
+    if (around[i].holds) around[around[i].above].holds = false;
+  }
+  return around.front().holds ? Place::inside : Place::outside;
+}
+
+qcRect qcRegionTree::boundingBox() const { return boundary().boundingBox(); }
+
+bool qcRegionTree::isRightHanded() const {
+  if (!isRegion()) throw qcShapesError::NotRegion();
+  return !hole_;
+}
+
+bool qcRegionTree::within(const qcVector<2>& p) const {
+  if (!isRegion()) throw qcShapesError::NotRegion();
+  return classify(p) == Place::inside;
+}
+
+void qcRegionTree::sample(const qcSampleParams& params, qcSampleResult& result) const {
+  if (params.uniformMode()) throw qcShapesError::BadParams();
+  const std::vector<const qcRegionTree*> all = nodes();
+  sampleElements_(params, result, [&](std::size_t i, std::size_t firstPoint) {
+    if (all[i]->boundaryRightHanded_ == all[i]->hole_) turnChain(result, firstPoint);
+  });
+}
+
+void qcRegionTree::heldShapes_(std::vector<const qcShape*>& held) const {
+  qcShapeTree::heldShapes_(held);
+  if (!isEmpty()) held.push_back(boundary_.rep());
+}
+
+void qcRegionTree::ownElements_(std::vector<const qcShape*>& elements) const {
+  if (!isEmpty()) elements.push_back(boundary_.rep());
+}
+
+bool qcRegionTree::isNested_(const qcShape& child) const { return asRegion(child) != nullptr; }
+
+bool qcRegionTree::equalNode_(const qcShapeTree& that) const {
+  const auto& other = static_cast<const qcRegionTree&>(that);
+  if (isEmpty() || other.isEmpty()) return isEmpty() == other.isEmpty() && hole_ == other.hole_;
+  return hole_ == other.hole_ && boundaryRightHanded_ == other.boundaryRightHanded_ && root_ == other.root_ &&
+         boundary_->equal_(*other.boundary_);
+}
+
+std::uint64_t qcRegionTree::ownNodes_() const { return isEmpty() ? 1 : 1 + nodesOf_(*boundary_); }
+
+void qcRegionTree::preLoad() {
+  qcShapeTree::preLoad();
+  boundary_.release();
+}
+
+void qcRegionTree::serialize_(qcArchive& archive, unsigned char version) {
+  qcArchive::checkVersion(version, 0, kSource, kLine);
+  bool hole = hole_, rightHanded = boundaryRightHanded_, root = root_;
+  try {
+    qcShapeTree::dispatchSerialize(archive);
+    archive || boundary_ || hole || rightHanded || root;
+    if (archive.isStoring()) return;
+    if (!boundary_.isNull()) checkLoaded_(archive, boundary_);
+    bool good = boundary_.isNull() ? isLeaf() : !isTreeOfNoContour(*boundary_) && boundary_->isRegion();
+    for (const Child& child : children()) {
+      const qcRegionTree* region = asRegion(*child);
+      good = good && region && !region->isEmpty() && region->hole_ != hole;
+    }
+    if (!good || recount_() > kMaxArchived) throw qcArchive::BadContent(kSource, kLine);
+  } catch (...) {
+    if (archive.isLoading()) preLoad();
+    throw;
+  }
+  hole_ = hole;
+  boundaryRightHanded_ = rightHanded;
+  root_ = root;
+}

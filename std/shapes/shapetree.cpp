@@ -1,0 +1,567 @@
+#include "vnxstd/shapes/shapetree.h"
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+#include <typeinfo>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "std/shapes/samplewriter.h"
+#include "std/shapes/segment.h"
+#include "vnxstd/archive/archive.h"
+#include "vnxstd/shapes/contourtree.h"
+#include "vnxstd/shapes/ellipsearc.h"
+#include "vnxstd/shapes/generaltree.h"
+#include "vnxstd/shapes/polyline.h"
+#include "vnxstd/shapes/rect.h"
+#include "vnxstd/shapes/shapeinfo.h"
+
+namespace {
+
+using Child = qcShapeTree::Child;
+using Elements = std::vector<const qcShape*>;
+
+constexpr const char* kSource = "std/shapes/shaptree";
+constexpr int kVersionLine = 597, kContentLine = 602;
+
+const qc_Instantiator registered(typeid(qcShapeTree), nullptr);
+
+const qcShapeTree* asTree(const qcShape& shape) { return dynamic_cast<const qcShapeTree*>(&shape); }
+
+// Calls visit with every tree below and including the root, and its level.
+template <class Visit>
+void visitTrees(const qcShapeTree& root, Visit visit) {
+  std::vector<std::pair<const qcShapeTree*, long>> waiting{{&root, 0}};
+  while (!waiting.empty()) {
+    const auto [tree, level] = waiting.back();
+    waiting.pop_back();
+    if (!visit(*tree, level)) return;
+    for (const Child& child : tree->children()) {
+      if (const qcShapeTree* nested = asTree(*child)) waiting.emplace_back(nested, level + 1);
+    }
+  }
+}
+
+// How many pieces a shape has that is not empty: as many as it appends to pieceLengths_. The lengths of arcs are too
+// dear for a count.
+long numPieces(const qcShape& shape) {
+  if (typeid(shape) == typeid(qcEllipseArc2)) return 1;
+  if (const auto* polyline = dynamic_cast<const qcPolyline*>(&shape)) {
+    const long vertices = polyline->numVertices();
+    return polyline->isClosed() || vertices < 2 ? vertices : vertices - 1;
+  }
+  if (const qcShapeTree* tree = asTree(shape)) {
+    if (!tree->isDecomposed()) return 1;
+    long sum = 0;
+    for (const qcShape* element : tree->elements_()) sum += numPieces(*element);
+    return sum;
+  }
+  std::vector<double> lengths;
+  shape.pieceLengths_(lengths);
+  return static_cast<long>(lengths.size());
+}
+
+// The elements of a decomposed tree and the numbers of their pieces.
+class Pieces {
+ public:
+  explicit Pieces(Elements elements) : elements_(std::move(elements)), first_{0} {
+    if (elements_.empty()) throw qcShapesError::EmptyShape();
+    for (const qcShape* element : elements_) first_.push_back(first_.back() + numPieces(*element));
+  }
+
+  std::size_t count() const { return elements_.size(); }
+  const qcShape& element(std::size_t i) const { return *elements_[i]; }
+
+  /// The number of the element on which a piece lies.
+  std::size_t elementOf(long piece) const {
+    return static_cast<std::size_t>(std::upper_bound(first_.begin(), first_.end(), piece) - first_.begin() - 1);
+  }
+  /// A position on an element as one on the tree, and back.
+  qcPerimPos onTree(std::size_t i, const qcPerimPos& position) const {
+    return {static_cast<std::int32_t>(first_[i] + position.index()), position.distance()};
+  }
+  qcPerimPos onElement(std::size_t i, const qcPerimPos& position) const {
+    return {static_cast<std::int32_t>(position.index() - first_[i]), position.distance()};
+  }
+
+  /// The position on the piece that it really lies on. The end of an element is no place on the next one, unless both
+  /// are of one contour.
+  qcPerimPos placed(const qcShapeInfo& info, const qcPerimPos& position, bool oneContour) const {
+    if (info.numPieces() != first_.back()) throw qcShapesError::BadParams();
+    if (!oneContour && position.distance() >= 0 && position.distance() <= info.pieceLength(position.index())) {
+      return position;
+    }
+    return info.perimPos(position, 0);
+  }
+
+ private:
+  Elements elements_;
+  std::vector<long> first_;
+};
+
+// The first of the nearest elements, and the nearest point of it.
+std::pair<std::size_t, qcVector<2>> nearestElement(const Elements& elements, const qcVector<2>& p) {
+  if (elements.empty()) throw qcShapesError::EmptyShape();
+  std::pair<std::size_t, qcVector<2>> nearest(0, elements.front()->nearestPoint(p));
+  double least = qc_shapes::segmentLength(p, nearest.second);
+  for (std::size_t i = 1; i < elements.size() && least > 0; ++i) {
+    const qcVector<2> point = elements[i]->nearestPoint(p);
+    const double distance = qc_shapes::segmentLength(p, point);
+    if (!(distance < least)) continue;
+    least = distance;
+    nearest = {i, point};
+  }
+  return nearest;
+}
+
+// A distance from the start that leads back to a position, also where it is the end of a piece and the next one starts
+// elsewhere.
+double distanceOf(const qcShapeInfo& info, const qcPerimPos& position) {
+  const double distance = info.distanceAlong(position);
+  return info.perimPos(distance).index() > position.index() ? std::nextafter(distance, 0.0) : distance;
+}
+
+qcPtrHandle<qcShape> decomposedShape(const qcShape& shape) {
+  const qcPtrHandle<qcShape> decomposed = shape.decompose();
+  if (!shape.isRegion() || decomposed->isRegion()) return decomposed;
+  return new qcContourTree({decomposed}, true, false);
+}
+
+// Children that are shared by reference are copies, owned by nobody else.
+std::vector<Child> copyOf(const qcShape& child) { return {Child(child.clone())}; }
+
+}  // namespace
+
+qcShapeTree::~qcShapeTree() { dismantle(children_); }
+
+qcShapeTree& qcShapeTree::operator=(const qcShapeTree& other) {
+  if (this == &other) return *this;
+  checkNotHeldBy_(other);
+  std::vector<Child> children = other.children_;
+  mutating();
+  children_.swap(children);
+  nodes_ = other.nodes_;
+  return *this;
+}
+
+// Lets go of shapes one level at a time, without memory of its own: the way back up is kept in the places of the
+// children on the way down.
+void qcShapeTree::dismantle(std::vector<Child>& children) noexcept {
+  Child node, above;  // the tree that is being emptied, null at the top, and the one above it
+  std::vector<Child>* list = &children;
+  for (;;) {
+    if (list->empty()) {
+      if (node.isNull()) return;
+      node = above;
+      above.release();
+      list = node.isNull() ? &children : &const_cast<qcShapeTree*>(asTree(*node))->children_;
+      above = std::move(list->back());
+      list->pop_back();
+      continue;
+    }
+    Child child = std::move(list->back());
+    const qcShapeTree* tree = child.isNull() || child->refc() > 1 ? nullptr : asTree(*child);
+    if (!tree || tree->children_.empty()) {
+      list->pop_back();
+      continue;
+    }
+    list->back() = std::move(above);
+    above = std::move(node);
+    node = std::move(child);
+    list = &const_cast<qcShapeTree*>(tree)->children_;
+  }
+}
+
+const qcShape& qcShapeTree::child(long index) const {
+  checkIndex(index, children_.size());
+  return *children_[static_cast<std::size_t>(index)];
+}
+
+long qcShapeTree::size(bool recursive) const {
+  if (!recursive) return 1 + numChildren();
+  long sum = 1;
+  visitTrees(*this, [&sum](const qcShapeTree& tree, long) { return sum += tree.numChildren(), true; });
+  return sum;
+}
+
+long qcShapeTree::height() const {
+  long highest = 0;
+  visitTrees(*this, [&highest](const qcShapeTree& tree, long level) {
+    highest = std::max(highest, tree.isLeaf() ? level : level + 1);
+    return true;
+  });
+  return highest;
+}
+
+void qcShapeTree::addChild(const qcShape& child) { splice(numChildren(), 0, copyOf(child), false); }
+void qcShapeTree::addChild(const Child& child, bool copyChild) { splice(numChildren(), 0, {child}, copyChild); }
+void qcShapeTree::addChildren(const std::vector<Child>& children, bool copyChildren) {
+  splice(numChildren(), 0, children, copyChildren);
+}
+
+void qcShapeTree::insertChild(long index, const qcShape& child) {
+  checkIndex(index, children_.size() + 1);
+  splice(index, 0, copyOf(child), false);
+}
+void qcShapeTree::insertChild(long index, const Child& child, bool copyChild) {
+  insertChildren(index, {child}, copyChild);
+}
+void qcShapeTree::insertChildren(long index, const std::vector<Child>& children, bool copyChildren) {
+  checkIndex(index, children_.size() + 1);
+  splice(index, 0, children, copyChildren);
+}
+
+void qcShapeTree::replaceChild(long index, const qcShape& child) {
+  checkIndex(index, children_.size());
+  splice(index, 1, copyOf(child), false);
+}
+void qcShapeTree::replaceChild(long index, const Child& child, bool copyChild) {
+  checkIndex(index, children_.size());
+  splice(index, 1, {child}, copyChild);
+}
+void qcShapeTree::replaceChildren(const std::vector<Child>& children, bool copyChildren) {
+  splice(0, children_.size(), children, copyChildren);
+}
+
+void qcShapeTree::removeChild(long index) {
+  checkIndex(index, children_.size());
+  splice(index, 1, {}, false);
+}
+void qcShapeTree::removeChildren() { splice(0, children_.size(), {}, false); }
+
+void qcShapeTree::checkIndex(long index, std::size_t limit) const {
+  if (index < 0 || static_cast<std::size_t>(index) >= limit) throw qcShapesError::BadIndex();
+}
+
+// All that can throw comes first.
+void qcShapeTree::splice(long index, std::size_t removed, std::vector<Child> added, bool copyChildren) {
+  std::uint64_t nodes = nodes_;
+  const auto first = children_.begin() + index, last = first + static_cast<std::ptrdiff_t>(removed);
+  for (auto child = first; child != last; ++child) nodes -= std::min(nodes, nodesOf_(**child));
+  for (Child& child : added) {
+    if (!takesChild_(*child)) throw qcShapesError::BadGeom();
+    if (!copyChildren) checkNotHeldBy_(*child);
+    child = heldChild_(child, copyChildren);
+    nodes += nodesOf_(*child);
+  }
+  if (!added.empty() && nodes > INT32_MAX) throw qcShapesError::BadGeom();
+  const std::size_t size = children_.size() - removed + added.size();
+  std::vector<Child> gone;
+  gone.reserve(removed);
+  if (size > children_.capacity()) children_.reserve(std::max(size, 2 * children_.capacity()));
+  mutating();
+  const auto place = children_.begin() + index;
+  std::move(place, place + static_cast<std::ptrdiff_t>(removed), std::back_inserter(gone));
+  children_.erase(place, place + static_cast<std::ptrdiff_t>(removed));
+  children_.insert(children_.begin() + index, std::make_move_iterator(added.begin()),
+                   std::make_move_iterator(added.end()));
+  nodes_ = nodes;
+  dismantle(gone);
+}
+
+Child qcShapeTree::heldChild_(const Child& child, bool copyChild) const {
+  return copyChild ? Child(child->clone()) : child;
+}
+
+void qcShapeTree::ownElements_(Elements&) const {}
+bool qcShapeTree::equalNode_(const qcShapeTree&) const { return true; }
+
+std::uint64_t qcShapeTree::nodesOf_(const qcShape& shape) {
+  const qcShapeTree* tree = asTree(shape);
+  return tree ? tree->nodes_ : 1;
+}
+
+std::uint64_t qcShapeTree::recount_() {
+  nodes_ = ownNodes_();
+  for (const Child& child : children_) nodes_ += nodesOf_(*child);
+  return nodes_;
+}
+
+Elements qcShapeTree::elements_() const {
+  Elements elements, waiting{this};
+  while (!waiting.empty()) {
+    const qcShape* shape = waiting.back();
+    waiting.pop_back();
+    if (shape != this && !isNested_(*shape)) {
+      if (!shape->isEmpty()) elements.push_back(shape);
+      continue;
+    }
+    const auto& tree = static_cast<const qcShapeTree&>(*shape);
+    tree.ownElements_(elements);
+    for (auto child = tree.children_.rbegin(); child != tree.children_.rend(); ++child) waiting.push_back(child->rep());
+  }
+  return elements;
+}
+
+// Shapes that are held in several places are made once.
+qcPtrHandle<qcShapeTree> qcShapeTree::rebuilt_(const qcShapeTree& root, const Rebuild_& rebuild) {
+  struct Level {
+    const qcShapeTree* from;
+    qcPtrHandle<qcShapeTree> to;
+    std::size_t done = 0;
+  };
+  std::unordered_map<const qcShape*, Child> shared;
+  std::vector<Level> levels{{&root, root.bareNode_(rebuild)}};
+  const auto append = [&](const qcShape& from, const Child& to) {
+    levels.back().to->children_.push_back(to);
+    if (from.refc() > 1) shared.emplace(&from, to);
+  };
+  for (;;) {
+    Level& level = levels.back();
+    const std::vector<Child>& children = level.from->children_;
+    if (level.done == children.size()) {
+      const Level finished = level;
+      levels.pop_back();
+      finished.to->recount_();
+      if (levels.empty()) return finished.to;
+      append(*finished.from, finished.to);
+      continue;
+    }
+    const qcShape& child = *children[rebuild.reversed ? children.size() - 1 - level.done : level.done];
+    ++level.done;
+    if (const auto made = shared.find(&child); made != shared.end()) {
+      level.to->children_.push_back(made->second);
+    } else if (root.isNested_(child)) {
+      const auto& tree = static_cast<const qcShapeTree&>(child);
+      levels.push_back({&tree, tree.bareNode_(rebuild)});
+    } else {
+      append(child, rebuild.shape(child));
+    }
+  }
+}
+
+qcPtrHandle<qcShape> qcShapeTree::clone() const {
+  return rebuilt_(*this, {[](const qcShape& shape) { return shape.clone(); }});
+}
+
+qcPtrHandle<qcShape> qcShapeTree::mapShape(const qcXform<2>& xform) const {
+  return rebuilt_(*this, {[&xform](const qcShape& shape) { return shape.mapShape(xform); }});
+}
+
+qcPtrHandle<qcShape> qcShapeTree::reverse() const {
+  return rebuilt_(*this, {[](const qcShape& shape) { return shape.reverse(); }, true});
+}
+
+qcPtrHandle<qcShape> qcShapeTree::decompose() const { return rebuilt_(*this, {decomposedShape}); }
+
+bool qcShapeTree::isEmpty() const { return elements_().empty(); }
+
+bool qcShapeTree::hasTangent() const {
+  const Elements elements = elements_();
+  return std::any_of(elements.begin(), elements.end(), [](const qcShape* element) { return element->hasTangent(); });
+}
+
+bool qcShapeTree::isDecomposed() const {
+  const Elements elements = elements_();
+  return std::all_of(elements.begin(), elements.end(), [](const qcShape* element) { return element->isDecomposed(); });
+}
+
+qcRect qcShapeTree::boundingBox() const {
+  const Elements elements = elements_();
+  if (elements.empty()) throw qcShapesError::EmptyShape();
+  qcRect box = elements.front()->boundingBox();
+  for (const qcShape* element : elements) box = box.enclose(element->boundingBox());
+  return box;
+}
+
+qcVector<2> qcShapeTree::nearestPoint(const qcVector<2>& p) const { return nearestElement(elements_(), p).second; }
+
+double qcShapeTree::perimeter() const {
+  double sum = 0;
+  for (const qcShape* element : elements_()) sum += element->perimeter();
+  return sum;
+}
+
+void qcShapeTree::pieceLengths_(std::vector<double>& lengths) const {
+  if (!isDecomposed()) return qcShape::pieceLengths_(lengths);
+  for (const qcShape* element : elements_()) element->pieceLengths_(lengths);
+}
+
+void qcShapeTree::heldShapes_(Elements& held) const {
+  for (const Child& child : children_) held.push_back(child.rep());
+}
+
+qcPerimPos qcShapeTree::nearestPerimPos(const qcShapeInfo& info, const qcVector<2>& p) const {
+  if (!isDecomposed()) {
+    const qcPtrHandle<qcShape> decomposed = decompose();
+    const qcShapeInfo pieces(*decomposed);
+    return {0, distanceOf(pieces, decomposed->nearestPerimPos(pieces, p))};
+  }
+  const Elements elements = elements_();
+  const std::size_t i = nearestElement(elements, p).first;
+  const qcPerimPos position = elements[i]->nearestPerimPos(qcShapeInfo(*elements[i]), p);
+  const Pieces pieces(elements);
+  return pieces.placed(info, pieces.onTree(i, position), isOneContour_());
+}
+
+void qcShapeTree::perimPointAndTangent_(const qcShapeInfo& info, const qcPerimPos& position, qcVector<2>& point,
+                                        qcRadian* tangent) const {
+  if (!isDecomposed()) return qcShape::perimPointAndTangent_(info, position, point, tangent);
+  const Pieces pieces(elements_());
+  const qcPerimPos place = pieces.placed(info, position, isOneContour_());
+  const std::size_t i = pieces.elementOf(place.index());
+  const qcShape& element = pieces.element(i);
+  element.perimPointAndTangent_(qcShapeInfo(element), pieces.onElement(i, place), point, tangent);
+}
+
+qcPtrHandle<qcShape> qcShapeTree::subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const {
+  if (!isDecomposed()) return qcShape::subShape(info, piece);
+  if (!(piece.second >= 0)) throw qcShapesError::BadParams();
+  const Pieces pieces(elements_());
+  const qcPerimPos start = pieces.placed(info, piece.first, isOneContour_());
+  const std::size_t startElement = pieces.elementOf(start.index());
+  std::vector<std::vector<Child>> contours;
+  std::size_t i = startElement, previous = pieces.count();
+  qcPerimPos place = pieces.onElement(i, start);
+  double left = std::min(piece.second, info.perimeter()), skipped = 0;
+  for (std::size_t round = 0; round <= pieces.count(); ++round) {
+    const qcShape& element = pieces.element(i);
+    const qcShapeInfo own(element);
+    const double from = own.distanceAlong(place), rest = std::max(0.0, own.perimeter() - from);
+    if (round == 0) skipped = from;
+    if (round == pieces.count()) left = std::min(left, skipped);
+    if (round > 0 && !(left > 0)) break;
+    // Open elements end exactly where they end, whatever rounding left of the length.
+    const double length = element.isRegion() ? std::min(left, rest) : left;
+    if (contours.empty() || (!isOneContour_() && i != previous)) contours.emplace_back();
+    contours.back().push_back(element.subShape(own, {place, length}));
+    left -= rest;
+    previous = i;
+    place = qcPerimPos();
+    if (++i == pieces.count()) {
+      if (!info.isClosed()) break;
+      i = 0;
+    }
+  }
+  std::vector<Child> parts;
+  for (const std::vector<Child>& contour : contours) {
+    const bool open = std::all_of(contour.begin(), contour.end(), [](const Child& c) { return c->isOpenContour(); });
+    if (open) {
+      parts.emplace_back(new qcContourTree(contour, false, false));
+    } else {
+      parts.insert(parts.end(), contour.begin(), contour.end());
+    }
+  }
+  if (parts.size() > 1) return new qcGeneralShapeTree(parts, false);
+  return const_cast<qcShape*>(parts.front().rep());  // made here
+}
+
+void qcShapeTree::sampleElements_(const qcSampleParams& params, qcSampleResult& result,
+                                  const std::function<void(std::size_t, std::size_t)>& sampled) const {
+  qc_shapes::SampleWriter writer(params, result);
+  // A tree that is not decomposed is one piece of others, but its elements are numbered among themselves.
+  const bool onePiece = !isDecomposed();
+  const std::int32_t piece = onePiece ? writer.takePiece() : 0, nextPiece = result.pieceNumber_();
+  const Elements elements = elements_();
+  const qcShapeInfo numbering;  // says that there are other pieces
+  qcSampleParams inner = params;
+  if (onePiece) result.pieceNumber_(0);
+  if (!onePiece && !params.enclosingInfo_()) writer.numberOwnPieces();
+  if (onePiece || !params.enclosingInfo_()) inner.enclosingInfo_(&numbering);
+  const bool leaveOut = params.computeTangents() && hasTangent();
+  for (std::size_t i = 0; i < elements.size(); ++i) {
+    const qcShape& element = *elements[i];
+    if (leaveOut && !element.hasTangent() && element.perimeter() == 0) {
+      for (long n = numPieces(element); n > 0; --n) result.pieceNumber_(result.pieceNumber_() + 1);
+      continue;
+    }
+    const std::size_t firstPoint = result.positions().size();
+    element.sample(inner, result);
+    sampled(i, firstPoint);
+  }
+  if (onePiece) {
+    result.pieceNumber_(nextPiece);
+    if (params.recordPositions_()) {
+      std::vector<double> lengths, starts{0};
+      for (const qcShape* element : elements) element->pieceLengths_(lengths);
+      for (const double length : lengths) starts.push_back(starts.back() + length);
+      std::vector<qcPerimPos>& recorded = result.perimPositions_();
+      for (std::size_t i = writer.firstPosition(); i < recorded.size(); ++i) {
+        const auto own = static_cast<std::size_t>(recorded[i].index());
+        double distance = starts[own] + recorded[i].distance();
+        // The next piece may start elsewhere than where this one ends.
+        const bool atEnd = own + 2 < starts.size() && distance >= starts[own + 1] && recorded[i].distance() > 0;
+        if (atEnd) distance = std::nextafter(starts[own + 1], 0.0);
+        recorded[i] = {piece, distance};
+      }
+    }
+  }
+  writer.commit();
+}
+
+// Pairs of shapes are compared level by level; a pair that was seen before is equal, or the search would be over.
+bool qcShapeTree::equal_(const qcShape& that) const {
+  std::vector<std::pair<const qcShape*, const qcShape*>> waiting{{this, &that}};
+  std::set<std::pair<const qcShape*, const qcShape*>> seen;
+  while (!waiting.empty()) {
+    const auto [a, b] = waiting.back();
+    waiting.pop_back();
+    if (a == b) continue;
+    const qcShapeTree* tree = asTree(*a);
+    if (!tree) {
+      if (!a->equal_(*b)) return false;
+      continue;
+    }
+    if (typeid(*a) != typeid(*b)) return false;
+    const auto& other = static_cast<const qcShapeTree&>(*b);
+    if (tree->numChildren() != other.numChildren() || !tree->equalNode_(other)) return false;
+    if (tree->refc() > 1 && !seen.emplace(a, b).second) continue;
+    for (std::size_t i = 0; i < tree->children_.size(); ++i) {
+      waiting.emplace_back(tree->children_[i].rep(), other.children_[i].rep());
+    }
+  }
+  return true;
+}
+
+void qcShapeTree::checkNotHeldBy_(const qcShape& shape) const {
+  if (refc() == 0) return;  // no handle, hence no shape, refers to this one
+  std::unordered_set<const qcShape*> seen;
+  Elements waiting{&shape};
+  while (!waiting.empty()) {
+    const qcShape* held = waiting.back();
+    waiting.pop_back();
+    if (held == this) throw qcShapesError::BadGeom();
+    if (held && (held->refc() <= 1 || seen.insert(held).second)) held->heldShapes_(waiting);
+  }
+}
+
+void qcShapeTree::checkLoaded_(qcArchive& archive, const Child& shape) const {
+  const auto refuse = [] { throw qcArchive::BadContent(kSource, kContentLine); };
+  if (shape.isNull() || archive.isStillLoading(shape.rep())) refuse();
+  if (archive.isStillLoading(this)) return;  // nothing else can refer to it yet
+  try {
+    checkNotHeldBy_(*shape);
+  } catch (const qcShapesError::BadGeom&) {
+    refuse();
+  }
+}
+
+void qcShapeTree::checkArchivable() const {
+  std::uint64_t nodes = 1;
+  visitTrees(*this, [&nodes](const qcShapeTree& tree, long) {
+    nodes += tree.ownNodes_() - 1 + tree.children_.size();
+    return nodes <= kMaxArchived;
+  });
+  if (nodes > kMaxArchived) throw qcArchive::BadContent(kSource, kContentLine);
+}
+
+void qcShapeTree::preLoad() {
+  dismantle(children_);
+  nodes_ = 1;
+}
+
+void qcShapeTree::serialize_(qcArchive& archive, unsigned char version) {
+  qcArchive::checkVersion(version, 0, kSource, kVersionLine);
+  qcShape::dispatchSerialize(archive);
+  if (archive.isStoring()) {
+    checkArchivable();
+    archive || children_;
+    return;
+  }
+  std::vector<Child> loaded;
+  archive || loaded;
+  for (const Child& child : loaded) checkLoaded_(archive, child);
+  children_.swap(loaded);
+  if (recount_() > kMaxArchived) throw qcArchive::BadContent(kSource, kContentLine);
+}
