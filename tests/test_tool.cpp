@@ -1,6 +1,7 @@
 // The tool: how near its measurements come to drawn truth, what it saves, and its exit statuses.
 
 #include <gtest/gtest.h>
+#include <png.h>
 #include <sys/wait.h>
 
 #include <cmath>
@@ -11,10 +12,12 @@
 #include <numbers>
 #include <sstream>
 
+#include "support/xml.h"
 #include "tools/vnx/blobs.h"
 #include "tools/vnx/gauge.h"
 #include "tools/vnx/overlay.h"
 #include "tools/vnx/part.h"
+#include "tools/vnx/pngfile.h"
 #include "vnxstd/archive/file.h"
 #include "vnxstd/archive/text.h"
 #include "vnxstd/dib/dib.h"
@@ -112,11 +115,89 @@ TEST(Gauge, OverlaysOfLongImagesAreNotEnlarged) {
   EXPECT_EQ(drawOverlay(measurement, {}).width(), 100);
 }
 
+// A ring or a rectangle, upright or turned: the ellipse is found, also where a flank cuts some of it away.
+TEST(Gauge, EllipsesInRegionsOfEveryKind) {
+  qcRandomUniform random(8);
+  for (int i = 0; i < 24; ++i) {
+    const qcEllipse2 truth({40 + random.next(-5, 5), 80 + random.next(-5, 5)}, qcRadian(random.next(-3, 3)),
+                           {random.next(22, 32), random.next(13, 20)}, true, qcRadian(0));
+    const qcVector<2> cut = truth.point(qcRadian(random.next(-3, 3))) - truth.center();
+    const auto image = drawn(
+        [&](const qcVector<2>& p) {
+          const double d = truth.nearestPoint(p).distance(p);
+          const double flank = (p - truth.center()) * cut.unit() - 0.85 * cut.len();
+          return std::max(truth.within(p) ? -d : d, i % 2 == 0 ? flank : -1e9);
+        },
+        2, i + 1);
+    const auto wider = [&](double by) {
+      return qcEllipse2(truth.center(), truth.angle(), truth.radii() + qcVector<2>(by, by), true, qcRadian(0));
+    };
+    const Region regions[] = {kRegion, qcAffineRectangle({42, 79}, 95, 80, truth.angle(), qcRadian(0.1)),
+                              Region(wider(-9), wider(9))};
+    const auto result = gauge(image, {regions[i % 3], Feature::ellipse, Polarity::darkToLight, 80});
+    ASSERT_TRUE(result) << i << result.whyNot;
+    const auto& found = dynamic_cast<const qcEllipse2&>(*result.measurement->shape);
+    EXPECT_LT(found.center().distance(truth.center()), 0.25) << i;
+    EXPECT_LT((found.radii() - truth.radii()).len(), 0.35) << i;
+    for (const ScanLine& scan : result.scans)
+      EXPECT_TRUE(regions[i % 3].contains(scan.from + (scan.to - scan.from) * 1e-6) &&
+                  regions[i % 3].contains(scan.to + (scan.from - scan.to) * 1e-6));
+  }
+}
+
+// Of two parallel edges a turned, skewed rectangle sees the one that it lies on, and its scans stay inside.
+TEST(Gauge, AffineRegionsSeeOnlyWhatIsInside) {
+  for (int degrees = 0; degrees < 360; degrees += 20) {
+    const qc2Rigid frame(qcDegree(degrees), {40, 80});
+    const auto image =
+        drawn([&](const qcVector<2>& p) { return 5 - std::abs(frame.invMapPoint(p).y() - 6); }, 1, degrees + 1);
+    const qcAffineRectangle region(frame * qcVector<2>(0, 1), 60, 11, qcRadian(qcDegree(degrees)), qcRadian(0.3));
+    const auto result = gauge(image, {region, Feature::line, Polarity::any});
+    ASSERT_TRUE(result) << degrees << result.whyNot;
+    const auto& line = dynamic_cast<const qcFLine&>(*result.measurement->shape);
+    for (const double along : {-25.0, 25.0}) EXPECT_NEAR(line.distanceFrom(frame * qcVector<2>(along, 1)), 0, 0.15);
+    const auto part = result.measurement->lineInRegion();
+    ASSERT_TRUE(part);
+    EXPECT_NEAR(part->perimeter(), 60, 0.5);
+  }
+}
+
+// Results in the world are the results in the image, mapped, where the calibration is a similarity.
+TEST(Gauge, SimilaritiesMapWhatIsMeasured) {
+  qcRandomUniform random(9);
+  for (const Feature feature : {Feature::line, Feature::circle, Feature::ellipse}) {
+    const auto image = drawn(
+        [=](const qcVector<2>& p) {
+          return feature == Feature::line ? p.x() + p.y() / 3 - 60 : p.distance({41.3, 79.6}) - 21;
+        },
+        2, 4);
+    const auto plain = gauge(image, {kRegion, feature, Polarity::any});
+    for (int i = 0; i < 6; ++i) {
+      const double scale = std::pow(10, random.next(-4, 3));
+      const qcXform<2> xform({random.next(-90, 90), random.next(-90, 90)}, qcRadian(0.3), qcRadian(0.3), scale, scale);
+      auto calibrated = image;
+      calibrated.clientFromImageXform(xform);
+      const auto result = gauge(calibrated, {kRegion, feature, Polarity::any, 60, "mm"});
+      ASSERT_TRUE(plain && result) << result.whyNot;
+      EXPECT_EQ(result.measurement->inliers(), plain.measurement->inliers());
+      const double same = (feature == Feature::line ? 1e-4 : 0.03) * scale;  // scans of round features start elsewhere
+      EXPECT_NEAR(result.measurement->rms, plain.measurement->rms * scale, same);
+      for (const qcVector<2>& p : {qcVector<2>(30, 60), qcVector<2>(55, 80)})
+        EXPECT_NEAR(result.measurement->shape->nearestPoint(xform * p).distance(xform * p),
+                    plain.measurement->shape->nearestPoint(p).distance(p) * scale, same);
+      const auto drawn = result.measurement->shapeInImage(), alone = plain.measurement->shapeInImage();
+      ASSERT_EQ(drawn.size(), 1U);
+      for (const qcVector<2>& p : drawn[0]) EXPECT_LT(plain.measurement->shape->nearestPoint(p).distance(p), 0.05);
+    }
+  }
+}
+
 TEST(Gauge, NoiseAloneIsNoFeature) {
   for (std::int32_t seed = 1; seed < 6; ++seed) {
     const auto image = drawn([](const qcVector<2>&) { return 0.0; }, 4, seed);
     EXPECT_FALSE(gauge(image, {kRegion, Feature::line, Polarity::any}));
     EXPECT_FALSE(gauge(image, {kRegion, Feature::circle, Polarity::any}));
+    EXPECT_FALSE(gauge(image, {kRegion, Feature::ellipse, Polarity::any}));
   }
   const auto image = drawn([](const qcVector<2>& p) { return p.x(); }, 0, 1);
   for (const qcRect& region :
@@ -124,10 +205,11 @@ TEST(Gauge, NoiseAloneIsNoFeature) {
     EXPECT_FALSE(gauge(image, {region, Feature::line, Polarity::any}));
 }
 
-TEST(Gauge, StraightEdgesNearTheMiddleAreNoCircles) {
+TEST(Gauge, StraightEdgesNearTheMiddleAreNotRound) {
   for (double offset = -8; offset < 8; offset += 0.7) {
     const auto image = drawn([=](const qcVector<2>& p) { return p.x() - 40 - offset - 0.01 * p.y(); }, 1, 3);
     EXPECT_FALSE(gauge(image, {kRegion, Feature::circle, Polarity::any})) << offset;
+    EXPECT_FALSE(gauge(image, {kRegion, Feature::ellipse, Polarity::any})) << offset;
   }
 }
 
@@ -184,7 +266,8 @@ class Tool : public testing::Test {
 
 TEST_F(Tool, DemoHoldsItsTolerance) {
   EXPECT_EQ(run("demo"), 0) << output << errors;
-  for (const char* name : {"part.bmp", "left.arc", "left-overlay.bmp", "hole.arc", "hole-overlay.bmp"})
+  for (const char* name : {"part.bmp", "left.arc", "left-overlay.bmp", "hole.arc", "hole-overlay.bmp", "board.csv",
+                           "plate-oval.arc", "plate-oval-overlay.svg"})
     EXPECT_TRUE(std::filesystem::exists(file(name))) << name;
 }
 
@@ -211,6 +294,112 @@ TEST_F(Tool, SavesWhatItMeasured) {
   EXPECT_NE(output.find("circle: centre"), std::string::npos);
   ASSERT_EQ(run("info c.bmp"), 0);
   EXPECT_NE(output.find("32 bits"), std::string::npos);
+}
+
+TEST_F(Tool, ReadsMeasurementsOfItsFirstVersion) {
+  const auto old = loadMeasurement(VNXSTD_SOURCE_DIR "/tests/golden/measurement.v0.arc");
+  EXPECT_EQ(old->shapeText(), "line: angle 264.4074 deg, distance 9.5746 px");
+  EXPECT_EQ(old->region.outline().boundingBox(), qcRect({0, 0}, {20, 20}));
+  saveMeasurement(file("new.arc"), *old);
+  const auto again = loadMeasurement(file("new.arc"));
+  EXPECT_EQ(again->points, old->points);
+  EXPECT_EQ(again->rms, old->rms);
+}
+
+std::string gridCsv(const char* separator, const char* end, int count) {
+  std::ostringstream text;
+  for (int i = 0; i < count; ++i)
+    text << 10 + 20 * (i % 4) << separator << 40 + 20 * (i / 4) << separator << " " << 5.0 * (i % 4) << separator
+         << 5.0 * (i / 4) + 0.01 * (i % 3) << end;
+  return text.str();
+}
+
+TEST_F(Tool, CalibrationsAreReadOrRefusedWithTheReason) {
+  qcDIB bitmap;
+  bitmap.init(drawn([](const qcVector<2>& p) { return p.x() - 40; }, 1, 1));
+  bitmap.write(qf_Widen(file("edge.bmp")));
+  const std::string grid = gridCsv(",", "\n", 16), three = gridCsv(",", "\n", 3);
+  const std::string cut = "0,0,1,1\n9,0,2,1\n0,9,1,2\n";
+  const struct {
+    std::string text, transform;
+    int status;
+    const char* says;  // of the output, or of the message
+  } cases[] = {{grid, "linear", 0, "mm a pixel"},
+               {grid, "perspective", 0, "calibration: perspective from 16 points, rms"},
+               {grid, "polynomial:2", 0, "rms when left out"},
+               {grid, "deformation", 0, "rms 0.00000 mm"},
+               {"\xEF\xBB\xBFimage x;image y;x;y\r\n# dots\r\n\r\n" + gridCsv(";", "\r\n", 16), "linear", 0, "scale"},
+               {gridCsv("\t", "\n", 16) + "+1\t-2e0\t-2.25\t-10.5", "linear", 0, "from 17 points"},
+               {grid + "1,2,3\n", "linear", 3, "line 17: four finite numbers"},
+               {grid + "\n1,2,3,4,5", "linear", 3, "line 18: "},
+               {"x,y\n1,2,3,nan\n", "linear", 3, "line 2: "},
+               {"1,5;2;3;4\n", "linear", 3, "line 1: "},
+               {"x,y\nu,v\n", "linear", 3, "line 2: "},
+               {std::string("1,2,\0003,4\n", 9), "linear", 3, "line 1: "},
+               {"", "linear", 3, "0 different image points"},
+               {three, "linear", 3, "on one line"},
+               {cut + "5,5,9,9\n5,5,8,8\n", "deformation", 3, "determine no deformation"},
+               {cut + cut, "perspective", 3, "3 different image points, of which a perspective transform needs 4"},
+               {cut + "4.5,4.5,5,5\n", "perspective", 3, "determine no perspective"},
+               {grid, "polynomial:5", 3, "needs 21"},
+               {"0,0,0,0\n9,0,1,1\n0,9,2,2\n9,9,4,4\n", "linear", 3, "world points lie on one line"},
+               {"0,0,0,0\n20,0,10,0\n40,0,1,0\n0,20,0,1\n20,20,10,1\n40,20,1,1\n0,40,0,2\n20,40,10,2\n40,40,1,2\n",
+                "polynomial:2", 3, "folds the image over near the point of line"},
+               {grid, "polynomial:0", 2, "order from 1 to 9"},
+               {grid, "polynomial:2.5", 2, "--transform"},
+               {grid, "deformation:-1", 2, "--transform"},
+               {grid, "linear:2", 2, "--transform"},
+               {grid, "spline", 2, "--transform"}};
+  for (const auto& c : cases) {
+    std::ofstream(file("points.csv"), std::ios::binary) << c.text;
+    EXPECT_EQ(run("gauge edge.bmp --roi -15,35,110,90 --find line --calib points.csv --transform " + c.transform),
+              c.status)
+        << c.text << output << errors;
+    EXPECT_NE((c.status == 0 ? output : errors).find(c.says), std::string::npos) << c.says << '\n' << output << errors;
+  }
+}
+
+// What the file says in the end: the image as it was, every point in its place and kind, and a text that any reader of
+// XML takes, whatever the names.
+TEST_F(Tool, DrawsOverlaysAsSvg) {
+  const auto image = drawn(
+      [](const qcVector<2>& p) {
+        return p.distance({41.3, 79.6}) - 21 + (p.x() > 57 ? 3 : 0);
+      },
+      2, 4);
+  qcDIB bitmap;
+  bitmap.init(image);
+  bitmap.write(qf_Widen(file("a&b<\"c>.bmp")));
+  std::ofstream(file("points.csv")) << gridCsv(",", "\n", 16);
+  const std::string call = "gauge 'a&b<\"c>.bmp' --roi -15,35,110,90 --find circle --calib points.csv --overlay o.SVG ";
+  for (const char* unit : {"mm", "'<&>'", "$'\\xff\\x01'"}) {
+    ASSERT_EQ(run(call + "--unit " + unit + " --save o.arc"), 0) << errors;
+    const auto found = xml::elements(text("o.SVG"));
+    const auto saved = loadMeasurement(file("o.arc"));
+    ASSERT_FALSE(found.empty()) << text("o.SVG");
+    const long left = static_cast<long>(saved->points.size()) - saved->inliers();
+    EXPECT_GT(left, 2);
+    EXPECT_EQ(found.at("circle.dot"), 2 * saved->inliers());  // over the image and in the chart
+    EXPECT_EQ(found.at("path.rejected"), 2 * left + 1);       // and in the legend
+    EXPECT_EQ(found.at("image"), 1);
+  }
+  EXPECT_NE(text("o.SVG").find(" width=\"120\" height=\"100\""), std::string::npos);
+  EXPECT_NE(text("o.SVG").find(base64(pngOf(image))), std::string::npos);
+  png_image header{};
+  header.version = PNG_IMAGE_VERSION;
+  const std::string png = pngOf(image);
+  ASSERT_NE(png_image_begin_read_from_memory(&header, png.data(), png.size()), 0);
+  header.format = PNG_FORMAT_GRAY;
+  std::vector<unsigned char> pels(PNG_IMAGE_SIZE(header));
+  ASSERT_NE(png_image_finish_read(&header, nullptr, pels.data(), 0, nullptr), 0);
+  for (std::size_t i = 0; i < pels.size(); ++i)
+    ASSERT_EQ(pels[i], image.get(static_cast<long>(i % 120) - 20, static_cast<long>(i / 120) + 30));
+}
+
+TEST(Base64, IsThatOfTheStandard) {
+  const char* const kVectors[][2] = {
+      {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"\xFF\xFE\xFB\xEF", "//777w=="}};
+  for (const auto& vector : kVectors) EXPECT_EQ(base64(vector[0]), vector[1]);
 }
 
 TEST_F(Tool, ListsAndDrawsBlobs) {
@@ -281,6 +470,25 @@ TEST_F(Tool, ExitStatuses) {
                {"gauge edge.bmp --roi -15,35,110,90 --find line --save edge.bmp", 2},
                {"gauge edge.bmp --roi -15,35,110,90 --find line --overlay ./edge.bmp", 2},
                {"gauge edge.bmp --roi -15,35,110,90 --find line --save new --overlay ./new", 2},
+               {"gauge edge.bmp --roi affine:40,80,100,80,30 --find line", 0},
+               {"gauge edge.bmp --roi affine:40,80,100,80,30,90 --find line", 2},
+               {"gauge edge.bmp --roi affine:40,80,100,80 --find line", 2},
+               {"gauge edge.bmp --roi affine:40,80,1e308,1e308,30 --find line", 2},
+               {"gauge edge.bmp --roi affine:40,80,-100,80,30 --find line", 2},
+               {"gauge edge.bmp --roi ring:40,80,10,30 --find circle", 1},
+               {"gauge edge.bmp --roi ring:40,80,10,30 --find line", 2},
+               {"gauge edge.bmp --roi ring:40,80,30,10 --find circle", 2},
+               {"gauge edge.bmp --roi ring:4e9,80,10,30 --find circle", 1},
+               {"gauge edge.bmp --roi oval:40,80,30,20,5,10 --find ellipse", 1},
+               {"gauge edge.bmp --roi oval:40,80,30,20,5,40 --find ellipse", 2},
+               {"gauge edge.bmp --roi square:1,2,3,4 --find line", 2},
+               {"gauge edge.bmp --roi -15,35,110,90 --find line --unit mm", 2},
+               {"gauge edge.bmp --roi -15,35,110,90 --find line --transform linear", 2},
+               {"gauge edge.bmp --roi -15,35,110,90 --find line --calib missing", 3},
+               {"gauge edge.bmp --roi -15,35,110,90 --find line --calib .", 3},
+               {"gauge edge.bmp --roi -15,35,110,90 --find line --calib cut.bmp", 3},
+               {"gauge edge.bmp --roi -15,35,110,90 --find line --calib text --overlay text", 2},
+               {"gauge edge.bmp --roi -15,35,110,90 --find line --overlay /nowhere/x.svg", 3},
                {"gauge edge.bmp --roi 1000,35,110,90 --find line", 1},
                {"--version", 0},
                {"gauge edge.bmp --find line", 2},

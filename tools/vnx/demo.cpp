@@ -15,6 +15,7 @@
 #include "gauge.h"
 #include "overlay.h"
 #include "part.h"
+#include "platedemo.h"
 
 namespace {
 
@@ -66,9 +67,7 @@ double errorOf(const Part& part, const Job& job, const qcShape& shape) {
   return circleError(part, dynamic_cast<const qcCircle&>(shape));
 }
 
-}  // namespace
-
-bool runDemo(std::ostream& out) {
+bool measurePart(std::ostream& out) {
   const Part part;
   onFile(kImage, [&](const std::wstring& path) { qcDIB::writePelBuffer(path, drawPart(part, kWidth, kHeight)); });
   const auto image =
@@ -100,7 +99,14 @@ bool runDemo(std::ostream& out) {
     out << text;
   }
   std::snprintf(text, sizeof text, "all errors within %.2f px of the part as drawn (noise seed %d): %s\n", kTolerance,
-                part.seed, good ? "yes" : "NO");
+                part.optics.seed, good ? "yes" : "NO");
   out << text << "written: " << kImage << " and, for every feature, NAME.arc and NAME-overlay.bmp\n";
   return good;
+}
+
+}  // namespace
+
+bool runDemo(std::ostream& out) {
+  const bool isPartGood = measurePart(out);
+  return measurePlate(out) && isPartGood;
 }

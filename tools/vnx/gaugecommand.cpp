@@ -4,13 +4,15 @@
 #include <cmath>
 #include <cstdio>
 #include <iostream>
-#include <sstream>
+#include <optional>
 
 #include <vnxstd/dib/dib.h>
 #include <vnxstd/pelbuf/rootpool.h>
 
+#include "calibration.h"
 #include "files.h"
 #include "overlay.h"
+#include "svg.h"
 
 namespace {
 
@@ -24,85 +26,110 @@ T chosen(const char* option, const std::string& text, const std::map<std::string
   throw WrongCall(std::string(option) + " takes one of " + names + ", not \"" + text + '"');
 }
 
-qcRect rectangle(const std::string& text) {
-  std::istringstream in(text);
-  double x = 0, y = 0, width = 0, height = 0;
-  char c1 = 0, c2 = 0, c3 = 0;
-  const bool isRead = static_cast<bool>(in >> x >> c1 >> y >> c2 >> width >> c3 >> height) && c1 == ',' && c2 == ',' &&
-                      c3 == ',' && in.peek() == std::istringstream::traits_type::eof();
-  // A sum is finite only where both its terms are.
-  if (!isRead || !std::isfinite(x + width) || !std::isfinite(y + height) || width <= 0 || height <= 0)
-    throw WrongCall("--roi takes X,Y,W,H: four finite numbers with commas between them, W and H above 0; not \"" +
-                    text + '"');
-  return {qcVector<2>(x, y), qcVector<2>(width, height)};
-}
-
-void print(const vnxMeasurement& measurement, double ms) {
+void print(const vnxMeasurement& measurement, const std::optional<Calibration>& calibration, double ms) {
   std::cout << measurement.shapeText() << '\n';
   if (const auto part = measurement.lineInRegion())
-    std::printf("in the region: (%.4f, %.4f) to (%.4f, %.4f)\n", part->p1().x(), part->p1().y(), part->p2().x(),
-                part->p2().y());
-  std::printf("points: %zu, used %ld\nresidual rms: %.4f px\ntime: %.3f ms\n", measurement.points.size(),
-              measurement.inliers(), measurement.rms, ms);
+    std::cout << "in the region: " << measurement.pointText(part->p1()) << " to " << measurement.pointText(part->p2())
+              << '\n';
+  std::printf("points: %zu, used %ld\n", measurement.points.size(), measurement.inliers());
+  std::cout << "residual rms: " << measurement.lengthText(measurement.rms);
+  if (calibration) std::printf(" (%.4f px)", measurement.rms / measurement.pixel());
+  std::cout << '\n';
+  if (calibration) {
+    std::cout << "calibration: " << calibration->model.text() << " from " << calibration->points.size()
+              << " points, rms " << measurement.lengthText(calibration->rms) << ", largest "
+              << measurement.lengthText(calibration->largest) << " in line " << calibration->largestLine;
+    if (calibration->leftOutRms)
+      std::cout << ", rms when left out " << measurement.lengthText(*calibration->leftOutRms);
+    std::printf("\nscale: %.6g %s a pixel\n", measurement.pixel(), measurement.unit.c_str());
+    if (const std::size_t outside = calibration->outside(measurement.points); outside > 0)
+      std::printf("note: %zu of the points lie outside the calibrated area\n", outside);
+  }
+  std::printf("time: %.3f ms\n", ms);
 }
 
 }  // namespace
 
 GaugeCommand::GaugeCommand(CLI::App& app)
     : command_(app.add_subcommand("gauge",
-                                  "Find a line or a circle in a bitmap and measure it to a fraction of a "
-                                  "pixel")) {
+                                  "Find a line, a circle or an ellipse in a bitmap and measure it to a "
+                                  "fraction of a pixel")) {
   command_->footer(
       "The pixel in column x and row y covers x to x + 1 and y to y + 1, so that its centre lies at x + 0.5, y + 0.5;\n"
       "y grows downwards. A line is given by its angle in degrees, from the x axis towards the y axis, and its\n"
       "distance from the origin, never negative: -sin(angle) * x + cos(angle) * y = distance. A feature needs edge\n"
-      "points that agree on at least 40 % of the scans.");
+      "points that agree on at least 40 % of the scans.\n\n"
+      "Regions, in pixels and degrees:\n"
+      "  X,Y,W,H                    an upright rectangle by its upper-left corner\n"
+      "  affine:X,Y,W,H,ANGLE,SKEW  a rectangle by its centre, lengths, rotation and skew (SKEW may be left out)\n"
+      "  ring:X,Y,R1,R2             the ring between two circles around X,Y, for round features\n"
+      "  oval:X,Y,A,B,ANGLE,WIDTH   the ring of that width around an ellipse of radii A and B\n\n"
+      "A calibration is a text file with four numbers a line: image x, image y, world x, world y. With it, edge "
+      "points\n"
+      "are mapped before anything is fitted, which undoes distortion, and results are in world units. Its residuals\n"
+      "are reported; those of points left out in turn tell whether the transform bends more than the points bear out.");
   command_->add_option("image", image_, "Bitmap file; colours become grey");
-  command_->add_option("--roi", region_, "Region: X,Y,W,H in pixels");
+  command_->add_option("--roi", region_, "Region: X,Y,W,H in pixels, or one of the forms below");
   command_->add_option(
       "--find", feature_,
-      "line: scanned across along rows and along columns, the better of both is kept;\ncircle: scanned from the middle "
-      "of the region outwards");
+      "line: scanned across along both pairs of sides, the better of both is kept;\ncircle, ellipse: scanned outwards "
+      "from the middle of the region, or across the ring");
   command_->add_option("--polarity", polarity_,
                        "Change of grey along the scans, which run left to right, top to bottom or outwards: "
                        "dark-light, light-dark or any (any)");
   command_->add_option("--scans", scans_, "Number of scans, 5 to 10000 (60)");
+  calibOption_ = command_->add_option("--calib", calib_, "Calibrate: a file of image and world points");
+  transformOption_ = command_->add_option("--transform", transform_,
+                                          "From image to world: linear, perspective, polynomial:ORDER (3) or "
+                                          "deformation:SMOOTHNESS (0, through every point) (perspective)");
+  unitOption_ = command_->add_option("--unit", unit_, "Name of the world's unit of length (mm)");
   command_->add_option("--save", save_, "Save image, points, fit and transform as one archive");
   command_->add_option("--overlay", overlay_,
-                       "Draw over the image, as a bitmap: the region (blue), the scans (grey-green), the points that "
-                       "carry the fit (green), the others (red), the fit (yellow)");
+                       "Draw over the image: the region (blue), the scans (grey-green), the points that carry the fit "
+                       "(green), the others (red), the fit (yellow); as a page with points coloured by residual, a "
+                       "legend and a scale bar where the file's name ends in .svg, else as a bitmap");
 }
 
 GaugeParams GaugeCommand::params() const {
   if (image_.empty()) throw WrongCall("which image?");
-  if (region_.empty()) throw WrongCall("--roi X,Y,W,H is missing");
-  if (feature_.empty()) throw WrongCall("--find line or --find circle is missing");
+  if (region_.empty()) throw WrongCall("--roi X,Y,W,H, or another region, is missing");
+  if (feature_.empty()) throw WrongCall("--find line, circle or ellipse is missing");
   if (scans_ < kFewestScans || scans_ > kMostScans) throw WrongCall("--scans takes 5 to 10000");
   GaugeParams params;
-  params.region = rectangle(region_);
-  params.feature = chosen<Feature>("--find", feature_, {{"line", Feature::line}, {"circle", Feature::circle}});
+  params.region = Region::parsed(region_);
+  params.feature = chosen<Feature>(
+      "--find", feature_, {{"line", Feature::line}, {"circle", Feature::circle}, {"ellipse", Feature::ellipse}});
   params.polarity = chosen<Polarity>(
       "--polarity", polarity_,
       {{"any", Polarity::any}, {"dark-light", Polarity::darkToLight}, {"light-dark", Polarity::lightToDark}});
+  if (params.feature == Feature::line && params.region.isRing())
+    throw WrongCall("--find line takes a rectangle as --roi, not a ring");
   params.scans = scans_;
+  if (!calibOption_->count() && (transformOption_->count() || unitOption_->count()))
+    throw WrongCall("--transform and --unit belong to --calib, which is missing");
+  if (calibOption_->count()) params.unit = unit_;
   return params;
 }
 
 // Writing one result over another, or over the image, would lose what was there without a word.
 void GaugeCommand::requireDistinctFiles() const {
-  const std::string* files[] = {&image_, &save_, &overlay_};
+  const std::string* files[] = {&image_, &calib_, &save_, &overlay_};
   for (const std::string* a : files)
     for (const std::string* b : files)
       if (a < b && !a->empty() && !b->empty() && isSameFile(*a, *b))
-        throw WrongCall("the image, --save and --overlay must be different files; two of them are " + *b);
+        throw WrongCall("the image, --calib, --save and --overlay must be different files; two of them are " + *b);
 }
 
 bool GaugeCommand::run() const {
   const GaugeParams wanted = params();
   requireDistinctFiles();
+  const CalibrationModel model = CalibrationModel::parsed(transform_);
   requireReadable(image_);
-  const auto image =
+  std::optional<Calibration> calibration;
+  if (calibOption_->count()) calibration = calibrate(calib_, readCalibrationPoints(calib_), model);
+  auto image =
       onFile(image_, [](const std::wstring& path) { return qcDIB::readPelBuffer(path, *qfDefaultPelRootPool()); });
+  if (calibration) image.clientFromImageXformBase(calibration->worldFromImage, false);
   const auto start = std::chrono::steady_clock::now();
   const GaugeResult result = gauge(image, wanted);
   const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
@@ -110,9 +137,12 @@ bool GaugeCommand::run() const {
     std::cerr << "vnx gauge: nothing found: " << result.whyNot << '\n';
     return false;
   }
-  print(*result.measurement, ms);
+  print(*result.measurement, calibration, ms);
   if (!save_.empty()) saveMeasurement(save_, *result.measurement);
-  if (!overlay_.empty())
+  if (overlay_.empty()) return true;
+  if (isSvg(overlay_))
+    writeText(overlay_, overlaySvg(*result.measurement, result.scans, image_));
+  else
     onFile(overlay_, [&](const std::wstring& path) {
       qcDIB::writePelBuffer(path, drawOverlay(*result.measurement, result.scans));
     });

@@ -22,6 +22,8 @@ class GaugeCommand {
   void requireDistinctFiles() const;
 
   CLI::App* command_;
-  std::string image_, region_, feature_, polarity_ = "any", save_, overlay_;
+  CLI::Option *calibOption_, *transformOption_, *unitOption_;
+  std::string image_, region_, feature_, polarity_ = "any", calib_, transform_ = "perspective", unit_ = "mm", save_,
+                                         overlay_;
   int scans_ = 60;
 };

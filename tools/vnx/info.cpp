@@ -46,7 +46,8 @@ void describeObject(qcPersistent& object, std::ostream& out) {
     row(out, "  image", sizeText(measurement->image.width(), measurement->image.height()));
     row(out, "  fit", measurement->shapeText());
     row(out, "  points", formatted("%zu, %ld used", measurement->points.size(), measurement->inliers()));
-    row(out, "  rms", formatted("%.4f px", measurement->rms));
+    row(out, "  rms", measurement->lengthText(measurement->rms));
+    if (measurement->isCalibrated()) row(out, "  pixel", measurement->lengthText(measurement->pixel()));
   }
   if (auto* shape = dynamic_cast<qcShape*>(&object); shape && shape->isFinite() && !shape->isEmpty()) {
     const qcRect box = shape->boundingBox();

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include <vnxstd/shapes/sampling.h>
-
 namespace {
 
 constexpr qcPackedRGB32Pel kRegion(80, 140, 255, 255), kScan(70, 110, 110, 255), kUsed(0, 230, 60, 255),
@@ -81,13 +79,9 @@ class Canvas {
   qcPelBuffer<qcPackedRGB32Pel> pels_;
 };
 
-void drawShape(Canvas& canvas, const vnxMeasurement& measurement) {
-  if (const auto part = measurement.lineInRegion()) canvas.segment(part->p1(), part->p2(), kShape);
-  if (!measurement.shape->isFinite()) return;
-  qcShape::qcSampleResult samples;
-  measurement.shape->sample(qcShape::qcSampleParams(0.02, 0, 100000, false, false), samples);
-  const auto& points = samples.positions();
-  for (std::size_t i = 0; i < points.size(); ++i) canvas.segment(points[i], points[(i + 1) % points.size()], kShape);
+void drawChains(Canvas& canvas, const std::vector<Chain>& chains, const qcPackedRGB32Pel& colour) {
+  for (const Chain& chain : chains)
+    for (std::size_t i = 1; i < chain.size(); ++i) canvas.segment(chain[i - 1], chain[i], colour);
 }
 
 }  // namespace
@@ -95,14 +89,10 @@ void drawShape(Canvas& canvas, const vnxMeasurement& measurement) {
 qcPelBuffer<qcPackedRGB32Pel> drawOverlay(const vnxMeasurement& measurement, const std::vector<ScanLine>& scans) {
   Canvas canvas(measurement.image);
   for (const ScanLine& scan : scans) canvas.segment(scan.from, scan.to, kScan);
-  const qcRect& r = measurement.region;
-  canvas.segment(r.origin(), r.ur(), kRegion);
-  canvas.segment(r.ur(), r.lr(), kRegion);
-  canvas.segment(r.lr(), r.ll(), kRegion);
-  canvas.segment(r.ll(), r.origin(), kRegion);
+  drawChains(canvas, measurement.region.outlines(), kRegion);
   for (std::size_t i = 0; i < measurement.points.size(); ++i)
     canvas.cross(measurement.points[i], measurement.used[i] ? kUsed : kRejected);
-  drawShape(canvas, measurement);
+  drawChains(canvas, measurement.shapeInImage(), kShape);
   return canvas.pels();
 }
 

@@ -8,6 +8,12 @@
 /// edge points (green where they carry the fit, red where not) and the fitted shape (yellow).
 qcPelBuffer<qcPackedRGB32Pel> drawOverlay(const vnxMeasurement& measurement, const std::vector<ScanLine>& scans);
 
-/// The image in the same way, with the borders of the regions, those of holes too (yellow), and their centroids
-/// (green).
+/// A page as SVG: a heading with the result and the source, the image with the region, the scan lines, the edge points
+/// coloured by residual and the fitted shape, a scale bar, a legend, and the residuals along the scans. The measurement
+/// must have an image and a shape.
+std::string overlaySvg(const vnxMeasurement& measurement, const std::vector<ScanLine>& scans,
+                       const std::string& source);
+
+/// The image in the same way as the first, with the borders of the regions, those of holes too (yellow), and their
+/// centroids (green).
 qcPelBuffer<qcPackedRGB32Pel> drawBlobs(const qcPelBuffer<unsigned char>& image, const Blobs& blobs);

@@ -1,0 +1,15 @@
+// Images as PNG files in memory.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <vnxstd/pelbuf/buffer.h>
+
+/// The bytes of a PNG file of 8-bit grey, or of colour. Throws std::runtime_error for an image without pixels, and when
+/// it cannot be encoded.
+std::string pngOf(const qcPelBuffer_const<unsigned char>& image);
+std::string pngOf(const qcPelBuffer_const<qcPackedRGB32Pel>& image);
+
+/// The same bytes in base 64, as a data URI takes them.
+std::string base64(const std::string& bytes);
