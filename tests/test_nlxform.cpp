@@ -462,6 +462,21 @@ TEST(Family, LawsHoldForEveryClass) {
   }
 }
 
+// (x^2, y) by somebody else, which has no derivatives beyond x = 1.
+class Square : public qc2XformBase {
+ public:
+  Point mapPoint(const Point& p) const override { return {p.x() * p.x(), p.y()}; }
+  bool isLinear() const override { return false; }
+  Linear linearXform(const Point& p) const override { return {{p.x() > 1 ? kNaN : 2 * p.x(), 0, 0, 1}, {}}; }
+};
+
+TEST(Family, BoundsOfOthersBendingMissNoPointWithoutDerivative) {
+  const Square square;
+  for (const double reach : {0.01, 0.4})
+    EXPECT_NEAR(square.bendBound(Point(0.5, 3), Point(reach, 0)), 4 * reach, 1e-12);
+  EXPECT_EQ(square.bendBound(Point(0.5, 3), Point(0.6, 0)), INFINITY);
+}
+
 TEST(Family, ArraysMapBitForBitLikePoints) {
   Source source;
   std::vector<Handle> all = family(source);
@@ -518,6 +533,7 @@ TEST(Status, NullPointersAreRefusedByEveryFunction) {
   expectNullsRefused(badArgument, qmath_xformPerspective_getIsSingular, p);
   expectNullsRefused(badArgument, qmath_xformPerspective_getLinearXform, p, &v, &linear);
   expectNullsRefused(badArgument, qmath_xformPerspective_getInverse, p, &none);
+  expectNullsRefused(badArgument, qmath_xformPerspective_getBend, p, &v, 1, out);
   qmath_xformPtrhConst *handle = nullptr, *noHandle = nullptr;
   ASSERT_EQ(qmath_xformPtrhConst_constructPerspective(p, &handle), zrtnlxf::ok);
   expectNullsRefused(badArgument, qmath_xformPtrhConst_construct, &noHandle);
@@ -537,6 +553,7 @@ TEST(Status, NullPointersAreRefusedByEveryFunction) {
   expectNullsRefused(badArgument, qmath_xformPolyDerivs_, &poly, &v, &w, &m);
   expectNullsRefused(badArgument, qmath_xformPolyLinearXform_, &poly, &v, &linear);
   expectNullsRefused(badArgument, qmath_xformPolyInvMapPoint_, &poly, &v, &w);
+  expectNullsRefused(badArgument, qmath_xformPolyBend_, &poly, &v, 1, out);
   for (const qmath_xformPoly* bad : {&unknown, &empty}) EXPECT_EQ(qmath_xformPolyIsLinear_(bad), badArgument);
   qmath_xformDeform *d = nullptr, *noDeform = nullptr;
   ASSERT_EQ(qmath_xformDeform_construct(&d), zrtnlxf::ok);
@@ -558,6 +575,7 @@ TEST(Status, NullPointersAreRefusedByEveryFunction) {
   expectNullsRefused(badDeformArgument, qmath_xformDeform_getIsLinear, d);
   expectNullsRefused(badDeformArgument, qmath_xformDeform_getLinearXform, d, &v, &linear);
   expectNullsRefused(badDeformArgument, qmath_xformDeform_getInverse, d, &v, &w);
+  expectNullsRefused(badDeformArgument, qmath_xformDeform_getBend, d, &v, 1, out);
   EXPECT_FALSE(none || noHandle || noDeform || held);
   qmath_xformPtrhConst_destruct(handle);
   qmath_xformPerspective_destruct(p);

@@ -1,5 +1,6 @@
 #include "vnxstd/math/xfbase.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -39,7 +40,7 @@ double qc2XformBase::bendBound(const qcVector<2>& center, const qcVector<2>& rea
   double largest = 0;
   const auto look = [&](const qcVector<2>& at) {
     const double difference = zrtnlxf::norm(linearXform(at).matrix() - middle);
-    largest = difference <= largest ? largest : difference;  // NaN stays
+    largest = std::isfinite(difference) ? std::max(largest, difference) : std::numeric_limits<double>::infinity();
   };
   try {
     for (const double end : {-1.0, 1.0}) look(center + end * reach);
@@ -51,7 +52,7 @@ double qc2XformBase::bendBound(const qcVector<2>& center, const qcVector<2>& rea
   } catch (const qcException&) {  // a point without an image
     return std::numeric_limits<double>::infinity();
   }
-  return largest < std::numeric_limits<double>::infinity() ? 2 * largest : std::numeric_limits<double>::infinity();
+  return 2 * largest;
 }
 
 void qc2XformBase::dispatchSerialize(qcArchive& archive) {
