@@ -115,7 +115,7 @@ requires((std::same_as<Op, Sum> || std::same_as<Op, Difference>)&&std::integral<
 #endif
 
 template <class C>
-void qf_PelPick(bool largest, qc_PelRows<const C> a, qc_PelRows<const C> b, qc_PelRows<C> to) {
+void qf_PelPick(bool largest, const qc_PelRows<const C>& a, const qc_PelRows<const C>& b, const qc_PelRows<C>& to) {
   if (largest) {
     const Pick<true, C> pick;
     simd::run(pick, a, b, to);
@@ -126,26 +126,29 @@ void qf_PelPick(bool largest, qc_PelRows<const C> a, qc_PelRows<const C> b, qc_P
 }
 
 template <class S, class D>
-void qf_PelSum(qc_PelRows<const S> a, qc_PelRows<const S> b, qc_PelRows<D> to, int shift) {
+void qf_PelSum(const qc_PelRows<const S>& a, const qc_PelRows<const S>& b, const qc_PelRows<D>& to, int shift) {
   vnxstd::combine<Sum>(a, b, to, shift);
 }
 
 template <class S, class D>
-void qf_PelDifference(qc_PelRows<const S> a, qc_PelRows<const S> b, qc_PelRows<D> to, int shift) {
+void qf_PelDifference(const qc_PelRows<const S>& a, const qc_PelRows<const S>& b, const qc_PelRows<D>& to, int shift) {
   vnxstd::combine<Difference>(a, b, to, shift);
 }
 
-void qf_PelInvert(qc_PelRows<const unsigned char> from, qc_PelRows<unsigned char> to) {
+void qf_PelInvert(const qc_PelRows<const unsigned char>& from, const qc_PelRows<unsigned char>& to) {
   const Inversion inversion;
   simd::run(inversion, from, to);
 }
 
-#define VNXSTD_INSTANTIATE(C) \
-  template VNXSTD_EXPORT void qf_PelPick(bool, qc_PelRows<const C>, qc_PelRows<const C>, qc_PelRows<C>);
+#define VNXSTD_INSTANTIATE(C)                                                                          \
+  template VNXSTD_EXPORT void qf_PelPick(bool, const qc_PelRows<const C>&, const qc_PelRows<const C>&, \
+                                         const qc_PelRows<C>&);
 VNXSTD_FOR_COMPONENTS(VNXSTD_INSTANTIATE)
 #undef VNXSTD_INSTANTIATE
 
-#define VNXSTD_INSTANTIATE(S, D)                                                                       \
-  template VNXSTD_EXPORT void qf_PelSum(qc_PelRows<const S>, qc_PelRows<const S>, qc_PelRows<D>, int); \
-  template VNXSTD_EXPORT void qf_PelDifference(qc_PelRows<const S>, qc_PelRows<const S>, qc_PelRows<D>, int);
+#define VNXSTD_INSTANTIATE(S, D)                                                                                      \
+  template VNXSTD_EXPORT void qf_PelSum(const qc_PelRows<const S>&, const qc_PelRows<const S>&, const qc_PelRows<D>&, \
+                                        int);                                                                         \
+  template VNXSTD_EXPORT void qf_PelDifference(const qc_PelRows<const S>&, const qc_PelRows<const S>&,                \
+                                               const qc_PelRows<D>&, int);
 VNXSTD_FOR_SUMS(VNXSTD_INSTANTIATE)

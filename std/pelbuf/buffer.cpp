@@ -161,10 +161,6 @@ qcPelRect qc_PelBuffer::windowEntire() const {
   return qcPelRect(static_cast<long>(x), static_cast<long>(y), root.width(), root.height());
 }
 
-bool qc_PelBuffer::sharesPels(const qc_PelBuffer& other) const noexcept {
-  return isBound() && root_ == other.root_ && window_.overlaps(other.window_);
-}
-
 bool qc_PelBuffer::isBefore(const qc_PelBuffer& other) const noexcept {
   if (root_.rep() != other.root_.rep()) return std::less<>()(root_.rep(), other.root_.rep());
   const auto key = [](const qc_PelBuffer& b) {

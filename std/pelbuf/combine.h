@@ -93,7 +93,7 @@ inline void checkShift(int shift) {
 }
 
 template <class Op, class S, class D>
-void combine(qc_PelRows<const S> a, qc_PelRows<const S> b, qc_PelRows<D> to, int shift) {
+void combine(const qc_PelRows<const S>& a, const qc_PelRows<const S>& b, const qc_PelRows<D>& to, int shift) {
   checkShift(shift);
   if constexpr (!std::is_arithmetic_v<S>) {
     const OfFields<Op> kernel{shift};

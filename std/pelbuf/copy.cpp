@@ -5,7 +5,7 @@
 #include "vnxstd/except/failure.h"
 #include "zrtsys/memory.h"
 
-void qf_PelCopy(qc_PelRows<const unsigned char> src, qc_PelRows<unsigned char> dst) {
+void qf_PelCopy(const qc_PelRows<const unsigned char>& src, const qc_PelRows<unsigned char>& dst) {
   if (src.isEmpty()) return;
   qfThrowExceptionOnFailure(zrtsys::copyRect(dst.pels, dst.pitch, src.pels, src.pitch,
                                              static_cast<std::uint64_t>(src.width),

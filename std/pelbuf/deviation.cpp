@@ -57,14 +57,16 @@ struct Deviation {
 }  // namespace
 
 template <class A, class B, class D>
-void qf_PelDeviation(qc_PelRows<const A> sums, qc_PelRows<const B> squares, long count, qc_PelRows<D> to) {
+void qf_PelDeviation(const qc_PelRows<const A>& sums, const qc_PelRows<const B>& squares, long count,
+                     const qc_PelRows<D>& to) {
   if (count < 2) throw qcPelFunc::BadParams();
   const Deviation<A, B, D> kernel{static_cast<double>(count)};
   simd::run(kernel, sums, squares, to);
 }
 
-#define VNXSTD_DEVIATION(A, B, D) \
-  template VNXSTD_EXPORT void qf_PelDeviation(qc_PelRows<const A>, qc_PelRows<const B>, long, qc_PelRows<D>);
+#define VNXSTD_DEVIATION(A, B, D)                                                                           \
+  template VNXSTD_EXPORT void qf_PelDeviation(const qc_PelRows<const A>&, const qc_PelRows<const B>&, long, \
+                                              const qc_PelRows<D>&);
 #define VNXSTD_DEVIATIONS(A, B)         \
   VNXSTD_DEVIATION(A, B, unsigned char) \
   VNXSTD_DEVIATION(A, B, unsigned short) VNXSTD_DEVIATION(A, B, float) VNXSTD_DEVIATION(A, B, double)

@@ -61,14 +61,17 @@ struct RowCall {
 
 template <class Kernel, class... P>
 struct Entries {
-  using Entry = void (*)(Kernel&, qc_PelRows<P>...);
+  using Entry = void (*)(Kernel&, const qc_PelRows<P>&...);
 
-  static void baseline(Kernel& kernel, qc_PelRows<P>... rows) { qf_PelForRows(RowCall<16, Kernel>{kernel}, rows...); }
+  static void baseline(Kernel& kernel, const qc_PelRows<P>&... rows) {
+    qf_PelForRows(RowCall<16, Kernel>{kernel}, rows...);
+  }
 #if VNXSTD_X86
-  [[gnu::target("avx2")]] static void avx2(Kernel& kernel, qc_PelRows<P>... rows) {
+  [[gnu::target("avx2")]] static void avx2(Kernel& kernel, const qc_PelRows<P>&... rows) {
     qf_PelForRows(RowCall<32, Kernel>{kernel}, rows...);
   }
-  [[gnu::target("avx2,avx512f,avx512bw,avx512vbmi")]] static void permutes(Kernel& kernel, qc_PelRows<P>... rows) {
+  [[gnu::target("avx2,avx512f,avx512bw,avx512vbmi")]] static void permutes(Kernel& kernel,
+                                                                           const qc_PelRows<P>&... rows) {
     qf_PelForRows(RowCall<64, Kernel>{kernel}, rows...);
   }
   static constexpr Entry highest() {
@@ -86,7 +89,7 @@ struct Entries {
 
 /// Runs a kernel over rectangles of one size.
 template <class Kernel, class... P>
-void run(Kernel& kernel, qc_PelRows<P>... rows) {
+void run(Kernel& kernel, const qc_PelRows<P>&... rows) {
   Entries<Kernel, P...>::table[static_cast<std::size_t>(level())](kernel, rows...);
 }
 
@@ -115,7 +118,7 @@ void runRow(Kernel& kernel, std::ptrdiff_t count, P*... pels) {
 /// Runs a kernel row by row, for kernels that care where rows begin. The rectangles have one height; the kernel's count
 /// is the width of the first.
 template <class Kernel, class First, class... More>
-void runEachRow(Kernel& kernel, qc_PelRows<First> first, qc_PelRows<More>... more) {
+void runEachRow(Kernel& kernel, const qc_PelRows<First>& first, const qc_PelRows<More>&... more) {
   if (first.isEmpty()) return;
   const auto entry = RowEntries<Kernel, First, More...>::table[static_cast<std::size_t>(level())];
   for (std::ptrdiff_t y = 0; y < first.height; ++y) entry(kernel, first.width, first.row(y), more.row(y)...);

@@ -198,7 +198,7 @@ struct FloatingQuotient {
 
 /// Of 8 bits there are no more than 256 quotients.
 template <class S>
-void divideByTable(qc_PelRows<const S> from, qc_PelRows<S> to, double divisor, double half) {
+void divideByTable(const qc_PelRows<const S>& from, const qc_PelRows<S>& to, double divisor, double half) {
   qc_PelWord<1> table[256];
   for (int i = 0; i < 256; ++i) {
     table[i].bytes[0] = static_cast<unsigned char>(realQuotient<S>(static_cast<S>(i), divisor, half));
@@ -207,14 +207,14 @@ void divideByTable(qc_PelRows<const S> from, qc_PelRows<S> to, double divisor, d
 }
 
 template <class Kernel, class S, class D>
-void divide(const Kernel& kernel, qc_PelRows<const S> from, qc_PelRows<D> to) {
+void divide(const Kernel& kernel, const qc_PelRows<const S>& from, const qc_PelRows<D>& to) {
   simd::run(kernel, from, to);
 }
 
 }  // namespace
 
 template <class S, class D>
-void qf_PelQuotient(qc_PelRows<const S> from, qc_PelRows<D> to, double divisor, bool isRounded) {
+void qf_PelQuotient(const qc_PelRows<const S>& from, const qc_PelRows<D>& to, double divisor, bool isRounded) {
   if (!(divisor < 0 || divisor > 0)) throw qcPelFunc::BadParams();
   if constexpr (std::is_floating_point_v<D>) {
     using F = typename FloatingQuotient<S, D>::F;
@@ -239,7 +239,7 @@ void qf_PelQuotient(qc_PelRows<const S> from, qc_PelRows<D> to, double divisor, 
 }
 
 #define VNXSTD_QUOTIENT(S, D) \
-  template VNXSTD_EXPORT void qf_PelQuotient(qc_PelRows<const S>, qc_PelRows<D>, double, bool);
+  template VNXSTD_EXPORT void qf_PelQuotient(const qc_PelRows<const S>&, const qc_PelRows<D>&, double, bool);
 #define VNXSTD_QUOTIENTS(S) VNXSTD_QUOTIENT(S, S) VNXSTD_QUOTIENT(S, float) VNXSTD_QUOTIENT(S, double)
 VNXSTD_QUOTIENTS(unsigned char)
 VNXSTD_QUOTIENTS(signed char)

@@ -39,13 +39,13 @@ class Comparison {
 }  // namespace
 
 template <class E>
-bool qf_PelEqual(qc_PelRows<const E> a, qc_PelRows<const E> b) {
+bool qf_PelEqual(const qc_PelRows<const E>& a, const qc_PelRows<const E>& b) {
   if (a.width != b.width || a.height != b.height) return false;
   Comparison<E> comparison;
   simd::run(comparison, a, b);
   return comparison.areEqual();
 }
 
-template VNXSTD_EXPORT bool qf_PelEqual(qc_PelRows<const unsigned char>, qc_PelRows<const unsigned char>);
-template VNXSTD_EXPORT bool qf_PelEqual(qc_PelRows<const float>, qc_PelRows<const float>);
-template VNXSTD_EXPORT bool qf_PelEqual(qc_PelRows<const double>, qc_PelRows<const double>);
+template VNXSTD_EXPORT bool qf_PelEqual(const qc_PelRows<const unsigned char>&, const qc_PelRows<const unsigned char>&);
+template VNXSTD_EXPORT bool qf_PelEqual(const qc_PelRows<const float>&, const qc_PelRows<const float>&);
+template VNXSTD_EXPORT bool qf_PelEqual(const qc_PelRows<const double>&, const qc_PelRows<const double>&);

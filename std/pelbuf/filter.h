@@ -43,7 +43,7 @@ template <class S>
 class SourceRows {
  public:
   /// `kept` rows stay readable besides the one that entered last.
-  SourceRows(qc_PelRows<const S> rows, std::ptrdiff_t kept, bool isInPlace)
+  SourceRows(const qc_PelRows<const S>& rows, std::ptrdiff_t kept, bool isInPlace)
       : rows_(rows), slots_(kept + 1), copies_(static_cast<std::size_t>(isInPlace ? slots_ * rows.width : 0)) {}
 
   const S* enter(std::ptrdiff_t y) {

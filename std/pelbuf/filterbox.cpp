@@ -85,7 +85,7 @@ struct AddTo {
 template <class S, class A>
 class IntegerColumns {
  public:
-  IntegerColumns(qc_PelRows<const S> src, const Box& box)
+  IntegerColumns(const qc_PelRows<const S>& src, const Box& box)
       : rows_(src, box.height, box.filter.isInPlace), height_(box.height), count_(src.width), sums_(1, src.width) {}
 
   static int shift(const Box& box) { return box.shift; }
@@ -115,7 +115,7 @@ class IntegerColumns {
 template <class S>
 class FloatingColumns {
  public:
-  FloatingColumns(qc_PelRows<const S> src, const Box& box)
+  FloatingColumns(const qc_PelRows<const S>& src, const Box& box)
       : source_(src, box.height - 1, box.filter.isInPlace),
         height_(box.height),
         count_(src.width),
@@ -201,8 +201,8 @@ Along cheapest(std::ptrdiff_t width) {
 }
 
 template <class A, class Columns, class S>
-void sumBoxes(qc_PelRows<const S> src, qc_PelRows<unsigned char> dst, std::ptrdiff_t count, const Box& box,
-              Finisher<A> finishRow) {
+void sumBoxes(const qc_PelRows<const S>& src, const qc_PelRows<unsigned char>& dst, std::ptrdiff_t count,
+              const Box& box, Finisher<A> finishRow) {
   const std::ptrdiff_t step = box.filter.perPel;
   const bool isWide = box.width > Along::kWidest;
   const Along along = isWide ? Along{box.width, 1, 0} : cheapest(box.width);
@@ -230,7 +230,8 @@ void sumBoxes(qc_PelRows<const S> src, qc_PelRows<unsigned char> dst, std::ptrdi
 }  // namespace
 
 template <class S, class D>
-void qf_PelBoxSum(qc_PelRows<const S> src, qc_PelRows<D> dst, qc_PelFilter filter, long width, long height, int shift) {
+void qf_PelBoxSum(const qc_PelRows<const S>& src, const qc_PelRows<D>& dst, qc_PelFilter filter, long width,
+                  long height, int shift) {
   const Box box{filter, width, height, shift};
   const auto with = [&]<class A, class Columns>(A, std::type_identity<Columns>) {
     sumBoxes<A, Columns>(src, qf_PelRowsAs<unsigned char>(dst), dst.width, box, &finish<A, D>);
@@ -252,8 +253,9 @@ void qf_PelBoxSum(qc_PelRows<const S> src, qc_PelRows<D> dst, qc_PelFilter filte
   }
 }
 
-#define VNXSTD_INSTANTIATE(S, D) \
-  template VNXSTD_EXPORT void qf_PelBoxSum(qc_PelRows<const S>, qc_PelRows<D>, qc_PelFilter, long, long, int);
+#define VNXSTD_INSTANTIATE(S, D)                                                                                       \
+  template VNXSTD_EXPORT void qf_PelBoxSum(const qc_PelRows<const S>&, const qc_PelRows<D>&, qc_PelFilter, long, long, \
+                                           int);
 #define VNXSTD_INSTANTIATE_FROM(S)      \
   VNXSTD_INSTANTIATE(S, unsigned char)  \
   VNXSTD_INSTANTIATE(S, signed char)    \

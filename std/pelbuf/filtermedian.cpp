@@ -44,7 +44,7 @@ template <class E>
 template <class E>
 class Medians {
  public:
-  Medians(qc_PelRows<const E> src, qc_PelRows<E> dst, qc_PelFilter filter)
+  Medians(const qc_PelRows<const E>& src, const qc_PelRows<E>& dst, qc_PelFilter filter)
       : source_(src, 1, filter.isInPlace), dst_(dst), step_(filter.perPel), rows_(13, dst.width) {}
 
   /// The whole image: it is one row to the dispatcher.
@@ -104,13 +104,13 @@ class Medians {
 }  // namespace
 
 template <class E>
-void qf_PelMedian3x3(qc_PelRows<const E> src, qc_PelRows<E> dst, qc_PelFilter filter) {
+void qf_PelMedian3x3(const qc_PelRows<const E>& src, const qc_PelRows<E>& dst, qc_PelFilter filter) {
   Medians<E> medians(src, dst, filter);
   simd::runRow(medians, 1, dst.pels);
 }
 
 #define VNXSTD_INSTANTIATE(E) \
-  template VNXSTD_EXPORT void qf_PelMedian3x3(qc_PelRows<const E>, qc_PelRows<E>, qc_PelFilter);
+  template VNXSTD_EXPORT void qf_PelMedian3x3(const qc_PelRows<const E>&, const qc_PelRows<E>&, qc_PelFilter);
 VNXSTD_INSTANTIATE(unsigned char)
 VNXSTD_INSTANTIATE(signed char)
 VNXSTD_INSTANTIATE(unsigned short)

@@ -101,7 +101,7 @@ class Column {
 template <class A, class E>
 class Smoothing {
  public:
-  Smoothing(qc_PelRows<const E> src, qc_PelRows<E> dst, qc_PelFilter filter, int x, int y)
+  Smoothing(const qc_PelRows<const E>& src, const qc_PelRows<E>& dst, qc_PelFilter filter, int x, int y)
       : src_(src), dst_(dst), step_(filter.perPel), x_(x), y_(y), rows_(3, src.width) {}
 
   /// Every row of the source is read before a row of the destination below it is written: in place needs no copies.
@@ -172,7 +172,7 @@ class Smoothing {
 template <class A, class E>
 class Smoothing3x3 {
  public:
-  Smoothing3x3(qc_PelRows<const E> src, qc_PelRows<E> dst, qc_PelFilter filter)
+  Smoothing3x3(const qc_PelRows<const E>& src, const qc_PelRows<E>& dst, qc_PelFilter filter)
       : source_(src, 1, filter.isInPlace), dst_(dst), step_(filter.perPel), rows_(4, dst.width), spare_(1, dst.width) {}
 
   /// The whole image: it is one row to the dispatcher.
@@ -222,7 +222,7 @@ class Smoothing3x3 {
 }  // namespace
 
 template <class E>
-void qf_PelSmooth(qc_PelRows<const E> src, qc_PelRows<E> dst, qc_PelFilter filter, int x, int y) {
+void qf_PelSmooth(const qc_PelRows<const E>& src, const qc_PelRows<E>& dst, qc_PelFilter filter, int x, int y) {
   const auto with = [&]<class A>(A) { Smoothing<A, E>(src, dst, filter, x, y).run(); };
   if constexpr (std::is_floating_point_v<E>) {
     with(E{});
@@ -247,7 +247,7 @@ void qf_PelSmooth(qc_PelRows<const E> src, qc_PelRows<E> dst, qc_PelFilter filte
 }
 
 #define VNXSTD_INSTANTIATE(E) \
-  template VNXSTD_EXPORT void qf_PelSmooth(qc_PelRows<const E>, qc_PelRows<E>, qc_PelFilter, int, int);
+  template VNXSTD_EXPORT void qf_PelSmooth(const qc_PelRows<const E>&, const qc_PelRows<E>&, qc_PelFilter, int, int);
 VNXSTD_INSTANTIATE(unsigned char)
 VNXSTD_INSTANTIATE(signed char)
 VNXSTD_INSTANTIATE(unsigned short)

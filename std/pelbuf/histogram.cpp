@@ -112,7 +112,7 @@ class Sink {
 static constexpr std::ptrdiff_t kSmall = 1024;
 
 template <class S>
-bool qf_PelHistogram(qc_PelRows<const S> rows, std::vector<unsigned long>& counts) {
+bool qf_PelHistogram(const qc_PelRows<const S>& rows, std::vector<unsigned long>& counts) {
   if (rows.isEmpty()) return false;
   constexpr S least = std::numeric_limits<S>::min();
   const bool isSmall = rows.width * rows.height < kSmall;
@@ -140,7 +140,7 @@ bool qf_PelHistogram(qc_PelRows<const S> rows, std::vector<unsigned long>& count
   return sink.hasDropped();
 }
 
-template VNXSTD_EXPORT bool qf_PelHistogram(qc_PelRows<const unsigned char>, std::vector<unsigned long>&);
-template VNXSTD_EXPORT bool qf_PelHistogram(qc_PelRows<const signed char>, std::vector<unsigned long>&);
-template VNXSTD_EXPORT bool qf_PelHistogram(qc_PelRows<const unsigned short>, std::vector<unsigned long>&);
-template VNXSTD_EXPORT bool qf_PelHistogram(qc_PelRows<const short>, std::vector<unsigned long>&);
+template VNXSTD_EXPORT bool qf_PelHistogram(const qc_PelRows<const unsigned char>&, std::vector<unsigned long>&);
+template VNXSTD_EXPORT bool qf_PelHistogram(const qc_PelRows<const signed char>&, std::vector<unsigned long>&);
+template VNXSTD_EXPORT bool qf_PelHistogram(const qc_PelRows<const unsigned short>&, std::vector<unsigned long>&);
+template VNXSTD_EXPORT bool qf_PelHistogram(const qc_PelRows<const short>&, std::vector<unsigned long>&);

@@ -145,7 +145,7 @@ class PermutedLookup {
 static constexpr std::ptrdiff_t kSmall = 1024;
 
 template <class S>
-bool qf_PelExceeds(qc_PelRows<const S> from, std::size_t entries) {
+bool qf_PelExceeds(const qc_PelRows<const S>& from, std::size_t entries) {
   constexpr auto largest = static_cast<std::size_t>(std::numeric_limits<S>::max());
   if (from.isEmpty() || (std::is_unsigned_v<S> && entries > largest)) return false;
   S lo, hi;
@@ -154,7 +154,8 @@ bool qf_PelExceeds(qc_PelRows<const S> from, std::size_t entries) {
 }
 
 template <class S, class W>
-void qf_PelMap(qc_PelRows<const S> from, const W* table, std::size_t entries, bool isBeyond, qc_PelRows<W> to) {
+void qf_PelMap(const qc_PelRows<const S>& from, const W* table, std::size_t entries, bool isBeyond,
+               const qc_PelRows<W>& to) {
   if (from.isEmpty()) return;  // there may be no table
   if (isBeyond) {
     const LimitedLookup<S, W> lookup{table, entries - 1};
@@ -179,10 +180,10 @@ void qf_PelMap(qc_PelRows<const S> from, const W* table, std::size_t entries, bo
 }
 
 #define VNXSTD_MAP(S, W) \
-  template VNXSTD_EXPORT void qf_PelMap(qc_PelRows<const S>, const W*, std::size_t, bool, qc_PelRows<W>);
-#define VNXSTD_MAPS(S)                                                         \
-  template VNXSTD_EXPORT bool qf_PelExceeds(qc_PelRows<const S>, std::size_t); \
-  VNXSTD_MAP(S, qc_PelWord<1>)                                                 \
+  template VNXSTD_EXPORT void qf_PelMap(const qc_PelRows<const S>&, const W*, std::size_t, bool, const qc_PelRows<W>&);
+#define VNXSTD_MAPS(S)                                                                \
+  template VNXSTD_EXPORT bool qf_PelExceeds(const qc_PelRows<const S>&, std::size_t); \
+  VNXSTD_MAP(S, qc_PelWord<1>)                                                        \
   VNXSTD_MAP(S, qc_PelWord<2>) VNXSTD_MAP(S, qc_PelWord<4>) VNXSTD_MAP(S, qc_PelWord<8>)
 VNXSTD_MAPS(unsigned char)
 VNXSTD_MAPS(signed char)

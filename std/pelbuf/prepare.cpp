@@ -8,19 +8,24 @@ namespace {
 
 using Buffers = std::initializer_list<const qc_PelBuffer*>;
 
-/// Limits a part to a window.
-void limit(qc_PelPart& part, const qc_PelBuffer& buffer) {
-  const qcPair<long> ul = buffer.offset(), lr = ul + buffer.size();
-  const long x1 = std::min(part.x + part.width, lr.x()), y1 = std::min(part.y + part.height, lr.y());
-  part.x = std::max(part.x, ul.x());
-  part.y = std::max(part.y, ul.y());
-  part.width = static_cast<long>(std::max(qcInt64{x1} - part.x, qcInt64{0}));
-  part.height = static_cast<long>(std::max(qcInt64{y1} - part.y, qcInt64{0}));
-}
+/// Pels from a corner to another one, which may lie above or left of it: then there are none.
+struct Corners {
+  explicit Corners(const qc_PelBuffer& window)
+      : x0(window.offset().x()), y0(window.offset().y()), x1(x0 + window.width()), y1(y0 + window.height()) {}
+
+  void limit(const Corners& other) {
+    x0 = std::max(x0, other.x0);
+    y0 = std::max(y0, other.y0);
+    x1 = std::min(x1, other.x1);
+    y1 = std::min(y1, other.y1);
+  }
+
+  qcInt64 x0, y0, x1, y1;
+};
 
 /// Whether the pels of a part of both buffers are partly, but not exactly, the same pels.
 bool collide(const qc_PelBuffer& a, const qc_PelBuffer& b, const qc_PelPart& part) {
-  if (!a.sharesPels(b)) return false;
+  if (&a == &b || !a.sharesPels(b)) return false;
   const auto distance = [&](long rootA, long imageA, long rootB, long imageB) {
     const qcInt64 d = (qcInt64{rootA} - imageA) - (qcInt64{rootB} - imageB);
     return d < 0 ? -d : d;
@@ -32,25 +37,29 @@ bool collide(const qc_PelBuffer& a, const qc_PelBuffer& b, const qc_PelPart& par
 
 /// The pels that the windows of all bound buffers have in common. Throws as the preparers.
 qc_PelPart common(Buffers sources, Buffers destinations) {
+  Corners corners(**sources.begin());
   for (const qc_PelBuffer* source : sources) {
     if (!source->isBound()) throw qcPel::UnboundWindow();
-  }
-  const qc_PelBuffer& first = **sources.begin();
-  const qc_PelPart nothing{first.offset().x(), first.offset().y(), 0, 0};
-  qc_PelPart part{nothing.x, nothing.y, first.width(), first.height()};
-  for (const Buffers& buffers : {sources, destinations}) {
-    for (const qc_PelBuffer* buffer : buffers) {
-      if (buffer->isBound()) limit(part, *buffer);
-      if (part.isEmpty()) return nothing;
-    }
+    corners.limit(Corners(*source));
   }
   for (const qc_PelBuffer* destination : destinations) {
-    for (const Buffers& buffers : {sources, destinations}) {
-      for (const qc_PelBuffer* other : buffers) {
+    if (destination->isBound()) corners.limit(Corners(*destination));
+  }
+  if (corners.x0 >= corners.x1 || corners.y0 >= corners.y1) {
+    const qcPair<long> place = (*sources.begin())->offset();
+    return {place.x(), place.y(), 0, 0};
+  }
+  const qc_PelPart part{static_cast<long>(corners.x0), static_cast<long>(corners.y0),
+                        static_cast<long>(corners.x1 - corners.x0), static_cast<long>(corners.y1 - corners.y0)};
+  const auto refuseOverlap = [&](Buffers others) {
+    for (const qc_PelBuffer* destination : destinations) {
+      for (const qc_PelBuffer* other : others) {
         if (collide(*destination, *other, part)) throw qcPelFunc::Overlap();
       }
     }
-  }
+  };
+  refuseOverlap(sources);
+  refuseOverlap(destinations);
   return part;
 }
 

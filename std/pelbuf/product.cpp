@@ -174,13 +174,13 @@ void withStep(int shift, const Run& run) {
 }  // namespace
 
 template <class S, class D>
-void qf_PelProduct(qc_PelRows<const S> a, qc_PelRows<const S> b, qc_PelRows<D> to, int shift) {
+void qf_PelProduct(const qc_PelRows<const S>& a, const qc_PelRows<const S>& b, const qc_PelRows<D>& to, int shift) {
   vnxstd::combine<Product>(a, b, to, shift);
 }
 
 template <class S, class D>
-void qf_PelProductSum(qc_PelRows<const S> a, qc_PelRows<const S> b, qc_PelRows<const D> c, qc_PelRows<D> to,
-                      int shift) {
+void qf_PelProductSum(const qc_PelRows<const S>& a, const qc_PelRows<const S>& b, const qc_PelRows<const D>& c,
+                      const qc_PelRows<D>& to, int shift) {
   withStep<S, D>(shift, [&]<class Step>(Step step) {
     const ProductSum<S, D, Step> kernel{step};
     simd::run(kernel, a, b, c, to);
@@ -188,16 +188,17 @@ void qf_PelProductSum(qc_PelRows<const S> a, qc_PelRows<const S> b, qc_PelRows<c
 }
 
 template <class S, class D>
-void qf_PelSquareSum(qc_PelRows<const S> from, qc_PelRows<D> to, int shift) {
+void qf_PelSquareSum(const qc_PelRows<const S>& from, const qc_PelRows<D>& to, int shift) {
   withStep<S, D>(shift, [&]<class Step>(Step step) {
     const SquareSum<S, D, Step> kernel{step};
     simd::run(kernel, from, to);
   });
 }
 
-#define VNXSTD_INSTANTIATE(S, D)                                                                              \
-  template VNXSTD_EXPORT void qf_PelProduct(qc_PelRows<const S>, qc_PelRows<const S>, qc_PelRows<D>, int);    \
-  template VNXSTD_EXPORT void qf_PelProductSum(qc_PelRows<const S>, qc_PelRows<const S>, qc_PelRows<const D>, \
-                                               qc_PelRows<D>, int);                                           \
-  template VNXSTD_EXPORT void qf_PelSquareSum(qc_PelRows<const S>, qc_PelRows<D>, int);
+#define VNXSTD_INSTANTIATE(S, D)                                                                       \
+  template VNXSTD_EXPORT void qf_PelProduct(const qc_PelRows<const S>&, const qc_PelRows<const S>&,    \
+                                            const qc_PelRows<D>&, int);                                \
+  template VNXSTD_EXPORT void qf_PelProductSum(const qc_PelRows<const S>&, const qc_PelRows<const S>&, \
+                                               const qc_PelRows<const D>&, const qc_PelRows<D>&, int); \
+  template VNXSTD_EXPORT void qf_PelSquareSum(const qc_PelRows<const S>&, const qc_PelRows<D>&, int);
 VNXSTD_FOR_SUMS(VNXSTD_INSTANTIATE)

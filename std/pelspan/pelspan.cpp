@@ -39,11 +39,6 @@ qcRectangle<T> qcRectangle<T>::fromCorners(T x0, T y0, T x1, T y1) {
 }
 
 template <class T>
-bool qcRectangle<T>::overlaps(const qcRectangle& other) const noexcept {
-  return std::max(x0_, other.x0_) < std::min(x1_, other.x1_) && std::max(y0_, other.y0_) < std::min(y1_, other.y1_);
-}
-
-template <class T>
 qcRectangle<T> qcRectangle<T>::operator&(const qcRectangle& other) const {
   if (!overlaps(other)) throw qcRectErrors::NoOverlap();
   qcRectangle result;

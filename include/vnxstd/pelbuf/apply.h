@@ -52,7 +52,7 @@ class qc_Kernel_2s1d {
 
 /// The pels of a window in memory. Throws qcPel::UnboundWindow.
 template <qcFlatPelType T>
-qc_PelRows<const qcStoredPel<T>> qf_PelRows(const qcPelBuffer_const<T>& buffer) {
+[[gnu::always_inline]] inline qc_PelRows<const qcStoredPel<T>> qf_PelRows(const qcPelBuffer_const<T>& buffer) {
   if (!buffer.isBound()) throw qcPel::UnboundWindow();
   if (buffer.width() == 0 || buffer.height() == 0) return {};
   return {buffer.pointToOffset(), buffer.rowUpdate(), buffer.width(), buffer.height()};
@@ -60,7 +60,7 @@ qc_PelRows<const qcStoredPel<T>> qf_PelRows(const qcPelBuffer_const<T>& buffer) 
 
 /// The same to write to, which counts as a change of the root.
 template <qcFlatPelType T>
-qc_PelRows<qcStoredPel<T>> qf_PelRows(const qcPelBuffer<T>& buffer) {
+[[gnu::always_inline]] inline qc_PelRows<qcStoredPel<T>> qf_PelRows(const qcPelBuffer<T>& buffer) {
   if (!buffer.isBound()) throw qcPel::UnboundWindow();
   if (buffer.width() == 0 || buffer.height() == 0) return {};
   return {buffer.pointToOffset(), buffer.rowUpdate(), buffer.width(), buffer.height()};

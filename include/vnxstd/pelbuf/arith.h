@@ -15,19 +15,23 @@
 
 /// The workers, on the components of stored pels.
 template <class C>
-VNXSTD_EXPORT void qf_PelPick(bool largest, qc_PelRows<const C> a, qc_PelRows<const C> b, qc_PelRows<C> to);
+VNXSTD_EXPORT void qf_PelPick(bool largest, const qc_PelRows<const C>& a, const qc_PelRows<const C>& b,
+                              const qc_PelRows<C>& to);
 template <class S, class D>
-VNXSTD_EXPORT void qf_PelSum(qc_PelRows<const S> a, qc_PelRows<const S> b, qc_PelRows<D> to, int shift);
+VNXSTD_EXPORT void qf_PelSum(const qc_PelRows<const S>& a, const qc_PelRows<const S>& b, const qc_PelRows<D>& to,
+                             int shift);
 template <class S, class D>
-VNXSTD_EXPORT void qf_PelDifference(qc_PelRows<const S> a, qc_PelRows<const S> b, qc_PelRows<D> to, int shift);
+VNXSTD_EXPORT void qf_PelDifference(const qc_PelRows<const S>& a, const qc_PelRows<const S>& b, const qc_PelRows<D>& to,
+                                    int shift);
 template <class S, class D>
-VNXSTD_EXPORT void qf_PelProduct(qc_PelRows<const S> a, qc_PelRows<const S> b, qc_PelRows<D> to, int shift);
+VNXSTD_EXPORT void qf_PelProduct(const qc_PelRows<const S>& a, const qc_PelRows<const S>& b, const qc_PelRows<D>& to,
+                                 int shift);
 template <class S, class D>
-VNXSTD_EXPORT void qf_PelProductSum(qc_PelRows<const S> a, qc_PelRows<const S> b, qc_PelRows<const D> c,
-                                    qc_PelRows<D> to, int shift);
+VNXSTD_EXPORT void qf_PelProductSum(const qc_PelRows<const S>& a, const qc_PelRows<const S>& b,
+                                    const qc_PelRows<const D>& c, const qc_PelRows<D>& to, int shift);
 template <class S, class D>
-VNXSTD_EXPORT void qf_PelSquareSum(qc_PelRows<const S> from, qc_PelRows<D> to, int shift);
-VNXSTD_EXPORT void qf_PelInvert(qc_PelRows<const unsigned char> from, qc_PelRows<unsigned char> to);
+VNXSTD_EXPORT void qf_PelSquareSum(const qc_PelRows<const S>& from, const qc_PelRows<D>& to, int shift);
+VNXSTD_EXPORT void qf_PelInvert(const qc_PelRows<const unsigned char>& from, const qc_PelRows<unsigned char>& to);
 
 /// The smaller of two components. Of a number and NaN it is the number, of two equal ones (+0 and -0) the first.
 template <qcRootPelType T>

@@ -103,7 +103,9 @@ class VNXSTD_EXPORT qc_PelBuffer {
   qcPelRect windowEntire() const;
 
   /// True when both are bound to one root and there is a pel in both windows.
-  bool sharesPels(const qc_PelBuffer& other) const noexcept;
+  bool sharesPels(const qc_PelBuffer& other) const noexcept {
+    return isBound() && root_.rep() == other.root_.rep() && window_.overlaps(other.window_);
+  }
   /// The same root object, equal windows and equal offsets; transforms are not compared.
   friend bool operator==(const qc_PelBuffer& a, const qc_PelBuffer& b) noexcept {
     return a.root_.rep() == b.root_.rep() && a.window_ == b.window_ && a.offset() == b.offset();

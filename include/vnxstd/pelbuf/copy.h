@@ -10,7 +10,7 @@
 #include "vnxstd/pelbuf/prepare.h"
 
 /// Copies rectangles of one size, given as bytes. They may overlap when their pitches are the same.
-VNXSTD_EXPORT void qf_PelCopy(qc_PelRows<const unsigned char> src, qc_PelRows<unsigned char> dst);
+VNXSTD_EXPORT void qf_PelCopy(const qc_PelRows<const unsigned char>& src, const qc_PelRows<unsigned char>& dst);
 
 /// Copies the pels of prepared windows, plane by plane where there are planes.
 template <class T>

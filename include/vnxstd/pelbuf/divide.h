@@ -17,7 +17,8 @@ concept qcPelQuotient = qcRootPelType<S> && qcRootPelType<D> &&
 
 /// The worker of the divisions, on the components of stored pels.
 template <class S, class D>
-VNXSTD_EXPORT void qf_PelQuotient(qc_PelRows<const S> from, qc_PelRows<D> to, double divisor, bool isRounded);
+VNXSTD_EXPORT void qf_PelQuotient(const qc_PelRows<const S>& from, const qc_PelRows<D>& to, double divisor,
+                                  bool isRounded);
 
 /// src / divisor. A quotient that goes to an integer is truncated toward zero, or with the flag rounded, halves away
 /// from zero, and then saturated; it is exact for divisors that are whole numbers, and otherwise the double nearest to
@@ -60,7 +61,8 @@ concept qcPelDeviation = qcNumericPelType<A> && qcNumericPelType<B> && qcNumeric
 
 /// The worker of qfPelStandardDeviation.
 template <class A, class B, class D>
-VNXSTD_EXPORT void qf_PelDeviation(qc_PelRows<const A> sums, qc_PelRows<const B> squares, long count, qc_PelRows<D> to);
+VNXSTD_EXPORT void qf_PelDeviation(const qc_PelRows<const A>& sums, const qc_PelRows<const B>& squares, long count,
+                                   const qc_PelRows<D>& to);
 
 /// The standard deviation of every pel over a series of `count` images, of which the sums and the sums of squares are
 /// given (see qfPelAdd and qfPelSquareAccum): the square root of

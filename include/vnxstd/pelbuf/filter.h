@@ -39,12 +39,13 @@ struct qc_PelFilter {
 
 /// The workers. The source is larger than the destination by the neighbourhood's size less one pel.
 template <class S, class D>
-VNXSTD_EXPORT void qf_PelBoxSum(qc_PelRows<const S> src, qc_PelRows<D> dst, qc_PelFilter filter, long width,
-                                long height, int shift);
+VNXSTD_EXPORT void qf_PelBoxSum(const qc_PelRows<const S>& src, const qc_PelRows<D>& dst, qc_PelFilter filter,
+                                long width, long height, int shift);
 template <class E>
-VNXSTD_EXPORT void qf_PelSmooth(qc_PelRows<const E> src, qc_PelRows<E> dst, qc_PelFilter filter, int x, int y);
+VNXSTD_EXPORT void qf_PelSmooth(const qc_PelRows<const E>& src, const qc_PelRows<E>& dst, qc_PelFilter filter, int x,
+                                int y);
 template <class E>
-VNXSTD_EXPORT void qf_PelMedian3x3(qc_PelRows<const E> src, qc_PelRows<E> dst, qc_PelFilter filter);
+VNXSTD_EXPORT void qf_PelMedian3x3(const qc_PelRows<const E>& src, const qc_PelRows<E>& dst, qc_PelFilter filter);
 
 /// The box of pels, relative to the one in its middle; of even sizes, the extra column is on the right and the extra
 /// row below. Throws qcPelFunc::BadParams for a size below 1 and for more than 2^31 - 1 pels.

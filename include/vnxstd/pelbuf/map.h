@@ -39,14 +39,15 @@ struct qc_PelWord {
 /// The workers: whether a pel is no index of a table of so many entries; and mapping, where `isBeyond` says whether
 /// there are such pels, which take the last entry.
 template <class S>
-VNXSTD_EXPORT bool qf_PelExceeds(qc_PelRows<const S> from, std::size_t entries);
+VNXSTD_EXPORT bool qf_PelExceeds(const qc_PelRows<const S>& from, std::size_t entries);
 template <class S, class W>
-VNXSTD_EXPORT void qf_PelMap(qc_PelRows<const S> from, const W* table, std::size_t entries, bool isBeyond,
-                             qc_PelRows<W> to);
+VNXSTD_EXPORT void qf_PelMap(const qc_PelRows<const S>& from, const W* table, std::size_t entries, bool isBeyond,
+                             const qc_PelRows<W>& to);
 
 /// The same with a table of pels as they lie in memory.
 template <class S, class Stored>
-void qf_PelMap(qc_PelRows<const S> from, const std::vector<Stored>& table, bool isBeyond, qc_PelRows<Stored> to) {
+void qf_PelMap(const qc_PelRows<const S>& from, const std::vector<Stored>& table, bool isBeyond,
+               const qc_PelRows<Stored>& to) {
   using Word = qc_PelWord<sizeof(Stored)>;
   qf_PelMap(from, reinterpret_cast<const Word*>(table.data()), table.size(), isBeyond, qf_PelRowsAs<Word>(to));
 }

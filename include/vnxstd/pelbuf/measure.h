@@ -29,17 +29,17 @@ concept qcHistogramPelType = qcNumberPelType<T> && std::integral<T> && sizeof(T)
 
 /// The numbers of a window, a pair being two of them side by side. Throws qcPel::UnboundWindow.
 template <qcNumericPelType T>
-auto qf_PelNumbers(const qcPelBuffer_const<T>& buffer) {
+[[gnu::always_inline]] inline auto qf_PelNumbers(const qcPelBuffer_const<T>& buffer) {
   return qf_PelRowsAs<const typename qcPelTraits<T>::Element>(qf_PelRows(buffer));
 }
 
 /// The workers, on the numbers of stored pels.
 template <class E>
-VNXSTD_EXPORT void qf_PelExtremes(qc_PelRows<const E> elements, int perPel, E* lo, E* hi);
+VNXSTD_EXPORT void qf_PelExtremes(const qc_PelRows<const E>& elements, int perPel, E* lo, E* hi);
 template <class S>
-VNXSTD_EXPORT bool qf_PelHistogram(qc_PelRows<const S> rows, std::vector<unsigned long>& counts);
+VNXSTD_EXPORT bool qf_PelHistogram(const qc_PelRows<const S>& rows, std::vector<unsigned long>& counts);
 template <class E>
-VNXSTD_EXPORT bool qf_PelEqual(qc_PelRows<const E> a, qc_PelRows<const E> b);
+VNXSTD_EXPORT bool qf_PelEqual(const qc_PelRows<const E>& a, const qc_PelRows<const E>& b);
 
 /// Whether two windows have the same size and the same pels, wherever they lie. Floating numbers are compared by value:
 /// NaN differs from everything, itself included, and +0 equals -0. Packed colours count with all their bits.

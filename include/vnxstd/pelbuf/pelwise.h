@@ -33,7 +33,7 @@ concept qcPelHolds = qcRootPelType<S> && qcRootPelType<D> &&
 
 /// The pels of a part of a window.
 template <class Buffer>
-auto qf_PelRows(const Buffer& buffer, const qc_PelPart& part) {
+[[gnu::always_inline]] inline auto qf_PelRows(const Buffer& buffer, const qc_PelPart& part) {
   auto rows = qf_PelRows(buffer);
   if (part.isEmpty()) return decltype(rows)();
   const qcPair<long> ul = buffer.offset();
@@ -45,7 +45,7 @@ auto qf_PelRows(const Buffer& buffer, const qc_PelPart& part) {
 
 /// The components of a part of a window, of one plane where there are planes.
 template <class T, class Buffer>
-auto qf_PelComponents(const Buffer& buffer, const qc_PelPart& part, int plane) {
+[[gnu::always_inline]] inline auto qf_PelComponents(const Buffer& buffer, const qc_PelPart& part, int plane) {
   if constexpr (qcFlatPelType<T>) {
     const auto rows = qf_PelRows(buffer, part);
     using Pel = std::remove_pointer_t<decltype(rows.pels)>;

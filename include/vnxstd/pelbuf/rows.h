@@ -5,7 +5,10 @@
 #include <type_traits>
 
 /// A rectangle of pels in memory: what is left of a window when only pointers and counts matter. P is a stored pel
-/// type, const where the pels are read. A plain value that owns nothing.
+/// type, const where the pels are read. A plain value that owns nothing. Functions that are called take it by
+/// reference, and those that make it are inlined always: the processor waits for a value that was stored in words of 8
+/// bytes and is copied, as arguments and results in memory are, in words of 16. That took 20 ns of a call on 16 x 16
+/// pels.
 template <class P>
 struct qc_PelRows {
   P* pels = nullptr;         ///< the upper-left pel
@@ -21,7 +24,7 @@ struct qc_PelRows {
 
 /// The same rectangle as elements that pels consist of: numbers, or bytes.
 template <class E, class P>
-qc_PelRows<E> qf_PelRowsAs(qc_PelRows<P> rows) {
+[[gnu::always_inline]] inline qc_PelRows<E> qf_PelRowsAs(const qc_PelRows<P>& rows) {
   static_assert(sizeof(P) % sizeof(E) == 0 && std::is_const_v<E> == std::is_const_v<P>);
   constexpr std::ptrdiff_t n = std::ptrdiff_t{sizeof(P)} / std::ptrdiff_t{sizeof(E)};
   return {reinterpret_cast<E*>(rows.pels), rows.pitch * n, rows.width * n, rows.height};

@@ -49,7 +49,9 @@ class VNXSTD_EXPORT qcRectangle {
     return other.x0_ >= x0_ && other.x1_ <= x1_ && other.y0_ >= y0_ && other.y1_ <= y1_;
   }
   /// True when there is a pel in both.
-  bool overlaps(const qcRectangle& other) const noexcept;
+  bool overlaps(const qcRectangle& other) const noexcept {
+    return x0_ < other.x1_ && other.x0_ < x1_ && y0_ < other.y1_ && other.y0_ < y1_ && !isNull() && !other.isNull();
+  }
   /// The pels in both; throws qcRectErrors::NoOverlap when there are none.
   qcRectangle operator&(const qcRectangle& other) const;
   /// Moved by (dx, dy).
