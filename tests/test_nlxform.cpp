@@ -384,6 +384,20 @@ TEST(Deformation, RefusesWhatDeterminesNoMap) {
   EXPECT_THROW(Deform(close, {{0, 0}, {1, 0}, {0, 1}, {1, 1}, {2, 2}}), NumericalError);
   EXPECT_NO_THROW(Deform(close, {{0, 0}, {1, 0}, {0, 1}, {1, 1}, {2, 2}}, 0.1));
   EXPECT_THROW(Deform(kCross, line) * Point(1e200, 0), NumericalError);
+  // However close two sources are, a map that is made leads to the destinations.
+  Source source;
+  int made = 0;
+  for (int round = 0; round < 300; ++round) {
+    Points from = source.points(20), to = source.points(20);
+    from[1] = from[0] + Point(std::pow(10, -(round % 12)), 0);
+    try {
+      const Deform deform(from, to);
+      for (std::size_t i = 0; i < from.size(); ++i) EXPECT_LT((deform * from[i]).distance(to[i]), 1e-4) << round;
+      ++made;
+    } catch (const NumericalError&) {
+    }
+  }
+  EXPECT_GT(made, 50);
 }
 
 TEST(Inverse, SaysWhereThereIsNone) {

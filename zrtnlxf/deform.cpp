@@ -31,6 +31,11 @@ using zrtnlxf::Status;
 // A smoothness beyond this, in squared units, leaves the affine map alone, and its square root is still a number.
 constexpr double kMostSmoothness = 1e250;
 
+// How far sources may be mapped from where they should be, in mean distances between destinations and their centroid:
+// beyond the one, weights are made of rounding errors; up to the other, nothing is gained by correcting them.
+constexpr double kWorstError = 1e-7, kGoodError = 1e-10;
+constexpr int kMostRounds = 4;
+
 std::size_t countOf(const Numbers& points) { return points.size() / 2; }
 
 void enter(qmath_xformDeform& state) {
@@ -287,30 +292,48 @@ Status determine(qmath_xformDeform& state) {
   for (std::size_t i = 3; i < count; ++i) matrix[i * count + i] += smoothness;
   if (!factor(matrix, count, 3)) return zrtnlxf::degenerate;
 
-  state.weights.assign(2 * count, 0.0);
+  // Each round finds what the map so far leaves of the destinations, and adds a map that takes it there. One is enough
+  // unless sources are very close to each other.
   const zrtnlxf::Frame destinations(state.to.data(), count);
-  const double middle[2] = {destinations.x, destinations.y};
-  for (std::size_t side = 0; side < 2; ++side) {
-    Numbers d(count), y;
-    for (std::size_t i = 0; i < count; ++i) d[i] = state.to[2 * i + side] - middle[side];
-    reflections.apply(d.data());
-    y = d;
-    std::fill_n(y.begin(), 3, 0.0);
-    solve(matrix, count, 3, y.data());
-    double* const affine = &state.affine[3 * side];
-    for (std::size_t i = 3; i-- > 0;) {
-      affine[i] = d[i] - dot(&top[i * count], y.data(), count);
-      for (std::size_t j = i + 1; j < 3; ++j) affine[i] -= reflections.at(i, j) * affine[j];
-      affine[i] /= reflections.at(i, i);
+  const double middle = std::fabs(destinations.x) + std::fabs(destinations.y);
+  const double unit = 2 / destinations.scale + 1e-6 * middle;  // coordinates far away have rounding errors of their own
+  state.affine = {destinations.x, 0, 0, destinations.y, 0, 0};
+  state.weights.assign(2 * count, 0.0);
+  Numbers left = state.to;
+  for (std::size_t i = 0; i < left.size(); i += 2) {
+    left[i] -= destinations.x;
+    left[i + 1] -= destinations.y;
+  }
+  double error = std::numeric_limits<double>::infinity();
+  for (int round = 0; round < kMostRounds && error > kGoodError * unit; ++round) {
+    for (std::size_t side = 0; side < 2; ++side) {
+      Numbers d(count), y;
+      for (std::size_t i = 0; i < count; ++i) d[i] = left[2 * i + side];
+      reflections.apply(d.data());
+      y = d;
+      std::fill_n(y.begin(), 3, 0.0);
+      solve(matrix, count, 3, y.data());
+      double affine[3];
+      for (std::size_t i = 3; i-- > 0;) {
+        affine[i] = d[i] - dot(&top[i * count], y.data(), count);
+        for (std::size_t j = i + 1; j < 3; ++j) affine[i] -= reflections.at(i, j) * affine[j];
+        affine[i] /= reflections.at(i, i);
+        state.affine[3 * side + i] += affine[i];
+      }
+      reflections.applyTransposed(y.data());
+      for (std::size_t i = 0; i < count; ++i) state.weights[2 * i + side] += y[i];
     }
-    affine[0] += middle[side];
-    reflections.applyTransposed(y.data());
-    for (std::size_t i = 0; i < count; ++i) state.weights[2 * i + side] = y[i];
+    if (qmath_xformDeform_mapPoints(&state, state.from.data(), left.data(), count) < 0) return zrtnlxf::degenerate;
+    error = 0;
+    for (std::size_t i = 0; i < left.size(); ++i) {
+      left[i] = state.to[i] - left[i] - smoothness * state.weights[i];
+      error = std::max(error, std::fabs(left[i]));
+    }
   }
   forgetIdleNodes(state);
   const bool isFinite =
       zrtnlxf::areFinite(state.affine.data(), 6) && zrtnlxf::areFinite(state.weights.data(), state.weights.size());
-  return isFinite ? zrtnlxf::ok : zrtnlxf::degenerate;
+  return isFinite && error <= kWorstError * unit ? zrtnlxf::ok : zrtnlxf::degenerate;
 }
 
 // A new state that `fill` completes.

@@ -27,10 +27,12 @@ class VNXSTD_EXPORT qc2XformDeformDefs {
 ///
 /// The smoothness, in squared units of the sources, is what is added to the diagonal of the kernel's matrix: 0 maps
 /// every source to its destination, more lets the images leave the destinations where that takes out bends, and in the
-/// limit only the affine map of least squares is left (Wahba, "Spline Models for Observational Data", 1990).
+/// limit only the affine map of least squares is left (Wahba, "Spline Models for Observational Data", 1990). Sources
+/// are mapped to where they should be to 1e-10 of the extent of the destinations or, where they lie very close to each
+/// other and their destinations do not, to 1e-7.
 ///
-/// Bad arguments throw qc2XformDeformDefs::BadParams; a point without a finite image, and sources so close to each
-/// other that the weights cannot be computed, throw qc2XformPerspectiveDefs::NumericalError. Mapping costs in
+/// Bad arguments throw qc2XformDeformDefs::BadParams; a point without a finite image, and sources too close to each
+/// other for that precision, throw qc2XformPerspectiveDefs::NumericalError. Mapping costs in
 /// proportion to the number of sources. Objects that are not changed may be used by several threads.
 class VNXSTD_EXPORT qc2XformDeform : public qc2XformBase {
  public:
