@@ -1,16 +1,488 @@
 #include "std/shapes/clipshape.h"
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "std/shapes/clipper.h"
+#include "std/shapes/segment.h"
 #include "vnxstd/shapes/circle.h"
-#include "vnxstd/shapes/ellipseshape.h"
+#include "vnxstd/shapes/contourtree.h"
+#include "vnxstd/shapes/ellipsearc.h"
+#include "vnxstd/shapes/generaltree.h"
 #include "vnxstd/shapes/line.h"
 #include "vnxstd/shapes/lineseg.h"
 #include "vnxstd/shapes/parallelogram.h"
-#include "vnxstd/shapes/shapetree.h"
+#include "vnxstd/shapes/rect.h"
+#include "vnxstd/shapes/regiontree.h"
 
 namespace qc_shapes {
 
-qcPtrHandle<qcShape> clipShape(const qcShape&, const qcPolyline&, qcClipInfo&) {
-  throw qcShapesError::NotImplemented();
+namespace {
+
+using V = qcVector<2>;
+using Handle = qcPtrHandle<qcShape>;
+using Child = qcPtrHandle_const<qcShape>;
+using Result = qcShape::ClipResult;
+
+constexpr double kRounding = 4 * std::numeric_limits<double>::epsilon();
+
+// ---- from shapes to edges
+
+bool areNear(const V& a, const V& b) {
+  return qfRealEq(a, b, kRounding * (std::fabs(a.x()) + std::fabs(a.y()) + std::fabs(b.x()) + std::fabs(b.y())));
+}
+
+void addArc(ClipOutline& outline, const qcEllipse2& ellipse, double from, double to, const V& end) {
+  if (!ellipse.isDegenerate()) return outline.addArc(ellipse, from, to, end);
+  // A flat one turns where one of both coordinates does.
+  constexpr double kRightAngle = qcRadian::turn / 4;
+  const double phase = ellipse.phase().plain();
+  const double first = std::min(from, to) + phase, last = std::max(from, to) + phase;
+  std::vector<double> stops;
+  for (double k = std::floor(first / kRightAngle) + 1; k * kRightAngle < last; ++k) {
+    stops.push_back(k * kRightAngle - phase);
+  }
+  if (to < from) std::reverse(stops.begin(), stops.end());
+  for (const double phi : stops) outline.addSegment(ellipse.point(qcRadian(phi)));
+  outline.addSegment(end);
+}
+
+// Adds the pieces of a contour; where they do not follow each other, a closed one jumps, and an open one ends.
+class Collector {
+ public:
+  Collector(ClipOutline& outline, bool closed) : outline_(outline), closed_(closed) {}
+
+  void add(const qcShape& shape) {
+    if (const auto* segment = dynamic_cast<const qcLineSeg*>(&shape)) {
+      goTo(segment->p1());
+      outline_.addSegment(segment->p2());
+    } else if (const auto* line = dynamic_cast<const qcPolyline*>(&shape)) {
+      if (line->isEmpty()) return;
+      goTo(line->vertex(0));
+      for (const V& p : line->vertices()) outline_.addSegment(p);
+    } else if (const auto* arc = dynamic_cast<const qcEllipseArc2*>(&shape)) {
+      const double from = arc->phiStart().plain(), to = arc->phiEnd().plain();
+      // The seam of a whole ellipse is best where no polygon touches it that has it for an incircle.
+      constexpr double kAside = 0.7;
+      const bool whole = closed_ && outline_.chains.size() == before_ && std::fabs(to - from) >= qcRadian::turn;
+      const double aside = whole && !arc->ellipse().isDegenerate() ? kAside : 0;
+      const V start = aside != 0 ? arc->ellipse().point(qcRadian(from + aside)) : arc->startPoint();
+      goTo(start);
+      addArc(outline_, arc->ellipse(), from + aside, to + aside, aside != 0 ? start : arc->endPoint());
+    } else if (const auto* contour = dynamic_cast<const qcContourTree*>(&shape)) {
+      for (const qcShape* element : contour->elements_()) addSimple(*element);
+    } else {
+      addSimple(shape);
+    }
+  }
+
+  void finish() {
+    if (outline_.chains.size() > before_) outline_.endChain(closed_);
+  }
+
+ private:
+  void addSimple(const qcShape& shape) {
+    if (shape.isDecomposed()) return add(shape);
+    const Handle parts = shape.decompose();
+    if (!parts->isDecomposed()) throw qcBadPointer();
+    add(*parts);
+  }
+
+  void goTo(const V& p) {
+    const bool started = outline_.chains.size() > before_;
+    if (started && areNear(p, outline_.at())) return;
+    if (started && closed_) return outline_.addSegment(p);
+    if (started) outline_.endChain(false);
+    outline_.beginChain(p);
+  }
+
+  ClipOutline& outline_;
+  const bool closed_;
+  const std::size_t before_ = outline_.chains.size();
+};
+
+// The boundaries of a region, all with its inside on the left, and the shapes that they came from.
+struct Boundaries {
+  ClipOutline outline;
+  std::vector<const qcShape*> sources;
+
+  void add(const qcShape& boundary, bool inside) {
+    const bool reversed = boundary.isRightHanded() != inside;
+    if (const auto* polygon = dynamic_cast<const qcPolyline*>(&boundary)) {
+      outline.addPolygon(polygon->vertices(), reversed);
+    } else {
+      Collector collector(outline, true);
+      const Handle parts = boundary.isDecomposed() ? nullptr : boundary.decompose();
+      collector.add(parts ? *parts : boundary);
+      collector.finish();
+      if (reversed && outline.chains.size() > sources.size()) outline.reverseChain();
+    }
+    if (outline.chains.size() > sources.size()) sources.push_back(&boundary);
+  }
+};
+
+Boundaries boundariesOf(const qcShape& region) {
+  Boundaries boundaries;
+  const auto* tree = dynamic_cast<const qcRegionTree*>(&region);
+  if (!tree) {
+    boundaries.add(region, true);
+    return boundaries;
+  }
+  std::vector<std::pair<const qcRegionTree*, bool>> left{{tree, true}};
+  while (!left.empty()) {
+    const auto [node, inside] = left.back();
+    left.pop_back();
+    boundaries.add(node->boundary(), inside);
+    for (long i = node->numChildren(); i-- > 0;) left.emplace_back(&node->child(i), !inside);
+  }
+  return boundaries;
+}
+
+// ---- from edges to shapes
+
+// The same path with parts of one edge, or one ellipse, that follow each other as one.
+ClipPath merged(const ClipPath& path, bool closed) {
+  const auto continues = [&](const ClipBit& a, const ClipBit& b, double& shift) {
+    shift = 0;
+    if (a.ellipse != b.ellipse) return false;
+    if (!a.isArc())
+      return a.edge == b.edge && a.placeTo == b.placeFrom && (a.placeFrom < a.placeTo) == (b.placeFrom < b.placeTo);
+    if ((a.placeFrom < a.placeTo) != (b.placeFrom < b.placeTo)) return false;
+    const double gap = a.placeTo - b.placeFrom;
+    if (gap != 0 && std::fabs(std::fabs(gap) - qcRadian::turn) > 1e-12) return false;
+    shift = gap;
+    return std::fabs(b.placeTo + shift - a.placeFrom) <= qcRadian::turn * (1 + 1e-12);
+  };
+  ClipPath result;
+  double shift = 0;
+  for (const ClipBit& bit : path) {
+    if (!result.empty() && continues(result.back(), bit, shift)) {
+      result.back().to = bit.to;
+      result.back().placeTo = bit.placeTo + shift;
+    } else {
+      result.push_back(bit);
+    }
+  }
+  if (closed && result.size() > 1 && continues(result.back(), result.front(), shift)) {
+    result.front().from = result.back().from;
+    result.front().placeFrom = result.back().placeFrom - shift;
+    result.pop_back();
+  }
+  return result;
+}
+
+class Builder {
+ public:
+  explicit Builder(const ClipOutline& outline) : outline_(outline) {}
+
+  // A contour: one primitive, a polyline, or a contour tree.
+  Handle contour(const ClipPath& bits, bool closed) const {
+    ClipPath path = merged(bits, closed);
+    for (ClipBit& bit : path) {
+      if (bit.isArc() && ellipseOf(bit).isStraight(bit.placeTo - bit.placeFrom, bit.from)) bit.ellipse = -1;
+    }
+    const bool straight = std::none_of(path.begin(), path.end(), [](const ClipBit& bit) { return bit.isArc(); });
+    if (!straight) dropPoints(path);
+    if (straight && (closed || path.size() > 1)) {
+      std::vector<V> vertices;
+      vertices.reserve(path.size() + 1);
+      for (const ClipBit& bit : path) vertices.push_back(bit.from);
+      if (!closed) vertices.push_back(path.back().to);
+      return new qcPolyline(std::move(vertices), closed);
+    }
+    if (straight) return new qcLineSeg(path.front().from, path.front().to);
+    if (path.size() == 1 && closed) {
+      const ClipBit& bit = path.front();
+      const Handle whole(new qcEllipse2(ellipseOf(bit).ellipse()));
+      const bool forward = bit.placeFrom < bit.placeTo;
+      return forward ? whole : whole->reverse();
+    }
+    if (path.size() == 1) return arc(path.front());
+    std::vector<Child> pieces;
+    pieces.reserve(path.size());
+    for (const ClipBit& bit : path) {
+      pieces.push_back(bit.isArc() ? Child(arc(bit)) : Child(new qcLineSeg(bit.from, bit.to)));
+    }
+    // Arcs have ends of their own, within rounding; segments meet them.
+    for (std::size_t i = 0; i < path.size(); ++i) {
+      if (path[i].isArc()) continue;
+      const std::size_t before = (i + path.size() - 1) % path.size(), after = (i + 1) % path.size();
+      V from = path[i].from, to = path[i].to;
+      if (path[before].isArc() && (closed || i > 0)) from = pieces[before]->endPoint();
+      if (path[after].isArc() && (closed || after > 0)) to = pieces[after]->startPoint();
+      pieces[i] = new qcLineSeg(from, to);
+    }
+    return new qcContourTree(pieces, closed, false);
+  }
+
+  double area(const ClipPath& path) const {
+    const V origin = path.front().from;
+    double sum = 0;
+    for (const ClipBit& bit : path) {
+      sum += (bit.from - origin).cross(bit.to - origin);
+      if (!bit.isArc()) continue;
+      const ClipEllipse& ellipse = ellipseOf(bit);
+      const double span = bit.placeTo - bit.placeFrom;
+      const V& radii = ellipse.ellipse().radii();
+      sum += ellipse.sense() * radii.x() * radii.y() * (span - std::sin(span));
+    }
+    return sum / 2;
+  }
+
+  // A point in the middle of a bit that is as long as any.
+  V pointOn(const ClipPath& path) const {
+    const auto longest = std::max_element(path.begin(), path.end(), [](const ClipBit& a, const ClipBit& b) {
+      return a.from.distance(a.to) < b.from.distance(b.to);
+    });
+    if (!longest->isArc()) return (longest->from + longest->to) / 2;
+    return ellipseOf(*longest).ellipse().point(qcRadian((longest->placeFrom + longest->placeTo) / 2));
+  }
+
+  bool isInside(const V& p, const ClipPath& path) const {
+    return windingOfShape(std::vector<ClipEdge>(path.begin(), path.end()), outline_.ellipses, p, 1) != 0;
+  }
+
+ private:
+  // Takes away what has no length but for rounding, beside arcs, whose ends are rounded anyway.
+  static void dropPoints(ClipPath& path) {
+    for (std::size_t i = 0; i < path.size();) {
+      const bool whole = path[i].isArc() && std::fabs(path[i].placeTo - path[i].placeFrom) > 1;
+      if (whole || path.size() == 1 || !areNear(path[i].from, path[i].to)) {
+        ++i;
+        continue;
+      }
+      (i + 1 < path.size() ? path[i + 1].from : path[i - 1].to) = i + 1 < path.size() ? path[i].from : path[i].to;
+      path.erase(path.begin() + static_cast<std::ptrdiff_t>(i));
+    }
+  }
+
+  const ClipEllipse& ellipseOf(const ClipBit& bit) const {
+    return outline_.ellipses[static_cast<std::size_t>(bit.ellipse)];
+  }
+  Handle arc(const ClipBit& bit) const {
+    return new qcEllipseArc2(
+        qcEllipseArc2::between(ellipseOf(bit).ellipse(), qcRadian(bit.placeFrom), qcRadian(bit.placeTo)));
+  }
+
+  const ClipOutline& outline_;
+};
+
+Handle collected(std::vector<Child> shapes) {
+  if (shapes.size() == 1) return Handle(const_cast<qcShape*>(shapes.front().rep()));
+  return new qcGeneralShapeTree(shapes, false);
+}
+
+// Regions from closed paths, of which those that run to the right bound holes.
+class RegionBuilder {
+ public:
+  RegionBuilder(const Boundaries& boundaries, const qcShape& region, std::vector<ClipPath> paths)
+      : boundaries_(boundaries),
+        builder_(boundaries.outline),
+        leftHanded_(!region.isRightHanded()),
+        tree_(dynamic_cast<const qcRegionTree*>(&region) != nullptr) {
+    for (ClipPath& path : paths) {
+      if (path.empty()) continue;
+      const double area = builder_.area(path);
+      if (area == 0 || (area < 0 && isNoise(path, area))) continue;
+      loops_.push_back({std::move(path), area, -1, {}});
+    }
+  }
+
+  bool isEmpty() const { return loops_.empty(); }
+
+  Handle build() {
+    const bool holes = std::any_of(loops_.begin(), loops_.end(), [](const Loop& loop) { return loop.area < 0; });
+    if (holes && !nest()) return bridged();
+    std::vector<Child> shapes;
+    if (!holes && !tree_) {
+      for (const Loop& loop : loops_) shapes.push_back(boundary(loop));
+      return collected(std::move(shapes));
+    }
+    try {
+      // The smallest first: they are complete when they are put into a larger one.
+      for (std::size_t i = loops_.size(); i-- > 0;) {
+        Loop& loop = loops_[i];
+        const bool hole = (loop.area < 0) != leftHanded_;
+        qcPtrHandle<qcRegionTree> node(new qcRegionTree(Child(boundary(loop)), hole));
+        node->addChildren(loop.children, false);
+        if (loop.parent < 0) {
+          shapes.push_back(node);
+        } else {
+          loops_[static_cast<std::size_t>(loop.parent)].children.push_back(node);
+        }
+      }
+    } catch (const qcShapesError::BadGeom&) {
+      return bridged();  // boundaries that cross
+    }
+    std::reverse(shapes.begin(), shapes.end());
+    return collected(std::move(shapes));
+  }
+
+ private:
+  struct Loop {
+    ClipPath path;
+    double area;
+    std::ptrdiff_t parent;
+    std::vector<Child> children;
+  };
+
+  // Only a region with holes, or one that crosses itself, has paths to the right, but for rounding.
+  bool isNoise(const ClipPath& path, double area) const {
+    if (boundaries_.outline.chains.size() > 1) return false;
+    double noise = 0;
+    for (const ClipBit& bit : path) {
+      noise += bit.from.distance(bit.to) * (std::fabs(bit.from.x()) + std::fabs(bit.from.y()));
+    }
+    return std::fabs(area) <= kRounding * noise;
+  }
+
+  // Gives every path the smallest one around it. False when that is not one of the other kind, or missing.
+  bool nest() {
+    std::stable_sort(loops_.begin(), loops_.end(),
+                     [](const Loop& a, const Loop& b) { return std::fabs(a.area) > std::fabs(b.area); });
+    for (std::size_t i = 0; i < loops_.size(); ++i) {
+      const V p = builder_.pointOn(loops_[i].path);
+      for (std::size_t k = i; k-- > 0 && loops_[i].parent < 0;) {
+        if (builder_.isInside(p, loops_[k].path)) loops_[i].parent = static_cast<std::ptrdiff_t>(k);
+      }
+      const std::ptrdiff_t parent = loops_[i].parent;
+      const bool hole = loops_[i].area < 0;
+      if (parent < 0 ? hole : (loops_[static_cast<std::size_t>(parent)].area < 0) == hole) return false;
+    }
+    return true;
+  }
+
+  // The boundary as it came, where all of it is left.
+  Handle boundary(const Loop& loop) const {
+    const ClipOutline& outline = boundaries_.outline;
+    for (std::size_t i = 0; i < outline.chains.size(); ++i) {
+      const ClipChain& chain = outline.chains[i];
+      if (loop.path.size() != chain.last - chain.first) continue;
+      const bool all = std::all_of(loop.path.begin(), loop.path.end(), [&](const ClipBit& bit) {
+        const auto edge = static_cast<std::size_t>(bit.edge);
+        return bit.edge >= 0 && edge >= chain.first && edge < chain.last && bit.from == outline.edges[edge].from &&
+               bit.to == outline.edges[edge].to;
+      });
+      if (all) return boundaries_.sources[i]->clone();
+    }
+    return builder_.contour(handed(loop.path), true);
+  }
+
+  ClipPath handed(ClipPath path) const {
+    if (!leftHanded_) return path;
+    for (ClipBit& bit : path) bit.reverse();
+    std::reverse(path.begin(), path.end());
+    return path;
+  }
+
+  // One contour through all paths, there and back again between them: it winds like all of them together.
+  Handle bridged() const {
+    ClipPath all = loops_.front().path;
+    const V home = all.front().from;
+    for (std::size_t i = 1; i < loops_.size(); ++i) {
+      const ClipPath& path = loops_[i].path;
+      ClipBit bridge;
+      bridge.from = home;
+      bridge.to = path.front().from;
+      all.push_back(bridge);
+      all.insert(all.end(), path.begin(), path.end());
+      bridge.reverse();
+      all.push_back(bridge);
+    }
+    return builder_.contour(handed(std::move(all)), true);
+  }
+
+  const Boundaries& boundaries_;
+  const Builder builder_;
+  const bool leftHanded_, tree_;
+  std::vector<Loop> loops_;
+};
+
+// ---- clipping
+
+ClipOutline outlineOf(const qcPolyline& polygon) {
+  ClipOutline outline;
+  outline.addPolygon(polygon.vertices(), !polygon.isRightHanded());
+  return outline;
+}
+
+// A segment of the line that reaches across the polygon.
+Handle acrossPolygon(const qcShape& shape, const qcPolyline& polygon) {
+  const auto* line = dynamic_cast<const qcLine*>(&shape);
+  const qcLine whole = line ? *line : static_cast<const qcFLine&>(shape).line();
+  const V along = normalized(whole.dir());
+  const V middle = qcLine(along, whole.pos()).proj(polygon.center());
+  const double reach = polygon.boundingBox().perimeter();
+  return new qcLineSeg(middle - reach * along, middle + reach * along);
+}
+
+Handle clipContour(const qcShape& shape, const qcPolyline& polygon, Result& result) {
+  ClipOutline outline;
+  Collector collector(outline, false);
+  collector.add(shape);
+  collector.finish();
+  const ClipPaths clipped = clipContours(outline, outlineOf(polygon));
+  result = clipped.result;
+  if (result == Result::outside) return new qcPolyline;
+  if (result == Result::inside) return shape.clone();
+  const Builder builder(outline);
+  std::vector<Child> pieces;
+  for (const ClipPath& path : clipped.paths) pieces.push_back(builder.contour(path, false));
+  return collected(std::move(pieces));
+}
+
+Handle clipArea(const qcShape& shape, const qcPolyline& polygon, Result& result) {
+  const Boundaries boundaries = boundariesOf(shape);
+  ClipPaths clipped = clipRegion(boundaries.outline, outlineOf(polygon));
+  result = clipped.result;
+  if (result == Result::inside) return shape.clone();
+  RegionBuilder builder(boundaries, shape, std::move(clipped.paths));
+  if (!builder.isEmpty()) return builder.build();
+  result = Result::outside;
+  return new qcPolyline(true);
+}
+
+Handle clipElements(const qcGeneralShapeTree& tree, const qcPolyline& polygon, Result& result) {
+  std::vector<Child> shapes;
+  bool all = true;
+  for (const qcShape* element : tree.elements_()) {
+    qcClipInfo info;
+    const Handle part = element->clip_(polygon, info);
+    all = all && info.result() == Result::inside;
+    if (info.result() == Result::outside) continue;
+    const auto* parts = dynamic_cast<const qcGeneralShapeTree*>(part.rep());
+    if (parts) {
+      shapes.insert(shapes.end(), parts->children().begin(), parts->children().end());
+    } else {
+      shapes.push_back(part);
+    }
+  }
+  result = shapes.empty() ? Result::outside : all ? Result::inside : Result::clipped;
+  if (result == Result::outside) return new qcPolyline;
+  return all ? tree.clone() : Handle(new qcGeneralShapeTree(shapes, false));
+}
+
+}  // namespace
+
+qcPtrHandle<qcShape> clipShape(const qcShape& shape, const qcPolyline& polygon, qcClipInfo& info) {
+  if (!polygon.isRegion()) throw qcShapesError::NotRegion();
+  Result result = Result::outside;
+  Handle inside;
+  if (shape.isEmpty()) {
+    inside = new qcPolyline;
+  } else if (const auto* tree = dynamic_cast<const qcGeneralShapeTree*>(&shape)) {
+    inside = clipElements(*tree, polygon, result);
+  } else if (dynamic_cast<const qc_InfiniteLine*>(&shape)) {
+    inside = clipContour(*acrossPolygon(shape, polygon), polygon, result);
+  } else if (shape.isRegion()) {
+    inside = clipArea(shape, polygon, result);
+  } else {
+    inside = clipContour(shape, polygon, result);
+  }
+  info.result(result);
+  return inside;
 }
 
 }  // namespace qc_shapes
@@ -26,6 +498,9 @@ qcPtrHandle<qcShape> qcLineSeg::clip_(const qcPolyline& polygon, qcClipInfo& inf
 qcPtrHandle<qcShape> qcPolyline::clip_(const qcPolyline& polygon, qcClipInfo& info) const {
   return clipShape(*this, polygon, info);
 }
+qcPtrHandle<qcShape> qcShapeTree::clip_(const qcPolyline& polygon, qcClipInfo& info) const {
+  return clipShape(*this, polygon, info);
+}
 qcPtrHandle<qcShape> qc_EllipseShape::clip_(const qcPolyline& polygon, qcClipInfo& info) const {
   return clipShape(*this, polygon, info);
 }
@@ -33,8 +508,5 @@ qcPtrHandle<qcShape> qc_InfiniteLine::clip_(const qcPolyline& polygon, qcClipInf
   return clipShape(*this, polygon, info);
 }
 qcPtrHandle<qcShape> qc_ParallelogramShape::clip_(const qcPolyline& polygon, qcClipInfo& info) const {
-  return clipShape(*this, polygon, info);
-}
-qcPtrHandle<qcShape> qcShapeTree::clip_(const qcPolyline& polygon, qcClipInfo& info) const {
   return clipShape(*this, polygon, info);
 }

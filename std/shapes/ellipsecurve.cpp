@@ -79,12 +79,16 @@ double EllipseCurve::tangentRotation() const {
 double EllipseCurve::windingAngle(const qcVector<2>& p) const {
   if (from_ == to_ || radii_.isNull()) return 0;
   const qcVector<2> start = point(from_), end = point(to_);
+  if (start == end && !isFull()) return 0;
   const bool atStart = p == start, atEnd = p == end;
   const qcVector<2> a = scaled(atStart ? -leftNormal(from_) : start - p),
                     b = scaled(atEnd ? -leftNormal(to_) : end - p);
-  const double cross = a.cross(b), chord = cross == 0 && a * b < 0 ? kPi : std::atan2(cross, a * b);
+  // A whole turn depends on the side: rounding must not decide it on arcs that are almost points.
+  const double cross = a.cross(b);
+  const int side = atStart || atEnd ? (cross > 0) - (cross < 0) : orientation(start, end, p);
+  const double chord = std::copysign(std::atan2(side == 0 ? 0 : std::fabs(cross), a * b), side);
   // On the chord counts as left of it. The curve lies on the other side of the chord from where it turns to.
-  const bool onCurvesSide = isFull() || (turnsLeft() ? cross < 0 : cross >= 0);
+  const bool onCurvesSide = isFull() || (turnsLeft() ? side < 0 : side >= 0);
   const bool between = !isFlat() && onCurvesSide && isLeft(p, atStart || atEnd) == turnsLeft();
   return between ? chord + (turnsLeft() ? kTurn : -kTurn) : chord;
 }

@@ -1,0 +1,435 @@
+#include "std/shapes/clipedges.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "std/shapes/exact.h"
+#include "vnxstd/shapes/ellipsearc.h"
+#include "vnxstd/shapes/rect.h"
+
+namespace qc_shapes {
+
+namespace {
+
+using V = qcVector<2>;
+
+constexpr double kRounding = 4 * std::numeric_limits<double>::epsilon();
+
+void checkFinite(const V& p) {
+  if (!std::isfinite(p.x()) || !std::isfinite(p.y())) throw qcShapesError::BadGeom();
+}
+
+V pointBetween(const V& a, const V& b, double t) { return t <= 0.5 ? a + t * (b - a) : b + (1 - t) * (a - b); }
+
+// On which side of an edge in the direction from u to v a point on its line comes to lie when it is nudged.
+int lean(const V& u, const V& v) {
+  if (v.y() != u.y()) return v.y() < u.y() ? 1 : -1;
+  return v.x() > u.x() ? 1 : -1;
+}
+
+// 1 on the left and -1 on the right of the edge from u to v, of a polygon or of a shape that is nudged.
+int sideOfPolygonEdge(const V& u, const V& v, const V& p, int nudge) {
+  const int side = orientation(u, v, p);
+  return side != 0 ? side : nudge * lean(u, v);
+}
+int sideOfShapeEdge(const V& a, const V& b, const V& p, int nudge) { return sideOfPolygonEdge(a, b, p, -nudge); }
+
+// How often the chords wind around a point; `level` says whether an end at its height counts as above it.
+template <class Side>
+int windingOfChords(const std::vector<ClipEdge>& edges, const V& p, bool level, Side side) {
+  const auto isAbove = [&p, level](const V& q) { return level ? q.y() >= p.y() : q.y() > p.y(); };
+  int number = 0;
+  for (const ClipEdge& edge : edges) {
+    const bool up = isAbove(edge.to);
+    if (isAbove(edge.from) == up || std::max(edge.from.x(), edge.to.x()) < p.x()) continue;
+    if ((side(edge.from, edge.to) > 0) == up) number += up ? 1 : -1;
+  }
+  return number;
+}
+
+// ---- pairs of edges whose boxes overlap
+
+struct Box {
+  V low, high;
+
+  static Box of(const V& a, const V& b) {
+    return {{std::min(a.x(), b.x()), std::min(a.y(), b.y())}, {std::max(a.x(), b.x()), std::max(a.y(), b.y())}};
+  }
+  bool overlaps(const Box& other) const {
+    return low.x() <= other.high.x() && other.low.x() <= high.x() && low.y() <= other.high.y() &&
+           other.low.y() <= high.y();
+  }
+  void add(const Box& other) {
+    low = {std::min(low.x(), other.low.x()), std::min(low.y(), other.low.y())};
+    high = {std::max(high.x(), other.high.x()), std::max(high.y(), other.high.y())};
+  }
+};
+
+Box boxOf(const ClipOutline& outline, const ClipEdge& edge) {
+  Box box = Box::of(edge.from, edge.to);
+  if (!edge.isArc()) return box;
+  const qcEllipse2& ellipse = outline.ellipses[static_cast<std::size_t>(edge.ellipse)].ellipse();
+  const qcRect bounds = qcEllipseArc2::between(ellipse, qcRadian(edge.placeFrom), qcRadian(edge.placeTo)).boundingBox();
+  box.add({bounds.origin(), bounds.lr()});
+  const double reach =
+      std::fabs(box.low.x()) + std::fabs(box.low.y()) + std::fabs(box.high.x()) + std::fabs(box.high.y());
+  const V margin(kRounding * reach, kRounding * reach);
+  return {box.low - margin, box.high + margin};
+}
+
+std::vector<Box> boxesOf(const ClipOutline& outline) {
+  std::vector<Box> boxes;
+  boxes.reserve(outline.edges.size());
+  for (const ClipEdge& edge : outline.edges) boxes.push_back(boxOf(outline, edge));
+  return boxes;
+}
+
+Box unionOf(const std::vector<Box>& boxes) {
+  Box all = boxes.front();
+  for (const Box& box : boxes) all.add(box);
+  return all;
+}
+
+// The boxes that overlap `window`, by number.
+std::vector<std::int32_t> inWindow(const std::vector<Box>& boxes, const Box& window) {
+  std::vector<std::int32_t> numbers;
+  numbers.reserve(boxes.size());
+  for (std::size_t i = 0; i < boxes.size(); ++i) {
+    if (boxes[i].overlaps(window)) numbers.push_back(static_cast<std::int32_t>(i));
+  }
+  return numbers;
+}
+
+// The second boxes are put into slabs along one coordinate, so many that a box is in about two of them, and each of the
+// first is compared with those in the slabs that it reaches. A pair is visited once, in the first slab of both.
+template <class Visit>
+void forOverlaps(const std::vector<Box>& a, const std::vector<Box>& b, Visit visit) {
+  if (a.empty() || b.empty()) return;
+  Box window = unionOf(b);
+  const std::vector<std::int32_t> first = inWindow(a, window);
+  if (first.empty()) return;
+  Box reached = a[static_cast<std::size_t>(first.front())];
+  for (const std::int32_t i : first) reached.add(a[static_cast<std::size_t>(i)]);
+  const std::vector<std::int32_t> second = inWindow(b, reached);
+  constexpr std::size_t kFew = 16;
+  if (second.size() <= kFew) {
+    for (const std::int32_t i : first) {
+      for (const std::int32_t k : second) {
+        if (a[static_cast<std::size_t>(i)].overlaps(b[static_cast<std::size_t>(k)])) visit(i, k);
+      }
+    }
+    return;
+  }
+  window = b[static_cast<std::size_t>(second.front())];
+  V total;
+  for (const std::int32_t k : second) {
+    const Box& box = b[static_cast<std::size_t>(k)];
+    window.add(box);
+    total += box.high - box.low;
+  }
+  const auto most = static_cast<double>(second.size());
+  const auto wanted = [&](int axis) {
+    const double extent = window.high[axis] - window.low[axis];
+    const double count = extent / total[axis] * most;
+    return count >= 1 ? std::min(count, most) : 1;
+  };
+  const int axis = wanted(0) > wanted(1) ? 0 : 1;
+  const auto slabs = static_cast<std::size_t>(wanted(axis));
+  const double low = window.low[axis], extent = window.high[axis] - low;
+  const double scale = extent > 0 && std::isfinite(extent) ? static_cast<double>(slabs) / extent : 0;
+  const auto slabOf = [&](double x) {
+    const double slab = (x - low) * scale;
+    return slab > 0 ? std::min(static_cast<std::size_t>(std::min(slab, 1e9)), slabs - 1) : std::size_t{0};
+  };
+  std::vector<std::int32_t> starts(slabs + 1), entries;
+  const auto eachSlab = [&](std::int32_t k, auto&& use) {
+    const Box& box = b[static_cast<std::size_t>(k)];
+    for (std::size_t slab = slabOf(box.low[axis]); slab <= slabOf(box.high[axis]); ++slab) use(slab);
+  };
+  for (const std::int32_t k : second) eachSlab(k, [&](std::size_t slab) { ++starts[slab]; });
+  for (std::size_t slab = 1; slab <= slabs; ++slab) starts[slab] += starts[slab - 1];
+  entries.resize(static_cast<std::size_t>(starts[slabs]));
+  for (const std::int32_t k : second) {
+    eachSlab(k, [&](std::size_t slab) { entries[static_cast<std::size_t>(--starts[slab])] = k; });
+  }
+  for (const std::int32_t i : first) {
+    const Box& box = a[static_cast<std::size_t>(i)];
+    const std::size_t from = slabOf(box.low[axis]), to = slabOf(box.high[axis]);
+    for (std::size_t slab = from; slab <= to; ++slab) {
+      for (auto entry = static_cast<std::size_t>(starts[slab]); entry < static_cast<std::size_t>(starts[slab + 1]);
+           ++entry) {
+        const Box& other = b[static_cast<std::size_t>(entries[entry])];
+        if (!box.overlaps(other) || std::max(from, slabOf(other.low[axis])) != slab) continue;
+        visit(i, entries[entry]);
+      }
+    }
+  }
+}
+
+// ---- crossings
+
+// How far along a segment a point on it lies.
+double placeOn(const V& a, const V& b, const V& p) {
+  if (p == a) return 0;
+  if (p == b) return 1;
+  const bool wide = std::fabs(b.x() - a.x()) > std::fabs(b.y() - a.y());
+  const double part = wide ? (p.x() - a.x()) / (b.x() - a.x()) : (p.y() - a.y()) / (b.y() - a.y());
+  return std::clamp(part, 0.0, 1.0);
+}
+
+bool isBefore(const V& a, const V& b) { return a.x() != b.x() ? a.x() < b.x() : a.y() < b.y(); }
+
+// Where two segments cross that do so; the same for either direction of both.
+V crossing(const V& a, const V& b, const V& u, const V& v) {
+  const V &a1 = isBefore(a, b) ? a : b, &b1 = isBefore(a, b) ? b : a;
+  const V &u1 = isBefore(u, v) ? u : v, &v1 = isBefore(u, v) ? v : u;
+  const V d = v1 - u1;
+  const double before = d.cross(a1 - u1), after = d.cross(b1 - u1), t = before / (before - after);
+  return pointBetween(a1, b1, t >= 0 && t <= 1 ? t : 0.5);
+}
+
+// Within the ends of a segment, for a point on its line.
+bool isWithin(const V& a, const V& b, const V& p) {
+  const Box box = Box::of(a, b);
+  return box.overlaps({p, p});
+}
+
+class Finder {
+ public:
+  Finder(const ClipOutline& shape, const ClipOutline& polygon, int nudge)
+      : shape_(shape), polygon_(polygon), nudge_(nudge) {}
+
+  void visit(std::int32_t s, std::int32_t c) {
+    if (shape_.edges[static_cast<std::size_t>(s)].isArc()) {
+      crossArc(s, c);
+    } else {
+      crossSegments(s, c);
+    }
+  }
+
+  ClipCrossings finish() {
+    sort(shape_, found_.onShape);
+    sort(polygon_, found_.onPolygon);
+    return std::move(found_);
+  }
+
+ private:
+  void crossSegments(std::int32_t s, std::int32_t c) {
+    const ClipEdge &edge = shape_.edges[static_cast<std::size_t>(s)],
+                   &cut = polygon_.edges[static_cast<std::size_t>(c)];
+    const V &a = edge.from, &b = edge.to, &u = cut.from, &v = cut.to;
+    const int ou = orientation(a, b, u), ov = orientation(a, b, v);
+    if (ou == ov && ou != 0) return;
+    const int oa = orientation(u, v, a), ob = orientation(u, v, b);
+    if (oa == ob && oa != 0) return;
+    const bool touching = ou == 0 || ov == 0 || oa == 0 || ob == 0;
+    if (touching) {
+      const bool first = oa == 0 && isWithin(u, v, a), second = ou == 0 && isWithin(a, b, u);
+      if (first || second || (ob == 0 && isWithin(u, v, b)) || (ov == 0 && isWithin(a, b, v))) found_.touched = true;
+      // Each end is the start of one edge.
+      if (first && a != u && a != v) addTouch(found_.onPolygon, c, placeOn(u, v, a), a);
+      if (second && u != a && u != b) addTouch(found_.onShape, s, placeOn(a, b, u), u);
+    }
+    const int tie = nudge_ * lean(u, v), shapeTie = -nudge_ * lean(a, b);
+    const int sideA = oa != 0 ? oa : tie, sideB = ob != 0 ? ob : tie;
+    if (sideA == sideB || (ou != 0 ? ou : shapeTie) == (ov != 0 ? ov : shapeTie)) return;
+    if (!touching) found_.crossed = true;
+    const V p = oa == 0 ? a : ob == 0 ? b : ou == 0 ? u : ov == 0 ? v : crossing(a, b, u, v);
+    addCrossing(s, placeOn(a, b, p), c, placeOn(u, v, p), p, sideB);
+  }
+
+  void crossArc(std::int32_t s, std::int32_t c) {
+    const ClipEdge &edge = shape_.edges[static_cast<std::size_t>(s)],
+                   &cut = polygon_.edges[static_cast<std::size_t>(c)];
+    const V &a = edge.from, &b = edge.to, &u = cut.from, &v = cut.to;
+    const ClipEllipse& ellipse = shape_.ellipses[static_cast<std::size_t>(edge.ellipse)];
+    const int turn = turnOf(edge, ellipse);
+    const int sideU = sideOfShapeEdge(a, b, u, nudge_), sideV = sideOfShapeEdge(a, b, v, nudge_);
+    if (sideU == turn && sideV == turn) return;  // beyond the chord
+    const int sideA = sideOfPolygonEdge(u, v, a, nudge_), sideB = sideOfPolygonEdge(u, v, b, nudge_);
+    const int ofChord = sideA != sideB && sideU != sideV ? sideB : 0;
+    // The same numbers for either direction of the cut.
+    const bool forward = isBefore(u, v);
+    const V &low = forward ? u : v, &high = forward ? v : u;
+    const V start = ellipse.toCircle(low), end = ellipse.toCircle(high), d = end - start;
+    const bool inLow = start * start < 1, inHigh = end * end < 1;
+    const bool inU = sideU != turn && (forward ? inLow : inHigh), inV = sideV != turn && (forward ? inHigh : inLow);
+    const int sign = ofChord - turn * (static_cast<int>(inV) - static_cast<int>(inU));
+    const bool once = sign != 0;
+    if (!once && (ofChord != 0 || inU || inV)) return;
+    // Where the line crosses the unit circle.
+    const double squared = d * d, distance = start.cross(d) / std::sqrt(squared);
+    const double half = (1 - std::fabs(distance)) * (1 + std::fabs(distance));
+    const double middle = -(start * d) / squared, reach = half > 0 ? std::sqrt(half / squared) : 0;
+    const auto add = [&](bool leaves, int signOf) {
+      const double t = leaves == forward ? middle + reach : middle - reach;
+      const double onCut = t > 0 ? std::min(t, 1.0) : 0;  // also where it is no number, on tiny edges
+      addOnArc(s, c, ellipse.parameter(pointBetween(start, end, onCut)), pointBetween(low, high, onCut), signOf);
+    };
+    if (once) return add(sign == turn, sign);
+    if (!(half > 2 * (ellipse.blur(u) + ellipse.blur(v)))) return;
+    // The part of the line in the ellipse holds neither end of the cut, nor does it cross the chord: all of it is on
+    // the cut or none, and on one side of the chord.
+    if (!(middle > 0 && middle < 1)) return;
+    const int side = sideU == sideV ? sideU : orientation(a, b, pointBetween(low, high, middle));
+    if (side == turn) return;
+    add(false, -turn);
+    add(true, turn);
+  }
+
+  // Of the values of a parameter that differ by whole turns the one nearest to the arc, kept on the arc.
+  static double placeOnArc(const ClipEdge& edge, double phi) {
+    const double middle = (edge.placeFrom + edge.placeTo) / 2;
+    return std::clamp(middle + std::remainder(phi - middle, qcRadian::turn), std::min(edge.placeFrom, edge.placeTo),
+                      std::max(edge.placeFrom, edge.placeTo));
+  }
+
+  static int turnOf(const ClipEdge& edge, const ClipEllipse& ellipse) {
+    return edge.placeFrom < edge.placeTo ? ellipse.sense() : -ellipse.sense();
+  }
+
+  void addOnArc(std::int32_t s, std::int32_t c, double phi, V p, int sign) {
+    const ClipEdge &edge = shape_.edges[static_cast<std::size_t>(s)],
+                   &cut = polygon_.edges[static_cast<std::size_t>(c)];
+    // What rounding alone keeps from an end is put there, so that nothing is left between them.
+    const double reach = kRounding * (std::fabs(p.x()) + std::fabs(p.y()));
+    const auto isNear = [&](const V& q) { return qfRealEq(p, q, reach); };
+    const bool atStart = isNear(edge.from), atArcsEnd = atStart || isNear(edge.to);
+    const bool atCutsEnd = isNear(cut.from) || isNear(cut.to);
+    double place = placeOnArc(edge, phi);
+    if (atArcsEnd) {
+      place = atStart ? edge.placeFrom : edge.placeTo;
+      p = atStart ? edge.from : edge.to;
+    }
+    if (atCutsEnd) p = isNear(cut.from) ? cut.from : cut.to;
+    (atArcsEnd || atCutsEnd ? found_.touched : found_.crossed) = true;
+    addCrossing(s, place, c, placeOn(cut.from, cut.to, p), p, sign);
+  }
+
+  static void addTouch(std::vector<ClipEvent>& events, std::int32_t edge, double place, const V& p) {
+    events.push_back({p, place, edge, -1, 0});
+  }
+
+  void addCrossing(std::int32_t s, double placeOnShape, std::int32_t c, double placeOnPolygon, const V& p, int sign) {
+    found_.onShape.push_back({p, placeOnShape, s, found_.numNodes, sign});
+    found_.onPolygon.push_back({p, placeOnPolygon, c, found_.numNodes, sign});
+    ++found_.numNodes;
+  }
+
+  static void sort(const ClipOutline& outline, std::vector<ClipEvent>& events) {
+    std::sort(events.begin(), events.end(), [&outline](const ClipEvent& a, const ClipEvent& b) {
+      if (a.edge != b.edge) return a.edge < b.edge;
+      const ClipEdge& edge = outline.edges[static_cast<std::size_t>(a.edge)];
+      return edge.along(a.place) < edge.along(b.place);
+    });
+  }
+
+  const ClipOutline &shape_, &polygon_;
+  const int nudge_;
+  ClipCrossings found_;
+};
+
+}  // namespace
+
+ClipEllipse::ClipEllipse(const qcEllipse2& ellipse)
+    : ellipse_(ellipse), axis_(1, ellipse.angle()), sense_(ellipse.isRightHanded() ? 1 : -1) {}
+
+qcVector<2> ClipEllipse::toCircle(const qcVector<2>& p) const {
+  const V d = p - ellipse_.center();
+  return {axis_ * d / ellipse_.radii().x(), axis_.cross(d) / ellipse_.radii().y()};
+}
+
+double ClipEllipse::parameter(const qcVector<2>& onCircle) const {
+  return std::atan2(sense_ * onCircle.y(), onCircle.x()) - ellipse_.phase().plain();
+}
+
+bool ClipEllipse::isStraight(double span, const qcVector<2>& p) const { return span * span < 8 * blur(p); }
+
+double ClipEllipse::blur(const qcVector<2>& p) const {
+  const V& c = ellipse_.center();
+  const double reach = std::fabs(p.x()) + std::fabs(p.y()) + std::fabs(c.x()) + std::fabs(c.y());
+  return kRounding * (1 + reach / std::min(ellipse_.radii().x(), ellipse_.radii().y()));
+}
+
+void ClipOutline::beginChain(const qcVector<2>& start) {
+  checkFinite(start);
+  chains.push_back({edges.size(), edges.size(), start});
+  at_ = start;
+}
+
+void ClipOutline::addSegment(const qcVector<2>& to) {
+  checkFinite(to);
+  if (to == at_) return;
+  edges.push_back({at_, to});
+  at_ = to;
+}
+
+void ClipOutline::addArc(const qcEllipse2& ellipse, double from, double to, const qcVector<2>& end) {
+  checkFinite(ellipse.center());
+  constexpr double kRightAngle = qcRadian::turn / 4;
+  const int pieces = 1 + static_cast<int>(std::fabs(to - from) / kRightAngle);
+  const auto number = static_cast<std::int32_t>(ellipses.size());
+  ellipses.emplace_back(ellipse);
+  double place = from;
+  for (int i = 1; i <= pieces; ++i) {
+    const double next = i == pieces ? to : from + (to - from) * i / pieces;
+    const V p = i == pieces ? end : ellipse.point(qcRadian(next));
+    checkFinite(p);
+    if (p == at_) continue;
+    if (ellipses.back().isStraight(next - place, p)) {
+      edges.push_back({at_, p});
+    } else {
+      edges.push_back({at_, p, place, next, number});
+    }
+    at_ = p;
+    place = next;
+  }
+}
+
+void ClipOutline::endChain(bool closed) {
+  if (closed) addSegment(chains.back().start);
+  chains.back().last = edges.size();
+}
+
+void ClipOutline::addPolygon(const std::vector<qcVector<2>>& vertices, bool reversed) {
+  edges.reserve(edges.size() + vertices.size());
+  beginChain(vertices.front());
+  for (std::size_t i = 1; i < vertices.size(); ++i) addSegment(vertices[reversed ? vertices.size() - i : i]);
+  endChain(true);
+}
+
+void ClipOutline::reverseChain() {
+  const auto first = edges.begin() + static_cast<std::ptrdiff_t>(chains.back().first);
+  std::for_each(first, edges.end(), [](ClipEdge& edge) { edge.reverse(); });
+  std::reverse(first, edges.end());
+}
+
+ClipCrossings findCrossings(const ClipOutline& shape, const ClipOutline& polygon, int nudge) {
+  Finder finder(shape, polygon, nudge);
+  forOverlaps(boxesOf(shape), boxesOf(polygon), [&](std::int32_t s, std::int32_t c) { finder.visit(s, c); });
+  return finder.finish();
+}
+
+int windingOfPolygon(const ClipOutline& polygon, const qcVector<2>& p, int nudge) {
+  const auto side = [&](const V& u, const V& v) { return sideOfPolygonEdge(u, v, p, nudge); };
+  return windingOfChords(polygon.edges, p, nudge < 0, side);
+}
+
+int windingOfShape(const std::vector<ClipEdge>& edges, const std::vector<ClipEllipse>& ellipses, const qcVector<2>& p,
+                   int nudge) {
+  const auto side = [&](const V& a, const V& b) { return sideOfShapeEdge(a, b, p, nudge); };
+  int number = windingOfChords(edges, p, nudge > 0, side);
+  for (const ClipEdge& edge : edges) {
+    if (!edge.isArc()) continue;
+    const ClipEllipse& ellipse = ellipses[static_cast<std::size_t>(edge.ellipse)];
+    const int turn = edge.placeFrom < edge.placeTo ? ellipse.sense() : -ellipse.sense();
+    const V onCircle = ellipse.toCircle(p);
+    if (onCircle * onCircle < 1 && side(edge.from, edge.to) != turn) number += turn;
+  }
+  return number;
+}
+
+}  // namespace qc_shapes

@@ -1,0 +1,448 @@
+// Clipping of every kind of shape by polygons.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <numbers>
+#include <random>
+#include <vector>
+
+#include "vnxstd/shapes.h"
+
+namespace {
+
+using V = qcVector<2>;
+using Points = std::vector<V>;
+using Shape = qcPtrHandle<qcShape>;
+using Child = qcPtrHandle_const<qcShape>;
+using Result = qcShape::ClipResult;
+constexpr double kPi = std::numbers::pi, kNear = 1e-7;
+
+#ifdef __SANITIZE_ADDRESS__
+constexpr unsigned kShare = 20;
+#else
+constexpr unsigned kShare = 1;
+#endif
+
+class Random {
+ public:
+  explicit Random(unsigned seed) : engine_(seed) {}
+  double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine_); }
+  int integer(int low, int high) { return std::uniform_int_distribution<int>(low, high)(engine_); }
+  V point(double reach) { return {real(-reach, reach), real(-reach, reach)}; }
+  V snapped(const V& p, double grid) {
+    return grid > 0 ? V(std::round(p.x() / grid) * grid, std::round(p.y() / grid) * grid) : p;
+  }
+
+  /// Around a centre, in steps of the angle; simple unless snapping spoils that. Some points are repeated.
+  Points star(const V& center, double low, double high, double grid) {
+    const int n = integer(3, 12);
+    Points points;
+    for (int i = 0; i < n; ++i) {
+      points.push_back(snapped(center + V(real(low, high), qcRadian(i * qcRadian::turn / n)), grid));
+      if (integer(0, 9) == 0) points.push_back(points.back());
+    }
+    if (integer(0, 1) == 1) std::reverse(points.begin(), points.end());
+    return points;
+  }
+
+ private:
+  std::mt19937 engine_;
+};
+
+bool isEmpty(const qcShape& shape) { return shape.isEmpty(); }
+
+std::vector<const qcShape*> parts(const qcShape& shape) {
+  const auto* tree = dynamic_cast<const qcGeneralShapeTree*>(&shape);
+  if (tree) return tree->elements_();
+  return isEmpty(shape) ? std::vector<const qcShape*>() : std::vector<const qcShape*>{&shape};
+}
+
+double area(const qcShape& shape) {
+  if (isEmpty(shape)) return 0;
+  double sum = 0;
+  if (const auto* polygon = dynamic_cast<const qcPolyline*>(&shape)) return polygon->area();
+  if (const auto* contour = dynamic_cast<const qcContourTree*>(&shape)) return std::fabs(contour->area());
+  if (const auto* circle = dynamic_cast<const qcCircle*>(&shape)) return kPi * circle->radius() * circle->radius();
+  if (const auto* e = dynamic_cast<const qcEllipse2*>(&shape)) return kPi * e->radii().x() * e->radii().y();
+  if (const auto* tree = dynamic_cast<const qcRegionTree*>(&shape)) {
+    sum = area(tree->boundary());
+    for (long i = 0; i < tree->numChildren(); ++i) sum -= area(tree->child(i));
+    return sum;
+  }
+  if (!dynamic_cast<const qcGeneralShapeTree*>(&shape)) return area(*shape.decompose());
+  for (const qcShape* part : parts(shape)) sum += area(*part);
+  return sum;
+}
+
+bool within(const qcShape& shape, const V& p) {
+  const auto all = parts(shape);
+  return std::any_of(all.begin(), all.end(), [&](const qcShape* part) { return part->within(p); });
+}
+
+double length(const qcShape& shape) { return isEmpty(shape) ? 0 : shape.perimeter(); }
+
+double distance(const qcShape& shape, const V& p) {
+  return isEmpty(shape) ? HUGE_VAL : shape.nearestPoint(p).distance(p);
+}
+
+/// A polygon around everything outside another one: a frame, and a way in to the polygon and out again.
+qcPolyline outsideOf(const qcPolyline& polygon) {
+  Points inner = polygon.vertices();
+  if (polygon.isRightHanded()) std::reverse(inner.begin(), inner.end());
+  const auto leftmost = [](const V& a, const V& b) { return a.x() != b.x() ? a.x() < b.x() : a.y() < b.y(); };
+  std::rotate(inner.begin(), std::min_element(inner.begin(), inner.end(), leftmost), inner.end());
+  const V in(-100, inner.front().y());
+  Points points{{-100, -100}, {100, -100}, {100, 100}, {-100, 100}, in};
+  points.insert(points.end(), inner.begin(), inner.end());
+  points.push_back(inner.front());
+  points.push_back(in);
+  return {points, true};
+}
+
+struct Kind {
+  const char* name;
+  std::function<Shape(Random&, double grid)> make;
+  unsigned cases;
+  friend void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
+};
+
+qcEllipse2 anyEllipse(Random& r) {
+  return {r.point(4),
+          qcRadian(r.real(-3, 3)),
+          {r.real(0.5, 7), r.real(0.5, 7)},
+          r.integer(0, 1) == 1,
+          qcRadian(r.real(-3, 3))};
+}
+
+/// Arcs and segments by turns, around a centre.
+Shape roundedContour(Random& r, bool closed) {
+  const V center = r.point(4);
+  qcPtrHandle<qcContourTree> tree(new qcContourTree);
+  const int n = r.integer(2, 4);
+  V last;
+  for (int i = 0; i < n; ++i) {
+    const double radius = r.real(1, 7), from = i * 2 * kPi / n;
+    const qcEllipse2 ellipse(center, qcRadian(0), {radius, r.real(1, 7)}, true, qcRadian(0));
+    const qcEllipseArc2 arc(ellipse, qcRadian(from), qcRadian(r.real(0.3, 0.8) * 2 * kPi / n));
+    if (i > 0) tree->addChild(qcLineSeg(last, arc.startPoint()));
+    tree->addChild(arc);
+    last = arc.endPoint();
+  }
+  if (closed) {
+    tree->addChild(qcLineSeg(last, tree->startPoint()));
+    tree->isClosed(true);
+  }
+  if (r.integer(0, 1) == 1) return tree->reverse();
+  return tree;
+}
+
+/// A star with a hole that has the same shape, and an island in that.
+Shape nestedStars(Random& r, double grid) {
+  const V center = r.snapped(r.point(4), grid);
+  Points outer = r.star({0, 0}, 3, 8, 0);
+  const auto scaled = [&](double factor) {
+    Points points;
+    for (const V& p : outer) points.push_back(r.snapped(center + factor * p, grid / 4));
+    return qcPolyline(points, true);
+  };
+  qcPtrHandle<qcRegionTree> island(new qcRegionTree(scaled(0.3))), tree(new qcRegionTree(scaled(1)));
+  qcPtrHandle<qcRegionTree> hole(new qcRegionTree(scaled(0.6), true));
+  hole->addChild(island, false);
+  tree->addChild(hole, false);
+  return tree;
+}
+
+Shape ringed(Random& r) {
+  const qcEllipse2 ellipse = anyEllipse(r);
+  qcPtrHandle<qcRegionTree> tree(new qcRegionTree(ellipse));
+  const double factor = r.real(0.2, 0.9);
+  tree->addChild(
+      qcRegionTree(qcEllipse2(ellipse.center(), ellipse.angle(), factor * ellipse.radii(), true, qcRadian(0)), true));
+  return tree;
+}
+
+const Kind kRegions[] = {
+    {"polygon", [](Random& r, double g) -> Shape { return new qcPolyline(r.star(r.point(4), 1, 8, g), true); }, 60000},
+    {"circle",
+     [](Random& r, double g) -> Shape {
+       const V c = r.snapped(r.point(4), g), edge = r.snapped(r.point(6), g);
+       return new qcCircle(c, g > 0 ? std::round(c.distance(edge)) + 1 : c.distance(edge));
+     },
+     20000},
+    {"ellipse", [](Random& r, double) -> Shape { return new qcEllipse2(anyEllipse(r)); }, 10000},
+    {"rect",
+     [](Random& r, double g) -> Shape {
+       return new qcRect(r.snapped(r.point(5), g), r.snapped(r.point(4) + V(5, 5), g));
+     },
+     5000},
+    {"contour", [](Random& r, double) { return roundedContour(r, true); }, 5000},
+    {"nested", nestedStars, 3000},
+    {"ring", [](Random& r, double) { return ringed(r); }, 3000}};
+
+class Regions : public testing::TestWithParam<Kind> {};
+INSTANTIATE_TEST_SUITE_P(All, Regions, testing::ValuesIn(kRegions));
+
+TEST_P(Regions, FallApartIntoInsideAndOutside) {
+  long clippedCases = 0, points = 0;
+  for (unsigned seed = 0; seed < GetParam().cases / kShare; ++seed) {
+    SCOPED_TRACE(seed);
+    Random r(seed);
+    const double grid = seed % 3;
+    const qcPolyline polygon(r.star(r.snapped(r.point(2), grid), 1, 8, grid), true);
+    const Shape shape = GetParam().make(r, grid);
+    const double whole = area(*shape);
+    if (polygon.area() == 0 || whole == 0) continue;
+    Result result;
+    const Shape inside = shape->clip(polygon, result, r.integer(0, 1) == 1),
+                outside = shape->clip(outsideOf(polygon), false);
+    ASSERT_NEAR(area(*inside) + area(*outside), whole, 1e-9);
+    ASSERT_EQ(result == Result::outside, isEmpty(*inside));
+    ASSERT_EQ(result == Result::outside || result == Result::inside, inside->equal_(*shape) || isEmpty(*inside));
+    if (grid == 0) {
+      ASSERT_EQ(result == Result::inside, whole - area(*inside) < 1e-12);
+    }
+    for (const qcShape* part : parts(*inside)) ASSERT_EQ(part->isRightHanded(), shape->isRightHanded());
+    clippedCases += result == Result::clipped;
+    for (int i = 0; i < 4; ++i) {
+      const V p = r.point(9);
+      if (distance(*shape, p) < kNear || distance(polygon, p) < kNear) continue;
+      const bool in = polygon.within(p);
+      ASSERT_EQ(within(*inside, p), in && shape->within(p)) << p.x() << " " << p.y();
+      ASSERT_EQ(within(*outside, p), !in && shape->within(p)) << p.x() << " " << p.y();
+      ++points;
+    }
+    // What bounds the inside lies on either boundary, and of that the part inside the other.
+    if (seed % 16 != 0 || isEmpty(*inside)) continue;
+    qcShape::qcSampleResult samples;
+    inside->sample(qcShape::qcSampleParams(0, 1, 1000), samples);
+    for (const V& p : samples.positions()) ASSERT_LT(std::min(distance(*shape, p), distance(polygon, p)), 1e-9);
+  }
+  EXPECT_GT(clippedCases, GetParam().cases / kShare / 3);
+  EXPECT_GT(points, GetParam().cases / kShare);
+}
+
+const Kind kContours[] = {
+    {"segment",
+     [](Random& r, double g) -> Shape { return new qcLineSeg(r.snapped(r.point(9), g), r.snapped(r.point(9), g)); },
+     20000},
+    {"polyline", [](Random& r, double g) -> Shape { return new qcPolyline(r.star(r.point(4), 1, 8, g), false); },
+     20000},
+    {"arc",
+     [](Random& r, double) -> Shape {
+       return new qcEllipseArc2(anyEllipse(r), qcRadian(r.real(-3, 3)), qcRadian(r.real(-6, 6)));
+     },
+     10000},
+    {"open contour", [](Random& r, double) { return roundedContour(r, false); }, 5000}};
+
+class Contours : public testing::TestWithParam<Kind> {};
+INSTANTIATE_TEST_SUITE_P(All, Contours, testing::ValuesIn(kContours));
+
+TEST_P(Contours, FallApartIntoInsideAndOutside) {
+  for (unsigned seed = 0; seed < GetParam().cases / kShare; ++seed) {
+    SCOPED_TRACE(seed);
+    Random r(seed);
+    const double grid = seed % 3;
+    const qcPolyline polygon(r.star(r.snapped(r.point(2), grid), 1, 8, grid), true);
+    const Shape shape = GetParam().make(r, grid);
+    const double whole = shape->perimeter();
+    if (polygon.area() == 0 || whole == 0) continue;
+    Result result;
+    const Shape inside = shape->clip(polygon, result, false), outside = shape->clip(outsideOf(polygon), false);
+    const double sum = length(*inside) + length(*outside);
+    // What runs along the polygon is on both sides of it.
+    ASSERT_GT(sum, whole - 1e-9);
+    if (grid == 0) {
+      ASSERT_LT(sum, whole + 1e-9);
+    }
+    ASSERT_EQ(result == Result::outside, isEmpty(*inside));
+    ASSERT_EQ(result == Result::inside, inside->equal_(*shape));
+    const qcShapeInfo info(*shape);
+    double along = -1e-9;
+    for (const qcShape* part : parts(*inside)) {
+      ASSERT_TRUE(part->isOpenContour());
+      if (GetParam().name == std::string("segment") || GetParam().name == std::string("arc")) {
+        const double start = info.distanceAlong(shape->nearestPerimPos(info, part->startPoint()));
+        ASSERT_GT(start, along - 1e-9);
+        along = start + part->perimeter();
+      }
+    }
+    for (int i = 0; i < 4; ++i) {
+      const V p = shape->perimPoint(info, info.perimPos(r.real(0, whole)));
+      if (distance(polygon, p) < kNear) continue;
+      ASSERT_EQ(distance(*inside, p) < 1e-9, polygon.within(p));
+      ASSERT_EQ(distance(*outside, p) < 1e-9, !polygon.within(p));
+    }
+  }
+}
+
+TEST(Lines, AreCutLikeLongSegments) {
+  for (unsigned seed = 0; seed < 2000; ++seed) {
+    SCOPED_TRACE(seed);
+    Random r(seed);
+    const qcPolyline polygon(r.star(r.point(2), 1, 8, seed % 2), true);
+    const V p = r.point(5), d(1, qcRadian(r.real(-3, 3)));
+    const Shape cut = qcLineSeg(p - 1e3 * d, p + 1e3 * d).clip(polygon, false);
+    for (const Shape& line : {Shape(new qcLine(7 * d, p)), Shape(new qcFLine(p, p + d))}) {
+      Result result;
+      const Shape clipped = line->clip(polygon, result, true);
+      EXPECT_EQ(result, isEmpty(*cut) ? Result::outside : Result::clipped);
+      EXPECT_NEAR(length(*clipped), length(*cut), 1e-9);
+      EXPECT_EQ(parts(*clipped).size(), parts(*cut).size());
+    }
+  }
+}
+
+// Polygons that cross themselves are what they wind around.
+TEST(CrossingPolygons, AreClippedWhereTheyWind) {
+  for (unsigned seed = 0; seed < 4000 / kShare; ++seed) {
+    SCOPED_TRACE(seed);
+    Random r(seed);
+    Points points[2];
+    for (Points& p : points) {
+      for (int i = r.integer(3, 7); i > 0; --i) p.push_back(r.snapped(r.point(6), seed % 2));
+    }
+    const qcPolyline a(points[0], true), b(points[1], true);
+    const Shape both = a.clip(b, false);
+    for (int i = 0; i < 20; ++i) {
+      const V p = r.point(6);
+      if (distance(a, p) < kNear || distance(b, p) < kNear) continue;
+      ASSERT_EQ(within(*both, p), a.within(p) && b.within(p)) << p.x() << " " << p.y();
+    }
+  }
+}
+
+// ---- examples
+
+qcPolyline box(double x0, double y0, double x1, double y1) { return {{{x0, y0}, {x1, y0}, {x1, y1}, {x0, y1}}, true}; }
+
+struct Example {
+  const char* name;
+  Shape shape;
+  qcPolyline polygon;
+  Result result;
+  double size;  // area or length of what is left
+  std::size_t parts;
+};
+
+const qcPolyline kBox = box(0, 0, 10, 10);
+
+Shape withHole(const qcShape& boundary, const qcShape& hole) {
+  qcPtrHandle<qcRegionTree> tree(new qcRegionTree(boundary));
+  tree->addChild(qcRegionTree(hole, true));
+  return tree;
+}
+
+const Example kExamples[] = {
+    {"itself", kBox.clone(), kBox, Result::inside, 100, 1},
+    {"itself, the other way", kBox.reverse(), kBox, Result::inside, 100, 1},
+    {"an edge shared from inside", box(0, 2, 5, 8).clone(), kBox, Result::inside, 30, 1},
+    {"an edge shared from outside", box(10, 2, 15, 8).clone(), kBox, Result::outside, 0, 0},
+    {"a corner shared", box(10, 10, 15, 15).clone(), kBox, Result::outside, 0, 0},
+    {"a corner on an edge", new qcPolyline({{10, 5}, {12, 4}, {12, 6}}, true), kBox, Result::outside, 0, 0},
+    {"around", box(-5, -5, 15, 15).clone(), kBox, Result::clipped, 100, 1},
+    {"two bumps below one line",
+     new qcPolyline(
+         {{0, 0}, {1, 0}, {1, -2}, {3, -2}, {3, 0}, {5, 0}, {5, -2}, {7, -2}, {7, 0}, {9, 0}, {9, 5}, {0, 5}}, true),
+     box(-1, -3, 12, 0), Result::clipped, 8, 2},
+    {"areas that meet in a point", new qcPolyline({{2, 2}, {8, 2}, {5, 12}}, true),
+     qcPolyline({{0, 0}, {10, 0}, {10, 5}, {5, 2}, {0, 5}}, true), Result::clipped, 54 / 11.8, 2},
+    {"a rectangle, moved by rounding alone", new qcRect({0.1, 0.1}, {0.2, 0.2}), box(0.1, 0.1, 0.1 + 0.2, 0.1 + 0.2),
+     Result::inside, 0.04, 1},
+    {"an incircle", new qcCircle({5, 5}, 5), kBox, Result::inside, 25 * kPi, 1},
+    {"a circumcircle", new qcCircle({5, 5}, 5), qcPolyline({{10, 5}, {5, 10}, {0, 5}, {5, 0}}, true), Result::clipped,
+     50, 1},
+    {"half a circle", new qcCircle({10, 5}, 2), kBox, Result::clipped, 2 * kPi, 1},
+    {"the middle of a circle", new qcCircle({5, 5}, 6), kBox, Result::clipped,
+     36 * kPi - 4 * (36 * std::acos(5 / 6.0) - 5 * std::sqrt(11)), 1},
+    {"a circle around", new qcCircle({5, 5}, 8), kBox, Result::clipped, 100, 1},
+    {"a point", new qcCircle({5, 5}, 0), kBox, Result::inside, 0, 1},
+    {"a point outside", new qcCircle({5, 15}, 0), kBox, Result::outside, 0, 0},
+    {"a hole kept", withHole(box(2, 2, 12, 8), qcCircle({5, 5}, 1)), kBox, Result::clipped, 48 - kPi, 1},
+    {"a hole opened", withHole(box(2, 2, 12, 8), qcCircle({10, 5}, 1)), kBox, Result::clipped, 48 - kPi / 2, 1},
+    {"a ring cut in two", withHole(qcCircle({5, 5}, 20), qcCircle({5, 5}, 18)), box(-30, 0, 40, 2), Result::clipped, -1,
+     2},
+    {"inside a hole", withHole(box(-5, -5, 15, 15), box(-1, -1, 11, 11)), kBox, Result::outside, 0, 0},
+    {"filling a hole", withHole(box(-5, -5, 15, 15), kBox), kBox, Result::outside, 0, 0},
+    {"along an edge", new qcLineSeg({-5, 10}, {5, 10}), kBox, Result::clipped, 5, 1},
+    {"on an edge", new qcLineSeg({7, 0}, {5, 0}), kBox, Result::inside, 2, 1},
+    {"through a corner", new qcLineSeg({5, 15}, {15, 5}), kBox, Result::outside, 0, 0},
+    {"up to an edge", new qcLineSeg({5, 5}, {10, 5}), kBox, Result::inside, 5, 1},
+    {"up to an edge from outside", new qcLineSeg({15, 5}, {10, 5}), kBox, Result::outside, 0, 0},
+    {"corner to corner", new qcLineSeg({-1, -1}, {11, 11}), kBox, Result::clipped, std::sqrt(200), 1},
+    {"a point on the edge", new qcLineSeg({10, 5}, {10, 5}), kBox, Result::inside, 0, 1},
+    {"round a corner", new qcPolyline({{0, -5}, {0, 10}, {15, 10}}, false), kBox, Result::clipped, 20, 1},
+    {"out and in again", new qcPolyline({{5, 5}, {15, 5}, {15, 6}, {5, 6}}, false), kBox, Result::clipped, 10, 2},
+    {"a line along an edge", new qcLine(V(1, 0), {3, 10}), kBox, Result::clipped, 10, 1},
+    {"a line beside", new qcFLine(qcDegree(0), 11), kBox, Result::outside, 0, 0},
+    {"a polygon without area", kBox.clone(), qcPolyline({{2, 2}, {8, 8}}, true), Result::outside, 0, 0},
+    {"nothing", new qcPolyline, kBox, Result::outside, 0, 0}};
+
+TEST(Examples, AreAsComputedByHand) {
+  for (const Example& example : kExamples) {
+    SCOPED_TRACE(example.name);
+    Result result;
+    const Shape left = example.shape->clip(example.polygon, result, true);
+    EXPECT_EQ(result, example.result);
+    const bool region = example.shape->isRegion();
+    EXPECT_EQ(parts(*left).size(), example.parts);
+    if (example.size >= 0) {
+      EXPECT_NEAR(region ? area(*left) : length(*left), example.size, 1e-12);
+    }
+    if (result == Result::inside) {
+      EXPECT_TRUE(left->equal_(*example.shape));
+    }
+  }
+}
+
+TEST(Arcs, StayArcs) {
+  const Shape half = qcCircle({10, 5}, 2).clip(kBox, true);
+  const auto* contour = dynamic_cast<const qcContourTree*>(half.rep());
+  ASSERT_TRUE(contour);
+  ASSERT_EQ(contour->numChildren(), 2);
+  long arcs = 0;
+  for (const Child& piece : contour->children()) {
+    const auto* arc = dynamic_cast<const qcEllipseArc2*>(piece.rep());
+    if (!arc) continue;
+    ++arcs;
+    EXPECT_NEAR(arc->perimeter(), 2 * kPi, 1e-12);
+    EXPECT_NEAR(arc->ellipse().center().distance({10, 5}), 0, 1e-15);
+  }
+  EXPECT_EQ(arcs, 1);
+  const Shape ring = withHole(box(2, 2, 12, 8), qcCircle({5, 5}, 1))->clip(kBox, true);
+  const auto* tree = dynamic_cast<const qcRegionTree*>(ring.rep());
+  ASSERT_TRUE(tree && tree->numChildren() == 1);
+  EXPECT_TRUE(tree->child(0).boundary().equal_(qcCircle({5, 5}, 1)));
+}
+
+TEST(Collections, AreClippedChildByChild) {
+  qcGeneralShapeTree tree;
+  for (const Example& example : kExamples) tree.addChild(*example.shape);
+  std::size_t expected = 0;
+  for (const Example& example : kExamples) expected += parts(*example.shape->clip(kBox, true)).size();
+  Result result;
+  EXPECT_EQ(parts(*tree.clip(kBox, result, true)).size(), expected);
+  EXPECT_EQ(result, Result::clipped);
+  qcGeneralShapeTree inner({Child(new qcCircle({5, 5}, 1)), Child(new qcLineSeg({1, 1}, {2, 2}))}, false);
+  EXPECT_TRUE(inner.clip(kBox, result, true)->equal_(inner));
+  EXPECT_EQ(result, Result::inside);
+}
+
+TEST(BadPolygons, AreRefused) {
+  const double kNaN = std::numeric_limits<double>::quiet_NaN();
+  const qcPolyline open({{0, 0}, {5, 0}, {0, 5}}, false), none(true), broken({{0, 0}, {kNaN, 0}, {0, 5}}, true);
+  for (const Example& example : kExamples) {
+    SCOPED_TRACE(example.name);
+    qcClipInfo info;
+    EXPECT_THROW(example.shape->clip(open, info), qcShapesError::NotRegion);
+    EXPECT_THROW(example.shape->clip(none, true), qcShapesError::NotRegion);
+    if (isEmpty(*example.shape)) continue;
+    EXPECT_THROW(example.shape->clip(broken, false), qcShapesError::BadGeom);
+  }
+  EXPECT_THROW(qcLineSeg({0, HUGE_VAL}, {1, 1}).clip(kBox, true), qcShapesError::BadGeom);
+}
+
+}  // namespace
