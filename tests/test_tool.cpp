@@ -18,13 +18,16 @@
 #include "tools/vnx/overlay.h"
 #include "tools/vnx/part.h"
 #include "tools/vnx/pngfile.h"
+#include "tools/vnx/render.h"
 #include "vnxstd/archive/file.h"
 #include "vnxstd/archive/text.h"
 #include "vnxstd/dib/dib.h"
 #include "vnxstd/math/random.h"
 #include "vnxstd/math/rigid.h"
 #include "vnxstd/shapes/circle.h"
+#include "vnxstd/shapes/ellipsearc.h"
 #include "vnxstd/shapes/line.h"
+#include "vnxstd/shapes/polyline.h"
 
 namespace {
 
@@ -396,6 +399,122 @@ TEST_F(Tool, DrawsOverlaysAsSvg) {
     ASSERT_EQ(pels[i], image.get(static_cast<long>(i % 120) - 20, static_cast<long>(i / 120) + 30));
 }
 
+// The coordinates of the points that a path draws, and of the ends of its arcs with the flags of these.
+struct Drawn {
+  std::vector<qcVector<2>> points;
+  std::vector<int> sweeps;
+  explicit Drawn(const std::string& markup) {
+    std::string path = markup.substr(std::min(markup.find(" d=\"") + 4, markup.size()));
+    path.resize(std::min(path.find('"'), path.size()));
+    for (char& c : path)
+      if (c == 'Z') c = ' ';
+    std::istringstream in(path);
+    double x = 0, y = 0, skip = 0;
+    for (char command = 0; in >> command;) {
+      int sweep = 0;
+      if (command == 'A') in >> skip >> skip >> skip >> skip >> sweep;
+      if (command == 'A') sweeps.push_back(sweep);
+      in >> x >> y;
+      points.emplace_back(x, y);
+    }
+  }
+};
+
+// What is drawn lies on the shape, and the shape lies on what is drawn.
+TEST(Render, ShapesLieWhereTheyAre) {
+  qcRandomUniform random(4);
+  const auto any = [&] { return qcVector<2>(random.next(-50, 50), random.next(-50, 50)); };
+  const qcRect page({-300, -300}, {600, 600});
+  for (int i = 0; i < 60; ++i) {
+    const qcXform<2> onPage(any(), qcRadian(0), qcRadian(0), 2.5, 2.5);
+    const qcEllipse2 ellipse(any(), qcRadian(random.next(-3, 3)), {random.next(5, 40), random.next(5, 40)}, i % 2 == 0,
+                             qcRadian(random.next(-3, 3)));
+    const double span = i % 5 == 0 ? 2 * std::numbers::pi : random.next(0.3, 6.2);
+    const qcEllipseArc2 arc(ellipse, qcRadian(random.next(-3, 3)), qcRadian(i % 3 == 0 ? -span : span));
+    const qcAffineRectangle rectangle(any(), random.next(5, 40), random.next(5, 40), qcRadian(random.next(-3, 3)),
+                                      qcRadian(random.next(-1, 1)));
+    const qcLine line(qcRadian(random.next(-3, 3)), any());
+    const std::vector<const qcShape*> shapes{&arc, &rectangle, &line};
+    for (const qcShape* shape : shapes) {
+      const auto mapped = shape->mapShape(onPage);
+      const Drawn drawn(shapeMarkup(*shape, onPage, page, "red", "tip"));
+      ASSERT_GE(drawn.points.size(), 2U);
+      for (const qcVector<2>& p : drawn.points) EXPECT_LT(mapped->nearestPoint(p).distance(p), 0.02);
+    }
+    // Each half of the arc curves to the side on which its middle lies.
+    const auto onArc = [&](double part) {
+      return onPage * ellipse.point(qcRadian(arc.phiStart().plain() + part * arc.phiSpan().plain()));
+    };
+    const Drawn halves(shapeMarkup(arc, onPage, page, "red", ""));
+    ASSERT_EQ(halves.sweeps.size(), 2U);
+    for (std::size_t k = 0; k < 2; ++k) {
+      const double at = 0.5 * static_cast<double>(k);
+      EXPECT_LT(halves.points[k].distance(onArc(at)), 0.02);
+      const double side = (onArc(at + 0.5) - onArc(at)).cross(onArc(at + 0.25) - onArc(at));
+      EXPECT_EQ(halves.sweeps[k], side < 0 ? 1 : 0);
+    }
+    const Drawn corners(shapeMarkup(rectangle, onPage, page, "red", ""));
+    EXPECT_EQ(corners.points.size(), 4U);
+    const Drawn sight(shapeMarkup(line, onPage, page, "red", ""));
+    EXPECT_GT(sight.points[0].distance(sight.points[1]), 600);
+  }
+}
+
+template <class T>
+void store(qcArchive& archive, T* object) {
+  qcPtrHandle<T> handle(object);
+  archive || handle;
+}
+
+TEST_F(Tool, RendersWhatArchivesHold) {
+  const double nan = std::numeric_limits<double>::quiet_NaN(), inf = std::numeric_limits<double>::infinity();
+  {
+    qcFileArchive archive(qf_Widen(file("shapes.arc")), qcArchive::storing);
+    auto* image = new qcPelRoot<float>(4, 3);
+    const float pels[] = {-5, 0, 5, 10, std::nanf(""), INFINITY, -INFINITY, -5, 10, 2.5F, -5, -5};
+    for (long i = 0; i < 12; ++i) image->pels()[i / 4 * image->rowUpdate() + i % 4] = pels[i];
+    store(archive, image);
+    store(archive, new qcPelRoot<qc3PlanePel>(7, 5));
+    store(archive, new qcPelRoot<qcPair<long>>(7, 5));
+    store(archive, new qcPelRoot<unsigned char>(0, 0));
+    store(archive, new qcCircle({1, 2}, 3));
+    store(archive, new qcCircle({1e300, 2}, 3));
+    store(archive, new qcCircle({nan, 2}, 3));
+    store(archive, new qcCircle({inf, 2}, 3));
+    store(archive, new qcCircle({1, 2}, 0));
+    store(archive, new qcEllipse({1, 2}, {3, 4}, qcRadian(1)));
+    store(archive, new qcPolyline(false));
+    store(archive, new qcFLine(qcDegree(30), 2));
+    store<qc2XformBase>(archive, new qc2XformLinear);
+    long number = 17;
+    archive || number;
+  }
+  ASSERT_EQ(run("render shapes.arc -o s.svg"), 0) << errors;
+  for (const char* line :
+       {"not drawn: 1 of qcPelRoot<qcPair<long>>\n", "not drawn: 1 of qcPolyline (empty)\n",
+        "not drawn: 3 of qcCircle (out of reach)\n",
+        "not drawn: 1 of qcPelRoot<unsigned char> (no pixels, or too many)\n", "not drawn: 1 of qc2XformLinear\n",
+        "not drawn: 1 of values that only their writer can name\n", "drawn: 2 of qcCircle\n",
+        "drawn: 1 of qcPelRoot<qc3PlanePel>\n", "drawn: 1 of qcFLine\n"})
+    EXPECT_NE(output.find(line), std::string::npos) << line << output;
+  const auto found = xml::elements(text("s.svg"));
+  ASSERT_FALSE(found.empty());
+  EXPECT_EQ(found.at("image"), 2);
+  EXPECT_EQ(found.at("ellipse"), 2);  // a casing and the stroke
+  qcPelBuffer<unsigned char> grey(4, 3);
+  const unsigned char expected[] = {0, 85, 170, 255, 0, 255, 0, 0, 255, 128, 0, 0};
+  for (long i = 0; i < 12; ++i) grey.put(i % 4, i / 4, expected[i]);
+  EXPECT_NE(text("s.svg").find(base64(pngOf(grey))), std::string::npos);
+
+  // Archives cut anywhere are drawn as far as they go, or refused; nothing else happens.
+  const std::string whole = text("shapes.arc");
+  for (std::size_t size = 0; size < whole.size(); size += 1 + whole.size() / 40) {
+    std::ofstream(file("cut.arc"), std::ios::binary) << whole.substr(0, size);
+    const int status = run("render cut.arc -o c.svg");
+    EXPECT_TRUE(status == 0 || status == 1 || status == 3) << size << errors;
+  }
+}
+
 TEST(Base64, IsThatOfTheStandard) {
   const char* const kVectors[][2] = {
       {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"\xFF\xFE\xFB\xEF", "//777w=="}};
@@ -499,6 +618,16 @@ TEST_F(Tool, ExitStatuses) {
                {"gauge cut.bmp --roi 0,0,9,9 --find line", 3},
                {"gauge text --roi 0,0,9,9 --find line", 3},
                {"gauge edge.bmp --roi -15,35,110,90 --find line --save /nowhere/x.arc", 3},
+               {"render twice.arc -o r.svg", 1},
+               {"render twice.arc", 2},
+               {"render -o r.svg", 2},
+               {"render twice.arc -o ./twice.arc", 2},
+               {"render missing -o r.svg", 3},
+               {"render edge.bmp -o r.svg", 3},
+               {"render cut.arc -o r.svg", 3},
+               {"gauge edge.bmp --roi -15,35,110,90 --find line --save m.arc", 0},
+               {"render m.arc -o r.svg", 0},
+               {"render m.arc -o /nowhere/r.svg", 3},
                {"blobs edge.bmp", 0},
                {"blobs edge.bmp --threshold 255", 1},
                {"blobs edge.bmp --threshold 256", 2},

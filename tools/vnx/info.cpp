@@ -1,13 +1,8 @@
 #include "info.h"
 
-#include <array>
-#include <fstream>
 #include <iomanip>
-#include <map>
-#include <memory>
 #include <ostream>
 
-#include <vnxstd/archive/file.h>
 #include <vnxstd/archive/text.h>
 #include <vnxstd/dib/dib.h>
 #include <vnxstd/except/typename.h>
@@ -16,6 +11,7 @@
 #include "files.h"
 #include "format.h"
 #include "measurement.h"
+#include "objects.h"
 
 namespace {
 
@@ -58,54 +54,33 @@ void describeObject(qcPersistent& object, std::ostream& out) {
   if (auto* xform = dynamic_cast<qc2XformBase*>(&object)) row(out, "  linear", xform->isLinear() ? "yes" : "no");
 }
 
-void describeArchive(const std::string& path, bool seekable, std::ostream& out) {
-  constexpr unsigned char kObjectRecord[] = {0x4F, 0xE5, 0x70};
-  qcFileArchive archive(qf_Widen(path), qcArchive::loading, qcArchive::littleEndian, seekable, true);
+void describeArchive(const std::string& path, std::ostream& out) {
+  ObjectReader reader(path);
   row(out, "kind", "archive");
-  row(out, "version", formatted("%ld", archive.version()));
-  row(out, "byte order", archive.ordering() == qcArchive::littleEndian ? "little-endian" : "big-endian");
-  row(out, "seekable", seekable ? "yes" : "no");
-  row(out, "bytes", formatted("%lld", archive.remaining() + 2));
-  std::ifstream bytes(path, std::ios::binary);
-  // Objects that stand by themselves carry their type; anything else only its writer can name.
-  std::vector<qcPtrHandle<qcRepBase>> shared;
-  std::map<const qcPersistent*, std::unique_ptr<qcPersistent>> owned;  // once each: two pointers may name one object
-  while (archive.remaining() > 0) {
-    const std::streamoff at = archive.tell();
-    std::array<char, 3> tag{};
-    bytes.seekg(at).read(tag.data(), tag.size());
-    if (!bytes || !std::equal(tag.begin(), tag.end(), kObjectRecord,
-                              [](char a, unsigned char b) { return static_cast<unsigned char>(a) == b; })) {
-      row(out, "data",
-          formatted("values that only their writer can name, from byte %lld on", static_cast<long long>(at)));
-      return;
-    }
-    qcPersistent* object = nullptr;
-    qcPersistent::serializePointer(archive, nullptr, object);
-    if (!object) {
-      row(out, "object", "none (a null pointer)");
-      continue;
-    }
-    if (auto* counted = dynamic_cast<qcRepBase*>(object))
-      shared.emplace_back(counted);
+  row(out, "version", formatted("%ld", reader.archive().version()));
+  row(out, "byte order", reader.archive().ordering() == qcArchive::littleEndian ? "little-endian" : "big-endian");
+  row(out, "seekable", reader.isSeekable() ? "yes" : "no");
+  row(out, "bytes", formatted("%lld", reader.archive().remaining() + 2));
+  while (const auto object = reader.next()) {
+    if (*object)
+      describeObject(**object, out);
     else
-      owned.try_emplace(object, object);
-    describeObject(*object, out);
+      row(out, "object", "none (a null pointer)");
   }
+  if (const auto at = reader.unnamed())
+    row(out, "data",
+        formatted("values that only their writer can name, from byte %lld on", static_cast<long long>(*at)));
 }
 
 }  // namespace
 
 void describeFile(const std::string& path, std::ostream& out) {
   requireReadable(path);
-  char head[2] = {0, 0};
-  const bool hasHead = static_cast<bool>(std::ifstream(path, std::ios::binary).read(head, 2));
-  const bool isBitmap = hasHead && head[0] == 'B' && head[1] == 'M';
-  const bool isArchive = hasHead && (head[0] == 2 || head[0] == 3) && (head[1] == 0 || head[1] == 1);
-  if (!isBitmap && !isArchive) throw FileError(path, "neither a bitmap nor an archive");
+  const FileKind kind = kindOf(path);
+  if (kind == FileKind::other) throw FileError(path, "neither a bitmap nor an archive");
   out << path << '\n';
   onFile(path, [&](const std::wstring& name) {
-    if (isBitmap) return describeBitmap(name, out);
-    describeArchive(path, head[0] == 3, out);
+    if (kind == FileKind::bitmap) return describeBitmap(name, out);
+    describeArchive(path, out);
   });
 }

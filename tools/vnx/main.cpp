@@ -1,4 +1,4 @@
-// vnx: measures features in bitmaps, finds regions and says what files hold.
+// vnx: measures features in bitmaps, finds regions, and says and draws what files hold.
 
 #include <CLI/CLI.hpp>
 
@@ -10,22 +10,24 @@
 #include "files.h"
 #include "gaugecommand.h"
 #include "info.h"
+#include "rendercommand.h"
 
 namespace {
 
 enum Exit { kGood = 0, kNotFound = 1, kWrongCall = 2, kFileFailed = 3 };
 
 int run(int argc, char** argv) {
-  CLI::App app{"Measures features in bitmaps, finds regions and says what bitmaps and archives hold", "vnx"};
+  CLI::App app{"Measures features in bitmaps, finds regions, and says and draws what bitmaps and archives hold", "vnx"};
   app.set_version_flag("--version", "vnx " VNXSTD_VERSION);
   app.require_subcommand(0, 1);
   const GaugeCommand gauge(app);
   const BlobsCommand blobs(app);
+  const RenderCommand render(app);
   std::string file;
   CLI::App* info = app.add_subcommand("info", "Say what a bitmap or an archive holds");
   info->add_option("file", file, "A bitmap or an archive, of this tool or of any program");
   CLI::App* demo = app.add_subcommand(
-      "demo", "Draw a part, measure it and compare with the truth; writes its files into the current folder");
+      "demo", "Draw parts, measure them and compare with the truth; writes its files into the current folder");
   app.footer(
       "Exit status: 0 done, 1 nothing found (demo: or out of tolerance), 2 a wrong call, 3 a file or standard output "
       "failed");
@@ -35,8 +37,9 @@ int run(int argc, char** argv) {
     if (!app.get_subcommands().empty()) command += ' ' + app.get_subcommands().front()->get_name();
     if (gauge.wanted()) return gauge.run() ? kGood : kNotFound;
     if (blobs.wanted()) return blobs.run() ? kGood : kNotFound;
+    if (render.wanted()) return render.run() ? kGood : kNotFound;
     if (demo->parsed()) return runDemo(std::cout) ? kGood : kNotFound;
-    if (!info->parsed()) throw WrongCall("which command? gauge, blobs, info or demo");
+    if (!info->parsed()) throw WrongCall("which command? gauge, blobs, render, info or demo");
     if (file.empty()) throw WrongCall("which file?");
     describeFile(file, std::cout);
     return kGood;

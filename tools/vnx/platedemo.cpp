@@ -7,6 +7,7 @@
 #include <iomanip>
 #include <ostream>
 
+#include <vnxstd/archive/file.h>
 #include <vnxstd/dib/dib.h>
 #include <vnxstd/shapes/line.h>
 
@@ -17,6 +18,7 @@
 #include "gauge.h"
 #include "overlay.h"
 #include "plate.h"
+#include "render.h"
 #include "svg.h"
 
 namespace {
@@ -30,7 +32,8 @@ struct Transform {
 constexpr Transform kTransforms[] = {
     {"linear", false}, {"perspective", false}, {"polynomial:5", true}, {"deformation:10", false}};
 constexpr double kWorldTolerance = 0.01;  // millimetres; a pixel is about a tenth of one
-constexpr const char *kBoard = "board.bmp", *kBoardPoints = "board.csv", *kPlate = "plate.bmp";
+constexpr const char *kBoard = "board.bmp", *kBoardPoints = "board.csv", *kPlate = "plate.bmp", *kShapes = "plate.arc",
+                     *kDrawing = "plate.svg";
 
 // Finds the dots of the board and writes, for each, its place in the image and on the board.
 void writeBoardPoints(const Camera& camera, const Board& board, const qcPelBuffer<unsigned char>& image) {
@@ -87,6 +90,18 @@ std::vector<WorldJob> worldJobs(const Camera& camera, const Plate& plate) {
        }}};
 }
 
+// What was measured, in millimetres, over the plate as it is.
+void drawInMillimetres(const Plate& plate, const std::vector<qcPtrHandle<qcShape>>& measured) {
+  std::vector<qcPtrHandle<qcShape>> shapes{qcPtrHandle<qcShape>(new qcRect(plate.low, plate.high - plate.low))};
+  shapes.insert(shapes.end(), measured.begin(), measured.end());
+  onFile(kShapes, [&](const std::wstring& path) {
+    qcFileArchive archive(path, qcArchive::storing);
+    for (qcPtrHandle<qcShape>& shape : shapes) archive || shape;
+    archive.close();
+  });
+  writeText(kDrawing, renderArchive(kShapes).svg);
+}
+
 }  // namespace
 
 bool measurePlate(std::ostream& out) {
@@ -109,6 +124,7 @@ bool measurePlate(std::ostream& out) {
   for (const WorldJob& job : jobs) out << formatted(" %9s", (job.name + std::string(" error")).c_str());
   out << '\n';
   bool good = true;
+  std::vector<qcPtrHandle<qcShape>> measured;
   for (const Transform& transform : kTransforms) {
     const Calibration calibration = calibrate(kBoardPoints, points, CalibrationModel::parsed(transform.name));
     image.clientFromImageXformBase(calibration.worldFromImage, false);
@@ -124,15 +140,18 @@ bool measurePlate(std::ostream& out) {
       out << formatted(" %10.4f", error);
       good = good && (error <= kWorldTolerance || !transform.mustHold);
       if (!transform.mustHold) continue;
+      measured.push_back(result.measurement->shape);
       const std::string name = std::string("plate-") + job.name;
       saveMeasurement(name + ".arc", *result.measurement);
       writeText(name + "-overlay.svg", overlaySvg(*loadMeasurement(name + ".arc"), result.scans, kPlate));
     }
     out << '\n';
   }
+  drawInMillimetres(plate, measured);
   out << formatted("errors of polynomial:5 within %.2f mm, a tenth of a pixel, of the plate as drawn: %s\n",
                    kWorldTolerance, good ? "yes" : "NO")
-      << "written: " << kBoard << ", " << kBoardPoints << ", " << kPlate
-      << " and, for every feature, plate-NAME.arc and plate-NAME-overlay.svg\n";
+      << "written: " << kBoard << ", " << kBoardPoints << ", " << kPlate << "; " << kShapes
+      << ", drawn by vnx render into " << kDrawing
+      << "; for every feature, plate-NAME.arc and plate-NAME-overlay.svg\n";
   return good;
 }

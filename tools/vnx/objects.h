@@ -1,0 +1,39 @@
+// The objects in an archive, one after another.
+#pragma once
+
+#include <fstream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <vnxstd/archive/file.h>
+#include <vnxstd/archive/handle.h>
+
+/// What a file is, by its first bytes.
+enum class FileKind { bitmap, archive, other };
+FileKind kindOf(const std::string& path);
+
+/// Reads an archive of any program, object by object; all of them live as long as the reader. Objects that stand by
+/// themselves carry their type; anything else only its writer can name. Damage throws the archive's errors.
+class ObjectReader {
+ public:
+  explicit ObjectReader(const std::string& path);
+
+  qcFileArchive& archive() { return *archive_; }
+  bool isSeekable() const { return isSeekable_; }
+  /// The next object, null where the archive holds a null pointer; nothing at the end, and before values that are no
+  /// objects.
+  std::optional<qcPersistent*> next();
+  /// Where values begin that only their writer can name; nothing when there are none.
+  std::optional<std::streamoff> unnamed() const { return unnamed_; }
+
+ private:
+  bool isSeekable_;
+  std::ifstream bytes_;
+  std::unique_ptr<qcFileArchive> archive_;
+  std::vector<qcPtrHandle<qcRepBase>> shared_;
+  std::map<const qcPersistent*, std::unique_ptr<qcPersistent>> owned_;  // once each: two pointers may name one object
+  std::optional<std::streamoff> unnamed_;
+};
