@@ -384,20 +384,33 @@ TEST(Deformation, RefusesWhatDeterminesNoMap) {
   EXPECT_THROW(Deform(close, {{0, 0}, {1, 0}, {0, 1}, {1, 1}, {2, 2}}), NumericalError);
   EXPECT_NO_THROW(Deform(close, {{0, 0}, {1, 0}, {0, 1}, {1, 1}, {2, 2}}, 0.1));
   EXPECT_THROW(Deform(kCross, line) * Point(1e200, 0), NumericalError);
-  // However close two sources are, a map that is made leads to the destinations.
+}
+
+// However close points come to determining no map, one that is made leads to the destinations.
+TEST(Fits, LeadToTheDestinationsOrAreRefused) {
   Source source;
   int made = 0;
-  for (int round = 0; round < 300; ++round) {
-    Points from = source.points(20), to = source.points(20);
-    from[1] = from[0] + Point(std::pow(10, -(round % 12)), 0);
+  const auto holds = [&](const Points& from, const auto& fit) {
+    const Points to = source.points(from.size());
     try {
-      const Deform deform(from, to);
-      for (std::size_t i = 0; i < from.size(); ++i) EXPECT_LT((deform * from[i]).distance(to[i]), 1e-4) << round;
+      const auto map = fit(from, to);
+      for (std::size_t i = 0; i < from.size(); ++i) EXPECT_LT((map * from[i]).distance(to[i]), 2e-3);
       ++made;
     } catch (const NumericalError&) {
     }
+  };
+  for (int round = 0; round < 600; ++round) {
+    const Point off(std::pow(10, 2 - round % 14), 0);
+    Points pair = source.points(20), line = source.points(4), circle;
+    pair[1] = pair[0] + off;
+    line[2] = (line[0] + line[1]) / 2 + off;
+    for (int i = 0; i < 6; ++i) circle.emplace_back(300, qcRadian(source.real(-3, 3)));
+    circle[5] += off;
+    holds(pair, [](const Points& from, const Points& to) { return Deform(from, to); });
+    holds(line, [](const Points& from, const Points& to) { return Perspective(from, to); });
+    holds(circle, [](const Points& from, const Points& to) { return Poly(from, to, 2); });
   }
-  EXPECT_GT(made, 50);
+  EXPECT_GT(made, 600);
 }
 
 TEST(Inverse, SaysWhereThereIsNone) {

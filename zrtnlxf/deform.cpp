@@ -31,9 +31,8 @@ using zrtnlxf::Status;
 // A smoothness beyond this, in squared units, leaves the affine map alone, and its square root is still a number.
 constexpr double kMostSmoothness = 1e250;
 
-// How far sources may be mapped from where they should be, in mean distances between destinations and their centroid:
-// beyond the one, weights are made of rounding errors; up to the other, nothing is gained by correcting them.
-constexpr double kWorstError = 1e-7, kGoodError = 1e-10;
+// Sources that are mapped to where they should be to this part of the destinations' extent need no further correction.
+constexpr double kGoodError = 1e-10;
 constexpr int kMostRounds = 4;
 
 std::size_t countOf(const Numbers& points) { return points.size() / 2; }
@@ -295,8 +294,6 @@ Status determine(qmath_xformDeform& state) {
   // Each round finds what the map so far leaves of the destinations, and adds a map that takes it there. One is enough
   // unless sources are very close to each other.
   const zrtnlxf::Frame destinations(state.to.data(), count);
-  const double middle = std::fabs(destinations.x) + std::fabs(destinations.y);
-  const double unit = 2 / destinations.scale + 1e-6 * middle;  // coordinates far away have rounding errors of their own
   state.affine = {destinations.x, 0, 0, destinations.y, 0, 0};
   state.weights.assign(2 * count, 0.0);
   Numbers left = state.to;
@@ -305,7 +302,7 @@ Status determine(qmath_xformDeform& state) {
     left[i + 1] -= destinations.y;
   }
   double error = std::numeric_limits<double>::infinity();
-  for (int round = 0; round < kMostRounds && error > kGoodError * unit; ++round) {
+  for (int round = 0; round < kMostRounds && error > kGoodError * destinations.extent(); ++round) {
     for (std::size_t side = 0; side < 2; ++side) {
       Numbers d(count), y;
       for (std::size_t i = 0; i < count; ++i) d[i] = left[2 * i + side];
@@ -333,7 +330,7 @@ Status determine(qmath_xformDeform& state) {
   forgetIdleNodes(state);
   const bool isFinite =
       zrtnlxf::areFinite(state.affine.data(), 6) && zrtnlxf::areFinite(state.weights.data(), state.weights.size());
-  return isFinite && error <= kWorstError * unit ? zrtnlxf::ok : zrtnlxf::degenerate;
+  return isFinite && error <= zrtnlxf::kWorstError * destinations.extent() ? zrtnlxf::ok : zrtnlxf::degenerate;
 }
 
 // A new state that `fill` completes.

@@ -39,7 +39,7 @@ VNXSTD_EXPORT zrtnlxf::Status qmath_xformDeform_construct(qmath_xformDeform** st
 /// A new state from correspondences. Pairs that are repeated count once. badDeformArgument for fewer than three
 /// distinct sources, for sources that are collinear within the rounding errors of their coordinates, for one source
 /// with several destinations, for a smoothness below 0, and for numbers that are not finite; degenerate when sources
-/// lie so close to each other that they are mapped to their destinations to no better than 1e-7 of the extent of these.
+/// lie so close to each other that they are mapped to their destinations to no better than 1e-6 of the extent of these.
 /// Costs in proportion to the third power of the number of sources, and memory in proportion to the second: 1000 take
 /// 8 MB.
 VNXSTD_EXPORT zrtnlxf::Status qmath_xformDeform_constructPoints(const double* from, const double* to, std::size_t count,

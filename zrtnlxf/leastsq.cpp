@@ -40,7 +40,8 @@ void Triangle::add(double* row) noexcept {
 }
 
 SingularValues::SingularValues(const Triangle& triangle, std::size_t columns)
-    : values(columns), vectors(columns, std::vector<double>(columns)), images(columns, std::vector<double>(columns)) {
+    : values(columns), vectors(columns, std::vector<double>(columns)) {
+  std::vector<std::vector<double>> images = vectors;  // of the vectors, which become orthogonal to each other
   for (std::size_t j = 0; j < columns; ++j) {
     vectors[j][j] = 1;
     for (std::size_t i = 0; i <= j; ++i) images[j][i] = triangle.at(i, j);

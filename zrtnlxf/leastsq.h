@@ -24,16 +24,14 @@ class Triangle {
   std::vector<double> elements_;
 };
 
-/// The singular values of the first `columns` rows and columns of a triangle, the vectors on its right, and the image
-/// of each of these vectors, by one-sided Jacobi rotations (Golub and Van Loan, 8.6.3). Small singular values come out
-/// as exactly as large ones.
+/// The singular values of the first `columns` rows and columns of a triangle, and the vectors on its right, by
+/// one-sided Jacobi rotations (Golub and Van Loan, 8.6.3). Small singular values come out as exactly as large ones.
 struct SingularValues {
   /// Throws std::bad_alloc.
   SingularValues(const Triangle& triangle, std::size_t columns);
 
   std::vector<double> values;                // in no order
   std::vector<std::vector<double>> vectors;  // unit vectors v_i
-  std::vector<std::vector<double>> images;   // R v_i, of length values[i], orthogonal to each other
 };
 
 }  // namespace zrtnlxf

@@ -51,8 +51,8 @@ void enter(const Frame& frame, const double* points, std::size_t count, double* 
   }
 }
 
-// A new state from the map between the frames.
-Status leave(const Elements& inside, const Frame& from, const Frame& to, qmath_xformPerspective** state) {
+// The map outside from the one between the frames.
+Elements leave(const Elements& inside, const Frame& from, const Frame& to) {
   Elements h;
   for (std::size_t i = 0; i < 9; i += 3) {
     h[i] = inside[i] * from.scale;
@@ -66,6 +66,10 @@ Status leave(const Elements& inside, const Frame& from, const Frame& to, qmath_x
   const double largest = largestOf(h);
   const double unit = std::fabs(h[8]) > kVanishes * largest ? h[8] : largest;
   for (double& element : h) element /= unit;
+  return h;
+}
+
+Status makeFitted(const Elements& h, qmath_xformPerspective** state) {
   return zrtnlxf::areFinite(h.data(), 9) ? make(h, state) : zrtnlxf::degenerate;
 }
 
@@ -161,7 +165,15 @@ Status qmath_xformPerspective_construct4Points(const double* from, const double*
     const double column[3] = {d[2 * i], d[2 * i + 1], 1};
     for (std::size_t k = 0; k < 9; ++k) h[k] += factor * column[k / 3] * row[k % 3];
   }
-  return leave(h, frames[0], frames[1], state);
+  h = leave(h, frames[0], frames[1]);
+  const double worst = zrtnlxf::kWorstError * frames[1].extent();
+  bool holds = true;
+  for (std::size_t i = 0; i < 8; i += 2) {
+    double x = from[i], y = from[i + 1], w;
+    mapOne(h, x, y, w);
+    holds = holds && std::fabs(x - to[i]) <= worst && std::fabs(y - to[i + 1]) <= worst;
+  }
+  return holds ? makeFitted(h, state) : zrtnlxf::degenerate;
 }
 
 Status qmath_xformPerspective_constructPoints(const double* from, const double* to, std::size_t count,
@@ -190,7 +202,7 @@ Status qmath_xformPerspective_constructPoints(const double* from, const double* 
     Elements h;
     std::copy_n(svd.vectors[order[0]].begin(), 9, h.begin());
     if (!(std::fabs(Determinant(h).value) > least)) return zrtnlxf::degenerate;
-    return leave(h, source, destination, state);
+    return makeFitted(leave(h, source, destination), state);
   });
 }
 

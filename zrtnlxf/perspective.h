@@ -19,7 +19,8 @@ VNXSTD_EXPORT zrtnlxf::Status qmath_xformPerspective_construct(qmath_xformPerspe
 
 /// A new state that holds the one projective map through four pairs of points. It is scaled so that its last element is
 /// 1 or, where that one vanishes beside the others, so that the largest is. badArgument for numbers that are not
-/// finite, degenerate when three of the sources or of the destinations are collinear.
+/// finite, degenerate when three of the sources or of the destinations are collinear, or so nearly that the map misses
+/// destinations by 1e-6 of their extent.
 VNXSTD_EXPORT zrtnlxf::Status qmath_xformPerspective_construct4Points(const double* from, const double* to,
                                                                       qmath_xformPerspective** state) noexcept;
 

@@ -19,6 +19,10 @@ inline double degenerateBelow(double rounding, std::size_t count) noexcept {
   return rounding * (64 + 4 * std::sqrt(static_cast<double>(count)));
 }
 
+/// A map that rounding errors alone take away from what it was fitted to, by more than this part of the extent of the
+/// destinations, is not determined by the points either.
+inline constexpr double kWorstError = 1e-6;
+
 /// Whether `count` numbers are all finite.
 inline bool areFinite(const double* numbers, std::size_t count) noexcept {
   return std::all_of(numbers, numbers + count, [](double number) { return std::isfinite(number); });
@@ -50,6 +54,10 @@ struct Frame {
   }
 
   bool isUsable() const noexcept { return std::isfinite(scale) && scale > 0 && std::isfinite(x) && std::isfinite(y); }
+
+  /// What errors of points are compared with: the mean distance from the centroid, or as much more as their coordinates
+  /// lose to rounding far from the origin.
+  double extent() const noexcept { return 2 / scale + 1e-6 * (std::fabs(x) + std::fabs(y)); }
 
   double x = 0, y = 0, scale = 1;
   double rounding = 0;  // what the coordinates within the frame owe to the rounding of those outside

@@ -208,14 +208,19 @@ Status qmath_xformPolyFit_(const double* from, const double* to, std::size_t cou
     const double rounding = std::numeric_limits<double>::epsilon() * std::max(1.0, farthest);
     if (!(least > zrtnlxf::degenerateBelow(rounding, count) * most)) return zrtnlxf::degenerate;
     std::array<double, 2 * zrtnlxf::kMaxPolySize> solution{};
-    for (std::size_t j = 0; j < size; ++j) {
-      for (std::size_t side = 0; side < 2; ++side) {
-        double share = 0;
-        for (std::size_t i = 0; i < size; ++i) share += svd.images[j][i] * triangle.at(i, size + side);
-        share /= svd.values[j] * svd.values[j];
-        for (std::size_t i = 0; i < size; ++i) solution[side * size + i] += share * svd.vectors[j][i];
+    for (std::size_t side = 0; side < 2; ++side) {
+      double* const x = &solution[side * size];
+      for (std::size_t i = size; i-- > 0;) {
+        x[i] = triangle.at(i, size + side);
+        for (std::size_t j = i + 1; j < size; ++j) x[i] -= triangle.at(i, j) * x[j];
+        x[i] /= triangle.at(i, i);
       }
     }
+    // Within [-1, 1] no image has terms, and so rounding errors, beyond the sum of the coefficients.
+    double terms = 0;
+    for (const double coef : solution) terms += std::fabs(coef);
+    const double worst = zrtnlxf::kWorstError * zrtnlxf::Frame(to, count).extent();
+    if (!(std::numeric_limits<double>::epsilon() * terms <= worst)) return zrtnlxf::degenerate;
     solution[0] += to[0];
     solution[size] += to[1];
     if (!zrtnlxf::areFinite(solution.data(), 2 * size)) return zrtnlxf::degenerate;

@@ -44,8 +44,9 @@ VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyMaxOrder_(const double* points, std
 /// Fits the coefficients of an order by least squares of the distances between images and destinations, by the QR
 /// factorisation in coordinates that are scaled to [-1, 1], and gives origin and scale of these. badArgument for an
 /// unknown order, fewer distinct points than coefficients, or a number that is not finite; degenerate when the points
-/// lie so that coefficients stay open, all on a curve of that order. Costs in proportion to the number of points and
-/// the square of that of coefficients; memory for the distinct points.
+/// lie so that coefficients stay open, all on a curve of that order, or so nearly that images have rounding errors of
+/// 1e-6 of the extent of the destinations. Costs in proportion to the number of points and the square of that of
+/// coefficients; memory for the distinct points.
 VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyFit_(const double* from, const double* to, std::size_t count,
                                                   std::int32_t order, qmath_vect* origin, qmath_vect* scale,
                                                   double* coefs) noexcept;

@@ -29,7 +29,7 @@ class VNXSTD_EXPORT qc2XformDeformDefs {
 /// every source to its destination, more lets the images leave the destinations where that takes out bends, and in the
 /// limit only the affine map of least squares is left (Wahba, "Spline Models for Observational Data", 1990). Sources
 /// are mapped to where they should be to 1e-10 of the extent of the destinations or, where they lie very close to each
-/// other and their destinations do not, to 1e-7.
+/// other and their destinations do not, to 1e-6.
 ///
 /// Bad arguments throw qc2XformDeformDefs::BadParams; a point without a finite image, and sources too close to each
 /// other for that precision, throw qc2XformPerspectiveDefs::NumericalError. Mapping costs in

@@ -48,8 +48,8 @@ class VNXSTD_EXPORT qc2XformPerspective : public qc2XformBase {
   explicit qc2XformPerspective(const qcMatrix<3>& matrix);
   /// The one map that takes four points to four others. The last element of its matrix is 1 or, where that one vanishes
   /// beside the others, the largest is. Throws qc2XformPerspectiveDefs::NumericalError when three of the sources, or of
-  /// the destinations, are collinear within the rounding errors of their coordinates, and
-  /// qc2XformPerspectiveDefs::BadParams when a coordinate is not finite.
+  /// the destinations, are collinear within the rounding errors of their coordinates, or so nearly that the map misses
+  /// destinations by 1e-6 of their extent, and qc2XformPerspectiveDefs::BadParams when a coordinate is not finite.
   qc2XformPerspective(const qcVector<2> (&from)[4], const qcVector<2> (&to)[4]);
   /// The same for four or more correspondences, by least squares: the direct linear transformation in normalised
   /// coordinates (Hartley, "In defence of the eight-point algorithm", 1997). What is made small is the sum of squares

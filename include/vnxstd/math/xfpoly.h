@@ -46,8 +46,9 @@ class VNXSTD_EXPORT qc2XformPoly : public qc2XformBase {
                const qcVector<2>& origin = qcVector<2>(), const qcVector<2>& scale = qcVector<2>(1, 1));
   /// The polynomial of an order that makes least the sum of squared distances between the images of `from` and `to`, by
   /// QR factorisation. Throws qc2XformPerspectiveDefs::BadParams for fewer distinct points than coefficients as well,
-  /// and NumericalError when the points lie on a curve of that order, so that more than one polynomial fits. Costs in
-  /// proportion to the number of points and the square of that of coefficients.
+  /// and NumericalError when the points lie on a curve of that order, so that more than one polynomial fits, or so
+  /// nearly that images have rounding errors of 1e-6 of the extent of the destinations. Costs in proportion to the
+  /// number of points and the square of that of coefficients.
   qc2XformPoly(const std::vector<qcVector<2>>& from, const std::vector<qcVector<2>>& to, int order);
   qc2XformPoly(const qc2XformPoly&) = default;
   qc2XformPoly& operator=(const qc2XformPoly& other);
