@@ -464,6 +464,56 @@ Handle clipElements(const qcGeneralShapeTree& tree, const qcPolyline& polygon, R
   return all ? tree.clone() : Handle(new qcGeneralShapeTree(shapes, false));
 }
 
+// The corners of a polygon that is an upright rectangle, in whichever direction it runs.
+bool isUprightRectangle(const qcPolyline& polygon, V& low, V& high) {
+  if (polygon.numVertices() != 4 || !polygon.isClosed()) return false;
+  const V* v = polygon.vertices().data();
+  const bool alongX = v[0].y() == v[1].y() && v[1].x() == v[2].x() && v[2].y() == v[3].y() && v[3].x() == v[0].x();
+  const bool alongY = v[0].x() == v[1].x() && v[1].y() == v[2].y() && v[2].x() == v[3].x() && v[3].y() == v[0].y();
+  low = {std::min(v[0].x(), v[2].x()), std::min(v[0].y(), v[2].y())};
+  high = {std::max(v[0].x(), v[2].x()), std::max(v[0].y(), v[2].y())};
+  return (alongX || alongY) && std::isfinite(high.x() - low.x() + (high.y() - low.y()));
+}
+
+enum class Cut { unsure, outside, kept };
+
+// Cuts a segment to a rectangle, unless rounding could matter to whether anything is left. Without branches that depend
+// on where the segment lies, but for the last ones.
+// (Y. Liang and B. Barsky, "A new concept and method for line clipping", 1984.)
+Cut cutToRectangle(V& p1, V& p2, const V& low, const V& high) {
+  constexpr double kSure = 1e-9;
+  const V start = p1, way = p2 - p1;
+  V first, in, out;
+  bool along = false;  // a side, which says nothing
+  for (int i = 0; i < 2; ++i) {
+    const bool rises = way[i] >= 0;
+    first[i] = rises ? low[i] : high[i];
+    const double last = rises ? high[i] : low[i], scale = 1 / way[i];
+    in[i] = (first[i] - start[i]) * scale;
+    out[i] = (last - start[i]) * scale;
+    along |= !std::isfinite(scale) & ((start[i] == low[i]) | (start[i] == high[i]));
+  }
+  const double enters = std::max({in.x(), in.y(), 0.0}), leaves = std::min({out.x(), out.y(), 1.0});
+  const double rest = leaves - enters;
+  if (along || !(std::fabs(rest) >= kSure) || !std::isfinite(way.x() + way.y())) return Cut::unsure;
+  if (rest < 0) return Cut::outside;
+  for (int i = 0; i < 2; ++i) {
+    const double last = way[i] >= 0 ? high[i] : low[i];
+    p1[i] = enters == in[i] ? first[i] : start[i] + enters * way[i];
+    p2[i] = leaves == out[i] ? last : leaves == 1 ? p2[i] : start[i] + leaves * way[i];
+  }
+  return Cut::kept;
+}
+
+Handle clipSegment(const qcLineSeg& segment, const qcPolyline& polygon, qcClipInfo& info) {
+  V low, high, p1 = segment.p1(), p2 = segment.p2();
+  const Cut cut = isUprightRectangle(polygon, low, high) ? cutToRectangle(p1, p2, low, high) : Cut::unsure;
+  if (cut == Cut::unsure) return clipShape(segment, polygon, info);
+  const bool all = p1 == segment.p1() && p2 == segment.p2();
+  info.result(cut == Cut::outside ? Result::outside : all ? Result::inside : Result::clipped);
+  return cut == Cut::outside ? Handle(new qcPolyline) : Handle(new qcLineSeg(p1, p2));
+}
+
 }  // namespace
 
 qcPtrHandle<qcShape> clipShape(const qcShape& shape, const qcPolyline& polygon, qcClipInfo& info) {
@@ -493,7 +543,7 @@ qcPtrHandle<qcShape> qcCircle::clip_(const qcPolyline& polygon, qcClipInfo& info
   return clipShape(*this, polygon, info);
 }
 qcPtrHandle<qcShape> qcLineSeg::clip_(const qcPolyline& polygon, qcClipInfo& info) const {
-  return clipShape(*this, polygon, info);
+  return qc_shapes::clipSegment(*this, polygon, info);
 }
 qcPtrHandle<qcShape> qcPolyline::clip_(const qcPolyline& polygon, qcClipInfo& info) const {
   return clipShape(*this, polygon, info);

@@ -89,14 +89,12 @@ qcPtrHandle<qcShape> qcShape::clip(const qcPolyline& polygon, bool rightHanded) 
 }
 
 qcPtrHandle<qcShape> qcShape::clip(const qcPolyline& polygon, ClipResult& result, bool rightHanded) const {
-  qcClipInfo info;
-  qcPtrHandle<qcShape> inside;
   if (rightHanded && !polygon.isRightHanded()) {
     const qcPtrHandle<qcShape> reversed = polygon.reverse();
-    inside = clip_(static_cast<const qcPolyline&>(*reversed), info);
-  } else {
-    inside = clip_(polygon, info);
+    return clip(static_cast<const qcPolyline&>(*reversed), result, false);
   }
+  qcClipInfo info;
+  qcPtrHandle<qcShape> inside = clip_(polygon, info);
   result = info.result();
   return inside;
 }
