@@ -22,9 +22,9 @@ struct To {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 /// Whole, fractional and extreme divisors, one for every number of bits.
-constexpr double kDivisors[32] = {1,      2,    3,     7,     10,   128,  129, 255,      256,   257,      510,
-                                  511,    1000, 65535, 65536, 1e6,  -1,   -2,  -10,      -255,  -32768,   1e10,
-                                  0x1p40, 2.5,  0.1,   -0.75, 1e-9, 1e20, 2.1, -1 / 3.0, 1e-30, kInfinity};
+constexpr double kDivisors[32] = {1,      2,    3,     7,     10,   128,  129, 255,      256,    257,      510,
+                                  511,    1000, 65535, 65536, 1e6,  -1,   -2,  -10,      -70000, -32768,   1e10,
+                                  0x1p40, 2.5,  0.1,   -0.75, 1e-9, 1e20, 2.1, -1 / 3.0, 1e-30,  kInfinity};
 
 /// For whole divisors that fit, in integers: the truncated or rounded quotient.
 Int128 wholeQuotient(Int128 x, Int128 d, bool isRounded) {

@@ -24,34 +24,39 @@ template <class E>
   }
 }
 
+constexpr double square(double x) { return x * x; }
+
 template <class A, class B, class D>
 struct Deviation {
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, const A* sums, const B* squares, D* to,
                                          std::ptrdiff_t count) const {
     const double n = images, divisor = n * (n - 1), finite = least;
+    [[maybe_unused]] const double limit = most;
     VNXSTD_INDEPENDENT
     for (std::ptrdiff_t i = 0; i < count; ++i) {
       const double sum = number(sums[i]);
       double variance = (n * number(squares[i]) - sum * sum) / divisor;
       if constexpr (std::is_floating_point_v<B>) variance = variance < finite ? finite : variance;
+      if constexpr (std::is_integral_v<D>) variance = variance < limit ? variance : limit;
       // The positive part without a choice: the compiler would make a branch of it, to save the root.
       const double root = std::sqrt(0.5 * variance + 0.5 * std::fabs(variance));
       if constexpr (std::is_floating_point_v<D>) {
         to[i] = static_cast<D>(root);
-      } else {  // not a number becomes the largest
+      } else {
         using Wide = std::conditional_t<sizeof(D) < 4, std::int32_t, std::int64_t>;
-        constexpr double beyond = static_cast<double>(std::numeric_limits<D>::max()) + 1;
-        const double near = root < beyond ? root : beyond;
-        const auto whole = static_cast<Wide>(near);
-        to[i] = exact::saturated<D>(static_cast<Wide>(whole + (near - static_cast<double>(whole) >= 0.5 ? 1 : 0)));
+        const auto whole = static_cast<Wide>(root);
+        const auto half = static_cast<Wide>(2 * (root - static_cast<double>(whole)));  // a comparison would be a branch
+        to[i] = exact::saturated<D>(static_cast<Wide>(whole + half));
       }
     }
   }
 
   double images;
-  /// What infinite squares leave of a radicand; a variable, lest the compiler see that this gives 0, and branch.
-  double least = std::numeric_limits<double>::lowest();
+  // Variables, lest the compiler see what these give in the end, and branch.
+  double least = std::numeric_limits<double>::lowest();  ///< what infinite squares leave
+  double most =
+      square(static_cast<double>(std::numeric_limits<D>::max()) + 1);  ///< of integers, also what is no number
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include "vnxstd/pelbuf/divide.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <concepts>
 #include <cstddef>
@@ -84,72 +85,114 @@ class ByteQuotient {
   std::uint16_t reciprocal_, half_;
 };
 
-/// Integers by a whole number, as products with its reciprocal in float or double. x + half + 1/2 lies at least 1/2
-/// away from every multiple of the divisor. The product is less wrong than that for 18 bits in float and 35 in double,
-/// so that cutting it off gives the exact quotient of x + half. Of 32 bits only where the result has 31: by 2 and more,
-/// and by more than 2 where half of the largest number would be rounded up to 2 to the power of 31.
+/// 16 bits by a whole number, without widening. floor(v * m / 2^k), k being 16 and the position of the divisor's top
+/// bit, is v / d rounded down when m is 2^k / d rounded up and less than 2^k / d * (1 + 2^-16); otherwise it is
+/// (v - 1) / d rounded down, with m rounded down (Robison, N-bit unsigned division via N-bit multiply-add, 2005). What
+/// is divided is what x has beyond the least number whose quotient is 1, which then is 1 more: so rounding does not
+/// carry.
 template <class S, class D>
-class WholeQuotient {
+class ShortQuotient {
  public:
-  WholeQuotient(double divisor, bool isRounded) {
-    // Beyond that all quotients are 0, as they are there.
-    const double largest = sizeof(S) <= 2 ? 0x1p17 : 0x1p33;
-    const double d = std::clamp(divisor, -largest, largest);
-    bias_ = static_cast<F>((isRounded ? std::floor(std::fabs(d) / 2) : 0.0) + 0.5);
-    reciprocal_ = F{1} / static_cast<F>(d);
+  ShortQuotient(double divisor, bool isRounded) : flip_(divisor < 0 ? -1 : 0) {
+    const auto d = static_cast<std::uint32_t>(std::min(std::fabs(divisor), 0x1p18));
+    const std::uint32_t least = isRounded ? (d + 1) / 2 : d;
+    const bool isNone = std::is_unsigned_v<S> && divisor < 0;  // no quotient is above 0
+    below_ = static_cast<std::uint16_t>(isNone ? 65535 : std::min(least - 1, 65535u));
+    start_ = below_;
+    if (isNone || d > 65535) return;  // none is above 1
+    shift_ = std::bit_width(d) - 1;
+    const std::uint32_t power = std::uint32_t{1} << (16 + shift_);
+    const bool isUp = power % d > std::uint32_t{1} << shift_;
+    reciprocal_ = static_cast<std::uint16_t>(std::min(power / d + (isUp ? 1 : 0), 65535u));
+    start_ = static_cast<std::uint16_t>(least - (isUp ? 0 : 1));
   }
 
   template <std::size_t N>
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, const S* from, D* to, std::ptrdiff_t count) const {
-    const F bias = bias_, reciprocal = reciprocal_;
+    const std::uint16_t below = below_, start = start_, m = reciprocal_;
+    const int shift = shift_;
+    [[maybe_unused]] const std::int16_t flip = flip_;
+    const auto quotient = [=](std::uint16_t x) __attribute__((always_inline)) {
+      const auto upper = static_cast<std::uint16_t>(std::uint32_t{exact::difference(x, start)} * m >> 16);
+      return static_cast<std::uint16_t>((upper >> shift) + (x > below ? 1 : 0));
+    };
     VNXSTD_INDEPENDENT
     for (std::ptrdiff_t i = 0; i < count; ++i) {
-      F x;
-      if constexpr (sizeof(S) == 4) {
-        x = exact::toDouble(from[i]);
+      if constexpr (std::is_unsigned_v<S>) {
+        to[i] = exact::saturated<D>(quotient(from[i]));
       } else {
-        x = from[i];
+        const auto sign = static_cast<std::int16_t>(from[i] >> 15);
+        const std::uint16_t q = quotient(static_cast<std::uint16_t>((from[i] ^ sign) - sign));
+        const auto negate = static_cast<std::int16_t>(sign ^ flip);
+        const auto most = static_cast<std::uint16_t>(32767 - negate);
+        const auto magnitude = static_cast<std::uint16_t>(q < most ? q : most);
+        to[i] = exact::saturated<D>(static_cast<std::int16_t>((magnitude ^ negate) - negate));
       }
-      const F biased = x + (std::is_signed_v<S> ? std::copysign(bias, x) : bias);
-      to[i] = exact::saturated<D>(static_cast<std::int32_t>(biased * reciprocal));
     }
   }
 
 #if VNXSTD_X86
-  [[gnu::target("avx2")]] void row(simd::Bytes<32>, const S* from, D* to, std::ptrdiff_t count) const
-      requires(sizeof(S) == 2 && std::same_as<S, D>) {
+  /// Takes 0.4 of the loop's time: the compiler shifts 16 bits by a variable in 32.
+  [[gnu::target("avx2")]] void row(simd::Bytes<32>, const S* from, D* to,
+                                   std::ptrdiff_t count) const requires std::same_as<S, D> {
     if (count < avx2::kLeast<S>) return row(simd::Bytes<16>(), from, to, count);
-    avx2::forRow(Vectors{_mm256_set1_ps(bias_), _mm256_set1_ps(reciprocal_)}, to, count, from);
+    avx2::forRow(Vectors{_mm256_set1_epi16(static_cast<short>(below_)), _mm256_set1_epi16(static_cast<short>(start_)),
+                         _mm256_set1_epi16(static_cast<short>(reciprocal_)), _mm256_set1_epi16(flip_),
+                         _mm_cvtsi32_si128(shift_)},
+                 to, count, from);
   }
 #endif
 
  private:
-  using F = std::conditional_t<sizeof(S) <= 2, float, double>;
-
 #if VNXSTD_X86
-  /// 16 bits, widened within the lanes.
   struct Vectors {
-    __m256 bias, reciprocal;
+    __m256i below, start, m, flip;
+    __m128i shift;
     VNXSTD_AVX2 __m256i operator()(__m256i x) const {
-      const __m256i zero = _mm256_setzero_si256();
-      if constexpr (std::is_unsigned_v<S>) {
-        return _mm256_packus_epi32(quotients(_mm256_unpacklo_epi16(x, zero)),
-                                   quotients(_mm256_unpackhi_epi16(x, zero)));
-      } else {
-        return _mm256_packs_epi32(quotients(_mm256_srai_epi32(_mm256_unpacklo_epi16(zero, x), 16)),
-                                  quotients(_mm256_srai_epi32(_mm256_unpackhi_epi16(zero, x), 16)));
-      }
+      if constexpr (std::is_unsigned_v<S>) return quotients(x);
+      const __m256i negate = _mm256_xor_si256(_mm256_srai_epi16(x, 15), flip);
+      const __m256i most = _mm256_sub_epi16(_mm256_set1_epi16(32767), negate);
+      const __m256i magnitude = _mm256_min_epu16(quotients(_mm256_abs_epi16(x)), most);
+      return _mm256_sub_epi16(_mm256_xor_si256(magnitude, negate), negate);
     }
-    VNXSTD_AVX2 __m256i quotients(__m256i integers) const {
-      const __m256 x = _mm256_cvtepi32_ps(integers);
-      const __m256 signedBias =
-          std::is_unsigned_v<S> ? bias : _mm256_or_ps(_mm256_and_ps(x, _mm256_set1_ps(-0.0f)), bias);
-      return _mm256_cvttps_epi32(_mm256_mul_ps(_mm256_add_ps(x, signedBias), reciprocal));
+    VNXSTD_AVX2 __m256i quotients(__m256i x) const {
+      const __m256i rest = _mm256_srl_epi16(_mm256_mulhi_epu16(_mm256_subs_epu16(x, start), m), shift);
+      const __m256i isBelow = _mm256_cmpeq_epi16(_mm256_max_epu16(x, below), below);
+      return _mm256_add_epi16(_mm256_add_epi16(rest, _mm256_set1_epi16(1)), isBelow);
     }
   };
 #endif
 
-  F bias_, reciprocal_;
+  std::uint16_t below_, start_, reciprocal_ = 0;
+  int shift_ = 0;
+  std::int16_t flip_;
+};
+
+/// 32 bits by a whole number from 2 on, as products with its reciprocal. x + half + 1/2 lies at least 1/2 away from
+/// every multiple of the divisor. The product is less wrong than that for 35 bits, so that cutting it off gives the
+/// exact quotient of x + half. The result must have 31 bits: the divisor must be more than 2 where half of the largest
+/// number would be rounded up to 2 to the power of 31.
+template <class S, class D>
+class WholeQuotient {
+ public:
+  WholeQuotient(double divisor, bool isRounded) {
+    const double d = std::clamp(divisor, -0x1p33, 0x1p33);  // beyond that all quotients are 0, as they are there
+    bias_ = (isRounded ? std::floor(std::fabs(d) / 2) : 0.0) + 0.5;
+    reciprocal_ = 1 / d;
+  }
+
+  template <std::size_t N>
+  [[gnu::always_inline]] inline void row(simd::Bytes<N>, const S* from, D* to, std::ptrdiff_t count) const {
+    const double bias = bias_, reciprocal = reciprocal_;
+    VNXSTD_INDEPENDENT
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
+      const double x = exact::toDouble(from[i]), biased = x + (std::is_signed_v<S> ? std::copysign(bias, x) : bias);
+      to[i] = exact::saturated<D>(static_cast<std::int32_t>(biased * reciprocal));
+    }
+  }
+
+ private:
+  double bias_, reciprocal_;
 };
 
 /// An integer by any number. `half` is where rounding up begins: 1/2, or beyond 1 to truncate.
@@ -228,11 +271,12 @@ void qf_PelQuotient(const qc_PelRows<const S>& from, const qc_PelRows<D>& to, do
       if (isWhole && divisor > 0) return divide(ByteQuotient(divisor, isRounded), from, to);
     }
     if constexpr (sizeof(S) == 1) return divideByTable(from, to, divisor, half);
-    if constexpr (std::is_arithmetic_v<S> && sizeof(S) > 1) {
+    if constexpr (std::is_arithmetic_v<S> && sizeof(S) == 2) {
+      if (isWhole) return divide(ShortQuotient<S, D>(divisor, isRounded), from, to);
+    }
+    if constexpr (std::is_arithmetic_v<S> && sizeof(S) == 4) {
       const double least = std::is_unsigned_v<S> && isRounded ? 3 : 2;
-      if (isWhole && (sizeof(S) == 2 || std::fabs(divisor) >= least)) {
-        return divide(WholeQuotient<S, D>(divisor, isRounded), from, to);
-      }
+      if (isWhole && std::fabs(divisor) >= least) return divide(WholeQuotient<S, D>(divisor, isRounded), from, to);
     }
     divide(RealQuotient<S, D>{divisor, half}, from, to);
   }
