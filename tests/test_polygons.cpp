@@ -10,6 +10,7 @@
 #include <random>
 #include <vector>
 
+#include "std/shapes/winding.h"
 #include "support/allocations.h"
 #include "vnxstd/math/rigid.h"
 #include "vnxstd/pelspan/pelspan.h"
@@ -243,6 +244,48 @@ TEST(PolylineWinding, IsExactBesideSides) {
   }
 }
 
+/// In whole numbers, piece by piece: upward and downward pieces with p on their left and right, and whether one holds
+/// p.
+qc_shapes::Winding windingOnGrid(const Points& points, const V& p) {
+  qc_shapes::Winding sum;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    const V a = points[i] - p, b = points[(i + 1) % points.size()] - p;
+    const double cross = a.cross(b);
+    sum.number += (a.y() <= 0 && b.y() > 0 && cross > 0) - (a.y() > 0 && b.y() <= 0 && cross < 0);
+    sum.touches = sum.touches || (cross == 0 && a * b <= 0);
+  }
+  return sum;
+}
+
+// At every instruction-set level and by way of cells, in polygons of all sizes: tangled ones, combs and thin ones.
+TEST(PolylineWinding, IsTheSameInEveryWay) {
+  for (unsigned seed = 0; seed < 1500; ++seed) {
+    Random random(seed);
+    const int count = random.integer(1, seed % 4 == 0 ? 200 : 20), size = random.flip() ? 6 : 1000;
+    Points points = random.gridPoints(count, size);
+    for (int i = 0; seed % 3 == 0 && i < count; ++i) points[static_cast<std::size_t>(i)] = V(i, i % 2 * size);
+    const double flat = std::ldexp(1, -40 * random.integer(0, 1)), far = random.integer(0, 1) * 0x1p40;
+    Points placed;
+    for (const V& v : points) placed.push_back(V(v.x(), flat * v.y() + far));
+    const qcPolyline polygon(placed, true);
+    const qcPreparedPolygon prepared(polygon);
+    for (int k = 0; k < 40; ++k) {
+      const auto any = [&] { return points[static_cast<std::size_t>(random.integer(0, count - 1))]; };
+      const V p = k % 4 == 0 ? any() : k % 4 == 1 ? V(any().x(), any().y()) : random.gridPoint(size + 1) - V(1, 0);
+      const V at(p.x(), flat * p.y() + far);
+      ASSERT_EQ(prepared.within(at), polygon.within(at)) << seed;
+      const qc_shapes::Winding expected = windingOnGrid(points, p);
+      for (const auto counter : qc_shapes::windingCounters()) {
+        const qc_shapes::Winding found = counter(points.data(), points.size(), p);
+        ASSERT_EQ(found.touches, expected.touches) << seed;
+        ASSERT_TRUE(found.touches || found.number == expected.number) << seed;
+      }
+      ASSERT_TRUE(expected.touches || far != 0 || prepared.within(at) == (expected.number != 0)) << seed;
+    }
+  }
+  EXPECT_THROW(qcPreparedPolygon(qcPolyline({{0, 0}, {1, 0}, {1, 1}}, false)), qcShapesError::NotRegion);
+}
+
 // ---- hulls and distances
 
 TEST(PolylineHulls, AreConvexAndHoldEveryVertex) {
@@ -332,6 +375,7 @@ TEST(PolylineMeasures, AnswerAnyNumbers) {
     if (line.areaMoment0() != 0) line.principalMomentsArea(p, frame);
     line.nearestPoints(other, p, q);
     line.within(p);
+    qcPreparedPolygon(line).within(point());
     other.generalWindingAngle(point());
     EXPECT_GE(line.convexHull().numVertices() + line.extremalVertexIndex(qcRadian(m[0])), 0);
     const qcAffineRectangle rect(qcXform<2>({p.x(), q.x(), p.y(), q.y()}, point()));

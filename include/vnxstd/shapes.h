@@ -15,6 +15,7 @@
 #include "vnxstd/shapes/lineseg.h"
 #include "vnxstd/shapes/parallelogram.h"
 #include "vnxstd/shapes/polyline.h"
+#include "vnxstd/shapes/preparedpolygon.h"
 #include "vnxstd/shapes/rasterize.h"
 #include "vnxstd/shapes/rect.h"
 #include "vnxstd/shapes/regiontree.h"

@@ -2,31 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <utility>
 
 namespace qc_shapes {
 namespace {
 
 int signOf(double value) { return (value > 0) - (value < 0); }
-
-int exactOrientation(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& p) {
-  double largest = 0;
-  for (const qcVector<2>& v : {a, b, p}) largest = std::max({largest, std::fabs(v.x()), std::fabs(v.y())});
-  if (!(largest > 0) || !std::isfinite(largest)) return 0;
-  // Scaled by a power of two, so that the products do not leave the range.
-  const int exponent = -std::ilogb(largest);
-  const auto scaled = [exponent](const qcVector<2>& v) {
-    return qcVector<2>(std::ldexp(v.x(), exponent), std::ldexp(v.y(), exponent));
-  };
-  const qcVector<2> u = scaled(a), v = scaled(b), w = scaled(p);
-  ExactSum sum;
-  for (const auto& [from, to] : {std::pair(&u, &v), std::pair(&v, &w), std::pair(&w, &u)}) {
-    sum.addProduct(from->x(), to->y());
-    sum.addProduct(-from->y(), to->x());
-  }
-  return sum.sign();
-}
 
 }  // namespace
 
@@ -64,15 +45,22 @@ double ExactSum::ceil() const {
   return whole == leading() && signOfRest() > 0 ? whole + 1 : whole;
 }
 
-int orientation(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& p) {
-  // Shewchuk's bound of what rounding can do to the difference of the products, and a little for what underflows.
-  constexpr double kEpsilon = std::numeric_limits<double>::epsilon() / 2, kBound = (3 + 16 * kEpsilon) * kEpsilon;
-  const double left = (a.x() - p.x()) * (b.y() - p.y()), right = (a.y() - p.y()) * (b.x() - p.x());
-  const double difference = left - right;
-  const double error = kBound * (std::fabs(left) + std::fabs(right)) + std::numeric_limits<double>::min();
-  if (difference > error) return 1;
-  if (-difference > error) return -1;
-  return exactOrientation(a, b, p);
+int exactOrientation(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& p) {
+  double largest = 0;
+  for (const qcVector<2>& v : {a, b, p}) largest = std::max({largest, std::fabs(v.x()), std::fabs(v.y())});
+  if (!(largest > 0) || !std::isfinite(largest)) return 0;
+  // Scaled by a power of two, so that the products do not leave the range.
+  const int exponent = -std::ilogb(largest);
+  const auto scaled = [exponent](const qcVector<2>& v) {
+    return qcVector<2>(std::ldexp(v.x(), exponent), std::ldexp(v.y(), exponent));
+  };
+  const qcVector<2> u = scaled(a), v = scaled(b), w = scaled(p);
+  ExactSum sum;
+  for (const auto& [from, to] : {std::pair(&u, &v), std::pair(&v, &w), std::pair(&w, &u)}) {
+    sum.addProduct(from->x(), to->y());
+    sum.addProduct(-from->y(), to->x());
+  }
+  return sum.sign();
 }
 
 }  // namespace qc_shapes

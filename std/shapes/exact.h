@@ -2,7 +2,9 @@
 #pragma once
 
 #include <array>
+#include <cmath>
 #include <cstddef>
+#include <limits>
 
 #include "vnxstd/math/vector.h"
 
@@ -33,8 +35,24 @@ class ExactSum {
   int size_ = 0;
 };
 
+/// The same as orientation, but 0 also where rounding could matter.
+inline int clearOrientation(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& p) {
+  // Shewchuk's bound of what rounding can do to the difference of the products, and a little for what underflows.
+  constexpr double kEpsilon = std::numeric_limits<double>::epsilon() / 2, kBound = (3 + 16 * kEpsilon) * kEpsilon;
+  const double left = (a.x() - p.x()) * (b.y() - p.y()), right = (a.y() - p.y()) * (b.x() - p.x());
+  const double difference = left - right;
+  const double error = kBound * (std::fabs(left) + std::fabs(right)) + std::numeric_limits<double>::min();
+  return static_cast<int>(difference > error) - static_cast<int>(-difference > error);
+}
+
+/// The same as orientation, the long way.
+int exactOrientation(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& p);
+
 /// On which side of the line from `a` to `b` the point `p` lies: 1 on the left, -1 on the right, 0 on the line itself.
 /// Exact for finite coordinates whose magnitudes span less than 1e140.
-int orientation(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& p);
+inline int orientation(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& p) {
+  const int side = clearOrientation(a, b, p);
+  return side != 0 ? side : exactOrientation(a, b, p);
+}
 
 }  // namespace qc_shapes

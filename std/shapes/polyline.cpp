@@ -6,6 +6,7 @@
 #include "std/shapes/exact.h"
 #include "std/shapes/samplewriter.h"
 #include "std/shapes/segment.h"
+#include "std/shapes/winding.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/shapes/rect.h"
 #include "vnxstd/shapes/shapeinfo.h"
@@ -62,6 +63,14 @@ long windingNumberBeside(const std::vector<qcVector<2>>& corners, const qcVector
     if (isAbove(b) == (sideways > 0)) number += sideways;
   }
   return number;
+}
+
+// How often a closed chain winds around p.
+long windingNumber(const std::vector<qcVector<2>>& vertices, const qcVector<2>& p) {
+  static const qc_shapes::WindingCounter fastest = qc_shapes::windingCounters().back();
+  if (vertices.empty()) return 0;
+  const qc_shapes::Winding winding = fastest(vertices.data(), vertices.size(), p);
+  return winding.touches ? windingNumberBeside(distinct(vertices, true), p) : winding.number;
 }
 
 }  // namespace
@@ -122,7 +131,7 @@ void qcPolyline::reserve(long n) const {
 }
 
 qcRadian qcPolyline::generalWindingAngle(const qcVector<2>& p) const {
-  if (closed_) return qcRadian(static_cast<double>(windingNumber(p)) * qcRadian::turn);
+  if (closed_) return qcRadian(static_cast<double>(windingNumber(vertices_, p)) * qcRadian::turn);
   const std::vector<qcVector<2>> corners = distinct(vertices_, false);
   const qcVector<2> aside = leftSide(corners, false, p);
   double sum = 0;
@@ -130,27 +139,6 @@ qcRadian qcPolyline::generalWindingAngle(const qcVector<2>& p) const {
     sum += qc_shapes::angleSubtended(corners[i - 1], corners[i], p, aside);
   }
   return qcRadian(sum);
-}
-
-// Of a closed polyline: the pieces that pass upwards on the right of p, less those that pass downwards there.
-long qcPolyline::windingNumber(const qcVector<2>& p) const {
-  if (vertices_.empty()) return 0;
-  long number = 0;
-  const qcVector<2>* a = &vertices_.back();
-  bool fromAbove = a->y() > p.y();
-  for (const qcVector<2>& b : vertices_) {
-    const bool toAbove = b.y() > p.y();
-    bool touches = b.y() == p.y() && (b.x() == p.x() || (a->y() == p.y() && (a->x() < p.x()) != (b.x() < p.x())));
-    if (fromAbove != toAbove) {
-      const int side = qc_shapes::orientation(*a, b, p);
-      if (toAbove == (side > 0)) number += side;
-      touches = touches || side == 0;
-    }
-    if (touches) return windingNumberBeside(distinct(vertices_, true), p);
-    fromAbove = toAbove;
-    a = &b;
-  }
-  return number;
 }
 
 qcPolyline qcPolyline::map(const qcXform<2>& xform) const {
@@ -235,8 +223,8 @@ bool qcPolyline::isRightHanded() const {
 }
 
 bool qcPolyline::within(const qcVector<2>& p) const {
-  if (!isRegion()) throw qcShapesError::NotRegion();
-  return windingNumber(p) != 0;
+  if (!closed_ || vertices_.empty()) throw qcShapesError::NotRegion();
+  return windingNumber(vertices_, p) != 0;
 }
 
 qcPtrHandle<qcShape> qcPolyline::reverse() const {

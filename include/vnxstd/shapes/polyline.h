@@ -162,7 +162,6 @@ class VNXSTD_EXPORT qcPolyline : public qcShape {
   qcPerimPos normalized(const qcShapeInfo& info, const qcPerimPos& position) const;
   qcVector<2> pointOnPiece(const qcPerimPos& position) const;
   qcRadian tangentNear(long piece) const;
-  long windingNumber(const qcVector<2>& p) const;
 
   mutable std::vector<qcVector<2>> vertices_;  // mutable for reserve alone
   bool closed_;
