@@ -491,7 +491,7 @@ Cut cutToRectangle(V& p1, V& p2, const V& low, const V& high) {
     const double last = rises ? high[i] : low[i], scale = 1 / way[i];
     in[i] = (first[i] - start[i]) * scale;
     out[i] = (last - start[i]) * scale;
-    along |= !std::isfinite(scale) & ((start[i] == low[i]) | (start[i] == high[i]));
+    along = along || (!std::isfinite(scale) && (start[i] == low[i] || start[i] == high[i]));
   }
   const double enters = std::max({in.x(), in.y(), 0.0}), leaves = std::min({out.x(), out.y(), 1.0});
   const double rest = leaves - enters;
