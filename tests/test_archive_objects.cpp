@@ -451,7 +451,7 @@ TEST_P(Graphs, NestingHasALimitBothWays) {
   const std::string again = headOf(kLittle, seekable()) + bytes.substr(bytes.size() - (deepest.size() - 6));
   EXPECT_FALSE(tryLoad(again));
   archive << tooDeep;
-  EXPECT_EQ(archive.bytes().size() - bytes.size(), 18U);
+  EXPECT_EQ(archive.bytes().size() - bytes.size(), seekable() ? 42U : 18U);
 
   // From the end on, each object refers to one that is known, and the levels are the same.
   std::vector<NodeHandle> nodes{tooDeep};
@@ -543,7 +543,7 @@ TEST(HostileArchives, NorDoTheyWhenReferencesToThemFollowEachOther) {
   std::string references, records;
   for (std::size_t i = 1; i <= kRecords; ++i) {
     std::string reference = record(static_cast<int>(i), 0);
-    reference.replace(14, 4, stored(kBig, false, static_cast<int>(6 + kRecords * 18 + records.size())));
+    reference.replace(14, 4, stored(kBig, false, static_cast<int>(48 + kRecords * 18 + records.size())));
     references += reference;
     const std::size_t count = (kRecords - i) * kStride / 8 + kNumbers;
     records += record(static_cast<int>(i), 1, kNodeName + kMarker) + fromHex("6F8B6844 00") +
@@ -559,7 +559,7 @@ TEST(HostileArchives, NorDoTheyWhenReferencesToThemFollowEachOther) {
   // What is let go of makes room: the first one can be read as often as one likes.
   for (int round = 0; round < 100; ++round) {
     nodes.clear();
-    archive->seek(6, 0);
+    archive->seek(48, 0);
     NodeHandle first;
     *archive || first;
     EXPECT_GT(first->data.size(), kNumbers);
@@ -701,11 +701,11 @@ TEST(SeekableArchives, ReservedRoomIsFilledInLater) {
   archive.reserve32();
   archive.reserve64();
   archive.reserve16();
-  archive.seek(3, 0);
+  archive.seek(-14, 1);
   archive << 0x01020304;
   archive.append();
   archive << true;
-  EXPECT_EQ(bytesOf(archive), fromHex("0300 00 01020304 0000000000000000 0000 01"));
+  EXPECT_EQ(bytesOf(archive), headOf(kBig, true) + fromHex("00 01020304 0000000000000000 0000 01"));
 }
 
 TEST(SeekableArchives, CanBeReadAtAnyObjectAndAppendedTo) {
@@ -731,7 +731,7 @@ TEST(SeekableArchives, CanBeReadAtAnyObjectAndAppendedTo) {
       if (known) {  // an object that was loaded is not stored again
         const auto before = static_cast<long>(archive->tell());
         *archive << known;
-        EXPECT_LT(static_cast<long>(archive->tell()) - before, 27);
+        EXPECT_LT(static_cast<long>(archive->tell()) - before, 43);
         dissolve(known);
       }
       // Back to reading, in the same archive: the objects are new ones.
@@ -799,7 +799,7 @@ TEST(SeekableArchives, AReferenceLeadsOnlyToItsObject) {
     std::string reference = record(1, 0);
     reference.replace(14, 4, stored(kBig, false, position));
     BytesArchive archive(headOf(kBig, true) + record(2, 1) + reference, true);
-    archive->seek(20, 0);
+    archive->seek(18, 1);
     NodeHandle handle;
     EXPECT_THROW(*archive || handle, qcArchive::Errors);
   }

@@ -88,6 +88,7 @@ void qcArchive::ctorFinished() {
     unsigned char head[2] = {static_cast<unsigned char>((seekable_ ? kSeekableFlag : 0) | (kVersion << kVersionShift)),
                              static_cast<unsigned char>(ordering_)};
     qf_WriteBytes(*buffer_, head, sizeof head, kWriteRawLine);
+    if (seekable_) index_->chain().start();
     return;
   }
   unsigned char head = 0, order = 0;
@@ -100,6 +101,7 @@ void qcArchive::ctorFinished() {
   if (order > 1) throw BadBuffer(kArchiveSource, kOrderingLine);
   ordering_ = static_cast<Ordering>(order);
   swapBytes_ = (ordering_ == littleEndian) != kNativeIsLittle;
+  if (seekable_) index_->chain().open();
 }
 
 void qcArchive::dtorStarting() noexcept {
@@ -117,7 +119,7 @@ void qcArchive::mode(Direction direction) {
   highWater_ = std::max(highWater_, position);
   if (direction == direction_) return;
   if (isStoring()) {
-    sync();
+    flush();
   } else {
     index_->numberBehindData();
   }
@@ -133,6 +135,7 @@ void qcArchive::mode(Direction direction) {
 void qcArchive::append() {
   if (!seekable_) throw NotSeekable(kArchiveSource, kAppendLine);
   mode(storing);
+  index_->chain().cutUnfinished();
   seekTo(std::max(highWater_, endOffset()));
 }
 
@@ -140,7 +143,11 @@ void qcArchive::wideSizes(bool wide) noexcept { index_->wideSizes(wide); }
 
 bool qcArchive::isStillLoading(const qcPersistent* object) const noexcept { return index_->isStillLoading(object); }
 
-void qcArchive::sync() {
+void qcArchive::sync() { flush(); }
+
+bool qcArchive::truncate(std::streamoff) { return false; }
+
+void qcArchive::flush() {
   if (buffer_->pubsync() == -1) throw BadBuffer(kArchiveSource, kSyncLine);
 }
 

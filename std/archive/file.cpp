@@ -5,6 +5,7 @@
 #include "vnxstd/archive/file.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -16,19 +17,55 @@
 #include "std/archive/format.h"
 #include "std/archive/nativepath.h"
 
+#if defined(_WIN32)
+#include <io.h>
+#include <share.h>
+#else
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 namespace {
 
-// Null when the file cannot be opened.
-std::FILE* openFile(const std::wstring& path, const char* mode) {
-  const std::filesystem::path native = qf_NativePath(path);
-  std::error_code ignored;
-  if (std::filesystem::is_directory(native, ignored)) return nullptr;  // opens, but yields nothing
+struct Opened {
+  std::FILE* file = nullptr;
+  bool inUse = false;
+};
+
 #if defined(_WIN32)
-  return _wfopen(native.c_str(), std::wstring(mode, mode + std::strlen(mode)).c_str());
-#else
-  return std::fopen(native.c_str(), mode);
-#endif
+
+Opened openFile(const std::filesystem::path& path, bool truncate, bool readOnly) {
+  const wchar_t* mode = truncate ? L"w+b" : readOnly ? L"rb" : L"r+b";
+  std::FILE* file = _wfsopen(path.c_str(), mode, readOnly ? _SH_DENYNO : _SH_DENYWR);
+  return {file, !file && errno == EACCES && std::filesystem::exists(path)};
 }
+
+bool syncFile(std::FILE* file) { return _commit(_fileno(file)) == 0; }
+bool truncateFile(std::FILE* file, long long size) { return _chsize_s(_fileno(file), size) == 0; }
+
+#else
+
+Opened openFile(const std::filesystem::path& path, bool truncate, bool readOnly) {
+  const int access = readOnly ? O_RDONLY : truncate ? O_RDWR | O_CREAT : O_RDWR;
+  const int descriptor = ::open(path.c_str(), access | O_CLOEXEC, 0666);
+  if (descriptor < 0) return {};
+  struct stat status {};
+  const bool regular = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+  // The lock belongs to the open file: it goes with it, and holds against this process, too.
+  const bool inUse = regular && !readOnly && ::flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  if (!inUse && (!truncate || !regular || ::ftruncate(descriptor, 0) == 0)) {
+    if (std::FILE* file = ::fdopen(descriptor, readOnly ? "rb" : "r+b")) return {file, false};
+  }
+  ::close(descriptor);
+  return {nullptr, inUse};
+}
+
+bool syncFile(std::FILE* file) { return ::fsync(::fileno(file)) == 0 || errno == EINVAL || errno == EROFS; }
+bool truncateFile(std::FILE* file, long long size) { return ::ftruncate(::fileno(file), size) == 0; }
+
+#endif
 
 bool seekFile(std::FILE* file, long long offset, int origin) {
 #if defined(_WIN32)
@@ -65,9 +102,29 @@ class qcFileArchive::Stream : public std::streambuf {
   Stream& operator=(const Stream&) = delete;
 
   void open(Direction direction, bool readOnly) {
-    file_ = openFile(path_, direction == storing ? "w+b" : readOnly ? "rb" : "r+b");
-    if (!file_) throw BadFile((L"Could not open file: " + path_).c_str(), 0);
+    const std::filesystem::path native = qf_NativePath(path_);
+    std::error_code ignored;
+    const bool isFolder = std::filesystem::is_directory(native, ignored);  // opens, but yields nothing
+    const Opened opened = isFolder ? Opened() : openFile(native, direction == storing, readOnly);
+    if (opened.inUse) throw BadFile((L"File is in use: " + path_).c_str(), 0);
+    if (!opened.file) throw BadFile((L"Could not open file: " + path_).c_str(), 0);
+    file_ = opened.file;
     std::setvbuf(file_, nullptr, _IONBF, 0);
+  }
+
+  bool syncToMedium() {
+    if (!flush()) return false;
+    if (file_ && !syncFile(file_)) failed_ = true;
+    return !failed_;
+  }
+
+  /// Whether the file could be cut.
+  bool truncate(off_type end) {
+    if (!file_ || !flush()) return false;
+    drop();
+    at_ = end;
+    moved_ = true;
+    return truncateFile(file_, end);
   }
 
   /// Whether all went well.
@@ -258,3 +315,9 @@ qcFileArchive::~qcFileArchive() { dtorStarting(); }
 void qcFileArchive::close() {
   if (!stream_->close()) throw BadBuffer(qc_format::kArchiveSource, qc_format::kSyncLine);
 }
+
+void qcFileArchive::sync() {
+  if (!stream_->syncToMedium()) throw BadBuffer(qc_format::kArchiveSource, qc_format::kSyncLine);
+}
+
+bool qcFileArchive::truncate(std::streamoff end) { return stream_->truncate(end); }

@@ -30,9 +30,19 @@ constexpr std::array<unsigned char, 3> kRecordTag{0x4F, 0xE5, 0x70};
 constexpr unsigned char kNarrowRecord = 0x54;
 constexpr unsigned char kWideRecord = 0x55;
 constexpr unsigned char kRecordVersion = 1;
-constexpr unsigned char kReference = 0;  // kinds
-constexpr unsigned char kInline = 1;
-constexpr std::size_t kRecordHead = 10;  // bytes before the two size fields
+constexpr std::size_t kRecordHead = 10;  // bytes before the size fields
+constexpr std::size_t kLinkedHead = 42;  // bytes of the whole head of a linked record
+
+// Kinds of records. Linked ones form the chain of a seekable archive.
+constexpr unsigned char kReference = 0x00;
+constexpr unsigned char kInline = 0x01;  // also a flag: the object follows
+constexpr unsigned char kAnchor = 0x10;
+constexpr unsigned char kMark = 0x12;
+constexpr unsigned char kPointer = 0x14;
+constexpr unsigned char kObject = 0x19;
+constexpr unsigned char kSecondNumber = 0x40;  // flag: the number is in the last field
+constexpr unsigned char kRemoved = 0x80;       // flag
+constexpr long kAnchorAt = 2;
 
 // Where errors say that they were raised: fixed names and lines, because people search logs and old reports for them.
 constexpr const char* kArchiveSource = "archive";
@@ -56,6 +66,7 @@ constexpr int kOrderingLine = 807;
 constexpr int kModeLine = 870;
 constexpr int kReadOnlyLine = 874;
 constexpr int kAppendLine = 886;
+constexpr int kIndexLine = 900;
 constexpr int kNestingLine = 940;
 constexpr int kOldArchiveLine = 960;
 constexpr int kUnknownTypeLine = 965;
@@ -73,6 +84,12 @@ constexpr int kRecordIdentifierLine = 1860;
 constexpr int kIdentifiersUsedUpLine = 1880;
 constexpr int kRecordSizeLine = 1890;
 constexpr int kRecordOverlapLine = 1900;
+constexpr int kNotAtEndLine = 1910;
+constexpr int kBrokenChainLine = 1915;
+constexpr int kNoChainLine = 1920;
+constexpr int kNoRecordLine = 1925;
+constexpr int kTakenLine = 1930;
+constexpr int kNumberLine = 1935;
 constexpr int kHandleClassLine = 1960;
 constexpr int kUnknownNameLine = 1970;
 constexpr int kNotInArchiveLine = 1980;

@@ -5,6 +5,7 @@
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 #include "std/archive/areas.h"
@@ -18,7 +19,7 @@ using namespace qc_format;
 namespace {
 
 constexpr std::int32_t kLastId = std::numeric_limits<std::int32_t>::max();
-constexpr std::size_t kScanBytes = 65536;
+constexpr std::streamoff kWideFrom = std::streamoff{1} << 31;
 constexpr std::size_t kShortName = 100;  // type names up to this length go out with their record in one piece
 
 // A place in a cache for what is known by its address.
@@ -27,30 +28,6 @@ std::size_t cachePlace(const void* address) noexcept {
   const auto bits = reinterpret_cast<std::uintptr_t>(address);
   return ((bits >> 4) ^ (bits >> 9)) % N;
 }
-
-// Bytes put together before they are written.
-class Composer {
- public:
-  explicit Composer(bool swap) noexcept : swap_(swap) {}
-  void byte(unsigned char b) noexcept { bytes_[size_++] = b; }
-  void bytes(const void* data, std::size_t count) noexcept {
-    std::memcpy(bytes_.data() + size_, data, count);
-    size_ += count;
-  }
-  template <class Word>
-  void word(Word w) noexcept {
-    if (swap_) qf_Reverse(w);
-    bytes(&w, sizeof w);
-  }
-  const unsigned char* data() const noexcept { return bytes_.data(); }
-  std::size_t size() const noexcept { return size_; }
-
- private:
-  // A record with 8-byte fields, a short name with its length and quotes, the object marker.
-  std::array<unsigned char, kRecordHead + 16 + 3 + kShortName + kObjectMarker.size()> bytes_;
-  std::size_t size_ = 0;
-  bool swap_;
-};
 
 }  // namespace
 
@@ -164,7 +141,11 @@ class qc_ArchiveIndex::CountGuard {
   Given given_;
 };
 
-qc_ArchiveIndex::qc_ArchiveIndex(qcArchive& archive) : archive_(archive), numbered_(archive.isStoring()) {}
+qc_ArchiveIndex::qc_ArchiveIndex(qcArchive& archive)
+    : archive_(archive), numbered_(archive.isStoring()), chain_(archive) {}
+
+// Whether sizes and positions written here take 8 bytes: a little early, so that 4 are enough for what follows.
+bool qc_ArchiveIndex::isWideHere() { return wideSizes_ || seekableOffset() >= kWideFrom; }
 
 bool qc_ArchiveIndex::isStillLoading(const qcPersistent* object) noexcept {
   if (!object || made_.empty()) return false;
@@ -209,23 +190,13 @@ qcUInt64 qc_ArchiveIndex::readSize(bool wide) {
 }
 
 // Writes a record, the name of the type behind it if there is one, and the object marker if it is wanted.
-void qc_ArchiveIndex::writeRecord(const Record& record, const std::string* name, bool marked) {
-  if (!wideSizes_ && record.position > std::numeric_limits<std::uint32_t>::max()) {
+void qc_ArchiveIndex::writeRecord(const qc_Record& record, const std::string* name, bool marked) {
+  if (!record.wide && record.position > std::numeric_limits<std::uint32_t>::max()) {
     throw qcArchive::BadContent(kIndexSource, kRecordSizeLine);
   }
-  Composer out(archive_.swapBytes_);
-  out.bytes(kRecordTag.data(), kRecordTag.size());
-  out.byte(wideSizes_ ? kWideRecord : kNarrowRecord);
-  out.byte(kRecordVersion);
-  out.word(static_cast<std::uint32_t>(record.id));
-  out.byte(record.kind);
-  for (const qcUInt64 field : {record.size, record.position}) {
-    if (wideSizes_) {
-      out.word(static_cast<std::uint64_t>(field));
-    } else {
-      out.word(static_cast<std::uint32_t>(field));
-    }
-  }
+  // With 8-byte fields, a short name with its length and quotes, and the object marker.
+  qc_Composer<kRecordHead + 16 + 3 + kShortName + kObjectMarker.size()> out(archive_.swapBytes_);
+  qf_ComposeRecord(out, record);
   const bool inOnePiece = name && name->size() <= kShortName;
   if (inOnePiece) {
     out.byte(static_cast<unsigned char>(name->size()));
@@ -241,25 +212,18 @@ void qc_ArchiveIndex::writeRecord(const Record& record, const std::string* name,
   }
 }
 
-qc_ArchiveIndex::Record qc_ArchiveIndex::readRecord() {
-  unsigned char head[kRecordHead];
-  qf_ReadBytes(buffer(), head, sizeof head, kReadRawLine);
-  Record record;
-  record.wide = head[3] == kWideRecord;
-  if (!std::equal(kRecordTag.begin(), kRecordTag.end(), head) || (!record.wide && head[3] != kNarrowRecord)) {
-    throw qcArchive::BadContent(kIndexSource, kRecordTagLine);
-  }
+qc_Record qc_ArchiveIndex::readRecord() {
+  unsigned char head[kLinkedHead];
+  const std::streamoff at = seekableOffset();
+  qf_ReadBytes(buffer(), head, kRecordHead, kReadRawLine);
+  if (!qf_IsRecord(head)) throw qcArchive::BadContent(kIndexSource, kRecordTagLine);
   qcArchive::checkVersion(head[4], kRecordVersion, kIndexSource, kRecordVersionLine);
-  std::uint32_t id;
-  std::memcpy(&id, head + 5, sizeof id);
-  if (archive_.swapBytes_) qf_Reverse(id);
-  record.id = static_cast<std::int32_t>(id);
-  record.kind = head[9];
-  record.size = readSize(record.wide);
-  record.position = readSize(record.wide);
-  if (record.id < 0 || (record.id == 0 && record.kind == kInline)) {
-    throw qcArchive::BadContent(kIndexSource, kRecordIdentifierLine);
-  }
+  qc_Record record = qf_ParseHead(head, archive_.swapBytes_);
+  record.at = at;
+  if (!isSeekable() && record.kind != kInline) record.kind = kReference;  // nothing is linked there
+  qf_ReadBytes(buffer(), head, record.headSize() - kRecordHead, kReadWordLine);
+  qf_ParseFields(record, head, archive_.swapBytes_);
+  if (!record.isValid()) throw qcArchive::BadContent(kIndexSource, kRecordIdentifierLine);
   return record;
 }
 
@@ -320,28 +284,7 @@ void qc_ArchiveIndex::skipTo(std::streamoff bodyStart, qcUInt64 size, int line) 
 
 void qc_ArchiveIndex::numberBehindData() {
   if (numbered_) return;
-  // Looks for what can be the head of a record. Other data may look the same: a number is then left out.
-  constexpr std::size_t kHead = kRecordHead;
-  const std::streamoff here = archive_.offset();
-  archive_.seekTo(0);
-  std::vector<unsigned char> window(kScanBytes + kHead);
-  std::size_t kept = 0;
-  for (;;) {
-    const std::size_t read = qc_Areas::read(buffer(), window.data() + kept, kScanBytes);
-    const std::size_t size = kept + read;
-    for (std::size_t i = 0; i + kHead <= size; ++i) {
-      if (!std::equal(kRecordTag.begin(), kRecordTag.end(), &window[i])) continue;
-      if ((window[i + 3] != kNarrowRecord && window[i + 3] != kWideRecord) || window[i + 4] > kRecordVersion) continue;
-      std::uint32_t id;
-      std::memcpy(&id, &window[i + 5], sizeof id);
-      if (archive_.swapBytes_) qf_Reverse(id);
-      if (id < static_cast<std::uint32_t>(kLastId)) nextId_ = std::max(nextId_, static_cast<std::int32_t>(id) + 1);
-    }
-    if (read == 0) break;
-    kept = std::min(size, kHead - 1);
-    std::memmove(window.data(), window.data() + size - kept, kept);
-  }
-  archive_.seekTo(here);
+  nextId_ = std::max(nextId_, chain_.largestIdentifier() + 1);
   numbered_ = true;
 }
 
@@ -379,7 +322,7 @@ void qc_ArchiveIndex::storeObject(qcPersistent& object, bool marked) {
   if (!marked) qf_WriteBytes(buffer(), kObjectMarker.data(), kObjectMarker.size(), kWriteRawLine);
   if (!isSeekable()) return object.serialize(archive_, 1);
 
-  const bool wide = wideSizes_;
+  const bool wide = isWideHere();
   unsigned char variant = wide ? kWideSize : kNarrowSize;
   qf_WriteBytes(buffer(), kEntryTag.data(), kEntryTag.size(), kWriteRawLine);
   archive_ || variant;
@@ -409,19 +352,34 @@ void qc_ArchiveIndex::loadObject(qcPersistent& object) {
   if (!marked && object.loadLegacy(archive_)) return;
   if (!isSeekable()) return object.serialize(archive_, 1);
 
+  const Body body = readEntry();
+  if (body.name != entryOf(object).name) throw qcArchive::BadType(kIndexSource, kEntryTypeLine);
+  object.serialize(archive_, 1);
+  skipTo(body.at, body.size, kEntrySizeLine);
+}
+
+qc_ArchiveIndex::Body qc_ArchiveIndex::readEntry() {
   std::array<unsigned char, kEntryTag.size()> tag;
   unsigned char variant = 0;
   qf_ReadBytes(buffer(), tag.data(), tag.size(), kReadRawLine);
   if (tag != kEntryTag) throw qcArchive::BadContent(kIndexSource, kEntryTagLine);
   archive_ || variant;
   qcArchive::checkVersion(variant, kWideSize, kIndexSource, kEntrySizeVariantLine);
-  const qcUInt64 size = readSize(variant == kWideSize);
+  Body body;
+  body.size = readSize(variant == kWideSize);
+  archive_ || body.name;
+  body.at = archive_.offset();
+  return body;
+}
+
+qc_ArchiveIndex::Body qc_ArchiveIndex::readBodyOf(const qc_Record& object) {
+  archive_.seekTo(object.bodyAt());
   std::string name;
+  std::array<unsigned char, kObjectMarker.size()> marker;
   archive_ || name;
-  if (name != entryOf(object).name) throw qcArchive::BadType(kIndexSource, kEntryTypeLine);
-  const std::streamoff bodyStart = archive_.offset();
-  object.serialize(archive_, 1);
-  skipTo(bodyStart, size, kEntrySizeLine);
+  qf_ReadBytes(buffer(), marker.data(), marker.size(), kReadRawLine);
+  if (marker != kObjectMarker) throw qcArchive::BadContent(kIndexSource, kEntryTagLine);
+  return readEntry();
 }
 
 // Pointers.
@@ -429,61 +387,99 @@ void qc_ArchiveIndex::loadObject(qcPersistent& object) {
 void qc_ArchiveIndex::storePointer(qcPersistent* object, bool owned) {
   const Entry inside(*this);
   if (archive_.version_ == 0) throw qcArchive::CannotWriteToOldArchive(kArchiveSource, kOldArchiveLine);
-  Record record;
-  if (!object) return writeRecord(record, nullptr, false);
-  std::int32_t height = 0;
+  if (!object) return writeRecord(qc_Record(), nullptr, false);
+  // What lies within an object, or over older data, can be found from there only.
+  const bool linked = !owned && depth_ == 0 && isSeekable() && chain_.canGrow();
+  std::int32_t id = 0, height = 0;
   if (!owned && qc_HeldTable::isHeld(object)) {
     const std::lock_guard guard(qc_HeldTable::lock());
     if (const qc_HeldTable::Entry* entry = held_.find(object)) {
-      record.id = entry->stored;
+      id = entry->stored;
       height = entry->height;
     }
   }
-  if (record.id != 0) {
-    addLevels(height);
-    if (const auto found = positions_.find(record.id); found != positions_.end()) {
-      record.position = static_cast<qcUInt64>(found->second);
-    }
-    return writeRecord(record, nullptr, false);
+  if (id == 0) {
+    static_cast<void>(storeNew(*object, owned, linked ? kPointer : kReference));
+    return;
   }
+  addLevels(height);
+  const auto found = positions_.find(id);
+  const std::streamoff position = found == positions_.end() ? 0 : found->second;
+  if (linked) {
+    qc_RecordChain::Addition addition(chain_, nextId_ - 1);
+    addition.begin(kPointer, id, static_cast<qcUInt64>(position));
+    return addition.link();
+  }
+  qc_Record record;
+  record.id = id;
+  record.wide = isWideHere();
+  record.position = static_cast<qcUInt64>(position);
+  writeRecord(record, nullptr, false);
+}
 
+std::int32_t qc_ArchiveIndex::storeIndexed(qcPersistent& object) {
+  const Entry inside(*this);
+  return storeNew(object, false, kObject);
+}
+
+// Stores an object in full. With `kind` kPointer or kObject it becomes part of the chain, as what a pointer has brought
+// along or by itself.
+std::int32_t qc_ArchiveIndex::storeNew(qcPersistent& object, bool owned, unsigned char kind) {
   // Whatever can be refused is refused before a byte of the record is written.
-  const qc_RegistryEntry& entry = entryOf(*object);
+  const qc_RegistryEntry& entry = entryOf(object);
   checkNesting();
   if (nextId_ == kLastId) throw qcArchive::BadContent(kIndexSource, kIdentifiersUsedUpLine);
+  std::optional<qc_RecordChain::Addition> addition;
+  if (kind != kReference) addition.emplace(chain_, nextId_ - 1);
+  StoreGuard undo(*this);
+  qc_Record record;
   record.id = nextId_;
   record.kind = kInline;
-  const std::streamoff start = seekableOffset();
-  const bool wide = wideSizes_;
-  StoreGuard undo(*this);
+  record.wide = isWideHere();
+  record.at = seekableOffset();
+  if (kind == kPointer) record.at += static_cast<std::streamoff>(kLinkedHead);
   qc_HeldTable::Place place = qc_HeldTable::kNone;
   if (!owned) {
     if (stored_.size() == stored_.capacity()) stored_.reserve(stored_.size() * 2 + 16);
-    if (isSeekable()) positions_[record.id] = start;
+    if (isSeekable()) positions_[record.id] = record.at;
     const std::lock_guard guard(qc_HeldTable::lock());
-    place = held_.enter(object);
+    place = held_.enter(&object);
     stored_.push_back(place);
     held_.markStored(held_[place], record.id);
     held_[place].height = -1;
   }
   ++nextId_;
-  writeRecord(record, &entry.name, true);
-  storeObject(*object, true);
-  if (isSeekable()) {
-    const std::streamoff field = start + static_cast<std::streamoff>(kRecordHead);
-    patchSize(field, field + (wide ? 16 : 8), wide, kRecordSizeLine);
+  if (addition) {
+    if (kind == kPointer) addition->begin(kPointer | kInline, record.id, static_cast<qcUInt64>(record.at));
+    addition->begin(kObject, record.id);
+    archive_ << entry.name;
+  } else {
+    writeRecord(record, &entry.name, true);
+  }
+  storeObject(object, !addition);
+  if (addition) {
+    addition->finish(nextId_ - 1);
+    addition->link();
+  } else if (isSeekable()) {
+    patchSize(record.at + static_cast<std::streamoff>(kRecordHead), record.bodyAt(), record.wide, kRecordSizeLine);
   }
   if (!owned) {
     const std::lock_guard guard(qc_HeldTable::lock());
     held_[place].height = lastHeight_;
   }
   undo.succeed();
+  return record.id;
 }
 
 qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool owned) {
   const Entry inside(*this);
-  const Record record = readRecord();
-  if (record.id == 0) return {};
+  qc_Record record = readRecord();
+  std::streamoff behind = -1;
+  if (record.isLinked()) record = unlinked(record, behind);
+  if (record.id == 0) {
+    if (behind >= 0) archive_.seekTo(behind);
+    return {};
+  }
   const Deeper deeper(pointers_);
   if (pointers_ == 1 && isSeekable()) {
     chargedFrom_ = archive_.offset();
@@ -505,9 +501,35 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
     given = record.kind == kInline ? loadInline(record, cast, owned) : loadElsewhere(record, cast, owned);
     if (cast && !owned) qcRepBase::refInc(given.rep);
   }
+  if (behind >= 0) archive_.seekTo(behind);
   undo.succeed();
   if (pointers_ == 1) commit();
   return given;
+}
+
+// What a linked record that stands for a pointer says: a reference, or the object that comes next. A pointer and the
+// object that it brought along end at `behind`, whatever it refers to by now.
+qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& behind) {
+  if (record.is(kObject)) return inlineOf(record);
+  if (!record.is(kPointer)) throw qcArchive::BadContent(kIndexSource, kRecordIdentifierLine);
+  qc_Record reference;
+  if (!record.isRemoved()) reference.id = record.number();
+  if ((record.kind & kSecondNumber) == 0) reference.position = record.last;
+  if (!record.isFollowed()) return reference;
+  const qc_Record object = readRecord();
+  if (!object.is(kObject)) throw qcArchive::BadContent(kIndexSource, kRecordIdentifierLine);
+  if (static_cast<qcUInt64>(archive_.endOffset() - object.bodyAt()) < object.size) {
+    throw qcArchive::Eof(kIndexSource, kRecordSizeLine);
+  }
+  behind = object.end();
+  return object.id == reference.id && !object.isRemoved() ? inlineOf(object) : reference;
+}
+
+qc_Record qc_ArchiveIndex::inlineOf(const qc_Record& object) {
+  if (object.isRemoved()) throw qcArchive::NotFound(kIndexSource, kNotInIndexLine);
+  qc_Record record = object;
+  record.kind = kInline;
+  return record;
 }
 
 // What `cast` makes of an object that was just made; no typed object when it is of another class.
@@ -572,7 +594,7 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::makeObject(std::int32_t id, qc_PointerCa
   return given;
 }
 
-qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const Record& record, qc_PointerCast cast, bool owned) {
+qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const qc_Record& record, qc_PointerCast cast, bool owned) {
   const std::streamoff bodyStart = seekableOffset();
   const std::size_t place = made_.size();
   const Given given = makeObject(owned ? 0 : record.id, cast);
@@ -583,22 +605,27 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const Record& record, qc_Poin
   entry.complete = true;
   entry.height = lastHeight_;
   if (isSeekable() && !owned) {
-    positions_[record.id] = bodyStart - static_cast<std::streamoff>(kRecordHead + (record.wide ? 16 : 8));
+    positions_[record.id] = record.at;
     if (entry.object) held_.markStored(entry, record.id);
   }
   return given;
 }
 
-qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const Record& record, qc_PointerCast cast, bool owned) {
+qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const qc_Record& record, qc_PointerCast cast, bool owned) {
   if (!archive_.seekable_) throw qcArchive::NotFound(kIndexSource, kNotInArchiveLine);
   auto position = static_cast<std::streamoff>(record.position);
-  if (const auto found = positions_.find(record.id); found != positions_.end()) position = found->second;
+  if (const qc_Record* object = chain_.object(record.id)) {
+    position = object->at;
+  } else if (const auto found = positions_.find(record.id); found != positions_.end()) {
+    position = found->second;
+  }
   const std::streamoff here = archive_.offset();
   if (position <= 0 || position >= archive_.endOffset()) throw qcArchive::NotFound(kIndexSource, kNotInIndexLine);
   charge(here, position);
   const std::streamoff chargedBefore = charged_, attributedBefore = attributed_;
   archive_.seekTo(position);
-  const Record target = readRecord();
+  qc_Record target = readRecord();
+  if (target.is(kObject)) target = inlineOf(target);
   if (target.id != record.id || target.kind != kInline) throw qcArchive::NotFound(kIndexSource, kNotInIndexLine);
   const std::size_t place = made_.size();
   const Given given = loadInline(target, cast, owned);
@@ -620,7 +647,7 @@ void qc_ArchiveIndex::charge(std::streamoff position, std::streamoff next) {
 }
 
 // Reads an inline copy of an object that is known already into an object that nobody sees.
-void qc_ArchiveIndex::readScratch(const Record& record) {
+void qc_ArchiveIndex::readScratch(const qc_Record& record) {
   if (isSeekable() && record.size != 0) return skipTo(archive_.offset(), record.size, kRecordSizeLine);
   const LoadGuard discard(*this);
   loadObject(*makeObject(0, nullptr).object);

@@ -1,6 +1,7 @@
 // Objects and pointers in one archive.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -10,7 +11,9 @@
 #include <unordered_map>
 #include <vector>
 
+#include "std/archive/chain.h"
 #include "std/archive/held.h"
+#include "std/archive/record.h"
 #include "std/archive/undo.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/archive/registry.h"
@@ -25,6 +28,9 @@ class qc_ArchiveIndex {
 
   /// An owned object is stored in full and is not remembered.
   void storePointer(qcPersistent* object, bool owned = false);
+
+  /// Stores an object as one of the index, and returns its identifier.
+  std::int32_t storeIndexed(qcPersistent& object);
 
   /// An object that a pointer or handle is given; a handle is given a count of it, too.
   struct Given {
@@ -43,7 +49,22 @@ class qc_ArchiveIndex {
   void numberBehindData();
   void wideSizes(bool wide) noexcept { wideSizes_ = wide; }
 
+  /// The body of an object of the index.
+  struct Body {
+    std::streamoff at = 0;
+    qcUInt64 size = 0;
+    std::string name;  // of its class
+  };
+  Body readBodyOf(const qc_Record& object);
+
+  /// The largest identifier given out so far.
+  std::int32_t lastID() const noexcept { return nextId_ - 1; }
+  /// Identifiers go on at `id`, or behind those in use when it is smaller.
+  void numberFrom(std::int32_t id) noexcept { nextId_ = std::max(nextId_, id); }
+
   void letGo() noexcept { held_.letGo(); }
+
+  qc_RecordChain& chain() noexcept { return chain_; }
 
  private:
   class Entry;
@@ -52,14 +73,6 @@ class qc_ArchiveIndex {
   class StoreGuard;
   class LoadGuard;
   class CountGuard;
-
-  struct Record {
-    std::int32_t id = 0;
-    unsigned char kind = 0;
-    qcUInt64 size = 0;      // of what follows inline
-    qcUInt64 position = 0;  // of the record that a reference refers to
-    bool wide = false;      // the two fields take 8 bytes each
-  };
 
   /// How objects of a class are cast to what a kind of handle wants; the same for all of them.
   struct Cast {
@@ -73,23 +86,28 @@ class qc_ArchiveIndex {
   bool isSeekable() const noexcept { return archive_.seekable_; }
   std::streamoff seekableOffset() { return isSeekable() ? archive_.offset() : 0; }
 
-  void writeRecord(const Record& record, const std::string* name, bool marked);
-  Record readRecord();
+  void writeRecord(const qc_Record& record, const std::string* name, bool marked);
+  qc_Record readRecord();
+  Body readEntry();
   const qc_RegistryEntry* readName();
   void writeSize(qcUInt64 size, bool wide);
   qcUInt64 readSize(bool wide);
+  bool isWideHere();
   void patchSize(std::streamoff field, std::streamoff bodyStart, bool wide, int line);
   void skipTo(std::streamoff bodyStart, qcUInt64 size, int line);
 
   void checkNesting(std::int32_t height = 0) const;
   void addLevels(std::int32_t height);
+  std::int32_t storeNew(qcPersistent& object, bool owned, unsigned char kind);
   void storeObject(qcPersistent& object, bool marked);
   void loadObject(qcPersistent& object);
 
-  Given loadInline(const Record& record, qc_PointerCast cast, bool owned);
-  Given loadElsewhere(const Record& record, qc_PointerCast cast, bool owned);
+  qc_Record unlinked(const qc_Record& record, std::streamoff& behind);
+  static qc_Record inlineOf(const qc_Record& object);
+  Given loadInline(const qc_Record& record, qc_PointerCast cast, bool owned);
+  Given loadElsewhere(const qc_Record& record, qc_PointerCast cast, bool owned);
   bool giveKnown(std::int32_t id, qc_PointerCast cast, Given& given);
-  void readScratch(const Record& record);
+  void readScratch(const qc_Record& record);
   Given makeObject(std::int32_t id, qc_PointerCast cast);
   Given castObject(qcPersistent* object, qc_PointerCast cast);
   void charge(std::streamoff position, std::streamoff next);
@@ -110,6 +128,7 @@ class qc_ArchiveIndex {
   std::int32_t height_ = 0;      // levels of objects below the innermost of these objects, so far
   std::int32_t lastHeight_ = 0;  // and below the object that was finished last
 
+  qc_RecordChain chain_;  // of a seekable archive
   qc_HeldTable held_;
   std::unordered_map<std::int32_t, std::streamoff> positions_;  // of inline records, in seekable archives
 

@@ -22,6 +22,14 @@ class qcStrstreambuf : public std::streambuf {
 
   std::span<const char> bytes() const { return {data_, size()}; }
 
+  /// Drops what lies behind `end`, and writes from there on.
+  void truncate(std::size_t end) {
+    if (end > size()) return;
+    size_ = writeAt_ = end;
+    if (own_) writeFrom(end);
+    readFrom(std::min(readOffset(), end));
+  }
+
  protected:
   int_type underflow() override {
     // What was written since the get area was set up can be read as well.
@@ -141,5 +149,10 @@ qcMemoryArchive::~qcMemoryArchive() { dtorStarting(); }
 const char* qcMemoryArchive::storage() const { return bytes().data(); }
 
 std::span<const char> qcMemoryArchive::bytes() const { return parts_.stream->bytes(); }
+
+bool qcMemoryArchive::truncate(std::streamoff end) {
+  parts_.stream->truncate(static_cast<std::size_t>(end));
+  return true;
+}
 
 std::vector<char> qcMemoryArchive::toVector() const { return {bytes().begin(), bytes().end()}; }

@@ -44,24 +44,23 @@ inline std::string toHex(std::string_view bytes) {
 
 inline std::string reversed(std::string text) { return {text.rbegin(), text.rend()}; }
 
-inline std::string headOf(qcArchive::Ordering ordering, bool seekable = false) {
-  return {static_cast<char>(seekable ? 3 : 2), static_cast<char>(ordering)};
-}
-
 inline std::string bytesOf(const qcMemoryArchive& archive) { return {archive.storage(), archive.bytes().size()}; }
 
 /// What storing the values writes.
 template <class... T>
 std::string archived(qcArchive::Ordering ordering, bool seekable, const T&... values) {
   qcMemoryArchive archive(ordering, seekable);
-  (archive << ... << values);
+  static_cast<void>((archive << ... << values));
   return bytesOf(archive);
 }
 
-/// The same without the header.
+/// The header, with the anchor of a chain without records behind it in a seekable archive.
+inline std::string headOf(qcArchive::Ordering ordering, bool seekable = false) { return archived(ordering, seekable); }
+
+/// What storing the values writes behind that.
 template <class... T>
 std::string stored(qcArchive::Ordering ordering, bool seekable, const T&... values) {
-  return archived(ordering, seekable, values...).substr(2);
+  return archived(ordering, seekable, values...).substr(headOf(ordering, seekable).size());
 }
 
 /// A loading archive over these bytes; the header comes first when there is one.

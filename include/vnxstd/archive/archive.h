@@ -27,6 +27,7 @@
 #include "vnxstd/export.h"
 
 class qc_ArchiveIndex;
+class qc_RecordChain;
 
 class VNXSTD_EXPORT qcArchive {
  public:
@@ -185,13 +186,15 @@ class VNXSTD_EXPORT qcArchive {
   /// How many bytes the medium can still deliver to a loading archive, or -1 when it cannot tell.
   qcInt64 remaining();
 
-  /// Hands what was written to the medium; throws BadBuffer or BadFile when it does not take it.
+  /// Hands what was written to the medium, for good where the medium can promise that; throws BadBuffer or BadFile when
+  /// it does not take it.
   virtual void sync();
 
   /// Turns a seekable archive from loading to storing or back, at the same position. Throws NotSeekable on another one
   /// and BadBuffer when a read-only archive is asked to store, both before anything is changed.
   void mode(Direction direction);
-  /// Turns a seekable archive to storing and goes to the end of its data. Throws like mode.
+  /// Turns a seekable archive to storing and goes to the end of its data, over what an interrupted program has left
+  /// unfinished there. Throws like mode.
   void append();
 
   /// The position, from the start of the archive's header on; -1 where the medium has none.
@@ -218,6 +221,87 @@ class VNXSTD_EXPORT qcArchive {
   /// store throws BadContent.
   void wideSizes(bool wide) noexcept;
 
+  // The index of a seekable archive. Marks are places that applications number; objects are those stored by
+  // storeObject, and those that a pointer has brought along which was stored at the end of the data and not within an
+  // object; pointers are all such pointers. What lies within objects, objects stored by value, and other data between
+  // them are not in the index. Opening an archive reads the heads of these records, whatever their size; finding one is
+  // logarithmic in their number.
+  //
+  // A record is found once it is stored in full: an archive whose program was killed in between holds all that were
+  // stored before, and what was stored before a sync that has returned survives a loss of power. Changing or removing a
+  // mark, pointer or object is one step that has happened or has not. Each of these operations throws NotSeekable on an
+  // archive that is not seekable. Those that change something throw BadBuffer when the archive is read-only; those that
+  // add records throw BadBuffer when the archive is loading or not at the end of its data, and BadContent when its
+  // chain of records is damaged. Those that read or change a record work on the one that begins at the current
+  // position, in either direction, and throw NotFound when none begins there.
+
+  /// The smallest and the largest number of a mark, and the next larger and smaller one; 0 for none.
+  long firstMarkNum() const;
+  long lastMarkNum() const;
+  long nextMarkNum(long number) const;
+  long prevMarkNum(long number) const;
+  /// Where a mark lies; 0 for none.
+  Position findMark(long number) const;
+  /// Goes behind a mark, and gives its number.
+  void skipMark();
+  void readMark(long& number);
+  /// Stores a mark and returns its number. With 0 it gets the first free number from the starting number on. Throws
+  /// Duplicate for a number that is taken, BadContent for one below 0 or beyond 2^31 - 1.
+  long writeNewMark(long number = 0);
+  /// Gives a mark another number; the archive stays where it is. Throws like writeNewMark, and BadContent for 0.
+  void renumberMark(long number);
+  void removeMark();
+  /// Where automatic numbers of marks begin, 1 unless set. Throws BadContent for a number below 1.
+  void setStartingNum(long number);
+
+  /// The smallest identifier of an object, and the next larger one; 0 for none.
+  long firstObjectID() const;
+  long nextObjectID(long id) const;
+  /// Where an object's record lies; 0 for none.
+  Position findObject(long id) const;
+  /// The identifier of an object, the size of its body in bytes and where the body lies. The archive stays where it is.
+  /// The first form throws BadContent for a size that does not fit.
+  void readObjectHeader(long& id, unsigned long& size, Position& body);
+  void readObjectHeader64(long& id, qcUInt64& size, Position& body);
+  /// The name of its class.
+  std::string objectTypeName();
+  /// A new object, which the caller owns; the archive is behind it afterwards. Objects that it refers to and that are
+  /// loaded already are shared. Throws what loading a pointer throws; the archive then stays where it was.
+  qcPersistent* loadObject();
+  /// Stores an object in full, whether or not it was stored before, and returns its identifier. Pointers stored later
+  /// refer to it. Throws qcBadPointer for null.
+  long storeObject(qcPersistent* object);
+  /// References to it are NotFound from then on.
+  void removeObject();
+  /// Identifiers given out from now on are at least this one.
+  void setStartingID(long id);
+  /// Forgets which objects were stored and loaded: what is stored from now on is stored in full, and what is loaded is
+  /// loaded anew.
+  void forgetObjects() noexcept;
+
+  /// Where the first pointer lies, and the first one behind the current position; 0 for none.
+  Position firstPointerPos() const;
+  Position nextPointerPos();
+  /// The identifier of the object that a pointer refers to. The second form makes it refer to another object of the
+  /// index; throws NotFound when there is none.
+  long pointerObjectID();
+  void pointerObjectID(long id);
+  /// It reads as null from then on; the object that it brought along stays.
+  void removePointer();
+
+  /// Where a record begins that an interrupted program has not finished; 0 for none. The next append takes its place.
+  Position unfinished() const;
+  /// Where the chain of records is broken, as by damage to the medium; 0 when it is sound. The index then holds what
+  /// lies before that place, and nothing can be added.
+  Position damaged() const;
+  /// Reads the whole data behind that place and takes the records found there into the index; returns how many.
+  long salvage();
+
+  /// Another archive that belongs with this one, such as one that holds what this one refers to. It is kept for those
+  /// who ask; not owned.
+  qcArchive* secondary() const;
+  void secondary(qcArchive* archive);
+
   /// Whether `object` is being loaded by this archive at this moment. A reference to such an object closes a circle;
   /// classes whose members must form a tree or a chain refuse it, after loading a member, with BadContent.
   bool isStillLoading(const qcPersistent* object) const noexcept;
@@ -237,9 +321,13 @@ class VNXSTD_EXPORT qcArchive {
 
   std::streambuf* buffer() const noexcept { return buffer_; }
 
+  /// Drops what lies behind `end`; the put position is then anywhere. False when the medium cannot.
+  virtual bool truncate(std::streamoff end);
+
  private:
   friend class qcPersistent;
   friend class qc_ArchiveIndex;
+  friend class qc_RecordChain;
   friend VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, unsigned char& value);
   friend VNXSTD_EXPORT void* qf_SerializeTypedPointer(qcArchive& archive, qcPersistent* in,
                                                       void* (*cast)(qcPersistent*, const qcRepBase*&));
@@ -265,6 +353,8 @@ class VNXSTD_EXPORT qcArchive {
   std::streamoff offset();
   std::streamoff endOffset();
   void seekTo(std::streamoff position);
+  void flush();
+  qc_RecordChain& chain() const;
 
   std::streambuf* buffer_;
   bool readOnly_;
@@ -275,6 +365,7 @@ class VNXSTD_EXPORT qcArchive {
   unsigned char version_ = 1;
   std::streamoff highWater_ = 0;
   long nestingLimit_ = 512;
+  qcArchive* secondary_ = nullptr;
   std::unique_ptr<qc_ArchiveIndex> index_;
 };
 

@@ -31,6 +31,9 @@ class VNXSTD_EXPORT qcMemoryArchive : public qcArchive {
   std::span<const char> bytes() const;
   std::vector<char> toVector() const;
 
+ protected:
+  bool truncate(std::streamoff end) override;
+
  private:
   // What must exist before the base, and outlive it when a constructor throws.
   struct Parts {

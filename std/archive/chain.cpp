@@ -1,0 +1,364 @@
+#include "std/archive/chain.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <limits>
+#include <utility>
+
+#include "std/archive/areas.h"
+
+using namespace qc_format;
+
+namespace {
+
+constexpr std::size_t kScanBytes = 65536;
+// Fields that are written over.
+constexpr std::streamoff kIdField = 5, kKindField = 9, kPositionField = 18, kLastField = 34;
+
+}  // namespace
+
+// Reading.
+
+// Whether a well-formed linked record lies there.
+bool qc_RecordChain::read(std::streamoff place, qc_Record& record) {
+  unsigned char head[kLinkedHead];
+  archive_.seekTo(place);
+  if (qc_Areas::read(*archive_.buffer_, head, sizeof head) != sizeof head) return false;
+  if (!qf_IsRecord(head) || head[4] > kRecordVersion) return false;
+  record = qf_ParseHead(head, archive_.swapBytes_);
+  record.at = place;
+  if (!record.isLinked()) return false;
+  qf_ParseFields(record, head + kRecordHead, archive_.swapBytes_);
+  return record.isValid();
+}
+
+void qc_RecordChain::open() {
+  const std::streamoff end = archive_.endOffset();
+  anchored_ =
+      kAnchorAt + static_cast<std::streamoff>(kLinkedHead) <= end && read(kAnchorAt, anchor_) && anchor_.is(kAnchor);
+  if (!anchored_) return archive_.seekTo(kAnchorAt);
+  follow(end);
+  settle(end);
+  archive_.seekTo(anchor_.end());
+}
+
+// Takes in the records that the last one leads to. Links only lead forwards.
+void qc_RecordChain::follow(std::streamoff end) {
+  while (tail().position != 0) {
+    const auto place = static_cast<std::streamoff>(std::min(tail().position, static_cast<qcUInt64>(end)));
+    qc_Record record;
+    if (place < tail().end() || !read(place, record) || record.previous != static_cast<qcUInt64>(tail().at) ||
+        !isInside(record, end) || !add(record)) {
+      broken_ = place;
+      return;
+    }
+  }
+}
+
+bool qc_RecordChain::isInside(const qc_Record& record, std::streamoff end) const noexcept {
+  const qcUInt64 room = static_cast<qcUInt64>(end - record.bodyAt());
+  return record.is(kAnchor) || !record.is(kObject) || record.size <= room;
+}
+
+// Tells what an interrupted program has left from damage. What was announced but never linked was not finished, also
+// when the link was cut short; and of what was linked nothing may have reached the medium before the power failed.
+void qc_RecordChain::settle(std::streamoff end) {
+  const auto announced = static_cast<std::streamoff>(std::min(anchor_.size, static_cast<qcUInt64>(end)));
+  if (announced < tail().end() || announced == end) return;
+  if (broken_ != 0) {
+    qc_Record record;
+    const bool begun = read(announced, record) && record.previous == static_cast<qcUInt64>(tail().at);
+    if (tail().position == anchor_.size ? !isBlank(announced) : !begun) return;
+    broken_ = 0;
+  }
+  unfinished_ = announced;
+}
+
+bool qc_RecordChain::isBlank(std::streamoff place) {
+  unsigned char head[kLinkedHead];
+  archive_.seekTo(place);
+  const std::size_t count = qc_Areas::read(*archive_.buffer_, head, sizeof head);
+  return std::all_of(head, head + count, [](unsigned char byte) { return byte == 0; });
+}
+
+// Calls `found` with every place from `from` on where a record may begin, and with the bytes there.
+template <class Found>
+void qc_RecordChain::scan(std::streamoff from, Found found) {
+  std::vector<unsigned char> window(kScanBytes + kRecordHead);
+  std::size_t kept = 0;
+  for (std::streamoff start = from;;) {
+    archive_.seekTo(start + static_cast<std::streamoff>(kept));
+    const std::size_t read = qc_Areas::read(*archive_.buffer_, window.data() + kept, kScanBytes);
+    const std::size_t size = kept + read;
+    for (std::size_t i = 0; i + kRecordHead <= size; ++i) {
+      const auto* tag = static_cast<const unsigned char*>(std::memchr(&window[i], kRecordTag[0], size - i));
+      if (!tag) break;
+      i = static_cast<std::size_t>(tag - window.data());
+      if (i + kRecordHead <= size && qf_IsRecord(tag)) found(start + static_cast<std::streamoff>(i), tag);
+    }
+    if (read == 0) return;
+    kept = std::min(size, kRecordHead - 1);
+    std::memmove(window.data(), window.data() + size - kept, kept);
+    start += static_cast<std::streamoff>(size - kept);
+  }
+}
+
+long qc_RecordChain::salvage() {
+  if (broken_ == 0) return 0;
+  const std::size_t before = records_.size();
+  const std::streamoff here = archive_.offset(), end = archive_.endOffset();
+  std::vector<std::streamoff> candidates;
+  scan(tail().end(), [&candidates](std::streamoff place, const unsigned char*) { candidates.push_back(place); });
+  const std::streamoff reported = broken_;
+  for (const std::streamoff place : candidates) {
+    qc_Record record;
+    if (place < tail().end() || !read(place, record) || !isInChain(record, end) || !add(record)) continue;
+    follow(end);
+  }
+  broken_ = reported;
+  archive_.seekTo(here);
+  return static_cast<long>(records_.size() - before);
+}
+
+// Whether a record that was come across was linked: its neighbours agree. Other data may look the same.
+bool qc_RecordChain::isInChain(const qc_Record& record, std::streamoff end) {
+  const auto place = static_cast<qcUInt64>(record.at);
+  if (record.is(kAnchor) || !isInside(record, end)) return false;
+  if (record.previous <= static_cast<qcUInt64>(tail().at) || record.previous >= place) return false;
+  if (record.position == 0) return true;
+  qc_Record next;
+  return record.position > place && record.position < static_cast<qcUInt64>(end) &&
+         read(static_cast<std::streamoff>(record.position), next) && next.previous == place;
+}
+
+std::int32_t qc_RecordChain::largestIdentifier() {
+  constexpr qcUInt64 kMost = std::numeric_limits<std::int32_t>::max();
+  std::int32_t largest = 0;
+  const auto count = [&largest](qcUInt64 id) {
+    if (id < kMost) largest = std::max(largest, static_cast<std::int32_t>(id));
+  };
+  count(anchor_.last);
+  for (const qc_Record& record : records_) {
+    if (record.is(kObject)) count(record.last);
+  }
+  const std::streamoff here = archive_.offset();
+  scan(anchored_ && broken_ == 0 ? tail().end() : 0, [&](std::streamoff, const unsigned char* head) {
+    if (head[4] <= kRecordVersion) count(static_cast<qcUInt64>(qf_ParseHead(head, archive_.swapBytes_).id));
+  });
+  archive_.seekTo(here);
+  return largest;
+}
+
+// What is known of the records.
+
+bool qc_RecordChain::add(const qc_Record& record) {
+  const std::size_t index = records_.size();
+  records_.push_back(record);
+  if (record.isRemoved()) return true;
+  try {
+    if (record.is(kPointer)) {
+      pointers_.insert(pointers_.end(), index);
+      return true;
+    }
+    Numbers& numbers = record.is(kMark) ? marks_ : objects_;
+    if (record.number() > 0 && numbers.emplace(record.number(), index).second) return true;
+  } catch (...) {
+    records_.pop_back();
+    throw;
+  }
+  records_.pop_back();
+  return false;
+}
+
+void qc_RecordChain::forget(std::size_t index) noexcept {
+  const qc_Record& record = records_[index];
+  if (record.is(kPointer)) pointers_.erase(index);
+  if (record.is(kMark)) freeNumber(record.number());
+  if (record.is(kObject)) objects_.erase(record.number());
+}
+
+void qc_RecordChain::freeNumber(std::int32_t number) noexcept {
+  marks_.erase(number);
+  if (number >= firstMark_) freeMark_ = std::min(freeMark_, number);
+}
+
+std::int32_t qc_RecordChain::freeMark() {
+  constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
+  for (auto taken = marks_.find(freeMark_); taken != marks_.end() && taken->first == freeMark_; ++taken) {
+    if (freeMark_ == kMost) throw qcArchive::BadContent(kIndexSource, kNumberLine);
+    ++freeMark_;
+  }
+  return freeMark_;
+}
+
+const qc_Record* qc_RecordChain::found(const Numbers& numbers, std::int32_t number) const noexcept {
+  const auto entry = numbers.find(number);
+  return entry == numbers.end() ? nullptr : &records_[entry->second];
+}
+
+std::size_t qc_RecordChain::indexFrom(std::streamoff place) const noexcept {
+  const auto isBefore = [](const qc_Record& record, std::streamoff at) { return record.at < at; };
+  return static_cast<std::size_t>(std::lower_bound(records_.begin(), records_.end(), place, isBefore) -
+                                  records_.begin());
+}
+
+const qc_Record* qc_RecordChain::at(std::streamoff place) const noexcept {
+  const std::size_t index = indexFrom(place);
+  return index < records_.size() && records_[index].at == place ? &records_[index] : nullptr;
+}
+
+const qc_Record* qc_RecordChain::pointerFrom(std::streamoff place) const noexcept {
+  const auto pointer = pointers_.lower_bound(indexFrom(place));
+  return pointer == pointers_.end() ? nullptr : &records_[*pointer];
+}
+
+// Writing.
+
+void qc_RecordChain::start() {
+  anchored_ = true;
+  anchor_.at = archive_.offset();
+  anchor_.kind = kAnchor;
+  anchor_.wide = true;
+  writeHead(anchor_);
+}
+
+void qc_RecordChain::writeHead(const qc_Record& record) {
+  qc_Composer<kLinkedHead> out(archive_.swapBytes_);
+  qf_ComposeRecord(out, record);
+  qf_WriteBytes(*archive_.buffer_, out.data(), out.size(), kWriteRawLine);
+}
+
+// Writes over what is there, and leaves the archive where it was.
+template <class Word>
+void qc_RecordChain::overwrite(std::streamoff place, Word word) {
+  const std::streamoff here = archive_.offset();
+  const auto direction = archive_.direction_;
+  archive_.mode(qcArchive::storing);
+  archive_.seekTo(place);
+  qc_Composer<sizeof word> out(archive_.swapBytes_);
+  if constexpr (sizeof word == 1) {
+    out.byte(word);
+  } else {
+    out.word(word);
+  }
+  qf_WriteBytes(*archive_.buffer_, out.data(), out.size(), kWriteRawLine);
+  archive_.seekTo(here);
+  archive_.mode(direction);
+}
+
+bool qc_RecordChain::canGrow() { return anchored_ && broken_ == 0 && archive_.offset() == archive_.endOffset(); }
+
+void qc_RecordChain::checkGrowth() {
+  if (broken_ != 0) throw qcArchive::BadContent(kIndexSource, kBrokenChainLine);
+  if (!anchored_) throw qcArchive::BadContent(kIndexSource, kNoChainLine);
+  if (archive_.isLoading() || archive_.offset() != archive_.endOffset()) {
+    throw qcArchive::BadBuffer(kIndexSource, kNotAtEndLine);
+  }
+}
+
+// Says where the next record will lie; 0 for none.
+void qc_RecordChain::announce(std::streamoff place, std::int32_t lastId) {
+  anchor_.size = static_cast<qcUInt64>(place);
+  anchor_.last = static_cast<qcUInt64>(lastId);
+  const std::streamoff here = archive_.offset();
+  archive_.seekTo(anchor_.at);
+  writeHead(anchor_);
+  archive_.seekTo(here);
+}
+
+void qc_RecordChain::cutUnfinished() {
+  if (unfinished_ == 0 || broken_ != 0) return;
+  if (archive_.truncate(unfinished_)) archive_.highWater_ = unfinished_;
+  archive_.seekTo(archive_.endOffset());
+  announce(0, static_cast<std::int32_t>(anchor_.last));
+  unfinished_ = 0;
+}
+
+void qc_RecordChain::renumber(const qc_Record& record, std::int32_t number) {
+  const auto index = static_cast<std::size_t>(&record - records_.data());
+  qc_Record changed = record;
+  changed.kind ^= kSecondNumber;
+  if ((changed.kind & kSecondNumber) != 0) {
+    changed.last = static_cast<qcUInt64>(number);
+    overwrite(record.at + kLastField, static_cast<std::uint64_t>(changed.last));
+  } else {
+    changed.id = number;
+    overwrite(record.at + kIdField, static_cast<std::uint32_t>(number));
+  }
+  if (record.is(kMark)) {
+    marks_.emplace(number, index);  // takes its memory before anything counts
+    try {
+      overwrite(record.at + kKindField, changed.kind);
+    } catch (...) {
+      marks_.erase(number);
+      throw;
+    }
+    freeNumber(record.number());
+  } else {
+    overwrite(record.at + kKindField, changed.kind);
+  }
+  records_[index] = changed;
+}
+
+void qc_RecordChain::remove(const qc_Record& record) {
+  const auto index = static_cast<std::size_t>(&record - records_.data());
+  const auto kind = static_cast<unsigned char>(record.kind | kRemoved);
+  overwrite(record.at + kKindField, kind);
+  forget(index);
+  records_[index].kind = kind;
+}
+
+qc_RecordChain::Addition::Addition(qc_RecordChain& chain, std::int32_t lastId)
+    : chain_(chain), start_(chain.archive_.offset()), before_(chain.records_.size()) {
+  chain.checkGrowth();
+  chain.announce(start_, lastId);
+}
+
+qc_RecordChain::Addition::~Addition() {
+  if (linked_) return;
+  while (chain_.records_.size() > before_) {
+    chain_.forget(chain_.records_.size() - 1);
+    chain_.records_.pop_back();
+  }
+  try {
+    qcArchive& archive = chain_.archive_;
+    if (archive.truncate(start_)) {
+      archive.highWater_ = std::min(archive.highWater_, start_);
+      archive.seekTo(start_);
+    }
+    chain_.announce(0, static_cast<std::int32_t>(chain_.anchor_.last));
+  } catch (...) {  // the medium refuses everything; the chain does not lead here
+  }
+}
+
+void qc_RecordChain::Addition::begin(unsigned char kind, std::int32_t id, qcUInt64 last) {
+  qc_Record record;
+  record.at = chain_.archive_.offset();
+  record.id = id;
+  record.kind = kind;
+  record.wide = true;
+  record.last = last;
+  record.previous = static_cast<qcUInt64>(chain_.tail().at);
+  if (record.isFollowed() && record.is(kPointer)) record.position = static_cast<qcUInt64>(record.bodyAt());
+  chain_.writeHead(record);
+  if (!chain_.add(record)) throw qcArchive::Duplicate(kIndexSource, kTakenLine);
+}
+
+void qc_RecordChain::Addition::finish(std::int32_t lastId) {
+  qcArchive& archive = chain_.archive_;
+  qc_Record& record = chain_.records_.back();
+  const std::streamoff end = archive.offset();
+  record.size = static_cast<qcUInt64>(end - record.bodyAt());
+  record.last = static_cast<qcUInt64>(lastId);
+  archive.seekTo(record.at);
+  chain_.writeHead(record);
+  archive.seekTo(end);
+}
+
+void qc_RecordChain::Addition::link() {
+  qc_Record& tail = before_ == 0 ? chain_.anchor_ : chain_.records_[before_ - 1];
+  chain_.overwrite(tail.at + kPositionField, static_cast<std::uint64_t>(start_));
+  tail.position = static_cast<qcUInt64>(start_);
+  linked_ = true;
+}

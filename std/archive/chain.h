@@ -1,0 +1,119 @@
+// The linked records of a seekable archive: its marks, and the objects and pointers that can be found without reading
+// the archive from the front.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <ios>
+#include <map>
+#include <set>
+#include <vector>
+
+#include "std/archive/record.h"
+#include "vnxstd/archive/archive.h"
+
+/// Each record says where the next one lies. The link to a new record is written last, so that a record is either whole
+/// and found, or not found; the anchor, right behind the header, says beforehand where it will lie, so that what an
+/// interrupted program has left there is recognised. Opening an archive reads the heads alone.
+class qc_RecordChain {
+ public:
+  explicit qc_RecordChain(qcArchive& archive) noexcept : archive_(archive) {}
+  qc_RecordChain(const qc_RecordChain&) = delete;
+  qc_RecordChain& operator=(const qc_RecordChain&) = delete;
+
+  /// Writes the anchor of a new archive.
+  void start();
+  /// Reads the chain, and goes behind the anchor. A broken chain is no error here.
+  void open();
+
+  /// Whether a record stored now would be linked: the archive is at the end of its data and has a sound chain.
+  bool canGrow();
+  /// Throws what hinders linking.
+  void checkGrowth();
+
+  std::streamoff unfinished() const noexcept { return unfinished_; }
+  std::streamoff damaged() const noexcept { return broken_; }
+  /// Cuts off what an interrupted program has left.
+  void cutUnfinished();
+  /// Takes in the records that can be found behind the place where the chain is broken; returns how many.
+  long salvage();
+
+  class Addition;
+
+  /// The record that begins at a place; null for none.
+  const qc_Record* at(std::streamoff place) const noexcept;
+  const qc_Record* mark(std::int32_t number) const noexcept { return found(marks_, number); }
+  const qc_Record* object(std::int32_t id) const noexcept { return found(objects_, id); }
+
+  using Numbers = std::map<std::int32_t, std::size_t>;
+  const Numbers& marks() const noexcept { return marks_; }
+  const Numbers& objects() const noexcept { return objects_; }
+  /// The first pointer at or behind a place; null for none.
+  const qc_Record* pointerFrom(std::streamoff place) const noexcept;
+
+  /// The first number for a mark, from where numbering begins, that is free.
+  std::int32_t freeMark();
+  void numberMarksFrom(std::int32_t number) noexcept { firstMark_ = freeMark_ = number; }
+
+  /// Gives a mark or a pointer another number. Either the old or the new one is in the file at any moment.
+  void renumber(const qc_Record& record, std::int32_t number);
+  void remove(const qc_Record& record);
+
+  /// The largest identifier that may be in use in the data. Reads what lies behind the last record.
+  std::int32_t largestIdentifier();
+
+ private:
+  const qc_Record* found(const Numbers& numbers, std::int32_t number) const noexcept;
+  std::size_t indexFrom(std::streamoff place) const noexcept;
+  const qc_Record& tail() const noexcept { return records_.empty() ? anchor_ : records_.back(); }
+  bool add(const qc_Record& record);
+  void forget(std::size_t index) noexcept;
+  void freeNumber(std::int32_t number) noexcept;
+
+  bool read(std::streamoff place, qc_Record& record);
+  void follow(std::streamoff end);
+  bool isInside(const qc_Record& record, std::streamoff end) const noexcept;
+  bool isInChain(const qc_Record& record, std::streamoff end);
+  bool isBlank(std::streamoff place);
+  void settle(std::streamoff end);
+  template <class Found>
+  void scan(std::streamoff from, Found found);
+
+  void announce(std::streamoff place, std::int32_t lastId);
+  void writeHead(const qc_Record& record);
+  template <class Word>
+  void overwrite(std::streamoff place, Word word);
+
+  qcArchive& archive_;
+  bool anchored_ = false;
+  qc_Record anchor_;
+  std::vector<qc_Record> records_;  // in order of place
+  Numbers marks_, objects_;
+  std::set<std::size_t> pointers_;
+  std::int32_t firstMark_ = 1, freeMark_ = 1;  // no number between them is free
+  std::streamoff unfinished_ = 0;
+  std::streamoff broken_ = 0;
+};
+
+/// One record, or a pointer and the object that follows it, on its way into the chain. Unless it is linked, what was
+/// written of it is cut off again.
+class qc_RecordChain::Addition {
+ public:
+  /// Announces it, at the place where the archive is. `lastId` is the largest identifier given out so far.
+  Addition(qc_RecordChain& chain, std::int32_t lastId);
+  ~Addition();
+  Addition(const Addition&) = delete;
+  Addition& operator=(const Addition&) = delete;
+
+  /// Writes a head; the last one may be filled in by finish.
+  void begin(unsigned char kind, std::int32_t id, qcUInt64 last = 0);
+  /// What follows the head of the last record is written.
+  void finish(std::int32_t lastId);
+  void link();
+
+ private:
+  qc_RecordChain& chain_;
+  std::streamoff start_;
+  std::size_t before_;  // records in the chain
+  bool linked_ = false;
+};

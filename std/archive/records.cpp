@@ -1,0 +1,200 @@
+// The index operations of seekable archives.
+#include <limits>
+#include <utility>
+
+#include "std/archive/chain.h"
+#include "std/archive/format.h"
+#include "std/archive/index.h"
+#include "vnxstd/archive/archive.h"
+#include "vnxstd/except/catalogue.h"
+
+using namespace qc_format;
+
+namespace {
+
+// Numbers outside the range are those of no record.
+std::int32_t clamped(long number) {
+  constexpr long kMost = std::numeric_limits<std::int32_t>::max();
+  return static_cast<std::int32_t>(number < 0 ? 0 : number > kMost ? kMost : number);
+}
+
+std::int32_t checkedNumber(long number, long least) {
+  if (number < least || number > std::numeric_limits<std::int32_t>::max()) {
+    throw qcArchive::BadContent(kIndexSource, kNumberLine);
+  }
+  return static_cast<std::int32_t>(number);
+}
+
+long firstOf(const qc_RecordChain::Numbers& numbers) { return numbers.empty() ? 0 : numbers.begin()->first; }
+
+long nextIn(const qc_RecordChain::Numbers& numbers, long number) {
+  const auto next = numbers.upper_bound(clamped(number));
+  return next == numbers.end() ? 0 : next->first;
+}
+
+qcArchive::Position placeOf(const qc_Record* record) { return record ? record->at : 0; }
+
+const qc_Record& recordAt(const qc_RecordChain& chain, std::streamoff place, unsigned char kind) {
+  const qc_Record* record = chain.at(place);
+  if (!record || !record->is(kind) || record->isRemoved()) throw qcArchive::NotFound(kIndexSource, kNoRecordLine);
+  return *record;
+}
+
+// Turns an archive to loading, and back to where it was unless it is told that all went well.
+class Reading {
+ public:
+  explicit Reading(qcArchive& archive)
+      : archive_(archive),
+        direction_(archive.isStoring() ? qcArchive::storing : qcArchive::loading),
+        place_(archive.tell()) {
+    archive_.mode(qcArchive::loading);
+  }
+  ~Reading() {
+    try {
+      if (!succeeded_) archive_.seek(place_);
+      archive_.mode(direction_);
+    } catch (...) {  // what has gone wrong is under way already
+    }
+  }
+  Reading(const Reading&) = delete;
+  Reading& operator=(const Reading&) = delete;
+  void succeed() noexcept { succeeded_ = true; }
+
+ private:
+  qcArchive& archive_;
+  qcArchive::Direction direction_;
+  qcArchive::Position place_;
+  bool succeeded_ = false;
+};
+
+}  // namespace
+
+qc_RecordChain& qcArchive::chain() const {
+  if (!seekable_) throw NotSeekable(kArchiveSource, kIndexLine);
+  return index_->chain();
+}
+
+// Marks.
+
+long qcArchive::firstMarkNum() const { return firstOf(chain().marks()); }
+long qcArchive::lastMarkNum() const { return chain().marks().empty() ? 0 : chain().marks().rbegin()->first; }
+long qcArchive::nextMarkNum(long number) const { return nextIn(chain().marks(), number); }
+
+long qcArchive::prevMarkNum(long number) const {
+  const auto& marks = chain().marks();
+  const auto next = marks.lower_bound(clamped(number));
+  return next == marks.begin() ? 0 : std::prev(next)->first;
+}
+
+qcArchive::Position qcArchive::findMark(long number) const { return placeOf(chain().mark(clamped(number))); }
+
+void qcArchive::skipMark() {
+  long ignored;
+  readMark(ignored);
+}
+
+void qcArchive::readMark(long& number) {
+  const qc_Record& mark = recordAt(chain(), offset(), kMark);
+  seekTo(mark.end());
+  number = mark.number();
+}
+
+long qcArchive::writeNewMark(long number) {
+  qc_RecordChain& records = chain();
+  const std::int32_t wanted = number == 0 ? records.freeMark() : checkedNumber(number, 1);
+  if (records.mark(wanted)) throw Duplicate(kIndexSource, kTakenLine);
+  qc_RecordChain::Addition addition(records, index_->lastID());
+  addition.begin(kMark, wanted);
+  addition.link();
+  return wanted;
+}
+
+void qcArchive::renumberMark(long number) {
+  const qc_Record& mark = recordAt(chain(), offset(), kMark);
+  const std::int32_t wanted = checkedNumber(number, 1);
+  if (wanted == mark.number()) return;
+  if (chain().mark(wanted)) throw Duplicate(kIndexSource, kTakenLine);
+  chain().renumber(mark, wanted);
+}
+
+void qcArchive::removeMark() { chain().remove(recordAt(chain(), offset(), kMark)); }
+void qcArchive::setStartingNum(long number) { chain().numberMarksFrom(checkedNumber(number, 1)); }
+
+// Objects.
+
+long qcArchive::firstObjectID() const { return firstOf(chain().objects()); }
+long qcArchive::nextObjectID(long id) const { return nextIn(chain().objects(), id); }
+qcArchive::Position qcArchive::findObject(long id) const { return placeOf(chain().object(clamped(id))); }
+
+void qcArchive::readObjectHeader(long& id, unsigned long& size, Position& body) {
+  long read = 0;
+  qcUInt64 wide = 0;
+  Position place;
+  readObjectHeader64(read, wide, place);
+  if (wide > std::numeric_limits<unsigned long>::max()) throw BadContent(kIndexSource, kRecordSizeLine);
+  id = read;
+  size = static_cast<unsigned long>(wide);
+  body = place;
+}
+
+void qcArchive::readObjectHeader64(long& id, qcUInt64& size, Position& body) {
+  const qc_Record& object = recordAt(chain(), offset(), kObject);
+  const Reading reading(*this);
+  const qc_ArchiveIndex::Body read = index_->readBodyOf(object);
+  id = object.number();
+  size = read.size;
+  body = Position(read.at);
+}
+
+std::string qcArchive::objectTypeName() {
+  const qc_Record& object = recordAt(chain(), offset(), kObject);
+  const Reading reading(*this);
+  return index_->readBodyOf(object).name;
+}
+
+qcPersistent* qcArchive::loadObject() {
+  static_cast<void>(recordAt(chain(), offset(), kObject));
+  Reading reading(*this);
+  qcPersistent* object = index_->loadPointer(nullptr, true).object;
+  reading.succeed();
+  return object;
+}
+
+long qcArchive::storeObject(qcPersistent* object) {
+  if (!object) throw qcBadPointer();
+  chain().checkGrowth();
+  return index_->storeIndexed(*object);
+}
+
+void qcArchive::removeObject() { chain().remove(recordAt(chain(), offset(), kObject)); }
+void qcArchive::setStartingID(long id) { static_cast<void>(chain()), index_->numberFrom(clamped(id)); }
+void qcArchive::forgetObjects() noexcept { index_->letGo(); }
+
+// Pointers.
+
+qcArchive::Position qcArchive::firstPointerPos() const { return placeOf(chain().pointerFrom(0)); }
+qcArchive::Position qcArchive::nextPointerPos() { return placeOf(chain().pointerFrom(offset() + 1)); }
+long qcArchive::pointerObjectID() { return recordAt(chain(), offset(), kPointer).number(); }
+
+void qcArchive::pointerObjectID(long id) {
+  const qc_Record& pointer = recordAt(chain(), offset(), kPointer);
+  const qc_Record* object = chain().object(clamped(id));
+  if (!object) throw NotFound(kIndexSource, kNotInIndexLine);
+  if (object->number() != pointer.number()) chain().renumber(pointer, object->number());
+}
+
+void qcArchive::removePointer() { chain().remove(recordAt(chain(), offset(), kPointer)); }
+
+// The chain as a whole.
+
+qcArchive::Position qcArchive::unfinished() const { return Position(chain().unfinished()); }
+qcArchive::Position qcArchive::damaged() const { return Position(chain().damaged()); }
+
+long qcArchive::salvage() {
+  static_cast<void>(chain());
+  const Reading reading(*this);
+  return chain().salvage();
+}
+
+qcArchive* qcArchive::secondary() const { return static_cast<void>(chain()), secondary_; }
+void qcArchive::secondary(qcArchive* archive) { static_cast<void>(chain()), secondary_ = archive; }

@@ -1,0 +1,441 @@
+// The index of seekable archives: marks, objects and pointers, and what interrupted writes and damage leave of them.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <random>
+
+#include "support/bytes.h"
+#include "support/faulty.h"
+#include "vnxstd/archive/file.h"
+#include "vnxstd/archive/registry.h"
+
+namespace {
+
+using Dir = qcArchive::Direction;
+
+/// A number, a text, and a handle on another one.
+class Item : public qcPersistent, public qcRepBase {
+ public:
+  explicit Item(int n = 0) : number(n) {}
+  static qcPersistent* make() { return new Item; }
+  int number;
+  qcPtrHandle<Item> other;
+
+ protected:
+  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &Item::serialize_); }
+  void serialize_(qcArchive& archive, unsigned char version) {
+    qcArchive::checkVersion(version, 0, "item", 1);
+    qcPersistent::dispatchSerialize(archive);
+    archive || number || other;
+  }
+};
+using ItemHandle = qcPtrHandle<Item>;
+const qc_Instantiator registered(typeid(Item), Item::make);
+
+int numberAt(qcArchive& archive, long id) {
+  archive.mode(qcArchive::loading);
+  archive.seek(archive.findObject(id));
+  const std::unique_ptr<qcPersistent> object(archive.loadObject());
+  return dynamic_cast<Item&>(*object).number;
+}
+
+std::vector<long> marksOf(const qcArchive& archive) {
+  std::vector<long> forwards, backwards;
+  for (long mark = archive.firstMarkNum(); mark != 0; mark = archive.nextMarkNum(mark)) forwards.push_back(mark);
+  for (long mark = archive.lastMarkNum(); mark != 0; mark = archive.prevMarkNum(mark)) backwards.push_back(mark);
+  EXPECT_TRUE(std::equal(forwards.begin(), forwards.end(), backwards.rbegin(), backwards.rend()));
+  return forwards;
+}
+
+TEST(Index, HasTheBytesThatItsPageShows) {
+  qcMemoryArchive archive(kBig, true);
+  archive.writeNewMark(10);
+  archive << static_cast<unsigned char>(0xAA);
+  ItemHandle item(new Item(5));
+  archive << item << item;
+  const std::string name = stored(kBig, false, std::string("(anonymous namespace)::Item"));
+  const auto word = [](qcUInt64 value) { return stored(kBig, false, value); };
+  const auto head = [&](const char* id, const char* kind, qcUInt64 size, qcUInt64 next, qcUInt64 before,
+                        qcUInt64 last) {
+    return fromHex("4FE5705501") + fromHex(id) + fromHex(kind) + word(size) + word(next) + word(before) + word(last);
+  };
+  const std::string object = name + fromHex("F1664BDF 6F8B6844 00") + fromHex("00000018") + name +
+                             fromHex("0000 00000005") + fromHex("4FE5705401 00000000 00") + std::string(8, '\0');
+  const qcUInt64 mark = 44, pointer = 87, body = 129, second = 171 + object.size();
+  EXPECT_EQ(toHex(bytesOf(archive)), toHex(fromHex("03 00") + head("00000000", "10", second, mark, 0, 1) +
+                                           head("0000000A", "12", 0, pointer, 2, 0) + fromHex("AA") +
+                                           head("00000001", "15", 0, body, mark, body) +
+                                           head("00000001", "19", object.size(), second, pointer, 1) + object +
+                                           head("00000001", "14", 0, 0, body, body)));
+}
+
+TEST(Index, NumbersMarksLikeAMap) {
+  std::mt19937 random(5);
+  for (const qcArchive::Ordering ordering : kOrderings) {
+    std::string bytes = headOf(ordering, true);
+    std::map<long, int> model;  // number of a mark, and the value behind it
+    for (int session = 0; session < 30; ++session) {
+      BytesArchive archive(bytes, true);
+      archive->append();
+      const long starting = 1 + static_cast<long>(random() % 20);
+      archive->setStartingNum(starting);
+      for (int step = 0; step < 20; ++step) {
+        const long number = 1 + static_cast<long>(random() % 40);
+        const bool taken = model.count(number) != 0;
+        const bool turned = random() % 2 != 0;
+        if (random() % 2 != 0) {
+          archive->append();
+          long wanted = random() % 2 != 0 ? number : 0;
+          if (wanted != 0 && taken) {
+            EXPECT_THROW(archive->writeNewMark(wanted), qcArchive::Duplicate);
+            continue;
+          }
+          const long given = archive->writeNewMark(wanted);
+          if (wanted == 0)
+            for (wanted = starting; model.count(wanted) != 0;) ++wanted;
+          EXPECT_EQ(given, wanted);
+          model[given] = static_cast<int>(random());
+          *archive << model[given];
+          continue;
+        }
+        archive->mode(turned ? Dir::storing : Dir::loading);
+        if (!taken) {
+          EXPECT_EQ(archive->findMark(number), qcArchive::Position(0));
+          continue;
+        }
+        const auto place = archive->findMark(number);
+        archive->seek(place);
+        const long other = 1 + static_cast<long>(random() % 40);
+        if (random() % 3 == 0) {
+          archive->removeMark();
+          EXPECT_THROW(archive->skipMark(), qcArchive::NotFound);
+          model.erase(number);
+        } else if (other != number && model.count(other) != 0) {
+          EXPECT_THROW(archive->renumberMark(other), qcArchive::Duplicate);
+        } else {
+          archive->renumberMark(other);
+          std::swap(model[other], model[number]);
+          if (other != number) model.erase(number);
+        }
+        EXPECT_TRUE(archive->tell() == place && archive->isStoring() == turned);
+      }
+      bytes = bytesOf(static_cast<qcMemoryArchive&>(*archive));
+      BytesArchive again(bytes, true);
+      std::vector<long> numbers;
+      for (const auto& [number, value] : model) {
+        numbers.push_back(number);
+        again->seek(again->findMark(number));
+        long read = 0;
+        int behind = 0;
+        again->readMark(read);
+        *again || behind;
+        EXPECT_TRUE(read == number && behind == value) << number;
+      }
+      EXPECT_EQ(marksOf(*again), numbers);
+      EXPECT_EQ(marksOf(*archive), numbers);
+    }
+  }
+}
+
+TEST(Index, FindsLoadsAndRemovesObjectsAndPointers) {
+  qcMemoryArchive out(kLittle, true);
+  const ItemHandle first(new Item(1)), second(new Item(2)), third(new Item(3));
+  second->other = first;
+  out.setStartingID(7);
+  EXPECT_EQ(out.storeObject(first.rep()), 7);
+  out << 0xDEAD << second << second << ItemHandle();
+  EXPECT_EQ(out.storeObject(third.rep()), 9);
+  EXPECT_EQ(out.storeObject(first.rep()), 10) << "in full each time";
+  EXPECT_THROW(out.storeObject(nullptr), qcBadPointer);
+
+  BytesArchive in(bytesOf(out), true);
+  std::vector<long> ids;
+  for (long id = in->firstObjectID(); id != 0; id = in->nextObjectID(id)) ids.push_back(id);
+  EXPECT_EQ(ids, (std::vector<long>{7, 8, 9, 10}));
+  for (const auto& [id, number] : {std::pair{9, 3}, {7, 1}, {10, 1}, {8, 2}}) {
+    EXPECT_EQ(numberAt(*in, id), number);
+    in->seek(in->findObject(id));
+    const auto place = in->tell();
+    long read = 0;
+    unsigned long size = 0;
+    qcArchive::Position body;
+    in->readObjectHeader(read, size, body);
+    EXPECT_TRUE(read == id && size == 24 && in->tell() == place && in->objectTypeName().ends_with("Item"));
+    in->seek(body);
+    in->reserve16();  // the versions
+    int behind = 0;
+    *in || behind;
+    EXPECT_EQ(behind, number);
+  }
+  std::vector<qcArchive::Position> pointers;
+  in->seek(2, 0);
+  for (auto p = in->firstPointerPos(); p != qcArchive::Position(0); p = in->nextPointerPos()) {
+    pointers.push_back(p);
+    in->seek(p);
+    EXPECT_EQ(in->pointerObjectID(), 8);
+  }
+  ASSERT_EQ(pointers.size(), 2U);
+
+  // The pointer that brought its object along refers to another one, twice; the one behind it to none.
+  in->seek(pointers[0]);
+  EXPECT_THROW(in->pointerObjectID(11), qcArchive::NotFound);
+  for (const long id : {7, 9}) in->pointerObjectID(id);
+  in->seek(pointers[1]);
+  in->removePointer();
+  in->seek(in->findObject(7));
+  in->removeObject();
+  EXPECT_THROW(in->loadObject(), qcArchive::NotFound);
+  BytesArchive again(bytesOf(static_cast<qcMemoryArchive&>(*in)), true);
+  EXPECT_EQ(again->firstPointerPos(), pointers[0]);
+  EXPECT_EQ(again->findObject(7), qcArchive::Position(0));
+  again->seek(pointers[0]);
+  ItemHandle a, b, c;
+  *again || a || b || c;
+  EXPECT_TRUE(a->number == 3 && !b && !c);
+  again->seek(again->findObject(8));
+  EXPECT_THROW(again->loadObject(), qcArchive::NotFound) << "what it refers to is removed";
+  EXPECT_EQ(again->tell(), again->findObject(8));
+  EXPECT_EQ(numberAt(*again, 10), 1);
+  again->append();
+  EXPECT_EQ(again->storeObject(second.rep()), 11) << "behind what is removed, too";
+}
+
+TEST(Index, BelongsToSeekableArchivesThatMayBeWrittenAtTheirEnd) {
+  qcMemoryArchive plain(kLittle, false);
+  long number = 0;
+  const std::function<void()> calls[] = {[&] { static_cast<void>(plain.firstMarkNum()); },
+                                         [&] { plain.readMark(number); },
+                                         [&] { plain.writeNewMark(); },
+                                         [&] { static_cast<void>(plain.loadObject()); },
+                                         [&] { static_cast<void>(plain.secondary()); },
+                                         [&] { plain.salvage(); }};
+  for (const auto& call : calls) EXPECT_THROW(call(), qcArchive::NotSeekable);
+  qcMemoryArchive archive(kLittle, true);
+  archive.writeNewMark();
+  archive << 1;
+  archive.seek(-4, 1);
+  EXPECT_THROW(archive.writeNewMark(), qcArchive::BadBuffer);
+  for (const long bad : {-1L, 1L << 40}) EXPECT_THROW(archive.writeNewMark(bad), qcArchive::BadContent);
+  archive << ItemHandle(new Item(9));  // over the number: no part of the index
+  EXPECT_EQ(archive.firstPointerPos(), qcArchive::Position(0));
+  archive.mode(Dir::loading);
+  EXPECT_THROW(archive.writeNewMark(), qcArchive::BadBuffer);
+  BytesArchive bare(fromHex("03 01 00 00"), true);
+  bare->append();
+  EXPECT_THROW(bare->writeNewMark(), qcArchive::BadContent);
+}
+
+/// A medium that keeps a record of all that was written, and where.
+class LoggedBuffer : public FaultyBuffer {
+ public:
+  struct Write {
+    std::size_t at;
+    std::string bytes;
+  };
+  std::vector<Write> log;
+
+ protected:
+  int_type overflow(int_type c) override { return write(std::string(1, traits_type::to_char_type(c))), c; }
+  std::streamsize xsputn(const char* bytes, std::streamsize n) override {
+    return write(std::string(bytes, static_cast<std::size_t>(n))), n;
+  }
+
+ private:
+  void write(const std::string& bytes) {
+    log.push_back({static_cast<std::size_t>(pubseekoff(0, std::ios_base::cur, std::ios_base::out)), bytes});
+    for (const char c : bytes) FaultyBuffer::overflow(traits_type::to_int_type(c));
+  }
+};
+
+void apply(std::string& bytes, const LoggedBuffer::Write& write, std::size_t count) {
+  bytes.resize(std::max(bytes.size(), write.at + count));
+  bytes.replace(write.at, count, write.bytes, 0, count);
+}
+
+TEST(Index, AnInterruptionAtAnyByteLosesNothingThatWasStored) {
+  for (const qcArchive::Ordering ordering : kOrderings) {
+    LoggedBuffer medium;
+    StreamArchive out(medium, Dir::storing, ordering, true);
+    // After each of these many writes: how many records there are, and the mark whose number is about to change.
+    std::map<std::size_t, long> acknowledged{{0, 0}};
+    const ItemHandle shared(new Item(100));
+    for (int i = 1; i <= 8; ++i) {
+      out.writeNewMark(i * 10);
+      out << i;
+      const ItemHandle item(new Item(i));
+      item->other = shared;
+      out << item;
+      acknowledged[medium.log.size()] = i;
+    }
+    std::string before;
+    for (std::size_t w = 0; w < medium.log.size(); ++w) {
+      const long there = std::prev(acknowledged.upper_bound(w))->second;
+      for (std::size_t cut = 0; cut < medium.log[w].bytes.size(); ++cut) {
+        std::string bytes = before;
+        apply(bytes, medium.log[w], cut);
+        if (bytes.size() < headOf(ordering, true).size()) continue;  // interrupted before there was an archive
+        BytesArchive archive(bytes, true);
+        EXPECT_EQ(archive->damaged(), qcArchive::Position(0));
+        const auto check = [&](long count) {
+          archive->mode(Dir::loading);
+          for (long i = 1; i <= count; ++i) {
+            int value = 0;
+            ItemHandle item;
+            archive->seek(archive->findMark(i * 10));
+            archive->skipMark();
+            *archive || value || item;
+            ASSERT_TRUE(value == i && item->number == i && item->other->number == 100) << w << ' ' << cut << ' ' << i;
+          }
+        };
+        check(there);
+        // What was begun is known, and gives way to the next record.
+        const qcArchive::Position begun = archive->unfinished();
+        archive->append();
+        EXPECT_TRUE(begun == qcArchive::Position(0) || archive->tell() == begun);
+        EXPECT_EQ(archive->unfinished(), qcArchive::Position(0));
+        if (archive->lastMarkNum() == there * 10 + 10) continue;  // that mark is whole, only its record is not
+        archive->writeNewMark((there + 1) * 10);
+        *archive << static_cast<int>(there + 1);
+        const ItemHandle item(new Item(static_cast<int>(there + 1)));
+        item->other = shared;
+        *archive << item;
+        check(there + 1);
+      }
+      apply(before, medium.log[w], medium.log[w].bytes.size());
+    }
+  }
+}
+
+TEST(Index, AnInterruptedChangeHasHappenedOrNot) {
+  LoggedBuffer medium;
+  StreamArchive out(medium, Dir::storing, kLittle, true);
+  for (const long number : {1, 2, 3}) out.writeNewMark(number);
+  out.append();
+  std::string before = medium.data();
+  const std::size_t start = medium.log.size();
+  out.seek(out.findMark(2));
+  const std::vector<std::vector<long>> states{{1, 2, 3}, {1, 3, 0x01020304}, {1, 3, 0x02030405}, {1, 3}};
+  std::vector<std::size_t> ends{start};
+  for (const long number : {0x01020304, 0x02030405, 0}) {
+    number != 0 ? out.renumberMark(number) : out.removeMark();
+    ends.push_back(medium.log.size());
+  }
+  std::size_t state = 0;
+  for (std::size_t w = start; w < medium.log.size(); ++w) {
+    for (std::size_t cut = 0; cut <= medium.log[w].bytes.size(); ++cut) {
+      std::string bytes = before;
+      apply(bytes, medium.log[w], cut);
+      const std::vector<long> marks = marksOf(*BytesArchive(bytes, true));
+      if (marks != states[state]) ++state;
+      ASSERT_LT(state, states.size());
+      ASSERT_EQ(marks, states[state]) << w - start << ' ' << cut;
+    }
+    apply(before, medium.log[w], medium.log[w].bytes.size());
+  }
+  EXPECT_EQ(state, 3U);
+}
+
+TEST(Index, DamageHidesNothingBeforeItAndSalvageFindsTheRest) {
+  qcMemoryArchive out(kBig, true);
+  std::vector<std::size_t> places;
+  for (int i = 1; i <= 6; ++i) {
+    places.push_back(static_cast<std::size_t>(static_cast<std::streamoff>(out.tell())));
+    out.writeNewMark(i);
+    Item item(i);
+    out.storeObject(&item);
+  }
+  const std::string sound = bytesOf(out);
+  std::mt19937 random(3);
+  for (int trial = 0; trial < 300; ++trial) {
+    const std::size_t hit = random() % 6;
+    const std::size_t byte = random() % 42;
+    if (hit == 5 || (byte >= 5 && byte < 9) || byte == 9 || byte >= 34) continue;  // other numbers, flags: no damage
+    if (byte >= 10 && byte < 18) continue;                                         // nothing follows a mark
+    std::string bytes = sound;
+    bytes[places[hit] + byte] = static_cast<char>(bytes[places[hit] + byte] ^ (1 + random() % 255));
+    BytesArchive archive(bytes, true);
+    if (byte == 4 && archive->damaged() == qcArchive::Position(0)) continue;  // record version 0 is read alike
+    EXPECT_NE(archive->damaged(), qcArchive::Position(0)) << hit << ' ' << byte;
+    for (long i = 1; i <= static_cast<long>(hit); ++i) EXPECT_EQ(numberAt(*archive, i), i);
+    archive->append();
+    EXPECT_THROW(archive->writeNewMark(), qcArchive::BadContent);
+    EXPECT_GT(archive->salvage(), 0);
+    for (long i = static_cast<long>(hit) + 2; i <= 6; ++i) EXPECT_EQ(numberAt(*archive, i), i) << hit << ' ' << byte;
+  }
+}
+
+class Files : public testing::Test {
+ protected:
+  ~Files() override { std::filesystem::remove(path_); }
+  std::filesystem::path path_ =
+      std::filesystem::temp_directory_path() / ("index-" + std::to_string(std::random_device()()));
+};
+
+TEST_F(Files, HaveOneWriter) {
+  const auto tryOpen = [this](Dir direction, bool readOnly) {
+    try {
+      qcFileArchive(path_.wstring(), direction, kLittle, true, readOnly);
+      return true;
+    } catch (const qcArchive::BadFile& error) {
+      EXPECT_EQ(error.message(false), L"File is in use: " + path_.wstring());
+      return false;
+    }
+  };
+  {
+    qcFileArchive writer(path_.wstring(), Dir::storing, kLittle, true);
+    writer.writeNewMark();
+    writer.sync();
+    EXPECT_TRUE(!tryOpen(Dir::storing, false) && !tryOpen(Dir::loading, false) && tryOpen(Dir::loading, true));
+  }
+  qcFileArchive reader(path_.wstring(), Dir::loading, kLittle, true, true);
+  EXPECT_EQ(reader.firstMarkNum(), 1) << "nothing was truncated";
+  EXPECT_THROW(reader.append(), qcArchive::BadBuffer);
+  reader.seek(reader.findMark(1));
+  EXPECT_THROW(reader.removeMark(), qcArchive::BadBuffer);
+  EXPECT_EQ(reader.firstMarkNum(), 1);
+  EXPECT_TRUE(tryOpen(Dir::loading, false));
+}
+
+TEST_F(Files, GrowBeyond4GiB) {
+  constexpr std::uintmax_t kHole = (std::uintmax_t{4} << 30) + 12345;
+  Item early(1), late(2);
+  {
+    qcFileArchive archive(path_.wstring(), Dir::storing, kBig, true);
+    archive.writeNewMark(1);
+    archive.storeObject(&early);
+  }
+  std::filesystem::resize_file(path_, kHole);
+  for (const bool storing : {true, false}) {
+    qcFileArchive archive(path_.wstring(), Dir::loading, kBig, true, !storing);
+    if (storing) {
+      archive.append();
+      late.other = ItemHandle(new Item(3));
+      archive.writeNewMark(2);
+      archive.storeObject(&late);
+    }
+    EXPECT_GT(static_cast<std::streamoff>(archive.findMark(2)), std::streamoff{1} << 32);
+    EXPECT_TRUE(numberAt(archive, 1) == 1 && numberAt(archive, 2) == 2);
+  }
+}
+
+TEST_F(Files, LoseWhatAnInterruptedProgramHasBegunAndNoMore) {
+  { qcFileArchive(path_.wstring(), Dir::storing, kLittle, true).writeNewMark(1); }
+  const auto whole = std::filesystem::file_size(path_);
+  qcMemoryArchive other(kLittle, true);
+  other.writeNewMark(1);
+  other.writeNewMark(2);
+  {  // as if the link to the second mark had not been written
+    std::string bytes = bytesOf(other);
+    bytes.replace(44 + 18, 8, 8, '\0');
+    std::ofstream(path_, std::ios::binary) << bytes;
+  }
+  qcFileArchive archive(path_.wstring(), Dir::loading, kLittle, true);
+  EXPECT_EQ(static_cast<std::uintmax_t>(static_cast<std::streamoff>(archive.unfinished())), whole);
+  archive.append();
+  archive.sync();
+  EXPECT_EQ(std::filesystem::file_size(path_), whole);
+}
+
+}  // namespace
