@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/archived.h"
+#include "support/randomshapes.h"
 #include "vnxstd/archive.h"
 #include "vnxstd/math/rigid.h"
 #include "vnxstd/pelspan/pelspan.h"
@@ -21,38 +22,6 @@ using Result = qcShape::qcSampleResult;
 using Shape = qcPtrHandle<qcShape>;
 using V = qcVector<2>;
 constexpr double kPi = std::numbers::pi, kInf = std::numeric_limits<double>::infinity(), kNan = NAN;
-
-class Random {
- public:
-  explicit Random(unsigned seed) : engine_(seed) {}
-  double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine_); }
-  int integer(int low, int high) { return std::uniform_int_distribution<int>(low, high)(engine_); }
-  V point() { return {real(-20, 20), real(-20, 20)}; }
-  /// A polyline that repeats some of its vertices.
-  qcPolyline polyline(bool closed) {
-    std::vector<V> vertices;
-    for (int n = integer(2, 9); n > 0; --n) {
-      vertices.push_back(point());
-      if (integer(0, 3) == 0) vertices.push_back(vertices.back());
-    }
-    return {vertices, closed};
-  }
-  qcRadian angle() { return qcRadian(real(-3, 3)); }
-  qcEllipse2 ellipse() { return {point(), angle(), {real(0.5, 9), real(0.5, 9)}, integer(0, 1) == 1, angle()}; }
-  /// Short ones and whole turns, in both directions.
-  template <class Arc, class Ellipse>
-  Shape arc(const Ellipse& ellipse) {
-    const double span = integer(0, 4) == 0 ? 2 * kPi : real(0.1, 6.28);
-    return new Arc(ellipse, angle(), qcRadian(integer(0, 1) ? span : -span));
-  }
-  qcXform<2> affine() { return {{real(-9, 9), real(-9, 9), real(-9, 9), real(-9, 9)}, point()}; }
-  qcXform<2> similarity(bool rotates, bool mirrors) {
-    return {point(), real(0.2, 4), mirrors ? -1.0 : 1.0, qcRadian(0), qcRadian(rotates ? real(-3, 3) : 0)};
-  }
-
- private:
-  std::mt19937 engine_;
-};
 
 /// One way of making a finite shape; the laws below hold for all of them.
 struct Kind {
@@ -74,7 +43,9 @@ const Kind kKinds[] = {{"segment", [](Random& r) -> Shape { return new qcLineSeg
                         }},
                        {"affine rectangle", [](Random& r) -> Shape { return new qcAffineRectangle(r.affine()); }},
                        {"open polyline", [](Random& r) -> Shape { return new qcPolyline(r.polyline(false)); }},
-                       {"closed polyline", [](Random& r) -> Shape { return new qcPolyline(r.polyline(true)); }}};
+                       {"closed polyline", [](Random& r) -> Shape { return new qcPolyline(r.polyline(true)); }},
+                       {"open contour", [](Random& r) -> Shape { return r.contour(false); }},
+                       {"closed contour", [](Random& r) -> Shape { return r.contour(true); }}};
 
 class ShapeLaws : public testing::TestWithParam<Kind> {
  protected:
@@ -91,12 +62,16 @@ class ShapeLaws : public testing::TestWithParam<Kind> {
 };
 INSTANTIATE_TEST_SUITE_P(Kinds, ShapeLaws, testing::ValuesIn(kKinds));
 
+const qcContourTree* asContour(const qcShape& shape) { return dynamic_cast<const qcContourTree*>(&shape); }
 bool isFlat(const qcShape& shape) {
+  if (const qcContourTree* contour = asContour(shape)) return std::fabs(contour->area()) < 1e-6;
   const auto* polygon = dynamic_cast<const qcPolyline*>(&shape);
   return polygon && polygon->area() < 1e-6;
 }
 bool isCircle(const qcShape& shape) { return dynamic_cast<const qcCircle*>(&shape); }
-bool isCurved(const qcShape& shape) { return isCircle(shape) || dynamic_cast<const qc_EllipseShape*>(&shape); }
+bool isCurved(const qcShape& shape) {
+  return isCircle(shape) || asContour(shape) || dynamic_cast<const qc_EllipseShape*>(&shape);
+}
 V at(const qcShape& shape, double distance) {
   const qcShapeInfo info(shape);
   return shape.perimPoint(info, info.perimPos(distance));

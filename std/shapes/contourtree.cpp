@@ -16,6 +16,8 @@ namespace {
 
 using Elements = std::vector<const qcShape*>;
 
+constexpr double kRounding = 1e-12;  // of the direction in which a contour turns straight back
+
 const qc_Instantiator registered(typeid(qcContourTree), &qcContourTree::make);
 
 // The integral of x * dy - y * dx from the start of an open contour to its end, in coordinates from an origin: twice
@@ -122,7 +124,8 @@ double qcContourTree::swept(const qcVector<2>& p) const {
     if (from != to) {
       sum += qc_shapes::angleSubtended(from, to, p, (to - from).perpendicular());
     } else if (from == p && before.hasTangent() && after.hasTangent()) {
-      sum += (after.startAngle() - before.endAngle()).signedNorm().plain();
+      const double turn = (after.startAngle() - before.endAngle()).signedNorm().plain();
+      sum += turn < std::numbers::pi - kRounding ? turn : turn - qcRadian::turn;  // straight back is to the right
     }
   };
   for (std::size_t i = 0; i < elements.size(); ++i) {
@@ -192,22 +195,17 @@ void qfUniformSampleContour(const qcContourTree& contour, const qcShape::qcSampl
                             qcShape::qcSampleResult& result) {
   qc_shapes::SampleWriter writer(params, result);
   const Elements elements = contour.elements_();
-  const bool decomposed = contour.isDecomposed();
   const bool wanted = !elements.empty() && (!params.computeTangents() || contour.hasTangent());
-  const double n = static_cast<double>(params.maxPoints());
-  const double step = contour.perimeter() / n;
-  if (decomposed && !params.enclosingInfo_()) writer.numberOwnPieces();
-  std::int32_t piece = decomposed ? 0 : writer.takePiece();
+  const double step = contour.perimeter() / static_cast<double>(params.maxPoints());
+  if (!params.enclosingInfo_()) writer.numberOwnPieces();
   if (wanted) writer.openChain(contour.isClosed(), params.maxPoints());
   double start = 0;
   long i = 0;
   for (std::size_t k = 0; k < elements.size(); ++k) {
     const qcShapeInfo own(*elements[k]);
     const bool last = k + 1 == elements.size();
-    if (decomposed) {
-      piece = writer.takePiece();
-      for (long more = own.numPieces() - 1; more > 0; --more) writer.takePiece();
-    }
+    const std::int32_t piece = writer.takePiece();
+    for (long more = own.numPieces() - 1; more > 0; --more) writer.takePiece();
     const double end = start + own.perimeter();
     qcVector<2> point;
     qcRadian tangent;
@@ -216,8 +214,7 @@ void qfUniformSampleContour(const qcContourTree& contour, const qcShape::qcSampl
       if (!last && distance >= end) break;
       const qcPerimPos place = own.perimPos(std::min(distance - start, own.perimeter()));
       elements[k]->perimPointAndTangent_(own, place, point, params.computeTangents() ? &tangent : nullptr);
-      writer.add(point, tangent,
-                 decomposed ? qcPerimPos(piece + place.index(), place.distance()) : qcPerimPos(piece, distance));
+      writer.add(point, tangent, {piece + place.index(), place.distance()});
     }
     start = end;
   }

@@ -154,12 +154,14 @@ void Result::reset() {
   nextPiece_ = 0;
 }
 
-bool Result::isValid_() const {
+bool Result::isValid_(std::size_t firstChain) const {
   if (closedFlags_.size() != breaks_.size()) return false;
   if (!tangents_.empty() && tangents_.size() != positions_.size()) return false;
   if (breaks_.empty()) return positions_.empty();
-  const bool ascending = std::adjacent_find(breaks_.begin(), breaks_.end(), std::greater_equal<>()) == breaks_.end();
-  return ascending && breaks_.front() == 0 && static_cast<std::size_t>(breaks_.back()) < positions_.size();
+  const auto first = breaks_.begin() + static_cast<std::ptrdiff_t>(std::min(firstChain, breaks_.size() - 1));
+  const bool ascending = std::adjacent_find(first, breaks_.end(), std::greater_equal<>()) == breaks_.end();
+  return ascending && breaks_.front() == 0 && *first >= 0 &&
+         static_cast<std::size_t>(breaks_.back()) < positions_.size();
 }
 
 void Result::getPolylines(std::vector<qcPolyline>& polylines) const {
@@ -308,8 +310,8 @@ void qfMergeSubchains(const Params& params, int firstChain, bool closed, Result&
   qc_shapes::checkConsistent(params, result);
   if (firstChain < 0 || firstChain > result.numChains()) throw qcShapesError::BadIndex();
   if (firstChain == result.numChains()) return;
-  if (!result.isValid_()) throw qcShapesError::BadParams();
   const auto first = static_cast<std::size_t>(firstChain);
+  if (!result.isValid_(first)) throw qcShapesError::BadParams();
   if (!params.duplicateCorners()) JointRemover(result, first).run(closed);
   truncate(result.breaks(), first + 1);
   truncate(result.closedFlags(), first + 1);

@@ -24,6 +24,7 @@ using Elements = std::vector<const qcShape*>;
 
 constexpr const char* kSource = "std/shapes/shaptree";
 constexpr int kVersionLine = 597, kContentLine = 602;
+constexpr double kRounding = 1e-12;  // of lengths, relatively
 
 const qc_Instantiator registered(typeid(qcShapeTree), nullptr);
 
@@ -52,7 +53,6 @@ long numPieces(const qcShape& shape) {
     return polyline->isClosed() || vertices < 2 ? vertices : vertices - 1;
   }
   if (const qcShapeTree* tree = asTree(shape)) {
-    if (!tree->isDecomposed()) return 1;
     long sum = 0;
     for (const qcShape* element : tree->elements_()) sum += numPieces(*element);
     return sum;
@@ -62,7 +62,7 @@ long numPieces(const qcShape& shape) {
   return static_cast<long>(lengths.size());
 }
 
-// The elements of a decomposed tree and the numbers of their pieces.
+// The elements of a tree and the numbers of their pieces.
 class Pieces {
  public:
   explicit Pieces(Elements elements) : elements_(std::move(elements)), first_{0} {
@@ -85,12 +85,13 @@ class Pieces {
     return {static_cast<std::int32_t>(position.index() - first_[i]), position.distance()};
   }
 
-  /// The position on the piece that it really lies on. The end of an element is no place on the next one, unless both
-  /// are of one contour.
+  /// The position on the piece that it really lies on. The end of an element, but for rounding, is no place on the next
+  /// one, unless both are of one contour.
   qcPerimPos placed(const qcShapeInfo& info, const qcPerimPos& position, bool oneContour) const {
     if (info.numPieces() != first_.back()) throw qcShapesError::BadParams();
-    if (!oneContour && position.distance() >= 0 && position.distance() <= info.pieceLength(position.index())) {
-      return position;
+    const double length = info.pieceLength(position.index()), distance = position.distance();
+    if (!oneContour && distance >= 0 && distance <= length * (1 + kRounding)) {
+      return {position.index(), std::min(distance, length)};
     }
     return info.perimPos(position, 0);
   }
@@ -113,13 +114,6 @@ std::pair<std::size_t, qcVector<2>> nearestElement(const Elements& elements, con
     nearest = {i, point};
   }
   return nearest;
-}
-
-// A distance from the start that leads back to a position, also where it is the end of a piece and the next one starts
-// elsewhere.
-double distanceOf(const qcShapeInfo& info, const qcPerimPos& position) {
-  const double distance = info.distanceAlong(position);
-  return info.perimPos(distance).index() > position.index() ? std::nextafter(distance, 0.0) : distance;
 }
 
 qcPtrHandle<qcShape> decomposedShape(const qcShape& shape) {
@@ -374,7 +368,6 @@ double qcShapeTree::perimeter() const {
 }
 
 void qcShapeTree::pieceLengths_(std::vector<double>& lengths) const {
-  if (!isDecomposed()) return qcShape::pieceLengths_(lengths);
   for (const qcShape* element : elements_()) element->pieceLengths_(lengths);
 }
 
@@ -383,11 +376,6 @@ void qcShapeTree::heldShapes_(Elements& held) const {
 }
 
 qcPerimPos qcShapeTree::nearestPerimPos(const qcShapeInfo& info, const qcVector<2>& p) const {
-  if (!isDecomposed()) {
-    const qcPtrHandle<qcShape> decomposed = decompose();
-    const qcShapeInfo pieces(*decomposed);
-    return {0, distanceOf(pieces, decomposed->nearestPerimPos(pieces, p))};
-  }
   const Elements elements = elements_();
   const std::size_t i = nearestElement(elements, p).first;
   const qcPerimPos position = elements[i]->nearestPerimPos(qcShapeInfo(*elements[i]), p);
@@ -397,7 +385,6 @@ qcPerimPos qcShapeTree::nearestPerimPos(const qcShapeInfo& info, const qcVector<
 
 void qcShapeTree::perimPointAndTangent_(const qcShapeInfo& info, const qcPerimPos& position, qcVector<2>& point,
                                         qcRadian* tangent) const {
-  if (!isDecomposed()) return qcShape::perimPointAndTangent_(info, position, point, tangent);
   const Pieces pieces(elements_());
   const qcPerimPos place = pieces.placed(info, position, isOneContour_());
   const std::size_t i = pieces.elementOf(place.index());
@@ -406,7 +393,6 @@ void qcShapeTree::perimPointAndTangent_(const qcShapeInfo& info, const qcPerimPo
 }
 
 qcPtrHandle<qcShape> qcShapeTree::subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const {
-  if (!isDecomposed()) return qcShape::subShape(info, piece);
   if (!(piece.second >= 0)) throw qcShapesError::BadParams();
   const Pieces pieces(elements_());
   const qcPerimPos start = pieces.placed(info, piece.first, isOneContour_());
@@ -450,42 +436,23 @@ qcPtrHandle<qcShape> qcShapeTree::subShape(const qcShapeInfo& info, const std::p
 void qcShapeTree::sampleElements_(const qcSampleParams& params, qcSampleResult& result,
                                   const std::function<void(std::size_t, std::size_t)>& sampled) const {
   qc_shapes::SampleWriter writer(params, result);
-  // A tree that is not decomposed is one piece of others, but its elements are numbered among themselves.
-  const bool onePiece = !isDecomposed();
-  const std::int32_t piece = onePiece ? writer.takePiece() : 0, nextPiece = result.pieceNumber_();
   const Elements elements = elements_();
   const qcShapeInfo numbering;  // says that there are other pieces
   qcSampleParams inner = params;
-  if (onePiece) result.pieceNumber_(0);
-  if (!onePiece && !params.enclosingInfo_()) writer.numberOwnPieces();
-  if (onePiece || !params.enclosingInfo_()) inner.enclosingInfo_(&numbering);
+  if (!params.enclosingInfo_()) {
+    writer.numberOwnPieces();
+    inner.enclosingInfo_(&numbering);
+  }
   const bool leaveOut = params.computeTangents() && hasTangent();
   for (std::size_t i = 0; i < elements.size(); ++i) {
     const qcShape& element = *elements[i];
     if (leaveOut && !element.hasTangent() && element.perimeter() == 0) {
-      for (long n = numPieces(element); n > 0; --n) result.pieceNumber_(result.pieceNumber_() + 1);
+      for (long n = numPieces(element); n > 0; --n) writer.takePiece();
       continue;
     }
     const std::size_t firstPoint = result.positions().size();
     element.sample(inner, result);
     sampled(i, firstPoint);
-  }
-  if (onePiece) {
-    result.pieceNumber_(nextPiece);
-    if (params.recordPositions_()) {
-      std::vector<double> lengths, starts{0};
-      for (const qcShape* element : elements) element->pieceLengths_(lengths);
-      for (const double length : lengths) starts.push_back(starts.back() + length);
-      std::vector<qcPerimPos>& recorded = result.perimPositions_();
-      for (std::size_t i = writer.firstPosition(); i < recorded.size(); ++i) {
-        const auto own = static_cast<std::size_t>(recorded[i].index());
-        double distance = starts[own] + recorded[i].distance();
-        // The next piece may start elsewhere than where this one ends.
-        const bool atEnd = own + 2 < starts.size() && distance >= starts[own + 1] && recorded[i].distance() > 0;
-        if (atEnd) distance = std::nextafter(starts[own + 1], 0.0);
-        recorded[i] = {piece, distance};
-      }
-    }
   }
   writer.commit();
 }

@@ -108,8 +108,9 @@ class VNXSTD_EXPORT qcShape::qcSampleResult {
   /// Replaces `polylines` by one polyline per chain. Throws qcShapesError::BadParams when the chains are not valid.
   void getPolylines(std::vector<qcPolyline>& polylines) const;
 
-  /// The chains cover all points, none is empty, each has a flag, and there are as many tangents as points or none.
-  bool isValid_() const;
+  /// The chains from one on cover all points behind its first, none of them is empty, each has a flag, and there are as
+  /// many tangents as points or none.
+  bool isValid_(std::size_t firstChain = 0) const;
 
   // Not part of the value: neither compared nor archived, and emptied by loading.
 
@@ -149,6 +150,6 @@ VNXSTD_EXPORT void qfUniformSamplePrimitive(const qcShape& shape, const qcShape:
 /// Joins the chains from number `firstChain` on into one, which is closed or not. Where duplicateCorners is false each
 /// joint keeps one point, the first of the later chain, with the bisector of both tangents; this includes the joint
 /// between the end and the start of a closed chain. Throws qcShapesError::BadIndex when firstChain is below 0 or above
-/// the number of chains, and BadParams when the chains are not valid or do not agree with the parameters.
+/// the number of chains, and BadParams when those chains are not valid or do not agree with the parameters.
 VNXSTD_EXPORT void qfMergeSubchains(const qcShape::qcSampleParams& params, int firstChain, bool closed,
                                     qcShape::qcSampleResult& result);

@@ -22,8 +22,8 @@ class qcRect;
 class qcShapeInfo;
 
 /// A position on a shape's boundary: the number of a piece (a primitive of the decomposed shape), and the distance
-/// along that piece from its start. A shape that is not itself decomposed counts as one piece, number 0. Positions
-/// compare by index first, then by distance, exactly.
+/// along that piece from its start. A shape that is not itself decomposed counts as one piece, number 0, but trees have
+/// the pieces of their elements. Positions compare by index first, then by distance, exactly.
 class VNXSTD_EXPORT qcPerimPos {
  public:
   constexpr qcPerimPos() = default;
@@ -158,7 +158,7 @@ class VNXSTD_EXPORT qcShape : public virtual qcRepBase, public virtual qcPersist
   virtual qcPtrHandle<qcShape> cloneThat_(const qcShape& that) const;
 
   /// Appends the lengths of the pieces that positions on this shape refer to. By default the shape is one piece; shapes
-  /// that are made of primitives and count as decomposed append those of each primitive.
+  /// that are made of primitives and count as decomposed append those of each primitive, trees those of each element.
   virtual void pieceLengths_(std::vector<double>& lengths) const;
 
   /// Appends the shapes that this one holds by handles. By default it holds none. No shape may be among those that it

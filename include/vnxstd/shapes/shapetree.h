@@ -21,9 +21,9 @@
 ///
 /// Points, lengths, positions and samples of a tree are those of its elements, in order: for contours and collections
 /// the shapes that remain when nested contours, or collections, are replaced by their children, for regions the
-/// boundaries of all nodes, each before those below it. Elements that are empty do not count. Positions on a decomposed
-/// tree have the number of the piece as index, counted through all elements; on any other tree index 0 and the distance
-/// along all of them. Queries are linear in the number of elements at least.
+/// boundaries of all nodes, each before those below it. Elements that are empty do not count. Positions on the
+/// perimeter have the number of the piece as index, counted through all elements, whether these are decomposed or count
+/// as one piece each. Queries are linear in the number of elements at least.
 class VNXSTD_EXPORT qcShapeTree : public qcShape {
  public:
   using Child = qcPtrHandle_const<qcShape>;

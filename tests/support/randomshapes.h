@@ -1,0 +1,65 @@
+// Random shapes for tests that compare their operations with each other.
+#pragma once
+
+#include <numbers>
+#include <random>
+#include <vector>
+
+#include "vnxstd/shapes.h"
+
+/// The same sequence of numbers, and of what is made from them, for the same seed.
+class Random {
+ public:
+  explicit Random(unsigned seed) : engine_(seed) {}
+  double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine_); }
+  int integer(int low, int high) { return std::uniform_int_distribution<int>(low, high)(engine_); }
+  qcVector<2> point() { return {real(-20, 20), real(-20, 20)}; }
+  /// A polyline that repeats some of its vertices.
+  qcPolyline polyline(bool closed) {
+    std::vector<qcVector<2>> vertices;
+    for (int n = integer(2, 9); n > 0; --n) {
+      vertices.push_back(point());
+      if (integer(0, 3) == 0) vertices.push_back(vertices.back());
+    }
+    return {vertices, closed};
+  }
+  qcRadian angle() { return qcRadian(real(-3, 3)); }
+  qcEllipse2 ellipse() { return {point(), angle(), {real(0.5, 9), real(0.5, 9)}, integer(0, 1) == 1, angle()}; }
+  /// Short ones and whole turns, in both directions.
+  template <class Arc, class Ellipse>
+  qcPtrHandle<qcShape> arc(const Ellipse& ellipse) {
+    const double span = integer(0, 4) == 0 ? 2 * std::numbers::pi : real(0.1, 6.28);
+    return new Arc(ellipse, angle(), qcRadian(integer(0, 1) ? span : -span));
+  }
+  /// Segments, polylines and arcs, of either class, each from the end of the one before; some in contours of their own.
+  qcPtrHandle<qcContourTree> contour(bool closed) {
+    const bool primitive = integer(0, 1);
+    const qcPtrHandle<qcContourTree> tree(new qcContourTree(closed));
+    qcContourTree nested;
+    qcVector<2> end = point();
+    for (int n = integer(1, 5); n > 0; --n) {
+      qcPtrHandle<qcShape> piece = new qcLineSeg(point(), point());
+      const int kind = integer(0, 3);
+      if (kind == 1) piece = new qcPolyline(polyline(false));
+      if (kind == 2) piece = arc<qcEllipseArc2>(ellipse());
+      if (kind == 3 && !primitive) piece = arc<qcEllipseArc>(ellipse().oldEllipse());
+      piece = piece->mapShape(qcXform<2>({1, 0, 0, 1}, end - piece->startPoint()));
+      if (kind == 3 && !primitive) piece = new qcEllipseArc(dynamic_cast<qcEllipseArc2&>(*piece).oldEllipseArc());
+      end = piece->endPoint();
+      (nested.isLeaf() && integer(0, 1) ? *tree : nested).addChild(*piece);
+      if (nested.numChildren() == 2 || (n == 1 && !nested.isLeaf())) {
+        tree->addChild(nested);
+        nested.removeChildren();
+      }
+    }
+    if (closed) tree->addChild(qcLineSeg(tree->child(tree->numChildren() - 1).endPoint(), tree->child(0).startPoint()));
+    return tree;
+  }
+  qcXform<2> affine() { return {{real(-9, 9), real(-9, 9), real(-9, 9), real(-9, 9)}, point()}; }
+  qcXform<2> similarity(bool rotates, bool mirrors) {
+    return {point(), real(0.2, 4), mirrors ? -1.0 : 1.0, qcRadian(0), qcRadian(rotates ? real(-3, 3) : 0)};
+  }
+
+ private:
+  std::mt19937 engine_;
+};

@@ -1,0 +1,558 @@
+// Trees of shapes beyond what the laws of test_shapes hold for contours.
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <cmath>
+#include <functional>
+#include <numbers>
+
+#include "support/archived.h"
+#include "support/randomshapes.h"
+
+namespace {
+
+using V = qcVector<2>;
+using Shape = qcPtrHandle<qcShape>;
+using Child = qcShapeTree::Child;
+using Params = qcShape::qcSampleParams;
+using Result = qcShape::qcSampleResult;
+using Place = qcRegionTree::Place;
+constexpr double kPi = std::numbers::pi;
+
+Shape region(const qcShape& boundary, bool isHole, const std::vector<Child>& children = {}) {
+  qcRegionTree tree(boundary, isHole);
+  tree.addChildren(children, false);
+  return new qcRegionTree(tree);
+}
+const qcRegionTree& asRegion(const qcShape& shape) { return dynamic_cast<const qcRegionTree&>(shape); }
+qcPolyline square(double low, double high) { return {{{low, low}, {high, low}, {high, high}, {low, high}}, true}; }
+
+std::vector<qcPolyline> chains(const qcShape& shape, double tolerance, bool corners = false) {
+  Result result;
+  shape.sample(Params(tolerance, 0, 1000000, false, corners), result);
+  std::vector<qcPolyline> all;
+  result.getPolylines(all);
+  return all;
+}
+
+// ---- regions
+
+/// A region inside the circle of radius `r`, with holes and islands, and what is known about it.
+struct Nest {
+  std::vector<Child> boundaries;
+  std::vector<bool> holes;
+
+  Shape make(Random& random, const V& center, double r, bool hole, int levels) {
+    const int kind = random.integer(0, 4);
+    double inner = 0.7 * r;  // every boundary runs between both radii
+    Shape shape = new qcCircle(center, random.real(0.75, 0.95) * r);
+    if (kind == 1) shape = new qcEllipse2(center, random.angle(), {0.95 * r, 0.75 * r}, random.integer(0, 1), {});
+    if (kind == 2) shape = new qcRect(center - V(0.7 * r, 0.7 * r), {1.4 * r, 1.4 * r}), inner = 0.69 * r;
+    if (kind >= 3) {
+      std::vector<V> corners;
+      const int n = random.integer(9, 14);
+      for (int i = 0; i < n; ++i) {
+        corners.push_back(center + V(random.real(0.8, 0.98) * r, qcRadian(2 * kPi * i / n)));
+      }
+      qcPolyline polygon(corners, true);
+      if (random.integer(0, 1)) polygon = static_cast<const qcPolyline&>(*polygon.reverse());
+      shape = new qcPolyline(polygon);
+      if (kind == 4) {  // the same as a contour of segments
+        const qcPtrHandle<qcContourTree> contour(new qcContourTree(true));
+        for (long i = 0; i < n; ++i) contour->addChild(qcLineSeg(polygon.vertex(i), polygon.vertex((i + 1) % n)));
+        shape = contour;
+      }
+    }
+    boundaries.emplace_back(shape);
+    holes.push_back(hole);
+    std::vector<Child> children;
+    const int count = levels > 0 ? random.integer(0, 3) : 0;
+    for (int i = 0; i < count; ++i) {
+      const V at = center + V(count > 1 ? 0.53 * inner : 0, qcRadian(2 * kPi * i / count));
+      children.emplace_back(make(random, at, (count > 1 ? 0.44 : 0.9) * inner, !hole, levels - 1));
+    }
+    return region(*shape, hole, children);
+  }
+
+  double distance(const V& p) const {
+    double least = HUGE_VAL;
+    for (const Child& boundary : boundaries) least = std::min(least, p.distance(boundary->nearestPoint(p)));
+    return least;
+  }
+  bool within(const V& p) const {
+    long around = 0;
+    for (const Child& boundary : boundaries) around += boundary->within(p);
+    return around % 2 == 1;
+  }
+};
+
+TEST(RegionTrees, AreWhatAnOddNumberOfBoundariesSurrounds) {
+  for (unsigned seed = 0; seed < 60; ++seed) {
+    SCOPED_TRACE(seed);
+    Random random(seed);
+    Nest nest;
+    const bool hole = seed % 2;
+    const Shape shape = nest.make(random, random.point(), 20, hole, 4);
+    const qcRegionTree& tree = asRegion(*shape);
+    const long count = static_cast<long>(nest.boundaries.size());
+    EXPECT_EQ(tree.size(true), count);
+    const qcXform<2> mirror(qcMatrix<2>(-2, 0.5, 0.3, 1), V(1, 2));
+    const Shape mapped = tree.mapShape(mirror), back = tree.reverse(), flat = tree.flatten(true),
+                parts = tree.decompose();
+    for (int i = 0; i < 60; ++i) {
+      const V p = tree.boundingBox().origin() + V(random.real(0, 40), random.real(0, 40));
+      const double away = nest.distance(p);
+      if (away < 1e-6) continue;
+      const bool within = nest.within(p);
+      for (const Shape& other : {shape, back, flat, parts, Shape(tree.flip())}) EXPECT_EQ(other->within(p), within);
+      EXPECT_EQ(mapped->within(mirror * p), within);
+      EXPECT_NEAR(p.distance(tree.nearestPoint(p)), away, 1e-9);
+      EXPECT_EQ(tree.classify(p, away * 0.999), within ? Place::inside : Place::outside);
+      const Place near = tree.classify(p, away * 1.001);
+      EXPECT_TRUE(near == Place::boundary || (near == Place::outside && !within));
+      const qcShapeInfo info(tree), pieces(*parts);
+      EXPECT_LE(p.distance(tree.perimPoint(info, tree.nearestPerimPos(info, p))), away + 1e-9);
+      EXPECT_LE(p.distance(parts->perimPoint(pieces, parts->nearestPerimPos(pieces, p))), away + 1e-9);
+    }
+    // Islands to the left of their boundaries, holes to the right.
+    double perimeter = 0;
+    const std::vector<qcPolyline> loops = chains(tree, 1e-3), reversed = chains(*back, 1e-3);
+    ASSERT_EQ(static_cast<long>(loops.size()), count);
+    for (std::size_t i = 0; i < loops.size(); ++i) {
+      EXPECT_TRUE(loops[i].isClosed());
+      EXPECT_EQ(loops[i].isRightHanded(), !nest.holes[i]);
+      EXPECT_EQ(reversed[i].isRightHanded(), static_cast<bool>(nest.holes[i]));
+      EXPECT_NEAR(loops[i].perimeter(), nest.boundaries[i]->perimeter(), 0.05);
+      perimeter += nest.boundaries[i]->perimeter();
+    }
+    EXPECT_NEAR(tree.perimeter(), perimeter, 1e-9);
+    EXPECT_EQ(tree.unregionize()->numChildren(), count);
+    EXPECT_TRUE(tree.flip()->flip()->equal_(tree) && !tree.flip()->equal_(tree) && tree.clone()->equal_(tree));
+    EXPECT_TRUE(back->reverse()->decompose()->equal_(*parts) || !back->isDecomposed());
+    Shape loaded;
+    EXPECT_TRUE(load(archived(kLittle, false, shape), loaded)->equal_(tree));
+  }
+}
+
+TEST(RegionTrees, SamplesOfAllShapesAreWhereTheyAreRecorded) {
+  for (unsigned seed = 0; seed < 40; ++seed) {
+    SCOPED_TRACE(seed);
+    Random random(seed);
+    Nest nest;
+    const Shape tree = nest.make(random, random.point(), 20, false, 2), contour = random.contour(random.integer(0, 1));
+    const Child mixed(
+        new qcGeneralShapeTree({tree, new qcGeneralShapeTree({contour}, true), new qcLineSeg({1, 2}, {9, 8})}, true));
+    for (const Child& shape : {Child(tree), Child(tree->decompose()), mixed, Child(mixed->decompose())}) {
+      const qcShapeInfo info(*shape);
+      for (const bool corners : {false, true}) {
+        Params params(0.1, 3, 100000, true, corners);
+        params.recordPositions_(true);
+        Result result;
+        shape->sample(params, result);
+        EXPECT_NEAR(info.perimeter(), shape->perimeter(), 1e-9);
+        ASSERT_EQ(result.perimPositions_().size(), result.positions().size());
+        for (std::size_t i = 0; i < result.positions().size(); ++i) {
+          const V p = result.positions()[i];
+          EXPECT_LE(p.distance(shape->perimPoint(info, result.perimPositions_()[i])), 1e-8) << i;
+          EXPECT_LE(p.distance(shape->nearestPoint(p)), 1e-9);
+        }
+        // A part of the boundary is as long as it was asked to be.
+        const double start = random.real(0, info.perimeter()), length = random.real(0, info.perimeter());
+        const double whole = shape->isRegion() ? length : std::min(length, info.perimeter() - start);
+        EXPECT_NEAR(shape->subShape(info, {info.perimPos(start), length})->perimeter(), whole, 1e-8);
+      }
+    }
+  }
+}
+
+const qcPolyline kNotched({{0, 0}, {8, 0}, {8, 8}, {4.001, 8}, {4, 1}, {3.999, 8}, {0, 8}}, true);
+
+TEST(RegionTrees, TakeWhatLiesInsideAndAlternates) {
+  qcContourTree moon(true), open;
+  moon.addChild(qcEllipseArc2(qcEllipse2({0, 0}, {}, {4, 4}, true, {}), qcRadian(kPi / 2), qcRadian(kPi)));
+  moon.addChild(qcEllipseArc2(qcEllipse2({0, 0}, {}, {1, 4}, true, {}), qcRadian(1.5 * kPi), qcRadian(-kPi)));
+  open.addChild(qcLineSeg({0, 0}, {1, 1}));
+  const qcCircle disc({0, 0}, 4);
+  const std::tuple<Child, Child, bool> rows[] = {
+      {square(0, 8).clone(), square(1, 2).clone(), true},
+      {square(0, 8).clone(), square(0, 8).clone(), true},  // the same
+      {square(0, 8).clone(), square(4, 8).clone(), true},  // touching two edges
+      {square(0, 8).clone(), square(4, 8.001).clone(), false},
+      {square(0, 8).clone(), square(7, 9).clone(), false},
+      {square(0, 8).clone(), square(9, 10).clone(), false},
+      {square(0, 8).clone(), square(-1, 9).clone(), false},
+      {square(0, 8).clone(), qcPolyline({{4, 0}, {8, 4}, {4, 8}, {0, 4}}, true).clone(), true},
+      {square(0, 8).clone(), qcCircle({4, 4}, 4).clone(), true},
+      {square(0, 8).clone(), qcCircle({4, 4}, 4.001).clone(), false},
+      {square(0, 8).clone(), qcEllipse({4, 4}, {4, 1}, qcRadian(0)).clone(), true},
+      {square(0, 8).clone(), qcEllipse({4, 4}, {4.01, 1}, qcRadian(0)).clone(), false},
+      {kNotched.clone(), square(0.1, 0.9).clone(), true},
+      {kNotched.clone(), square(0.1, 5).clone(), false},  // the notch comes in between
+      {kNotched.clone(), qcPolyline({{1, 2}, {7, 2}, {7, 3}, {1, 3}}, true).clone(), false},
+      {kNotched.clone(), qcCircle({4, 4}, 3.9).clone(), false},
+      {disc.clone(), qcCircle({2, 0}, 2).clone(), true},  // touching from inside
+      {disc.clone(), qcCircle({2, 0}, 2.01).clone(), false},
+      {disc.clone(), qcCircle({0, 0}, 4).clone(), true},
+      {disc.clone(), square(-2, 2).clone(), true},
+      {disc.clone(), square(-2.82, 2.82).clone(), true},
+      {disc.clone(), square(-2.84, 2.84).clone(), false},
+      {moon.clone(), qcCircle({-2.5, 0}, 1.4).clone(), true},
+      {moon.clone(), qcCircle({-2.5, 0}, 1.6).clone(), false},
+      {moon.clone(), qcCircle({0, 0}, 2).clone(), false},
+      {qcRect({0, 0}, {8, 8}).clone(), qcRect({7, 7}, {1, 1}).clone(), true},
+      {qcRect({1e9, 1e9}, {8, 8}).clone(), qcRect({1e9 + 7, 1e9 + 7}, {1, 1}).clone(), true}};
+  for (const auto& row : rows) {
+    const auto& [outer, inner, fits] = row;
+    SCOPED_TRACE(&row - rows);
+    for (const bool hole : {false, true}) {
+      qcRegionTree tree(outer, hole);
+      EXPECT_THROW(tree.addChild(qcRegionTree(inner, hole)), qcShapesError::BadGeom);
+      EXPECT_TRUE(tree.isLeaf());
+      if (fits) {
+        EXPECT_NO_THROW(tree.addChild(qcRegionTree(inner, !hole)));
+      } else {
+        EXPECT_THROW(tree.addChild(qcRegionTree(inner, !hole)), qcShapesError::BadGeom);
+      }
+      EXPECT_EQ(tree.isRightHanded(), !hole);
+      EXPECT_EQ(tree.isLeaf(), !fits);
+    }
+  }
+  EXPECT_THROW(region(qcRegionTree(disc), true), qcShapesError::BadGeom);
+  EXPECT_THROW(qcRegionTree(qcGeneralShapeTree{}), qcShapesError::BadGeom);
+  EXPECT_THROW(qcRegionTree(qcLineSeg({0, 0}, {1, 1})), qcShapesError::NotRegion);
+  EXPECT_THROW((qcRegionTree(open)), qcShapesError::NotRegion);
+  EXPECT_THROW(qcRegionTree(Child{}), qcBadPointer);
+  qcRegionTree tree(square(0, 8));
+  tree.addChild(region(square(1, 7), true), false);
+  EXPECT_FALSE(tree.child(0).isRoot());
+  EXPECT_THROW(tree.boundary(square(2, 8)), qcShapesError::BadGeom);
+  EXPECT_TRUE(tree.boundary().equal_(square(0, 8)));
+  tree.boundary(qcCircle({4, 4}, 6));
+  EXPECT_FALSE(tree.within({4, 4}));
+  EXPECT_TRUE(tree.child(0).within({4, 4}));
+}
+
+// Small numbers, so that everything that can cross, touch and coincide does.
+TEST(RegionTrees, NestPolygonsLikeAWalkAlongTheirEdges) {
+  int fitting = 0;
+  for (unsigned seed = 0; seed < 4000; ++seed) {
+    Random random(seed);
+    const auto polygon = [&](int low, int high) {
+      std::vector<V> corners;
+      for (int n = random.integer(3, 5); n > 0; --n)
+        corners.push_back(V(random.integer(low, high), random.integer(low, high)));
+      return qcPolyline(corners, true);
+    };
+    const qcPolyline outer = polygon(0, 4), inner = polygon(1, 3);
+    bool inside = true;
+    const qcShapeInfo info(inner);
+    for (int i = 0; i < 4000 && inside; ++i) {
+      const V p = inner.perimPoint(info, info.perimPos(info.perimeter() * i / 4000));
+      inside = outer.within(p) || outer.nearestPoint(p).distance(p) < 1e-8;
+    }
+    qcRegionTree tree(outer);
+    try {
+      tree.addChild(qcRegionTree(inner, true));
+    } catch (const qcShapesError::BadGeom&) {
+    }
+    EXPECT_EQ(!tree.isLeaf(), inside) << seed;
+    fitting += inside;
+  }
+  EXPECT_GT(fitting, 200);
+}
+
+// ---- contours
+
+TEST(ContourTrees, OfSegmentsAreThePolylineThroughTheirEnds) {
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    SCOPED_TRACE(seed);
+    Random random(seed);
+    const bool closed = seed % 2, simple = seed % 3 == 0;
+    std::vector<V> corners;
+    const int n = random.integer(2, 9);
+    for (int i = 0; i < n; ++i) {
+      const V corner(random.integer(0, 6), random.integer(0, 6));
+      corners.push_back(simple ? V(0, 0) + V(random.real(1, 9), qcRadian(6.0 * i / n)) : corner);
+    }
+    const qcPolyline line(corners, closed);
+    qcContourTree tree(closed);
+    for (std::size_t i = 0; i + (closed ? 0 : 1) < corners.size(); ++i) {
+      tree.addChild(qcLineSeg(corners[i], corners[(i + 1) % corners.size()]));
+    }
+    const qcShapeInfo info(line);
+    EXPECT_EQ(info, qcShapeInfo(tree));
+    for (int i = 0; i < 30; ++i) {
+      V p(random.integer(0, 6), random.integer(0, 6));
+      if (i % 2) p += V(random.real(-1, 1), random.real(-1, 1));
+      if (simple && i < 20) p = corners[static_cast<std::size_t>(i) % corners.size()];
+      EXPECT_EQ(tree.nearestPoint(p), line.nearestPoint(p));
+      EXPECT_EQ(tree.nearestPerimPos(info, p), line.nearestPerimPos(info, p));
+      // Which side of itself a contour shows where it passes twice is another matter.
+      if (!simple && line.nearestPoint(p).distance(p) < 1e-9) continue;
+      if (closed) {
+        EXPECT_EQ(tree.within(p), line.within(p)) << p.x() << " " << p.y();
+      } else {
+        EXPECT_NEAR(tree.windingAngle(p).plain(), line.windingAngle(p).plain(), 1e-12) << p.x() << " " << p.y();
+      }
+    }
+    if (closed) {
+      EXPECT_NEAR(tree.area(), line.areaMoment0(), 1e-12);
+    }
+    if (!closed && simple) {
+      EXPECT_NEAR(tree.tangentRotation().plain(), line.tangentRotation().plain(), 1e-12);
+    }
+    for (const bool tangents : {false, true}) {
+      if (!line.hasTangent()) continue;
+      Params params(0, 0.7, 1000, tangents, seed % 5 == 0);
+      Result expected, result;
+      line.sample(params, expected);
+      tree.sample(params, result);
+      EXPECT_TRUE(result == expected || !simple);
+      params.uniformMode(true);
+      Result uniform, whole;
+      qfUniformSamplePrimitive(line, params, whole);
+      tree.sample(params, uniform);
+      ASSERT_EQ(uniform.positions().size(), 1000U);
+      for (std::size_t i = 0; i < 1000; ++i) EXPECT_LE(uniform.positions()[i].distance(whole.positions()[i]), 1e-9);
+    }
+  }
+}
+
+TEST(ContourTrees, EncloseTheAreaOfTheirSamples) {
+  for (unsigned seed = 0; seed < 100; ++seed) {
+    Random random(seed);
+    const auto contour = random.contour(true);
+    EXPECT_NEAR(contour->area(), chains(*contour, 1e-5)[0].areaMoment0(), 0.02) << seed;
+    EXPECT_TRUE(contour->flatten(false)->decompose()->equal_(*contour->decompose()->reverse()->reverse()) ||
+                contour->size(true) != contour->size(false));
+  }
+  const qcEllipse2 ellipse({5, 7}, qcRadian(1), {3, 2}, false, qcRadian(0.5));
+  qcContourTree around(true);
+  around.addChild(qcEllipseArc2(ellipse, qcRadian(0), qcRadian(2)));
+  around.addChild(qcEllipseArc2(ellipse, qcRadian(2), qcRadian(2 * kPi - 2)));
+  EXPECT_NEAR(around.area(), -6 * kPi, 1e-12);
+  // A gap counts for what is inside, but not for the length.
+  qcContourTree corner(true);
+  corner.addChild(qcPolyline({{0, 0}, {4, 0}, {4, 4}}, false));
+  EXPECT_EQ(corner.perimeter(), 8);
+  EXPECT_EQ(corner.area(), 8);
+  EXPECT_TRUE(corner.within({3, 1}) && !corner.within({1, 3}));
+}
+
+TEST(GeneralTrees, ConnectWhatWasTakenApart) {
+  for (unsigned seed = 0; seed < 100; ++seed) {
+    SCOPED_TRACE(seed);
+    Random random(seed);
+    std::vector<Child> pieces;
+    const int count = random.integer(1, 4);
+    double perimeter = 0;
+    for (int i = 0; i < count; ++i) {
+      const auto contour = random.contour(random.integer(0, 1));
+      perimeter += contour->perimeter();
+      const auto elements = contour->elements_();
+      pieces.insert(pieces.end(), elements.begin(), elements.end());
+    }
+    for (std::size_t i = pieces.size(); i > 1; --i)
+      std::swap(pieces[i - 1], pieces[static_cast<std::size_t>(random.integer(0, static_cast<int>(i) - 1))]);
+    pieces.emplace_back(new qcCircle({0, 0}, 1));
+    const qcGeneralShapeTree apart(pieces, false);
+    const auto joined = apart.connect(1e-9);
+    EXPECT_NEAR(joined->perimeter(), perimeter + 2 * kPi, 1e-9);
+    // Ellipses that run once round are contours of their own.
+    EXPECT_GE(joined->numChildren(), count + 1);
+    for (const Child& child : joined->children()) {
+      if (!child->isOpenContour()) continue;
+      for (const Child& other : joined->children()) {
+        EXPECT_FALSE(other->isOpenContour() && child->endPoint().distance(other->startPoint()) < 1e-9);
+      }
+    }
+    EXPECT_EQ(joined->flatten(false)->size(true), apart.size(true));
+    EXPECT_THROW(apart.connect(-1), qcShapesError::BadParams);
+    EXPECT_THROW(apart.connect(NAN), qcShapesError::BadParams);
+  }
+  const qcLineSeg a({0, 0}, {1, 0}), b({1, 0}, {1, 1}), c({1, 1}, {0, 0}), d({9, 9}, {1.1, 0});
+  const auto triangle =
+      qcGeneralShapeTree({Child(b.clone()), Child(d.clone()), Child(c.clone()), Child(a.clone())}, false).connect();
+  ASSERT_EQ(triangle->numChildren(), 2);
+  EXPECT_TRUE(triangle->child(0).isRegion() && triangle->child(0).within({0.9, 0.5}) && triangle->child(1).equal_(d));
+}
+
+// ---- editing
+
+TEST(Trees, ThatAnEditFailsOnStayAsTheyWere) {
+  const Child segment(new qcLineSeg({1, 1}, {2, 2})), circle(new qcCircle({4, 4}, 1));
+  const Child hole = region(square(1, 2), true), island = region(square(1, 2), false);
+  const qcPtrHandle<qcShapeTree> contour(new qcContourTree({segment, segment}, false, false));
+  const qcPtrHandle<qcShapeTree> general(new qcGeneralShapeTree({segment, circle}, false));
+  const qcPtrHandle<qcShapeTree> regions(new qcRegionTree(square(0, 8)));
+  regions->addChildren({hole, hole}, false);
+  const std::tuple<qcPtrHandle<qcShapeTree>, Child, Child> trees[] = {
+      {contour, segment, circle}, {regions, hole, island}, {general, segment, general}};
+  for (const auto& [tree, good, bad] : trees) {
+    const Child before(tree->clone());
+    const std::vector<Child> children = tree->children();
+    using Edit = std::function<void(const Child&)>;
+    qcShapeTree& t = *tree;
+    const Edit edits[] = {[&](const Child& c) { t.addChild(c, false); },
+                          [&, g = good](const Child& c) {
+                            t.addChildren({g, c}, false);
+                          },
+                          [&](const Child& c) { t.insertChild(1, c, false); },
+                          [&, g = good](const Child& c) {
+                            t.insertChildren(0, {g, c, g}, false);
+                          },
+                          [&](const Child& c) { t.replaceChild(1, c, false); },
+                          [&, g = good](const Child& c) {
+                            t.replaceChildren({g, c}, false);
+                          }};
+    for (const Edit& edit : edits) {
+      EXPECT_THROW(edit(nullptr), qcBadPointer);
+      EXPECT_THROW(edit(bad), qcShapesError::BadGeom);
+    }
+    for (const long index : {-1L, 3L, 1L << 40U}) {
+      EXPECT_THROW(t.insertChild(index, good, true), qcShapesError::BadIndex);
+      EXPECT_THROW(t.insertChild(index, *good), qcShapesError::BadIndex);
+    }
+    for (const long index : {-1L, 2L, 1L << 40U}) {
+      EXPECT_THROW(t.replaceChild(index, good, true), qcShapesError::BadIndex);
+      EXPECT_THROW(t.replaceChild(index, *good), qcShapesError::BadIndex);
+      EXPECT_THROW(t.removeChild(index), qcShapesError::BadIndex);
+      EXPECT_THROW(t.child(index), qcShapesError::BadIndex);
+    }
+    EXPECT_TRUE(t.children() == children && t.equal_(*before));
+    // Every edit against the same one of a vector.
+    const Child other(good->clone());
+    std::vector<Child> expected = children;
+    const auto check = [&] {
+      ASSERT_EQ(t.numChildren(), static_cast<long>(expected.size()));
+      for (std::size_t i = 0; i < expected.size(); ++i)
+        EXPECT_TRUE(t.child(static_cast<long>(i)).isRegion() == expected[i]->isRegion() &&
+                    t.child(static_cast<long>(i)).boundingBox() == expected[i]->boundingBox());
+    };
+    t.insertChildren(1, t.children(), false), expected.insert(expected.begin() + 1, children.begin(), children.end());
+    check();
+    t.removeChild(0), t.insertChild(2, *other), t.replaceChild(0, other, true), t.addChild(*other);
+    expected.erase(expected.begin()), expected.insert(expected.begin() + 2, other), expected[0] = other,
+                                                                                    expected.push_back(other);
+    check();
+    t.removeChildren();
+    EXPECT_TRUE(t.isLeaf() && t.size(true) == 1 && t.height() == 0);
+  }
+}
+
+TEST(Trees, ContainNoneOfThemselves) {
+  const qcPtrHandle<qcGeneralShapeTree> a(new qcGeneralShapeTree), b(new qcGeneralShapeTree), c(new qcGeneralShapeTree);
+  b->addChild(a, false);
+  c->addChild(b, false);
+  EXPECT_THROW(a->addChild(c, false), qcShapesError::BadGeom);
+  EXPECT_THROW(*a = *c, qcShapesError::BadGeom);
+  a->addChild(c, true);
+  a->addChild(*c);
+  EXPECT_EQ(c->size(true), 12);
+  // Of two references to one child the second is bent onto the tree that is being loaded.
+  const Shape twice(new qcGeneralShapeTree({Child(a), Child(a)}, false));
+  std::string bytes = archived(kBig, false, twice);
+  const std::size_t last = bytes.rfind("\x4F\xE5\x70");
+  Shape loaded;
+  EXPECT_TRUE(load(bytes, loaded)->equal_(*twice));
+  bytes[last + 8] = 1;
+  EXPECT_THROW(load(bytes, loaded), qcArchive::BadContent);
+}
+
+TEST(Trees, GrowNoFurtherThanTheyCanBeWalked) {
+  Child doubled(new qcGeneralShapeTree), twin(new qcGeneralShapeTree);
+  long levels = 0;
+  const auto grow = [&](Child& tree) { tree = new qcGeneralShapeTree({tree, tree}, false); };
+  for (; levels < 19; ++levels) grow(doubled), grow(twin);
+  Shape loaded;
+  EXPECT_EQ(doubled->clone()->equal_(*load(archived(kBig, false, doubled), loaded)), true);
+  grow(doubled), grow(twin), ++levels;
+  EXPECT_THROW(archived(kBig, false, doubled), qcArchive::BadContent);
+  const auto growOn = [&] {
+    for (; levels < 40; ++levels) grow(doubled), grow(twin);
+  };
+  EXPECT_THROW(growOn(), qcShapesError::BadGeom);
+  EXPECT_EQ(levels, 30);
+  EXPECT_TRUE(twin->clone()->clone()->equal_(*doubled));  // a thousand million nodes
+}
+
+// ---- depth
+
+/// Everything that walks a tree, on a stack that its levels would overflow if they were called one from the other.
+void* walkDeepTrees(void*) {
+  constexpr long kLevels = 10000;
+  Child general(new qcLineSeg({0, 0}, {1, 0})), contour = general, regions;
+  for (long i = 0; i < kLevels; ++i) {
+    general = new qcGeneralShapeTree({general}, false);
+    contour = new qcContourTree({contour}, false, false);
+    const double size = static_cast<double>(1 + i);
+    regions = region(square(-size, size), (kLevels - i) % 2 == 0,
+                     regions.isNull() ? std::vector<Child>() : std::vector<Child>{regions});
+  }
+  for (const Child& tree : {general, contour, regions}) {
+    const auto& deep = dynamic_cast<const qcShapeTree&>(*tree);
+    EXPECT_EQ(deep.height(), kLevels - (deep.isRegion() ? 1 : 0));
+    EXPECT_EQ(deep.size(true), deep.height() + 1);
+    for (const Shape& other :
+         {deep.clone(), deep.mapShape(qcXform<2>()), deep.decompose(), deep.reverse()->reverse()}) {
+      EXPECT_TRUE(other->equal_(deep));
+    }
+    const double sides = deep.isRegion() ? static_cast<double>(kLevels) : 0.125;
+    EXPECT_EQ(deep.flatten(true)->perimeter(), 4 * sides * (deep.isRegion() ? static_cast<double>(kLevels + 1) : 2));
+    EXPECT_EQ(deep.boundingBox().width(), deep.isRegion() ? 2 * static_cast<double>(kLevels) : 1);
+    const qcShapeInfo info(deep);
+    EXPECT_EQ(deep.perimPoint(info, deep.nearestPerimPos(info, {0.25, 0})), V(deep.isRegion() ? 1 : 0.25, 0));
+    EXPECT_EQ(deep.subShape(info, {{}, 0.5})->perimeter(), 0.5);
+    EXPECT_EQ(chains(deep, 0).size(), deep.isRegion() ? kLevels : 1U);
+    EXPECT_THROW(qcGeneralShapeTree({tree, nullptr}, true), qcBadPointer);  // a copy is dropped
+  }
+  EXPECT_EQ(asRegion(*regions).classify({0.5, 0.2}), kLevels % 2 ? Place::inside : Place::outside);
+  EXPECT_EQ(asRegion(*regions).classify({1.5, 0.2}), kLevels % 2 ? Place::outside : Place::inside);
+  EXPECT_EQ(asRegion(*regions).unregionize()->numChildren(), kLevels);
+  EXPECT_EQ(contour->tangentRotation().plain(), 0);
+  EXPECT_EQ(contour->endPoint(), V(1, 0));
+  EXPECT_EQ(dynamic_cast<const qcGeneralShapeTree&>(*general).connect()->numChildren(), 1);
+  return nullptr;
+}
+
+TEST(Trees, OfAnyDepthNeedNoStack) {
+  pthread_attr_t small;
+  pthread_t thread;
+  ASSERT_EQ(pthread_attr_init(&small), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&small, 1U << 18U), 0);
+  ASSERT_EQ(pthread_create(&thread, &small, walkDeepTrees, nullptr), 0);
+  ASSERT_EQ(pthread_join(thread, nullptr), 0);
+  pthread_attr_destroy(&small);
+  Child deep(new qcGeneralShapeTree);
+  for (int i = 0; i < 600; ++i) deep = new qcGeneralShapeTree({deep}, false);
+  EXPECT_THROW(archived(kBig, false, deep), qcArchive::BadContent);
+}
+
+// ---- archives
+
+TEST(Trees, AreRefusedWhenTheyContradictThemselves) {
+  const Child hole = region(square(1, 2), true);
+  const auto segment = qcPtrHandle<qcLineSeg>(new qcLineSeg({0, 0}, {1, 1}));
+  const qcPtrHandle<qcPolyline> line(new qcPolyline({{0, 0}, {1, 0}}, false));
+  const qcPtrHandle<qcRegionTree> tree(new qcRegionTree(square(0, 8)));
+  const Child contour(new qcContourTree({Child(line)}, false, false));
+  tree->addChild(hole, false);
+  line->isClosed(true);  // behind the contour's back
+  Shape loaded;
+  EXPECT_THROW(load(archived(kBig, false, contour), loaded), qcArchive::BadContent);
+  std::string bytes = archived(kBig, false, Child(tree));
+  ASSERT_NO_THROW(load(bytes, loaded));
+  bytes[bytes.size() - 3] = 1;  // two holes, one in the other
+  EXPECT_THROW(load(bytes, loaded), qcArchive::BadContent);
+  // A tree in place is left empty.
+  qcRegionTree place(*tree);
+  bytes = archived(kBig, false, *tree);
+  for (std::size_t size = 7; size < bytes.size(); size += 5) {
+    EXPECT_THROW(load(bytes.substr(0, size), place), qcArchive::Errors);
+    EXPECT_TRUE(place.isLeaf() && place.isEmpty());
+  }
+  EXPECT_TRUE(load(bytes, place).equal_(*tree));
+}
+
+}  // namespace
