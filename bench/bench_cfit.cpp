@@ -21,7 +21,7 @@ namespace {
 constexpr int kPoints = 1000;
 
 struct Data {
-  std::vector<qcVector<2>> first, second, line, circle;
+  std::vector<qcVector<2>> first, second, line, circle, ellipse;
 
   Data() {
     qcRandomUniform random(1);
@@ -34,6 +34,7 @@ struct Data {
       first.push_back(map * q + noise());
       line.push_back(qcVector<2>(100 + 0.4 * i, 300 - 0.1 * i) + noise());
       circle.push_back(qcVector<2>(320 + 100 * std::cos(angle), 240 + 100 * std::sin(angle)) + noise());
+      ellipse.push_back(qcXform<2>(qcMatrix<2>(1.2, 0.3, -0.2, 0.7), qcVector<2>()) * circle.back());
     }
   }
 };
@@ -98,6 +99,11 @@ void againstOpenCv(compare::Session& session, const Data& data) {
         cv::fitLine(points, line, cv::DIST_L2, 0, 0.01, 0.01);
         compare::keep(line);
       });
+  std::vector<cv::Point2f> oval;
+  for (const qcVector<2>& p : data.ellipse) oval.emplace_back(static_cast<float>(p.x()), static_cast<float>(p.y()));
+  session.run(
+      "ellipse, OpenCV fitEllipseDirect", 0.6, [&] { compare::keep(qfFitEllipseDirect(data.ellipse)); },
+      [&] { compare::keep(cv::fitEllipseDirect(oval)); });
 }
 
 #endif
@@ -127,5 +133,6 @@ int main(int argc, char** argv) {
   session.run("perpendicular-axes fit from the sums", [&] { compare::keep(pairs.fit(5)); });
   session.run("affine fit from the sums", [&] { compare::keep(pairs.fit(6)); });
   session.run("circle fit from the sums", [&] { compare::keep(circle.fit()); });
+  session.run("ellipse by distances", [&] { compare::keep(qfFitEllipse(data.ellipse)); });
   return session.finish();
 }

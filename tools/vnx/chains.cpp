@@ -1,10 +1,14 @@
 #include "chains.h"
 
+#include <algorithm>
 #include <iterator>
+
+#include <vnxstd/shapes/rect.h>
 
 namespace {
 
 constexpr long kMostPoints = 100000;  // on each piece of a shape
+constexpr double kFinest = 1e-8;      // of a shape's size: a tenth of what that many points can do on a circle
 
 }  // namespace
 
@@ -23,5 +27,7 @@ std::vector<Chain> chainsOf(const qcShape& shape, const qcShape::qcSampleParams&
 }
 
 std::vector<Chain> chainsOf(const qcShape& shape, double tolerance) {
-  return chainsOf(shape, qcShape::qcSampleParams(tolerance, 0, kMostPoints, false, false));
+  const qcRect box = shape.boundingBox();
+  const double finest = std::max(box.width(), box.height()) * kFinest;
+  return chainsOf(shape, qcShape::qcSampleParams(std::max(tolerance, finest), 0, kMostPoints, false, false));
 }

@@ -11,5 +11,5 @@ using Chain = std::vector<qcVector<2>>;
 /// The chains of a sampled shape. One whose ends meet repeats its first point.
 std::vector<Chain> chainsOf(const qcShape& shape, const qcShape::qcSampleParams& params);
 
-/// The same, no further than `tolerance` from the shape.
+/// The same of a finite shape, no further from it than `tolerance` or 1e-8 of its size, whichever is larger.
 std::vector<Chain> chainsOf(const qcShape& shape, double tolerance);

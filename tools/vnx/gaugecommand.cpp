@@ -64,10 +64,11 @@ GaugeCommand::GaugeCommand(CLI::App& app)
       "  affine:X,Y,W,H,ANGLE,SKEW  a rectangle by its centre, lengths, rotation and skew (SKEW may be left out)\n"
       "  ring:X,Y,R1,R2             the ring between two circles around X,Y, for round features\n"
       "  oval:X,Y,A,B,ANGLE,WIDTH   the ring of that width around an ellipse of radii A and B\n\n"
-      "A calibration is a text file with four numbers a line: image x, image y, world x, world y. With it, edge "
-      "points\n"
-      "are mapped before anything is fitted, which undoes distortion, and results are in world units. Its residuals\n"
-      "are reported; those of points left out in turn tell whether the transform bends more than the points bear out.");
+      "A calibration is a text file with four numbers a line, image x, image y, world x, world y, with commas,\n"
+      "semicolons or tabs between them; a heading, empty lines and lines that begin with # are passed over. With it,\n"
+      "edge points are mapped before anything is fitted, which undoes distortion, and results are in world units. Its\n"
+      "residuals are reported; those of points left out in turn tell whether the transform bends more than the points\n"
+      "bear out.");
   command_->add_option("image", image_, "Bitmap file; colours become grey");
   command_->add_option("--roi", region_, "Region: X,Y,W,H in pixels, or one of the forms below");
   command_->add_option(

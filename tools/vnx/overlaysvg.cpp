@@ -12,6 +12,7 @@ namespace {
 // The page, in its pixels.
 constexpr double kMargin = 20, kHeading = 62, kLegend = 210, kChart = 130;
 constexpr double kWidest = 960, kHighest = 900, kNarrowest = 420;  // of the image
+constexpr double kLetter = 11.6;                                   // width of one in the heading
 constexpr double kSmallest = 1.5, kLargest = 3.4;                  // radii of points
 
 struct Rgb {
@@ -41,8 +42,9 @@ class Overlay {
         height_(static_cast<double>(measurement.image.height())),
         zoom_(std::min(kWidest / width_, kHighest / height_)),
         panel_(std::max(width_ * zoom_, kNarrowest), height_ * zoom_),
-        svg_(panel_.x() + kLegend + 3 * kMargin, panel_.y() + kHeading + kChart + 3 * kMargin,
-             measurement.shapeText()) {
+        svg_(std::max(panel_.x() + kLegend + 3 * kMargin,
+                      2 * kMargin + kLetter * static_cast<double>(measurement.shapeText().size())),
+             panel_.y() + kHeading + kChart + 3 * kMargin, measurement.shapeText()) {
     for (std::size_t i = 0; i < residuals_.size(); ++i)
       if (measurement_.used[i]) most_ = std::max(most_, std::abs(residuals_[i]));
     // Points stand apart, so that the shape shows between them.
@@ -93,10 +95,10 @@ class Overlay {
     svg_.casedPath(path(measurement_.region.outlines()), "region", "region");
     svg_.casedPath(path(measurement_.shapeInImage()), "fit", measurement_.shapeText());
     for (std::size_t i = 0; i < residuals_.size(); ++i) mark(onPage(measurement_.points[i]), i, radius_);
+    svg_.endClip();
     const double length = roundLength(panel_.x() / 4 / zoom_ * measurement_.pixel());
     svg_.scaleBar({at.x() + 16, at.y() + panel_.y() - 18}, length / measurement_.pixel() * zoom_,
                   formatted("%g ", length) + measurement_.unit);
-    svg_.endClip();
   }
 
   void mark(const qcVector<2>& at, std::size_t i, double radius) {
