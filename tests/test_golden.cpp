@@ -34,6 +34,7 @@
 #include "vnxstd/shapes/genrect.h"
 #include "vnxstd/shapes/line.h"
 #include "vnxstd/shapes/lineseg.h"
+#include "vnxstd/shapes/mappedshape.h"
 #include "vnxstd/shapes/polyline.h"
 #include "vnxstd/shapes/rect.h"
 #include "vnxstd/shapes/regiontree.h"
@@ -214,6 +215,11 @@ std::vector<Case> cases() {
   all.push_back(shared<qcShape>("qcRegionTree", region));
   all.push_back(shared<qcShape>("qcGeneralShapeTree",
                                 new qcGeneralShapeTree({contourShape, new qcCircle({1, 2}, 3), contourShape}, false)));
+  // A mapped shape of a mapped shape.
+  const qcMappedShape::Held seen(
+      new qcMappedShape(contourShape, qc2XformPerspective(qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 9)), false));
+  all.push_back(shared<qcShape>("qcMappedShape",
+                                new qcMappedShape(seen, qc2XformLinear(qcMatrix<2>(1, 2, 3, 4), {5, 6}), false)));
   all.push_back(value("qcPerimPos", qcPerimPos(2, 0.5)));
   qcShape::qcSampleParams params(0.5, 2, 40, true, false);
   params.uniformMode(true);

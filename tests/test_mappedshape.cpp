@@ -2,15 +2,18 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "support/archived.h"
 #include "vnxstd/math/xfcomp.h"
 #include "vnxstd/math/xfdeform.h"
 #include "vnxstd/math/xfinverse.h"
 #include "vnxstd/math/xfpersp.h"
 #include "vnxstd/math/xfpoly.h"
+#include "vnxstd/shapes.h"
 
 namespace {
 
@@ -27,7 +30,7 @@ std::vector<NamedXform> transforms() {
   std::mt19937 engine(7);
   std::uniform_real_distribution<double> unit(-1, 1);
   std::vector<NamedXform> all;
-  const auto add = [&](const std::string& name, Xform xform) { all.push_back({name, std::move(xform)}); };
+  const auto add = [&](const std::string& name, const Xform& xform) { all.push_back({name, xform}); };
   add("perspective", new qc2XformPerspective(qcMatrix<3>(1.1, 0.1, 3, -0.2, 0.9, 4, 0.02, -0.03, 1)));
   for (int order = 2; order <= 9; ++order) {
     std::vector<double> x(qc2XformPoly::size(order)), y(x.size());
@@ -90,6 +93,551 @@ TEST(BendBound, HoldsAndIsNotLoose) {
     }
     EXPECT_GE(finite, 40);
   }
+}
+
+// ---- shapes, against dense brute force
+
+using Held = qcMappedShape::Held;
+
+struct NamedShape {
+  std::string name;
+  Held shape;
+};
+
+std::vector<NamedShape> shapes() {
+  const qcEllipse2 ellipse(qcEllipse({1, 2}, {5, 0.5}, qcRadian(0.4)));
+  const auto island = [](double radius, bool hole) {
+    return qcPtrHandle<qcRegionTree>(new qcRegionTree(qcCircle({1, 0.5}, radius), hole));
+  };
+  const qcPtrHandle<qcRegionTree> region(new qcRegionTree(qcRect({-6, -5}, {13, 11}))), hole = island(4, true);
+  hole->addChild(*island(2, false));
+  region->addChild(*hole);
+  const qcPtrHandle<qcContourTree> contour(new qcContourTree);
+  contour->addChild(qcLineSeg({-5, 0}, {0, 0}));
+  contour->addChild(
+      qcEllipseArc2(qcEllipse2(qcEllipse({0, 2}, {2, 2}, qcRadian(0))), qcRadian(-1.5707963267948966), qcRadian(2.5)));
+  return {{"segment", new qcLineSeg({-7, -3}, {7, 5})},
+          {"circle", new qcCircle({0.5, 1}, 6)},
+          {"rectangle", new qcRect({-4, -5}, {9, 8})},
+          {"thin ellipse", new qcEllipse2(ellipse)},
+          {"arc", new qcEllipseArc2(ellipse, qcRadian(1), qcRadian(-4))},
+          {"polygon", new qcPolyline({{-5, -5}, {6, -4}, {1, 0}, {5, 6}, {-4, 4}}, true)},
+          {"polyline", new qcPolyline({{-5, -5}, {6, -4}, {6, -4}, {1, 0}, {5, 6}}, false)},
+          {"left-handed polygon", new qcPolyline({{-5, -5}, {-4, 4}, {6, 0}}, true)},
+          {"contour", contour},
+          {"region", region}};
+}
+
+struct Case {
+  std::string name;
+  Held shape;
+  Xform xform;
+  qcMappedShape mapped;
+};
+
+// Every shape under every transform, with a linear and a nested one.
+std::vector<Case> cases() {
+  std::vector<Case> all;
+  std::vector<NamedXform> xforms = transforms();
+  xforms.erase(xforms.begin() + 2, xforms.begin() + 6);  // the middle orders
+  for (const NamedShape& shape : shapes()) {
+    for (const NamedXform& xform : xforms) {
+      all.push_back({shape.name + ", " + xform.name, shape.shape, xform.xform, {shape.shape, *xform.xform, false}});
+    }
+  }
+  return all;
+}
+
+// Points on the image of each contour, dense, in the direction of travel; 5000 altogether or more.
+std::vector<std::vector<qcVector<2>>> dense(const Case& c) {
+  qcShape::qcSampleResult samples;
+  const qcShapeInfo info(*c.shape);
+  c.shape->sample(qcShape::qcSampleParams(0, info.perimeter() / 5000, 1000000, false, false), samples);
+  std::vector<qcPolyline> chains;
+  samples.getPolylines(chains);
+  std::vector<std::vector<qcVector<2>>> images;
+  for (const qcPolyline& chain : chains) {
+    images.push_back(chain.vertices());
+    if (c.shape->isRegion()) images.back().push_back(images.back().front());
+    c.xform->mapPoints(images.back().data(), images.back().data(), images.back().size());
+  }
+  return images;
+}
+
+double lengthOf(const std::vector<std::vector<qcVector<2>>>& images) {
+  double sum = 0;
+  for (const auto& points : images) {
+    for (std::size_t i = 1; i < points.size(); ++i) sum += (points[i] - points[i - 1]).len();
+  }
+  return sum;
+}
+
+double distanceTo(const std::vector<std::vector<qcVector<2>>>& images, const qcVector<2>& p) {
+  double least = 1e300;
+  for (const auto& points : images) {
+    for (std::size_t i = 1; i < points.size(); ++i) {
+      const qcVector<2> d = points[i] - points[i - 1], off = p - points[i - 1];
+      const double t = d * d > 0 ? std::clamp(off * d / (d * d), 0.0, 1.0) : 0;
+      least = std::min(least, (off - t * d).len());
+    }
+  }
+  return least;
+}
+
+double sweptAround(const std::vector<qcVector<2>>& points, const qcVector<2>& p) {
+  double sum = 0;
+  for (std::size_t i = 1; i < points.size(); ++i) {
+    const qcVector<2> a = points[i - 1] - p, b = points[i] - p;
+    sum += std::atan2(a.x() * b.y() - a.y() * b.x(), a * b);
+  }
+  return sum;
+}
+
+TEST(MappedShape, AgreesWithDenseBruteForce) {
+  std::mt19937 engine(3);
+  std::uniform_real_distribution<double> unit(0, 1);
+  for (const Case& c : cases()) {
+    SCOPED_TRACE(c.name);
+    const auto images = dense(c);
+    const double length = lengthOf(images), step = length / 5000;
+    const double slack = 200 * step * step / length;  // chords between dense points
+    const qcRect box = c.mapped.boundingBox();
+    qcVector<2> low(1e300, 1e300), high(-1e300, -1e300);
+    for (const auto& points : images) {
+      for (const qcVector<2>& p : points) {
+        low = {std::min(low.x(), p.x()), std::min(low.y(), p.y())};
+        high = {std::max(high.x(), p.x()), std::max(high.y(), p.y())};
+      }
+    }
+    EXPECT_NEAR((box.ul() - low).len(), 0, slack);
+    EXPECT_NEAR((box.lr() - high).len(), 0, slack);
+    const qcShapeInfo info(c.mapped);
+    EXPECT_NEAR(info.perimeter(), length, 1e-5 * length);
+    EXPECT_EQ(info.numPieces(), qcShapeInfo(*c.shape).numPieces());
+    for (int i = 0; i < 12; ++i) {
+      const qcVector<2> p(box.ul().x() + (1.4 * unit(engine) - 0.2) * box.width(),
+                          box.ul().y() + (1.4 * unit(engine) - 0.2) * box.height());
+      const qcVector<2> nearest = c.mapped.nearestPoint(p);
+      EXPECT_NEAR((nearest - p).len(), distanceTo(images, p), slack);
+      EXPECT_LT(distanceTo(images, nearest), slack);
+      EXPECT_NEAR((c.mapped.perimPoint(info, c.mapped.nearestPerimPos(info, p)) - nearest).len(), 0, 1e-7 * length);
+      double swept = 0;
+      for (const auto& points : images) swept += sweptAround(points, p);
+      if (c.mapped.isRegion()) {
+        EXPECT_EQ(c.mapped.within(p), std::fabs(swept) > 3);
+      } else {
+        EXPECT_NEAR(c.mapped.windingAngle(p).plain(), swept, 1e-5);
+      }
+    }
+    // A point at a length along the image comes after what is as long.
+    if (c.mapped.isMultipleContours_()) continue;
+    for (const double part : {0.0, 0.2, 0.77, 1.0}) {
+      qcVector<2> point, expected = images[0][0];
+      qcRadian tangent, before;
+      const double along = part * info.perimeter();
+      c.mapped.perimPointAndTangent(info, info.perimPos(along), point, tangent);
+      double left = along;
+      for (std::size_t i = 1; i < images[0].size() && left > 0; ++i) {
+        const qcVector<2> d = images[0][i] - images[0][i - 1];
+        expected = images[0][i - 1] + std::min(1.0, left / d.len()) * d;
+        left -= d.len();
+      }
+      EXPECT_LT((point - (part == 1 && c.mapped.isRegion() ? images[0][0] : expected)).len(), 3e-5 * length) << part;
+      const qcVector<2> ahead = c.mapped.perimPoint(info, info.perimPos(along + 1e-5 * length)) - point;
+      if (part < 1) {
+        EXPECT_LT(std::fabs((ahead.angle() - tangent).signedNorm().plain()), 0.01) << part;
+      }
+    }
+  }
+}
+
+// Samples lie on the image, no further apart than asked for, and the image nowhere further from the chain.
+TEST(MappedShape, SamplesKeepTheTolerance) {
+  for (const Case& c : cases()) {
+    SCOPED_TRACE(c.name);
+    const auto images = dense(c);
+    const double length = lengthOf(images);
+    for (const double tolerance : {1e-2, 1e-5}) {
+      qcShape::qcSampleResult samples;
+      c.mapped.sample(qcShape::qcSampleParams(tolerance, 0, 1000000, false, false), samples);
+      std::vector<qcPolyline> chains;
+      samples.getPolylines(chains);
+      ASSERT_EQ(chains.size(), images.size());
+      double furthest = 0, off = 0;
+      for (std::size_t k = 0; k < chains.size(); ++k) {
+        for (std::size_t i = 0; i < images[k].size(); i += 29) {
+          const qcVector<2>& p = images[k][i];
+          furthest = std::max(furthest, (chains[k].nearestPoint(p) - p).len());
+        }
+        const std::size_t step = chains[k].vertices().size() / 20 + 1;
+        for (std::size_t i = 0; i < chains[k].vertices().size(); i += step) {
+          off = std::max(off, distanceTo({images[k]}, chains[k].vertices()[i]));
+        }
+      }
+      EXPECT_LE(furthest, tolerance);
+      EXPECT_LT(off, 5e-6 * length);
+      // Not many more than what deviates by the tolerance would need at the strongest bend.
+      EXPECT_LT(static_cast<double>(samples.positions().size()), 60 + 6 * length / std::sqrt(tolerance)) << tolerance;
+    }
+    qcShape::qcSampleParams spaced(0, length / 50, 1000, true, true);
+    spaced.recordPositions_(true);
+    qcShape::qcSampleResult samples;
+    c.mapped.sample(spaced, samples);
+    const qcShapeInfo info(c.mapped);
+    ASSERT_EQ(samples.tangents().size(), samples.positions().size());
+    for (std::size_t i = 0; i < samples.positions().size(); ++i) {
+      const qcPerimPos position = samples.perimPositions_()[i];
+      EXPECT_LT((c.mapped.perimPoint(info, position) - samples.positions()[i]).len(), 1e-8 * length) << i;
+      if (i > 0 && position.index() == samples.perimPositions_()[i - 1].index() && samples.breaks().size() == 1) {
+        EXPECT_LE(position.distance() - samples.perimPositions_()[i - 1].distance(), length / 50 * 1.0000001);
+      }
+    }
+  }
+}
+
+// The derived shapes are images of the derived ones, and the turns are those of dense points.
+TEST(MappedShape, DerivedShapes) {
+  const qc2XformLinear second(qcMatrix<2>(0.5, -1, 1, 0.7), {3, -2});
+  for (const Case& c : cases()) {
+    SCOPED_TRACE(c.name);
+    const auto images = dense(c);
+    const double length = lengthOf(images);
+    const qcVector<2> far(40, 17);
+    const qcVector<2> nearest = c.mapped.nearestPoint(far);
+    if (c.mapped.isReversible()) {
+      const qcPtrHandle<qcShape> reversed = c.mapped.reverse();
+      EXPECT_LT((reversed->nearestPoint(far) - nearest).len(), 1e-5 * length);
+      if (c.mapped.isOpenContour()) {
+        EXPECT_EQ(reversed->startPoint(), c.mapped.endPoint());
+        EXPECT_NEAR(reversed->tangentRotation().plain(), -c.mapped.tangentRotation().plain(), 1e-9);
+        EXPECT_NEAR(reversed->windingAngle(far).plain(), -c.mapped.windingAngle(far).plain(), 1e-9);
+      }
+    }
+    const Case moved{"", c.shape, Xform(second * *c.xform), {c.shape, qc2XformLinear(), false}};
+    EXPECT_NEAR(distanceTo(dense(moved), c.mapped.mapShape(second)->nearestPoint(far)), 0, 1e-6 * length);
+    // What stands for the image keeps its kind and deviates little.
+    const qcPtrHandle<qcShape> decomposed = c.mapped.decompose();
+    EXPECT_TRUE(decomposed->isDecomposed());
+    EXPECT_EQ(decomposed->isRegion(), c.mapped.isRegion());
+    EXPECT_EQ(decomposed->isOpenContour(), c.mapped.isOpenContour());
+    EXPECT_NEAR((decomposed->nearestPoint(far) - far).len(), (nearest - far).len(), 2e-6 * length);
+    if (!c.mapped.isOpenContour()) {
+      if (!c.mapped.isMultipleContours_()) {
+        EXPECT_EQ(decomposed->isRightHanded(), c.mapped.isRightHanded());
+      }
+      continue;
+    }
+    const std::vector<qcVector<2>>& points = images[0];
+    EXPECT_LT((c.mapped.startPoint() - points.front()).len() + (c.mapped.endPoint() - points.back()).len(), 1e-9);
+    EXPECT_LT(std::fabs((c.mapped.startAngle() - (points[1] - points[0]).angle()).signedNorm().plain()), 0.01);
+    double turn = 0;
+    for (std::size_t i = 2; i < points.size(); ++i) {
+      const qcVector<2> before = points[i - 1] - points[i - 2], after = points[i] - points[i - 1];
+      if (before.len() > 0 && after.len() > 0) turn += (after.angle() - before.angle()).signedNorm().plain();
+    }
+    EXPECT_NEAR(c.mapped.tangentRotation().plain(), turn, 0.02);
+    // Two parts make up the whole, and each is where the whole is.
+    const qcShapeInfo info(c.mapped);
+    const double cut = 0.37 * info.perimeter();
+    const auto first = c.mapped.subShape(info, {info.perimPos(0), cut});
+    const auto rest = c.mapped.subShape(info, {info.perimPos(cut), info.perimeter()});
+    EXPECT_NEAR(qcShapeInfo(*first).perimeter(), cut, 1e-8 * length);
+    EXPECT_NEAR(qcShapeInfo(*rest).perimeter(), info.perimeter() - cut, 1e-8 * length);
+    EXPECT_LT((first->endPoint() - rest->startPoint()).len(), 1e-8 * length);
+    EXPECT_LT((rest->endPoint() - c.mapped.endPoint()).len(), 1e-8 * length);
+    EXPECT_LT((c.mapped.perimPoint(info, info.perimPos(cut)) - first->endPoint()).len(), 1e-8 * length);
+  }
+}
+
+// A closed boundary is cut across its start, and once round.
+TEST(MappedShape, PartsOfClosedBoundaries) {
+  for (const Case& c : cases()) {
+    if (!c.mapped.isRegion() || c.mapped.isMultipleContours_()) continue;
+    SCOPED_TRACE(c.name);
+    const qcShapeInfo info(c.mapped);
+    const double total = info.perimeter();
+    for (const auto& [from, length] : {std::pair(0.8, 0.5), std::pair(0.3, 0.2), std::pair(0.6, 1.5)}) {
+      const auto part = c.mapped.subShape(info, {info.perimPos(from * total), length * total});
+      EXPECT_NEAR(qcShapeInfo(*part).perimeter(), std::min(length, 1.0) * total, 1e-8 * total);
+      EXPECT_LT((part->startPoint() - c.mapped.perimPoint(info, info.perimPos(from * total))).len(), 1e-8 * total);
+      const qcPerimPos end = info.perimPos((from + std::min(length, 1.0)) * total);
+      EXPECT_LT((part->endPoint() - c.mapped.perimPoint(info, end)).len(), 1e-8 * total);
+    }
+  }
+}
+
+// ---- transforms that are hard to follow
+
+// The identity with a bump of a width at (at, 0), of which `bendBound` knows or not.
+class Bump : public qc2XformBase {
+ public:
+  Bump(double at, double width, bool knows) : at_(at), width_(width), knows_(knows) {}
+  qcVector<2> mapPoint(const qcVector<2>& p) const override { return {p.x(), p.y() + 3 * width_ * height(p.x())}; }
+  bool isLinear() const override { return false; }
+  qc2XformLinear linearXform(const qcVector<2>& p) const override {
+    const double slope = -6 * (p.x() - at_) / width_ * height(p.x());
+    return {qcMatrix<2>(1, 0, slope, 1), mapPoint(p) - qcVector<2>(p.x(), slope * p.x() + p.y())};
+  }
+  qcPtrHandle<qc2XformBase> clone() const override { return new Bump(*this); }
+  double bendBound(const qcVector<2>& center, const qcVector<2>& reach) const override {
+    if (!knows_) return qc2XformBase::bendBound(center, reach);
+    const double off = std::fabs(center.x() - at_) - reach.len();
+    const double nearest = std::max(0.0, off / width_), fade = nearest > 1 ? nearest * std::exp(-nearest * nearest) : 1;
+    const double slope = linearXform(center).matrix().element(1, 0);
+    return std::min(6 * fade + std::fabs(slope), 12 * reach.len() / width_);
+  }
+
+ private:
+  double height(double x) const { return std::exp(-(x - at_) * (x - at_) / (width_ * width_)); }
+  double at_, width_;
+  bool knows_;
+};
+
+// However narrow the bump and wherever it lies, none of the questions passes over it.
+TEST(MappedShape, NarrowBumpsAreFound) {
+  std::mt19937 engine(5);
+  std::uniform_real_distribution<double> unit(0, 1);
+  for (const auto& [width, knows] : {std::pair(0.3, true), std::pair(1e-3, true), std::pair(1e-6, true),
+                                     std::pair(1.0, false), std::pair(0.1, false)}) {
+    for (int i = 0; i < 20; ++i) {
+      const double at = 5 + 40 * unit(engine), top = 3 * width;
+      SCOPED_TRACE(testing::Message() << width << ' ' << at);
+      const qcMappedShape mapped(Held(new qcLineSeg({0, 0}, {100, 0})), Bump(at, width, knows), false);
+      EXPECT_NEAR(mapped.boundingBox().height(), top, 1e-7 * top + 2e-10);
+      EXPECT_LT((mapped.nearestPoint({at, 1.5 * top}) - qcVector<2>(at, top)).len(), 1e-4 * width + 2e-5);
+      EXPECT_NEAR(mapped.windingAngle({at, 0.9 * top}).plain() + mapped.windingAngle({at, 1.1 * top}).plain(), 0,
+                  0.5 * width + 3.2 * 0.2);
+      qcShape::qcSampleResult samples;
+      mapped.sample(qcShape::qcSampleParams(0.01 * width, 0, 100000), samples);
+      double highest = 0;
+      for (const qcVector<2>& p : samples.positions()) highest = std::max(highest, p.y());
+      EXPECT_GE(highest, 0.99 * top);
+      EXPECT_GT(qcShapeInfo(mapped).perimeter(), 100 + top);
+      EXPECT_NEAR(mapped.tangentRotation().plain(), 0, 1e-6);
+    }
+  }
+}
+
+// A shape across the line at infinity has no extent; beside it, however close, it has.
+TEST(MappedShape, LineAtInfinity) {
+  const qc2XformPerspective xform(qcMatrix<3>(1, 0, 0, 0, 1, 0, 0.1, 0, 1));  // at x = -10
+  for (const double left : {-11.0, -10.0, -10.5, -10.0000001}) {
+    const qcMappedShape mapped(Held(new qcRect({left, -1}, {15, 2})), xform, false);
+    qcShape::qcSampleResult samples;
+    const qcShape::qcSampleParams params(0.1, 0, 1000000);
+    const qcShapeInfo info(qcCircle({0, 0}, 1));
+    const std::vector<std::function<void()>> all = {[&] { mapped.boundingBox(); },
+                                                    [&] {
+                                                      mapped.nearestPoint({0, 0});
+                                                    },
+                                                    [&] {
+                                                      mapped.within({0, 0});
+                                                    },
+                                                    [&] { mapped.decompose(); },
+                                                    [&] { mapped.sample(params, samples); },
+                                                    [&] { qcShapeInfo whole(mapped); },
+                                                    [&] {
+                                                      mapped.subShape(info, {qcPerimPos(), 1});
+                                                    }};
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      EXPECT_THROW(all[i](), qc2XformPerspectiveDefs::NumericalError) << left << ' ' << i;
+    }
+    EXPECT_EQ(samples.numChains(), 0);
+    // The centre of the box has an image, and the rest is not asked for.
+    EXPECT_TRUE(mapped.isRightHanded());
+    EXPECT_GT(mapped.perimeter(), 0);
+  }
+  const qcMappedShape close(Held(new qcLineSeg({-9.999, 0}, {-9, 1})), xform, false);
+  EXPECT_NEAR(close.boundingBox().width(), 99990.0 - 90.0, 1e-3);
+  EXPECT_NEAR(qcShapeInfo(close).perimeter(), std::hypot(99900, 10), 1e-3);  // lines stay straight
+  qcShape::qcSampleParams few(1e-3, 0, 5);
+  qcShape::qcSampleResult samples;
+  EXPECT_THROW(qcMappedShape(Held(new qcCircle({0, 0}, 9)), xform, false).sample(few, samples),
+               qcShapesError::SampleOverflow);
+  EXPECT_EQ(samples.positions().size(), 0U);
+}
+
+// On the boundary: the left side counts for open contours, for regions it is inside.
+TEST(MappedShape, PointsOnTheBoundary) {
+  for (const Case& c : cases()) {
+    SCOPED_TRACE(c.name);
+    const auto images = dense(c);
+    for (std::size_t i = 777; i < images[0].size(); i += 1331) {
+      const qcVector<2> p = images[0][i], ahead = images[0][i + 1] - images[0][i - 1];
+      const qcVector<2> left = p + 1e-6 / ahead.len() * qcVector<2>(-ahead.y(), ahead.x());
+      if (c.mapped.isOpenContour()) {
+        EXPECT_NEAR(c.mapped.windingAngle(p).plain(), c.mapped.windingAngle(left).plain(), 1e-3) << i;
+      } else if (c.name.find("inverse") == std::string::npos) {  // whose points are exact to 1e-10 only
+        EXPECT_EQ(c.mapped.within(p), !c.mapped.isMultipleContours_()) << i;
+      }
+    }
+  }
+}
+
+// ---- building
+
+TEST(MappedShape, CollapsesAndMeasuresByTheExpansion) {
+  const Held circle(new qcCircle({2, 0}, 1));
+  const qc2XformLinear twice(qcMatrix<2>(2, 0, 0, 2), {}), mirror(qcMatrix<2>(-1, 0, 0, 1), {});
+  const qc2XformPerspective bends(qcMatrix<3>(1, 0, 0, 0, 1, 0, 0.1, 0, 1));
+  const double pi = 3.14159265358979323846;
+  EXPECT_DOUBLE_EQ(qcMappedShape(circle, twice, false).perimeter(), 4 * pi);
+  const qcMappedShape mirrored(circle, mirror, false);
+  EXPECT_DOUBLE_EQ(mirrored.perimeter(), 2 * pi);
+  EXPECT_FALSE(mirrored.isRightHanded());
+  // Of all pairs of transforms, nested and collapsed are the same shape, one with a plain shape inside.
+  for (const qc2XformBase* first : std::initializer_list<const qc2XformBase*>{&twice, &mirror, &bends}) {
+    for (const qc2XformBase* second : std::initializer_list<const qc2XformBase*>{&twice, &mirror, &bends}) {
+      const Held inner(new qcMappedShape(circle, *first, false));
+      const qcMappedShape nested(inner, *second, false), collapsed(inner, *second, true);
+      const Held deep(new qcMappedShape(nested));
+      EXPECT_EQ(nested.shape(), inner);
+      EXPECT_EQ(collapsed.shape(), circle);
+      EXPECT_EQ(nested.underlyingShape(), circle);
+      EXPECT_EQ(qcMappedShape(deep, mirror, true).shape(), circle);
+      const bool linear = first->isLinear() && second->isLinear();
+      EXPECT_EQ(collapsed.mapXform()->isLinear(), linear);
+      EXPECT_EQ(dynamic_cast<const qc2XformLinear*>(collapsed.mapXform().rep()) != nullptr, linear);
+      const qcVector<2> p(1, 0.7), image = second->mapPoint(first->mapPoint(p));
+      EXPECT_LT((nested.overallMapXform()->mapPoint(p) - image).len(), 1e-15);
+      EXPECT_LT((collapsed.mapXform()->mapPoint(p) - image).len(), 1e-15);
+      EXPECT_NEAR(nested.perimeter(), collapsed.perimeter(), 1e-14);
+      EXPECT_FALSE(nested.equal_(collapsed));
+      EXPECT_TRUE(nested.equal_(*nested.clone()));
+      EXPECT_TRUE(nested.equal_(*qcMappedShape(inner->clone(), *second, false).clone()));
+    }
+  }
+  // The expansion at the centre of the box: w = 1.2 there.
+  const qcMatrix<2> at = qcMappedShape(circle, bends, false).overallMapXformLinear().matrix();
+  EXPECT_DOUBLE_EQ(at.element(0, 0), 1 / 1.44);
+  EXPECT_DOUBLE_EQ(at.element(1, 1), 1 / 1.2);
+  const struct {
+    qcMatrix<2> matrix;
+    bool preserves;
+  } table[] = {{{1, 0, 0, 1.02}, true},  {{1, 0, 0, -1.02}, true}, {{1, 0, 0, 1.05}, false}, {{3, 0.03, 0, 3}, true},
+               {{3, 0.06, 0, 3}, false}, {{0, 0, 0, 0}, false},    {{1, 1, 1, 1}, false},    {{0, -2, 2, 0}, true}};
+  for (const auto& row : table) {
+    EXPECT_EQ(qfIsAnglePreserving({row.matrix, {}}, qcMappedShape::kAspectTolerance, qcMappedShape::kShearTolerance),
+              row.preserves);
+    const Held square(new qcRect({0, 0}, {1, 1}));
+    const double sides = 2 * (std::hypot(row.matrix.element(0, 0), row.matrix.element(1, 0)) +
+                              std::hypot(row.matrix.element(0, 1), row.matrix.element(1, 1)));
+    const qcMappedShape mapped(square, qc2XformLinear(row.matrix, {}), false);
+    EXPECT_DOUBLE_EQ(mapped.perimeter(),
+                     row.preserves ? 4 * std::hypot(row.matrix.element(0, 0), row.matrix.element(1, 0)) : sides);
+    EXPECT_DOUBLE_EQ(qcShapeInfo(mapped).perimeter(), sides);
+  }
+}
+
+TEST(MappedShape, EmptyInfiniteAndMissingShapes) {
+  const qc2XformPerspective bends(qcMatrix<3>(1, 0, 0, 0, 1, 0, 0.1, 0, 1));
+  EXPECT_THROW(qcMappedShape(Held(), bends, true), qcBadPointer);
+  qcMappedShape none;
+  const qcShapeInfo info;
+  for (const auto& ask : std::vector<std::function<void()>>{
+           [&] { none.isEmpty(); }, [&] { none.boundingBox(); }, [&] { none.perimeter(); },
+           [&] { none.explicitShape(); }, [&] { none.decompose(); }, [&] { none.mapShape({}); },
+           [&] { none.shape(Held()); }, [&] { none.overallMapXform(); },
+           [&] { qcMappedShape(Held(new qcMappedShape), bends, true); }}) {
+    EXPECT_THROW(ask(), qcBadPointer);
+  }
+  const qcMappedShape empty(Held(new qcPolyline), bends, false);
+  EXPECT_EQ(empty.perimeter(), 0);
+  EXPECT_EQ(qcShapeInfo(empty).numPieces(), 0);
+  EXPECT_TRUE(empty.decompose()->isEmpty());
+  EXPECT_THROW(empty.boundingBox(), qcShapesError::EmptyShape);
+  EXPECT_THROW(empty.nearestPoint({}), qcShapesError::EmptyShape);
+  EXPECT_THROW(empty.within({}), qcShapesError::NotRegion);
+  const Held line(new qcLine(qcVector<2>(1, 1)));
+  EXPECT_THROW(qcMappedShape(line, bends, false).nearestPoint({}), qcShapesError::InfiniteExtent);
+  const qcMappedShape turned(line, qc2XformLinear(qcMatrix<2>(0, -1, 1, 0), {1, 0}), false);
+  EXPECT_LT((turned.nearestPoint({5, 0}) - qcVector<2>(3, -2)).len(), 1e-12);
+  // A single point, and a closed polygon that is one.
+  for (const bool closed : {false, true}) {
+    const qcMappedShape point(Held(new qcPolyline({{1, 2}, {1, 2}}, closed)), bends, false);
+    EXPECT_LT((point.nearestPoint({9, 9}) - qcVector<2>(1 / 1.1, 2 / 1.1)).len(), 1e-15);
+    EXPECT_EQ(point.boundingBox().size(), qcVector<2>());
+    EXPECT_EQ(qcShapeInfo(point).perimeter(), 0);
+    qcShape::qcSampleResult samples;
+    point.sample(qcShape::qcSampleParams(0.1, 0.1), samples);
+    EXPECT_EQ(samples.positions().size(), 1U);
+    EXPECT_THROW(point.sample(qcShape::qcSampleParams(0.1, 0, 9, true), samples), qcShapesError::BadParams);
+  }
+}
+
+TEST(MappedShape, UniformSamplesOfWhatHasThem) {
+  for (const Case& c : cases()) {
+    SCOPED_TRACE(c.name);
+    qcShape::qcSampleParams params(0, 0, 7);
+    params.uniformMode(true);
+    qcShape::qcSampleResult plain, samples;
+    bool has = true;
+    try {
+      c.shape->sample(params, plain);
+    } catch (const qcShapesError::BadParams&) {
+      has = false;
+    }
+    if (!has) {
+      EXPECT_THROW(c.mapped.sample(params, samples), qcShapesError::BadParams);
+      continue;
+    }
+    c.mapped.sample(params, samples);
+    const qcShapeInfo info(c.mapped);
+    ASSERT_EQ(samples.positions().size(), 7U);
+    for (std::size_t i = 0; i < 7; ++i) {
+      const qcPerimPos at = info.perimPos((static_cast<double>(i) + 0.5) / 7 * info.perimeter());
+      EXPECT_LT((samples.positions()[i] - c.mapped.perimPoint(info, at)).len(), 1e-9 * info.perimeter());
+    }
+  }
+}
+
+TEST(MappedShape, ThousandsOfLevels) {
+  Held shape(new qcLineSeg({0, 0}, {1, 0}));
+  for (int i = 0; i < 100000; ++i) {
+    shape = Held(new qcMappedShape(shape, qc2XformLinear(qcMatrix<2>(), {1, 0}), false));
+  }
+  EXPECT_LT((shape->boundingBox().ul() - qcVector<2>(100000, 0)).len(), 1e-9);
+  const qcPtrHandle<qcShape> copy = shape->clone();
+  EXPECT_TRUE(copy->equal_(*shape));
+}
+
+// ---- archives
+
+TEST(MappedShape, Archives) {
+  const Held circle(new qcCircle({2, 0}, 1));
+  const qcPtrHandle<qcMappedShape> mapped(new qcMappedShape(circle, qc2XformPerspective(), false));
+  const std::string stored = archived(kBig, false, qcPtrHandle<qcShape>(mapped));
+  qcPtrHandle<qcShape> loaded;
+  load(stored, loaded);
+  EXPECT_TRUE(loaded->equal_(*mapped));
+  EXPECT_EQ(toHex(archived(kBig, false, loaded)), toHex(stored));
+  // An object that is loaded in place forgets what it computed.
+  qcMappedShape target(circle, qc2XformLinear(qcMatrix<2>(5, 0, 0, 5), {}), false);
+  EXPECT_NEAR(target.boundingBox().width(), 10, 1e-12);
+  load(archived(kBig, false, *mapped), target);
+  EXPECT_NEAR(target.boundingBox().width(), 2, 1e-9);
+  for (std::size_t size = 0; size < stored.size(); ++size) {
+    EXPECT_ANY_THROW(load(stored.substr(0, size), loaded)) << size;
+  }
+  const std::string plain = archived(kBig, false, *mapped);
+  std::string newer = plain;
+  newer[6] = 1;
+  EXPECT_EQ(errorOf([&] { load(newer, target); }), L"qcArchive::UnknownVersion: thrown from file: std/shapes/mapshape, line: 562");
+}
+
+// No shape is inside itself, whether built or loaded.
+TEST(MappedShape, DoesNotHoldItself) {
+  const qcPtrHandle<qcMappedShape> inner(new qcMappedShape(Held(new qcCircle), qc2XformLinear(), false));
+  const qcPtrHandle<qcGeneralShapeTree> tree(new qcGeneralShapeTree({Held(inner)}, false));
+  const qcPtrHandle<qcMappedShape> outer(new qcMappedShape(tree, qc2XformLinear(), false));
+  for (const Held& shape : {Held(inner), Held(tree), Held(outer)}) {
+    EXPECT_THROW(inner->shape(shape), qcShapesError::BadGeom);
+  }
+  EXPECT_THROW(*inner = *outer, qcShapesError::BadGeom);
+  EXPECT_THROW(tree->addChild(Held(outer), false), qcShapesError::BadGeom);
+  EXPECT_EQ(dynamic_cast<const qcCircle*>(inner->shape().rep()) != nullptr, true);
+  outer->shape(Held(new qcRect));
+  inner->shape(outer);
 }
 
 }  // namespace

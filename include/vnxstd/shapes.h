@@ -13,6 +13,7 @@
 #include "vnxstd/shapes/genrect.h"
 #include "vnxstd/shapes/line.h"
 #include "vnxstd/shapes/lineseg.h"
+#include "vnxstd/shapes/mappedshape.h"
 #include "vnxstd/shapes/parallelogram.h"
 #include "vnxstd/shapes/polyline.h"
 #include "vnxstd/shapes/preparedpolygon.h"

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "std/shapes/nesting.h"
+#include "std/shapes/samplewriter.h"
 #include "std/shapes/segment.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/shapes/contourtree.h"
@@ -29,23 +30,6 @@ Child checkedBoundary(const Child& boundary) {
   if (isTreeOfNoContour(*boundary)) throw qcShapesError::BadGeom();
   if (!boundary->isRegion()) throw qcShapesError::NotRegion();
   return boundary;
-}
-
-// Turns the points of a closed chain, from number `first` to the last of all, the other way round, and keeps its first
-// point.
-void turnChain(qcShape::qcSampleResult& result, std::size_t first) {
-  const std::vector<qcVector<2>>& points = result.positions();
-  if (first == points.size()) return;
-  const std::size_t kept = points[first] == points.back() ? 0 : 1;
-  const auto turn = [from = static_cast<std::ptrdiff_t>(first + kept)](auto& values) {
-    if (!values.empty()) std::reverse(values.begin() + from, values.end());
-  };
-  turn(result.positions());
-  turn(result.tangents());
-  turn(result.perimPositions_());
-  for (std::size_t i = first; i < result.tangents().size(); ++i) {
-    result.tangents()[i] = (result.tangents()[i] + qcRadian(qcRadian::turn / 2)).signedNorm();
-  }
 }
 
 }  // namespace
@@ -193,7 +177,7 @@ void qcRegionTree::sample(const qcSampleParams& params, qcSampleResult& result) 
   if (params.uniformMode()) throw qcShapesError::BadParams();
   const std::vector<const qcRegionTree*> all = nodes();
   sampleElements_(params, result, [&](std::size_t i, std::size_t firstPoint) {
-    if (all[i]->boundaryRightHanded_ == all[i]->hole_) turnChain(result, firstPoint);
+    if (all[i]->boundaryRightHanded_ == all[i]->hole_) qc_shapes::turnChain(result, firstPoint);
   });
 }
 

@@ -61,6 +61,10 @@ class SampleWriter {
   bool committed_ = false;
 };
 
+/// Turns the points of a closed chain, from number `first` to the last of all, the other way round, and keeps its first
+/// point.
+void turnChain(qcShape::qcSampleResult& result, std::size_t first);
+
 /// Samples a segment: the one piece of a qcLineSeg, or one of many of a polyline.
 void sampleSegment(SampleWriter& writer, const qcVector<2>& p1, const qcVector<2>& p2);
 

@@ -260,6 +260,21 @@ void SampleWriter::commit() {
   committed_ = true;
 }
 
+void turnChain(Result& result, std::size_t first) {
+  const std::vector<qcVector<2>>& points = result.positions();
+  if (first == points.size()) return;
+  const std::size_t kept = points[first] == points.back() ? 0 : 1;
+  const auto turn = [from = static_cast<std::ptrdiff_t>(first + kept)](auto& values) {
+    if (!values.empty()) std::reverse(values.begin() + from, values.end());
+  };
+  turn(result.positions());
+  turn(result.tangents());
+  turn(result.perimPositions_());
+  for (std::size_t i = first; i < result.tangents().size(); ++i) {
+    result.tangents()[i] = (result.tangents()[i] + qcRadian(qcRadian::turn / 2)).signedNorm();
+  }
+}
+
 void sampleSegment(SampleWriter& writer, const qcVector<2>& p1, const qcVector<2>& p2) {
   const Params& params = writer.params();
   const std::int32_t piece = writer.takePiece();

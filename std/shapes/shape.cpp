@@ -1,5 +1,8 @@
 #include "vnxstd/shapes/shape.h"
 
+#include <unordered_set>
+
+#include "std/shapes/held.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/shapes/clipinfo.h"
 #include "vnxstd/shapes/polyline.h"
@@ -108,4 +111,17 @@ qcVector<2> qcShape::perimPoint(const qcShapeInfo& info, const qcPerimPos& posit
 void qcShape::perimPointAndTangent(const qcShapeInfo& info, const qcPerimPos& position, qcVector<2>& point,
                                    qcRadian& tangent) const {
   perimPointAndTangent_(info, position, point, &tangent);
+}
+
+bool qc_shapes::holds(const qcShape& shape, const qcShape& sought) {
+  if (sought.refc() == 0) return false;
+  std::unordered_set<const qcShape*> seen;
+  std::vector<const qcShape*> waiting{&shape};
+  while (!waiting.empty()) {
+    const qcShape* held = waiting.back();
+    waiting.pop_back();
+    if (held == &sought) return true;
+    if (held && (held->refc() <= 1 || seen.insert(held).second)) held->heldShapes_(waiting);
+  }
+  return false;
 }

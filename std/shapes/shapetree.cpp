@@ -5,8 +5,8 @@
 #include <set>
 #include <typeinfo>
 #include <unordered_map>
-#include <unordered_set>
 
+#include "std/shapes/held.h"
 #include "std/shapes/samplewriter.h"
 #include "std/shapes/segment.h"
 #include "vnxstd/archive/archive.h"
@@ -482,25 +482,14 @@ bool qcShapeTree::equal_(const qcShape& that) const {
 }
 
 void qcShapeTree::checkNotHeldBy_(const qcShape& shape) const {
-  if (refc() == 0) return;  // no handle, hence no shape, refers to this one
-  std::unordered_set<const qcShape*> seen;
-  Elements waiting{&shape};
-  while (!waiting.empty()) {
-    const qcShape* held = waiting.back();
-    waiting.pop_back();
-    if (held == this) throw qcShapesError::BadGeom();
-    if (held && (held->refc() <= 1 || seen.insert(held).second)) held->heldShapes_(waiting);
-  }
+  if (qc_shapes::holds(shape, *this)) throw qcShapesError::BadGeom();
 }
 
+// Nothing else can refer to a tree that is still loading itself.
 void qcShapeTree::checkLoaded_(qcArchive& archive, const Child& shape) const {
-  const auto refuse = [] { throw qcArchive::BadContent(kSource, kContentLine); };
-  if (shape.isNull() || archive.isStillLoading(shape.rep())) refuse();
-  if (archive.isStillLoading(this)) return;  // nothing else can refer to it yet
-  try {
-    checkNotHeldBy_(*shape);
-  } catch (const qcShapesError::BadGeom&) {
-    refuse();
+  if (shape.isNull() || archive.isStillLoading(shape.rep()) ||
+      (!archive.isStillLoading(this) && qc_shapes::holds(*shape, *this))) {
+    throw qcArchive::BadContent(kSource, kContentLine);
   }
 }
 

@@ -1,0 +1,178 @@
+// The image of a shape's boundary under a transform that bends.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "std/shapes/samplewriter.h"
+#include "vnxstd/math/matrix.h"
+#include "vnxstd/math/xfbase.h"
+#include "vnxstd/shapes/rect.h"
+#include "vnxstd/shapes/shape.h"
+#include "vnxstd/shapes/shapeinfo.h"
+
+class qcRegionTree;
+
+namespace qc_shapes {
+
+/// The boundary of a shape, piece by piece as decomposition gives it, with the image of each point. The pieces are cut
+/// into spans, each with a bound for how far its image deviates from the chord between the images of its ends. The
+/// bound follows from the transform's own (qc2XformBase::bendBound), so that it holds for all points and not only for
+/// those that are looked at. Every question goes down to spans whose bound is small enough for the answer.
+///
+/// Errors of the transform at a point reach whoever asks; a boundary of which some point has no finite image throws
+/// qc2XformPerspectiveDefs::NumericalError.
+class MappedCurve {
+ public:
+  using Xform = qcPtrHandle_const<qc2XformBase>;
+
+  /// The share of the extent within which a box, nearest distances and insideness are determined.
+  static constexpr double kPrecision = 1e-10;
+
+  /// Throws qcShapesError::InfiniteExtent for infinite shapes.
+  MappedCurve(const qcPtrHandle_const<qcShape>& shape, const Xform& xform);
+
+  /// A point of the boundary: a distance along a piece before it is mapped.
+  struct Place {
+    std::size_t piece = 0;
+    double distance = 0;
+  };
+
+  /// A bound for the diagonal of the bounding box from below, by a part of it.
+  double extent() const { return extent_; }
+
+  qcRect boundingBox() const;
+  Place nearest(const qcVector<2>& p) const;
+  /// The angle under which all contours are seen from p, travelled from start to end. For a point within the precision
+  /// of the boundary that from its left side; `touches` tells whether it is one.
+  double windingAngle(const qcVector<2>& p, bool& touches) const;
+  /// Whether p lies in the image of the region: inside its boundary, and in no region that is cut out. What lies within
+  /// the precision of a boundary is inside unless `openRegion`.
+  bool within(const qcVector<2>& p, bool openRegion) const;
+  double tangentRotation() const;
+
+  /// The image, and the direction of its tangent unless `tangent` is null.
+  qcVector<2> image(const Place& place, qcRadian* tangent) const;
+
+  /// The length of the image of each piece, with 0 for those that have no length, in the order of the pieces of the
+  /// decomposed shape.
+  std::vector<double> lengths() const;
+  /// The length of the image of all that comes before a place, and the place before which a length comes; exactly on a
+  /// joint that is the start of the later piece.
+  double lengthTo(const Place& place) const;
+  Place placeAt(double length) const;
+  double length() const { return starts().back(); }
+  /// The length of what comes before a place before it is mapped.
+  double sourceLengthTo(const Place& place) const;
+  double sourceLength() const { return info_.perimeter(); }
+
+  /// The place at a length along the image of a piece, by its number within the decomposed shape; of a piece without
+  /// length, the place behind it.
+  Place placeOn(std::int32_t number, double length) const;
+  /// The position of a place: on its piece when `piecewise`, else along all pieces. The end of a contour is not the
+  /// start of the next one.
+  qcPerimPos positionOf(const Place& place, bool piecewise) const;
+
+  /// A contour by points. For regions, `parent` is the outline of the region around this one's, or -1.
+  struct Outline {
+    std::vector<qcVector<2>> vertices;
+    bool closed;
+    std::ptrdiff_t parent;
+  };
+  /// Outlines that deviate from the image by the tolerance at most.
+  std::vector<Outline> outlines(double tolerance) const;
+
+  /// Samples the pieces as qcMappedShape::sample says; in uniform mode one chain, closed or not. Recorded positions are
+  /// those of positionOf.
+  void sample(SampleWriter& writer, bool piecewise) const;
+  void sampleUniformly(SampleWriter& writer, bool piecewise, bool closed) const;
+
+ private:
+  // A part of the decomposed shape that is asked for points by itself.
+  struct Element {
+    const qcShape* shape;
+    qcShapeInfo info;
+    std::int32_t firstNumber;  // of its pieces
+  };
+  struct Piece {
+    std::size_t element;
+    std::int32_t index;   // within the element
+    std::int32_t number;  // within the decomposed shape
+    double length;
+    qcVector<2> start, end;                // before they are mapped
+    qcVector<2> startTangent, endTangent;  // of length 1; null when unknown
+    std::size_t firstSpan = 0;
+  };
+  struct Chain {
+    std::size_t first, last;  // pieces, the last one excluded
+    bool closed;
+    bool isTurned;          // travelled against the direction of its pieces
+    std::ptrdiff_t parent;  // the chain that bounds the region from which this one takes or gives back, or -1
+    bool isRound;           // one closed piece, without a corner where its ends meet
+  };
+  struct End {
+    double distance;
+    qcVector<2> source, image;
+  };
+  struct Span {
+    std::size_t piece;
+    End from, to;
+    End middle;
+    double deviation;
+  };
+  // A stretch of a piece whose length is computed well by one rule, and the length of what comes before on the piece.
+  struct Stretch {
+    double from, before;
+  };
+
+  std::vector<std::size_t> addElement(const qcShape& shape);
+  void addContour(const qcShape& contour, bool isTurned, std::ptrdiff_t parent);
+  void addRegion(const qcRegionTree& region);
+  void cut();
+  std::size_t endOfSpans(const Chain& chain) const;
+  double windingAngle(const Chain& chain, const qcVector<2>& p, bool& touches) const;
+
+  End endAt(const Piece& piece, double distance) const;
+  qcVector<2> sourceTangent(const Piece& piece, double distance, qcVector<2>& point) const;
+  Span spanBetween(std::size_t piece, const End& from, const End& to) const;
+  Span wholePiece(std::size_t piece) const;
+  bool isShortest(const Span& span) const;
+  void halve(const Span& span, Span& first, Span& second) const;
+  template <class IsDone, class Leaf>
+  void refine(const Span& whole, const IsDone& isDone, const Leaf& leaf) const;
+  double furthest(const qcVector<2>& direction) const;
+
+  // How the image moves at a distance along a piece: with what tangent before it is mapped, and what velocity.
+  struct Motion {
+    double distance;
+    qcVector<2> tangent, velocity;
+  };
+  Motion motionAt(const Piece& piece, double distance) const;
+  double change(const Piece& piece, const Motion& from, const Motion& middle, const Motion& to) const;
+  double turning(const Piece& piece, const Motion& from, const Motion& to, int depth) const;
+  double gauss(const Piece& piece, double from, double to) const;
+  void measure(const Piece& piece, const Motion& from, const Motion& to, double whole, int depth, double& before,
+               std::vector<Stretch>& stretches) const;
+  const std::vector<double>& starts() const;
+  double lengthOnPiece(std::size_t piece, double distance) const;
+  double distanceOnPiece(std::size_t piece, double length) const;
+  std::int32_t takeNumbers(SampleWriter& writer, bool piecewise) const;
+  void add(SampleWriter& writer, const Place& place, bool piecewise, std::int32_t number) const;
+  std::vector<double> sampleDistances(const qcShape::qcSampleParams& params, std::size_t piece, bool isRound) const;
+
+  qcPtrHandle_const<qcShape> source_;
+  Xform xform_;
+  qcShapeInfo info_;
+  std::vector<Element> elements_;
+  std::vector<Piece> pieces_;
+  std::vector<Chain> chains_;
+  std::vector<Span> spans_;
+  double extent_ = 0;
+
+  // Measured when a length is first asked for.
+  mutable std::vector<std::vector<Stretch>> stretches_;
+  mutable std::vector<double> starts_, lengths_;  // of each piece; behind the last start the whole length
+};
+
+}  // namespace qc_shapes

@@ -1,0 +1,404 @@
+#include "vnxstd/shapes/mappedshape.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <typeinfo>
+
+#include "std/shapes/held.h"
+#include "std/shapes/mappedcurve.h"
+#include "std/shapes/segment.h"
+#include "vnxstd/archive/archive.h"
+#include "vnxstd/archive/memory.h"
+#include "vnxstd/math/xfcomp.h"
+#include "vnxstd/shapes/clipinfo.h"
+#include "vnxstd/shapes/generaltree.h"
+#include "vnxstd/shapes/polyline.h"
+#include "vnxstd/shapes/regiontree.h"
+#include "vnxstd/shapes/shapeinfo.h"
+
+using qc_shapes::MappedCurve;
+
+namespace {
+
+using Held = qcMappedShape::Held;
+using Xform = qcMappedShape::Xform;
+
+constexpr const char* kSource = "std/shapes/mapshape";
+constexpr int kLine = 562;
+
+const qc_Instantiator registered(typeid(qcMappedShape), &qcMappedShape::make);
+
+const qcMappedShape* asMapped(const Held& shape) { return dynamic_cast<const qcMappedShape*>(shape.rep()); }
+
+const Xform& identity() {
+  static const Xform xform(new qc2XformLinear);
+  return xform;
+}
+
+std::string bytesOf(const qc2XformBase& xform) {
+  qcMemoryArchive archive(qcArchive::bigEndian, false);
+  archive << static_cast<const qcPersistent&>(xform);
+  return {archive.bytes().begin(), archive.bytes().end()};
+}
+
+// Of the same class and equal in all that they archive; compositions member by member.
+bool areEqual(const qc2XformBase& first, const qc2XformBase& second) {
+  std::vector<std::pair<const qc2XformBase*, const qc2XformBase*>> waiting{{&first, &second}};
+  while (!waiting.empty()) {
+    const auto [a, b] = waiting.back();
+    waiting.pop_back();
+    if (a == b) continue;
+    if (!a || !b || typeid(*a) != typeid(*b)) return false;
+    const auto* composed = dynamic_cast<const qc2XformComposed*>(a);
+    if (!composed) {
+      if (bytesOf(*a) != bytesOf(*b)) return false;
+      continue;
+    }
+    std::vector<qc2XformComposed::Member> ours, theirs;
+    composed->decompose(ours);
+    static_cast<const qc2XformComposed*>(b)->decompose(theirs);
+    if (ours.size() != theirs.size()) return false;
+    for (std::size_t i = 0; i < ours.size(); ++i) waiting.emplace_back(ours[i].rep(), theirs[i].rep());
+  }
+  return true;
+}
+
+// The place on the curve that a position means. The end of a contour is no place on the next one.
+MappedCurve::Place placeOf(const MappedCurve& curve, const qcShapeInfo& info, const qcPerimPos& position,
+                           bool piecewise, bool isMultiple) {
+  const qcPerimPos normal = info.perimPos(position, 0);
+  if (info.numPieces() != (piecewise ? static_cast<long>(curve.lengths().size()) : 1)) throw qcShapesError::BadParams();
+  if (!piecewise) return curve.placeAt(normal.distance());
+  const bool isOnPiece = position.distance() >= 0 && position.distance() <= info.pieceLength(position.index());
+  const qcPerimPos& place = isMultiple && isOnPiece ? position : normal;
+  return curve.placeOn(place.index(), place.distance());
+}
+
+}  // namespace
+
+qcMappedShape::qcMappedShape() : xform_(identity()) {}
+
+qcMappedShape::qcMappedShape(const Held& shape, const Xform& xform) : shape_(shape), xform_(xform) {}
+
+qcMappedShape::qcMappedShape(const Held& shape, const qc2XformBase& xform, bool collapse) {
+  if (shape.isNull()) throw qcBadPointer();
+  const qcMappedShape* inner = collapse ? asMapped(shape) : nullptr;
+  shape_ = inner ? inner->underlyingShape() : shape;
+  xform_ = inner ? Xform(xform.composeBase(*inner->overallMapXform())) : Xform(xform.clone());
+}
+
+qcMappedShape::qcMappedShape(const qcMappedShape& other) = default;
+
+qcMappedShape& qcMappedShape::operator=(const qcMappedShape& other) {
+  if (this == &other) return *this;
+  if (qc_shapes::holds(other, *this)) throw qcShapesError::BadGeom();
+  mutating();
+  shape_ = other.shape_;
+  xform_ = other.xform_;
+  explicit_ = other.explicit_;
+  overall_ = other.overall_;
+  curve_ = other.curve_;
+  return *this;
+}
+
+qcMappedShape::~qcMappedShape() { qcMappedShape::preLoad(); }
+
+// One level at a time: shapes mapped again and again may be many.
+void qcMappedShape::preLoad() {
+  Held next;
+  std::swap(next, shape_);
+  while (!next.isNull() && next->refc() == 1) {
+    auto* mapped = const_cast<qcMappedShape*>(asMapped(next));
+    if (!mapped) break;
+    Held inner;
+    std::swap(inner, mapped->shape_);
+    next = inner;
+  }
+  dropCaches();
+}
+
+qcPersistent* qcMappedShape::make() { return new qcMappedShape; }
+
+void qcMappedShape::shape(const Held& shape) {
+  if (shape.isNull()) throw qcBadPointer();
+  if (qc_shapes::holds(*shape, *this)) throw qcShapesError::BadGeom();
+  const Held kept = shape;  // it may be the one of ours, or held by it
+  mutating();
+  shape_ = kept;
+  dropCaches();
+}
+
+void qcMappedShape::mapXform(const qc2XformBase& xform) {
+  const Xform copy = xform.clone();
+  mutating();
+  xform_ = copy;
+  dropCaches();
+}
+
+void qcMappedShape::dropCaches() {
+  explicit_.release();
+  overall_.release();
+  curve_.reset();
+}
+
+const Held& qcMappedShape::underlyingShape() const {
+  const Held* shape = &shape_;
+  while (const qcMappedShape* mapped = asMapped(*shape)) shape = &mapped->shape_;
+  if (shape->isNull()) throw qcBadPointer();
+  return *shape;
+}
+
+const Xform& qcMappedShape::overallMapXform() const {
+  if (!overall_.isNull()) return overall_;
+  std::vector<const qcMappedShape*> all{this};
+  while (const qcMappedShape* inner = asMapped(all.back()->shape_)) all.push_back(inner);
+  if (all.back()->shape_.isNull()) throw qcBadPointer();
+  Xform overall = all.back()->xform_;
+  for (std::size_t i = all.size() - 1; i-- > 0;) overall = Xform(all[i]->xform_->composeBase(*overall));
+  overall_ = overall;
+  return overall_;
+}
+
+qc2XformLinear qcMappedShape::overallMapXformLinear(const qcVector<2>& at) const {
+  return overallMapXform()->linearXform(at);
+}
+
+qc2XformLinear qcMappedShape::overallMapXformLinear() const {
+  if (overallMapXform()->isLinear()) return overallMapXformLinear({});
+  const qcRect box = underlyingShape()->boundingBox();
+  return overallMapXformLinear(box.origin() + 0.5 * box.size());
+}
+
+Held qcMappedShape::explicitShape(const qcVector<2>& at) const {
+  return underlyingShape()->mapShape(overallMapXformLinear(at));
+}
+
+Held qcMappedShape::explicitShape() const {
+  if (explicit_.isNull()) explicit_ = underlyingShape()->mapShape(overallMapXformLinear());
+  return explicit_;
+}
+
+// The image itself, when the explicit shape is that; else null.
+const qcShape* qcMappedShape::exact() const {
+  return overallMapXform()->isLinear() ? explicitShape().rep() : nullptr;  // which the cache holds
+}
+
+const MappedCurve& qcMappedShape::curve() const {
+  if (!curve_) curve_ = std::make_shared<const MappedCurve>(underlyingShape(), overallMapXform());
+  return *curve_;
+}
+
+qcPtrHandle<qcShape> qcMappedShape::clone() const {
+  std::vector<const qcMappedShape*> all{this};
+  while (const qcMappedShape* inner = asMapped(all.back()->shape_)) all.push_back(inner);
+  Held copy = all.back()->shape_.isNull() ? Held() : Held(all.back()->shape_->clone());
+  qcPtrHandle<qcMappedShape> result;
+  for (std::size_t i = all.size(); i-- > 0;) {
+    result = new qcMappedShape(copy, Xform(all[i]->xform_->clone()));
+    copy = result;
+  }
+  return result;
+}
+
+qcRect qcMappedShape::boundingBox() const {
+  if (const qcShape* shape = exact()) return shape->boundingBox();
+  return curve().boundingBox();
+}
+
+qcVector<2> qcMappedShape::nearestPoint(const qcVector<2>& p) const {
+  if (const qcShape* shape = exact()) return shape->nearestPoint(p);
+  return curve().image(curve().nearest(p), nullptr);
+}
+
+double qcMappedShape::perimeter() const {
+  const Held& shape = underlyingShape();
+  if (shape->isEmpty()) return shape->perimeter();
+  const qc2XformLinear linear = overallMapXformLinear();
+  if (!qfIsAnglePreserving(linear, kAspectTolerance, kShearTolerance)) return shape->mapShape(linear)->perimeter();
+  return shape->perimeter() * linear.scale();
+}
+
+qcPerimPos qcMappedShape::nearestPerimPos(const qcShapeInfo& info, const qcVector<2>& p) const {
+  if (const qcShape* shape = exact()) return shape->nearestPerimPos(info, p);
+  const qcPerimPos position = curve().positionOf(curve().nearest(p), isDecomposed());
+  return isMultipleContours_() ? position : info.perimPos(position, 0);
+}
+
+qcVector<2> qcMappedShape::startPoint() const { return overallMapXform()->mapPoint(underlyingShape()->startPoint()); }
+
+qcVector<2> qcMappedShape::endPoint() const { return overallMapXform()->mapPoint(underlyingShape()->endPoint()); }
+
+qcRadian qcMappedShape::startAngle() const {
+  return mappedAngle(underlyingShape()->startPoint(), underlyingShape()->startAngle());
+}
+
+qcRadian qcMappedShape::endAngle() const {
+  return mappedAngle(underlyingShape()->endPoint(), underlyingShape()->endAngle());
+}
+
+qcRadian qcMappedShape::mappedAngle(const qcVector<2>& at, const qcRadian& angle) const {
+  const qcVector<2> along = overallMapXformLinear(at).mapVector(qcVector<2>(1, angle));
+  if (along == qcVector<2>()) throw qcShapesError::NoTangent();
+  return qc_shapes::segmentAngle({}, along);
+}
+
+qcRadian qcMappedShape::tangentRotation() const {
+  if (const qcShape* shape = exact()) return shape->tangentRotation();
+  if (!isOpenContour()) throw qcShapesError::NotOpenContour();
+  return qcRadian(curve().tangentRotation());
+}
+
+qcRadian qcMappedShape::windingAngle(const qcVector<2>& p) const {
+  if (const qcShape* shape = exact()) return shape->windingAngle(p);
+  if (!isOpenContour()) throw qcShapesError::NotOpenContour();
+  bool touches = false;
+  return qcRadian(curve().windingAngle(p, touches));
+}
+
+bool qcMappedShape::isRightHanded() const {
+  const bool rightHanded = underlyingShape()->isRightHanded();
+  return rightHanded != (overallMapXformLinear().matrix().determinant() < 0);
+}
+
+bool qcMappedShape::within(const qcVector<2>& p) const {
+  if (const qcShape* shape = exact()) return shape->within(p);
+  if (!isRegion()) throw qcShapesError::NotRegion();
+  return curve().within(p, dynamic_cast<const qcRegionTree*>(underlyingShape().rep()) != nullptr);
+}
+
+qcPtrHandle<qcShape> qcMappedShape::mapShape(const qcXform<2>& xform) const {
+  if (shape_.isNull()) throw qcBadPointer();
+  return new qcMappedShape(shape_, Xform(qc2XformLinear(xform).composeBase(*xform_)));
+}
+
+qcPtrHandle<qcShape> qcMappedShape::reverse() const {
+  return new qcMappedShape(Held(underlyingShape()->reverse()), overallMapXform());
+}
+
+qcPtrHandle<qcShape> qcMappedShape::decompose() const {
+  if (const qcShape* shape = exact()) return shape->decompose();
+  if (isEmpty()) return new qcPolyline;
+  std::vector<MappedCurve::Outline> outlines = curve().outlines(kDecomposed * curve().extent());
+  std::vector<Held> contours;
+  contours.reserve(outlines.size());
+  for (MappedCurve::Outline& outline : outlines) {
+    contours.emplace_back(new qcPolyline(std::move(outline.vertices), outline.closed));
+  }
+  if (contours.size() == 1) return const_cast<qcShape*>(contours.front().rep());  // made here
+  const auto* region = dynamic_cast<const qcRegionTree*>(underlyingShape().rep());
+  if (!region) return new qcGeneralShapeTree(contours, false);
+  // From the innermost regions outwards; each comes behind the one around it.
+  std::vector<qcPtrHandle<qcRegionTree>> nodes(contours.size());
+  std::vector<bool> isHole(contours.size(), region->isHole());
+  for (std::size_t i = 1; i < nodes.size(); ++i) isHole[i] = !isHole[static_cast<std::size_t>(outlines[i].parent)];
+  for (std::size_t i = 0; i < nodes.size(); ++i) nodes[i] = new qcRegionTree(contours[i], isHole[i]);
+  for (std::size_t i = nodes.size(); i-- > 1;) {
+    nodes[static_cast<std::size_t>(outlines[i].parent)]->insertChild(0, Held(nodes[i]), false);
+  }
+  return nodes.front();
+}
+
+qcPtrHandle<qcShape> qcMappedShape::subShape(const qcShapeInfo& info,
+                                             const std::pair<qcPerimPos, double>& piece) const {
+  if (const qcShape* shape = exact()) return shape->subShape(info, piece);
+  if (!(piece.second >= 0)) throw qcShapesError::BadParams();
+  const MappedCurve& mapped = curve();
+  const MappedCurve::Place place = placeOf(mapped, info, piece.first, isDecomposed(), isMultipleContours_());
+  const double from = mapped.lengthTo(place), sourceFrom = mapped.sourceLengthTo(place);
+  const double total = mapped.length(), sourceTotal = mapped.sourceLength();
+  const auto sourceAt = [&](double length) { return mapped.sourceLengthTo(mapped.placeAt(length)); };
+  double length = 0;
+  if (info.isClosed() && piece.second >= total) {
+    length = sourceTotal;
+  } else if (from + piece.second < total) {
+    length = sourceAt(from + piece.second) - sourceFrom;
+  } else {
+    length = sourceTotal - sourceFrom + (info.isClosed() ? sourceAt(from + piece.second - total) : 0);
+  }
+  const qcShape& shape = *underlyingShape();
+  const qcShapeInfo whole(shape);
+  return new qcMappedShape(Held(shape.subShape(whole, {whole.perimPos(sourceFrom), std::max(length, 0.0)})),
+                           overallMapXform());
+}
+
+qcPtrHandle<qcShape> qcMappedShape::clip_(const qcPolyline& polygon, qcClipInfo& info) const {
+  if (const qcShape* shape = exact()) return shape->clip_(polygon, info);
+  const qcPtrHandle<qcShape> clipped = decompose()->clip_(polygon, info);
+  return info.result() == ClipResult::inside ? clone() : clipped;
+}
+
+void qcMappedShape::sample(const qcSampleParams& params, qcSampleResult& result) const {
+  if (const qcShape* shape = exact()) return shape->sample(params, result);
+  qc_shapes::SampleWriter writer(params, result);
+  if (params.uniformMode()) {
+    // Whether there is a uniform mode, and how it closes the chain, is for the underlying shape to say.
+    qcSampleParams one = params;
+    one.maxPoints(1);
+    one.enclosingInfo_(nullptr);
+    qcSampleResult points;
+    underlyingShape()->sample(one, points);
+    if (points.numChains() > 0) curve().sampleUniformly(writer, isDecomposed(), points.closedFlags().front());
+  } else if (!isEmpty()) {
+    curve().sample(writer, isDecomposed());
+  }
+  writer.commit();
+}
+
+bool qcMappedShape::equal_(const qcShape& that) const {
+  const qcShape *a = this, *b = &that;
+  while (a != b) {
+    if (!a || !b || typeid(*a) != typeid(*b)) return false;
+    const auto* ours = dynamic_cast<const qcMappedShape*>(a);
+    if (!ours) return a->equal_(*b);
+    const auto* theirs = static_cast<const qcMappedShape*>(b);
+    if (!areEqual(*ours->xform_, *theirs->xform_)) return false;
+    a = ours->shape_.rep();
+    b = theirs->shape_.rep();
+  }
+  return true;
+}
+
+void qcMappedShape::perimPointAndTangent_(const qcShapeInfo& info, const qcPerimPos& position, qcVector<2>& point,
+                                          qcRadian* tangent) const {
+  if (const qcShape* shape = exact()) return shape->perimPointAndTangent_(info, position, point, tangent);
+  point = curve().image(placeOf(curve(), info, position, isDecomposed(), isMultipleContours_()), tangent);
+}
+
+void qcMappedShape::pieceLengths_(std::vector<double>& lengths) const {
+  if (const qcShape* shape = exact()) return shape->pieceLengths_(lengths);
+  if (isDecomposed()) {
+    const std::vector<double> all = curve().lengths();
+    lengths.insert(lengths.end(), all.begin(), all.end());
+  } else {
+    lengths.push_back(curve().length());
+  }
+}
+
+void qcMappedShape::heldShapes_(std::vector<const qcShape*>& held) const {
+  if (!shape_.isNull()) held.push_back(shape_.rep());
+}
+
+void qcMappedShape::serialize_(qcArchive& archive, unsigned char version) {
+  qcArchive::checkVersion(version, 0, kSource, kLine);
+  qcShape::dispatchSerialize(archive);
+  if (archive.isStoring()) {
+    archive || shape_ || xform_;
+    return;
+  }
+  Held shape;
+  Xform xform;
+  archive || shape || xform;
+  const bool isOwn = !shape.isNull() && (archive.isStillLoading(shape.rep()) || qc_shapes::holds(*shape, *this));
+  if (xform.isNull() || isOwn) throw qcArchive::BadContent(kSource, kLine);
+  shape_ = shape;
+  xform_ = xform;
+  dropCaches();
+}
+
+bool qfIsAnglePreserving(const qc2XformLinear& xform, double aspectTol, double shearTol) {
+  if (xform.isSingular()) return false;
+  const double aspect = xform.aspect(), shear = xform.shear().plain();
+  if (!(std::fabs(aspect - 1) <= aspectTol || std::fabs(aspect + 1) <= aspectTol)) return false;
+  return std::fabs(shear) <= shearTol || std::fabs(shear - std::numbers::pi) <= shearTol;
+}
