@@ -16,13 +16,18 @@
 
 namespace vnxstd::pelfilter {
 
+/// The numbers in a cache line.
+template <class A>
+inline constexpr std::ptrdiff_t kLine = 64 / sizeof(A);
+
 /// Rows of numbers, each at the start of a cache line. They may be read some way past their end, where they hold
 /// anything.
 template <class A>
 class Rows {
  public:
   Rows(std::ptrdiff_t rows, std::ptrdiff_t count)
-      : pitch_((count + 2 * kLine - 1) / kLine * kLine), memory_(static_cast<std::size_t>(rows * pitch_ + 2 * kLine)) {
+      : pitch_((count + 2 * kLine<A> - 1) / kLine<A> * kLine<A>),
+        memory_(static_cast<std::size_t>(rows * pitch_ + kBehind)) {
     const auto address = reinterpret_cast<std::uintptr_t>(memory_.data());
     first_ = memory_.data() + (64 - address % 64) % 64 / sizeof(A);
   }
@@ -32,7 +37,7 @@ class Rows {
   A* row(std::ptrdiff_t y) { return first_ + y * pitch_; }
 
  private:
-  static constexpr std::ptrdiff_t kLine = 128;
+  static constexpr std::ptrdiff_t kBehind = 256;
   std::ptrdiff_t pitch_;
   std::vector<A> memory_;
   A* first_;
@@ -59,6 +64,12 @@ class SourceRows {
   std::ptrdiff_t slots_;
   std::vector<S> copies_;
 };
+
+/// The row, or the one of the image that is next to it.
+template <class P>
+P* nearestRow(const qc_PelRows<P>& rows, std::ptrdiff_t y) {
+  return rows.row(std::clamp<std::ptrdiff_t>(y, 0, rows.height - 1));
+}
 
 /// Calls work with the first number of a block and how many there are. The last block overlaps the one before it,
 /// rather than leave numbers to be done one by one; so work must not overwrite what it reads.

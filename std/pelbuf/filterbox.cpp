@@ -86,27 +86,32 @@ template <class S, class A>
 class IntegerColumns {
  public:
   IntegerColumns(const qc_PelRows<const S>& src, const Box& box)
-      : rows_(src, box.height, box.filter.isInPlace), height_(box.height), count_(src.width), sums_(1, src.width) {}
+      : rows_(src, box.height, box.filter.isInPlace), height_(box.height), sums_(1, src.width) {}
 
   static int shift(const Box& box) { return box.shift; }
 
-  /// The sums of the `height` rows down to y; fewer at the beginning.
-  A* enter(std::ptrdiff_t y) {
-    const S* const pels = rows_.enter(y);
-    if (y < height_) {
-      const Add<S, A> add;
-      simd::runRow(add, count_, sums_.row(0), pels);
-    } else {
-      const Slide<S, A> slide;
-      simd::runRow(slide, count_, sums_.row(0), pels, rows_.row(y - height_));
-    }
+  /// Begins a row; its sums are those of the `height` rows down to y, fewer at the beginning.
+  const A* enter(std::ptrdiff_t y) {
+    entering_ = rows_.enter(y);
+    leaving_ = y < height_ ? nullptr : rows_.row(y - height_);
     return sums_.row(0);
+  }
+  /// Computes some of the sums.
+  void add(std::ptrdiff_t first, std::ptrdiff_t count) {
+    if (leaving_) {
+      const Slide<S, A> slide;
+      simd::runRow(slide, count, sums_.row(0) + first, entering_ + first, leaving_ + first);
+    } else {
+      const Add<S, A> add;
+      simd::runRow(add, count, sums_.row(0) + first, entering_ + first);
+    }
   }
 
  private:
   SourceRows<S> rows_;
-  std::ptrdiff_t height_, count_;
+  std::ptrdiff_t height_;
   Rows<A> sums_;
+  const S *entering_ = nullptr, *leaving_ = nullptr;
 };
 
 /// Columns of floating numbers. Subtracting would leave rounding errors behind, and NaN and infinities for ever. So the
@@ -118,36 +123,42 @@ class FloatingColumns {
   FloatingColumns(const qc_PelRows<const S>& src, const Box& box)
       : source_(src, box.height - 1, box.filter.isInPlace),
         height_(box.height),
-        count_(src.width),
         scale_(std::ldexp(1, -box.shift)),
         ends_(box.height + 1, src.width),
         begin_(2, src.width) {}
 
   static int shift(const Box& box) { return std::is_same_v<S, double> ? 0 : box.shift; }
 
-  double* enter(std::ptrdiff_t y) {
-    const std::ptrdiff_t k = y % height_;
-    const S* const pels = source_.enter(y);
-    double *const begin = begin_.row(0), *const total = begin_.row(1);
-    if (k < height_ - 1) {
+  const double* enter(std::ptrdiff_t y) {
+    y_ = y;
+    entering_ = source_.enter(y);
+    return isLast() ? ends_.row(0) : begin_.row(1);
+  }
+  void add(std::ptrdiff_t first, std::ptrdiff_t count) {
+    const std::ptrdiff_t k = y_ % height_;
+    double* const begin = begin_.row(0) + first;
+    if (!isLast()) {
       const AddAndTotal<S> add{scale_};
-      simd::runRow(add, count_, begin, pels, static_cast<const double*>(ends_.row(k + 1)), total);
-      return total;
+      const double* const before = ends_.row(k + 1) + first;
+      return simd::runRow(add, count, begin, entering_ + first, before, begin_.row(1) + first);
     }
     const AddTo<S> add{scale_};
     for (std::ptrdiff_t i = 0; i < height_; ++i) {  // the row of zeros below the last is never written
-      const double* const below = ends_.row(height_ - i);
-      simd::runRow(add, count_, ends_.row(k - i), below, source_.row(y - i));
+      const double* const below = ends_.row(height_ - i) + first;
+      simd::runRow(add, count, ends_.row(k - i) + first, below, source_.row(y_ - i) + first);
     }
-    std::fill_n(begin, count_, 0.0);
-    return ends_.row(0);
+    std::fill_n(begin, count, 0.0);
   }
 
  private:
+  bool isLast() const { return y_ % height_ == height_ - 1; }  // of its block
+
   SourceRows<S> source_;
-  std::ptrdiff_t height_, count_;
+  std::ptrdiff_t height_;
   double scale_;
   Rows<double> ends_, begin_;
+  std::ptrdiff_t y_ = 0;
+  const S* entering_ = nullptr;
 };
 
 /// Sums of `width` neighbours one by one, at a cost that the width does not change.
@@ -200,30 +211,46 @@ Along cheapest(std::ptrdiff_t width) {
   return best;
 }
 
+/// The sums along a row, in parts of which all that is computed stays in the first-level cache.
 template <class A, class Columns, class S>
 void sumBoxes(const qc_PelRows<const S>& src, const qc_PelRows<unsigned char>& dst, std::ptrdiff_t count,
               const Box& box, Finisher<A> finishRow) {
-  const std::ptrdiff_t step = box.filter.perPel;
+  if (count == 0) return;
+  const std::ptrdiff_t step = box.filter.perPel, more = (box.width - 1) * step, bytes = dst.width / count;
   const bool isWide = box.width > Along::kWidest;
   const Along along = isWide ? Along{box.width, 1, 0} : cheapest(box.width);
+  const std::ptrdiff_t part = isWide ? src.width : std::ptrdiff_t{4096 / sizeof(A)};
   Columns columns(src, box);
   Rows<A> groups(1, src.width);
   for (std::ptrdiff_t y = 0; y < src.height; ++y) {
     const A* const sums = columns.enter(y);
-    if (y < box.height - 1) continue;
-    const A* addends[Along::kMostAddends];
-    int n = 0;
-    if (isWide) {
-      sumNeighbours(sums, groups.row(0), count, box.width, step);
-    } else if (along.groups > 0) {
-      for (; n < along.group; ++n) addends[n] = sums + n * step;
-      const Total<A> total{addends, n};
-      simd::runRow(total, src.width, groups.row(0));
+    std::ptrdiff_t done = 0;  // results
+    for (std::ptrdiff_t first = 0; first < src.width; first += part) {
+      const std::ptrdiff_t end = std::min(first + part, src.width), ready = end - more - done;
+      if constexpr (std::is_floating_point_v<S>) {
+        // What the next row needs. Boxes of 3 x 3 take 0.83 of the time; images of integers do not wait for memory.
+        const S* const below = nearestRow(src, y + 1);
+        unsigned char* const next = nearestRow(dst, y - box.height + 2);
+        for (std::ptrdiff_t i = first; i < end; i += kLine<S>) __builtin_prefetch(below + i);
+        for (std::ptrdiff_t i = done; i < end - more; i += kLine<S>) __builtin_prefetch(next + i * bytes, 1);
+      }
+      columns.add(first, end - first);
+      if (y < box.height - 1 || ready <= 0) continue;
+      const A* addends[Along::kMostAddends];
+      int n = 0;
+      if (isWide) {
+        sumNeighbours(sums, groups.row(0), count, box.width, step);
+      } else if (along.groups > 0) {
+        for (; n < along.group; ++n) addends[n] = sums + done + n * step;
+        const Total<A> total{addends, n};
+        simd::runRow(total, ready + (along.groups - 1) * along.group * step, groups.row(0));
+      }
+      n = 0;
+      for (std::ptrdiff_t i = 0; i < along.groups; ++i) addends[n++] = groups.row(0) + i * along.group * step;
+      for (std::ptrdiff_t i = box.width - along.singles; i < box.width; ++i) addends[n++] = sums + done + i * step;
+      finishRow(addends, n, Columns::shift(box), dst.row(y - box.height + 1) + done * bytes, ready);
+      done += ready;
     }
-    n = 0;
-    for (std::ptrdiff_t i = 0; i < along.groups; ++i) addends[n++] = groups.row(0) + i * along.group * step;
-    for (std::ptrdiff_t i = box.width - along.singles; i < box.width; ++i) addends[n++] = sums + i * step;
-    finishRow(addends, n, Columns::shift(box), dst.row(y - box.height + 1), count);
   }
 }
 
