@@ -286,6 +286,30 @@ TEST(PolylineWinding, IsTheSameInEveryWay) {
   EXPECT_THROW(qcPreparedPolygon(qcPolyline({{0, 0}, {1, 0}, {1, 1}}, false)), qcShapesError::NotRegion);
 }
 
+// Positions are recorded piece by piece and joined afterwards; points alone are written joined.
+TEST(PolylineSampling, GivesTheSamePointsInBothWays) {
+  for (unsigned seed = 0; seed < 2000; ++seed) {
+    Random random(seed);
+    const Points points = random.gridPoints(random.integer(1, seed % 50 == 0 ? 200 : 9), random.integer(0, 9));
+    const qcPolyline line(points, random.flip());
+    qcShape::qcSampleParams params(0, random.integer(0, 3) * 0.7, random.flip() ? 4 : 1000, false, false);
+    qcShape::qcSampleResult joined, apart;
+    const auto throws = [&](qcShape::qcSampleResult& result) {
+      try {
+        line.sample(params, result);
+        line.sample(params, result);
+        return false;
+      } catch (const qcShapesError::SampleOverflow&) {
+        return true;
+      }
+    };
+    const bool overflows = throws(joined);
+    params.recordPositions_(true);
+    ASSERT_EQ(throws(apart), overflows) << seed;
+    ASSERT_EQ(joined, apart) << seed;
+  }
+}
+
 // ---- hulls and distances
 
 TEST(PolylineHulls, AreConvexAndHoldEveryVertex) {

@@ -272,6 +272,13 @@ void qcPolyline::sample(const qcSampleParams& params, qcSampleResult& result) co
   qc_shapes::SampleWriter writer(params, result);
   if (isEmpty()) return writer.commit();
   if (!params.enclosingInfo_()) writer.numberOwnPieces();
+  // Where corners keep one point, and nothing is asked for but points, each piece leaves its end to the next one. (A
+  // piece without length at the start keeps its point beside that of the next.)
+  const bool pointsAlone = !params.computeTangents() && !params.recordPositions_();
+  if (pointsAlone && !params.duplicateCorners() && pieceStart(0) != pieceEnd(0)) {
+    qc_shapes::sampleJoined(writer, vertices_, closed_);
+    return writer.commit();
+  }
   // Pieces without length and tangent are left out where tangents are asked for, and all but the first of a polyline
   // that is a single point.
   const bool leaveOut = params.computeTangents() || !hasTangent();

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "vnxstd/shapes/sampling.h"
 
@@ -37,12 +38,13 @@ class SampleWriter {
 
   /// Numbers the pieces from 0 on, as a shape of pieces does that is not itself a piece of another.
   void numberOwnPieces();
-  /// The number of the piece to be sampled now.
-  std::int32_t takePiece();
+  /// The number of the piece to be sampled now, or of the first of several.
+  std::int32_t takePiece(std::int32_t count = 1);
 
-  /// Starts a chain that will have `count` points. Throws qcShapesError::SampleOverflow when the result cannot number
-  /// so many.
+  /// Starts a chain that will have `count` points, or more after makeRoom. These throw qcShapesError::SampleOverflow
+  /// when the result cannot number so many.
   void openChain(bool closed, long count);
+  void makeRoom(long count);
   /// Parts that are not asked for are ignored.
   void add(const qcVector<2>& point, const qcRadian& tangent, const qcPerimPos& position) {
     result_.positions().push_back(point);
@@ -65,7 +67,11 @@ class SampleWriter {
 /// point.
 void turnChain(qcShape::qcSampleResult& result, std::size_t first);
 
-/// Samples a segment: the one piece of a qcLineSeg, or one of many of a polyline.
+/// Samples a segment as a chain of its own: the one piece of a qcLineSeg, or one of many of a polyline.
 void sampleSegment(SampleWriter& writer, const qcVector<2>& p1, const qcVector<2>& p2);
+
+/// Samples a chain of segments, of which the first has a length, each without its end but the last of an open chain.
+/// Neither tangents nor positions may be asked for.
+void sampleJoined(SampleWriter& writer, const std::vector<qcVector<2>>& vertices, bool closed);
 
 }  // namespace qc_shapes

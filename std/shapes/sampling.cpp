@@ -1,6 +1,7 @@
 #include "vnxstd/shapes/sampling.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
 
@@ -22,7 +23,7 @@ void reserveFor(std::vector<T>& values, long n) {
 
 // Room for more elements, by doubling, so that appending many short chains stays linear.
 template <class T>
-void makeRoom(std::vector<T>& values, std::size_t more) {
+void growFor(std::vector<T>& values, std::size_t more) {
   const std::size_t needed = values.size() + more;
   if (values.capacity() < needed) values.reserve(std::max(needed, 2 * values.capacity()));
 }
@@ -203,9 +204,10 @@ void checkConsistent(const Params& params, const Result& result) {
 
 long stepsFor(double total, double step, long limit) {
   if (!(static_cast<double>(limit) * step >= total)) throw qcShapesError::SampleOverflow();
-  const double steps = std::ceil(total / step);
-  if (steps >= static_cast<double>(limit)) return limit;
-  return steps >= 1 ? static_cast<long>(steps) : 1;
+  const double quotient = total / step;
+  if (!(quotient < static_cast<double>(limit))) return limit;
+  const auto steps = static_cast<long>(quotient);
+  return std::max(1L, static_cast<double>(steps) < quotient ? steps + 1 : steps);
 }
 
 double chordHalfAngle(double tolerance, double radius) {
@@ -239,20 +241,24 @@ void SampleWriter::numberOwnPieces() {
   result_.pieceNumber_(0);
 }
 
-std::int32_t SampleWriter::takePiece() {
+std::int32_t SampleWriter::takePiece(std::int32_t count) {
   const std::int32_t piece = result_.pieceNumber_();
-  if ((ownPieces_ || params_.enclosingInfo_()) && piece < INT32_MAX) result_.pieceNumber_(piece + 1);
+  if (ownPieces_ || params_.enclosingInfo_()) result_.pieceNumber_(piece + std::min(count, INT32_MAX - piece));
   return piece;
 }
 
 void SampleWriter::openChain(bool closed, long count) {
+  makeRoom(count);
+  result_.breaks().push_back(static_cast<std::int32_t>(result_.positions().size()));
+  result_.closedFlags().push_back(closed);
+}
+
+void SampleWriter::makeRoom(long count) {
   const std::size_t size = result_.positions().size();
   if (size > INT32_MAX || static_cast<std::size_t>(count) > INT32_MAX - size) throw qcShapesError::SampleOverflow();
-  makeRoom(result_.positions(), static_cast<std::size_t>(count));
-  if (params_.computeTangents()) makeRoom(result_.tangents(), static_cast<std::size_t>(count));
-  if (params_.recordPositions_()) makeRoom(result_.perimPositions_(), static_cast<std::size_t>(count));
-  result_.breaks().push_back(static_cast<std::int32_t>(size));
-  result_.closedFlags().push_back(closed);
+  growFor(result_.positions(), static_cast<std::size_t>(count));
+  if (params_.computeTangents()) growFor(result_.tangents(), static_cast<std::size_t>(count));
+  if (params_.recordPositions_()) growFor(result_.perimPositions_(), static_cast<std::size_t>(count));
 }
 
 void SampleWriter::commit() {
@@ -275,6 +281,19 @@ void turnChain(Result& result, std::size_t first) {
   }
 }
 
+namespace {
+
+long segmentSteps(const Params& params, double length) {
+  if (params.maxPoints() < 2) throw qcShapesError::SampleOverflow();
+  return params.spacing() == 0 ? 1 : stepsFor(length, params.spacing(), params.maxPoints() - 1);
+}
+
+qcVector<2> segmentStep(const qcVector<2>& p1, const qcVector<2>& p2, long steps) {
+  return (p2 - p1) / static_cast<double>(steps);
+}
+
+}  // namespace
+
 void sampleSegment(SampleWriter& writer, const qcVector<2>& p1, const qcVector<2>& p2) {
   const Params& params = writer.params();
   const std::int32_t piece = writer.takePiece();
@@ -284,15 +303,47 @@ void sampleSegment(SampleWriter& writer, const qcVector<2>& p1, const qcVector<2
     writer.add(p1, qcRadian(), {piece, 0});
     return;
   }
-  if (params.maxPoints() < 2) throw qcShapesError::SampleOverflow();
   const double length = segmentLength(p1, p2);
-  const long steps = params.spacing() == 0 ? 1 : stepsFor(length, params.spacing(), params.maxPoints() - 1);
-  const qcRadian tangent = segmentAngle(p1, p2);
+  const long steps = segmentSteps(params, length);
+  const qcVector<2> step = segmentStep(p1, p2, steps);
+  const qcRadian tangent = params.computeTangents() ? segmentAngle(p1, p2) : qcRadian();
   writer.openChain(false, steps + 1);
-  for (long i = 0; i <= steps; ++i) {
-    const double fraction = static_cast<double>(i) / static_cast<double>(steps);
-    writer.add(pointAtFraction(p1, p2, fraction), tangent, {piece, fraction * length});
+  writer.add(p1, tangent, {piece, 0});  // the step may have overflown
+  for (long i = 1; i < steps; ++i) {
+    const auto done = static_cast<double>(i);
+    writer.add(p1 + done * step, tangent, {piece, done / static_cast<double>(steps) * length});
   }
+  writer.add(p2, tangent, {piece, length});
+}
+
+void sampleJoined(SampleWriter& writer, const std::vector<qcVector<2>>& vertices, bool closed) {
+  constexpr std::size_t kBatch = 64;  // pieces whose points are made room for together
+  std::array<long, kBatch> steps;
+  std::vector<qcVector<2>>& positions = writer.result().positions();
+  const std::size_t n = vertices.size(), pieces = closed ? n : n - 1;
+  const auto end = [&](std::size_t piece) -> const qcVector<2>& { return vertices[piece + 1 < n ? piece + 1 : 0]; };
+  writer.openChain(closed, 1);
+  for (std::size_t batch = 0; batch < pieces; batch += kBatch) {
+    const std::size_t count = std::min(kBatch, pieces - batch);
+    writer.takePiece(static_cast<std::int32_t>(count));
+    long total = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      const qcVector<2>&p1 = vertices[batch + i], &p2 = end(batch + i);
+      steps[i] = p1 == p2 ? 0 : segmentSteps(writer.params(), segmentLength(p1, p2));
+      total += steps[i];
+    }
+    writer.makeRoom(total + 1);
+    const std::size_t size = positions.size();
+    positions.resize(size + static_cast<std::size_t>(total));
+    qcVector<2>* to = positions.data() + size;
+    for (std::size_t i = 0; i < count; ++i) {
+      const qcVector<2>&p1 = vertices[batch + i], &p2 = end(batch + i);
+      const qcVector<2> step = segmentStep(p1, p2, steps[i]);
+      if (steps[i] > 0) *to++ = p1;  // the step may have overflown
+      for (long k = 1; k < steps[i]; ++k) *to++ = p1 + static_cast<double>(k) * step;
+    }
+  }
+  if (!closed) positions.push_back(vertices.back());
 }
 
 }  // namespace qc_shapes

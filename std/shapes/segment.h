@@ -11,9 +11,11 @@
 
 namespace qc_shapes {
 
-/// Not the square root of the sum of squares: tiny and huge segments have a length, too.
+/// Tiny and huge segments have a length, too, though not as the square root of the sum of squares.
 inline double segmentLength(const qcVector<2>& p1, const qcVector<2>& p2) {
-  return std::hypot(p2.x() - p1.x(), p2.y() - p1.y());
+  const qcVector<2> d = p2 - p1;
+  const double squared = d * d;
+  return squared > 1e-280 && squared < 1e300 ? std::sqrt(squared) : std::hypot(d.x(), d.y());
 }
 
 /// Length 1, also for vectors whose squared length overflows or underflows; null vectors stay null.
