@@ -57,6 +57,14 @@ qcContourTree::qcContourTree(const std::vector<Child>& children, bool closed, bo
   addChildren(children, copyChildren);
 }
 
+// The other may be below this one, and go with it.
+qcContourTree& qcContourTree::operator=(const qcContourTree& other) {
+  const bool closed = other.closed_;
+  qcShapeTree::operator=(other);
+  closed_ = closed;
+  return *this;
+}
+
 qcPersistent* qcContourTree::make() { return new qcContourTree; }
 
 void qcContourTree::isClosed(bool closed) {

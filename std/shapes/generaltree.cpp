@@ -20,7 +20,9 @@ class Starts {
  public:
   Starts(const Elements& shapes, double tolerance) : tolerance_(tolerance) {
     for (std::size_t i = 0; i < shapes.size(); ++i) {
-      if (shapes[i]->isOpenContour()) starts_.push_back({shapes[i]->startPoint(), i, false});
+      if (!shapes[i]->isOpenContour()) continue;
+      const qcVector<2> start = shapes[i]->startPoint();
+      if (!std::isnan(start.x())) starts_.push_back({start, i, false});
     }
     std::sort(starts_.begin(), starts_.end(), [](const Start& a, const Start& b) { return a.point.x() < b.point.x(); });
   }

@@ -77,7 +77,8 @@ void appendCrossings(const V& a, const V& b, const V& c, const V& d, std::vector
   if (sideC == 0) at.push_back(nearestFraction(a, b, c));
   if (sideD == 0) at.push_back(nearestFraction(a, b, d));
   if (sideC * sideD >= 0 || orientation(c, d, a) * orientation(c, d, b) > 0) return;
-  at.push_back((c - a).cross(d - c) / (b - a).cross(d - c));
+  const double fraction = (c - a).cross(d - c) / (b - a).cross(d - c);
+  if (fraction > 0 && fraction < 1) at.push_back(fraction);  // as is so but for rounding, and overflow
 }
 
 // Between two neighbouring crossings an edge is on one side; its middle tells on which.

@@ -1,7 +1,5 @@
 #include "vnxstd/shapes/regiontree.h"
 
-#include <algorithm>
-
 #include "std/shapes/nesting.h"
 #include "std/shapes/samplewriter.h"
 #include "std/shapes/segment.h"
@@ -37,6 +35,17 @@ Child checkedBoundary(const Child& boundary) {
 qcRegionTree::qcRegionTree(const qcShape& boundary, bool isHole) : hole_(isHole) { this->boundary(boundary); }
 
 qcRegionTree::qcRegionTree(const Child& boundary, bool isHole) : qcRegionTree(*boundary, isHole) {}
+
+// The other may be below this one, and go with it.
+qcRegionTree& qcRegionTree::operator=(const qcRegionTree& other) {
+  const qcRegionTree kept(other);
+  qcShapeTree::operator=(kept);
+  boundary_ = kept.boundary_;
+  hole_ = kept.hole_;
+  boundaryRightHanded_ = kept.boundaryRightHanded_;
+  root_ = kept.root_;
+  return *this;
+}
 
 qcPersistent* qcRegionTree::make() { return new qcRegionTree; }
 

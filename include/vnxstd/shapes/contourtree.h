@@ -15,6 +15,8 @@ class VNXSTD_EXPORT qcContourTree : public qcShapeTree {
   explicit qcContourTree(bool closed = false) : closed_(closed) {}
   /// Shares or copies the children; throws like addChildren.
   qcContourTree(const std::vector<Child>& children, bool closed, bool copyChildren);
+  qcContourTree(const qcContourTree&) = default;
+  qcContourTree& operator=(const qcContourTree& other);
   static qcPersistent* make();
 
   bool isClosed() const { return closed_; }

@@ -35,6 +35,8 @@ class VNXSTD_EXPORT qcRegionTree : public qcShapeTree {
   /// contour tree, and NotRegion when it is not closed; the second form qcBadPointer for null.
   explicit qcRegionTree(const qcShape& boundary, bool isHole = false);
   explicit qcRegionTree(const Child& boundary, bool isHole = false);
+  qcRegionTree(const qcRegionTree&) = default;
+  qcRegionTree& operator=(const qcRegionTree& other);
   static qcPersistent* make();
 
   /// Throws qcShapesError::EmptyShape when there is no boundary.
