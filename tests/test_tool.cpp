@@ -4,6 +4,7 @@
 #include <png.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -24,10 +25,14 @@
 #include "vnxstd/dib/dib.h"
 #include "vnxstd/math/random.h"
 #include "vnxstd/math/rigid.h"
+#include "vnxstd/math/xfpersp.h"
 #include "vnxstd/shapes/circle.h"
 #include "vnxstd/shapes/ellipsearc.h"
+#include "vnxstd/shapes/generaltree.h"
 #include "vnxstd/shapes/line.h"
+#include "vnxstd/shapes/mappedshape.h"
 #include "vnxstd/shapes/polyline.h"
+#include "vnxstd/shapes/regiontree.h"
 
 namespace {
 
@@ -486,6 +491,22 @@ TEST_F(Tool, RendersWhatArchivesHold) {
     store(archive, new qcPolyline(false));
     store(archive, new qcFLine(qcDegree(30), 2));
     store<qc2XformBase>(archive, new qc2XformLinear);
+    auto* region = new qcRegionTree(qcRect({-9, -9}, {30, 20}));
+    region->addChild(qcRegionTree(qcCircle({1, 2}, 4), true));
+    store(archive, region);
+    const qcLine line;
+    auto* collection = new qcGeneralShapeTree;
+    collection->addChild(line);
+    collection->addChild(qcEllipse({1, 2}, {3, 4}, qcRadian(1)));
+    store(archive, collection);
+    const qc2XformPerspective slant(qcMatrix<3>(1, 0, 0, 0, 1, 0, 0.01, 0, 1));
+    store(archive, new qcMappedShape(qcMappedShape::Held(new qcCircle({1, 2}, 3)), slant, false));
+    store(archive, new qcMappedShape(qcMappedShape::Held(line.clone()), slant, false));
+    qcPtrHandle<qcShape> bomb(new qcGeneralShapeTree);
+    dynamic_cast<qcGeneralShapeTree&>(*bomb).addChild(qcCircle({1, 2}, 3));
+    for (int level = 0; level < 3; ++level)
+      bomb = new qcGeneralShapeTree(std::vector<qcShapeTree::Child>(80, qcShapeTree::Child(bomb)), false);
+    archive || bomb;
     long number = 17;
     archive || number;
   }
@@ -495,12 +516,17 @@ TEST_F(Tool, RendersWhatArchivesHold) {
         "not drawn: 3 of qcCircle (out of reach)\n",
         "not drawn: 1 of qcPelRoot<unsigned char> (no pixels, or too many)\n", "not drawn: 1 of qc2XformLinear\n",
         "not drawn: 1 of values that only their writer can name\n", "drawn: 2 of qcCircle\n",
-        "drawn: 1 of qcPelRoot<qc3PlanePel>\n", "drawn: 1 of qcFLine\n"})
+        "drawn: 1 of qcPelRoot<qc3PlanePel>\n", "drawn: 1 of qcFLine\n",
+        "not drawn: 1 of qcGeneralShapeTree (too much to draw)", "\ndrawn: 1 of qcGeneralShapeTree\n",
+        "drawn: 1 of qcRegionTree\n", "\ndrawn: 1 of qcMappedShape\n", "not drawn: 1 of qcMappedShape ("})
     EXPECT_NE(output.find(line), std::string::npos) << line << output;
   const auto found = xml::elements(text("s.svg"));
   ASSERT_FALSE(found.empty());
   EXPECT_EQ(found.at("image"), 2);
-  EXPECT_EQ(found.at("ellipse"), 2);  // a casing and the stroke
+  EXPECT_EQ(found.at("ellipse"), 4);  // a casing and the stroke, of one alone and one in a collection
+  const std::string drawing = text("s.svg"), region = drawing.substr(0, drawing.rfind("\"><title>qcRegionTree"));
+  const std::string borders = region.substr(region.rfind('"') + 1);
+  EXPECT_EQ(std::count(borders.begin(), borders.end(), 'M'), 2) << borders;  // that of the hole is one
   qcPelBuffer<unsigned char> grey(4, 3);
   const unsigned char expected[] = {0, 85, 170, 255, 0, 255, 0, 0, 255, 128, 0, 0};
   for (long i = 0; i < 12; ++i) grey.put(i % 4, i / 4, expected[i]);

@@ -27,8 +27,10 @@ inline std::map<std::string, int> elements(const std::string& text) {
     const std::size_t end = text.find('>', tag);
     if (end == std::string::npos) return {};
     std::string whole = text.substr(tag, end + 1 - tag);
-    if (const std::size_t data = whole.find("base64,"); data != std::string::npos)  // too long for the recursion below
-      whole.erase(data, whole.find('"', data) - data);
+    for (std::size_t from = 0; (from = whole.find("=\"", from)) != std::string::npos;) {
+      const std::size_t to = whole.find('"', from += 2);  // long values are too much for recursion over every character
+      if (to != std::string::npos && to - from > 100) whole.erase(from + 50, to - from - 50);
+    }
     std::smatch match;
     if (!std::regex_match(whole, match, kTag) || std::regex_search(whole, kBare)) return {};
     const std::string name = match[2];

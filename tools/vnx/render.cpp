@@ -16,6 +16,8 @@
 #include <vnxstd/rlebuf/rlebuf.h>
 #include <vnxstd/shapes/circle.h>
 #include <vnxstd/shapes/ellipsearc.h>
+#include <vnxstd/shapes/generaltree.h>
+#include <vnxstd/shapes/polyline.h>
 #include <vnxstd/shapes/rect.h>
 
 #include "files.h"
@@ -31,6 +33,7 @@ constexpr double kMargin = 20, kHeading = 62, kLegend = 300, kAxis = 26;
 constexpr double kWidest = 960, kHighest = 900, kNarrowest = 300, kLowest = 160;
 constexpr double kTolerance = 0.1;
 constexpr double kAround = 0.04;              // of the larger side, free around what is drawn
+constexpr long kHeaviest = 2'000'000;         // points of all shapes together
 constexpr long long kLargestImage = 1 << 27;  // pixels
 constexpr const char* kNotDrawable = "no pixels, or too many";
 constexpr const char* kColours[] = {"#58a6ff", "#ffd33d", "#3fb950", "#ff7b72", "#d2a8ff",
@@ -81,6 +84,21 @@ bool isInReach(const qcRect& box) {
   constexpr double kFarthest = 1e100;
   const qcVector<2> low = box.ul(), high = box.lr();
   return -kFarthest < low.x() && -kFarthest < low.y() && high.x() < kFarthest && high.y() < kFarthest;
+}
+
+// About how many points it takes to draw a shape, shapes that it shares counted each time; stops at a limit.
+long weightOf(const qcShape& shape, long limit) {
+  constexpr long kRound = 32;
+  long weight = 0;
+  std::vector<const qcShape*> rest{&shape};
+  while (!rest.empty() && weight < limit) {
+    const qcShape* next = rest.back();
+    rest.pop_back();
+    const auto* polyline = dynamic_cast<const qcPolyline*>(next);
+    weight += polyline ? polyline->numVertices() : kRound;
+    next->heldShapes_(rest);
+  }
+  return weight;
 }
 
 std::string className(const qcPersistent& object) { return qcDevEnv::canonicalTypeName(typeid(object).name()); }
@@ -181,16 +199,24 @@ class Renderer {
 
   void collectShape(const qcShape& shape, const std::string& name) {
     if (shape.isEmpty()) return skip(name, "empty");
-    const qcRect box = shape.isFinite() ? shape.boundingBox() : qcRect(shape.nearestPoint({0, 0}), {0, 0});
-    if (!isInReach(box)) return skip(name, "out of reach");
-    // Samples may be too many; that shows before anything is drawn.
-    if (shape.isFinite()) chainsOf(shape, std::max(box.width(), box.height()) / kWidest);
+    weight_ += weightOf(shape, kHeaviest - weight_);
+    if (weight_ >= kHeaviest) return skip(name, "too much to draw");
+    // Of a collection every element is drawn by itself, as arcs are then drawn as such and lines to the border.
+    const auto* tree = dynamic_cast<const qcGeneralShapeTree*>(&shape);
+    std::vector<const qcShape*> parts = tree ? tree->elements_() : std::vector<const qcShape*>{&shape};
+    std::erase_if(parts, [](const qcShape* part) { return part->isEmpty(); });
+    std::optional<qcRect> box;
+    for (const qcShape* part : parts) {
+      const qcRect own = part->isFinite() ? part->boundingBox() : qcRect(part->nearestPoint({0, 0}), {0, 0});
+      box = box ? box->enclose(own) : own;
+      if (!isInReach(own)) return skip(name, "out of reach");
+    }
     const std::string tip =
-        name + formatted(": (%.6g, %.6g) size (%.6g, %.6g)", box.ul().x(), box.ul().y(), box.width(), box.height());
+        name + formatted(": (%.6g, %.6g) size (%.6g, %.6g)", box->ul().x(), box->ul().y(), box->width(), box->height());
     add(
-        name, box,
-        [this, &shape, name, tip](Svg& svg, const qcXform<2>& onPage, const qcRect& page) {
-          svg.add(shapeMarkup(shape, onPage, page, colours_.at(name), tip));
+        name, *box,
+        [this, parts, name, tip](Svg& svg, const qcXform<2>& onPage, const qcRect& page) {
+          for (const qcShape* part : parts) svg.add(shapeMarkup(*part, onPage, page, colours_.at(name), tip));
         },
         false);
   }
@@ -340,6 +366,7 @@ class Renderer {
   std::vector<Item> images_, shapes_;  // images lie below
   std::map<std::string, std::string> colours_;
   std::optional<qcRect> box_;
+  long weight_ = 0;  // of the shapes so far
 };
 
 }  // namespace
