@@ -46,20 +46,22 @@ struct Colour {
 }
 
 #if VNXSTD_X86
-/// grey() with the products of bytes that the compiler does not find: three quarters of the time.
+/// The same with products of 16 bits that are added in pairs, which the compiler does not find: 0.7 of the time. A
+/// quarter of 299 r + 587 g + 114 b has 16 bits; with what rounding adds, half of that is divided by 125 as above.
 [[gnu::target("avx2")]] void greys(const qcPackedRGB32Pel* pels, unsigned char* to) {
-  const __m256i weights = _mm256_set1_epi32(37 << 16 | 73 << 8 | 14), rest = _mm256_set1_epi32(3 << 16 | 3 << 8 | 2);
+  const __m256i redAndBlue = _mm256_set1_epi32(299 << 16 | 114), green = _mm256_set1_epi32(587);
   __m256i halves[2];
   for (std::ptrdiff_t half = 0; half < 2; ++half) {
-    const auto* const from = reinterpret_cast<const __m256i_u*>(pels + 16 * half);
-    const __m256i a = _mm256_loadu_si256(from), b = _mm256_loadu_si256(from + 1);
-    const __m256i sums = _mm256_hadd_epi16(_mm256_maddubs_epi16(a, weights), _mm256_maddubs_epi16(b, weights));
-    const __m256i rests = _mm256_hadd_epi16(_mm256_maddubs_epi16(a, rest), _mm256_maddubs_epi16(b, rest));
-    const __m256i carry = _mm256_srli_epi16(_mm256_add_epi16(rests, _mm256_set1_epi16(4)), 3);
-    const __m256i eighth = _mm256_add_epi16(_mm256_add_epi16(sums, _mm256_set1_epi16(62)), carry);
+    __m256i quarters[2];
+    for (std::ptrdiff_t k = 0; k < 2; ++k) {
+      const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i_u*>(pels + 16 * half + 8 * k));
+      const __m256i rb = _mm256_madd_epi16(_mm256_and_si256(x, _mm256_set1_epi32(0xff00ff)), redAndBlue);
+      quarters[k] = _mm256_srli_epi32(_mm256_add_epi32(rb, _mm256_madd_epi16(_mm256_srli_epi16(x, 8), green)), 2);
+    }
+    const __m256i eighth = _mm256_avg_epu16(_mm256_packus_epi32(quarters[0], quarters[1]), _mm256_set1_epi16(124));
     halves[half] = _mm256_srli_epi16(_mm256_mulhi_epu16(eighth, _mm256_set1_epi16(static_cast<short>(33555))), 6);
   }
-  const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);  // sums and packs work on each half by itself
+  const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);  // packs work on each half by itself
   const __m256i packed = _mm256_packus_epi16(halves[0], halves[1]);
   _mm256_storeu_si256(reinterpret_cast<__m256i_u*>(to), _mm256_permutevar8x32_epi32(packed, order));
 }
