@@ -114,9 +114,33 @@ struct Totals {
       sum += addend;
     });
   }
-  [[gnu::always_inline]] inline void store(A* to) {
-    forEach([to](const Vector& sum, std::ptrdiff_t at)
-                __attribute__((always_inline)) { std::memcpy(to + at, &sum, N); });
+  [[gnu::always_inline]] inline void subtract(const A* numbers) {
+    forEach([numbers](Vector & sum, std::ptrdiff_t at) __attribute__((always_inline)) {
+      Vector subtrahend;
+      std::memcpy(&subtrahend, numbers + at, N);
+      sum -= subtrahend;
+    });
+  }
+  /// Shifts integers to the right, rounding half up by adding `half`, and saturates them to D.
+  template <class D>
+  [[gnu::always_inline]] inline void shift(int bits, A half) {
+    forEach([ bits, half ](Vector & sum, std::ptrdiff_t) __attribute__((always_inline)) {
+      constexpr A most = static_cast<A>(std::numeric_limits<D>::max()),
+                  least = static_cast<A>(std::numeric_limits<D>::min());
+      sum += half;
+      sum >>= bits;
+      if constexpr (std::cmp_less(std::numeric_limits<D>::max(), std::numeric_limits<A>::max())) {
+        sum = sum > most ? Vector{} + most : sum;
+      }
+      if constexpr (std::cmp_greater(std::numeric_limits<D>::min(), std::numeric_limits<A>::min())) {
+        sum = sum < least ? Vector{} + least : sum;
+      }
+    });
+  }
+  [[gnu::always_inline]] inline void store(void* to) {
+    forEach([to](const Vector& sum, std::ptrdiff_t at) __attribute__((always_inline)) {
+      std::memcpy(static_cast<unsigned char*>(to) + at * std::ptrdiff_t{sizeof(A)}, &sum, N);
+    });
   }
 
   Vector first = {}, second = {}, third = {}, fourth = {};
@@ -167,22 +191,12 @@ class Finish {
     using Vector = typename Totals<A, N>::Vector;
     Totals<A, N> totals;
     for (int a = 0; a < count_; ++a) totals.add(addends_[a] + from);
-    totals.forEach([this](Vector & sum, std::ptrdiff_t) __attribute__((always_inline)) {
-      if constexpr (std::is_floating_point_v<A>) {
-        sum *= factor_;
-      } else {
-        sum += half_;
-        sum >>= shift_;
-        constexpr A most = static_cast<A>(std::numeric_limits<D>::max()),
-                    least = static_cast<A>(std::numeric_limits<D>::min());
-        if constexpr (std::cmp_less(std::numeric_limits<D>::max(), std::numeric_limits<A>::max())) {
-          sum = sum > most ? Vector{} + most : sum;
-        }
-        if constexpr (std::cmp_greater(std::numeric_limits<D>::min(), std::numeric_limits<A>::min())) {
-          sum = sum < least ? Vector{} + least : sum;
-        }
-      }
-    });
+    if constexpr (std::is_floating_point_v<A>) {
+      const A factor = factor_;
+      totals.forEach([factor](Vector & sum, std::ptrdiff_t) __attribute__((always_inline)) { sum *= factor; });
+    } else {
+      totals.template shift<D>(shift_, half_);
+    }
     totals.store(sums);
   }
 
