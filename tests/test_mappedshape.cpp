@@ -403,7 +403,7 @@ TEST(MappedShape, NarrowBumpsAreFound) {
       const double at = 5 + 40 * unit(engine), top = 3 * width;
       SCOPED_TRACE(testing::Message() << width << ' ' << at);
       const qcMappedShape mapped(Held(new qcLineSeg({0, 0}, {100, 0})), Bump(at, width, knows), false);
-      EXPECT_NEAR(mapped.boundingBox().height(), top, 1e-7 * top + 2e-10);
+      EXPECT_NEAR(mapped.boundingBox().height(), top, 100 * qcMappedShape::kPrecision);
       EXPECT_LT((mapped.nearestPoint({at, 1.5 * top}) - qcVector<2>(at, top)).len(), 1e-4 * width + 2e-5);
       EXPECT_NEAR(mapped.windingAngle({at, 0.9 * top}).plain() + mapped.windingAngle({at, 1.1 * top}).plain(), 0,
                   0.5 * width + 3.2 * 0.2);

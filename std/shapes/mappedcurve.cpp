@@ -23,8 +23,8 @@ using Vector = qcVector<2>;
 
 constexpr double kEpsilon = std::numeric_limits<double>::epsilon();
 constexpr double kCoarse = 1e-3;    // how far the images of the spans that are kept may deviate, as part of the extent
-constexpr double kOnCurve = 1e-12;  // within this part of the extent a point lies on the image
-constexpr double kPoint = 1e-9;     // what is shorter than this part of the extent may be a cusp
+constexpr double kOnCurve = 1e-10;  // within this part of the extent a point lies on the image
+constexpr double kPoint = 1e-7;     // what is shorter than this part of the extent may be a cusp
 constexpr double kLength = 1e-11;   // within which part of the extent the lengths of stretches are computed
 constexpr int kDeepest = 48;        // how often a span is halved
 constexpr double kShortest = 0x1p-48;  // what is not cut further, as part of the piece
@@ -34,12 +34,12 @@ double magnitude(const Vector& v) { return std::fabs(v.x()) + std::fabs(v.y()); 
 Vector direction(const qcRadian& angle) { return {1, angle}; }
 
 // How far a curve of a length may deviate from the chord between its ends, at equal fractions of both lengths. Each of
-// its points lies within an ellipse whose foci are the ends. Where the two lengths are so nearly equal that rounding
-// matters, the turn is small: a convex curve then deviates at most twice as far as at its middle.
+// its points lies within an ellipse whose foci are the ends. Where rounding errors drown the difference of both
+// lengths, the turn is so small that a convex curve deviates at most twice as far as at its middle.
 double sagitta(const Vector& from, const Vector& to, const Vector& middle, double length) {
   const double chord = segmentLength(from, to), excess = (length - chord) * (length + chord);
-  if (excess > 1e-6 * length * length) return std::sqrt(excess) / 2;
   const double rounding = 4 * kEpsilon * (magnitude(from) + magnitude(to));
+  if (excess > 16 * length * rounding) return std::sqrt(excess) / 2;
   return 2 * std::max(0.0, segmentLength(middle, 0.5 * (from + to)) - rounding);
 }
 
@@ -63,6 +63,8 @@ MappedCurve::MappedCurve(const qcPtrHandle_const<qcShape>& shape, const Xform& x
     : source_(shape->isDecomposed() ? shape : qcPtrHandle_const<qcShape>(shape->decompose())),
       xform_(xform),
       info_(*source_) {
+  const qcShapeInfo given(*shape);
+  numOwners_ = given.numPieces();
   const auto* general = dynamic_cast<const qcGeneralShapeTree*>(source_.rep());
   for (const qcShape* part : general ? general->elements_() : std::vector<const qcShape*>{source_.rep()}) {
     if (const auto* region = dynamic_cast<const qcRegionTree*>(part)) {
@@ -77,6 +79,10 @@ MappedCurve::MappedCurve(const qcPtrHandle_const<qcShape>& shape, const Xform& x
     const Piece& piece = pieces_[chain.first];
     chain.isRound = chain.closed && chain.last - chain.first == 1 && piece.length > 0 && piece.start == piece.end &&
                     piece.startTangent != Vector() && (piece.endTangent - piece.startTangent).len() < 1e-9;
+  }
+  // The pieces follow each other as those that they are parts of do.
+  for (Piece& piece : pieces_) {
+    if (piece.length > 0) piece.owner = given.perimPos(info_.startOf(piece.number) + piece.length / 2).index();
   }
   cut();
 }
@@ -112,7 +118,7 @@ std::vector<std::size_t> MappedCurve::addElement(const qcShape& shape) {
       const std::int32_t index = places[i].index();
       const double length = info.pieceLength(index);
       if (length > 0 || (!hasLength && i == begin)) {
-        pieces_.push_back({elements_.size() - 1, index, firstNumber + index, length, points[i], points[last],
+        pieces_.push_back({elements_.size() - 1, index, firstNumber + index, 0, length, points[i], points[last],
                            tangent(i), tangent(last)});
         // The last point of a closed chain need not be repeated.
         if (ends.closedFlags()[k] && last + 1 == end && places[last].distance() < 0.75 * length) {
@@ -164,6 +170,7 @@ void MappedCurve::addRegion(const qcRegionTree& region) {
 
 void MappedCurve::cut() {
   std::vector<Span> wholes;
+  double furthest = 0;
   Vector low, high;
   const auto include = [&](const Vector& p) {
     low = {std::min(low.x(), p.x()), std::min(low.y(), p.y())};
@@ -189,8 +196,15 @@ void MappedCurve::cut() {
       }
       return span.deviation <= kCoarse * extent_;
     };
-    refine(whole, isDone, [&](const Span& span) { spans_.push_back(span); });
+    double travelled = 0;
+    refine(whole, isDone, [&](const Span& span) {
+      spans_.push_back(span);
+      travelled += span.norm * (span.to.distance - span.from.distance);
+    });
+    furthest = std::max(furthest, travelled);
   }
+  // A transform may squeeze a piece into next to nothing, which is not to be resolved within its own size.
+  extent_ = std::max(extent_, 0.01 * furthest);
 }
 
 MappedCurve::End MappedCurve::endAt(const Piece& piece, double distance) const {
@@ -225,7 +239,8 @@ Vector MappedCurve::sourceTangent(const Piece& piece, double distance, Vector& p
 MappedCurve::Motion MappedCurve::motionAt(const Piece& piece, double distance) const {
   Vector point;
   const Vector tangent = sourceTangent(piece, distance, point);
-  return {distance, tangent, xform_->linearXform(point).matrix() * tangent};
+  const qc2XformLinear linear = xform_->linearXform(point);
+  return {distance, tangent, linear.mapPoint(point), linear.mapVector(tangent)};
 }
 
 // With J the derivative at the middle and E what the transform differs from its expansion there: J carries the curve's
@@ -239,7 +254,8 @@ MappedCurve::Span MappedCurve::spanBetween(std::size_t piece, const End& from, c
   const Vector reach = chordLength > 0 ? chord * (length / 2 / chordLength) : Vector(length / 2, 0);
   const double norm = zrtnlxf::norm(xform_->linearXform(middle.source).matrix());
   const double bend = length > 0 ? xform_->bendBound(middle.source, reach) : 0;
-  Span span{piece, from, to, middle, norm * sagitta(from.source, to.source, middle.source, length) + bend * length / 2};
+  const double sagittaOfSource = sagitta(from.source, to.source, middle.source, length);
+  Span span{piece, from, to, middle, norm * sagittaOfSource + bend * length / 2, norm};
   // A transform that jumps, as an inverse may between one solution and another, breaks its bound.
   const double most = (norm + bend) * length / 2 + 1e-9 * (1 + magnitude(middle.image));
   const double moved = std::max(segmentLength(from.image, middle.image), segmentLength(to.image, middle.image));
@@ -277,20 +293,42 @@ void MappedCurve::refine(const Span& whole, const IsDone& isDone, const Leaf& le
   }
 }
 
+// The place next to one that is nearly extreme, where the slope of a function along the piece passes from negative to
+// positive, by bisection; the same place where it does not.
+template <class Slope>
+MappedCurve::Place MappedCurve::lowestNear(const Place& place, const Slope& slope) const {
+  const Piece& piece = pieces_[place.piece];
+  double low = std::max(0.0, place.distance - 1e-3 * piece.length);
+  double high = std::min(piece.length, place.distance + 1e-3 * piece.length);
+  if (!(piece.length > 0) || !(slope(motionAt(piece, low)) < 0) || !(slope(motionAt(piece, high)) > 0)) return place;
+  for (int i = 0; i < 60 && low < high; ++i) {
+    const double middle = low + (high - low) / 2;
+    (slope(motionAt(piece, middle)) < 0 ? low : high) = middle;
+  }
+  return {place.piece, low};
+}
+
 double MappedCurve::furthest(const Vector& towards) const {
   double most = -std::numeric_limits<double>::infinity();
+  Place best;
+  const auto look = [&](std::size_t piece, const End& end) {
+    if (!(end.image * towards > most)) return;
+    most = end.image * towards;
+    best = {piece, end.distance};
+  };
   for (const Span& span : spans_) {
-    for (const End* end : {&span.from, &span.to, &span.middle}) most = std::max(most, end->image * towards);
+    for (const End* end : {&span.from, &span.to, &span.middle}) look(span.piece, *end);
   }
   for (const Span& whole : spans_) {
     const auto isDone = [&](const Span& span) {
-      most = std::max(most, span.middle.image * towards);
+      look(span.piece, span.middle);
       const double ends = std::max(span.from.image * towards, span.to.image * towards);
-      return ends + span.deviation <= most + kOnCurve * extent_;
+      return ends + span.deviation <= most + kPrecision * extent_;
     };
     refine(whole, isDone, [](const Span&) {});
   }
-  return most;
+  best = lowestNear(best, [&](const Motion& motion) { return -(motion.velocity * towards); });
+  return std::max(most, image(best, nullptr) * towards);
 }
 
 qcRect MappedCurve::boundingBox() const {
@@ -337,18 +375,8 @@ MappedCurve::Place MappedCurve::nearest(const Vector& p) const {
     add(first);
     add(second);
   }
-  const Piece& piece = pieces_[best.piece];
-  double low = std::max(0.0, best.distance - 1e-4 * piece.length);
-  double high = std::min(piece.length, best.distance + 1e-4 * piece.length);
-  const auto slope = [&](double at) { return (endAt(piece, at).image - p) * motionAt(piece, at).velocity; };
-  if (piece.length > 0 && slope(low) < 0 && slope(high) > 0) {
-    for (int i = 0; i < 60 && low < high; ++i) {
-      const double middle = low + (high - low) / 2;
-      (slope(middle) < 0 ? low : high) = middle;
-    }
-    look(best.piece, endAt(piece, low));
-  }
-  return best;
+  const Place foot = lowestNear(best, [&](const Motion& motion) { return (motion.image - p) * motion.velocity; });
+  return segmentLength(p, image(foot, nullptr)) < distance ? foot : best;
 }
 
 // A chord subtends the same angle as its part of the image when the point lies further from the chord than the image
@@ -502,9 +530,29 @@ const std::vector<double>& MappedCurve::starts() const {
 
 std::vector<double> MappedCurve::lengths() const {
   starts();
-  std::vector<double> all(static_cast<std::size_t>(info_.numPieces()));
-  for (std::size_t i = 0; i < pieces_.size(); ++i) all[static_cast<std::size_t>(pieces_[i].number)] = lengths_[i];
+  std::vector<double> all(static_cast<std::size_t>(numOwners_));
+  for (std::size_t i = 0; i < pieces_.size(); ++i) all[static_cast<std::size_t>(pieces_[i].owner)] += lengths_[i];
   return all;
+}
+
+// The first piece of an owner, or of the next one that has a piece.
+std::size_t MappedCurve::firstOf(std::int32_t owner) const {
+  const auto isBefore = [](const Piece& piece, std::int32_t sought) { return piece.owner < sought; };
+  return static_cast<std::size_t>(std::lower_bound(pieces_.begin(), pieces_.end(), owner, isBefore) - pieces_.begin());
+}
+
+MappedCurve::Place MappedCurve::placeOn(std::int32_t number, double length) const {
+  const std::size_t first = firstOf(number), end = firstOf(number + 1);
+  if (first == pieces_.size()) return {first - 1, pieces_.back().length};
+  if (first == end) return {first, 0};
+  const double along = starts()[first] + length;
+  if (along >= starts()[end]) return {end - 1, pieces_[end - 1].length};
+  return placeAt(along);
+}
+
+qcPerimPos MappedCurve::positionOf(const Place& place) const {
+  const std::int32_t owner = pieces_[place.piece].owner;
+  return {owner, lengthTo(place) - starts()[firstOf(owner)]};
 }
 
 double MappedCurve::lengthOnPiece(std::size_t piece, double distance) const {
@@ -554,25 +602,6 @@ MappedCurve::Place MappedCurve::placeAt(double length) const {
 
 double MappedCurve::sourceLengthTo(const Place& place) const {
   return info_.startOf(pieces_[place.piece].number) + place.distance;
-}
-
-MappedCurve::Place MappedCurve::placeOn(std::int32_t number, double length) const {
-  starts();
-  const auto isBefore = [](const Piece& piece, std::int32_t sought) { return piece.number < sought; };
-  const auto found = std::lower_bound(pieces_.begin(), pieces_.end(), number, isBefore);
-  if (found == pieces_.end()) return {pieces_.size() - 1, pieces_.back().length};
-  const auto piece = static_cast<std::size_t>(found - pieces_.begin());
-  return {piece, found->number == number ? distanceOnPiece(piece, length) : 0};
-}
-
-qcPerimPos MappedCurve::positionOf(const Place& place, bool piecewise) const {
-  const double onPiece = lengthOnPiece(place.piece, place.distance);
-  if (piecewise) return {pieces_[place.piece].number, onPiece};
-  const double along = starts()[place.piece] + onPiece;
-  const auto endsHere = [&](const Chain& chain) { return chain.last == place.piece + 1; };
-  const bool isJump = onPiece > 0 && along >= starts()[place.piece + 1] && place.piece + 1 < pieces_.size() &&
-                      std::any_of(chains_.begin(), chains_.end(), endsHere);
-  return {0, isJump ? std::nextafter(along, 0.0) : along};
 }
 
 std::vector<MappedCurve::Outline> MappedCurve::outlines(double tolerance) const {
@@ -626,29 +655,27 @@ std::vector<double> MappedCurve::sampleDistances(const qcShape::qcSampleParams& 
   return distances;
 }
 
-// The number of the first piece, or of the only one.
-std::int32_t MappedCurve::takeNumbers(SampleWriter& writer, bool piecewise) const {
-  if (piecewise && !writer.params().enclosingInfo_()) writer.numberOwnPieces();
+// The number of the first piece.
+std::int32_t MappedCurve::takeNumbers(SampleWriter& writer) const {
+  if (numOwners_ > 1 && !writer.params().enclosingInfo_()) writer.numberOwnPieces();
   const std::int32_t number = writer.takePiece();
-  for (long i = 1; piecewise && i < info_.numPieces(); ++i) writer.takePiece();
+  for (long i = 1; i < numOwners_; ++i) writer.takePiece();
   return number;
 }
 
-void MappedCurve::add(SampleWriter& writer, const Place& place, bool piecewise, std::int32_t number) const {
+void MappedCurve::add(SampleWriter& writer, const Place& place, std::int32_t firstNumber) const {
   qcRadian tangent;
   const Vector point = image(place, writer.params().computeTangents() ? &tangent : nullptr);
   qcPerimPos position;
-  if (writer.params().recordPositions_()) {
-    position = positionOf(place, piecewise);
-    position.index(position.index() + number);
-  }
+  if (writer.params().recordPositions_()) position = positionOf(place);
+  position.index(position.index() + firstNumber);
   writer.add(point, tangent, position);
 }
 
-void MappedCurve::sample(SampleWriter& writer, bool piecewise) const {
+void MappedCurve::sample(SampleWriter& writer) const {
   const qcShape::qcSampleParams& params = writer.params();
   qcShape::qcSampleResult& result = writer.result();
-  const std::int32_t number = takeNumbers(writer, piecewise);
+  const std::int32_t number = takeNumbers(writer);
   for (const Chain& chain : chains_) {
     const int firstChain = static_cast<int>(result.numChains());
     const std::size_t firstPoint = result.positions().size();
@@ -658,19 +685,19 @@ void MappedCurve::sample(SampleWriter& writer, bool piecewise) const {
       const std::vector<double> distances =
           isPoint ? std::vector<double>{0} : sampleDistances(params, i, chain.isRound);
       writer.openChain(chain.isRound, static_cast<long>(distances.size()));
-      for (const double distance : distances) add(writer, {i, distance}, piecewise, number);
+      for (const double distance : distances) add(writer, {i, distance}, number);
     }
     if (!chain.isRound) qfMergeSubchains(params, firstChain, chain.closed, result);
     if (chain.isTurned) turnChain(result, firstPoint);
   }
 }
 
-void MappedCurve::sampleUniformly(SampleWriter& writer, bool piecewise, bool closed) const {
-  const std::int32_t number = takeNumbers(writer, piecewise);
+void MappedCurve::sampleUniformly(SampleWriter& writer, bool closed) const {
+  const std::int32_t number = takeNumbers(writer);
   const long n = writer.params().maxPoints();
   writer.openChain(closed, n);
   for (long i = 0; i < n; ++i) {
-    add(writer, placeAt((static_cast<double>(i) + 0.5) * (length() / static_cast<double>(n))), piecewise, number);
+    add(writer, placeAt((static_cast<double>(i) + 0.5) * (length() / static_cast<double>(n))), number);
   }
 }
 

@@ -28,7 +28,7 @@ class MappedCurve {
   using Xform = qcPtrHandle_const<qc2XformBase>;
 
   /// The share of the extent within which a box, nearest distances and insideness are determined.
-  static constexpr double kPrecision = 1e-10;
+  static constexpr double kPrecision = 1e-8;
 
   /// Throws qcShapesError::InfiniteExtent for infinite shapes.
   MappedCurve(const qcPtrHandle_const<qcShape>& shape, const Xform& xform);
@@ -39,7 +39,7 @@ class MappedCurve {
     double distance = 0;
   };
 
-  /// A bound for the diagonal of the bounding box from below, by a part of it.
+  /// The size of the image, which tolerances are relative to: about the diagonal of its bounding box.
   double extent() const { return extent_; }
 
   qcRect boundingBox() const;
@@ -55,9 +55,14 @@ class MappedCurve {
   /// The image, and the direction of its tangent unless `tangent` is null.
   qcVector<2> image(const Place& place, qcRadian* tangent) const;
 
-  /// The length of the image of each piece, with 0 for those that have no length, in the order of the pieces of the
-  /// decomposed shape.
+  // Positions count the pieces of the shape that was given, of which each may have been decomposed into several.
+
+  /// The length of the image of each of these.
   std::vector<double> lengths() const;
+  /// The place at a length along the image of a piece, no further than its end.
+  Place placeOn(std::int32_t number, double length) const;
+  qcPerimPos positionOf(const Place& place) const;
+
   /// The length of the image of all that comes before a place, and the place before which a length comes; exactly on a
   /// joint that is the start of the later piece.
   double lengthTo(const Place& place) const;
@@ -66,13 +71,6 @@ class MappedCurve {
   /// The length of what comes before a place before it is mapped.
   double sourceLengthTo(const Place& place) const;
   double sourceLength() const { return info_.perimeter(); }
-
-  /// The place at a length along the image of a piece, by its number within the decomposed shape; of a piece without
-  /// length, the place behind it.
-  Place placeOn(std::int32_t number, double length) const;
-  /// The position of a place: on its piece when `piecewise`, else along all pieces. The end of a contour is not the
-  /// start of the next one.
-  qcPerimPos positionOf(const Place& place, bool piecewise) const;
 
   /// A contour by points. For regions, `parent` is the outline of the region around this one's, or -1.
   struct Outline {
@@ -83,10 +81,9 @@ class MappedCurve {
   /// Outlines that deviate from the image by the tolerance at most.
   std::vector<Outline> outlines(double tolerance) const;
 
-  /// Samples the pieces as qcMappedShape::sample says; in uniform mode one chain, closed or not. Recorded positions are
-  /// those of positionOf.
-  void sample(SampleWriter& writer, bool piecewise) const;
-  void sampleUniformly(SampleWriter& writer, bool piecewise, bool closed) const;
+  /// Samples the pieces as qcMappedShape::sample says; in uniform mode one chain, closed or not.
+  void sample(SampleWriter& writer) const;
+  void sampleUniformly(SampleWriter& writer, bool closed) const;
 
  private:
   // A part of the decomposed shape that is asked for points by itself.
@@ -99,6 +96,7 @@ class MappedCurve {
     std::size_t element;
     std::int32_t index;   // within the element
     std::int32_t number;  // within the decomposed shape
+    std::int32_t owner;   // the piece of the shape that was given
     double length;
     qcVector<2> start, end;                // before they are mapped
     qcVector<2> startTangent, endTangent;  // of length 1; null when unknown
@@ -120,6 +118,7 @@ class MappedCurve {
     End from, to;
     End middle;
     double deviation;
+    double norm;  // by how much the expansion at the middle lengthens
   };
   // A stretch of a piece whose length is computed well by one rule, and the length of what comes before on the piece.
   struct Stretch {
@@ -141,12 +140,14 @@ class MappedCurve {
   void halve(const Span& span, Span& first, Span& second) const;
   template <class IsDone, class Leaf>
   void refine(const Span& whole, const IsDone& isDone, const Leaf& leaf) const;
-  double furthest(const qcVector<2>& direction) const;
+  double furthest(const qcVector<2>& towards) const;
+  template <class Slope>
+  Place lowestNear(const Place& place, const Slope& slope) const;
 
-  // How the image moves at a distance along a piece: with what tangent before it is mapped, and what velocity.
+  // How the image moves at a distance along a piece: the tangent before it is mapped, the point and its velocity.
   struct Motion {
     double distance;
-    qcVector<2> tangent, velocity;
+    qcVector<2> tangent, image, velocity;
   };
   Motion motionAt(const Piece& piece, double distance) const;
   double change(const Piece& piece, const Motion& from, const Motion& middle, const Motion& to) const;
@@ -157,13 +158,15 @@ class MappedCurve {
   const std::vector<double>& starts() const;
   double lengthOnPiece(std::size_t piece, double distance) const;
   double distanceOnPiece(std::size_t piece, double length) const;
-  std::int32_t takeNumbers(SampleWriter& writer, bool piecewise) const;
-  void add(SampleWriter& writer, const Place& place, bool piecewise, std::int32_t number) const;
+  std::size_t firstOf(std::int32_t owner) const;
+  std::int32_t takeNumbers(SampleWriter& writer) const;
+  void add(SampleWriter& writer, const Place& place, std::int32_t firstNumber) const;
   std::vector<double> sampleDistances(const qcShape::qcSampleParams& params, std::size_t piece, bool isRound) const;
 
   qcPtrHandle_const<qcShape> source_;
   Xform xform_;
-  qcShapeInfo info_;
+  qcShapeInfo info_;  // of the decomposed shape
+  long numOwners_;
   std::vector<Element> elements_;
   std::vector<Piece> pieces_;
   std::vector<Chain> chains_;

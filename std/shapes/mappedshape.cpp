@@ -64,13 +64,14 @@ bool areEqual(const qc2XformBase& first, const qc2XformBase& second) {
   return true;
 }
 
-// The place on the curve that a position means. The end of a contour is no place on the next one.
+// The place on the curve that a position means. The end of a contour, but for rounding, is no place on the next one.
 MappedCurve::Place placeOf(const MappedCurve& curve, const qcShapeInfo& info, const qcPerimPos& position,
-                           bool piecewise, bool isMultiple) {
+                           bool isMultiple) {
+  constexpr double kRounding = 1e-12;  // of lengths, relatively
   const qcPerimPos normal = info.perimPos(position, 0);
-  if (info.numPieces() != (piecewise ? static_cast<long>(curve.lengths().size()) : 1)) throw qcShapesError::BadParams();
-  if (!piecewise) return curve.placeAt(normal.distance());
-  const bool isOnPiece = position.distance() >= 0 && position.distance() <= info.pieceLength(position.index());
+  if (info.numPieces() != static_cast<long>(curve.lengths().size())) throw qcShapesError::BadParams();
+  const double length = info.pieceLength(position.index()) * (1 + kRounding);
+  const bool isOnPiece = position.distance() >= 0 && position.distance() <= length;
   const qcPerimPos& place = isMultiple && isOnPiece ? position : normal;
   return curve.placeOn(place.index(), place.distance());
 }
@@ -221,7 +222,7 @@ double qcMappedShape::perimeter() const {
 
 qcPerimPos qcMappedShape::nearestPerimPos(const qcShapeInfo& info, const qcVector<2>& p) const {
   if (const qcShape* shape = exact()) return shape->nearestPerimPos(info, p);
-  const qcPerimPos position = curve().positionOf(curve().nearest(p), isDecomposed());
+  const qcPerimPos position = curve().positionOf(curve().nearest(p));
   return isMultipleContours_() ? position : info.perimPos(position, 0);
 }
 
@@ -304,7 +305,7 @@ qcPtrHandle<qcShape> qcMappedShape::subShape(const qcShapeInfo& info,
   if (const qcShape* shape = exact()) return shape->subShape(info, piece);
   if (!(piece.second >= 0)) throw qcShapesError::BadParams();
   const MappedCurve& mapped = curve();
-  const MappedCurve::Place place = placeOf(mapped, info, piece.first, isDecomposed(), isMultipleContours_());
+  const MappedCurve::Place place = placeOf(mapped, info, piece.first, isMultipleContours_());
   const double from = mapped.lengthTo(place), sourceFrom = mapped.sourceLengthTo(place);
   const double total = mapped.length(), sourceTotal = mapped.sourceLength();
   const auto sourceAt = [&](double length) { return mapped.sourceLengthTo(mapped.placeAt(length)); };
@@ -338,9 +339,9 @@ void qcMappedShape::sample(const qcSampleParams& params, qcSampleResult& result)
     one.enclosingInfo_(nullptr);
     qcSampleResult points;
     underlyingShape()->sample(one, points);
-    if (points.numChains() > 0) curve().sampleUniformly(writer, isDecomposed(), points.closedFlags().front());
+    if (points.numChains() > 0) curve().sampleUniformly(writer, points.closedFlags().front());
   } else if (!isEmpty()) {
-    curve().sample(writer, isDecomposed());
+    curve().sample(writer);
   }
   writer.commit();
 }
@@ -362,17 +363,13 @@ bool qcMappedShape::equal_(const qcShape& that) const {
 void qcMappedShape::perimPointAndTangent_(const qcShapeInfo& info, const qcPerimPos& position, qcVector<2>& point,
                                           qcRadian* tangent) const {
   if (const qcShape* shape = exact()) return shape->perimPointAndTangent_(info, position, point, tangent);
-  point = curve().image(placeOf(curve(), info, position, isDecomposed(), isMultipleContours_()), tangent);
+  point = curve().image(placeOf(curve(), info, position, isMultipleContours_()), tangent);
 }
 
 void qcMappedShape::pieceLengths_(std::vector<double>& lengths) const {
   if (const qcShape* shape = exact()) return shape->pieceLengths_(lengths);
-  if (isDecomposed()) {
-    const std::vector<double> all = curve().lengths();
-    lengths.insert(lengths.end(), all.begin(), all.end());
-  } else {
-    lengths.push_back(curve().length());
-  }
+  const std::vector<double> all = curve().lengths();
+  lengths.insert(lengths.end(), all.begin(), all.end());
 }
 
 void qcMappedShape::heldShapes_(std::vector<const qcShape*>& held) const {

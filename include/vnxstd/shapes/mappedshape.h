@@ -28,6 +28,8 @@ class MappedCurve;
 /// on it. Lengths are integrated numerically, to about 1e-10. Transforms are taken to be one to one on the shape: a
 /// region whose image overlaps itself has no well-defined inside.
 ///
+/// Positions on the perimeter have the same pieces as on the underlying shape.
+///
 /// An underlying infinite line can be asked for nothing that depends on its points unless the overall transform is
 /// linear: qcShapesError::InfiniteExtent. Errors of the transform at a point of the shape reach whoever asks:
 /// qc2XformPerspectiveDefs::NumericalError where the shape crosses the line at infinity. Every operation of a mapped
@@ -41,7 +43,7 @@ class VNXSTD_EXPORT qcMappedShape : public qcShape {
   using Xform = qcPtrHandle_const<qc2XformBase>;
 
   /// Shares of the size of the image, which is the diagonal of its bounding box.
-  static constexpr double kPrecision = 1e-10, kOnBoundary = 1e-12;
+  static constexpr double kPrecision = 1e-8, kOnBoundary = 1e-10;
   /// How far decompose, and so clip, deviate from the image, relative to its size, when the transform is not linear.
   static constexpr double kDecomposed = 1e-6;
   /// Within which perimeter takes a transform for a similarity.
@@ -87,7 +89,6 @@ class VNXSTD_EXPORT qcMappedShape : public qcShape {
   bool isFinite() const override { return underlyingShape()->isFinite(); }
   bool isEmpty() const override { return underlyingShape()->isEmpty(); }
   bool hasTangent() const override { return underlyingShape()->hasTangent(); }
-  /// When it is, positions on the perimeter have the same pieces as on the underlying shape.
   bool isDecomposed() const override { return underlyingShape()->isDecomposed(); }
   bool isReversible() const override { return underlyingShape()->isReversible(); }
   bool isMultipleContours_() const override { return underlyingShape()->isMultipleContours_(); }
