@@ -4,6 +4,7 @@
 #include <numbers>
 
 #include "std/shapes/exact.h"
+#include "std/shapes/segment.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/pelspan/pelspan.h"
 #include "vnxstd/shapes/rect.h"
@@ -23,6 +24,10 @@ void checkLength(double length) {
 
 void checkSkew(const qcRadian& skew) {
   if (qcAffineRectangle::isBadSkew(skew)) throw qcAffineRectangle::BadSkew();
+}
+
+void checkRotation(const qcRadian& rotation) {
+  if (!std::isfinite(rotation.plain())) throw qcShapesError::BadParams();
 }
 
 qcVector<2> column(const qcMatrix<2>& matrix, int index) {
@@ -53,6 +58,8 @@ void qcAffineRectangle::affRectFromUnitSq(const qcXform<2>& xform) {
 void qcAffineRectangle::cornersPoPxPy(const qcVector<2>& po, const qcVector<2>& px, const qcVector<2>& py) {
   const qcMatrix<2> matrix = fromColumns(px - po, py - po);
   if (po == px || matrix.isSingular() || qc_shapes::orientation(po, px, py) == 0) throw BadLength();
+  checkLength(qc_shapes::segmentLength(po, px));
+  checkLength(qc_shapes::segmentLength(po, py));
   mutating();
   valid_ = kCornerPo | kCornerPx | kCornerPy;
   cornerPo_ = po;
@@ -66,6 +73,7 @@ void qcAffineRectangle::lengthsRotAndSkew(double xLength, double yLength, const 
   checkLength(xLength);
   checkLength(yLength);
   checkSkew(skew);
+  checkRotation(xRotation);
   mutating();
   valid_ = kXLength | kYLength | kXRotation | kYRotation;
   xLength_ = xLength;
@@ -113,6 +121,7 @@ void qcAffineRectangle::yLength(double yLength) {
 }
 
 void qcAffineRectangle::xRotation(const qcRadian& xRotation) {
+  checkRotation(xRotation);
   const qcRadian x = xRotation.signedNorm(), y = (x + skew()).signedNorm();
   sidesAround(center(), qcVector<2>(xLength(), x), qcVector<2>(yLength(), y).perpendicular());
   xRotation_ = x;

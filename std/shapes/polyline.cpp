@@ -8,6 +8,7 @@
 #include "std/shapes/segment.h"
 #include "std/shapes/winding.h"
 #include "vnxstd/archive/archive.h"
+#include "vnxstd/math/xflinear.h"
 #include "vnxstd/shapes/rect.h"
 #include "vnxstd/shapes/shapeinfo.h"
 
@@ -143,7 +144,7 @@ qcRadian qcPolyline::generalWindingAngle(const qcVector<2>& p) const {
 
 qcPolyline qcPolyline::map(const qcXform<2>& xform) const {
   qcPolyline mapped = *this;
-  for (qcVector<2>& p : mapped.vertices_) p = xform * p;
+  qfMapPoints(xform, vertices_.data(), mapped.vertices_.data(), vertices_.size());
   return mapped;
 }
 

@@ -48,9 +48,10 @@ class VNXSTD_EXPORT qcAffineRectangle : public qc_ParallelogramShape {
   const qcXform<2>& affRectFromUnitSq() const { return affRectFromUnitSq_; }
   void affRectFromUnitSq(const qcXform<2>& xform);
   /// Throws BadLength when po and px are equal, or py is on the line through them; also when they are so near to that
-  /// that the determinant is rounded to 0.
+  /// that the determinant is rounded to 0, or a side has no finite length.
   void cornersPoPxPy(const qcVector<2>& po, const qcVector<2>& px, const qcVector<2>& py);
-  /// These throw BadLength for a length that is not positive and finite, BadSkew for a skew that isBadSkew.
+  /// These throw BadLength for a length that is not positive and finite, BadSkew for a skew that isBadSkew,
+  /// qcShapesError::BadParams for a rotation that is no finite number.
   void centerLengthsRotAndSkew(const qcVector<2>& center, double xLength, double yLength, const qcRadian& xRotation,
                                const qcRadian& skew);
   void cornerPoLengthsRotAndSkew(const qcVector<2>& po, double xLength, double yLength, const qcRadian& xRotation,
@@ -61,7 +62,7 @@ class VNXSTD_EXPORT qcAffineRectangle : public qc_ParallelogramShape {
   /// Change one length, the centre, the other length and both directions staying as they are. They throw BadLength.
   void xLength(double xLength);
   void yLength(double yLength);
-  /// Turns the rectangle around its centre.
+  /// Turns the rectangle around its centre. Throws qcShapesError::BadParams for no finite number.
   void xRotation(const qcRadian& xRotation);
   /// Turns the y side, the centre staying where it is. Throws BadSkew.
   void skew(const qcRadian& skew);
