@@ -511,6 +511,22 @@ TEST(Trees, OfAnyDepthNeedNoStack) {
 
 // ---- archives
 
+TEST(Trees, AreRefusedInNewerVersions) {
+  const auto check = [](auto tree, const wchar_t* place) {
+    const std::string bytes = archived(kBig, false, tree);
+    const wchar_t* const places[] = {place, L"shaptree, line: 597", L"shapes, line: 599"};
+    for (std::size_t level = 0; level < 3; ++level) {
+      std::string newer = bytes;
+      newer[6 + level] = 1;  // behind the header and the object marker
+      const std::wstring error = errorOf([&] { load(newer, tree); });
+      EXPECT_TRUE(error.starts_with(L"qcArchive::UnknownVersion") && error.ends_with(places[level])) << level;
+    }
+  };
+  check(qcContourTree(), L"shaptree, line: 2713");
+  check(qcRegionTree(square(0, 1)), L"shaptree, line: 4074");
+  check(qcGeneralShapeTree(), L"shaptree");
+}
+
 TEST(Trees, AreRefusedWhenTheyContradictThemselves) {
   const Child hole = region(square(1, 2), true);
   const qcPtrHandle<qcPolyline> line(new qcPolyline({{0, 0}, {1, 0}}, false));
