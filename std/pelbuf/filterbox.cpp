@@ -220,7 +220,7 @@ void sumBoxes(const qc_PelRows<const S>& src, const qc_PelRows<unsigned char>& d
   const std::ptrdiff_t step = box.filter.perPel, more = (box.width - 1) * step, bytes = dst.width / count;
   const bool isWide = box.width > Along::kWidest;
   const Along along = isWide ? Along{box.width, 1, 0} : cheapest(box.width);
-  const std::ptrdiff_t part = isWide ? src.width : std::ptrdiff_t{4096 / sizeof(A)};
+  const std::ptrdiff_t part = isWide ? src.width : std::ptrdiff_t{8192 / sizeof(A)};
   Columns columns(src, box);
   Rows<A> groups(1, src.width);
   for (std::ptrdiff_t y = 0; y < src.height; ++y) {
