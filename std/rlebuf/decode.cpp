@@ -29,21 +29,24 @@ struct Common {
   qcInt64 shiftX, shiftY;      // from the image's columns and rows to those of the window
 };
 
-/// Calls use(x, y, length, value) for all pieces of stretches in a window; x and y count from its upper-left pel.
+/// Calls use(x, y, length, value) for all pieces of runs in a window; x and y count from its upper-left pel. Runs that
+/// were split because they are long are one piece.
 template <class Use>
 void forPieces(const qc_RLERep& rep, const qcPair<long>& offset, const qcPelRect& window, Use use) {
   const Common common(rep, offset, window);
   if (common.columns.isEmpty()) return;
-  rle::StretchRow row;
   for (qcInt64 y = common.rows.first; y < common.rows.last; ++y) {
-    rle::expandRow(rep, static_cast<std::size_t>(y), row);
-    qcInt64 start = common.columns.first;
-    for (const rle::Stretch& stretch : row) {
-      const qcInt64 end = std::min<qcInt64>(stretch.end, common.columns.last);
-      if (end <= start) continue;
+    const qcRLEBufferRun* run = rep.rows[static_cast<std::size_t>(y)];
+    qcInt64 start = common.columns.first, end = 0;
+    while (start < common.columns.last) {
+      const unsigned char value = run->value();
+      end += run->length();
+      while (run++->length() == 255 && end < rep.width && run->value() == value) end += run->length();
+      const qcInt64 stop = std::min(end, common.columns.last);
+      if (stop <= start) continue;
       use(static_cast<std::ptrdiff_t>(start + common.shiftX), static_cast<std::ptrdiff_t>(y + common.shiftY),
-          static_cast<std::size_t>(end - start), static_cast<unsigned char>(stretch.value));
-      start = end;
+          static_cast<std::size_t>(stop - start), value);
+      start = stop;
     }
   }
 }
