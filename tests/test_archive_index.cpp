@@ -399,25 +399,22 @@ TEST_F(Files, HaveOneWriter) {
 }
 
 TEST_F(Files, GrowBeyond4GiB) {
-  constexpr std::uintmax_t kHole = (std::uintmax_t{4} << 30) + 12345;
   Item early(1), late(2);
   {
     qcFileArchive archive(path_.wstring(), Dir::storing, kBig, true);
     archive.writeNewMark(1);
     archive.storeObject(&early);
+    archive.sync();
+    std::filesystem::resize_file(path_, (std::uintmax_t{4} << 30) + 12345);  // a hole
+    archive.append();
+    late.other = ItemHandle(new Item(3));
+    archive.writeNewMark(2);
+    archive.storeObject(&late);
+    EXPECT_EQ(numberAt(archive, 2), 2);
   }
-  std::filesystem::resize_file(path_, kHole);
-  for (const bool storing : {true, false}) {
-    qcFileArchive archive(path_.wstring(), Dir::loading, kBig, true, !storing);
-    if (storing) {
-      archive.append();
-      late.other = ItemHandle(new Item(3));
-      archive.writeNewMark(2);
-      archive.storeObject(&late);
-    }
-    EXPECT_GT(static_cast<std::streamoff>(archive.findMark(2)), std::streamoff{1} << 32);
-    EXPECT_TRUE(numberAt(archive, 1) == 1 && numberAt(archive, 2) == 2);
-  }
+  qcFileArchive archive(path_.wstring(), Dir::loading, kBig, true, true);
+  EXPECT_GT(static_cast<std::streamoff>(archive.findMark(2)), std::streamoff{1} << 32);
+  EXPECT_TRUE(numberAt(archive, 1) == 1 && numberAt(archive, 2) == 2);
 }
 
 TEST_F(Files, LoseWhatAnInterruptedProgramHasBegunAndNoMore) {

@@ -162,7 +162,20 @@ bool qc_RecordChain::add(const qc_Record& record) {
       return true;
     }
     Numbers& numbers = record.is(kMark) ? marks_ : objects_;
-    if (record.number() > 0 && numbers.emplace(record.number(), index).second) return true;
+    if (record.number() > 0) {
+      const auto [entry, isNew] = numbers.emplace(record.number(), index);
+      if (isNew) return true;
+      if (record.is(kMark)) {  // the number is its from now on
+        if (open_) {
+          replaced_.push_back({entry->second, index});
+        } else {
+          stale_.push_back(entry->second);
+        }
+        records_[entry->second].kind |= kRemoved;
+        entry->second = index;
+        return true;
+      }
+    }
   } catch (...) {
     records_.pop_back();
     throw;
@@ -176,6 +189,20 @@ void qc_RecordChain::forget(std::size_t index) noexcept {
   if (record.is(kPointer)) pointers_.erase(index);
   if (record.is(kMark)) freeNumber(record.number());
   if (record.is(kObject)) objects_.erase(record.number());
+}
+
+// Forgets what was added behind the first `count` records; marks that were replaced have their numbers again.
+void qc_RecordChain::dropFrom(std::size_t count) noexcept {
+  for (; !replaced_.empty() && replaced_.back().by >= count; replaced_.pop_back()) {
+    const auto [index, by] = replaced_.back();
+    records_[index].kind &= static_cast<unsigned char>(~kRemoved);
+    records_[by].kind |= kRemoved;
+    marks_.find(records_[index].number())->second = index;
+  }
+  while (records_.size() > count) {
+    if (!records_.back().isRemoved()) forget(records_.size() - 1);
+    records_.pop_back();
+  }
 }
 
 void qc_RecordChain::freeNumber(std::int32_t number) noexcept {
@@ -257,6 +284,14 @@ void qc_RecordChain::checkGrowth() {
   }
 }
 
+// Says of marks that were replaced that they have no number: it would be theirs again once the later one has another.
+void qc_RecordChain::cleanStale() {
+  for (; !stale_.empty(); stale_.pop_back()) {
+    const qc_Record& mark = records_[stale_.back()];
+    overwrite(mark.at + kKindField, mark.kind);
+  }
+}
+
 // Says where the next record will lie; 0 for none.
 void qc_RecordChain::announce(std::streamoff place, std::int32_t lastId) {
   anchor_.size = static_cast<qcUInt64>(place);
@@ -276,6 +311,7 @@ void qc_RecordChain::cutUnfinished() {
 }
 
 void qc_RecordChain::renumber(const qc_Record& record, std::int32_t number) {
+  cleanStale();
   const auto index = static_cast<std::size_t>(&record - records_.data());
   qc_Record changed = record;
   changed.kind ^= kSecondNumber;
@@ -302,6 +338,7 @@ void qc_RecordChain::renumber(const qc_Record& record, std::int32_t number) {
 }
 
 void qc_RecordChain::remove(const qc_Record& record) {
+  cleanStale();
   const auto index = static_cast<std::size_t>(&record - records_.data());
   const auto kind = static_cast<unsigned char>(record.kind | kRemoved);
   overwrite(record.at + kKindField, kind);
@@ -309,18 +346,22 @@ void qc_RecordChain::remove(const qc_Record& record) {
   records_[index].kind = kind;
 }
 
-qc_RecordChain::Addition::Addition(qc_RecordChain& chain, std::int32_t lastId)
+qc_RecordAddition::qc_RecordAddition(qc_RecordChain& chain, std::int32_t lastId)
     : chain_(chain), start_(chain.archive_.offset()), before_(chain.records_.size()) {
   chain.checkGrowth();
+  if (chain.open_) return;
   chain.announce(start_, lastId);
+  chain.open_ = this;
 }
 
-qc_RecordChain::Addition::~Addition() {
-  if (linked_) return;
-  while (chain_.records_.size() > before_) {
-    chain_.forget(chain_.records_.size() - 1);
-    chain_.records_.pop_back();
-  }
+qc_RecordAddition::~qc_RecordAddition() {
+  if (!linked_) abandon();
+  if (isOuter()) chain_.open_ = nullptr;
+}
+
+void qc_RecordAddition::abandon() noexcept {
+  chain_.dropFrom(before_);
+  if (!isOuter()) return;
   try {
     qcArchive& archive = chain_.archive_;
     if (archive.truncate(start_)) {
@@ -332,7 +373,7 @@ qc_RecordChain::Addition::~Addition() {
   }
 }
 
-void qc_RecordChain::Addition::begin(unsigned char kind, std::int32_t id, qcUInt64 last) {
+void qc_RecordAddition::begin(unsigned char kind, std::int32_t id, qcUInt64 last) {
   qc_Record record;
   record.at = chain_.archive_.offset();
   record.id = id;
@@ -345,7 +386,7 @@ void qc_RecordChain::Addition::begin(unsigned char kind, std::int32_t id, qcUInt
   if (!chain_.add(record)) throw qcArchive::Duplicate(kIndexSource, kTakenLine);
 }
 
-void qc_RecordChain::Addition::finish(std::int32_t lastId) {
+void qc_RecordAddition::finish(std::int32_t lastId) {
   qcArchive& archive = chain_.archive_;
   qc_Record& record = chain_.records_.back();
   const std::streamoff end = archive.offset();
@@ -356,9 +397,22 @@ void qc_RecordChain::Addition::finish(std::int32_t lastId) {
   archive.seekTo(end);
 }
 
-void qc_RecordChain::Addition::link() {
-  qc_Record& tail = before_ == 0 ? chain_.anchor_ : chain_.records_[before_ - 1];
-  chain_.overwrite(tail.at + kPositionField, static_cast<std::uint64_t>(start_));
-  tail.position = static_cast<qcUInt64>(start_);
+void qc_RecordAddition::link() {
+  if (isOuter()) chain_.stale_.reserve(chain_.stale_.size() + chain_.replaced_.size());
+  // The first record of those that come together is linked by the one that stands by itself, when all are there.
+  const bool isFirst = chain_.open_->before_ == before_;
+  if ((isOuter() || !isFirst) && chain_.records_.size() > before_) {
+    qc_Record& tail = before_ == 0 ? chain_.anchor_ : chain_.records_[before_ - 1];
+    const qcUInt64 first = static_cast<qcUInt64>(chain_.records_[before_].at);
+    chain_.overwrite(tail.at + kPositionField, static_cast<std::uint64_t>(first));
+    tail.position = first;
+  }
   linked_ = true;
+  if (!isOuter()) return;
+  for (const auto& mark : chain_.replaced_) chain_.stale_.push_back(mark.index);
+  chain_.replaced_.clear();
+  try {
+    chain_.cleanStale();
+  } catch (...) {  // what replaces them is found already; the bytes can wait
+  }
 }

@@ -12,6 +12,8 @@
 #include "std/archive/record.h"
 #include "vnxstd/archive/archive.h"
 
+class qc_RecordAddition;
+
 /// Each record says where the next one lies. The link to a new record is written last, so that a record is either whole
 /// and found, or not found; the anchor, right behind the header, says beforehand where it will lie, so that what an
 /// interrupted program has left there is recognised. Opening an archive reads the heads alone.
@@ -38,8 +40,6 @@ class qc_RecordChain {
   /// Takes in the records that can be found behind the place where the chain is broken; returns how many.
   long salvage();
 
-  class Addition;
-
   /// The record that begins at a place; null for none.
   const qc_Record* at(std::streamoff place) const noexcept;
   const qc_Record* mark(std::int32_t number) const noexcept { return found(marks_, number); }
@@ -63,11 +63,13 @@ class qc_RecordChain {
   std::int32_t largestIdentifier();
 
  private:
+  friend class qc_RecordAddition;
   const qc_Record* found(const Numbers& numbers, std::int32_t number) const noexcept;
   std::size_t indexFrom(std::streamoff place) const noexcept;
   const qc_Record& tail() const noexcept { return records_.empty() ? anchor_ : records_.back(); }
   bool add(const qc_Record& record);
   void forget(std::size_t index) noexcept;
+  void dropFrom(std::size_t count) noexcept;
   void freeNumber(std::int32_t number) noexcept;
 
   bool read(std::streamoff place, qc_Record& record);
@@ -79,6 +81,7 @@ class qc_RecordChain {
   template <class Found>
   void scan(std::streamoff from, Found found);
 
+  void cleanStale();
   void announce(std::streamoff place, std::int32_t lastId);
   void writeHead(const qc_Record& record);
   template <class Word>
@@ -91,27 +94,37 @@ class qc_RecordChain {
   Numbers marks_, objects_;
   std::set<std::size_t> pointers_;
   std::int32_t firstMark_ = 1, freeMark_ = 1;  // no number between them is free
+  qc_RecordAddition* open_ = nullptr;
+  struct Replaced {
+    std::size_t index, by;
+  };
+  std::vector<Replaced> replaced_;  // marks whose numbers were taken over by others that are not linked yet
+  std::vector<std::size_t> stale_;  // marks without a number whose bytes do not say so yet
   std::streamoff unfinished_ = 0;
   std::streamoff broken_ = 0;
 };
 
-/// One record, or a pointer and the object that follows it, on its way into the chain. Unless it is linked, what was
-/// written of it is cut off again.
-class qc_RecordChain::Addition {
+/// Records on their way into the chain, which become part of it together. Unless they are linked, what was written of
+/// them is cut off again. One that is made while another one is open adds to it.
+class qc_RecordAddition {
  public:
-  /// Announces it, at the place where the archive is. `lastId` is the largest identifier given out so far.
-  Addition(qc_RecordChain& chain, std::int32_t lastId);
-  ~Addition();
-  Addition(const Addition&) = delete;
-  Addition& operator=(const Addition&) = delete;
+  /// Announces them, at the place where the archive is. `lastId` is the largest identifier given out so far.
+  qc_RecordAddition(qc_RecordChain& chain, std::int32_t lastId);
+  ~qc_RecordAddition();
+  qc_RecordAddition(const qc_RecordAddition&) = delete;
+  qc_RecordAddition& operator=(const qc_RecordAddition&) = delete;
 
-  /// Writes a head; the last one may be filled in by finish.
+  /// Whether it stands by itself.
+  bool isOuter() const noexcept { return chain_.open_ == this; }
+  /// Writes a head. A mark may take over the number of an older one.
   void begin(unsigned char kind, std::int32_t id, qcUInt64 last = 0);
   /// What follows the head of the last record is written.
   void finish(std::int32_t lastId);
   void link();
 
  private:
+  void abandon() noexcept;
+
   qc_RecordChain& chain_;
   std::streamoff start_;
   std::size_t before_;  // records in the chain

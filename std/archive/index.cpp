@@ -406,7 +406,7 @@ void qc_ArchiveIndex::storePointer(qcPersistent* object, bool owned) {
   const auto found = positions_.find(id);
   const std::streamoff position = found == positions_.end() ? 0 : found->second;
   if (linked) {
-    qc_RecordChain::Addition addition(chain_, nextId_ - 1);
+    qc_RecordAddition addition(chain_, nextId_ - 1);
     addition.begin(kPointer, id, static_cast<qcUInt64>(position));
     return addition.link();
   }
@@ -429,7 +429,7 @@ std::int32_t qc_ArchiveIndex::storeNew(qcPersistent& object, bool owned, unsigne
   const qc_RegistryEntry& entry = entryOf(object);
   checkNesting();
   if (nextId_ == kLastId) throw qcArchive::BadContent(kIndexSource, kIdentifiersUsedUpLine);
-  std::optional<qc_RecordChain::Addition> addition;
+  std::optional<qc_RecordAddition> addition;
   if (kind != kReference) addition.emplace(chain_, nextId_ - 1);
   StoreGuard undo(*this);
   qc_Record record;

@@ -18,8 +18,8 @@ std::int32_t clamped(long number) {
   return static_cast<std::int32_t>(number < 0 ? 0 : number > kMost ? kMost : number);
 }
 
-std::int32_t checkedNumber(long number, long least) {
-  if (number < least || number > std::numeric_limits<std::int32_t>::max()) {
+std::int32_t checkedNumber(long number) {
+  if (number < 1 || number > std::numeric_limits<std::int32_t>::max()) {
     throw qcArchive::BadContent(kIndexSource, kNumberLine);
   }
   return static_cast<std::int32_t>(number);
@@ -101,24 +101,39 @@ void qcArchive::readMark(long& number) {
 
 long qcArchive::writeNewMark(long number) {
   qc_RecordChain& records = chain();
-  const std::int32_t wanted = number == 0 ? records.freeMark() : checkedNumber(number, 1);
+  const std::int32_t wanted = number == 0 ? records.freeMark() : checkedNumber(number);
   if (records.mark(wanted)) throw Duplicate(kIndexSource, kTakenLine);
-  qc_RecordChain::Addition addition(records, index_->lastID());
+  qc_RecordAddition addition(records, index_->lastID());
   addition.begin(kMark, wanted);
   addition.link();
   return wanted;
 }
 
+void qcArchive::replaceMark(long number) {
+  qc_RecordAddition addition(chain(), index_->lastID());
+  addition.begin(kMark, checkedNumber(number));
+  addition.link();
+}
+
+qcArchive::Transaction::Transaction(qcArchive& archive)
+    : records_(std::make_unique<qc_RecordAddition>(archive.chain(), archive.index_->lastID())) {
+  if (!records_->isOuter()) throw BadBuffer(kIndexSource, kNotAtEndLine);
+}
+
+qcArchive::Transaction::~Transaction() = default;
+
+void qcArchive::Transaction::commit() { records_->link(); }
+
 void qcArchive::renumberMark(long number) {
   const qc_Record& mark = recordAt(chain(), offset(), kMark);
-  const std::int32_t wanted = checkedNumber(number, 1);
+  const std::int32_t wanted = checkedNumber(number);
   if (wanted == mark.number()) return;
   if (chain().mark(wanted)) throw Duplicate(kIndexSource, kTakenLine);
   chain().renumber(mark, wanted);
 }
 
 void qcArchive::removeMark() { chain().remove(recordAt(chain(), offset(), kMark)); }
-void qcArchive::setStartingNum(long number) { chain().numberMarksFrom(checkedNumber(number, 1)); }
+void qcArchive::setStartingNum(long number) { chain().numberMarksFrom(checkedNumber(number)); }
 
 // Objects.
 

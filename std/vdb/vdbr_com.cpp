@@ -1,7 +1,71 @@
 #include "vnxstd/vdb/vdbr_com.h"
 
+#include <bit>
+#include <limits>
+
+#include "vnxstd/archive/archive.h"
+#include "vnxstd/vdb/vdbarch.h"
+
 namespace {
 
 const qc_ErrorRegistration<qcVDBRecordBase::Errors, qcVDBRecordBase::NoResult> registered;
 
+constexpr const char* kSource = "std/vdb/vdbr_com";
+constexpr int kGradesVersionLine = 47;
+constexpr int kHeaderVersionLine = 110;
+constexpr std::size_t kLongestComment = 32767;  // UTF-16 units
+
+bool isByte(std::int32_t value) { return value >= -128 && value <= 127; }
+
+template <class Enum>
+void serializeByte(qcArchive& archive, Enum& value) {
+  auto byte = static_cast<signed char>(value);
+  archive || byte;
+  if (archive.isLoading()) value = static_cast<Enum>(byte);
+}
+
+void serializeMetric(qcArchive& archive, float& metric) {
+  auto bits = std::bit_cast<std::uint32_t>(metric);
+  archive || bits;
+  if (archive.isLoading()) metric = std::bit_cast<float>(bits);
+}
+
 }  // namespace
+
+bool qcVDBHeader::repInvariant() const {
+  std::size_t units = comment_.size();
+  for (const wchar_t c : comment_) units += static_cast<std::uint32_t>(c) > 0xFFFF ? 1 : 0;
+  return isByte(savedGrade_) && isByte(savedType_) && isByte(currentGrade_) && isByte(currentType_) &&
+         recordNum_ >= 0 && recordNum_ <= qcVDBArchive::kLastNumber && units <= kLongestComment;
+}
+
+qcArchive& operator||(qcArchive& archive, qcVDBHeader& header) {
+  unsigned char version = 0;
+  archive || version;
+  qcArchive::checkVersion(version, 0, kSource, kHeaderVersionLine);
+  qcVDBHeader read = header;
+  serializeByte(archive, read.currentGrade_);
+  serializeByte(archive, read.currentType_);
+  serializeByte(archive, read.savedGrade_);
+  serializeByte(archive, read.savedType_);
+  serializeMetric(archive, read.distanceMetric_);
+  archive || read.comment_;
+  if (archive.isLoading()) header = std::move(read);
+  return archive;
+}
+
+// Over the header that the archive is at; what lies behind the metric stays as it is.
+void qcVDBHeader::writeGrades(qcArchive& archive) const {
+  archive.mode(qcArchive::loading);
+  unsigned char version = 0;
+  archive || version;
+  qcArchive::checkVersion(version, 0, kSource, kGradesVersionLine);
+  archive.mode(qcArchive::storing);
+  qcVDBHeader written = *this;
+  serializeByte(archive, written.currentGrade_);
+  serializeByte(archive, written.currentType_);
+  serializeByte(archive, written.savedGrade_);
+  serializeByte(archive, written.savedType_);
+  serializeMetric(archive, written.distanceMetric_);
+  archive.mode(qcArchive::loading);
+}

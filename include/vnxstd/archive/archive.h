@@ -27,6 +27,7 @@
 #include "vnxstd/export.h"
 
 class qc_ArchiveIndex;
+class qc_RecordAddition;
 class qc_RecordChain;
 
 class VNXSTD_EXPORT qcArchive {
@@ -254,6 +255,26 @@ class VNXSTD_EXPORT qcArchive {
   /// Where automatic numbers of marks begin, 1 unless set. Throws BadContent for a number below 1.
   void setStartingNum(long number);
 
+  /// Stores a mark with the number of one that there is already, or of none: the older one has no number once this one
+  /// is found. Throws like writeNewMark but for Duplicate.
+  void replaceMark(long number);
+
+  /// Everything that is stored while one of these lives becomes part of the archive at once, by commit, or not at all:
+  /// without it the data is cut off again, where the medium can be cut. Other data may be stored in between, at the
+  /// end; nothing else is to be done with the archive meanwhile. Throws like writeNewMark, and BadBuffer inside another
+  /// one.
+  class VNXSTD_EXPORT Transaction {
+   public:
+    explicit Transaction(qcArchive& archive);
+    ~Transaction();
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+    void commit();
+
+   private:
+    std::unique_ptr<qc_RecordAddition> records_;
+  };
+
   /// The smallest identifier of an object, and the next larger one; 0 for none.
   long firstObjectID() const;
   long nextObjectID(long id) const;
@@ -327,6 +348,7 @@ class VNXSTD_EXPORT qcArchive {
  private:
   friend class qcPersistent;
   friend class qc_ArchiveIndex;
+  friend class qc_RecordAddition;
   friend class qc_RecordChain;
   friend VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, unsigned char& value);
   friend VNXSTD_EXPORT void* qf_SerializeTypedPointer(qcArchive& archive, qcPersistent* in,

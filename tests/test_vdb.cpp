@@ -1,0 +1,344 @@
+// The tool database: numbers, records, grades, and what interrupted programs leave.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <map>
+#include <random>
+#include <thread>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/bytes.h"
+#include "support/faulty.h"
+#include "vnxstd/archive/registry.h"
+#include "vnxstd/except/catalogue.h"
+#include "vnxstd/vdb.h"
+
+namespace {
+
+/// A part that records share.
+class Shared : public qcPersistent, public qcRepBase {
+ public:
+  static qcPersistent* make() { return new Shared; }
+};
+
+class Result : public virtual qcVDBRecordBase {
+ public:
+  explicit Result(int v = 0) : value(v) {}
+  static qcPersistent* make() { return new Result; }
+  int value;
+  qcPtrHandle<Shared> part, again;
+
+ protected:
+  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &Result::serialize_); }
+  void serialize_(qcArchive& archive, unsigned char version) {
+    qcArchive::checkVersion(version, 0, "result", 1);
+    qcVDBRecordBase::dispatchSerialize(archive);
+    archive || value || part || again;
+  }
+};
+class Stranger : public virtual qcVDBRecordBase {};
+const qc_Instantiator sharedRegistered(typeid(Shared), Shared::make), registered(typeid(Result), Result::make);
+
+std::unique_ptr<Result> load(qcVDBArchive& database) {
+  std::unique_ptr<qcVDBRecordBase> record(database.loadRecord());
+  auto* result = dynamic_cast<Result*>(record.get());
+  if (result) static_cast<void>(record.release());
+  return std::unique_ptr<Result>(result);
+}
+
+Result numbered(int value, long number = 0) {
+  Result result(value);
+  result.header().recordNum(number);
+  return result;
+}
+
+/// A database in memory, which the tests look at and open again.
+struct Memory {
+  explicit Memory(const std::string& from = {}) : bytes(from) {
+    archive = bytes.empty() ? new qcMemoryArchive(kLittle, true)
+                            : new qcMemoryArchive(bytes.data(), static_cast<long>(bytes.size()), true);
+    database = std::make_unique<qcVDBArchive>(archive);
+  }
+  std::string bytes;
+  qcMemoryArchive* archive;
+  std::unique_ptr<qcVDBArchive> database;
+};
+
+TEST(Database, NumbersKeepsReplacesAndRemovesRecordsLikeAMap) {
+  std::mt19937 random(11);
+  std::string bytes;
+  std::map<long, std::pair<int, qcVDBHeader>> model;
+  for (int session = 0; session < 12; ++session) {
+    Memory memory(bytes);
+    qcVDBArchive& database = *memory.database;
+    EXPECT_FALSE(database.isPositioned());
+    EXPECT_THROW(static_cast<void>(database.loadHeader()), qcArchive::NotFound);
+    for (int step = 0; step < 40; ++step) {
+      const long wanted = random() % 3 == 0 ? 0 : 1 + static_cast<long>(random() % 30);
+      Result result = numbered(static_cast<int>(random()), wanted);
+      result.header().comment(std::wstring(random() % 5, L'\u00C4'));
+      result.header().currentGrade(static_cast<qcVDB::Grade>(static_cast<int>(random() % 256) - 128));
+      result.header().distanceMetric(static_cast<float>(step) / 4);
+      if (random() % 2 != 0) result.part = result.again = qcPtrHandle<Shared>(new Shared);
+      const bool there = model.count(wanted) != 0;
+      if (there) {
+        EXPECT_EQ(database.gotoRecord(wanted), wanted);
+      } else {
+        EXPECT_THROW(database.gotoRecord(wanted), qcArchive::NotFound);
+      }
+      switch (random() % 5) {
+        case 0:
+          if (!there) {
+            EXPECT_THROW(database.removeRecord(), qcArchive::NotFound);
+          } else {
+            database.removeRecord();
+            model.erase(wanted);
+          }
+          break;
+        case 1:
+          if (there) {
+            const long other = 1 + static_cast<long>(random() % 30);
+            if (other != wanted && model.count(other) != 0) {
+              EXPECT_THROW(database.renumberRecord(other), qcArchive::Duplicate);
+            } else {
+              database.renumberRecord(other);
+              auto node = model.extract(wanted);
+              node.key() = other;
+              model.insert(std::move(node));
+            }
+          }
+          break;
+        case 2:
+          if (there) {
+            database.replaceRecord(&result);
+            model[wanted] = {result.value, result.header()};
+          }
+          break;
+        case 3:
+          if (there) {
+            database.replaceGrade(result.header());
+            qcVDBHeader& header = model[wanted].second;
+            const std::wstring comment = header.comment();
+            header = result.header();
+            header.comment(comment);
+          }
+          break;
+        default: {
+          if (wanted != 0 && there) {
+            EXPECT_THROW(database.storeNewRecord(&result), qcArchive::Duplicate);
+            break;
+          }
+          const long number = database.storeNewRecord(&result);
+          EXPECT_TRUE(wanted == 0 ? model.count(number) == 0 : number == wanted);
+          EXPECT_EQ(database.currentRecord(), number);
+          model[number] = {result.value, result.header()};
+        }
+      }
+    }
+    bytes = bytesOf(*memory.archive);
+    Memory again(bytes);
+    long number = again.database->firstRecord();
+    for (auto& [expected, record] : model) {
+      ASSERT_EQ(number, expected);
+      const auto loaded = load(*again.database);
+      record.second.recordNum(expected);
+      EXPECT_TRUE(loaded->value == record.first && loaded->header() == record.second && loaded->part == loaded->again);
+      EXPECT_EQ(again.database->loadHeader(), record.second);
+      EXPECT_TRUE(again.database->recordTypeName().ends_with("Result") && loaded->database() == again.database.get());
+      EXPECT_EQ(again.database->isLastRecord(), number == model.rbegin()->first);
+      number = again.database->nextRecord();
+    }
+    EXPECT_EQ(number, 0);
+    for (auto entry = model.rbegin(); entry != model.rend(); ++entry) {
+      number = entry == model.rbegin() ? again.database->lastRecord() : again.database->prevRecord();
+      EXPECT_EQ(number, entry->first);
+    }
+    EXPECT_EQ(again.database->isFirstRecord(), !model.empty());
+  }
+}
+
+TEST(Database, GivesNumbersInOrderAndRecordsToTheirOwners) {
+  Memory memory;
+  qcVDBArchive& database = *memory.database;
+  EXPECT_TRUE(database.identification().starts_with("Vantix Tool Database 1.0 gen 20"));
+  Result result(7);
+  const std::pair<long, long> cases[] = {{0, 1}, {0, 2}, {0, 3}, {10, 10}, {0, 4}};
+  for (const auto& [asked, given] : cases) {
+    result.header().recordNum(asked);
+    EXPECT_EQ(database.storeNewRecord(&result), given);
+  }
+  // Each load gives an object of its own, and each store stores it in full.
+  database.gotoRecord(3);
+  const auto first = load(database), second = load(database);
+  EXPECT_NE(first.get(), second.get());
+  first->value = 8;
+  first->header().recordNum(qcVDBArchive::kLastNumber);
+  database.storeNewRecord(first.get());
+  EXPECT_EQ(load(database)->value, 8);
+  EXPECT_EQ(load(database)->header().recordNum(), qcVDBArchive::kLastNumber);
+}
+
+TEST(Database, RefusesWhatItCannotKeepAndStaysAsItWas) {
+  Memory memory;
+  qcVDBArchive& database = *memory.database;
+  Result good(1);
+  database.storeNewRecord(&good);
+  const std::string before = bytesOf(*memory.archive);
+  Result loud(2), wide(3), far(4);
+  loud.header().currentGrade(static_cast<qcVDB::Grade>(200));
+  wide.header().comment(std::wstring(32768, L'x'));
+  far.header().recordNum(qcVDBArchive::kLastNumber + 1);
+  for (const Result* bad : {&loud, &wide, &far}) {
+    EXPECT_THROW(database.storeNewRecord(bad), qcArchive::BadContent);
+    EXPECT_THROW(database.replaceRecord(bad), qcArchive::BadContent);
+    EXPECT_THROW(database.replaceGrade(bad), qcArchive::BadContent);
+  }
+  EXPECT_THROW(database.storeNewRecord(nullptr), qcBadPointer);
+  const Stranger stranger;
+  EXPECT_THROW(database.storeNewRecord(&stranger), qcArchive::UnknownType);
+  EXPECT_THROW(database.replaceRecord(&stranger), qcArchive::UnknownType);
+  EXPECT_THROW(database.renumberRecord(qcVDBArchive::kLastNumber + 1), qcArchive::BadContent);
+  EXPECT_TRUE(database.currentRecord() == 1 && load(database)->value == 1);
+  EXPECT_EQ(bytesOf(*memory.archive).size(), before.size());
+  EXPECT_THROW(qcVDBArchive(nullptr), qcBadPointer);
+  EXPECT_THROW(qcVDBArchive(new qcMemoryArchive(kLittle, false)), qcArchive::NotSeekable);
+}
+
+TEST(Database, HeadersHaveTheBytesOfTheirPage) {
+  qcVDBHeader header;
+  header.currentGrade(static_cast<qcVDB::Grade>(200));
+  header.savedType(static_cast<qcVDB::ResultType>(5));
+  header.distanceMetric(1.5F);
+  header.comment(L"\u00E4");
+  const std::string bytes = stored(kLittle, false, header);
+  EXPECT_EQ(toHex(bytes), "00C80001050000C03F01FFFEE400FFFE");
+  BytesArchive archive(headOf(kLittle) + bytes);
+  qcVDBHeader back;
+  *archive || back;
+  EXPECT_EQ(back.currentGrade(), -56);
+  EXPECT_TRUE(back.savedType() == 5 && back.comment() == header.comment());
+  BytesArchive newer(headOf(kLittle) + "\x01" + bytes.substr(1));
+  try {
+    *newer || back;
+    FAIL();
+  } catch (const qcArchive::UnknownVersion& error) {
+    EXPECT_TRUE(error.file() == L"std/vdb/vdbr_com" && error.line() == 110);
+  }
+}
+
+TEST(Database, HoldsOldOrNewRecordsWhereverItIsInterrupted) {
+  FaultyBuffer medium;  // a log of its states would be long: each limit of writes is tried by itself
+  const auto run = [](std::size_t limit, std::vector<std::size_t>* ends) {
+    Faults faults;
+    faults.writeLimit = limit;
+    auto buffer = std::make_unique<FaultyBuffer>(std::string(), faults);
+    std::map<long, int> acknowledged;
+    try {
+      qcVDBArchive database(new StreamArchive(*buffer, qcArchive::storing, kLittle, true));
+      for (int i = 1; i <= 6; ++i) {
+        const Result result = numbered(i);
+        acknowledged[database.storeNewRecord(&result)] = i;
+        if (ends) ends->push_back(buffer->data().size());
+        if (i == 4) {
+          database.gotoRecord(2);
+          const Result other = numbered(20);
+          database.replaceRecord(&other);
+          acknowledged[2] = 20;
+        }
+      }
+    } catch (const qcArchive::BadBuffer&) {
+    }
+    if (buffer->data().size() < headOf(kLittle, true).size()) return;
+    Memory again(buffer->data());
+    for (const auto& [number, value] : acknowledged) {
+      again.database->gotoRecord(number);
+      EXPECT_EQ(load(*again.database)->value, value) << limit << ' ' << number;
+    }
+    const Result next = numbered(99);
+    const long number = again.database->storeNewRecord(&next);
+    EXPECT_EQ(load(*again.database)->value, 99) << limit << ' ' << number;
+  };
+  std::vector<std::size_t> ends;
+  run(Faults::kNone, &ends);
+  for (std::size_t limit = 0; limit <= ends.back(); ++limit) run(limit, nullptr);
+}
+
+class DatabaseFiles : public testing::Test {
+ protected:
+  ~DatabaseFiles() override { std::filesystem::remove(path_); }
+  std::filesystem::path path_ =
+      std::filesystem::temp_directory_path() / ("vdb-" + std::to_string(std::random_device()()));
+};
+
+TEST_F(DatabaseFiles, KeepEveryAcknowledgedRecordOfAProgramThatIsKilled) {
+  std::mt19937 random(1);
+  std::map<long, int> kept;  // acknowledged by number
+  { qcVDBArchive(path_.wstring(), true, false); }
+  for (int round = 0; round < 40; ++round) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+      qcVDBArchive database(path_.wstring(), false, false);
+      for (int i = 0;; ++i) {
+        const Result result = numbered(round * 100000 + i);
+        std::pair<long, int> done(database.storeNewRecord(&result), result.value);
+        if (i % 5 == 4) {
+          database.removeRecord();
+          done.second = -1;
+        }
+        if (write(ends[1], &done, sizeof done) != sizeof done) _exit(1);
+      }
+    }
+    close(ends[1]);
+    std::pair<long, int> done;
+    const auto acknowledge = [&] {
+      done.second < 0 ? void(kept.erase(done.first)) : void(kept[done.first] = done.second);
+    };
+    for (auto n = random() % 60; n > 0 && read(ends[0], &done, sizeof done) == sizeof done; --n) acknowledge();
+    kill(child, SIGKILL);
+    while (read(ends[0], &done, sizeof done) == sizeof done) acknowledge();
+    close(ends[0]);
+    waitpid(child, nullptr, 0);
+    qcVDBArchive database(path_.wstring(), false, true);
+    for (const auto& [number, value] : kept) {
+      database.gotoRecord(number);
+      ASSERT_EQ(load(database)->value, value) << round << ' ' << number;
+    }
+    EXPECT_EQ(database.archive().damaged(), qcArchive::Position(0));
+    // What was stored and not acknowledged any more may be there, whole.
+    for (long number = database.firstRecord(); number != 0; number = database.nextRecord()) {
+      kept.emplace(number, load(database)->value);
+    }
+  }
+  qcVDBArchive reader(path_.wstring(), false, true);
+  EXPECT_TRUE(reader.isReadOnly());
+  const Result result(1);
+  EXPECT_THROW(reader.storeNewRecord(&result), qcArchive::BadBuffer);
+  reader.firstRecord();
+  EXPECT_THROW(reader.replaceGrade(qcVDBHeader()), qcArchive::BadBuffer);
+  EXPECT_THROW(reader.removeRecord(), qcArchive::BadBuffer);
+  EXPECT_EQ(reader.loadHeader().recordNum(), reader.currentRecord());
+}
+
+TEST(DefaultDatabase, CanBeAskedForFromThreads) {
+  Memory memory;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 1000; ++i) {
+        if (t % 2 != 0) qcVDBArchive::globalArchive(memory.database.get());
+        qcVDBArchive* found = qcVDBArchive::globalArchive();
+        ASSERT_TRUE(!found || found == memory.database.get());
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  memory.database.reset();
+  EXPECT_EQ(qcVDBArchive::globalArchive(), nullptr);
+}
+
+}  // namespace
