@@ -19,18 +19,13 @@ namespace {
 
 using Xform = qcPtrHandle_const<qc2XformBase>;
 
-struct NamedXform {
-  std::string name;
-  Xform xform;
-};
-
 // Some of every class, all one to one over [-10, 10] x [-10, 10]. The deformation has a steep bump of width 0.1 at
 // (3, 2), between the points of any coarse grid; the polynomials are of all curved orders.
-std::vector<NamedXform> transforms() {
+std::vector<std::pair<std::string, Xform>> transforms() {
   std::mt19937 engine(7);
   std::uniform_real_distribution<double> unit(-1, 1);
-  std::vector<NamedXform> all;
-  const auto add = [&](const std::string& name, const Xform& xform) { all.push_back({name, xform}); };
+  std::vector<std::pair<std::string, Xform>> all;
+  const auto add = [&](const std::string& name, const Xform& xform) { all.emplace_back(name, xform); };
   add("perspective", new qc2XformPerspective(qcMatrix<3>(1.1, 0.1, 3, -0.2, 0.9, 4, 0.02, -0.03, 1)));
   for (int order = 2; order <= 9; ++order) {
     std::vector<double> x(qc2XformPoly::size(order)), y(x.size());
@@ -53,10 +48,10 @@ std::vector<NamedXform> transforms() {
   const qc2XformDeform deform(from, to);
   add("deformation", new qc2XformDeform(deform));
   add("inverse deformation", deform.inverseBase());
-  add("inverse polynomial", all[2].xform->inverseBase());
-  add("composition", new qc2XformComposed(*all[0].xform, deform, true, true));
+  add("inverse polynomial", all[2].second->inverseBase());
+  add("composition", new qc2XformComposed(*all[0].second, deform, true, true));
   add("composition with the rest",
-      new qc2XformComposed(qc2XformLinear(qcMatrix<2>(0, 2, -1, 0.5), {1, 1}), *all[1].xform, true, true));
+      new qc2XformComposed(qc2XformLinear(qcMatrix<2>(0, 2, -1, 0.5), {1, 1}), *all[1].second, true, true));
   return all;
 }
 
@@ -70,20 +65,20 @@ double norm(const qcMatrix<2>& m) {
 TEST(BendBound, HoldsAndIsNotLoose) {
   std::mt19937 engine(11);
   std::uniform_real_distribution<double> unit(-1, 1);
-  for (const NamedXform& named : transforms()) {
-    SCOPED_TRACE(named.name);
+  for (const auto& [name, xform] : transforms()) {
+    SCOPED_TRACE(name);
     int finite = 0;
     for (const double reach : {1e-4, 0.01, 0.3, 3.0}) {
       for (int trial = 0; trial < 20; ++trial) {
         const qcVector<2> center(8 * unit(engine), 8 * unit(engine)), along(reach, qcRadian(3 * unit(engine)));
-        const qcMatrix<2> middle = named.xform->linearXform(center).matrix();
-        const double bound = named.xform->bendBound(center, along);
+        const qcMatrix<2> middle = xform->linearXform(center).matrix();
+        const double bound = xform->bendBound(center, along);
         if (std::isinf(bound)) continue;
         ++finite;
         double largest = 0;
         for (int i = 0; i < 200; ++i) {
           const qcVector<2> at = center + qcVector<2>(reach * std::sqrt(0.5 + 0.5 * unit(engine)), qcRadian(i * 0.1));
-          largest = std::max(largest, norm(named.xform->linearXform(at).matrix() - middle));
+          largest = std::max(largest, norm(xform->linearXform(at).matrix() - middle));
         }
         EXPECT_GE(bound, largest * 0.9999 - 1e-12);
         if (reach <= 0.01) {
@@ -99,12 +94,7 @@ TEST(BendBound, HoldsAndIsNotLoose) {
 
 using Held = qcMappedShape::Held;
 
-struct NamedShape {
-  std::string name;
-  Held shape;
-};
-
-std::vector<NamedShape> shapes() {
+std::vector<std::pair<std::string, Held>> shapes() {
   const qcEllipse2 ellipse(qcEllipse({1, 2}, {5, 0.5}, qcRadian(0.4)));
   const auto island = [](double radius, bool hole) {
     return qcPtrHandle<qcRegionTree>(new qcRegionTree(qcCircle({1, 0.5}, radius), hole));
@@ -135,62 +125,39 @@ struct Case {
   qcMappedShape mapped;
 };
 
-// Every shape under every transform, with a linear and a nested one.
+// Every shape under a transform of every class.
 std::vector<Case> cases() {
   std::vector<Case> all;
-  std::vector<NamedXform> xforms = transforms();
-  xforms.erase(xforms.begin() + 2, xforms.begin() + 6);  // the middle orders
-  for (const NamedShape& shape : shapes()) {
-    for (const NamedXform& xform : xforms) {
-      all.push_back({shape.name + ", " + xform.name, shape.shape, xform.xform, {shape.shape, *xform.xform, false}});
+  const auto xforms = transforms();
+  for (const auto& [name, shape] : shapes()) {
+    for (const std::size_t i : {0, 1, 8, 9, 10, 12}) {
+      const auto& [what, xform] = xforms[i];
+      all.push_back({name + ", " + what, shape, xform, {shape, *xform, false}});
     }
   }
   return all;
 }
 
-// Points on the image of each contour, dense, in the direction of travel; 5000 altogether or more.
-std::vector<std::vector<qcVector<2>>> dense(const Case& c) {
+// The image of each contour by points, 5000 altogether or more.
+std::vector<qcPolyline> dense(const Case& c) {
   qcShape::qcSampleResult samples;
-  const qcShapeInfo info(*c.shape);
-  c.shape->sample(qcShape::qcSampleParams(0, info.perimeter() / 5000, 1000000, false, false), samples);
-  std::vector<qcPolyline> chains;
-  samples.getPolylines(chains);
-  std::vector<std::vector<qcVector<2>>> images;
-  for (const qcPolyline& chain : chains) {
-    images.push_back(chain.vertices());
-    if (c.shape->isRegion()) images.back().push_back(images.back().front());
-    c.xform->mapPoints(images.back().data(), images.back().data(), images.back().size());
-  }
+  c.shape->sample(qcShape::qcSampleParams(0, qcShapeInfo(*c.shape).perimeter() / 5000, 1000000, false, false), samples);
+  c.xform->mapPoints(samples.positions().data(), samples.positions().data(), samples.positions().size());
+  std::vector<qcPolyline> images;
+  samples.getPolylines(images);
   return images;
 }
 
-double lengthOf(const std::vector<std::vector<qcVector<2>>>& images) {
+double lengthOf(const std::vector<qcPolyline>& images) {
   double sum = 0;
-  for (const auto& points : images) {
-    for (std::size_t i = 1; i < points.size(); ++i) sum += (points[i] - points[i - 1]).len();
-  }
+  for (const qcPolyline& image : images) sum += image.perimeter();
   return sum;
 }
 
-double distanceTo(const std::vector<std::vector<qcVector<2>>>& images, const qcVector<2>& p) {
+double distanceTo(const std::vector<qcPolyline>& images, const qcVector<2>& p) {
   double least = 1e300;
-  for (const auto& points : images) {
-    for (std::size_t i = 1; i < points.size(); ++i) {
-      const qcVector<2> d = points[i] - points[i - 1], off = p - points[i - 1];
-      const double t = d * d > 0 ? std::clamp(off * d / (d * d), 0.0, 1.0) : 0;
-      least = std::min(least, (off - t * d).len());
-    }
-  }
+  for (const qcPolyline& image : images) least = std::min(least, (image.nearestPoint(p) - p).len());
   return least;
-}
-
-double sweptAround(const std::vector<qcVector<2>>& points, const qcVector<2>& p) {
-  double sum = 0;
-  for (std::size_t i = 1; i < points.size(); ++i) {
-    const qcVector<2> a = points[i - 1] - p, b = points[i] - p;
-    sum += std::atan2(a.x() * b.y() - a.y() * b.x(), a * b);
-  }
-  return sum;
 }
 
 TEST(MappedShape, AgreesWithDenseBruteForce) {
@@ -202,15 +169,8 @@ TEST(MappedShape, AgreesWithDenseBruteForce) {
     const double length = lengthOf(images), step = length / 5000;
     const double slack = 200 * step * step / length;  // chords between dense points
     const qcRect box = c.mapped.boundingBox();
-    qcVector<2> low(1e300, 1e300), high(-1e300, -1e300);
-    for (const auto& points : images) {
-      for (const qcVector<2>& p : points) {
-        low = {std::min(low.x(), p.x()), std::min(low.y(), p.y())};
-        high = {std::max(high.x(), p.x()), std::max(high.y(), p.y())};
-      }
-    }
-    EXPECT_NEAR((box.ul() - low).len(), 0, slack);
-    EXPECT_NEAR((box.lr() - high).len(), 0, slack);
+    const qcRect expected = images[0].boundingBox();  // the others lie within the first
+    EXPECT_NEAR((box.ul() - expected.ul()).len() + (box.lr() - expected.lr()).len(), 0, slack);
     const qcShapeInfo info(c.mapped);
     EXPECT_NEAR(info.perimeter(), length, 1e-5 * length);
     EXPECT_EQ(info.numPieces(), qcShapeInfo(*c.shape).numPieces());
@@ -222,30 +182,11 @@ TEST(MappedShape, AgreesWithDenseBruteForce) {
       EXPECT_LT(distanceTo(images, nearest), slack);
       EXPECT_NEAR((c.mapped.perimPoint(info, c.mapped.nearestPerimPos(info, p)) - nearest).len(), 0, 1e-7 * length);
       double swept = 0;
-      for (const auto& points : images) swept += sweptAround(points, p);
+      for (const qcPolyline& image : images) swept += image.generalWindingAngle(p).plain();
       if (c.mapped.isRegion()) {
         EXPECT_EQ(c.mapped.within(p), std::fabs(swept) > 3);
       } else {
         EXPECT_NEAR(c.mapped.windingAngle(p).plain(), swept, 1e-5);
-      }
-    }
-    // A point at a length along the image comes after what is as long.
-    if (c.mapped.isMultipleContours_()) continue;
-    for (const double part : {0.0, 0.2, 0.77, 1.0}) {
-      qcVector<2> point, expected = images[0][0];
-      qcRadian tangent, before;
-      const double along = part * info.perimeter();
-      c.mapped.perimPointAndTangent(info, info.perimPos(along), point, tangent);
-      double left = along;
-      for (std::size_t i = 1; i < images[0].size() && left > 0; ++i) {
-        const qcVector<2> d = images[0][i] - images[0][i - 1];
-        expected = images[0][i - 1] + std::min(1.0, left / d.len()) * d;
-        left -= d.len();
-      }
-      EXPECT_LT((point - (part == 1 && c.mapped.isRegion() ? images[0][0] : expected)).len(), 3e-5 * length) << part;
-      const qcVector<2> ahead = c.mapped.perimPoint(info, info.perimPos(along + 1e-5 * length)) - point;
-      if (part < 1) {
-        EXPECT_LT(std::fabs((ahead.angle() - tangent).signedNorm().plain()), 0.01) << part;
       }
     }
   }
@@ -265,13 +206,12 @@ TEST(MappedShape, SamplesKeepTheTolerance) {
       ASSERT_EQ(chains.size(), images.size());
       double furthest = 0, off = 0;
       for (std::size_t k = 0; k < chains.size(); ++k) {
-        for (std::size_t i = 0; i < images[k].size(); i += 29) {
-          const qcVector<2>& p = images[k][i];
+        for (long i = 0; i < images[k].numVertices(); i += 29) {
+          const qcVector<2>& p = images[k].vertex(i);
           furthest = std::max(furthest, (chains[k].nearestPoint(p) - p).len());
         }
-        const std::size_t step = chains[k].vertices().size() / 20 + 1;
-        for (std::size_t i = 0; i < chains[k].vertices().size(); i += step) {
-          off = std::max(off, distanceTo({images[k]}, chains[k].vertices()[i]));
+        for (long i = 0; i < chains[k].numVertices(); i += chains[k].numVertices() / 20 + 1) {
+          off = std::max(off, distanceTo({images[k]}, chains[k].vertex(i)));
         }
       }
       EXPECT_LE(furthest, tolerance);
@@ -288,6 +228,12 @@ TEST(MappedShape, SamplesKeepTheTolerance) {
     for (std::size_t i = 0; i < samples.positions().size(); ++i) {
       const qcPerimPos position = samples.perimPositions_()[i];
       EXPECT_LT((c.mapped.perimPoint(info, position) - samples.positions()[i]).len(), 1e-8 * length) << i;
+      const qcPerimPos ahead(position.index(), position.distance() + 1e-6 * length);
+      const bool isCorner = i + 1 < samples.positions().size() && samples.positions()[i + 1] == samples.positions()[i];
+      if (!isCorner && !c.mapped.isMultipleContours_() && ahead.distance() < info.pieceLength(position.index())) {
+        const qcVector<2> along = c.mapped.perimPoint(info, ahead) - samples.positions()[i];
+        EXPECT_NEAR((along.angle() - samples.tangents()[i]).signedNorm().plain(), 0, 0.01) << i;
+      }
       if (i > 0 && position.index() == samples.perimPositions_()[i - 1].index() && samples.breaks().size() == 1) {
         EXPECT_LE(position.distance() - samples.perimPositions_()[i - 1].distance(), length / 50 * 1.0000001);
       }
@@ -321,46 +267,44 @@ TEST(MappedShape, DerivedShapes) {
     EXPECT_EQ(decomposed->isRegion(), c.mapped.isRegion());
     EXPECT_EQ(decomposed->isOpenContour(), c.mapped.isOpenContour());
     EXPECT_NEAR((decomposed->nearestPoint(far) - far).len(), (nearest - far).len(), 2e-6 * length);
+    qcShape::ClipResult result{};
+    const qcRect box = c.mapped.boundingBox();
+    const auto frame = [&](double shift) {
+      const qcVector<2> low = box.ul() + qcVector<2>(shift - 1, -1), high = box.lr() + qcVector<2>(shift + 1, 1);
+      return qcPolyline({low, {high.x(), low.y()}, high, {low.x(), high.y()}}, true);
+    };
+    EXPECT_TRUE(c.mapped.clip(frame(0), result, true)->equal_(c.mapped));
+    EXPECT_EQ(result, qcShape::ClipResult::inside);
+    c.mapped.clip(frame(box.width() + 3), result, true);
+    EXPECT_EQ(result, qcShape::ClipResult::outside);
+    const auto half = c.mapped.clip(frame(box.width() / 2 + 1), result, true);
+    EXPECT_EQ(result, qcShape::ClipResult::clipped);
+    EXPECT_NEAR(half->boundingBox().ul().x(), box.ul().x() + box.width() / 2, 0.02 * box.width());
     if (!c.mapped.isOpenContour()) {
-      if (!c.mapped.isMultipleContours_()) {
-        EXPECT_EQ(decomposed->isRightHanded(), c.mapped.isRightHanded());
-      }
+      EXPECT_TRUE(c.mapped.isMultipleContours_() || decomposed->isRightHanded() == c.mapped.isRightHanded());
       continue;
     }
-    const std::vector<qcVector<2>>& points = images[0];
-    EXPECT_LT((c.mapped.startPoint() - points.front()).len() + (c.mapped.endPoint() - points.back()).len(), 1e-9);
-    EXPECT_LT(std::fabs((c.mapped.startAngle() - (points[1] - points[0]).angle()).signedNorm().plain()), 0.01);
-    double turn = 0;
-    for (std::size_t i = 2; i < points.size(); ++i) {
-      const qcVector<2> before = points[i - 1] - points[i - 2], after = points[i] - points[i - 1];
-      if (before.len() > 0 && after.len() > 0) turn += (after.angle() - before.angle()).signedNorm().plain();
-    }
-    EXPECT_NEAR(c.mapped.tangentRotation().plain(), turn, 0.02);
-    // Two parts make up the whole, and each is where the whole is.
-    const qcShapeInfo info(c.mapped);
-    const double cut = 0.37 * info.perimeter();
-    const auto first = c.mapped.subShape(info, {info.perimPos(0), cut});
-    const auto rest = c.mapped.subShape(info, {info.perimPos(cut), info.perimeter()});
-    EXPECT_NEAR(qcShapeInfo(*first).perimeter(), cut, 1e-8 * length);
-    EXPECT_NEAR(qcShapeInfo(*rest).perimeter(), info.perimeter() - cut, 1e-8 * length);
-    EXPECT_LT((first->endPoint() - rest->startPoint()).len(), 1e-8 * length);
-    EXPECT_LT((rest->endPoint() - c.mapped.endPoint()).len(), 1e-8 * length);
-    EXPECT_LT((c.mapped.perimPoint(info, info.perimPos(cut)) - first->endPoint()).len(), 1e-8 * length);
+    EXPECT_LT((c.mapped.startPoint() - images[0].startPoint()).len(), 1e-9);
+    EXPECT_LT((c.mapped.endPoint() - images[0].endPoint()).len(), 1e-9);
+    EXPECT_NEAR((c.mapped.startAngle() - images[0].startAngle()).signedNorm().plain(), 0, 0.01);
+    EXPECT_NEAR((c.mapped.endAngle() - images[0].endAngle()).signedNorm().plain(), 0, 0.01);
+    EXPECT_NEAR(c.mapped.tangentRotation().plain(), images[0].tangentRotation().plain(), 0.02);
   }
 }
 
-// A closed boundary is cut across its start, and once round.
-TEST(MappedShape, PartsOfClosedBoundaries) {
+// The parts of a boundary are as long as asked for and lie where the whole does; closed ones are cut across the start.
+TEST(MappedShape, PartsOfBoundaries) {
   for (const Case& c : cases()) {
-    if (!c.mapped.isRegion() || c.mapped.isMultipleContours_()) continue;
+    if (c.mapped.isMultipleContours_()) continue;
     SCOPED_TRACE(c.name);
     const qcShapeInfo info(c.mapped);
     const double total = info.perimeter();
-    for (const auto& [from, length] : {std::pair(0.8, 0.5), std::pair(0.3, 0.2), std::pair(0.6, 1.5)}) {
-      const auto part = c.mapped.subShape(info, {info.perimPos(from * total), length * total});
-      EXPECT_NEAR(qcShapeInfo(*part).perimeter(), std::min(length, 1.0) * total, 1e-8 * total);
+    for (const auto& [from, wanted] : {std::pair(0.8, 0.5), std::pair(0.3, 0.2), std::pair(0.6, 1.5)}) {
+      const double length = std::min(wanted, c.mapped.isRegion() ? 1.0 : 1 - from);
+      const auto part = c.mapped.subShape(info, {info.perimPos(from * total), wanted * total});
+      EXPECT_NEAR(qcShapeInfo(*part).perimeter(), length * total, 1e-8 * total);
       EXPECT_LT((part->startPoint() - c.mapped.perimPoint(info, info.perimPos(from * total))).len(), 1e-8 * total);
-      const qcPerimPos end = info.perimPos((from + std::min(length, 1.0)) * total);
+      const qcPerimPos end = info.perimPos((from + length) * total);
       EXPECT_LT((part->endPoint() - c.mapped.perimPoint(info, end)).len(), 1e-8 * total);
     }
   }
@@ -418,31 +362,21 @@ TEST(MappedShape, NarrowBumpsAreFound) {
   }
 }
 
+// What needs the points of a shape.
+std::vector<std::function<void()>> questions(const qcShape& shape, qcShape::qcSampleResult& samples) {
+  const qcVector<2> origin;
+  return {[&, origin] { shape.nearestPoint(origin); }, [&] { shape.boundingBox(); }, [&] { shape.decompose(); },
+          [&] { shape.sample(qcShape::qcSampleParams(0.1, 0, 1000000), samples); }, [&] { qcShapeInfo whole(shape); }};
+}
+
 // A shape across the line at infinity has no extent; beside it, however close, it has.
 TEST(MappedShape, LineAtInfinity) {
   const qc2XformPerspective xform(qcMatrix<3>(1, 0, 0, 0, 1, 0, 0.1, 0, 1));  // at x = -10
+  qcShape::qcSampleResult samples;
   for (const double left : {-11.0, -10.0, -10.5, -10.0000001}) {
     const qcMappedShape mapped(Held(new qcRect({left, -1}, {15, 2})), xform, false);
-    qcShape::qcSampleResult samples;
-    const qcShape::qcSampleParams params(0.1, 0, 1000000);
-    const qcShapeInfo info(qcCircle({0, 0}, 1));
-    const std::vector<std::function<void()>> all = {[&] { mapped.boundingBox(); },
-                                                    [&] {
-                                                      mapped.nearestPoint({0, 0});
-                                                    },
-                                                    [&] {
-                                                      mapped.within({0, 0});
-                                                    },
-                                                    [&] { mapped.decompose(); },
-                                                    [&] { mapped.sample(params, samples); },
-                                                    [&] { qcShapeInfo whole(mapped); },
-                                                    [&] {
-                                                      mapped.subShape(info, {qcPerimPos(), 1});
-                                                    }};
-    for (std::size_t i = 0; i < all.size(); ++i) {
-      EXPECT_THROW(all[i](), qc2XformPerspectiveDefs::NumericalError) << left << ' ' << i;
-    }
-    EXPECT_EQ(samples.numChains(), 0);
+    for (const auto& ask : questions(mapped, samples)) EXPECT_THROW(ask(), qc2XformPerspectiveDefs::NumericalError);
+    EXPECT_THROW(mapped.within({0, 0}), qc2XformPerspectiveDefs::NumericalError);
     // The centre of the box has an image, and the rest is not asked for.
     EXPECT_TRUE(mapped.isRightHanded());
     EXPECT_GT(mapped.perimeter(), 0);
@@ -450,11 +384,8 @@ TEST(MappedShape, LineAtInfinity) {
   const qcMappedShape close(Held(new qcLineSeg({-9.999, 0}, {-9, 1})), xform, false);
   EXPECT_NEAR(close.boundingBox().width(), 99990.0 - 90.0, 1e-3);
   EXPECT_NEAR(qcShapeInfo(close).perimeter(), std::hypot(99900, 10), 1e-3);  // lines stay straight
-  qcShape::qcSampleParams few(1e-3, 0, 5);
-  qcShape::qcSampleResult samples;
-  EXPECT_THROW(qcMappedShape(Held(new qcCircle({0, 0}, 9)), xform, false).sample(few, samples),
-               qcShapesError::SampleOverflow);
-  EXPECT_EQ(samples.positions().size(), 0U);
+  EXPECT_THROW(close.sample(qcShape::qcSampleParams(1e-3, 1, 50), samples), qcShapesError::SampleOverflow);
+  EXPECT_EQ(samples.numChains(), 0);
 }
 
 // On the boundary: the left side counts for open contours, for regions it is inside.
@@ -462,9 +393,9 @@ TEST(MappedShape, PointsOnTheBoundary) {
   for (const Case& c : cases()) {
     SCOPED_TRACE(c.name);
     const auto images = dense(c);
-    for (std::size_t i = 777; i < images[0].size(); i += 1331) {
-      const qcVector<2> p = images[0][i], ahead = images[0][i + 1] - images[0][i - 1];
-      const qcVector<2> left = p + 1e-6 / ahead.len() * qcVector<2>(-ahead.y(), ahead.x());
+    for (long i = 777; i + 1 < images[0].numVertices(); i += 1331) {
+      const qcVector<2> p = images[0].vertex(i), ahead = images[0].vertex(i + 1) - images[0].vertex(i - 1);
+      const qcVector<2> left = p + 1e-6 / ahead.len() * ahead.perpendicular();
       if (c.mapped.isOpenContour()) {
         EXPECT_NEAR(c.mapped.windingAngle(p).plain(), c.mapped.windingAngle(left).plain(), 1e-3) << i;
       } else if (c.name.find("inverse") == std::string::npos) {  // whose points are exact to 1e-10 only
@@ -509,23 +440,16 @@ TEST(MappedShape, CollapsesAndMeasuresByTheExpansion) {
   }
   // The expansion at the centre of the box: w = 1.2 there.
   const qcMatrix<2> at = qcMappedShape(circle, bends, false).overallMapXformLinear().matrix();
-  EXPECT_DOUBLE_EQ(at.element(0, 0), 1 / 1.44);
-  EXPECT_DOUBLE_EQ(at.element(1, 1), 1 / 1.2);
-  const struct {
-    qcMatrix<2> matrix;
-    bool preserves;
-  } table[] = {{{1, 0, 0, 1.02}, true},  {{1, 0, 0, -1.02}, true}, {{1, 0, 0, 1.05}, false}, {{3, 0.03, 0, 3}, true},
-               {{3, 0.06, 0, 3}, false}, {{0, 0, 0, 0}, false},    {{1, 1, 1, 1}, false},    {{0, -2, 2, 0}, true}};
-  for (const auto& row : table) {
-    EXPECT_EQ(qfIsAnglePreserving({row.matrix, {}}, qcMappedShape::kAspectTolerance, qcMappedShape::kShearTolerance),
-              row.preserves);
-    const Held square(new qcRect({0, 0}, {1, 1}));
-    const double sides = 2 * (std::hypot(row.matrix.element(0, 0), row.matrix.element(1, 0)) +
-                              std::hypot(row.matrix.element(0, 1), row.matrix.element(1, 1)));
-    const qcMappedShape mapped(square, qc2XformLinear(row.matrix, {}), false);
-    EXPECT_DOUBLE_EQ(mapped.perimeter(),
-                     row.preserves ? 4 * std::hypot(row.matrix.element(0, 0), row.matrix.element(1, 0)) : sides);
-    EXPECT_DOUBLE_EQ(qcShapeInfo(mapped).perimeter(), sides);
+  EXPECT_DOUBLE_EQ(at.element(0, 0) * 1.44 + at.element(1, 1) * 1.2, 2);
+  const std::pair<qcMatrix<2>, bool> table[] = {
+      {{1, 0, 0, 1.02}, true},  {{1, 0, 0, -1.02}, true}, {{1, 0, 0, 1.05}, false}, {{3, 0.03, 0, 3}, true},
+      {{3, 0.06, 0, 3}, false}, {{0, 0, 0, 0}, false},    {{1, 1, 1, 1}, false},    {{0, -2, 2, 0}, true}};
+  for (const auto& [m, preserves] : table) {
+    EXPECT_EQ(qfIsAnglePreserving({m, {}}, qcMappedShape::kAspectTolerance, qcMappedShape::kShearTolerance), preserves);
+    const double x = std::hypot(m.element(0, 0), m.element(1, 0)), y = std::hypot(m.element(0, 1), m.element(1, 1));
+    const qcMappedShape mapped(Held(new qcRect({0, 0}, {1, 1})), qc2XformLinear(m, {}), false);
+    EXPECT_DOUBLE_EQ(mapped.perimeter(), preserves ? 4 * x : 2 * (x + y));
+    EXPECT_DOUBLE_EQ(qcShapeInfo(mapped).perimeter(), 2 * (x + y));
   }
 }
 
@@ -533,14 +457,10 @@ TEST(MappedShape, EmptyInfiniteAndMissingShapes) {
   const qc2XformPerspective bends(qcMatrix<3>(1, 0, 0, 0, 1, 0, 0.1, 0, 1));
   EXPECT_THROW(qcMappedShape(Held(), bends, true), qcBadPointer);
   qcMappedShape none;
-  const qcShapeInfo info;
-  for (const auto& ask : std::vector<std::function<void()>>{
-           [&] { none.isEmpty(); }, [&] { none.boundingBox(); }, [&] { none.perimeter(); },
-           [&] { none.explicitShape(); }, [&] { none.decompose(); }, [&] { none.mapShape({}); },
-           [&] { none.shape(Held()); }, [&] { none.overallMapXform(); },
-           [&] { qcMappedShape(Held(new qcMappedShape), bends, true); }}) {
-    EXPECT_THROW(ask(), qcBadPointer);
-  }
+  qcShape::qcSampleResult samples;
+  for (const auto& ask : questions(none, samples)) EXPECT_THROW(ask(), qcBadPointer);
+  EXPECT_THROW(none.mapShape({}), qcBadPointer);
+  EXPECT_THROW(none.shape(Held()), qcBadPointer);
   const qcMappedShape empty(Held(new qcPolyline), bends, false);
   EXPECT_EQ(empty.perimeter(), 0);
   EXPECT_EQ(qcShapeInfo(empty).numPieces(), 0);
@@ -549,7 +469,8 @@ TEST(MappedShape, EmptyInfiniteAndMissingShapes) {
   EXPECT_THROW(empty.nearestPoint({}), qcShapesError::EmptyShape);
   EXPECT_THROW(empty.within({}), qcShapesError::NotRegion);
   const Held line(new qcLine(qcVector<2>(1, 1)));
-  EXPECT_THROW(qcMappedShape(line, bends, false).nearestPoint({}), qcShapesError::InfiniteExtent);
+  const qcMappedShape bent(line, bends, false);
+  for (const auto& ask : questions(bent, samples)) EXPECT_THROW(ask(), qcShapesError::InfiniteExtent);
   const qcMappedShape turned(line, qc2XformLinear(qcMatrix<2>(0, -1, 1, 0), {1, 0}), false);
   EXPECT_LT((turned.nearestPoint({5, 0}) - qcVector<2>(3, -2)).len(), 1e-12);
   // A single point, and a closed polygon that is one.
@@ -558,7 +479,7 @@ TEST(MappedShape, EmptyInfiniteAndMissingShapes) {
     EXPECT_LT((point.nearestPoint({9, 9}) - qcVector<2>(1 / 1.1, 2 / 1.1)).len(), 1e-15);
     EXPECT_EQ(point.boundingBox().size(), qcVector<2>());
     EXPECT_EQ(qcShapeInfo(point).perimeter(), 0);
-    qcShape::qcSampleResult samples;
+    samples.reset();
     point.sample(qcShape::qcSampleParams(0.1, 0.1), samples);
     EXPECT_EQ(samples.positions().size(), 1U);
     EXPECT_THROW(point.sample(qcShape::qcSampleParams(0.1, 0, 9, true), samples), qcShapesError::BadParams);
@@ -570,20 +491,15 @@ TEST(MappedShape, UniformSamplesOfWhatHasThem) {
     SCOPED_TRACE(c.name);
     qcShape::qcSampleParams params(0, 0, 7);
     params.uniformMode(true);
-    qcShape::qcSampleResult plain, samples;
-    bool has = true;
-    try {
-      c.shape->sample(params, plain);
-    } catch (const qcShapesError::BadParams&) {
-      has = false;
-    }
+    qcShape::qcSampleResult samples;
+    const bool has = c.name.starts_with("segment") || c.name.starts_with("arc") || c.name.starts_with("contour");
     if (!has) {
       EXPECT_THROW(c.mapped.sample(params, samples), qcShapesError::BadParams);
       continue;
     }
     c.mapped.sample(params, samples);
-    const qcShapeInfo info(c.mapped);
     ASSERT_EQ(samples.positions().size(), 7U);
+    const qcShapeInfo info(c.mapped);
     for (std::size_t i = 0; i < 7; ++i) {
       const qcPerimPos at = info.perimPos((static_cast<double>(i) + 0.5) / 7 * info.perimeter());
       EXPECT_LT((samples.positions()[i] - c.mapped.perimPoint(info, at)).len(), 1e-9 * info.perimeter());
@@ -622,7 +538,8 @@ TEST(MappedShape, Archives) {
   const std::string plain = archived(kBig, false, *mapped);
   std::string newer = plain;
   newer[6] = 1;
-  EXPECT_EQ(errorOf([&] { load(newer, target); }), L"qcArchive::UnknownVersion: thrown from file: std/shapes/mapshape, line: 562");
+  EXPECT_EQ(errorOf([&] { load(newer, target); }),
+            L"qcArchive::UnknownVersion: thrown from file: std/shapes/mapshape, line: 562");
 }
 
 // No shape is inside itself, whether built or loaded.
@@ -635,7 +552,7 @@ TEST(MappedShape, DoesNotHoldItself) {
   }
   EXPECT_THROW(*inner = *outer, qcShapesError::BadGeom);
   EXPECT_THROW(tree->addChild(Held(outer), false), qcShapesError::BadGeom);
-  EXPECT_EQ(dynamic_cast<const qcCircle*>(inner->shape().rep()) != nullptr, true);
+  EXPECT_TRUE(inner->shape()->isRegion());
   outer->shape(Held(new qcRect));
   inner->shape(outer);
 }

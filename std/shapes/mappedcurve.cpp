@@ -229,9 +229,15 @@ Vector MappedCurve::sourceTangent(const Piece& piece, double distance, Vector& p
     point = piece.end;
     return piece.endTangent;
   }
+  const Element& element = elements_[piece.element];
+  if (!element.shape->hasTangent()) {
+    // Flat ellipses have a direction almost everywhere, if no tangent.
+    const double step = 1e-6 * piece.length;
+    point = endAt(piece, distance).source;
+    return normalized(endAt(piece, distance + step).source - endAt(piece, distance - step).source);
+  }
   qcRadian angle;
   const double inside = isEnd ? std::nextafter(piece.length, 0) : std::max(distance, 0.0);
-  const Element& element = elements_[piece.element];
   element.shape->perimPointAndTangent_(element.info, {piece.index, inside}, point, &angle);
   return direction(angle);
 }
@@ -333,7 +339,10 @@ double MappedCurve::furthest(const Vector& towards) const {
 
 qcRect MappedCurve::boundingBox() const {
   if (spans_.empty()) throw qcShapesError::EmptyShape();
-  return qcRect::fromCorners({-furthest({-1, 0}), -furthest({0, -1})}, {furthest({1, 0}), furthest({0, 1})});
+  if (!box_) {
+    box_ = qcRect::fromCorners({-furthest({-1, 0}), -furthest({0, -1})}, {furthest({1, 0}), furthest({0, 1})});
+  }
+  return *box_;
 }
 
 // Best first: the part of the image that may come nearest is looked at next, until none may come nearer than what was
@@ -467,7 +476,7 @@ double MappedCurve::turning(const Piece& piece, const Motion& from, const Motion
 Vector MappedCurve::image(const Place& place, qcRadian* tangent) const {
   const Piece& piece = pieces_[place.piece];
   if (tangent) {
-    if (!(piece.length > 0)) throw qcShapesError::NoTangent();
+    if (!(piece.length > 0) || !elements_[piece.element].shape->hasTangent()) throw qcShapesError::NoTangent();
     const Vector along = motionAt(piece, place.distance).velocity;
     if (!(magnitude(along) > 0)) throw qcShapesError::NoTangent();
     *tangent = segmentAngle({}, along);

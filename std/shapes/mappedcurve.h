@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "std/shapes/samplewriter.h"
@@ -173,7 +174,8 @@ class MappedCurve {
   std::vector<Span> spans_;
   double extent_ = 0;
 
-  // Measured when a length is first asked for.
+  // Found when first asked for.
+  mutable std::optional<qcRect> box_;
   mutable std::vector<std::vector<Stretch>> stretches_;
   mutable std::vector<double> starts_, lengths_;  // of each piece; behind the last start the whole length
 };
