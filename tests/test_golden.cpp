@@ -314,7 +314,7 @@ TEST(Golden, StoringFromTwoThreadsOnlyReads) {
   }
 }
 
-// A class that can be made by name has its golden files.
+// A class that can be made by name, and that is not the library's own business, has its golden files.
 TEST(Golden, NoClassIsLeftOut) {
   std::string stored;
   for (const Case& c : cases()) {
@@ -324,7 +324,7 @@ TEST(Golden, NoClassIsLeftOut) {
   }
   qf_VisitRegistered(
       [](const qc_RegistryEntry& entry, void* context) {
-        if (!entry.make) return;
+        if (!entry.make || entry.name.starts_with("qc_")) return;
         EXPECT_NE(static_cast<std::string*>(context)->find('"' + entry.name + '"'), std::string::npos) << entry.name;
       },
       &stored);

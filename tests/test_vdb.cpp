@@ -163,7 +163,10 @@ TEST(Database, NumbersKeepsReplacesAndRemovesRecordsLikeAMap) {
 TEST(Database, GivesNumbersInOrderAndRecordsToTheirOwners) {
   Memory memory;
   qcVDBArchive& database = *memory.database;
-  EXPECT_TRUE(database.identification().starts_with("Vantix Tool Database 1.0 gen 20"));
+  const std::string text = database.identification(), class_ = stored(kBig, false, std::string("qc_VDBIdentification"));
+  EXPECT_TRUE(text.starts_with("Vantix Tool Database 1.0 gen 20"));
+  const std::string body = class_ + fromHex("0000") + stored(kBig, false, text);
+  EXPECT_NE(bytesOf(*memory.archive).find(body), std::string::npos);
   Result result(7);
   const std::pair<long, long> cases[] = {{0, 1}, {0, 2}, {0, 3}, {10, 10}, {0, 4}};
   for (const auto& [asked, given] : cases) {
