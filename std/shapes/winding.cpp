@@ -152,17 +152,17 @@ Winding countBaseline(const V* v, std::size_t n, const V& p) { return count<side
     }
     return {word, level != 0};
   }
-  __mmask8 beyond[8], level = 0;
+  __mmask8 beyond[8], apart = 0xff;  // in height
   for (std::size_t k = 0; k < 8; k += 2) {
     const __m512d a = _mm512_loadu_pd(d + 8 * k), b = _mm512_loadu_pd(d + 8 * k + 8);
     beyond[k] = _mm512_cmp_pd_mask(a, both, _CMP_GT_OQ);
     beyond[k + 1] = _mm512_cmp_pd_mask(b, both, _CMP_GT_OQ);
     const __m512d heights = _mm512_maskz_unpackhi_pd(0xff, a, b);
-    level = static_cast<__mmask8>(level | _mm512_cmp_pd_mask(heights, y, _CMP_EQ_OQ));
+    apart = _mm512_mask_cmp_pd_mask(apart, heights, y, _CMP_NEQ_UQ);
   }
   const __mmask32 low = _mm512_kunpackw(_mm512_kunpackb(beyond[3], beyond[2]), _mm512_kunpackb(beyond[1], beyond[0]));
   const __mmask32 high = _mm512_kunpackw(_mm512_kunpackb(beyond[7], beyond[6]), _mm512_kunpackb(beyond[5], beyond[4]));
-  return {_mm512_kunpackd(high, low), level != 0};
+  return {_mm512_kunpackd(high, low), apart != 0xff};
 }
 [[gnu::target("avx512f,avx512dq,avx512bw,popcnt,bmi")]] Winding countAvx512(const V* v, std::size_t n, const V& p) {
   return count<sidesAvx512>(v, n, p);

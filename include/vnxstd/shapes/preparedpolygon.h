@@ -9,11 +9,12 @@
 #include "vnxstd/shapes/polyline.h"
 
 /// A polygon, and a grid over its bounding box of which each cell knows its pieces and how often the polygon winds
-/// around one of its points: what is inside is then settled near the point alone. For some ten points and more this is
-/// faster than qcPolyline::within, with the same answers.
+/// around one of its points: what is inside is then settled near the point alone, with the same answers as those of
+/// qcPolyline::within.
 ///
 /// Making it takes time and memory in proportion to the number of vertices, whatever their arrangement: some 300 bytes
-/// a vertex. It never changes once made, and may be asked from several threads.
+/// a vertex, and as long as some 700 points take without it. It never changes once made, and may be asked from several
+/// threads.
 class VNXSTD_EXPORT qcPreparedPolygon {
  public:
   /// Keeps a copy of the polygon. Throws qcShapesError::NotRegion when it is not closed or has no vertices.
