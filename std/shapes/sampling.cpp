@@ -283,10 +283,28 @@ void turnChain(Result& result, std::size_t first) {
 
 namespace {
 
-long segmentSteps(const Params& params, double length) {
-  if (params.maxPoints() < 2) throw qcShapesError::SampleOverflow();
-  return params.spacing() == 0 ? 1 : stepsFor(length, params.spacing(), params.maxPoints() - 1);
-}
+/// How many steps the spacing asks for.
+class Spacing {
+ public:
+  explicit Spacing(const Params& params)
+      : spacing_(params.spacing()), perUnit_(1 / params.spacing()), limit_(params.maxPoints() - 1) {}
+
+  long stepsOver(double length) const {
+    if (limit_ < 1) throw qcShapesError::SampleOverflow();
+    if (spacing_ == 0) return 1;
+    // Only near to a whole number does the quotient say another thing than this product, which takes less time.
+    const double steps = length * perUnit_;
+    if (!(steps < static_cast<double>(limit_))) return stepsFor(length, spacing_, limit_);
+    const auto whole = static_cast<long>(steps);
+    const double rest = steps - static_cast<double>(whole);
+    constexpr double kNear = 1e-5;
+    return kNear < rest && rest < 1 - kNear ? whole + 1 : stepsFor(length, spacing_, limit_);
+  }
+
+ private:
+  double spacing_, perUnit_;
+  long limit_;
+};
 
 qcVector<2> segmentStep(const qcVector<2>& p1, const qcVector<2>& p2, long steps) {
   return (p2 - p1) / static_cast<double>(steps);
@@ -304,7 +322,7 @@ void sampleSegment(SampleWriter& writer, const qcVector<2>& p1, const qcVector<2
     return;
   }
   const double length = segmentLength(p1, p2);
-  const long steps = segmentSteps(params, length);
+  const long steps = Spacing(params).stepsOver(length);
   const qcVector<2> step = segmentStep(p1, p2, steps);
   const qcRadian tangent = params.computeTangents() ? segmentAngle(p1, p2) : qcRadian();
   writer.openChain(false, steps + 1);
@@ -318,6 +336,7 @@ void sampleSegment(SampleWriter& writer, const qcVector<2>& p1, const qcVector<2
 
 void sampleJoined(SampleWriter& writer, const std::vector<qcVector<2>>& vertices, bool closed) {
   constexpr std::size_t kBatch = 64;  // pieces whose points are made room for together
+  const Spacing spacing(writer.params());
   std::array<long, kBatch> steps;
   std::vector<qcVector<2>>& positions = writer.result().positions();
   const std::size_t n = vertices.size(), pieces = closed ? n : n - 1;
@@ -329,7 +348,7 @@ void sampleJoined(SampleWriter& writer, const std::vector<qcVector<2>>& vertices
     long total = 0;
     for (std::size_t i = 0; i < count; ++i) {
       const qcVector<2>&p1 = vertices[batch + i], &p2 = end(batch + i);
-      steps[i] = p1 == p2 ? 0 : segmentSteps(writer.params(), segmentLength(p1, p2));
+      steps[i] = p1 == p2 ? 0 : spacing.stepsOver(segmentLength(p1, p2));
       total += steps[i];
     }
     writer.makeRoom(total + 1);
