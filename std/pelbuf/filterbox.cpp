@@ -386,17 +386,19 @@ void qf_PelBoxSum(const qc_PelRows<const S>& src, const qc_PelRows<D>& dst, qc_P
   if constexpr (std::is_floating_point_v<S>) {
     with(double{}, std::type_identity<FloatingColumns<S>>());
   } else {
+    const double pels = static_cast<double>(width) * static_cast<double>(height);
     const auto integers = [&]<class A>(A zero) {
       if constexpr (sizeof(A) <= 4 && sizeof(A) == 2 * sizeof(S) && sizeof(D) == sizeof(S)) {
-        const bool inOrder = std::endian::native == std::endian::little;
-        if (inOrder && filter.perPel == 1 && width > 4 && width <= 2 * Along::kWidest)
-          return sumPairs<S, A, D>(src, dst, box);
+        // The sums of pairs may be those of a column more, and numbers with a sign must not overflow.
+        const bool areHeld = std::is_unsigned_v<A> || holds<A, S>(pels + static_cast<double>(height), shift);
+        const bool isInOrder = std::endian::native == std::endian::little;
+        const bool isPaired = filter.perPel == 1 && width > 4 && width <= 2 * Along::kWidest;
+        if (isPaired && isInOrder && areHeld) return sumPairs<S, A, D>(src, dst, box);
       }
       with(zero, std::type_identity<IntegerColumns<S, A>>());
     };
     using Narrow = std::conditional_t<std::is_signed_v<S>, std::int16_t, std::uint16_t>;
     using Middle = std::conditional_t<std::is_signed_v<S>, std::int32_t, std::uint32_t>;
-    const double pels = static_cast<double>(width) * static_cast<double>(height);
     if constexpr (sizeof(S) == 1) {
       if (holds<Narrow, S>(pels, shift)) return integers(Narrow{});
     }
