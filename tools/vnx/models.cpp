@@ -61,6 +61,7 @@ qc2XformLinear CircleModel::frame(const qcCircle& circle) {
 
 std::vector<Ray> CircleModel::rays(const qcCircle& circle, int count) {
   std::vector<Ray> rays;
+  rays.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i)
     rays.push_back({circle.center(), circle.center() + qcVector<2>(circle.radius(), qcRadian(kTurn * i / count))});
   return rays;
@@ -84,6 +85,7 @@ std::optional<qcEllipse2> EllipseModel::fit(const std::vector<qcVector<2>>& poin
 
 std::string EllipseModel::whyNot(const qcEllipse2& ellipse, const std::vector<qcVector<2>>& points) {
   std::vector<double> at;
+  at.reserve(points.size());
   for (const qcVector<2>& p : points) at.push_back(ellipse.phi(p).plain());
   std::sort(at.begin(), at.end());
   double widest = at.empty() ? kTurn : at.front() + kTurn - at.back();

@@ -109,7 +109,7 @@ bool measurePlate(std::ostream& out) {
   const Board board;
   const Plate plate;
   const auto picture = [&](const char* name, const auto& thing) {
-    const auto drawn =
+    auto drawn =
         drawPicture([&](const qcVector<2>& p) { return thing.contains(camera.toWorld(p)); }, {}, kWidth, kHeight);
     onFile(name, [&](const std::wstring& path) { qcDIB::writePelBuffer(path, drawn); });
     return drawn;
@@ -150,8 +150,8 @@ bool measurePlate(std::ostream& out) {
   drawInMillimetres(plate, measured);
   out << formatted("errors of polynomial:5 within %.2f mm, a tenth of a pixel, of the plate as drawn: %s\n",
                    kWorldTolerance, good ? "yes" : "NO")
-      << "written: " << kBoard << ", " << kBoardPoints << ", " << kPlate << "; " << kShapes
-      << ", drawn by vnx render into " << kDrawing
-      << "; for every feature, plate-NAME.arc and plate-NAME-overlay.svg\n";
+      << "written: " << kBoard << ", " << kBoardPoints << ", " << kPlate << " and " << kShapes
+      << ", which vnx render draws as " << kDrawing
+      << ";\nfor every feature plate-NAME.arc and plate-NAME-overlay.svg\n";
   return good;
 }

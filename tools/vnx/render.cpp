@@ -94,6 +94,7 @@ long weightOf(const qcShape& shape, long limit) {
   while (!rest.empty() && weight < limit) {
     const qcShape* next = rest.back();
     rest.pop_back();
+    if (!next) continue;
     const auto* polyline = dynamic_cast<const qcPolyline*>(next);
     weight += polyline ? polyline->numVertices() : kRound;
     next->heldShapes_(rest);

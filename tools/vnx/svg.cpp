@@ -34,7 +34,7 @@ constexpr const char* kStyle = R"(
   .halo { stroke: #000000; stroke-width: 3.5px; stroke-opacity: 0.7; stroke-linejoin: round; font-weight: bold }
 )";
 
-std::string withTip(std::string element, std::string_view name, std::string_view tip) {
+std::string withTip(const std::string& element, std::string_view name, std::string_view tip) {
   if (tip.empty()) return element + "/>\n";
   return element + "><title>" + escaped(tip) + "</title></" + std::string(name) + ">\n";
 }
