@@ -22,7 +22,10 @@ void checkFinite(const V& p) {
   if (!std::isfinite(p.x()) || !std::isfinite(p.y())) throw qcShapesError::BadGeom();
 }
 
-V pointBetween(const V& a, const V& b, double t) { return t <= 0.5 ? a + t * (b - a) : b + (1 - t) * (a - b); }
+V pointBetween(const V& a, const V& b, double t) {
+  const V p = t <= 0.5 ? a + t * (b - a) : b + (1 - t) * (a - b);
+  return std::isfinite(p.x() + p.y()) ? p : a;  // where the difference overflows
+}
 
 // On which side of an edge in the direction from u to v a point on its line comes to lie when it is nudged.
 int lean(const V& u, const V& v) {
@@ -177,7 +180,7 @@ double placeOn(const V& a, const V& b, const V& p) {
   if (p == b) return 1;
   const bool wide = std::fabs(b.x() - a.x()) > std::fabs(b.y() - a.y());
   const double part = wide ? (p.x() - a.x()) / (b.x() - a.x()) : (p.y() - a.y()) / (b.y() - a.y());
-  return std::clamp(part, 0.0, 1.0);
+  return part > 0 ? std::min(part, 1.0) : 0;
 }
 
 bool isBefore(const V& a, const V& b) { return a.x() != b.x() ? a.x() < b.x() : a.y() < b.y(); }
@@ -282,9 +285,9 @@ class Finder {
 
   // Of the values of a parameter that differ by whole turns the one nearest to the arc, kept on the arc.
   static double placeOnArc(const ClipEdge& edge, double phi) {
-    const double middle = (edge.placeFrom + edge.placeTo) / 2;
-    return std::clamp(middle + std::remainder(phi - middle, qcRadian::turn), std::min(edge.placeFrom, edge.placeTo),
-                      std::max(edge.placeFrom, edge.placeTo));
+    const double middle = (edge.placeFrom + edge.placeTo) / 2, least = std::min(edge.placeFrom, edge.placeTo);
+    const double place = middle + std::remainder(phi - middle, qcRadian::turn);
+    return place > least ? std::min(place, std::max(edge.placeFrom, edge.placeTo)) : least;
   }
 
   static int turnOf(const ClipEdge& edge, const ClipEllipse& ellipse) {
@@ -411,6 +414,19 @@ ClipCrossings findCrossings(const ClipOutline& shape, const ClipOutline& polygon
   Finder finder(shape, polygon, nudge);
   forOverlaps(boxesOf(shape), boxesOf(polygon), [&](std::int32_t s, std::int32_t c) { finder.visit(s, c); });
   return finder.finish();
+}
+
+bool crossesItself(const ClipOutline& outline) {
+  const std::vector<Box> boxes = boxesOf(outline);
+  bool crosses = false;
+  forOverlaps(boxes, boxes, [&](std::int32_t i, std::int32_t k) {
+    if (crosses || i >= k) return;
+    const ClipEdge &a = outline.edges[static_cast<std::size_t>(i)], &b = outline.edges[static_cast<std::size_t>(k)];
+    if (a.isArc() || b.isArc()) return;
+    crosses = orientation(a.from, a.to, b.from) * orientation(a.from, a.to, b.to) < 0 &&
+              orientation(b.from, b.to, a.from) * orientation(b.from, b.to, a.to) < 0;
+  });
+  return crosses;
 }
 
 int windingOfPolygon(const ClipOutline& polygon, const qcVector<2>& p, int nudge) {

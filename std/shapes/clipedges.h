@@ -103,6 +103,9 @@ struct ClipCrossings {
 
 ClipCrossings findCrossings(const ClipOutline& shape, const ClipOutline& polygon, int nudge);
 
+/// Whether two segments of the outline cross; where they only touch, and with arcs, they do not.
+bool crossesItself(const ClipOutline& outline);
+
 /// How often the polygon winds around a point of the shape, and the closed contours of the shape around a point of the
 /// polygon, with the shape moved as for the crossings.
 int windingOfPolygon(const ClipOutline& polygon, const qcVector<2>& p, int nudge);

@@ -190,7 +190,7 @@ std::vector<ClipBit> withoutOpposites(const std::vector<ClipPath>& paths) {
   std::sort(all.begin(), all.end(), [&](const Keyed& a, const Keyed& b) { return key(a.bit) < key(b.bit); });
   std::vector<ClipBit> kept;
   for (auto first = all.begin(); first != all.end();) {
-    const auto last = std::find_if(first, all.end(), [&](const Keyed& k) { return key(k.bit) != key(first->bit); });
+    const auto last = std::find_if(first + 1, all.end(), [&](const Keyed& k) { return key(k.bit) != key(first->bit); });
     auto surplus = std::count_if(first, last, [](const Keyed& k) { return k.forward; }) * 2 - (last - first);
     for (; first != last; ++first) {
       if (surplus == 0 || first->forward != (surplus > 0)) continue;

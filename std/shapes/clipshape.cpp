@@ -285,14 +285,16 @@ class RegionBuilder {
     for (ClipPath& path : paths) {
       if (path.empty()) continue;
       const double area = builder_.area(path);
-      if (area == 0 || (area < 0 && isNoise(path, area))) continue;
+      if (!(std::fabs(area) > 0) || (area < 0 && isNoise(path, area))) continue;
       loops_.push_back({std::move(path), area, -1, {}});
     }
   }
 
   bool isEmpty() const { return loops_.empty(); }
 
-  Handle build() {
+  // Parts of a boundary that crosses itself, or was cut by one, can only be told together what they wind around.
+  Handle build(const ClipOutline& polygon) {
+    if (loops_.size() > 1 && !tree_ && (crossesItself(boundaries_.outline) || crossesItself(polygon))) return bridged();
     const bool holes = std::any_of(loops_.begin(), loops_.end(), [](const Loop& loop) { return loop.area < 0; });
     if (holes && !nest()) return bridged();
     std::vector<Child> shapes;
@@ -338,18 +340,18 @@ class RegionBuilder {
     return std::fabs(area) <= kRounding * noise;
   }
 
-  // Gives every path the smallest one around it. False when that is not one of the other kind, or missing.
+  // Gives every hole the smallest area around it, and every area the smallest hole. False when a hole is in none.
   bool nest() {
     std::stable_sort(loops_.begin(), loops_.end(),
                      [](const Loop& a, const Loop& b) { return std::fabs(a.area) > std::fabs(b.area); });
     for (std::size_t i = 0; i < loops_.size(); ++i) {
       const V p = builder_.pointOn(loops_[i].path);
-      for (std::size_t k = i; k-- > 0 && loops_[i].parent < 0;) {
-        if (builder_.isInside(p, loops_[k].path)) loops_[i].parent = static_cast<std::ptrdiff_t>(k);
-      }
-      const std::ptrdiff_t parent = loops_[i].parent;
       const bool hole = loops_[i].area < 0;
-      if (parent < 0 ? hole : (loops_[static_cast<std::size_t>(parent)].area < 0) == hole) return false;
+      for (std::size_t k = i; k-- > 0 && loops_[i].parent < 0;) {
+        const bool other = (loops_[k].area < 0) != hole;
+        if (other && builder_.isInside(p, loops_[k].path)) loops_[i].parent = static_cast<std::ptrdiff_t>(k);
+      }
+      if (hole && loops_[i].parent < 0) return false;
     }
     return true;
   }
@@ -384,6 +386,7 @@ class RegionBuilder {
     for (std::size_t i = 1; i < loops_.size(); ++i) {
       const ClipPath& path = loops_[i].path;
       ClipBit bridge;
+      bridge.edge = std::numeric_limits<std::int32_t>::min();  // that of no part of the paths
       bridge.from = home;
       bridge.to = path.front().from;
       all.push_back(bridge);
@@ -435,11 +438,12 @@ Handle clipContour(const qcShape& shape, const qcPolyline& polygon, Result& resu
 
 Handle clipArea(const qcShape& shape, const qcPolyline& polygon, Result& result) {
   const Boundaries boundaries = boundariesOf(shape);
-  ClipPaths clipped = clipRegion(boundaries.outline, outlineOf(polygon));
+  const ClipOutline outline = outlineOf(polygon);
+  ClipPaths clipped = clipRegion(boundaries.outline, outline);
   result = clipped.result;
   if (result == Result::inside) return shape.clone();
   RegionBuilder builder(boundaries, shape, std::move(clipped.paths));
-  if (!builder.isEmpty()) return builder.build();
+  if (!builder.isEmpty()) return builder.build(outline);
   result = Result::outside;
   return new qcPolyline(true);
 }
