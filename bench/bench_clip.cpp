@@ -8,6 +8,9 @@
 #include "vnxstd/math/random.h"
 #include "vnxstd/shapes.h"
 
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"  // Boost.Geometry, once inlined here
+#endif
 #if __has_include(<boost/geometry.hpp>)
 #define VNXSTD_BENCH_GEOMETRY
 #include <boost/geometry.hpp>
