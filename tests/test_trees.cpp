@@ -366,12 +366,11 @@ TEST(Trees, ThatAnEditFailsOnStayAsTheyWere) {
     const Child before(t.clone());
     const std::vector<Child> children = t.children();
     for (const Child& child : {bad, Child()}) {
-      const std::function<void()> edits[] = {[&] { t.addChild(child, false); },
-                                             [&, g = good] { t.addChildren(std::vector<Child>{g, child}, false); },
-                                             [&] { t.insertChild(1, child, false); },
-                                             [&, g = good] { t.insertChildren(0, std::vector<Child>{g, child}, false); },
-                                             [&] { t.replaceChild(1, child, false); },
-                                             [&] { t.replaceChildren(std::vector<Child>{child}, false); }};
+      const std::vector<Child> both{good, child};
+      const std::function<void()> edits[] = {
+          [&] { t.addChild(child, false); },        [&] { t.addChildren(both, false); },
+          [&] { t.insertChild(1, child, false); },  [&] { t.insertChildren(0, both, false); },
+          [&] { t.replaceChild(1, child, false); }, [&] { t.replaceChildren(both, false); }};
       for (const auto& edit : edits) {
         const std::wstring error = errorOf(edit);
         EXPECT_TRUE(error.starts_with(child.isNull() ? L"qcBadPointer" : L"qcShapesError::BadGeom"));
