@@ -2,12 +2,16 @@
 // laws that hold for all of them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
 #include "support/bytes.h"
-#include "vnxstd/shapes.h"
+#include "support/randomshapes.h"
+#include "vnxstd/math/xfpersp.h"
 
 namespace {
 
@@ -15,6 +19,7 @@ using Params = qcShape::qcSampleParams;
 using Result = qcShape::qcSampleResult;
 using Shape = qcPtrHandle<qcShape>;
 using V = qcVector<2>;
+constexpr double kPi = std::numbers::pi, kInf = std::numeric_limits<double>::infinity(), kNan = NAN;
 
 // ---- which operation of which shape works
 
@@ -91,8 +96,10 @@ TEST(AllShapes, AnswerOrSayWhyNot) {
   const V o(0, 0), a(1, 0), b(1, 2);
   const Shape segment(new qcLineSeg(o, a)), arc(new qcEllipseArc2(qcEllipse2(), qcRadian(0), qcRadian(2)));
   const Shape back(new qcLineSeg(arc->endPoint(), o)), disc(new qcCircle(o, 5)), line(new qcLine(a, b));
-  const Shape hole(new qcRegionTree(qcCircle(o, 2), true));
+  const Shape hole(new qcRegionTree(qcCircle(o, 2), true)), region = treeOf<qcRegionTree>({hole}, *disc);
   const qcEllipse2 flat(o, qcRadian(1), {2, 0}, true, qcRadian(0));
+  const qc2XformPerspective bend(qcMatrix<3>(1, 0.1, 3, -0.2, 0.9, 4, 0.02, 0.01, 1));
+  const qc2XformLinear turn(qcXform<2>({0, -2, 1, 1}, {3, 4}));
   const std::tuple<const char*, Shape, const char*> rows[] = {
       {"segment", segment, "O-F-TDV- ....... ...... RR ........ ..."},
       {"segment, point", new qcLineSeg(a, a), "O-F--DV- ......T ..TT.. RR ........ .T."},
@@ -131,7 +138,7 @@ TEST(AllShapes, AnswerOrSayWhyNot) {
        "O-F--DV- ......T ..TT.. RR ........ .T."},
       {"contour, empty", new qcContourTree, "--FE-DV- EE..EEE OOOOOO RR .....E.. ..."},
       {"contour, empty, closed", new qcContourTree(true), "--FE-DV- EE..EEE OOOOOO RR .....E.. ..."},
-      {"region", treeOf<qcRegionTree>({hole}, *disc), "-RF-T-VM ....... OOOOOO .. ........ ..P"},
+      {"region", region, "-RF-T-VM ....... OOOOOO .. ........ ..P"},
       {"region, no holes", new qcRegionTree(qcPolyline({o, a, b}, true)), "-RF-TDV- ....... OOOOOO .. ........ ..P"},
       {"region, point", new qcRegionTree(qcCircle(a, 0)), "-RF---V- ......T OOOOOO .. ........ .TP"},
       {"region, empty", new qcRegionTree, "--FE-DV- EE..EEE OOOOOO RR .....E.. ..P"},
@@ -140,9 +147,433 @@ TEST(AllShapes, AnswerOrSayWhyNot) {
       {"collection with a line", treeOf<qcGeneralShapeTree>({segment, line}),
        "----T-VM I.IIIII OOOOOO RR ....II.. IIP"},
       {"collection, empty", new qcGeneralShapeTree, "--FE-DV- EE..EEE OOOOOO RR .....E.. ..P"},
+      {"mapped segment", new qcMappedShape(segment, bend, false), "O-F-TDV- ....... ...... RR ........ ..."},
+      {"mapped circle", new qcMappedShape(disc, bend, false), "-RF-T--- ....... OOOOOO .. ..VV.... ..P"},
+      {"mapped circle, linearly", new qcMappedShape(disc, turn, false), "-RF-T--- ....... OOOOOO .. ..VV.... ..P"},
+      {"mapped ellipse", new qcMappedShape(new qcEllipse2, bend, false), "-RF-T-V- ....... OOOOOO .. ........ ..P"},
+      {"mapped line", new qcMappedShape(line, bend, false), "----T-V- IIIIIII OOOOOO RR ....III. III"},
+      {"mapped line, linearly", new qcMappedShape(line, turn, false), "----T-V- I.IIIII OOOOOO RR ....II.. III"},
+      {"mapped empty", new qcMappedShape(new qcPolyline, bend, false), "--FE-DV- EE..EEE OOOOOO RR .....E.. ..P"},
+      {"mapped region", new qcMappedShape(region, bend, false), "-RF-T-VM ....... OOOOOO .. ........ ..P"},
+      {"mapped collection", new qcMappedShape(treeOf<qcGeneralShapeTree>({segment, disc, hole}), bend, false),
+       "--F-T--M ....... OOOOOO RR ..VV.... ..P"},
       {"collection of empty", treeOf<qcGeneralShapeTree>({new qcPolyline, new qcGeneralShapeTree}),
        "--FE-DV- EE..EEE OOOOOO RR .....E.. ..P"}};
   for (const auto& [name, shape, expected] : rows) EXPECT_EQ(outcomes(*shape), expected) << name;
+}
+
+// ---- laws for all of them
+
+/// One way of making a finite shape.
+struct Kind {
+  const char* name;
+  std::function<Shape(Random&)> make;
+  unsigned seeds = 60;
+};
+std::ostream& operator<<(std::ostream& out, const Kind& kind) { return out << kind.name; }
+
+const Kind kKinds[] = {
+    {"segment", [](Random& r) -> Shape { return new qcLineSeg(r.point(), r.point()); }},
+    {"circle", [](Random& r) -> Shape { return new qcCircle(r.point(), r.real(0.5, 9)); }},
+    {"ellipse", [](Random& r) -> Shape { return new qcEllipse2(r.ellipse()); }},
+    {"older ellipse", [](Random& r) -> Shape { return new qcEllipse(r.ellipse().oldEllipse()); }},
+    {"arc", [](Random& r) { return r.arc<qcEllipseArc2>(r.ellipse()); }},
+    {"older arc", [](Random& r) { return r.arc<qcEllipseArc>(r.ellipse().oldEllipse()); }},
+    {"rectangle", [](Random& r) -> Shape { return new qcRect(r.point(), r.point()); }},
+    {"general rectangle",
+     [](Random& r) -> Shape {
+       return new qcGenRect(qcRect({}, {1, 2}).map(r.affine()));
+     }},
+    {"affine rectangle", [](Random& r) -> Shape { return new qcAffineRectangle(r.affine()); }},
+    {"open polyline", [](Random& r) -> Shape { return new qcPolyline(r.polyline(false)); }},
+    {"closed polyline", [](Random& r) -> Shape { return new qcPolyline(r.polyline(true)); }},
+    {"open contour", [](Random& r) -> Shape { return r.contour(false); }},
+    {"closed contour", [](Random& r) -> Shape { return r.contour(true); }},
+    {"region", [](Random& r) -> Shape { return r.region(r.point(), r.real(5, 18), r.integer(0, 1), 3); }},
+    {"collection",
+     [](Random& r) -> Shape {
+       qcGeneralShapeTree tree;
+       for (int n = r.integer(1, 4); n > 0; --n) tree.addChild(*kKinds[r.integer(0, n > 1 ? 13 : 14)].make(r));
+       return tree.clone();
+     }},
+    {"mapped linearly",
+     [](Random& r) -> Shape {
+       const qcXform<2> xform(r.point(), r.angle(), r.angle(), r.real(0.5, 2), r.real(0.5, 2));
+       return new qcMappedShape(kKinds[r.integer(0, 14)].make(r), qc2XformLinear(xform), r.integer(0, 1));
+     }},
+    {"mapped by a perspective",
+     [](Random& r) -> Shape {
+       const qcMatrix<3> matrix(1, 0.1, 3, -0.2, 0.9, 4, r.real(-1, 1) * 3e-3, r.real(-1, 1) * 3e-3, 1);
+       return new qcMappedShape(kKinds[r.integer(0, 15)].make(r), qc2XformPerspective(matrix), r.integer(0, 1));
+     },
+     10}};
+
+class ShapeLaws : public testing::TestWithParam<Kind> {
+ protected:
+  /// Runs a law on many random shapes.
+  void forMany(void (*law)(const qcShape&, const qcShapeInfo&, Random&)) {
+    for (unsigned seed = 1; seed <= GetParam().seeds; ++seed) {
+      SCOPED_TRACE(testing::Message() << "seed " << seed);
+      Random random(seed);
+      try {
+        const Shape shape = GetParam().make(random);
+        law(*shape, qcShapeInfo(*shape), random);
+      } catch (const qcException& error) {
+        const std::wstring text = error.message(true);
+        ADD_FAILURE() << std::string(text.begin(), text.end());
+      }
+      if (HasFailure()) return;
+    }
+  }
+};
+INSTANTIATE_TEST_SUITE_P(Kinds, ShapeLaws, testing::ValuesIn(kKinds));
+
+/// Of the class, or seen through a transform.
+template <class T>
+bool is(const qcShape& shape) {
+  const auto* mapped = dynamic_cast<const qcMappedShape*>(&shape);
+  return dynamic_cast<const T*>(mapped ? &*mapped->underlyingShape() : &shape);
+}
+/// A shape that holds others of classes that reversing may change.
+bool isHolder(const qcShape& shape) {
+  return is<qcGeneralShapeTree>(shape) || dynamic_cast<const qcMappedShape*>(&shape);
+}
+bool isBent(const qcShape& shape) {
+  const auto* mapped = dynamic_cast<const qcMappedShape*>(&shape);
+  return mapped && !mapped->overallMapXform()->isLinear();
+}
+double lengthOf(const qcShape& shape) { return qcShapeInfo(shape).perimeter(); }
+/// One boundary or open curve, which a position runs along.
+bool isOneContour(const qcShape& shape) {
+  return is<qcRegionTree>(shape) ? !shape.isMultipleContours_() : !is<qcGeneralShapeTree>(shape);
+}
+/// A region without an area, of which nothing but its boundary is left.
+bool isFlat(const qcShape& shape) {
+  if (const auto* mapped = dynamic_cast<const qcMappedShape*>(&shape)) return isFlat(*mapped->underlyingShape());
+  if (!shape.isRegion()) return false;
+  if (is<qcPolyline>(shape)) return static_cast<const qcPolyline&>(shape).area() < 1e-6;
+  return is<qcContourTree>(shape) && std::fabs(static_cast<const qcContourTree&>(shape).area()) < 1e-6;
+}
+/// The boundary of circles and regions has a direction of its own.
+bool isOriented(const qcShape& shape) {
+  return shape.isRegion() && !isFlat(shape) && !is<qcCircle>(shape) && !is<qcRegionTree>(shape);
+}
+bool isStraight(const qcShape& shape) {
+  return is<qcLineSeg>(shape) || is<qcPolyline>(shape) || is<qc_ParallelogramShape>(shape);
+}
+V at(const qcShape& shape, double distance) {
+  const qcShapeInfo info(shape);
+  return shape.perimPoint(info, info.perimPos(distance));
+}
+/// Points at most `spacing` apart along the boundary, by the perimeter alone.
+std::vector<V> walk(const qcShape& shape, double spacing) {
+  const qcShapeInfo info(shape);
+  const auto n = static_cast<int>(std::ceil(info.perimeter() / spacing));
+  std::vector<V> points;
+  for (int i = 0; i <= n; ++i) points.push_back(shape.perimPoint(info, info.perimPos(info.perimeter() * i / n)));
+  return points;
+}
+Shape otherDirection(const qcShape& shape) { return shape.isReversible() ? shape.reverse() : shape.clone(); }
+#define EXPECT_NEAR_POINT(a, b, eps) EXPECT_LE((V(a) - V(b)).len(), eps)
+
+TEST_P(ShapeLaws, NearestPointIsTheNearestOfADenseWalk) {
+  forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {
+    const double spacing = 0.05;
+    const std::vector<V> points = walk(shape, spacing);
+    for (int i = 0; i < 5; ++i) {
+      const V p = random.point(), nearest = shape.nearestPoint(p);
+      double least = kInf;
+      for (const V& q : points) least = std::min(least, p.distance(q));
+      EXPECT_LE(p.distance(nearest), least + 1e-9);
+      EXPECT_GE(p.distance(nearest), least - spacing);
+      EXPECT_NEAR_POINT(shape.nearestPoint(nearest), nearest, 1e-9);
+      EXPECT_NEAR_POINT(shape.perimPoint(info, shape.nearestPerimPos(info, p)), nearest, 1e-9);
+    }
+  });
+}
+
+TEST_P(ShapeLaws, PositionsRunAlongTheBoundaryByArcLength) {
+  forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {
+    const double total = info.perimeter();
+    EXPECT_NEAR(total, shape.perimeter(), dynamic_cast<const qcMappedShape*>(&shape) ? total / 5 : 1e-9);
+    if (isOneContour(shape)) {
+      EXPECT_NEAR_POINT(at(shape, 0), shape.isRegion() ? at(shape, total) : shape.startPoint(), 1e-9);
+    }
+    for (int i = 0; i < 20; ++i) {
+      const double d = random.real(-total, 2 * total);
+      const double expected = shape.isRegion() ? d - total * std::floor(d / total) : std::clamp(d, 0.0, total);
+      long piece = 0;
+      while (piece + 1 < info.numPieces() && info.startOf(piece + 1) <= expected) ++piece;
+      EXPECT_EQ(info.perimPos(d).index(), piece);
+      EXPECT_NEAR(info.perimPos(d).distance(), expected - info.startOf(piece), 1e-9);
+      // From a joint, or from anywhere.
+      const double joint = info.startOf(random.integer(0, static_cast<int>(info.numPieces()) - 1));
+      const double start = random.integer(0, 1) ? joint : random.real(0, total);
+      const qcPerimPos moved = info.perimPos(info.perimPos(start), d - start);
+      const double error = info.distanceAlong(moved) - expected;
+      EXPECT_NEAR(shape.isRegion() ? std::remainder(error, total) : error, 0, 1e-8);
+      // The tangent points along the chord to a point a little further on, unless a corner lies between.
+      const qcPerimPos place = info.perimPos(expected), next = info.perimPos(place, 1e-6);
+      if (place.index() != next.index() || next.distance() <= place.distance()) continue;
+      V p, q;
+      qcRadian tangent, later;
+      shape.perimPointAndTangent(info, place, p, tangent);
+      shape.perimPointAndTangent(info, next, q, later);
+      const bool corner = !qfRealEq(tangent, later, 1e-3);
+      EXPECT_NEAR_POINT((q - p) / 1e-6, V(1, tangent), corner ? kInf : 1e-4);
+    }
+  });
+}
+
+TEST_P(ShapeLaws, MappingThenMeasuringIsMeasuringThenScaling) {
+  forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {
+    const bool mirrors = random.integer(0, 1) == 1;
+    const qcXform<2> xform = random.similarity(true, mirrors);
+    const Shape mapped = shape.mapShape(xform);
+    qcShapeInfo scaled;
+    info.mapShape_(xform.scale(), scaled);
+    EXPECT_NEAR(scaled.perimeter(), lengthOf(*mapped), 1e-8);
+    const V p = random.point();
+    EXPECT_NEAR(mapped->nearestPoint(xform * p).distance(xform * p), shape.nearestPoint(p).distance(p) * xform.scale(),
+                1e-8);
+    if (shape.isRegion()) {
+      EXPECT_EQ(mapped->within(xform * p), shape.within(p));
+      EXPECT_TRUE(!isOriented(shape) || mapped->isRightHanded() == (shape.isRightHanded() != mirrors));
+    }
+    if (shape.isOpenContour()) {
+      const double winding = shape.windingAngle(p).plain();
+      EXPECT_NEAR(mapped->windingAngle(xform * p).plain(), mirrors ? -winding : winding, 1e-8);
+    }
+    // Under any affine map the pieces go to the pieces of the image, and back.
+    const qcXform<2> affine(random.point(), qcRadian(random.real(-3, 3)), qcRadian(random.real(-3, 3)), 2, 0.7);
+    const Shape sheared = shape.mapShape(affine), back = sheared->mapShape(affine.inverse());
+    for (const V& q : walk(shape, 1)) {
+      EXPECT_NEAR_POINT(sheared->nearestPoint(affine * q), affine * q, 1e-8);
+      EXPECT_NEAR_POINT(back->nearestPoint(q), q, 1e-8);
+    }
+    EXPECT_NEAR(lengthOf(*back), info.perimeter(), 1e-8);
+  });
+}
+
+TEST_P(ShapeLaws, ReversingRunsBackAndTwiceIsTheSameShape) {
+  forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {
+    if (!shape.isReversible()) return;  // what throws then is in the table
+    const Shape back = shape.reverse_(), twice = back->reverse();
+    const double total = info.perimeter(), d = random.real(0, total);
+    EXPECT_TRUE(twice->equal_(shape) || twice->equal_(*shape.decompose()) || isHolder(shape));
+    EXPECT_NEAR_POINT(at(*twice, d), at(shape, d), 1e-9);
+    const V p = random.point();
+    EXPECT_NEAR(lengthOf(*back), total, 1e-8);
+    EXPECT_NEAR(back->nearestPoint(p).distance(p), shape.nearestPoint(p).distance(p), 1e-9);
+    if (isOneContour(shape) && !is<qcRegionTree>(shape)) {
+      EXPECT_TRUE(!shape.isDecomposed() || isHolder(shape) || qcShapeInfo(*back) == info.reverse_());
+      EXPECT_NEAR_POINT(at(*back, total - d), at(shape, d), 1e-9);
+    }
+    if (shape.isOpenContour()) {
+      EXPECT_EQ(back->startPoint(), shape.endPoint());
+      EXPECT_NEAR(back->tangentRotation().plain(), -shape.tangentRotation().plain(), 1e-9);
+      EXPECT_NEAR(back->windingAngle(p).plain(), -shape.windingAngle(p).plain(), 1e-9);
+      EXPECT_TRUE(qfRealEq(back->startAngle(), shape.endAngle() + qcRadian(kPi), 1e-9));
+    } else if (shape.isRegion()) {
+      const bool turns = isOriented(shape) || is<qcRegionTree>(shape);
+      EXPECT_TRUE(!turns || back->isRightHanded() != shape.isRightHanded());
+      EXPECT_EQ(back->within(p), shape.within(p));
+    }
+  });
+}
+
+TEST_P(ShapeLaws, PartsOfTheBoundaryAreThatBoundary) {
+  forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {
+    const double total = info.perimeter(), start = random.real(0, total), length = random.real(0, total * 1.2);
+    for (const double from : {start, info.distanceAlong({static_cast<std::int32_t>(info.numPieces() - 1), 0})}) {
+      const Shape part = shape.subShape(info, {info.perimPos(from), length});
+      const double expected = std::min(length, shape.isRegion() ? total : total - from);
+      EXPECT_TRUE(part->isOpenContour() || !isOneContour(shape));
+      ASSERT_NEAR(lengthOf(*part), expected, 1e-8);
+      for (double t : {0.1, 0.3, 0.8, 0.9}) {
+        EXPECT_NEAR_POINT(at(*part, t * expected), at(shape, from + t * expected), 1e-8);
+      }
+    }
+    EXPECT_NEAR(shape.subShape(info, {info.perimPos(start), 0})->perimeter(), 0, 1e-12);
+    EXPECT_THROW(shape.subShape(info, {{0, 0}, -1e-300}), qcShapesError::BadParams);
+    EXPECT_THROW(shape.subShape(info, {{0, 0}, kNan}), qcShapesError::BadParams);
+    EXPECT_THROW(shape.subShape(info, {{-1, 0}, 1}), qcShapesError::BadIndex);
+  });
+}
+
+TEST_P(ShapeLaws, WindingAndInsideAgreeWithDenseSamples) {
+  forMany([](const qcShape& shape, const qcShapeInfo&, Random& random) {
+    Result samples;
+    shape.sample(Params(0, 0.05, INT32_MAX), samples);
+    std::vector<qcPolyline> chains;
+    samples.getPolylines(chains);
+    const qcRect box = shape.boundingBox(), sampled = qcPolyline(samples.positions(), false).boundingBox();
+    EXPECT_NEAR_POINT(box.origin(), sampled.origin(), 0.1);
+    EXPECT_NEAR_POINT(box.size(), sampled.size(), 0.1);
+    EXPECT_NEAR_POINT(box.enclose(sampled).origin(), box.origin(), 1e-9);
+    EXPECT_NEAR_POINT(box.enclose(sampled).size(), box.size(), 1e-9);
+    const V p = random.point();
+    if (shape.nearestPoint(p).distance(p) < 0.1) return;
+    double swept = 0;
+    for (const qcPolyline& chain : chains) swept += chain.generalWindingAngle(p).plain();
+    if (shape.isOpenContour()) {
+      EXPECT_NEAR(shape.windingAngle(p).plain(), swept, 1e-9);
+    } else if (shape.isRegion()) {
+      EXPECT_EQ(shape.within(p), std::fabs(swept) > kPi);
+    }
+  });
+}
+
+TEST_P(ShapeLaws, SamplesKeepSpacingToleranceAndPositions) {
+  forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {
+    const double spacing = random.real(0.1, 3), tolerance = random.real(0.001, 0.3);
+    for (int mode = 0; mode < 8; ++mode) {
+      Params params(mode & 1 ? tolerance : 0, mode & 2 ? spacing : 0, 100000, true, mode & 4);
+      params.recordPositions_(true);
+      Result result;
+      shape.sample(params, result);
+      ASSERT_TRUE(result.isValid_());
+      EXPECT_TRUE(result.numChains() == 1 || !isOneContour(shape));
+      EXPECT_EQ(result.pieceNumber_(), 0);
+      const auto& points = result.positions();
+      ASSERT_EQ(result.perimPositions_().size(), points.size());
+      for (std::size_t chain = 0, i = 0; chain < result.breaks().size(); ++chain) {
+        const auto first = static_cast<std::size_t>(result.breaks()[chain]);
+        const bool closed = result.closedFlags()[chain];
+        const std::size_t end =
+            chain + 1 < result.breaks().size() ? static_cast<std::size_t>(result.breaks()[chain + 1]) : points.size();
+        EXPECT_TRUE(closed == shape.isRegion() || is<qcGeneralShapeTree>(shape));
+        for (; i < end; ++i) {
+          const V &p = points[i], &q = points[i + 1 < end ? i + 1 : first];
+          EXPECT_NEAR_POINT(shape.perimPoint(info, result.perimPositions_()[i]), p, 1e-9);
+          if (i + 1 == end && !closed) continue;
+          const V middle = 0.5 * (p + q), ahead = p + p.distance(q) * V(1, result.tangents()[i]);
+          EXPECT_LE(p.distance(q), mode & 2 ? spacing + 1e-9 : kInf);
+          EXPECT_LE(shape.nearestPoint(middle).distance(middle), mode & 1 ? tolerance + 1e-9 : kInf);
+          EXPECT_NEAR_POINT(ahead, q, mode & 4 && isStraight(shape) ? 1e-9 : kInf);
+        }
+      }
+      // The same request as a piece of another shape, numbers the pieces from where the result stands.
+      Result piece;
+      piece.pieceNumber_(7);
+      qcShapeInfo enclosing;
+      params.enclosingInfo_(&enclosing);
+      shape.sample(params, piece);
+      EXPECT_EQ(piece, result);
+      EXPECT_EQ(piece.pieceNumber_(), 7 + info.numPieces());
+      const qcPerimPos &last = result.perimPositions_().back(), &moved = piece.perimPositions_().back();
+      EXPECT_EQ(moved, qcPerimPos(last.index() + 7, last.distance()));
+    }
+  });
+}
+
+TEST_P(ShapeLaws, CopiesAndArchivesAreEqualAndOtherTypesAreNot) {
+  forMany([](const qcShape& shape, const qcShapeInfo&, Random& random) {
+    EXPECT_TRUE(shape.clone()->equal_(shape));
+    EXPECT_TRUE(shape.cloneThat_(*otherDirection(shape))->equal_(*otherDirection(shape)));
+    for (const Kind& other : kKinds) EXPECT_FALSE(shape.equal_(*other.make(random)));
+    for (const auto ordering : kOrderings) {
+      Shape loaded;
+      EXPECT_TRUE(load(archived(ordering, false, shape.clone()), loaded)->equal_(shape));
+    }
+  });
+}
+
+// Points of the result are those of the shape that are inside the polygon, where neither is near.
+TEST_P(ShapeLaws, ClippingLeavesWhatIsInside) {
+  forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {
+    const V c = random.point(), x(random.real(3, 25), random.angle()), y(random.real(3, 25), random.angle());
+    const qcPolyline polygon({c - x, c - y, c + x, c + y}, true), all({{-1e3, -1e3}, {1e3, -1e3}, {0, 1e3}}, true);
+    qcShape::ClipResult result;
+    EXPECT_TRUE(shape.clip(all, result, false)->equal_(shape) && result == qcShape::ClipResult::inside);
+    const Shape none = shape.clip(qcPolyline({{1e3, 0}, {2e3, 0}, {2e3, 1e3}}, true), result, true);
+    EXPECT_TRUE(none->isEmpty() && result == qcShape::ClipResult::outside);
+    const Shape clipped = shape.clip(polygon, result, true);
+    EXPECT_EQ(clipped->isEmpty(), result == qcShape::ClipResult::outside);
+    EXPECT_EQ(clipped->equal_(shape), result == qcShape::ClipResult::inside);
+    const auto* parts = dynamic_cast<const qcGeneralShapeTree*>(&*clipped);
+    const auto within = [&](const V& p) {
+      if (!parts) return clipped->isRegion() && clipped->within(p);
+      return std::any_of(parts->children().begin(), parts->children().end(),
+                         [&](const auto& part) { return part->isRegion() && part->within(p); });
+    };
+    for (int i = 0; i < 20; ++i) {
+      const V p = random.point(), on = at(shape, random.real(0, info.perimeter()));
+      if (shape.isRegion() && std::min(shape.nearestPoint(p).distance(p), polygon.nearestPoint(p).distance(p)) > 1e-2) {
+        EXPECT_EQ(within(p), shape.within(p) && polygon.within(p));
+      }
+      if (isFlat(shape) || polygon.nearestPoint(on).distance(on) < 1e-2) continue;
+      const double away = clipped->isEmpty() ? 1 : clipped->nearestPoint(on).distance(on);
+      EXPECT_EQ(away < (isBent(shape) ? 1e-3 : 1e-8), polygon.within(on)) << away;
+    }
+  });
+}
+
+// Which operations work is what the shape says of itself.
+TEST_P(ShapeLaws, FlagsTellWhatWorks) {
+  forMany([](const qcShape& shape, const qcShapeInfo&, Random&) {
+    const std::string all = outcomes(shape), errors = all.substr(9);
+    const auto has = [&](char letter) { return errors.find(letter) != std::string::npos; };
+    EXPECT_TRUE(has('O') != shape.isOpenContour() && has('R') != shape.isRegion() && has('V') != shape.isReversible())
+        << all;
+    EXPECT_EQ(all.find_first_of("BEGIT", 9), std::string::npos) << all;
+    EXPECT_TRUE(all.find('P') == std::string::npos || all.find('P') == all.size() - 1) << all;
+    EXPECT_TRUE(shape.decompose()->isDecomposed());
+  });
+}
+
+// No argument crashes, hangs or allocates without bound: every operation returns or throws one of our errors.
+TEST_P(ShapeLaws, AnyNumbersAreAnswered) {
+  const double numbers[] = {0, -0.0, 1, -1, 1e-320, 1e308, -1e308, kInf, -kInf, kNan, 3};
+  Random random(5);
+  const auto number = [&] { return numbers[random.integer(0, 10)]; };
+  const auto point = [&] { return V(number(), number()); };
+  int answered = 0;
+  for (unsigned i = 0; i < 50 * GetParam().seeds; ++i) {
+    try {
+      const int kind = random.integer(0, 2);
+      Shape shape = GetParam().make(random);
+      if (kind == 0) shape = new qcPolyline({point(), point(), point()}, random.integer(0, 1));
+      if (kind == 1) shape = shape->mapShape({{number(), number(), number(), number()}, point()});
+      if (random.integer(0, 1)) shape = otherDirection(*shape);
+      if (shape->isRegion()) shape->within(point());
+      if (shape->isOpenContour()) shape->windingAngle(point());
+      shape->nearestPoint(point());
+      const qcShapeInfo info(*shape);
+      shape->nearestPerimPos(info, point());
+      info.perimPos(number());
+      Result result;
+      shape->sample(
+          Params(std::fabs(numbers[random.integer(0, 8)]), std::fabs(numbers[random.integer(0, 8)]), 1000, true),
+          result);
+      const qcPerimPos place = info.perimPos({random.integer(-1, 2), number()}, number());
+      shape->perimPoint(info, {0, number()});
+      shape->subShape(info, {place, number()});
+      shape->clip(qcPolyline({point(), point(), point(), point()}, true), true);
+      ++answered;
+    } catch (const qcException&) {
+    }
+  }
+  EXPECT_GT(answered, 0);
+}
+
+TEST(Sampling, ResultIsUnchangedByASamplerThatThrows) {
+  Params params(0, 1, 4, true);
+  params.recordPositions_(true);
+  Result result;
+  qcLineSeg({0, 0}, {1, 1}).sample(params, result);
+  const Result before = result;
+  EXPECT_THROW(qcPolyline({{0, 0}, {1, 0}, {9, 0}}, false).sample(params, result), qcShapesError::SampleOverflow);
+  for (const bool tangents : {false, true}) {
+    Params unlike(0, 0, 2, tangents);  // without recording, at least
+    for (const Kind& kind : kKinds) {
+      Random random(1);
+      EXPECT_THROW(kind.make(random)->sample(unlike, result), qcShapesError::BadParams) << kind.name;
+    }
+    EXPECT_THROW(qfMergeSubchains(unlike, 0, false, result), qcShapesError::BadParams);
+  }
+  EXPECT_EQ(result, before);
+  EXPECT_EQ(result.perimPositions_(), before.perimPositions_());
 }
 
 }  // namespace

@@ -26,8 +26,10 @@ constexpr double kCoarse = 1e-3;    // how far the images of the spans that are 
 constexpr double kOnCurve = 1e-10;  // within this part of the extent a point lies on the image
 constexpr double kPoint = 1e-7;     // what is shorter than this part of the extent may be a cusp
 constexpr double kLength = 1e-11;   // within which part of the extent the lengths of stretches are computed
-constexpr int kDeepest = 48;        // how often a span is halved
-constexpr double kShortest = 0x1p-48;  // what is not cut further, as part of the piece
+constexpr double kTiny = std::numeric_limits<double>::min();  // lengths below are not resolved
+constexpr std::size_t kMostStretches = std::size_t{1} << 20;  // of a piece; more say that its length has no bounds
+constexpr int kDeepest = 48;                                  // how often a span is halved
+constexpr double kShortest = 0x1p-48;                         // what is not cut further, as part of the piece
 
 double magnitude(const Vector& v) { return std::fabs(v.x()) + std::fabs(v.y()); }
 
@@ -467,7 +469,9 @@ double MappedCurve::turning(const Piece& piece, const Motion& from, const Motion
   const double length = to.distance - from.distance;
   const Motion middle = motionAt(piece, from.distance + length / 2);
   const double off = change(piece, from, middle, to), speed = middle.velocity.len();
-  if (off <= 0.5 * speed || (speed + off) * length <= kPoint * extent_ || depth == kDeepest) {
+  const bool isCut =
+      off > 0.5 * speed && (speed + off) * length > std::max(kPoint * extent_, kTiny);  // false for what is no number
+  if (!isCut || depth == kDeepest) {
     return angleBetween(from.velocity, to.velocity);
   }
   return turning(piece, from, middle, depth + 1) + turning(piece, middle, to, depth + 1);
@@ -506,8 +510,12 @@ void MappedCurve::measure(const Piece& piece, const Motion& from, const Motion& 
   const double first = gauss(piece, from.distance, middle.distance),
                second = gauss(piece, middle.distance, to.distance);
   const double off = change(piece, from, middle, to), speed = middle.velocity.len();
-  const bool isSteady = off <= 0.25 * speed || (speed + off) * length <= kPoint * extent_;
-  if ((isSteady && std::fabs(first + second - whole) <= kLength * extent_) || depth == kDeepest) {
+  const bool isSteady = off <= 0.25 * speed || (speed + off) * length <= std::max(kPoint * extent_, kTiny);
+  // What is no number, or out of range, stays so however short the parts are.
+  const bool isLost = !std::isfinite(first + second);
+  const double allowed = std::max(kLength * extent_, kTiny);
+  if ((isSteady && std::fabs(first + second - whole) <= allowed) || isLost || depth == kDeepest) {
+    if (stretches.size() > kMostStretches) throwAtInfinity();
     stretches.push_back({from.distance, before});
     before += first;
     stretches.push_back({middle.distance, before});

@@ -324,8 +324,8 @@ qcPtrHandle<qcShape> qcMappedShape::subShape(const qcShapeInfo& info,
 }
 
 qcPtrHandle<qcShape> qcMappedShape::clip_(const qcPolyline& polygon, qcClipInfo& info) const {
-  if (const qcShape* shape = exact()) return shape->clip_(polygon, info);
-  const qcPtrHandle<qcShape> clipped = decompose()->clip_(polygon, info);
+  const qcShape* shape = exact();
+  const qcPtrHandle<qcShape> clipped = shape ? shape->clip_(polygon, info) : decompose()->clip_(polygon, info);
   return info.result() == ClipResult::inside ? clone() : clipped;
 }
 

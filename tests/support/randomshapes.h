@@ -55,6 +55,24 @@ class Random {
     if (closed) tree->addChild(qcLineSeg(tree->child(tree->numChildren() - 1).endPoint(), tree->child(0).startPoint()));
     return tree;
   }
+  /// Within a circle; its holes and islands are within smaller ones, side by side.
+  qcPtrHandle<qcRegionTree> region(const qcVector<2>& center, double radius, bool hole, int levels) {
+    qcPtrHandle<qcShape> boundary = new qcCircle(center, radius * real(0.8, 0.95));
+    const int kind = integer(0, 2);
+    if (kind == 1) boundary = new qcEllipse2(center, angle(), {0.95 * radius, 0.8 * radius}, integer(0, 1), angle());
+    if (kind == 2) {
+      std::vector<qcVector<2>> star;
+      for (int i = 0; i < 12; ++i) star.push_back(center + qcVector<2>(radius * real(0.85, 0.95), qcDegree(30 * i)));
+      boundary = new qcPolyline(star, true);
+      if (integer(0, 1)) boundary = boundary->reverse();
+    }
+    const qcPtrHandle<qcRegionTree> tree(new qcRegionTree(*boundary, hole));
+    for (const double side : {-0.4, 0.4}) {
+      if (levels < 2 || integer(0, 2) == 0) continue;
+      tree->addChild(*region(center + qcVector<2>(side * radius, 0), 0.38 * radius, !hole, levels - 1));
+    }
+    return tree;
+  }
   qcXform<2> affine() { return {{real(-9, 9), real(-9, 9), real(-9, 9), real(-9, 9)}, point()}; }
   qcXform<2> similarity(bool rotates, bool mirrors) {
     return {point(), real(0.2, 4), mirrors ? -1.0 : 1.0, qcRadian(0), qcRadian(rotates ? real(-3, 3) : 0)};
