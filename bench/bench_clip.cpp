@@ -20,7 +20,6 @@
 #include <boost/geometry/geometries/multi_polygon.hpp>
 #include <boost/geometry/geometries/point_xy.hpp>
 #include <boost/geometry/geometries/polygon.hpp>
-#include <boost/geometry/geometries/segment.hpp>
 #include <boost/version.hpp>
 #endif
 #ifdef VNXSTD_BENCH_GEOS
@@ -119,24 +118,26 @@ void againstGeometry(compare::Session& session) {
   const geometry::model::box<Point> box(Point(300, 250), Point(800, 700));
   qcRandomUniform random(7);
   std::vector<qcLineSeg> segments;
-  std::vector<geometry::model::segment<Point>> others;
+  std::vector<geometry::model::linestring<Point>> others;
   for (int i = 0; i < 1000; ++i) {
     const qcVector<2> p(random.next(0, 1000), random.next(0, 1000)), q(random.next(0, 1000), random.next(0, 1000));
     segments.emplace_back(p, q);
-    others.emplace_back(Point(p.x(), p.y()), Point(q.x(), q.y()));
+    others.push_back({Point(p.x(), p.y()), Point(q.x(), q.y())});
   }
-  session.run(
-      "1,000 segments by a rectangle, Boost", 0.5,
-      [&] {
-        for (const qcLineSeg& segment : segments) compare::keep(segment.clip(rectangle, false));
-      },
-      [&] {
-        for (const auto& segment : others) {
-          geometry::model::multi_linestring<geometry::model::linestring<Point>> result;
-          geometry::intersection(segment, box, result);
-          compare::keep(result);
-        }
-      });
+  using Line = geometry::model::linestring<Point>;
+  const auto each = [&](const auto& clip) {
+    for (const Line& line : others) {
+      geometry::model::multi_linestring<Line> result;
+      geometry::intersection(line, clip, result);
+      compare::keep(result);
+    }
+  };
+  const auto ours = [&] {
+    for (const qcLineSeg& segment : segments) compare::keep(segment.clip(rectangle, false));
+  };
+  const Polygon sides = theirs(kRectangle);
+  session.run("1,000 segments by a rectangle, Boost polygon", 0.5, ours, [&] { each(sides); });
+  session.run("1,000 segments by a rectangle, Boost box", 0.5, ours, [&] { each(box); });
 }
 
 #endif

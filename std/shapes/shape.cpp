@@ -87,17 +87,17 @@ void qcShape::perimPointAndTangent_(const qcShapeInfo&, const qcPerimPos& positi
 qcPtrHandle<qcShape> qcShape::clip(const qcPolyline& polygon, qcClipInfo& info) const { return clip_(polygon, info); }
 
 qcPtrHandle<qcShape> qcShape::clip(const qcPolyline& polygon, bool rightHanded) const {
-  ClipResult result;
-  return clip(polygon, result, rightHanded);
+  qcClipInfo info;
+  if (!rightHanded || polygon.isRightHanded()) return clip_(polygon, info);
+  const qcPtrHandle<qcShape> reversed = polygon.reverse();
+  return clip_(static_cast<const qcPolyline&>(*reversed), info);
 }
 
 qcPtrHandle<qcShape> qcShape::clip(const qcPolyline& polygon, ClipResult& result, bool rightHanded) const {
-  if (rightHanded && !polygon.isRightHanded()) {
-    const qcPtrHandle<qcShape> reversed = polygon.reverse();
-    return clip(static_cast<const qcPolyline&>(*reversed), result, false);
-  }
   qcClipInfo info;
-  qcPtrHandle<qcShape> inside = clip_(polygon, info);
+  const bool turn = rightHanded && !polygon.isRightHanded();
+  const qcPtrHandle<qcShape> reversed = turn ? polygon.reverse() : qcPtrHandle<qcShape>();
+  qcPtrHandle<qcShape> inside = clip_(turn ? static_cast<const qcPolyline&>(*reversed) : polygon, info);
   result = info.result();
   return inside;
 }
