@@ -261,6 +261,9 @@ struct PelPair {
   typedef A Word __attribute__((may_alias, aligned(1)));
   static constexpr int kBits = 8 * sizeof(S);
 
+  [[gnu::always_inline]] static A at(const S* pels, std::ptrdiff_t pair) {
+    return reinterpret_cast<const Word*>(pels)[pair];
+  }
   [[gnu::always_inline]] static A low(A word) {
     if constexpr (std::is_signed_v<A>) {
       return static_cast<A>(static_cast<A>(word << kBits) >> kBits);
@@ -278,13 +281,12 @@ struct SlidePairs {
   [[gnu::always_inline]] inline void row(simd::Bytes<N>, A* even, A* odd, A* both, const S* pels, const S* leaving,
                                          std::ptrdiff_t count) const {
     using Pair = PelPair<S, A>;
-    const auto* const in = reinterpret_cast<const typename Pair::Word*>(pels);
-    const auto* const out = reinterpret_cast<const typename Pair::Word*>(leaving);
     const std::ptrdiff_t pairs = count / 2;
     VNXSTD_INDEPENDENT
     for (std::ptrdiff_t i = 0; i < pairs; ++i) {
-      const A e = static_cast<A>(even[i] + Pair::low(in[i]) - Pair::low(out[i]));
-      const A o = static_cast<A>(odd[i] + Pair::high(in[i]) - Pair::high(out[i]));
+      const A in = Pair::at(pels, i), out = Pair::at(leaving, i);
+      const A e = static_cast<A>(even[i] + Pair::low(in) - Pair::low(out));
+      const A o = static_cast<A>(odd[i] + Pair::high(in) - Pair::high(out));
       even[i] = e;
       odd[i] = o;
       both[i] = static_cast<A>(e + o);
