@@ -7,8 +7,6 @@
 #include <utility>
 
 #include "std/shapes/exact.h"
-#include "vnxstd/shapes/ellipsearc.h"
-#include "vnxstd/shapes/rect.h"
 
 namespace qc_shapes {
 
@@ -55,49 +53,21 @@ int windingOfChords(const std::vector<ClipEdge>& edges, const V& p, bool level, 
 
 // ---- pairs of edges whose boxes overlap
 
-struct Box {
-  V low, high;
-
-  static Box of(const V& a, const V& b) {
-    return {{std::min(a.x(), b.x()), std::min(a.y(), b.y())}, {std::max(a.x(), b.x()), std::max(a.y(), b.y())}};
-  }
-  bool overlaps(const Box& other) const {
-    return low.x() <= other.high.x() && other.low.x() <= high.x() && low.y() <= other.high.y() &&
-           other.low.y() <= high.y();
-  }
-  void add(const Box& other) {
-    low = {std::min(low.x(), other.low.x()), std::min(low.y(), other.low.y())};
-    high = {std::max(high.x(), other.high.x()), std::max(high.y(), other.high.y())};
-  }
-};
-
-Box boxOf(const ClipOutline& outline, const ClipEdge& edge) {
-  Box box = Box::of(edge.from, edge.to);
-  if (!edge.isArc()) return box;
-  const qcEllipse2& ellipse = outline.ellipses[static_cast<std::size_t>(edge.ellipse)].ellipse();
-  const qcRect bounds = qcEllipseArc2::between(ellipse, qcRadian(edge.placeFrom), qcRadian(edge.placeTo)).boundingBox();
-  box.add({bounds.origin(), bounds.lr()});
-  const double reach =
-      std::fabs(box.low.x()) + std::fabs(box.low.y()) + std::fabs(box.high.x()) + std::fabs(box.high.y());
-  const V margin(kRounding * reach, kRounding * reach);
-  return {box.low - margin, box.high + margin};
-}
-
-std::vector<Box> boxesOf(const ClipOutline& outline) {
-  std::vector<Box> boxes;
+std::vector<ClipBox> boxesOf(const ClipOutline& outline) {
+  std::vector<ClipBox> boxes;
   boxes.reserve(outline.edges.size());
-  for (const ClipEdge& edge : outline.edges) boxes.push_back(boxOf(outline, edge));
+  for (const ClipEdge& edge : outline.edges) boxes.push_back(outline.boxOf(edge));
   return boxes;
 }
 
-Box unionOf(const std::vector<Box>& boxes) {
-  Box all = boxes.front();
-  for (const Box& box : boxes) all.add(box);
+ClipBox unionOf(const std::vector<ClipBox>& boxes) {
+  ClipBox all = boxes.front();
+  for (const ClipBox& box : boxes) all.add(box);
   return all;
 }
 
 // The boxes that overlap `window`, by number.
-std::vector<std::int32_t> inWindow(const std::vector<Box>& boxes, const Box& window) {
+std::vector<std::int32_t> inWindow(const std::vector<ClipBox>& boxes, const ClipBox& window) {
   std::vector<std::int32_t> numbers;
   numbers.reserve(boxes.size());
   for (std::size_t i = 0; i < boxes.size(); ++i) {
@@ -109,12 +79,12 @@ std::vector<std::int32_t> inWindow(const std::vector<Box>& boxes, const Box& win
 // The second boxes are put into slabs along one coordinate, so many that a box is in about two of them, and each of the
 // first is compared with those in the slabs that it reaches. A pair is visited once, in the first slab of both.
 template <class Visit>
-void forOverlaps(const std::vector<Box>& a, const std::vector<Box>& b, Visit visit) {
+void forOverlaps(const std::vector<ClipBox>& a, const std::vector<ClipBox>& b, Visit visit) {
   if (a.empty() || b.empty()) return;
-  Box window = unionOf(b);
+  ClipBox window = unionOf(b);
   const std::vector<std::int32_t> first = inWindow(a, window);
   if (first.empty()) return;
-  Box reached = a[static_cast<std::size_t>(first.front())];
+  ClipBox reached = a[static_cast<std::size_t>(first.front())];
   for (const std::int32_t i : first) reached.add(a[static_cast<std::size_t>(i)]);
   const std::vector<std::int32_t> second = inWindow(b, reached);
   constexpr std::size_t kFew = 16;
@@ -129,7 +99,7 @@ void forOverlaps(const std::vector<Box>& a, const std::vector<Box>& b, Visit vis
   window = b[static_cast<std::size_t>(second.front())];
   V total;
   for (const std::int32_t k : second) {
-    const Box& box = b[static_cast<std::size_t>(k)];
+    const ClipBox& box = b[static_cast<std::size_t>(k)];
     window.add(box);
     total += box.high - box.low;
   }
@@ -149,7 +119,7 @@ void forOverlaps(const std::vector<Box>& a, const std::vector<Box>& b, Visit vis
   };
   std::vector<std::int32_t> starts(slabs + 1), entries;
   const auto eachSlab = [&](std::int32_t k, auto&& use) {
-    const Box& box = b[static_cast<std::size_t>(k)];
+    const ClipBox& box = b[static_cast<std::size_t>(k)];
     for (std::size_t slab = slabOf(box.low[axis]); slab <= slabOf(box.high[axis]); ++slab) use(slab);
   };
   for (const std::int32_t k : second) eachSlab(k, [&](std::size_t slab) { ++starts[slab]; });
@@ -159,12 +129,12 @@ void forOverlaps(const std::vector<Box>& a, const std::vector<Box>& b, Visit vis
     eachSlab(k, [&](std::size_t slab) { entries[static_cast<std::size_t>(--starts[slab])] = k; });
   }
   for (const std::int32_t i : first) {
-    const Box& box = a[static_cast<std::size_t>(i)];
+    const ClipBox& box = a[static_cast<std::size_t>(i)];
     const std::size_t from = slabOf(box.low[axis]), to = slabOf(box.high[axis]);
     for (std::size_t slab = from; slab <= to; ++slab) {
       for (auto entry = static_cast<std::size_t>(starts[slab]); entry < static_cast<std::size_t>(starts[slab + 1]);
            ++entry) {
-        const Box& other = b[static_cast<std::size_t>(entries[entry])];
+        const ClipBox& other = b[static_cast<std::size_t>(entries[entry])];
         if (!box.overlaps(other) || std::max(from, slabOf(other.low[axis])) != slab) continue;
         visit(i, entries[entry]);
       }
@@ -196,7 +166,7 @@ V crossing(const V& a, const V& b, const V& u, const V& v) {
 
 // Within the ends of a segment, for a point on its line.
 bool isWithin(const V& a, const V& b, const V& p) {
-  const Box box = Box::of(a, b);
+  const ClipBox box = ClipBox::of(a, b);
   return box.overlaps({p, p});
 }
 
@@ -357,6 +327,20 @@ double ClipEllipse::blur(const qcVector<2>& p) const {
   return kRounding * (1 + reach / std::min(ellipse_.radii().x(), ellipse_.radii().y()));
 }
 
+ClipBox ClipOutline::boxOf(const ClipEdge& edge) const {
+  ClipBox box = ClipBox::of(edge.from, edge.to);
+  if (!edge.isArc()) return box;
+  // The tangents at both ends meet outside.
+  const qcEllipse2& ellipse = ellipses[static_cast<std::size_t>(edge.ellipse)].ellipse();
+  const V middle = ellipse.point(qcRadian((edge.placeFrom + edge.placeTo) / 2)) - ellipse.center();
+  const V meet = ellipse.center() + middle / std::cos((edge.placeTo - edge.placeFrom) / 2);
+  box.add({meet, meet});
+  const double reach =
+      std::fabs(box.low.x()) + std::fabs(box.low.y()) + std::fabs(box.high.x()) + std::fabs(box.high.y());
+  const V margin(kRounding * reach, kRounding * reach);
+  return {box.low - margin, box.high + margin};
+}
+
 void ClipOutline::beginChain(const qcVector<2>& start) {
   checkFinite(start);
   chains.push_back({edges.size(), edges.size(), start});
@@ -417,7 +401,7 @@ ClipCrossings findCrossings(const ClipOutline& shape, const ClipOutline& polygon
 }
 
 bool crossesItself(const ClipOutline& outline) {
-  const std::vector<Box> boxes = boxesOf(outline);
+  const std::vector<ClipBox> boxes = boxesOf(outline);
   bool crosses = false;
   forOverlaps(boxes, boxes, [&](std::int32_t i, std::int32_t k) {
     if (crosses || i >= k) return;

@@ -1,6 +1,7 @@
 // The boundaries that clipping works on: segments and short arcs, and where those of a shape and of a polygon cross.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -50,6 +51,22 @@ struct ClipEdge {
   double along(double place) const { return placeTo < placeFrom ? -place : place; }
 };
 
+struct ClipBox {
+  qcVector<2> low, high;
+
+  static ClipBox of(const qcVector<2>& a, const qcVector<2>& b) {
+    return {{std::min(a.x(), b.x()), std::min(a.y(), b.y())}, {std::max(a.x(), b.x()), std::max(a.y(), b.y())}};
+  }
+  bool overlaps(const ClipBox& other) const {
+    return low.x() <= other.high.x() && other.low.x() <= high.x() && low.y() <= other.high.y() &&
+           other.low.y() <= high.y();
+  }
+  void add(const ClipBox& other) {
+    low = {std::min(low.x(), other.low.x()), std::min(low.y(), other.low.y())};
+    high = {std::max(high.x(), other.high.x()), std::max(high.y(), other.high.y())};
+  }
+};
+
 /// A contour of the edges from number `first` up to but not including `last`; without edges it is the point `start`.
 struct ClipChain {
   std::size_t first, last;
@@ -60,6 +77,9 @@ struct ClipOutline {
   std::vector<ClipEdge> edges;
   std::vector<ClipChain> chains;
   std::vector<ClipEllipse> ellipses;
+
+  /// A box around one of the edges, or a part of one.
+  ClipBox boxOf(const ClipEdge& edge) const;
 
   // Contours are added between beginChain and endChain. These throw qcShapesError::BadGeom when a coordinate is not
   // finite.

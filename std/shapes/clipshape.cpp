@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <utility>
 
 #include "std/shapes/clipper.h"
@@ -277,24 +278,30 @@ Handle collected(std::vector<Child> shapes) {
 // Regions from closed paths, of which those that run to the right bound holes.
 class RegionBuilder {
  public:
-  RegionBuilder(const Boundaries& boundaries, const qcShape& region, std::vector<ClipPath> paths)
+  RegionBuilder(const Boundaries& boundaries, const qcShape& region, const ClipOutline& polygon,
+                std::vector<ClipPath> paths)
       : boundaries_(boundaries),
+        polygon_(polygon),
         builder_(boundaries.outline),
         leftHanded_(!region.isRightHanded()),
         tree_(dynamic_cast<const qcRegionTree*>(&region) != nullptr) {
     for (ClipPath& path : paths) {
       if (path.empty()) continue;
       const double area = builder_.area(path);
-      if (!(std::fabs(area) > 0) || (area < 0 && isNoise(path, area))) continue;
-      loops_.push_back({std::move(path), area, -1, {}});
+      // That of a path that crosses itself may add up to nothing.
+      const bool nothing = !(std::fabs(area) > 0) || (area < 0 && isNoise(path, area));
+      if (nothing && (tree_ || !crossed())) continue;
+      ClipBox box = boundaries.outline.boxOf(path.front());
+      for (const ClipBit& bit : path) box.add(boundaries.outline.boxOf(bit));
+      loops_.push_back({std::move(path), area, box, -1, {}});
     }
   }
 
   bool isEmpty() const { return loops_.empty(); }
 
   // Parts of a boundary that crosses itself, or was cut by one, can only be told together what they wind around.
-  Handle build(const ClipOutline& polygon) {
-    if (loops_.size() > 1 && !tree_ && (crossesItself(boundaries_.outline) || crossesItself(polygon))) return bridged();
+  Handle build() {
+    if (loops_.size() > 1 && !tree_ && crossed()) return bridged();
     const bool holes = std::any_of(loops_.begin(), loops_.end(), [](const Loop& loop) { return loop.area < 0; });
     if (holes && !nest()) return bridged();
     std::vector<Child> shapes;
@@ -326,9 +333,15 @@ class RegionBuilder {
   struct Loop {
     ClipPath path;
     double area;
+    ClipBox box;
     std::ptrdiff_t parent;
     std::vector<Child> children;
   };
+
+  bool crossed() {
+    if (!crossed_) crossed_ = crossesItself(boundaries_.outline) || crossesItself(polygon_);
+    return *crossed_;
+  }
 
   // Only a region with holes, or one that crosses itself, has paths to the right, but for rounding.
   bool isNoise(const ClipPath& path, double area) const {
@@ -349,7 +362,8 @@ class RegionBuilder {
       const bool hole = loops_[i].area < 0;
       for (std::size_t k = i; k-- > 0 && loops_[i].parent < 0;) {
         const bool other = (loops_[k].area < 0) != hole;
-        if (other && builder_.isInside(p, loops_[k].path)) loops_[i].parent = static_cast<std::ptrdiff_t>(k);
+        if (!other || !loops_[k].box.overlaps({p, p})) continue;
+        if (builder_.isInside(p, loops_[k].path)) loops_[i].parent = static_cast<std::ptrdiff_t>(k);
       }
       if (hole && loops_[i].parent < 0) return false;
     }
@@ -359,15 +373,20 @@ class RegionBuilder {
   // The boundary as it came, where all of it is left.
   Handle boundary(const Loop& loop) const {
     const ClipOutline& outline = boundaries_.outline;
-    for (std::size_t i = 0; i < outline.chains.size(); ++i) {
-      const ClipChain& chain = outline.chains[i];
-      if (loop.path.size() != chain.last - chain.first) continue;
+    const std::int32_t start = loop.path.front().edge;
+    const auto after = std::upper_bound(
+        outline.chains.begin(), outline.chains.end(), start,
+        [](std::int32_t edge, const ClipChain& chain) { return edge < static_cast<std::int32_t>(chain.first); });
+    if (start >= 0 && after != outline.chains.begin()) {
+      const ClipChain& chain = *(after - 1);
       const bool all = std::all_of(loop.path.begin(), loop.path.end(), [&](const ClipBit& bit) {
         const auto edge = static_cast<std::size_t>(bit.edge);
         return bit.edge >= 0 && edge >= chain.first && edge < chain.last && bit.from == outline.edges[edge].from &&
                bit.to == outline.edges[edge].to;
       });
-      if (all) return boundaries_.sources[i]->clone();
+      if (all && loop.path.size() == chain.last - chain.first) {
+        return boundaries_.sources[static_cast<std::size_t>(after - 1 - outline.chains.begin())]->clone();
+      }
     }
     return builder_.contour(handed(loop.path), true);
   }
@@ -398,8 +417,10 @@ class RegionBuilder {
   }
 
   const Boundaries& boundaries_;
+  const ClipOutline& polygon_;
   const Builder builder_;
   const bool leftHanded_, tree_;
+  std::optional<bool> crossed_;
   std::vector<Loop> loops_;
 };
 
@@ -442,8 +463,8 @@ Handle clipArea(const qcShape& shape, const qcPolyline& polygon, Result& result)
   ClipPaths clipped = clipRegion(boundaries.outline, outline);
   result = clipped.result;
   if (result == Result::inside) return shape.clone();
-  RegionBuilder builder(boundaries, shape, std::move(clipped.paths));
-  if (!builder.isEmpty()) return builder.build(outline);
+  RegionBuilder builder(boundaries, shape, outline, std::move(clipped.paths));
+  if (!builder.isEmpty()) return builder.build();
   result = Result::outside;
   return new qcPolyline(true);
 }
