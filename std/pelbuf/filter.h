@@ -71,6 +71,11 @@ P* nearestRow(const qc_PelRows<P>& rows, std::ptrdiff_t y) {
   return rows.row(std::clamp<std::ptrdiff_t>(y, 0, rows.height - 1));
 }
 
+/// A block of numbers of type E for vectors of N bytes. The compiler unrolls loops of fewer than 8, and then finds no
+/// vectors: binomials of floats took twice as long.
+template <class E, std::size_t N>
+inline constexpr std::ptrdiff_t kLoopBlock = std::max<std::ptrdiff_t>(N / sizeof(E), 8);
+
 /// Calls work with the first number of a block and how many there are. The last block overlaps the one before it,
 /// rather than leave numbers to be done one by one; so work must not overwrite what it reads.
 template <std::ptrdiff_t Block, class Work>

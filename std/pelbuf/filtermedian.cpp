@@ -60,7 +60,7 @@ class Medians {
       const E* const d = isPair ? source_.enter(y + 3) : c;
       const Sorted<E*> a = sorted(y), b = sorted(y + 1), newC = sorted(y + 2), newD = sorted(y + 3);
       E *const first = dst_.row(y), *const second = isPair ? dst_.row(y + 1) : rows_.row(12);
-      forBlocks<N / sizeof(E)>(
+      forBlocks<kLoopBlock<E, N>>(
           dst_.width, [&](std::ptrdiff_t i, std::ptrdiff_t count) __attribute__((always_inline)) {
             VNXSTD_INDEPENDENT
             for (std::ptrdiff_t k = i; k < i + count; ++k) {

@@ -210,7 +210,7 @@ class Smoothing3x3 {
       const E* const lower = source_.enter(y + 2);
       const E* const bottom = isPair ? source_.enter(y + 3) : lower;
       E *const first = dst_.row(y), *const second = isPair ? dst_.row(y + 1) : spare_.row(0);
-      forBlocks<N / sizeof(E)>(
+      forBlocks<kLoopBlock<E, N>>(
           width, [&](std::ptrdiff_t i, std::ptrdiff_t count) __attribute__((always_inline)) {
             if constexpr (std::is_floating_point_v<E>) {  // without that 1.25 times as long
               for (const std::ptrdiff_t ahead : {2, 3}) {
