@@ -1,4 +1,4 @@
-// Polylines and parallelograms beyond what the laws of test_shapes hold for every shape.
+// Polylines and parallelograms beyond what the laws of test_allshapes hold for every shape.
 
 #include <gtest/gtest.h>
 
