@@ -12,6 +12,7 @@
 #include "support/bytes.h"
 #include "support/randomshapes.h"
 #include "vnxstd/math/xfpersp.h"
+#include "vnxstd/pelbuf.h"
 
 namespace {
 
@@ -505,6 +506,28 @@ TEST_P(ShapeLaws, ClippingLeavesWhatIsInside) {
       if (isFlat(shape) || polygon.nearestPoint(on).distance(on) < 1e-2) continue;
       const double away = clipped->isEmpty() ? 1 : clipped->nearestPoint(on).distance(on);
       EXPECT_EQ(away < (isBent(shape) ? 1e-3 : 1e-8), polygon.within(on)) << away;
+    }
+  });
+}
+
+// Pel centres that are not near the boundary are set when they are inside, and along the contour when they are close.
+TEST_P(ShapeLaws, DrawingSetsWhatIsInsideAndAlong) {
+  forMany([](const qcShape& shape, const qcShapeInfo&, Random& random) {
+    qcPelBuffer<unsigned char> inside(qcPelRect(-20, -20, 40, 40)), along(qcPelRect(-20, -20, 40, 40));
+    qfPelClear(inside);
+    qfPelClear(along);
+    const double width = random.real(0.5, 3);
+    qfRasterizeContour(shape, along, 1, width);
+    const auto* tree = dynamic_cast<const qcRegionTree*>(&shape);
+    const bool fills = shape.isRegion() && (tree || isOneContour(shape));
+    if (fills) qfRasterize(tree ? *tree : qcRegionTree(shape), inside, 1);
+    for (long i = 0; i < 1600; i += random.integer(1, 20)) {
+      const long x = i % 40 - 20, y = i / 40 - 20;
+      const V p(static_cast<double>(x) + 0.5, static_cast<double>(y) + 0.5);
+      const double away = shape.nearestPoint(p).distance(p);
+      EXPECT_TRUE(!fills || away < 0.1 || (inside.get(x, y) == 1) == shape.within(p)) << x << ' ' << y;
+      const double beyond = away - width / 2;
+      EXPECT_TRUE(std::fabs(beyond) < 0.2 || (along.get(x, y) == 1) == (beyond < 0)) << x << ' ' << y;
     }
   });
 }
