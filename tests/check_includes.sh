@@ -14,7 +14,7 @@ shopt -s nullglob
 arrows() {
   find include/vnxstd/*/ std*/ zrt*/ -name '*.h' -o -name '*.cpp' | sort | xargs awk '
     BEGIN {
-      split("zrtsys zrtnlxf:except archive:sync timer math:pelspan:pelbuf:shapes:cfit:rlebuf dib vdb", rows, ":")
+      split("zrtsys zrtnlxf:except archive:sync timer math:comm:pelspan:pelbuf:shapes:cfit:rlebuf dib vdb", rows, ":")
       for (i = 1; i in rows; ++i) {
         n = split(rows[i], names, " ")
         for (k = 1; k <= n; ++k) layer[names[k]] = i

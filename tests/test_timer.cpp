@@ -157,6 +157,14 @@ TEST(Timeout, TheEarliestLimitOfTheThreadCounts) {
   third.reset();
   second.reset();
   EXPECT_FALSE(none.acquire(qcDeadline(0.001)));
+  qcTimeout::check();
+  const qcTimeout last(0.01);
+  const qcTimer watch(true);
+  EXPECT_THROW(qcTimer::sleep(1000), qcTimeout::Expired);
+  EXPECT_GE(watch.sec(), 0.0099);
+  for (const double seconds : {0.0, 1.0}) EXPECT_THROW(qcTimer::sleep(seconds), qcTimeout::Expired);
+  for (const double seconds : {-1.0, std::nan("")}) EXPECT_NO_THROW(qcTimer::sleep(seconds));
+  EXPECT_THROW(qcTimeout::check(), qcTimeout::Expired);
 }
 
 }  // namespace

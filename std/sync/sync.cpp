@@ -12,13 +12,6 @@ const qc_ErrorRegistration<qc_Resource::Errors, qc_Resource::Timeout, qc_Resourc
                            qc_Resource::NameConflict, qc_Resource::CreateFailed, qc_Resource::BrokenLock>
     registered;
 
-/// The time limit on what this thread does. The steady clock is the same for all.
-qcDeadline attention() {
-  const std::int64_t limit = zrtsys::attentionLimit();
-  if (limit == zrtsys::noLimit) return qcDeadline();
-  return qcDeadline(qcDeadline::Clock::time_point(std::chrono::nanoseconds(limit)));
-}
-
 constexpr double kLongest = 10 * 365.25 * 86400;  // seconds; the clock's own range is some hundred years
 
 }  // namespace
@@ -27,6 +20,12 @@ qcDeadline::qcDeadline(double seconds) noexcept {
   if (seconds > kLongest) return;
   const std::chrono::duration<double> wait(seconds > 0 ? seconds : 0);
   time_ = Clock::now() + std::chrono::ceil<Clock::duration>(wait);
+}
+
+qcDeadline qcDeadline::ofThread() noexcept {
+  const std::int64_t limit = zrtsys::attentionLimit();
+  if (limit == zrtsys::noLimit) return qcDeadline();
+  return qcDeadline(Clock::time_point(std::chrono::nanoseconds(limit)));  // the steady clock is the same for all
 }
 
 qc_Resource::~qc_Resource() = default;
@@ -51,7 +50,7 @@ qcMutex& qcMutex::global() {
 }
 
 bool qcSemaphore::acquire(const qcDeadline& deadline) {
-  const qcDeadline until = std::min(deadline, attention());
+  const qcDeadline until = std::min(deadline, qcDeadline::ofThread());
   std::unique_lock lock(mutex_);
   const auto isThere = [this] { return units_ > 0; };
   if (until.isNever()) {

@@ -39,3 +39,5 @@ void qcTimeout::detach() {
   if (holder_->isAttached) qfThrowExceptionOnFailure(zrtsys::detachTimeout(&holder_->tag));
   holder_.reset();
 }
+
+void qcTimeout::check() { qfThrowExceptionOnFailure(zrtsys::checkAttention()); }

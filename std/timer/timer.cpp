@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "vnxstd/except/failure.h"
+#include "zrtsys/attention.h"
 #include "zrtsys/clock.h"
 
 namespace {
@@ -109,7 +110,12 @@ void qc_Timer<Counter>::sleep(double seconds) {
   constexpr double kLongest = 10 * 365.25 * 86400 * 1e3;  // milliseconds
   if (!(seconds >= 0)) return;
   const double milliseconds = std::round(std::min(seconds * 1e3, kLongest));
-  std::this_thread::sleep_for(std::chrono::milliseconds(static_cast<std::int64_t>(milliseconds)));
+  const std::chrono::milliseconds wait(static_cast<std::int64_t>(milliseconds));
+  const std::int64_t limit = zrtsys::attentionLimit();
+  if (limit == zrtsys::noLimit) return std::this_thread::sleep_for(wait);
+  const std::chrono::steady_clock::time_point expiry{std::chrono::nanoseconds(limit)};
+  std::this_thread::sleep_until(std::min(std::chrono::steady_clock::now() + wait, expiry));
+  qfThrowExceptionOnFailure(zrtsys::checkAttention());
 }
 
 // Through a timer: bare readings follow each other closer than a start and a stop ever do.

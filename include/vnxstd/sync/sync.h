@@ -20,6 +20,9 @@ class VNXSTD_EXPORT qcDeadline {
   /// `seconds` from now on. What is not above 0, or not a number, has passed already; more than ten years is never.
   explicit qcDeadline(double seconds) noexcept;
 
+  /// When the earliest qcTimeout on the calling thread passes.
+  static qcDeadline ofThread() noexcept;
+
   bool isNever() const noexcept { return time_ == Clock::time_point::max(); }
   bool hasPassed() const noexcept { return !isNever() && Clock::now() >= time_; }
   Clock::time_point time() const noexcept { return time_; }

@@ -7,7 +7,7 @@
 #include "vnxstd/export.h"
 
 /// A time limit on what a thread does while this object lives. It interrupts nothing that runs; a wait of the thread
-/// that outlasts it, for a semaphore or for an image from a pool, throws Expired. Of several limits the earliest
+/// that outlasts it, for a semaphore, an image from a pool, a message or a span of time, throws Expired. Of several limits the earliest
 /// counts. An object belongs to the thread that made it.
 ///
 ///     const qcTimeout limit(0.5);
@@ -29,6 +29,9 @@ class VNXSTD_EXPORT qcTimeout {
 
   /// Lifts the limit; has no effect the second time.
   void detach();
+
+  /// Throws Expired when a limit on the calling thread has passed; for long computations.
+  static void check();
 
  private:
   struct Holder;

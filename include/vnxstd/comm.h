@@ -1,0 +1,5 @@
+// Connections to other processes, and archives that cross them.
+#pragma once
+
+#include "vnxstd/comm/communicator.h"
+#include "vnxstd/comm/transfer.h"

@@ -1,0 +1,51 @@
+// Archives that cross to another process.
+#pragma once
+
+#include <memory>
+
+#include "vnxstd/archive/archive.h"
+#include "vnxstd/export.h"
+
+class qcCommunicator;
+/// The stream buffer of a transfer archive.
+class qc_StreamBufferWithTimeout;
+
+/// An archive whose bytes go to another process, or come from it. What is stored between two flushes is a message.
+///
+/// The time that is spent waiting within one message, for the peer to send it or to take it, is at most timeOut();
+/// beyond it qcTcpip::Timeout is thrown, and qcTcpip::ConnectionBroken when the peer has gone. A message that was
+/// broken off so cannot be taken up again: from then on everything throws ConnectionBroken. Waiting in vain for a
+/// message to begin breaks nothing off. A load that fails for another reason leaves the rest of its message, which
+/// nextMessage skips; objects that were stored in it may be referred to later, and are then NotFound.
+///
+/// docs/archive-format.md gives the bytes of messages. For one thread at a time.
+class VNXSTD_EXPORT qcTransferArchive : public qcArchive {
+ public:
+  /// What is stored and not yet flushed is sent; a failure to do so is lost here.
+  ~qcTransferArchive() override;
+
+  /// Seconds of waiting within a message. What is not above 0, or not a number, does not wait; more than ten years is
+  /// for ever.
+  void timeOut(double seconds) noexcept;
+  double timeOut() const noexcept;
+
+  /// Sends what was stored, and ends the message.
+  void flush();
+  /// The same as flush.
+  void sync() override { flush(); }
+  /// Goes to the end of the message that is being loaded, if any.
+  void nextMessage();
+
+  bool isConnected() const;
+  /// Waits for the peer to go, this many seconds at most; whether it has.
+  bool waitUntilDisconnected(double seconds) const;
+  qcCommunicator& connectedTo() const noexcept { return communicator_; }
+
+ private:
+  friend class qcCommunicator;
+  qcTransferArchive(std::unique_ptr<qc_StreamBufferWithTimeout> stream, Direction direction, Ordering ordering,
+                    qcCommunicator& communicator);
+
+  std::unique_ptr<qc_StreamBufferWithTimeout> stream_;
+  qcCommunicator& communicator_;
+};

@@ -1,0 +1,130 @@
+#include "vnxstd/comm/communicator.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+
+#include "vnxstd/except/catalogue.h"
+#include "vnxstd/except/failure.h"
+#include "zrtsys/attention.h"
+
+#if defined(_WIN32)
+
+// The sockets of this platform are another interface, which nobody has asked for yet.
+qcCommunicator::qcCommunicator(int socket) : socket_(socket) { throw qcTcpip::NotSupported(); }
+qcCommunicator::~qcCommunicator() = default;
+std::pair<std::unique_ptr<qcCommunicator>, std::unique_ptr<qcCommunicator>> qcCommunicator::loopback() {
+  throw qcTcpip::NotSupported();
+}
+void qcCommunicator::send(const char*, std::size_t, const qcDeadline&) { throw qcTcpip::NotSupported(); }
+void qcCommunicator::receive(char*, std::size_t, const qcDeadline&) { throw qcTcpip::NotSupported(); }
+bool qcCommunicator::isConnected() const { throw qcTcpip::NotSupported(); }
+bool qcCommunicator::waitUntilDisconnected(double) const { throw qcTcpip::NotSupported(); }
+void qcCommunicator::finishSending() { throw qcTcpip::NotSupported(); }
+
+#else
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+#if defined(POLLRDHUP)
+constexpr short kGone = POLLRDHUP | POLLHUP | POLLERR;
+#else
+constexpr short kGone = POLLHUP | POLLERR;
+#endif
+
+// Waits until one of the events has come or the deadline has passed; what has come.
+short pollUntil(int socket, short events, const qcDeadline& deadline) {
+  for (;;) {
+    int wait = -1;
+    if (!deadline.isNever()) {
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline.time() - qcDeadline::Clock::now());
+      wait = static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, 60000));
+    }
+    pollfd ask{socket, events, 0};
+    const int count = ::poll(&ask, 1, wait);
+    if (count > 0) return ask.revents;
+    if (count < 0 && errno != EINTR) throw qcTcpip::AccessFailed();
+    if (deadline.hasPassed()) return 0;
+  }
+}
+
+}  // namespace
+
+qcCommunicator::qcCommunicator(int socket) : socket_(socket) {
+  int type = 0;
+  socklen_t size = sizeof type;
+  const bool isStream = ::getsockopt(socket, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type == SOCK_STREAM;
+  // Calls return when they would have to wait: all waiting is done in one place.
+  const int flags = isStream ? ::fcntl(socket, F_GETFL) : -1;
+  if (flags >= 0 && ::fcntl(socket, F_SETFL, flags | O_NONBLOCK) == 0) return;
+  if (socket >= 0) ::close(socket);
+  throw qcTcpip::AccessFailed();
+}
+
+qcCommunicator::~qcCommunicator() { ::close(socket_); }
+
+std::pair<std::unique_ptr<qcCommunicator>, std::unique_ptr<qcCommunicator>> qcCommunicator::loopback() {
+  int ends[2];
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) throw qcTcpip::AccessFailed();
+  std::unique_ptr<qcCommunicator> first;
+  try {
+    first = std::make_unique<qcCommunicator>(ends[0]);
+  } catch (...) {
+    ::close(ends[1]);
+    throw;
+  }
+  return {std::move(first), std::make_unique<qcCommunicator>(ends[1])};
+}
+
+void qcCommunicator::waitFor(short events, const qcDeadline& deadline) const {
+  const qcDeadline until = std::min(deadline, qcDeadline::ofThread());
+  if (pollUntil(socket_, events, until) != 0) return;
+  qfThrowExceptionOnFailure(zrtsys::checkAttention());
+  throw qcTcpip::Timeout();
+}
+
+void qcCommunicator::send(const char* data, std::size_t count, const qcDeadline& deadline) {
+  while (count != 0) {
+    const ssize_t sent = ::send(socket_, data, count, MSG_NOSIGNAL);
+    if (sent > 0) {
+      data += sent;
+      count -= static_cast<std::size_t>(sent);
+    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+      waitFor(POLLOUT, deadline);
+    } else if (errno != EINTR) {
+      throw qcTcpip::ConnectionBroken();
+    }
+  }
+}
+
+void qcCommunicator::receive(char* data, std::size_t count, const qcDeadline& deadline) {
+  while (count != 0) {
+    const ssize_t received = ::recv(socket_, data, count, 0);
+    if (received > 0) {
+      data += received;
+      count -= static_cast<std::size_t>(received);
+    } else if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+      waitFor(POLLIN, deadline);
+    } else if (received == 0 || errno != EINTR) {
+      throw qcTcpip::ConnectionBroken();
+    }
+  }
+}
+
+bool qcCommunicator::isConnected() const { return !waitUntilDisconnected(0); }
+
+bool qcCommunicator::waitUntilDisconnected(double seconds) const {
+  const qcDeadline deadline(seconds), limit = qcDeadline::ofThread();
+  const bool gone = (pollUntil(socket_, kGone, std::min(deadline, limit)) & kGone) != 0;
+  if (!gone && limit < deadline) qfThrowExceptionOnFailure(zrtsys::checkAttention());
+  return gone;
+}
+
+void qcCommunicator::finishSending() { ::shutdown(socket_, SHUT_WR); }
+
+#endif

@@ -1,0 +1,227 @@
+// Connections to other processes, and what crosses them.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <memory>
+#include <numeric>
+#include <thread>
+
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "vnxstd/comm.h"
+#include "vnxstd/except/catalogue.h"
+#include "vnxstd/math/vector.h"
+#include "vnxstd/timer/timeout.h"
+#include "vnxstd/timer/timer.h"
+
+namespace {
+
+using Dir = qcArchive::Direction;
+
+/// Another process at the other end of a connection; it does its work and goes.
+class Peer {
+ public:
+  explicit Peer(const std::function<void(qcCommunicator&)>& work) {
+    auto [mine, other] = qcCommunicator::loopback();
+    process_ = fork();
+    if (process_ == 0) {
+      mine.reset();
+      int status = 0;
+      try {
+        work(*other);
+      } catch (const qcException&) {
+        status = 1;
+      }
+      other.reset();
+      _exit(status);
+    }
+    end = std::move(mine);
+  }
+  ~Peer() {
+    end.reset();
+    EXPECT_EQ(finish(), 0);
+  }
+  int finish() {
+    int status = 0;
+    if (process_ > 0) waitpid(process_, &status, 0);
+    process_ = 0;
+    return status;
+  }
+  std::unique_ptr<qcCommunicator> end;
+
+ private:
+  pid_t process_;
+};
+
+TEST(Transfer, CarriesObjectsToAnotherProcessAndBack) {
+  // The other one sends back what it gets, one message for each, until it is told to stop.
+  Peer peer([](qcCommunicator& communicator) {
+    const auto out = communicator.archive(Dir::storing, 30, qcArchive::bigEndian);
+    out->flush();
+    const auto in = communicator.archive(Dir::loading);
+    for (;;) {
+      std::vector<double> numbers;
+      std::wstring text;
+      *in || numbers || text;
+      *out || numbers || text;
+      out->flush();
+      if (text == L"stop") return;
+    }
+  });
+  const auto out = peer.end->archive(Dir::storing);
+  out->flush();
+  const auto in = peer.end->archive(Dir::loading);
+  EXPECT_TRUE(in->ordering() == qcArchive::bigEndian && &in->connectedTo() == peer.end.get());
+  for (const std::size_t size : {0UL, 1UL, 8190UL, 8191UL, 8192UL, 8193UL, 3000000UL, 5UL}) {
+    std::vector<double> numbers(size), back;
+    std::iota(numbers.begin(), numbers.end(), 0.5);
+    std::wstring text = size == 5 ? L"stop" : L"\u00E4", same;
+    *out || numbers || text;
+    std::thread sender([&] { out->flush(); });  // both sides send more than the connection holds
+    *in || back || same;
+    sender.join();
+    EXPECT_TRUE(back == numbers && same == text) << size;
+  }
+  EXPECT_TRUE(peer.end->waitUntilDisconnected(30));
+  EXPECT_FALSE(in->isConnected());
+}
+
+TEST(Transfer, ErrorsAreThrownAgainOnTheOtherSide) {
+  Peer peer([](qcCommunicator& communicator) {
+    const auto out = communicator.archive(Dir::storing);
+    qcPersistent* ignored = nullptr;
+    try {
+      throw qcArchive::UnknownType("Gauge", "there", 7);
+    } catch (qcException& error) {
+      qcPersistent::serializePointer(*out, &error, ignored);
+    }
+    out->flush();
+    char half[] = "\xF1\x66\x4B\xDF";  // of an object
+    out->raw(half, 4);
+    out->flush();
+  });
+  const auto in = peer.end->archive(Dir::loading);
+  qcPersistent* loaded = nullptr;
+  qcPersistent::serializePointer(*in, nullptr, loaded);
+  try {
+    dynamic_cast<qcException&>(*loaded).suicideAndRethrow();
+    FAIL();
+  } catch (const qcArchive::UnknownType& error) {
+    EXPECT_EQ(error.message(false), L"Gauge; thrown from file: there, line: 7");
+  }
+  qcArchive::BadFile broken("", 0);
+  EXPECT_THROW(*in >> broken, qcTcpip::ConnectionBroken) << "in the middle of an object";
+}
+
+TEST(Transfer, TimeOutsCoverWholeMessages) {
+  auto [mine, other] = qcCommunicator::loopback();
+  const auto frame = [](std::uint32_t count, bool last, std::string bytes) {
+    const std::uint32_t head = count | (last ? 0x80000000 : 0);
+    std::string text;
+    for (int i = 0; i < 4; ++i) text.push_back(static_cast<char>(head >> (8 * i)));
+    return text + bytes;
+  };
+  const auto send = [&other = other](const std::string& bytes) {
+    other->send(bytes.data(), bytes.size(), qcDeadline());
+  };
+  send(frame(6, true, {2, 0, 0, 0, 0, 5}));
+  const auto in = mine->archive(Dir::loading, 0.05);
+  int number = 0;
+  *in || number;
+  EXPECT_EQ(number, 5);
+  // Nothing comes: one can wait again.
+  for (int i = 0; i < 2; ++i) EXPECT_THROW(*in || number, qcTcpip::Timeout);
+  {
+    const qcTimeout limit(0.01);
+    EXPECT_THROW(*in || number, qcTimeout::Expired);
+    EXPECT_THROW(other->waitUntilDisconnected(1000), qcTimeout::Expired);
+  }
+  send(frame(4, false, {0, 0, 0, 6}) + frame(0, false, {}) + frame(4, true, {0, 0, 0, 7}));
+  *in || number;
+  in->nextMessage();
+  EXPECT_EQ(number, 6);
+  // A peer that sends a byte now and then does not keep a reader for ever.
+  qcTimer watch(true);
+  std::jthread trickle([&](const std::stop_token& stop) {
+    send(frame(60000, true, {}));
+    while (!stop.stop_requested()) {
+      send("x");
+      qcTimer::sleep(0.005);
+    }
+  });
+  EXPECT_THROW(in->raw(std::make_unique<char[]>(60000).get(), 60000), qcTcpip::Timeout);
+  EXPECT_LT(watch.sec(), 30);
+  EXPECT_THROW(*in || number, qcTcpip::ConnectionBroken) << "the message cannot be taken up again";
+  trickle.request_stop();
+  trickle.join();
+  // Neither does one that takes nothing.
+  const auto out = other->archive(Dir::storing, 0.05);
+  EXPECT_THROW(out->raw(std::vector<char>(10000000).data(), 10000000), qcTcpip::Timeout);
+  EXPECT_THROW(out->flush(), qcTcpip::ConnectionBroken);
+}
+
+TEST(Transfer, RefusesFramesThatAreNone) {
+  auto [mine, other] = qcCommunicator::loopback();
+  const unsigned char head[] = {1, 0, 1, 0x80};
+  other->send(reinterpret_cast<const char*>(head), sizeof head, qcDeadline());
+  EXPECT_THROW(mine->archive(Dir::loading, 1), qcArchive::BadContent);
+  EXPECT_THROW(qcCommunicator(-1), qcTcpip::AccessFailed);
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  for (const int end : ends) EXPECT_THROW(qcCommunicator{end}, qcTcpip::AccessFailed);
+}
+
+TEST(Transfer, APeerThatIsGoneRaisesAnErrorAndNoSignal) {
+  for (const bool killed : {false, true}) {
+    auto [mine, other] = qcCommunicator::loopback();
+    const auto out = mine->archive(Dir::storing, 10);
+    if (killed) {
+      const pid_t child = fork();
+      if (child == 0) {
+        mine.reset();
+        pause();
+      }
+      other.reset();
+      EXPECT_TRUE(out->isConnected());
+      kill(child, SIGKILL);
+      waitpid(child, nullptr, 0);
+    } else {
+      other->finishSending();
+    }
+    EXPECT_TRUE(out->waitUntilDisconnected(30));
+    other.reset();
+    EXPECT_THROW(out->raw(std::vector<char>(1000000).data(), 1000000), qcTcpip::ConnectionBroken);
+    EXPECT_THROW(mine->receive(std::make_unique<char>().get(), 1, qcDeadline()), qcTcpip::ConnectionBroken);
+  }
+}
+
+TEST(Transfer, SignalsInterruptNothing) {
+  struct sigaction action {
+  }, before{};
+  action.sa_handler = [](int) {};
+  sigaction(SIGALRM, &action, &before);  // without SA_RESTART
+  const itimerval often{{0, 500}, {0, 500}}, never{};
+  {
+    Peer peer([](qcCommunicator& communicator) {
+      qcTimer::sleep(0.05);
+      const auto out = communicator.archive(Dir::storing);
+      std::vector<double> numbers(200000, 1.5);
+      *out || numbers;
+      out->flush();
+    });
+    setitimer(ITIMER_REAL, &often, nullptr);
+    std::vector<double> numbers;
+    *peer.end->archive(Dir::loading) || numbers;
+    EXPECT_EQ(std::accumulate(numbers.begin(), numbers.end(), 0.0), 300000);
+    EXPECT_TRUE(peer.end->waitUntilDisconnected(30));
+    setitimer(ITIMER_REAL, &never, nullptr);
+  }
+  sigaction(SIGALRM, &before, nullptr);
+}
+
+}  // namespace
