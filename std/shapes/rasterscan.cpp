@@ -143,6 +143,11 @@ RowCrossing::RowCrossing(const qcVector<2>& a, const qcVector<2>& b, double reac
 
 std::int64_t RowCrossing::first(double y, double base, std::int64_t limit, bool beyond) const {
   const double place = x(y) - base, high = place + error_, last = static_cast<double>(limit);
+  if (place > 0 && place < last) {
+    const auto whole = static_cast<std::int64_t>(place);
+    const double fraction = place - static_cast<double>(whole);
+    if (fraction > error_ && fraction < 1 - error_) return whole + 1;
+  }
   std::int64_t from = ceilWithin(place - error_, last);
   std::int64_t to = high < last ? ceilWithin(high, last) : limit;  // no number is as good as the last
   while (from < to) {
