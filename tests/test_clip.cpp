@@ -315,6 +315,47 @@ TEST(CrossingPolygons, AreClippedWhereTheyWind) {
   }
 }
 
+// What was cut off is a shape like any other.
+TEST(PartsOfParts, FallApartIntoInsideAndOutside) {
+  for (unsigned seed = 0; seed < 7000 / kShare; ++seed) {
+    SCOPED_TRACE(seed);
+    Random r(seed);
+    const double grid = seed % 3;
+    Shape shape = kRegions[seed % 7].make(r, grid);
+    for (int i = 0; i < 4; ++i) {
+      const qcPolyline polygon(r.star(r.snapped(r.point(2), grid), 1, 8, r.integer(0, 1) == 1 ? grid : 0), true);
+      if (polygon.area() == 0) continue;
+      const Shape inside = shape->clip(polygon, false), outside = shape->clip(outsideOf(polygon), false);
+      ASSERT_NEAR(area(*inside) + area(*outside), area(*shape), 1e-9);
+      shape = area(*inside) > area(*outside) ? inside : outside;
+    }
+  }
+}
+
+// Whatever they come to, clipping ends, and errors are those of the library.
+TEST(ExtremeCoordinates, AreBorne) {
+  for (unsigned seed = 0; seed < 20000 / kShare; ++seed) {
+    Random r(seed);
+    const auto extreme = [&r] {
+      const double special[] = {0, -0.0, 5e-324, 1e-300, 1e-150, 1, 1, 2, 1e150, 1e300, 1e308, HUGE_VAL};
+      return special[r.integer(0, r.integer(0, 9) == 0 ? 11 : 10)] * r.integer(-2, 2);
+    };
+    const auto points = [&] {
+      Points result;
+      for (int i = r.integer(1, 7); i > 0; --i) result.push_back({extreme(), extreme()});
+      return result;
+    };
+    try {
+      const qcPolyline polygon(points(), true), line(points(), r.integer(0, 1) == 1);
+      const qcCircle circle(line.vertex(0), std::fabs(extreme()));
+      const qcShape& shape = seed % 2 == 0 ? static_cast<const qcShape&>(line) : circle;
+      const Shape inside = shape.clip(polygon, false);
+      if (!isEmpty(*inside)) inside->boundingBox();
+    } catch (const qcException&) {
+    }
+  }
+}
+
 // ---- examples
 
 qcPolyline box(double x0, double y0, double x1, double y1) { return {{{x0, y0}, {x1, y0}, {x1, y1}, {x0, y1}}, true}; }

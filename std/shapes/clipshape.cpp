@@ -73,9 +73,12 @@ class Collector {
       goTo(start);
       addArc(outline_, arc->ellipse(), from + aside, to + aside, aside != 0 ? start : arc->endPoint());
     } else if (const auto* contour = dynamic_cast<const qcContourTree*>(&shape)) {
-      for (const qcShape* element : contour->elements_()) addSimple(*element);
+      for (const qcShape* element : contour->elements_()) add(*element);
     } else {
-      addSimple(shape);
+      if (shape.isDecomposed()) throw qcShapesError::NotImplemented();
+      const Handle parts = shape.decompose();
+      if (!parts->isDecomposed()) throw qcBadPointer();
+      add(*parts);
     }
   }
 
@@ -84,13 +87,6 @@ class Collector {
   }
 
  private:
-  void addSimple(const qcShape& shape) {
-    if (shape.isDecomposed()) return add(shape);
-    const Handle parts = shape.decompose();
-    if (!parts->isDecomposed()) throw qcBadPointer();
-    add(*parts);
-  }
-
   void goTo(const V& p) {
     const bool started = outline_.chains.size() > before_;
     if (started && areNear(p, outline_.at())) return;
@@ -115,8 +111,7 @@ struct Boundaries {
       outline.addPolygon(polygon->vertices(), reversed);
     } else {
       Collector collector(outline, true);
-      const Handle parts = boundary.isDecomposed() ? nullptr : boundary.decompose();
-      collector.add(parts ? *parts : boundary);
+      collector.add(boundary);
       collector.finish();
       if (reversed && outline.chains.size() > sources.size()) outline.reverseChain();
     }
@@ -148,9 +143,8 @@ ClipPath merged(const ClipPath& path, bool closed) {
   const auto continues = [&](const ClipBit& a, const ClipBit& b, double& shift) {
     shift = 0;
     if (a.ellipse != b.ellipse) return false;
-    if (!a.isArc())
-      return a.edge == b.edge && a.placeTo == b.placeFrom && (a.placeFrom < a.placeTo) == (b.placeFrom < b.placeTo);
     if ((a.placeFrom < a.placeTo) != (b.placeFrom < b.placeTo)) return false;
+    if (!a.isArc()) return a.edge == b.edge && a.placeTo == b.placeFrom;
     const double gap = a.placeTo - b.placeFrom;
     if (gap != 0 && std::fabs(std::fabs(gap) - qcRadian::turn) > 1e-12) return false;
     shift = gap;
@@ -270,9 +264,9 @@ class Builder {
   const ClipOutline& outline_;
 };
 
-Handle collected(std::vector<Child> shapes) {
-  if (shapes.size() == 1) return Handle(const_cast<qcShape*>(shapes.front().rep()));
-  return new qcGeneralShapeTree(shapes, false);
+Handle collected(const std::vector<Handle>& shapes) {
+  if (shapes.size() == 1) return shapes.front();
+  return new qcGeneralShapeTree(std::vector<Child>(shapes.begin(), shapes.end()), false);
 }
 
 // Regions from closed paths, of which those that run to the right bound holes.
@@ -304,10 +298,10 @@ class RegionBuilder {
     if (loops_.size() > 1 && !tree_ && crossed()) return bridged();
     const bool holes = std::any_of(loops_.begin(), loops_.end(), [](const Loop& loop) { return loop.area < 0; });
     if (holes && !nest()) return bridged();
-    std::vector<Child> shapes;
+    std::vector<Handle> shapes;
     if (!holes && !tree_) {
       for (const Loop& loop : loops_) shapes.push_back(boundary(loop));
-      return collected(std::move(shapes));
+      return collected(shapes);
     }
     try {
       // The smallest first: they are complete when they are put into a larger one.
@@ -326,7 +320,7 @@ class RegionBuilder {
       return bridged();  // boundaries that cross
     }
     std::reverse(shapes.begin(), shapes.end());
-    return collected(std::move(shapes));
+    return collected(shapes);
   }
 
  private:
@@ -452,9 +446,9 @@ Handle clipContour(const qcShape& shape, const qcPolyline& polygon, Result& resu
   if (result == Result::outside) return new qcPolyline;
   if (result == Result::inside) return shape.clone();
   const Builder builder(outline);
-  std::vector<Child> pieces;
+  std::vector<Handle> pieces;
   for (const ClipPath& path : clipped.paths) pieces.push_back(builder.contour(path, false));
-  return collected(std::move(pieces));
+  return collected(pieces);
 }
 
 Handle clipArea(const qcShape& shape, const qcPolyline& polygon, Result& result) {

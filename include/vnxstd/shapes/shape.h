@@ -184,7 +184,7 @@ class VNXSTD_EXPORT qcShape : public virtual qcRepBase, public virtual qcPersist
   /// and to the number of pairs of edges whose boxes overlap.
   ///
   /// Throws qcShapesError::NotRegion when the polyline is not closed or empty, BadGeom when a coordinate of one of both
-  /// is not finite.
+  /// is not finite, NotImplemented for primitives other than segments, polylines and arcs of ellipses.
   qcPtrHandle<qcShape> clip(const qcPolyline& polygon, qcClipInfo& info) const;
   qcPtrHandle<qcShape> clip(const qcPolyline& polygon, bool rightHanded) const;
   qcPtrHandle<qcShape> clip(const qcPolyline& polygon, ClipResult& result, bool rightHanded) const;
