@@ -305,21 +305,6 @@ TEST(Lines, RefuseWhatMakesNoLineAndWhatNeedsAnEnd) {
   EXPECT_TRUE(qcLine().reverse()->equal_(qcLine({-1, 0}, {0, 0})));
 }
 
-// A point moved to the left by very little sees what the point on the contour reports.
-TEST(Segments, ContourPointsWindAsFromTheLeft) {
-  const qcPolyline bend({{0, 0}, {0, 0}, {4, 0}, {4, 4}}, false), back({{4, 4}, {4, 0}, {0, 0}}, false);
-  const qcPolyline spike({{0, 0}, {4, 0}}, true);
-  const qcPolyline square({{0, 0}, {4, 0}, {4, 4}, {0, 4}, {0, 0}}, true), hole({{0, 0}, {0, 4}, {4, 4}, {4, 0}}, true);
-  const std::tuple<const qcPolyline&, V, V> rows[] = {
-      {bend, {1, 0}, {0, 1}},    {bend, {4, 0}, {-1, 1}}, {bend, {0, 0}, {0, 1}},     {bend, {4, 4}, {-1, 0}},
-      {back, {1, 0}, {0, -1}},   {back, {4, 0}, {1, -1}}, {square, {4, 4}, {-1, -1}}, {square, {0, 0}, {1, 1}},
-      {square, {4, 1}, {-1, 0}}, {hole, {4, 4}, {1, 1}},  {hole, {4, 1}, {1, 0}},     {spike, {4, 0}, {1, 0}},
-      {spike, {1, 0}, {0, 1}},   {spike, {0, 0}, {-1, 0}}};
-  for (const auto& [line, p, left] : rows) {
-    EXPECT_NEAR(line.generalWindingAngle(p).plain(), line.generalWindingAngle(p + 1e-8 * left).plain(), 1e-6) << &line;
-  }
-}
-
 TEST(Circles, CrossingsLieOnBoth) {
   V a, b;
   for (unsigned seed = 0; seed < 300; ++seed) {
