@@ -14,6 +14,7 @@ constexpr double kMargin = 20, kHeading = 62, kLegend = 210, kChart = 130;
 constexpr double kWidest = 960, kHighest = 900, kNarrowest = 420;  // of the image
 constexpr double kLetter = 11.6;                                   // width of one in the heading
 constexpr double kSmallest = 1.5, kLargest = 3.4;                  // radii of points
+constexpr std::size_t kMostScans = 120;                            // drawn of them: more would hide the image
 
 struct Rgb {
   double r, g, b;
@@ -51,6 +52,7 @@ class Overlay {
     double length = 0;
     for (std::size_t i = 1; i < measurement.points.size(); ++i)
       length += measurement.points[i].distance(measurement.points[i - 1]) * zoom_;
+    step_ = (scans.size() + kMostScans - 1) / kMostScans;
     radius_ = std::clamp(0.28 * length / static_cast<double>(measurement.points.size()), kSmallest, kLargest);
   }
 
@@ -90,7 +92,7 @@ class Overlay {
     svg_.image(pngOf(measurement_.image), measurement_.image.width(), measurement_.image.height(),
                {qcMatrix<2>(zoom_, 0, 0, zoom_), at});
     std::vector<Chain> scans;
-    for (const ScanLine& scan : scans_) scans.push_back({scan.from, scan.to});
+    for (std::size_t i = 0; i < scans_.size(); i += step_) scans.push_back({scans_[i].from, scans_[i].to});
     svg_.path(path(scans), "scan");
     svg_.casedPath(path(measurement_.region.outlines()), "region", "region");
     svg_.casedPath(path(measurement_.shapeInImage()), "fit", measurement_.shapeText());
@@ -117,7 +119,8 @@ class Overlay {
     row("fit", "fitted shape");
     row("region", "region");
     svg_.path(svgPath({{{x, y - 4}, {x + 26, y - 4}}}), "scan");
-    svg_.text({x + 38, y}, formatted("scan lines (%zu)", scans_.size()), "");
+    svg_.text({x + 38, y},
+              formatted("scan lines (%zu)", scans_.size()) + (step_ > 1 ? formatted(", one in %zu", step_) : ""), "");
     y += 24;
     svg_.cross({x + 13, y - 4}, kLargest, "rejected");
     svg_.text({x + 38, y},
@@ -146,9 +149,10 @@ class Overlay {
     svg_.rect({x, y}, width, kChart, "panel");
     svg_.rect({x, at(measurement_.rms)}, width, at(-measurement_.rms) - at(measurement_.rms), "band");
     svg_.path(svgPath({{{x, middle}, {x + width, middle}}}), "axis");
+    const double radius = std::clamp(width / static_cast<double>(residuals_.size()), kSmallest, kLargest);
     for (std::size_t i = 0; i < residuals_.size(); ++i) {
       const double across = x + width * (static_cast<double>(i) + 0.5) / static_cast<double>(residuals_.size());
-      mark({across, at(residuals_[i])}, i, kLargest);
+      mark({across, at(residuals_[i])}, i, radius);
     }
     svg_.text({x + width + kMargin, y + 14}, "residuals along the scans", "");
     svg_.text({x + width + kMargin, y + 32}, "band: rms " + measurement_.lengthText(measurement_.rms), "small");
@@ -163,6 +167,7 @@ class Overlay {
   qcVector<2> panel_;
   Svg svg_;
   double radius_ = kLargest;  // of points in the image
+  std::size_t step_ = 1;      // from one scan that is drawn to the next
   double most_ = 0;           // the largest residual of a point that is used
 };
 

@@ -124,7 +124,8 @@ void Svg::casedText(const qcVector<2>& at, std::string_view words, std::string_v
 
 void Svg::dot(const qcVector<2>& at, double radius, std::string_view colour, std::string_view tip) {
   text_ += withTip("<circle class=\"dot\" cx=\"" + svgNumber(at.x()) + "\" cy=\"" + svgNumber(at.y()) + "\" r=\"" +
-                       svgNumber(radius) + "\" fill=\"" + std::string(colour) + '"',
+                       svgNumber(radius) + (radius < 2 ? "\" style=\"stroke: none" : "") + "\" fill=\"" +
+                       std::string(colour) + '"',
                    "circle", tip);
 }
 

@@ -32,6 +32,7 @@ class Svg {
   void text(const qcVector<2>& at, std::string_view words, std::string_view kind);
   /// A text that can be read on any image.
   void casedText(const qcVector<2>& at, std::string_view words, std::string_view kind);
+  /// Has a border unless the radius is below 2, where dots may lie so close that the borders would cover them.
   void dot(const qcVector<2>& at, double radius, std::string_view colour, std::string_view tip = {});
   /// A cross of two strokes, cased.
   void cross(const qcVector<2>& at, double arm, std::string_view kind);
