@@ -24,10 +24,9 @@ class VNXSTD_EXPORT qcRasterizationDefs {
   /// Which pels a region sets.
   enum BoundaryFillMode : std::int32_t {
     /// Those whose centre is inside. A centre exactly on the boundary counts as inside where the region lies on the
-    /// side
-    /// of growing x, or, along a horizontal piece, of growing y: of two regions that share pieces of their boundaries
-    /// exactly one owns each centre on them. Exact for polygons of any coordinates; for circles and ellipses, which are
-    /// not sampled, up to rounding.
+    /// side of growing x, or, along a horizontal piece, of growing y: of two regions that share pieces of their
+    /// boundaries exactly one owns each centre on them. Exact for polygons of any coordinates; for circles and
+    /// ellipses, which are not sampled, up to rounding.
     center,
     /// Those of which some of the region or its boundary lies inside the square, not counting its border.
     touched,
