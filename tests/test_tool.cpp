@@ -33,6 +33,7 @@
 #include "vnxstd/shapes/mappedshape.h"
 #include "vnxstd/shapes/polyline.h"
 #include "vnxstd/shapes/regiontree.h"
+#include "vnxstd/vdb/vdbarch.h"
 
 namespace {
 
@@ -582,6 +583,33 @@ TEST_F(Tool, ListsAndDrawsBlobs) {
   EXPECT_NE(output.find(" 2199 "), std::string::npos);
 }
 
+// Of a class that the tool does not know.
+class Result : public qcVDBRecordBase {};
+const qc_Instantiator kResult(typeid(Result), [] { return static_cast<qcPersistent*>(new Result); });
+
+TEST_F(Tool, ListsTheRecordsOfADatabase) {
+  {
+    qcVDBArchive database(qf_Widen(file("results.vdb")), true, false);
+    for (const wchar_t* comment : {L"first", L"gone", L"l\u00E4st"}) {
+      Result result;
+      result.header().comment(comment);
+      result.header().currentGrade(qcVDB::review);
+      database.storeNewRecord(&result);
+    }
+    database.gotoRecord(2);
+    database.removeRecord();
+  }
+  ASSERT_EQ(run("info results.vdb"), 0) << errors;
+  EXPECT_NE(output.find("Result, review, saved as good: first\n"), std::string::npos) << output;
+  EXPECT_EQ(output.find("gone"), std::string::npos);
+  EXPECT_TRUE(output.ends_with("Result, review, saved as good: l\u00E4st\n")) << output;
+  EXPECT_EQ(run("render results.vdb -o r.svg"), 1) << errors;
+  std::filesystem::resize_file(file("results.vdb"), std::filesystem::file_size(file("results.vdb")) - 60);
+  EXPECT_EQ(run("info results.vdb"), 3);
+  EXPECT_NE(output.find("record 1 "), std::string::npos);
+  EXPECT_NE(output.find("damaged"), std::string::npos) << output << errors;
+}
+
 TEST_F(Tool, ExitStatuses) {
   qcDIB bitmap;
   bitmap.init(drawn([](const qcVector<2>& p) { return p.x() - 40; }, 1, 1));
@@ -661,6 +689,8 @@ TEST_F(Tool, ExitStatuses) {
                {"blobs edge.bmp --threshold 1x", 2},
                {"blobs edge.bmp --min-area 0", 2},
                {"blobs edge.bmp --overlay ./edge.bmp", 2},
+               {"blobs edge.bmp --overlay x.svg", 2},
+               {"blobs twice.arc", 3},
                {"blobs", 2},
                {"blobs cut.bmp", 3},
                {"blobs edge.bmp --overlay /nowhere/x.bmp", 3},

@@ -6,10 +6,10 @@
 #include <numbers>
 
 #include <vnxstd/dib/dib.h>
-#include <vnxstd/pelbuf/rootpool.h>
 
 #include "files.h"
 #include "overlay.h"
+#include "svg.h"
 #include "wrongcall.h"
 
 namespace {
@@ -69,9 +69,8 @@ bool BlobsCommand::run() const {
   const BlobParams wanted = params();
   if (!overlay_.empty() && isSameFile(image_, overlay_))
     throw WrongCall("the image and --overlay must be different files; both are " + overlay_);
-  requireReadable(image_);
-  const auto image =
-      onFile(image_, [](const std::wstring& path) { return qcDIB::readPelBuffer(path, *qfDefaultPelRootPool()); });
+  if (isSvg(overlay_)) throw WrongCall("--overlay draws a bitmap, which \"" + overlay_ + "\" is no name for");
+  const auto image = readBitmap(image_);
   const Blobs blobs = findBlobs(image, wanted);
   if (blobs.kept.empty()) {
     std::cerr << "vnx blobs: nothing found: no region of at least " << wanted.leastArea << " pixels "

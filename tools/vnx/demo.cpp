@@ -70,8 +70,7 @@ double errorOf(const Part& part, const Job& job, const qcShape& shape) {
 bool measurePart(std::ostream& out) {
   const Part part;
   onFile(kImage, [&](const std::wstring& path) { qcDIB::writePelBuffer(path, drawPart(part, kWidth, kHeight)); });
-  const auto image =
-      onFile(kImage, [](const std::wstring& path) { return qcDIB::readPelBuffer(path, *qfDefaultPelRootPool()); });
+  const auto image = readBitmap(kImage);
 
   char text[200];
   std::snprintf(text, sizeof text, "%-7s %-58s %6s %8s %9s %8s\n", "feature", "fit", "used", "rms px", "error px",

@@ -6,6 +6,7 @@
 
 #include <vnxstd/archive/text.h>
 #include <vnxstd/except/exception.h>
+#include <vnxstd/pelbuf/buffer.h>
 
 /// A file cannot be read or written; the text begins with its name.
 class FileError : public std::runtime_error {
@@ -31,6 +32,13 @@ auto onFile(const std::string& path, Work work) {
 
 /// Throws a FileError with the system's reason when the file cannot be opened for reading or is a directory.
 void requireReadable(const std::string& path);
+
+/// What a file is, by its first bytes.
+enum class FileKind { bitmap, archive, other };
+FileKind kindOf(const std::string& path);
+
+/// The image in a bitmap file, in grey, as one of the default pool. Throws FileError for any other file, too.
+qcPelBuffer<unsigned char> readBitmap(const std::string& path);
 
 /// Whether both names lead to one file, existing or yet to be made.
 bool isSameFile(const std::string& a, const std::string& b);

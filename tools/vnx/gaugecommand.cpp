@@ -7,7 +7,6 @@
 #include <optional>
 
 #include <vnxstd/dib/dib.h>
-#include <vnxstd/pelbuf/rootpool.h>
 
 #include "calibration.h"
 #include "files.h"
@@ -125,11 +124,9 @@ bool GaugeCommand::run() const {
   const GaugeParams wanted = params();
   requireDistinctFiles();
   const CalibrationModel model = CalibrationModel::parsed(transform_);
-  requireReadable(image_);
   std::optional<Calibration> calibration;
   if (calibOption_->count()) calibration = calibrate(calib_, readCalibrationPoints(calib_), model);
-  auto image =
-      onFile(image_, [](const std::wstring& path) { return qcDIB::readPelBuffer(path, *qfDefaultPelRootPool()); });
+  auto image = readBitmap(image_);
   if (calibration) image.clientFromImageXformBase(calibration->worldFromImage, false);
   const auto start = std::chrono::steady_clock::now();
   const GaugeResult result = gauge(image, wanted);

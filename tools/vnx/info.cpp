@@ -7,6 +7,8 @@
 #include <vnxstd/dib/dib.h>
 #include <vnxstd/except/typename.h>
 #include <vnxstd/math/xfbase.h>
+#include <vnxstd/shapes/line.h>
+#include <vnxstd/vdb/vdbarch.h>
 
 #include "files.h"
 #include "format.h"
@@ -19,6 +21,9 @@ void row(std::ostream& out, const char* name, const std::string& value) {
   out << "  " << std::left << std::setw(14) << name << value << '\n';
 }
 std::string sizeText(long width, long height) { return formatted("%ld x %ld px", width, height); }
+std::string boxText(const qcRect& box) {
+  return formatted("(%g, %g) size (%g, %g)", box.origin().x(), box.origin().y(), box.size().x(), box.size().y());
+}
 
 void describeBitmap(const std::wstring& name, std::ostream& out) {
   qcDIB bitmap;
@@ -40,18 +45,51 @@ void describeObject(qcPersistent& object, std::ostream& out) {
   if (auto* error = dynamic_cast<qcException*>(&object)) row(out, "  message", qf_Narrow(error->message(false)));
   if (auto* measurement = dynamic_cast<vnxMeasurement*>(&object)) {
     row(out, "  image", sizeText(measurement->image.width(), measurement->image.height()));
+    row(out, "  region", boxText(measurement->region.outline().boundingBox()));
     row(out, "  fit", measurement->shapeText());
     row(out, "  points", formatted("%zu, %ld used", measurement->points.size(), measurement->inliers()));
     row(out, "  rms", measurement->lengthText(measurement->rms));
     if (measurement->isCalibrated()) row(out, "  pixel", measurement->lengthText(measurement->pixel()));
   }
   if (auto* shape = dynamic_cast<qcShape*>(&object); shape && shape->isFinite() && !shape->isEmpty()) {
-    const qcRect box = shape->boundingBox();
-    row(out, "  box",
-        formatted("(%g, %g) size (%g, %g)", box.origin().x(), box.origin().y(), box.size().x(), box.size().y()));
+    row(out, "  box", boxText(shape->boundingBox()));
     row(out, "  perimeter", formatted("%.6g", shape->perimeter()));
   }
+  if (auto* line = dynamic_cast<qcFLine*>(&object))
+    row(out, "  line", formatted("angle %.4f deg, distance %g", line->angle().plain(), line->distance()));
   if (auto* xform = dynamic_cast<qc2XformBase*>(&object)) row(out, "  linear", xform->isLinear() ? "yes" : "no");
+}
+
+std::string gradeText(qcVDB::Grade grade) {
+  switch (grade) {
+    case qcVDB::unknown:
+      return "unknown";
+    case qcVDB::good:
+      return "good";
+    case qcVDB::bad:
+      return "bad";
+    case qcVDB::review:
+      return "review";
+  }
+  return formatted("grade %d", static_cast<int>(grade));
+}
+
+// The records without their objects, which classes of other programs may be needed for. False for other archives.
+bool describeDatabase(const std::wstring& name, std::ostream& out) {
+  qcVDBArchive database(name, false, true);
+  const std::string identification = database.identification();
+  if (identification.empty()) return false;
+  row(out, "database", identification);
+  if (const auto at = database.archive().damaged())
+    row(out, "damaged", formatted("from byte %lld on", static_cast<long long>(at)));
+  for (long number = database.firstRecord(); number != 0; number = database.nextRecord()) {
+    const qcVDBHeader header = database.loadHeader();
+    std::string text = database.recordTypeName() + ", " + gradeText(header.currentGrade());
+    if (header.savedGrade() != header.currentGrade()) text += ", saved as " + gradeText(header.savedGrade());
+    if (!header.comment().empty()) text += ": " + qf_Narrow(header.comment());
+    row(out, formatted("record %-6ld ", number).c_str(), text);
+  }
+  return true;
 }
 
 void describeArchive(const std::string& path, std::ostream& out) {
@@ -61,6 +99,7 @@ void describeArchive(const std::string& path, std::ostream& out) {
   row(out, "byte order", reader.archive().ordering() == qcArchive::littleEndian ? "little-endian" : "big-endian");
   row(out, "seekable", reader.isSeekable() ? "yes" : "no");
   row(out, "bytes", formatted("%lld", reader.archive().remaining() + 2));
+  if (reader.isSeekable() && describeDatabase(qf_Widen(path), out)) return;
   while (const auto object = reader.next()) {
     if (*object)
       describeObject(**object, out);

@@ -14,6 +14,8 @@
 
 namespace {
 
+constexpr const char* kCommands = "gauge, blobs, render, info and demo";
+
 enum Exit { kGood = 0, kNotFound = 1, kWrongCall = 2, kFileFailed = 3 };
 
 int run(int argc, char** argv) {
@@ -24,8 +26,8 @@ int run(int argc, char** argv) {
   const BlobsCommand blobs(app);
   const RenderCommand render(app);
   std::string file;
-  CLI::App* info = app.add_subcommand("info", "Say what a bitmap or an archive holds");
-  info->add_option("file", file, "A bitmap or an archive, of this tool or of any program");
+  CLI::App* info = app.add_subcommand("info", "Say what a bitmap, an archive or a tool database holds");
+  info->add_option("file", file, "A bitmap, an archive or a tool database, of any program");
   CLI::App* demo = app.add_subcommand(
       "demo", "Draw parts, measure them and compare with the truth; writes its files into the current folder");
   app.footer(
@@ -39,13 +41,18 @@ int run(int argc, char** argv) {
     if (blobs.wanted()) return blobs.run() ? kGood : kNotFound;
     if (render.wanted()) return render.run() ? kGood : kNotFound;
     if (demo->parsed()) return runDemo(std::cout) ? kGood : kNotFound;
-    if (!info->parsed()) throw WrongCall("which command? gauge, blobs, render, info or demo");
+    if (!info->parsed()) throw WrongCall(std::string("which command? There are ") + kCommands);
     if (file.empty()) throw WrongCall("which file?");
     describeFile(file, std::cout);
     return kGood;
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);  // a call for help
-    std::cerr << "vnx: " << error.what() << "\nvnx --help says what can be asked.\n";
+    std::string reason = error.what();
+    if (!app.get_subcommands().empty())
+      command += ' ' + app.get_subcommands().front()->get_name();
+    else if (argc > 1 && argv[1][0] != '-')
+      reason = '"' + std::string(argv[1]) + "\" is no command; there are " + kCommands;
+    std::cerr << command << ": " << reason << '\n' << command << " --help says what can be asked.\n";
   } catch (const WrongCall& error) {
     std::cerr << command << ": " << error.what() << '\n' << command << " --help says what can be asked.\n";
   }

@@ -11,12 +11,9 @@
 #include <vnxstd/archive/file.h>
 #include <vnxstd/archive/handle.h>
 
-/// What a file is, by its first bytes.
-enum class FileKind { bitmap, archive, other };
-FileKind kindOf(const std::string& path);
-
 /// Reads an archive of any program, object by object; all of them live as long as the reader. Objects that stand by
-/// themselves carry their type; anything else only its writer can name. Damage throws the archive's errors.
+/// themselves carry their type; anything else only its writer can name, the records of a tool database among it.
+/// Damage throws the archive's errors.
 class ObjectReader {
  public:
   explicit ObjectReader(const std::string& path);
