@@ -7,6 +7,7 @@
 #include <limits>
 #include <vector>
 
+#include "std/pelbuf/dispatch.h"
 #include "vnxstd/math/random.h"
 #include "vnxstd/pelbuf.h"
 #include "vnxstd/shapes.h"
@@ -206,6 +207,7 @@ TEST(RasterizeTest, CirclesAndEllipsesAreExactWhereCentresDecide) {
   const qcPelRect window(-20, 7, 41, 37);
   for (int i = 0; i < 200; ++i) {
     SCOPED_TRACE(i);
+    vnxstd::simd::setLevel(i % 3 ? vnxstd::simd::highest() : vnxstd::simd::Level::Baseline);
     const qcVector<2> center(random.next(-30, 30), random.next(0, 50)), radii(random.next(0, 30), random.next(0, 30));
     const qcEllipse2 ellipse(center, qcRadian(random.next(-4, 4)), radii, i % 2, qcRadian(1));
     const qcPtrHandle<qcShape> shape = i % 4 == 3   ? qcCircle(center, radii.x()).clone()

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "std/pelbuf/dispatch.h"
 #include "std/shapes/exact.h"
 #include "vnxstd/shapes/errors.h"
 
@@ -117,12 +118,6 @@ void RasterScan::addEllipse(const qcVector<2>& center, const qcVector<2>& u, con
   edges_.insert(edges_.end(), 2, edge);
   edges_.end()[-2].winding = 1;
   edges_.end()[-1].winding = -1;
-}
-
-// In a row at a distance from the centre.
-double RasterScan::Ellipse::halfWidth(double distance) const {
-  const double part = distance * perHeight;
-  return width * std::sqrt(std::max(0.0, (1 - part) * (1 + part)));
 }
 
 std::int64_t RasterScan::column(const Edge& edge, std::int64_t row) const {
@@ -379,23 +374,44 @@ class RasterRows {
   std::vector<Run> inside_, touched_;
 };
 
-// Both ends of many rows at a time, which the compiler turns into vector instructions.
+/// Rows of an ellipse that are computed together: while they are, the stores of the rows before go on to the cache.
+constexpr std::int32_t kEllipseRows = 16;
+
+/// Where the rows from a distance from the centre on begin and end, counted from the window's end: cutting off the
+/// fraction there is the ceiling here, and has instructions.
+[[gnu::always_inline]] inline void ellipseEnds(const RasterScan::Ellipse& ellipse, double distance, double end,
+                                               double width, std::int32_t* left, std::int32_t* right) {
+  const RasterScan::Ellipse e = ellipse;
+  for (std::int32_t i = 0; i < kEllipseRows; ++i) {
+    const double middle = end - (e.center.x() + (distance + i) * e.slope), half = e.halfWidth(distance + i);
+    left[i] = static_cast<std::int32_t>(std::min(width, std::max(0.0, middle + half)));
+    right[i] = static_cast<std::int32_t>(std::min(width, std::max(0.0, middle - half)));
+  }
+}
+
+void ellipseEndsBaseline(const RasterScan::Ellipse& ellipse, double distance, double end, double width,
+                         std::int32_t* left, std::int32_t* right) {
+  ellipseEnds(ellipse, distance, end, width, left, right);
+}
+
+#if VNXSTD_X86
+[[gnu::target("avx2")]] void ellipseEndsAvx2(const RasterScan::Ellipse& ellipse, double distance, double end,
+                                             double width, std::int32_t* left, std::int32_t* right) {
+  ellipseEnds(ellipse, distance, end, width, left, right);
+}
+#endif
+
 void RasterScan::fillEllipse(const qc_PelRows<unsigned char>& rows, unsigned char value) const {
-  constexpr std::int64_t kBlock = 16;
-  const Ellipse ellipse = ellipses_[0];
+  auto* ends = &ellipseEndsBaseline;
+#if VNXSTD_X86
+  if (vnxstd::simd::level() != vnxstd::simd::Level::Baseline) ends = &ellipseEndsAvx2;
+#endif
   const Rows range = edges_[0].crossed;
   const double width = static_cast<double>(width_), end = x0_ + 0.5 + width;
-  // Columns counted from the window's end: cutting off the fraction there is the ceiling here, and has instructions.
-  const auto fromEnd = [width](double x) { return static_cast<std::int32_t>(std::min(width, std::max(0.0, x))); };
-  std::int32_t left[kBlock], right[kBlock];
-  for (std::int64_t first = range.first; first < range.end; first += kBlock) {
-    const double top = rowY(first) + 0.5 - ellipse.center.y();
-    for (std::int32_t i = 0; i < kBlock; ++i) {
-      const double middle = end - (ellipse.center.x() + (top + i) * ellipse.slope), half = ellipse.halfWidth(top + i);
-      left[i] = fromEnd(middle + half);
-      right[i] = fromEnd(middle - half);
-    }
-    const std::int64_t count = std::min(kBlock, range.end - first);
+  std::int32_t left[kEllipseRows], right[kEllipseRows];
+  for (std::int64_t first = range.first; first < range.end; first += kEllipseRows) {
+    ends(ellipses_[0], rowY(first) + 0.5 - ellipses_[0].center.y(), end, width, left, right);
+    const std::int64_t count = std::min<std::int64_t>(kEllipseRows, range.end - first);
     setRuns({rows.row(first) + width_, rows.pitch, width_, count}, left, right, value);
   }
 }

@@ -1,6 +1,8 @@
 // Scan conversion: which pels of a window lie inside boundaries, row by row.
 #pragma once
 
+#include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -46,6 +48,19 @@ class RowCrossing {
 /// whichever direction it runs, exactly one owns the centres on it.
 class RasterScan {
  public:
+  /// In the row at y an ellipse is middle + (y - center.y) * slope +- width * sqrt(1 - ((y - center.y) *
+  /// perHeight)^2).
+  struct Ellipse {
+    qcVector<2> center;
+    double slope, perHeight, width;
+
+    /// In a row at a distance from the centre.
+    double halfWidth(double distance) const {
+      const double part = distance * perHeight;
+      return width * std::sqrt(std::max(0.0, (1 - part) * (1 + part)));
+    }
+  };
+
   RasterScan(const qcPelRect& window, qcRasterizationDefs::BoundaryFillMode mode);
 
   /// What is added from here on is another boundary, inside the one of this number or, for -1, inside none. Returns its
@@ -66,14 +81,6 @@ class RasterScan {
   struct Rows {
     std::int64_t first, end;
     bool contains(std::int64_t row) const { return first <= row && row < end; }
-  };
-
-  /// In the row at y an ellipse is middle + (y - center.y) * slope +- width * sqrt(1 - ((y - center.y) *
-  /// perHeight)^2).
-  struct Ellipse {
-    qcVector<2> center;
-    double slope, perHeight, width;
-    double halfWidth(double distance) const;
   };
 
   /// One straight piece of a boundary, from its end of smaller y to the other; or the left (winding 1) or right half of
