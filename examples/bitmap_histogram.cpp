@@ -1,11 +1,12 @@
 // Reads a bitmap and prints where its grey levels lie. usage: bitmap_histogram [FILE.bmp]
 // Without a file it draws and writes one first: gradient.bmp.
+#include <vnxstd/archive.h>
 #include <vnxstd/dib.h>
 #include <vnxstd/pelbuf.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <iostream>
+#include <string>
 #include <vector>
 
 static void drawGradient(const std::wstring& path) {
@@ -19,10 +20,10 @@ static void drawGradient(const std::wstring& path) {
 }
 
 int main(int argc, char** argv) try {
-  const std::filesystem::path path = argc > 1 ? argv[1] : "gradient.bmp";
-  if (argc < 2) drawGradient(path.wstring());
+  const std::wstring path = qf_Widen(argc > 1 ? argv[1] : "gradient.bmp");
+  if (argc < 2) drawGradient(path);
 
-  const qcPelBuffer<unsigned char> image = qcDIB::readPelBuffer(path.wstring());
+  const qcPelBuffer<unsigned char> image = qcDIB::readPelBuffer(path);
   std::vector<unsigned long> counts;
   qfPelHistogram(image, counts);
 
@@ -34,6 +35,6 @@ int main(int argc, char** argv) try {
   std::printf("%ld x %ld pels, grey levels %d to %d, median %zu\n", image.width(), image.height(), darkest, brightest,
               median);
 } catch (const qcException& error) {
-  std::wcerr << error.message(true) << L'\n';
+  std::cerr << qf_Narrow(error.message(true)) << '\n';
   return 1;
 }

@@ -1,4 +1,5 @@
 // Fits a circle to points measured on the rim of a hole.
+#include <vnxstd/archive.h>
 #include <vnxstd/cfit.h>
 
 #include <cmath>
@@ -16,6 +17,6 @@ int main() try {
   std::printf("centre (%.3f, %.3f), radius %.3f, residual RMS %.3f pixels\n", hole.center().x(), hole.center().y(),
               hole.radius(), std::sqrt(squares / static_cast<double>(rim.size())));
 } catch (const qcException& error) {
-  std::wcerr << error.message(true) << L'\n';
+  std::cerr << qf_Narrow(error.message(true)) << '\n';
   return 1;
 }

@@ -1,5 +1,6 @@
 // Finds where a part lies from edge points that were measured on it: its pose from points on the four straight sides,
 // the hole from points around it, and one side alone, an outlier taken out again.
+#include <vnxstd/archive.h>
 #include <vnxstd/cfit.h>
 #include <vnxstd/math.h>
 
@@ -51,6 +52,6 @@ int main() try {
   std::printf("side: %.2f degrees; squared residuals %.3f with a speck of dust, %.3f without\n",
               side.fit().angle().plain(), with, side.error(side.fit()));
 } catch (const qcException& error) {
-  std::wcerr << error.message(true) << L'\n';
+  std::cerr << qf_Narrow(error.message(true)) << '\n';
   return 1;
 }

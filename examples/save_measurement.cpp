@@ -39,6 +39,6 @@ int main() try {
       read.image.width(), read.image.height(), read.points.size(), read.line.angle().plain(), read.line.distance());
   return read.line == measured.line && read.points == measured.points && qfPelEqual(read.image, measured.image) ? 0 : 1;
 } catch (const qcException& error) {
-  std::wcerr << error.message(true) << L'\n';
+  std::cerr << qf_Narrow(error.message(true)) << '\n';
   return 1;
 }

@@ -1,4 +1,5 @@
 // Makes an image, windows into it and measures there. Windows share the pels; coordinates stay those of the image.
+#include <vnxstd/archive.h>
 #include <vnxstd/math.h>
 #include <vnxstd/pelbuf.h>
 
@@ -25,6 +26,6 @@ int main() try {
   const qcVector<2> corner = image.clientFromImageXform() * qcVector<2>(part.offset());
   std::printf("the part's corner lies at (%.2f, %.2f) mm\n", corner.x(), corner.y());
 } catch (const qcException& error) {
-  std::wcerr << error.message(true) << L'\n';
+  std::cerr << qf_Narrow(error.message(true)) << '\n';
   return 1;
 }
