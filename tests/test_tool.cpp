@@ -583,33 +583,6 @@ TEST_F(Tool, ListsAndDrawsBlobs) {
   EXPECT_NE(output.find(" 2199 "), std::string::npos);
 }
 
-// Of a class that the tool does not know.
-class Result : public qcVDBRecordBase {};
-const qc_Instantiator kResult(typeid(Result), [] { return static_cast<qcPersistent*>(new Result); });
-
-TEST_F(Tool, ListsTheRecordsOfADatabase) {
-  {
-    qcVDBArchive database(qf_Widen(file("results.vdb")), true, false);
-    for (const wchar_t* comment : {L"first", L"gone", L"l\u00E4st"}) {
-      Result result;
-      result.header().comment(comment);
-      result.header().currentGrade(qcVDB::review);
-      database.storeNewRecord(&result);
-    }
-    database.gotoRecord(2);
-    database.removeRecord();
-  }
-  ASSERT_EQ(run("info results.vdb"), 0) << errors;
-  EXPECT_NE(output.find("Result, review, saved as good: first\n"), std::string::npos) << output;
-  EXPECT_EQ(output.find("gone"), std::string::npos);
-  EXPECT_TRUE(output.ends_with("Result, review, saved as good: l\u00E4st\n")) << output;
-  EXPECT_EQ(run("render results.vdb -o r.svg"), 1) << errors;
-  std::filesystem::resize_file(file("results.vdb"), std::filesystem::file_size(file("results.vdb")) - 60);
-  EXPECT_EQ(run("info results.vdb"), 3);
-  EXPECT_NE(output.find("record 1 "), std::string::npos);
-  EXPECT_NE(output.find("damaged"), std::string::npos) << output << errors;
-}
-
 TEST_F(Tool, ExitStatuses) {
   qcDIB bitmap;
   bitmap.init(drawn([](const qcVector<2>& p) { return p.x() - 40; }, 1, 1));
@@ -713,6 +686,62 @@ TEST_F(Tool, ExitStatuses) {
     EXPECT_EQ(run(call, "/dev/full"), 3) << call;
     EXPECT_NE(errors.find("standard output"), std::string::npos) << call;
   }
+}
+
+/// A record of a class that the tool does not know.
+class Foreign : public virtual qcVDBRecordBase {
+ public:
+  static qcPersistent* make() { return new Foreign; }
+};
+const qc_Instantiator foreignRegistered(typeid(Foreign), Foreign::make);
+
+TEST_F(Tool, ListsChecksAndChangesDatabases) {
+  {
+    qcVDBArchive database(qf_Widen(file("d.vdb")), true, false);
+    Foreign record;
+    record.header().comment(L"M\u00FCll");
+    for (int i = 0; i < 3; ++i) database.storeNewRecord(&record);
+  }
+  const struct {
+    std::string arguments;
+    int status;
+    const char* said;
+  } cases[] = {{"db list d.vdb", 0, "M\u00FCll"},
+               {"db show d.vdb 2", 0, "(anonymous namespace)::Foreign"},
+               {"db check d.vdb", 0, "3 records, 0 of them bad"},
+               {"db grade d.vdb 2 bad --type 7 --metric 0.25", 0, ""},
+               {"db show d.vdb 2", 0, "bad, saved as good"},
+               {"db renumber d.vdb 2 20", 0, ""},
+               {"db renumber d.vdb 1 20", 3, "Duplicate"},
+               {"db remove d.vdb 1", 0, ""},
+               {"db show d.vdb 1", 1, "no record 1"},
+               {"db list d.vdb", 0, "        20 bad           7         0.25"},
+               {"info d.vdb", 0, "vnx db list"},
+               {"render d.vdb -o r.svg", 1, "nothing found"},
+               {"db grade d.vdb 3 excellent", 2, "excellent"},
+               {"db grade d.vdb 3 bad --type 128", 2, "-128"},
+               {"db renumber d.vdb 3 0", 2, "number"},
+               {"db show d.vdb", 2, "which record"},
+               {"db", 2, "what?"},
+               {"db list missing", 3, "missing"}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(run(c.arguments), c.status) << c.arguments << output << errors;
+    EXPECT_NE((output + errors).find(c.said), std::string::npos) << c.arguments << '\n' << output << errors;
+  }
+  const std::string whole = text("d.vdb");
+  const auto check = [&](const std::string& bytes, int status, const char* said) {
+    std::ofstream(file("e.vdb"), std::ios::binary) << bytes;
+    EXPECT_EQ(run("db check e.vdb"), status);
+    EXPECT_NE(output.find(said), std::string::npos) << output;
+  };
+  std::string damaged = whole;
+  const auto third = static_cast<std::size_t>(static_cast<std::streamoff>(
+      qcFileArchive(qf_Widen(file("d.vdb")), qcArchive::loading, qcArchive::littleEndian, true, true).findMark(3)));
+  damaged[third] = 0;
+  check(damaged, 1, "damaged at byte");
+  std::filesystem::resize_file(file("e.vdb"), third + 10);
+  EXPECT_EQ(run("db check e.vdb"), 1);
+  EXPECT_EQ(run("db list e.vdb"), 0);
 }
 
 }  // namespace

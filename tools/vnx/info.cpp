@@ -40,6 +40,8 @@ void describeBitmap(const std::wstring& name, std::ostream& out) {
   row(out, "offset", formatted("(%ld, %ld)", bitmap.xOffset(), bitmap.yOffset()));
 }
 
+}  // namespace
+
 void describeObject(qcPersistent& object, std::ostream& out) {
   row(out, "object", qcDevEnv::canonicalTypeName(typeid(object).name()));
   if (auto* error = dynamic_cast<qcException*>(&object)) row(out, "  message", qf_Narrow(error->message(false)));
@@ -60,36 +62,24 @@ void describeObject(qcPersistent& object, std::ostream& out) {
   if (auto* xform = dynamic_cast<qc2XformBase*>(&object)) row(out, "  linear", xform->isLinear() ? "yes" : "no");
 }
 
-std::string gradeText(qcVDB::Grade grade) {
-  switch (grade) {
-    case qcVDB::unknown:
-      return "unknown";
-    case qcVDB::good:
-      return "good";
-    case qcVDB::bad:
-      return "bad";
-    case qcVDB::review:
-      return "review";
-  }
-  return formatted("grade %d", static_cast<int>(grade));
+namespace {
+
+// The records need classes of other programs: `vnx db` shows them. False for other archives.
+bool describeDatabase(const std::wstring& name, std::ostream& out) {
+  const std::string identification = qcVDBArchive(name, false, true).identification();
+  if (!identification.empty()) row(out, "database", identification + "; vnx db list shows its records");
+  return !identification.empty();
 }
 
-// The records without their objects, which classes of other programs may be needed for. False for other archives.
-bool describeDatabase(const std::wstring& name, std::ostream& out) {
-  qcVDBArchive database(name, false, true);
-  const std::string identification = database.identification();
-  if (identification.empty()) return false;
-  row(out, "database", identification);
-  if (const auto at = database.archive().damaged())
-    row(out, "damaged", formatted("from byte %lld on", static_cast<long long>(at)));
-  for (long number = database.firstRecord(); number != 0; number = database.nextRecord()) {
-    const qcVDBHeader header = database.loadHeader();
-    std::string text = database.recordTypeName() + ", " + gradeText(header.currentGrade());
-    if (header.savedGrade() != header.currentGrade()) text += ", saved as " + gradeText(header.savedGrade());
-    if (!header.comment().empty()) text += ": " + qf_Narrow(header.comment());
-    row(out, formatted("record %-6ld ", number).c_str(), text);
-  }
-  return true;
+void describeIndex(const qcArchive& archive, std::ostream& out) {
+  long marks = 0;
+  for (long mark = archive.firstMarkNum(); mark != 0; mark = archive.nextMarkNum(mark)) ++marks;
+  if (marks != 0) row(out, "marks", formatted("%ld, %ld to %ld", marks, archive.firstMarkNum(), archive.lastMarkNum()));
+  const auto place = [](qcArchive::Position at) { return static_cast<long long>(static_cast<std::streamoff>(at)); };
+  if (const auto at = archive.unfinished(); at != qcArchive::Position(0))
+    row(out, "unfinished", formatted("a record, from byte %lld on, that its writer did not live to finish", place(at)));
+  if (const auto at = archive.damaged(); at != qcArchive::Position(0))
+    row(out, "damaged", formatted("at byte %lld; records behind it are not shown", place(at)));
 }
 
 void describeArchive(const std::string& path, std::ostream& out) {
@@ -98,7 +88,8 @@ void describeArchive(const std::string& path, std::ostream& out) {
   row(out, "version", formatted("%ld", reader.archive().version()));
   row(out, "byte order", reader.archive().ordering() == qcArchive::littleEndian ? "little-endian" : "big-endian");
   row(out, "seekable", reader.isSeekable() ? "yes" : "no");
-  row(out, "bytes", formatted("%lld", reader.archive().remaining() + 2));
+  if (reader.isSeekable()) describeIndex(reader.archive(), out);
+  row(out, "bytes", formatted("%lld", reader.archive().remaining() + reader.archive().tell()));
   if (reader.isSeekable() && describeDatabase(qf_Widen(path), out)) return;
   while (const auto object = reader.next()) {
     if (*object)

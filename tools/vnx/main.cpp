@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "blobscommand.h"
+#include "dbcommand.h"
 #include "demo.h"
 #include "files.h"
 #include "gaugecommand.h"
@@ -14,7 +15,7 @@
 
 namespace {
 
-constexpr const char* kCommands = "gauge, blobs, render, info and demo";
+constexpr const char* kCommands = "gauge, blobs, render, db, info and demo";
 
 enum Exit { kGood = 0, kNotFound = 1, kWrongCall = 2, kFileFailed = 3 };
 
@@ -25,6 +26,7 @@ int run(int argc, char** argv) {
   const GaugeCommand gauge(app);
   const BlobsCommand blobs(app);
   const RenderCommand render(app);
+  const DbCommand db(app);
   std::string file;
   CLI::App* info = app.add_subcommand("info", "Say what a bitmap, an archive or a tool database holds");
   info->add_option("file", file, "A bitmap, an archive or a tool database, of any program");
@@ -39,6 +41,7 @@ int run(int argc, char** argv) {
     if (!app.get_subcommands().empty()) command += ' ' + app.get_subcommands().front()->get_name();
     if (gauge.wanted()) return gauge.run() ? kGood : kNotFound;
     if (blobs.wanted()) return blobs.run() ? kGood : kNotFound;
+    if (db.wanted()) return db.run() ? kGood : kNotFound;
     if (render.wanted()) return render.run() ? kGood : kNotFound;
     if (demo->parsed()) return runDemo(std::cout) ? kGood : kNotFound;
     if (!info->parsed()) throw WrongCall(std::string("which command? There are ") + kCommands);

@@ -13,18 +13,33 @@ ObjectReader::ObjectReader(const std::string& path)
                                                true)) {}
 
 std::optional<qcPersistent*> ObjectReader::next() {
+  if (isIndexed()) return nextOfIndex();
   constexpr char kRecord[] = {0x4F, char(0xE5), 0x70};
-  constexpr char kMark = 0x12;
   if (archive_->remaining() <= 0) return std::nullopt;
   const std::streamoff at = archive_->tell();
-  std::array<char, 10> head{};
-  bytes_.seekg(at).read(head.data(), head.size());
-  // What a mark leads to, the program that set it knows. The upper bits of the kind are flags.
-  bytes_.clear();  // the last record may be shorter
-  if (!std::equal(std::begin(kRecord), std::end(kRecord), head.begin()) || (head[9] & 0x3F) == kMark) {
+  std::array<char, 3> tag{};
+  bytes_.seekg(at).read(tag.data(), tag.size());
+  if (!bytes_ || !std::equal(tag.begin(), tag.end(), kRecord)) {
     unnamed_ = at;
     return std::nullopt;
   }
+  return load();
+}
+
+// The records of other programs may be of classes that are known to these alone.
+std::optional<qcPersistent*> ObjectReader::nextOfIndex() {
+  while ((id_ = archive_->nextObjectID(id_)) != 0) {
+    archive_->seek(archive_->findObject(id_));
+    try {
+      return load();
+    } catch (const qcArchive::UnknownType&) {
+    }
+  }
+  return std::nullopt;
+}
+
+// The object that stands here; the reader keeps it.
+qcPersistent* ObjectReader::load() {
   qcPersistent* object = nullptr;
   qcPersistent::serializePointer(*archive_, nullptr, object);
   if (auto* counted = dynamic_cast<qcRepBase*>(object))

@@ -12,8 +12,8 @@
 #include <vnxstd/archive/handle.h>
 
 /// Reads an archive of any program, object by object; all of them live as long as the reader. Objects that stand by
-/// themselves carry their type; anything else only its writer can name, the records of a tool database among it.
-/// Damage throws the archive's errors.
+/// themselves carry their type; anything else only its writer can name. Of a seekable archive with an index the objects
+/// of the index are read whose classes are known. Damage throws the archive's errors.
 class ObjectReader {
  public:
   explicit ObjectReader(const std::string& path);
@@ -27,7 +27,12 @@ class ObjectReader {
   std::optional<std::streamoff> unnamed() const { return unnamed_; }
 
  private:
+  bool isIndexed() const { return isSeekable_ && (archive_->firstObjectID() != 0 || archive_->firstMarkNum() != 0); }
+  std::optional<qcPersistent*> nextOfIndex();
+  qcPersistent* load();
+
   bool isSeekable_;
+  long id_ = 0;  // of the object of the index that was read last
   std::ifstream bytes_;
   std::unique_ptr<qcFileArchive> archive_;
   std::vector<qcPtrHandle<qcRepBase>> shared_;

@@ -1,0 +1,136 @@
+#include "dbcommand.h"
+
+#include <array>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <utility>
+
+#include <vnxstd/archive/text.h>
+#include <vnxstd/vdb/vdbarch.h>
+
+#include "files.h"
+#include "info.h"
+#include "wrongcall.h"
+
+namespace {
+
+constexpr std::array<const char*, 4> kGrades{"unknown", "good", "bad", "review"};
+
+std::string gradeText(qcVDB::Grade grade) {
+  return grade >= 0 && grade < static_cast<long>(kGrades.size()) ? kGrades[static_cast<std::size_t>(grade)]
+                                                                 : std::to_string(static_cast<long>(grade));
+}
+
+qcVDB::Grade gradeOf(const std::string& text) {
+  for (std::size_t i = 0; i < kGrades.size(); ++i)
+    if (text == kGrades[i]) return static_cast<qcVDB::Grade>(i);
+  throw WrongCall("a grade is unknown, good, bad or review, not \"" + text + '"');
+}
+
+void list(qcVDBArchive& database) {
+  std::printf("%10s %-8s %6s %12s  %-24s %s\n", "record", "grade", "type", "metric", "class", "comment");
+  for (long number = database.firstRecord(); number != 0; number = database.nextRecord()) {
+    const qcVDBHeader header = database.loadHeader();
+    std::printf("%10ld %-8s %6ld %12g  %-24s %s\n", number, gradeText(header.currentGrade()).c_str(),
+                static_cast<long>(header.currentType()), double{header.distanceMetric()},
+                database.recordTypeName().c_str(), qf_Narrow(header.comment()).c_str());
+  }
+}
+
+void show(qcVDBArchive& database) {
+  const qcVDBHeader header = database.loadHeader();
+  std::cout << "  record        " << database.currentRecord() << "\n  class         " << database.recordTypeName()
+            << "\n  grade         " << gradeText(header.currentGrade()) << ", saved as "
+            << gradeText(header.savedGrade()) << "\n  type          " << header.currentType() << ", saved as "
+            << header.savedType() << "\n  metric        " << header.distanceMetric() << "\n  comment       "
+            << qf_Narrow(header.comment()) << '\n';
+  try {
+    const std::unique_ptr<qcVDBRecordBase> record(database.loadRecord());
+    describeObject(*record, std::cout);
+  } catch (const qcArchive::UnknownType&) {  // the class is that of another program; its name is said
+  }
+}
+
+// Reads every record whose class is known, and every header.
+bool check(qcVDBArchive& database) {
+  long sound = 0, unknown = 0, bad = 0;
+  for (long number = database.firstRecord(); number != 0; number = database.nextRecord()) {
+    try {
+      const std::unique_ptr<qcVDBRecordBase> record(database.loadRecord());
+      ++sound;
+    } catch (const qcArchive::UnknownType&) {
+      ++unknown;
+    } catch (const qcException& error) {
+      ++bad;
+      std::cout << "  record " << number << ": " << qf_Narrow(error.message(true)) << '\n';
+    }
+  }
+  std::cout << "  " << sound + unknown + bad << " records, " << bad << " of them bad; " << unknown
+            << " of classes that this tool does not know: their headers were read\n";
+  const auto at = [](qcArchive::Position position) { return static_cast<std::streamoff>(position); };
+  const std::streamoff unfinished = at(database.archive().unfinished()), damaged = at(database.archive().damaged());
+  if (unfinished != 0)
+    std::cout << "  an unfinished record from byte " << unfinished << " on: the next one stored takes its place\n";
+  if (damaged != 0) std::cout << "  damaged at byte " << damaged << ": records behind it are not found\n";
+  return bad == 0 && damaged == 0;
+}
+
+}  // namespace
+
+DbCommand::DbCommand(CLI::App& app)
+    : command_(app.add_subcommand("db", "List, show and change the records of a tool database")) {
+  command_->require_subcommand(0, 1);
+  const auto add = [this](const char* name, const char* what) {
+    CLI::App* sub = command_->add_subcommand(name, what);
+    sub->add_option("file", file_, "A tool database");
+    return sub;
+  };
+  list_ = add("list", "A line for each record");
+  show_ = add("show", "The header of a record, and what the tool knows of its object");
+  check_ = add("check", "Read every record; say what is unfinished or damaged");
+  remove_ = add("remove", "Take a record out");
+  renumber_ = add("renumber", "Give a record another number");
+  grade_ = add("grade", "Give a record another grade");
+  for (CLI::App* sub : {show_, remove_, renumber_, grade_}) sub->add_option("number", number_, "Number of the record");
+  renumber_->add_option("new", other_, "Its new number");
+  grade_->add_option("grade", wanted_, "unknown, good, bad or review");
+  typeGiven_ = grade_->add_option("--type", type_, "Another type, -128 to 127, too");
+  metricGiven_ = grade_->add_option("--metric", metric_, "Another distance metric, too");
+}
+
+bool DbCommand::run() const {
+  if (command_->get_subcommands().empty()) throw WrongCall("what? list, show, check, remove, renumber or grade");
+  if (file_.empty()) throw WrongCall("which file?");
+  const bool isOne = !list_->parsed() && !check_->parsed();
+  if (isOne && number_ < 1) throw WrongCall("which record? Its number is needed");
+  if (renumber_->parsed() && (other_ < 1 || other_ > qcVDBArchive::kLastNumber))
+    throw WrongCall("the new number must be one from 1 to " + std::to_string(qcVDBArchive::kLastNumber));
+  const qcVDB::Grade grade = grade_->parsed() ? gradeOf(wanted_) : qcVDB::unknown;
+  if (type_ < -128 || type_ > 127) throw WrongCall("a type is a number from -128 to 127");
+  requireReadable(file_);
+  const bool changes = remove_->parsed() || renumber_->parsed() || grade_->parsed();
+  return onFile(file_, [&](const std::wstring& path) {
+    qcVDBArchive database(path, false, !changes);
+    if (list_->parsed()) return list(database), true;
+    if (check_->parsed()) return check(database);
+    try {
+      database.gotoRecord(number_);
+    } catch (const qcArchive::NotFound&) {
+      std::cerr << "vnx db: nothing found: no record " << number_ << " in " << file_ << '\n';
+      return false;
+    }
+    if (show_->parsed()) return show(database), true;
+    if (remove_->parsed()) database.removeRecord();
+    if (renumber_->parsed()) database.renumberRecord(other_);
+    if (grade_->parsed()) {
+      qcVDBHeader header = database.loadHeader();
+      header.currentGrade(grade);
+      if (typeGiven_->count() != 0) header.currentType(static_cast<qcVDB::ResultType>(type_));
+      if (metricGiven_->count() != 0) header.distanceMetric(static_cast<float>(metric_));
+      database.replaceGrade(header);
+    }
+    database.sync();
+    return true;
+  });
+}

@@ -1,0 +1,24 @@
+// vnx db: the command line around tool databases.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <string>
+
+class DbCommand {
+ public:
+  explicit DbCommand(CLI::App& app);
+  bool wanted() const { return command_->parsed(); }
+
+  /// Does what was asked. Returns whether what was looked for is there, or sound. Throws WrongCall and FileError.
+  bool run() const;
+
+ private:
+  CLI::App* command_;
+  CLI::App *list_, *show_, *check_, *remove_, *renumber_, *grade_;
+  std::string file_, wanted_;
+  long number_ = 0, other_ = 0;
+  double metric_ = 0;
+  long type_ = 0;
+  CLI::Option *typeGiven_, *metricGiven_;
+};
