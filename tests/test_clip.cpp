@@ -110,10 +110,12 @@ struct Kind {
   friend void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
 };
 
+/// One in four is thin, by a factor of up to 1e5.
 qcEllipse2 anyEllipse(Random& r) {
+  const double thin = r.integer(0, 3) == 0 ? std::pow(10, -r.real(0, 5)) : 1;
   return {r.point(4),
           qcRadian(r.real(-3, 3)),
-          {r.real(0.5, 7), r.real(0.5, 7)},
+          {r.real(0.5, 7) * thin, r.real(0.5, 7)},
           r.integer(0, 1) == 1,
           qcRadian(r.real(-3, 3))};
 }
@@ -181,7 +183,7 @@ const Kind kRegions[] = {
      5000},
     {"contour", [](Random& r, double) { return roundedContour(r, true); }, 5000},
     {"nested", nestedStars, 3000},
-    {"ring", [](Random& r, double) { return ringed(r); }, 3000}};
+    {"ring", [](Random& r, double) { return ringed(r); }, 2000}};
 
 class Regions : public testing::TestWithParam<Kind> {};
 INSTANTIATE_TEST_SUITE_P(All, Regions, testing::ValuesIn(kRegions));
@@ -317,7 +319,7 @@ TEST(CrossingPolygons, AreClippedWhereTheyWind) {
 
 // What was cut off is a shape like any other.
 TEST(PartsOfParts, FallApartIntoInsideAndOutside) {
-  for (unsigned seed = 0; seed < 7000 / kShare; ++seed) {
+  for (unsigned seed = 0; seed < 4200 / kShare; ++seed) {
     SCOPED_TRACE(seed);
     Random r(seed);
     const double grid = seed % 3;

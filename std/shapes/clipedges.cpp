@@ -243,7 +243,7 @@ class Finder {
       addOnArc(s, c, ellipse.parameter(pointBetween(start, end, onCut)), pointBetween(low, high, onCut), signOf);
     };
     if (once) return add(sign == turn, sign);
-    if (!(half > 2 * (ellipse.blur(u) + ellipse.blur(v)))) return;
+    if (!(half > 2 * (ellipse.blur(u, d) + ellipse.blur(v, d)))) return;
     // The part of the line in the ellipse holds neither end of the cut, nor does it cross the chord: all of it is on
     // the cut or none, and on one side of the chord.
     if (!(middle > 0 && middle < 1)) return;
@@ -319,12 +319,19 @@ double ClipEllipse::parameter(const qcVector<2>& onCircle) const {
   return std::atan2(sense_ * onCircle.y(), onCircle.x()) - ellipse_.phase().plain();
 }
 
-bool ClipEllipse::isStraight(double span, const qcVector<2>& p) const { return span * span < 8 * blur(p); }
+bool ClipEllipse::isStraight(double span, const qcVector<2>& p) const {
+  const double larger = std::max(ellipse_.radii().x(), ellipse_.radii().y());
+  return larger * span * span < 8 * kRounding * (larger + reach(p));
+}
 
-double ClipEllipse::blur(const qcVector<2>& p) const {
+double ClipEllipse::blur(const qcVector<2>& p, const qcVector<2>& d) const {
+  const double across = std::fabs(d.y()) / ellipse_.radii().x() + std::fabs(d.x()) / ellipse_.radii().y();
+  return kRounding * (1 + reach(p) * across / d.len());
+}
+
+double ClipEllipse::reach(const qcVector<2>& p) const {
   const V& c = ellipse_.center();
-  const double reach = std::fabs(p.x()) + std::fabs(p.y()) + std::fabs(c.x()) + std::fabs(c.y());
-  return kRounding * (1 + reach / std::min(ellipse_.radii().x(), ellipse_.radii().y()));
+  return std::fabs(p.x()) + std::fabs(p.y()) + std::fabs(c.x()) + std::fabs(c.y());
 }
 
 ClipBox ClipOutline::boxOf(const ClipEdge& edge) const {

@@ -26,10 +26,13 @@ class ClipEllipse {
   /// An arc at `p` that spans so little is nowhere further from its chord than rounding may put it. Whether a point
   /// lies between the two must not be asked of it: the direction of its chord has been lost.
   bool isStraight(double span, const qcVector<2>& p) const;
-  /// How far rounding may put a point from its place on the unit circle.
-  double blur(const qcVector<2>& p) const;
+  /// How far rounding may put a line in the direction d on the unit circle beside its place there, when it was made
+  /// from a point.
+  double blur(const qcVector<2>& p, const qcVector<2>& d) const;
 
  private:
+  double reach(const qcVector<2>& p) const;
+
   qcEllipse2 ellipse_;
   qcVector<2> axis_;
   int sense_;
