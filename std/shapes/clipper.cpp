@@ -268,7 +268,7 @@ ClipPaths clipRegion(const ClipOutline& shape, const ClipOutline& polygon) {
   windings.reserve(shape.chains.size());
   for (const ClipChain& chain : shape.chains) windings.push_back(windingOfPolygon(polygon, chain.start, kNudge));
   const ClipChain& outer = polygon.chains.front();
-  const int around = windingOfShape(shape.edges, shape.ellipses, outer.start, kNudge);
+  int around = windingOfShape(shape.edges, shape.ellipses, outer.start, kNudge);
   ClipPaths clipped;
   if (crossings.numNodes == 0 && !crossings.touched && around == 0) {
     const bool all = std::find(windings.begin(), windings.end(), 0) == windings.end();
@@ -276,6 +276,8 @@ ClipPaths clipRegion(const ClipOutline& shape, const ClipOutline& polygon) {
     if (all || !anyInside(windings)) return clipped;
   }
   clipped.result = qcShape::ClipResult::clipped;
+  // However often the shape winds around all of the polygon, once is enough.
+  if (crossings.numNodes == 0 && !anyInside(windings)) around = std::clamp(around, -1, 1);
   Weaver weaver(crossings.numNodes);
   for (std::size_t i = 0; i < shape.chains.size(); ++i) {
     const ClipChain& chain = shape.chains[i];

@@ -176,8 +176,8 @@ class VNXSTD_EXPORT qcShape : public virtual qcRepBase, public virtual qcPersist
   ///   qcLineSeg, qcPolyline, qcEllipseArc2 or an open qcContourTree, or several of these in a qcGeneralShapeTree, in
   ///   the order of the contour.
   /// - A region gives a region of the same handedness: a closed qcPolyline, or where arcs bound it a closed
-  ///   qcContourTree of qcLineSeg and qcEllipseArc2, or an ellipse; a qcRegionTree where it has holes; and several of
-  ///   these in a qcGeneralShapeTree. Where it crosses itself, see qcPolyline::within, and so may the result.
+  ///   qcContourTree of qcLineSeg and qcEllipseArc2, or an ellipse; a qcRegionTree if it has holes or comes from one;
+  ///   or several of these in a qcGeneralShapeTree. One that crosses itself leaves one contour, with bridges.
   ///
   /// Which edges cross is decided exactly, and for arcs in such a way that what is inside and what is outside always
   /// make up the whole; only the crossing points are rounded. Takes time in proportion to n log n for n edges of both,
