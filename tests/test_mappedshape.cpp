@@ -8,52 +8,12 @@
 #include <vector>
 
 #include "support/archived.h"
-#include "vnxstd/math/xfcomp.h"
-#include "vnxstd/math/xfdeform.h"
-#include "vnxstd/math/xfinverse.h"
-#include "vnxstd/math/xfpersp.h"
-#include "vnxstd/math/xfpoly.h"
+#include "support/xforms.h"
 #include "vnxstd/shapes.h"
 
 namespace {
 
 using Xform = qcPtrHandle_const<qc2XformBase>;
-
-// Some of every class, all one to one over [-10, 10] x [-10, 10]. The deformation has a steep bump of width 0.1 at
-// (3, 2), between the points of any coarse grid; the polynomials are of all curved orders.
-std::vector<std::pair<std::string, Xform>> transforms() {
-  std::mt19937 engine(7);
-  std::uniform_real_distribution<double> unit(-1, 1);
-  std::vector<std::pair<std::string, Xform>> all;
-  const auto add = [&](const std::string& name, const Xform& xform) { all.emplace_back(name, xform); };
-  add("perspective", new qc2XformPerspective(qcMatrix<3>(1.1, 0.1, 3, -0.2, 0.9, 4, 0.02, -0.03, 1)));
-  for (int order = 2; order <= 9; ++order) {
-    std::vector<double> x(qc2XformPoly::size(order)), y(x.size());
-    for (std::size_t i = 3; i < x.size(); ++i) {
-      x[i] = 0.5 / order * unit(engine);
-      y[i] = 0.5 / order * unit(engine);
-    }
-    x[0] = 2, x[1] = 10, x[2] = 3, y[1] = -2, y[2] = 12;
-    add("polynomial " + std::to_string(order), new qc2XformPoly(order, x, y, {0.5, -1}, {0.1, 0.08}));
-  }
-  std::vector<qcVector<2>> from, to;
-  for (int i = -2; i <= 2; ++i) {
-    for (int j = -2; j <= 2; ++j) from.emplace_back(5.0 * i, 5.0 * j);
-  }
-  for (const qcVector<2>& p : from) to.push_back(p + qcVector<2>(0.5 * unit(engine), 0.5 * unit(engine)));
-  for (const double d : {-0.1, 0.0, 0.1}) {
-    from.emplace_back(3 + d, 2);
-    to.emplace_back(3 + d, d == 0 ? 2.02 : 2.0);
-  }
-  const qc2XformDeform deform(from, to);
-  add("deformation", new qc2XformDeform(deform));
-  add("inverse deformation", deform.inverseBase());
-  add("inverse polynomial", all[2].second->inverseBase());
-  add("composition", new qc2XformComposed(*all[0].second, deform, true, true));
-  add("composition with the rest",
-      new qc2XformComposed(qc2XformLinear(qcMatrix<2>(0, 2, -1, 0.5), {1, 1}), *all[1].second, true, true));
-  return all;
-}
 
 double norm(const qcMatrix<2>& m) {
   double largest = 0;
@@ -188,115 +148,29 @@ TEST(MappedShape, AgreesWithDenseBruteForce) {
         EXPECT_NEAR(c.mapped.windingAngle(p).plain(), swept, 1e-5);
       }
     }
-  }
-}
-
-// Samples lie on the image, no further apart than asked for, and the image nowhere further from the chain.
-TEST(MappedShape, SamplesKeepTheTolerance) {
-  for (const Case& c : cases()) {
-    SCOPED_TRACE(c.name);
-    const auto images = dense(c);
-    const double length = lengthOf(images);
     for (const double tolerance : {1e-2, 1e-5}) {
       qcShape::qcSampleResult samples;
       c.mapped.sample(qcShape::qcSampleParams(tolerance, 0, 1000000, false, false), samples);
       std::vector<qcPolyline> chains;
       samples.getPolylines(chains);
       ASSERT_EQ(chains.size(), images.size());
-      double furthest = 0, off = 0;
       for (std::size_t k = 0; k < chains.size(); ++k) {
         for (long i = 0; i < images[k].numVertices(); i += 29) {
-          const qcVector<2>& p = images[k].vertex(i);
-          furthest = std::max(furthest, (chains[k].nearestPoint(p) - p).len());
+          EXPECT_LE(distanceTo({chains[k]}, images[k].vertex(i)), tolerance);
         }
         for (long i = 0; i < chains[k].numVertices(); i += chains[k].numVertices() / 20 + 1) {
-          off = std::max(off, distanceTo({images[k]}, chains[k].vertex(i)));
+          EXPECT_LT(distanceTo({images[k]}, chains[k].vertex(i)), slack);
         }
       }
-      EXPECT_LE(furthest, tolerance);
-      EXPECT_LT(off, 5e-6 * length);
       // Not many more than what deviates by the tolerance would need at the strongest bend.
       EXPECT_LT(static_cast<double>(samples.positions().size()), 60 + 6 * length / std::sqrt(tolerance)) << tolerance;
     }
-    qcShape::qcSampleParams spaced(0, length / 50, 1000, true, true);
-    spaced.recordPositions_(true);
-    qcShape::qcSampleResult samples;
-    c.mapped.sample(spaced, samples);
-    const qcShapeInfo info(c.mapped);
-    ASSERT_EQ(samples.tangents().size(), samples.positions().size());
-    for (std::size_t i = 0; i < samples.positions().size(); ++i) {
-      const qcPerimPos position = samples.perimPositions_()[i];
-      EXPECT_LT((c.mapped.perimPoint(info, position) - samples.positions()[i]).len(), 1e-8 * length) << i;
-      const qcPerimPos ahead(position.index(), position.distance() + 1e-6 * length);
-      const bool isCorner = i + 1 < samples.positions().size() && samples.positions()[i + 1] == samples.positions()[i];
-      if (!isCorner && !c.mapped.isMultipleContours_() && ahead.distance() < info.pieceLength(position.index())) {
-        const qcVector<2> along = c.mapped.perimPoint(info, ahead) - samples.positions()[i];
-        EXPECT_NEAR((along.angle() - samples.tangents()[i]).signedNorm().plain(), 0, 0.01) << i;
-      }
-      if (i > 0 && position.index() == samples.perimPositions_()[i - 1].index() && samples.breaks().size() == 1) {
-        EXPECT_LE(position.distance() - samples.perimPositions_()[i - 1].distance(), length / 50 * 1.0000001);
-      }
-    }
-  }
-}
-
-// The derived shapes are images of the derived ones, and the turns are those of dense points.
-TEST(MappedShape, DerivedShapes) {
-  const qc2XformLinear second(qcMatrix<2>(0.5, -1, 1, 0.7), {3, -2});
-  for (const Case& c : cases()) {
-    SCOPED_TRACE(c.name);
-    const auto images = dense(c);
-    const double length = lengthOf(images);
-    const qcVector<2> far(40, 17);
-    const qcVector<2> nearest = c.mapped.nearestPoint(far);
-    const Case moved{"", c.shape, Xform(second * *c.xform), {c.shape, qc2XformLinear(), false}};
-    EXPECT_NEAR(distanceTo(dense(moved), c.mapped.mapShape(second)->nearestPoint(far)), 0, 1e-6 * length);
-    // What stands for the image keeps its kind and deviates little.
-    const qcPtrHandle<qcShape> decomposed = c.mapped.decompose();
-    EXPECT_TRUE(decomposed->isDecomposed());
-    EXPECT_EQ(decomposed->isRegion(), c.mapped.isRegion());
-    EXPECT_EQ(decomposed->isOpenContour(), c.mapped.isOpenContour());
-    EXPECT_NEAR((decomposed->nearestPoint(far) - far).len(), (nearest - far).len(), 2e-6 * length);
-    qcShape::ClipResult result{};
-    const qcRect box = c.mapped.boundingBox();
-    const auto frame = [&](double shift) {
-      const qcVector<2> low = box.ul() + qcVector<2>(shift - 1, -1), high = box.lr() + qcVector<2>(shift + 1, 1);
-      return qcPolyline({low, {high.x(), low.y()}, high, {low.x(), high.y()}}, true);
-    };
-    const auto half = c.mapped.clip(frame(box.width() / 2 + 1), result, true);
-    EXPECT_EQ(result, qcShape::ClipResult::clipped);
-    EXPECT_NEAR(half->boundingBox().ul().x(), box.ul().x() + box.width() / 2, 0.02 * box.width());
-    if (!c.mapped.isOpenContour()) {
-      EXPECT_TRUE(c.mapped.isMultipleContours_() || decomposed->isRightHanded() == c.mapped.isRightHanded());
-      continue;
-    }
+    if (!c.mapped.isOpenContour()) continue;
     EXPECT_LT((c.mapped.startPoint() - images[0].startPoint()).len(), 1e-9);
     EXPECT_LT((c.mapped.endPoint() - images[0].endPoint()).len(), 1e-9);
     EXPECT_NEAR((c.mapped.startAngle() - images[0].startAngle()).signedNorm().plain(), 0, 0.01);
     EXPECT_NEAR((c.mapped.endAngle() - images[0].endAngle()).signedNorm().plain(), 0, 0.01);
     EXPECT_NEAR(c.mapped.tangentRotation().plain(), images[0].tangentRotation().plain(), 0.02);
-  }
-}
-
-TEST(MappedShape, UniformSamplesLieWhereTheyShould) {
-  for (const Case& c : cases()) {
-    if (c.mapped.isMultipleContours_()) continue;
-    SCOPED_TRACE(c.name);
-    const qcShapeInfo info(c.mapped);
-    const double total = info.perimeter();
-    qcShape::qcSampleParams params(0, 0, 7);
-    params.uniformMode(true);
-    qcShape::qcSampleResult samples;
-    if (c.name.starts_with("segment") || c.name.starts_with("arc") || c.name.starts_with("contour")) {
-      c.mapped.sample(params, samples);
-      ASSERT_EQ(samples.positions().size(), 7U);
-    } else {
-      EXPECT_THROW(c.mapped.sample(params, samples), qcShapesError::BadParams);
-    }
-    for (std::size_t i = 0; i < samples.positions().size(); ++i) {
-      const qcPerimPos at = info.perimPos((static_cast<double>(i) + 0.5) / 7 * total);
-      EXPECT_LT((samples.positions()[i] - c.mapped.perimPoint(info, at)).len(), 1e-9 * total);
-    }
   }
 }
 
@@ -493,9 +367,6 @@ TEST(MappedShape, Archives) {
   EXPECT_NEAR(target.boundingBox().width(), 10, 1e-12);
   load(archived(kBig, false, *mapped), target);
   EXPECT_NEAR(target.boundingBox().width(), 2, 1e-9);
-  for (std::size_t size = 0; size < stored.size(); ++size) {
-    EXPECT_ANY_THROW(load(stored.substr(0, size), loaded)) << size;
-  }
   const std::string plain = archived(kBig, false, *mapped);
   std::string newer = plain;
   newer[6] = 1;

@@ -7,38 +7,19 @@
 #include <functional>
 #include <limits>
 #include <numbers>
-#include <random>
 #include <vector>
 
 #include "std/shapes/winding.h"
 #include "support/allocations.h"
+#include "support/randomshapes.h"
 #include "vnxstd/math/rigid.h"
 #include "vnxstd/pelspan/pelspan.h"
-#include "vnxstd/shapes.h"
 
 namespace {
 
 using V = qcVector<2>;
 using Points = std::vector<V>;
 constexpr double kPi = std::numbers::pi;
-
-class Random {
- public:
-  explicit Random(unsigned seed) : engine_(seed) {}
-  double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine_); }
-  int integer(int low, int high) { return std::uniform_int_distribution<int>(low, high)(engine_); }
-  bool flip() { return integer(0, 1) == 1; }
-  V point() { return {real(-20, 20), real(-20, 20)}; }
-  V gridPoint(int size) { return V(integer(0, size), integer(0, size)); }
-  Points gridPoints(int count, int size) {
-    Points points;
-    for (; count > 0; --count) points.push_back(gridPoint(size));
-    return points;
-  }
-
- private:
-  std::mt19937 engine_;
-};
 
 // ---- moments
 

@@ -56,11 +56,10 @@ TEST(Sampling, CountsOfTheTable) {
                           new qcCircle(p, 0),    new qcLineSeg(p, p),
                           new qcRect(p, {0, 0}), new qcPolyline({p}, true)};
   for (const Shape& shape : points) {
-    Result result, with;
+    Result result;
     shape->sample(Params(1, 1), result);
     EXPECT_EQ(result.positions(), std::vector<V>{p});
     EXPECT_EQ(result.closedFlags()[0], shape->isRegion());
-    EXPECT_THROW(shape->sample(Params(0, 0, 2, true), with), qcShapesError::NoTangent);
   }
 }
 
@@ -414,10 +413,7 @@ TEST(Polylines, EditVerticesAndMeasureAreas) {
   EXPECT_EQ(line, before);
   line.isClosed(false);
   EXPECT_THROW(line.area(), qcShapesError::NotRegion);
-  const qcPolyline empty(true);
-  EXPECT_THROW(empty.boundingBox(), qcShapesError::EmptyShape);
-  EXPECT_THROW(empty.nearestPoint({}), qcShapesError::EmptyShape);
-  EXPECT_THROW(empty.isRightHanded(), qcShapesError::NotRegion);
+  EXPECT_THROW(qcPolyline(true).isRightHanded(), qcShapesError::NotRegion);
   EXPECT_THROW(line.perimPoint(qcShapeInfo(qcLineSeg()), {}), qcShapesError::BadParams);
 }
 

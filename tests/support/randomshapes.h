@@ -1,6 +1,7 @@
 // Random shapes for tests that compare their operations with each other.
 #pragma once
 
+#include <algorithm>
 #include <numbers>
 #include <random>
 #include <vector>
@@ -13,7 +14,15 @@ class Random {
   explicit Random(unsigned seed) : engine_(seed) {}
   double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine_); }
   int integer(int low, int high) { return std::uniform_int_distribution<int>(low, high)(engine_); }
+  bool flip() { return integer(0, 1) == 1; }
   qcVector<2> point() { return {real(-20, 20), real(-20, 20)}; }
+  /// From 0 to size, both in whole numbers.
+  qcVector<2> gridPoint(int size) { return qcVector<2>(integer(0, size), integer(0, size)); }
+  std::vector<qcVector<2>> gridPoints(int count, int size) {
+    std::vector<qcVector<2>> points;
+    for (; count > 0; --count) points.push_back(gridPoint(size));
+    return points;
+  }
   /// A polyline that repeats some of its vertices.
   qcPolyline polyline(bool closed) {
     std::vector<qcVector<2>> vertices;
@@ -58,13 +67,15 @@ class Random {
   /// Within a circle; its holes and islands are within smaller ones, side by side.
   qcPtrHandle<qcRegionTree> region(const qcVector<2>& center, double radius, bool hole, int levels) {
     qcPtrHandle<qcShape> boundary = new qcCircle(center, radius * real(0.8, 0.95));
-    const int kind = integer(0, 2);
+    const int kind = integer(0, 3);
     if (kind == 1) boundary = new qcEllipse2(center, angle(), {0.95 * radius, 0.8 * radius}, integer(0, 1), angle());
-    if (kind == 2) {
+    if (kind >= 2) {
       std::vector<qcVector<2>> star;
       for (int i = 0; i < 12; ++i) star.push_back(center + qcVector<2>(radius * real(0.85, 0.95), qcDegree(30 * i)));
+      if (integer(0, 1)) std::reverse(star.begin(), star.end());
       boundary = new qcPolyline(star, true);
-      if (integer(0, 1)) boundary = boundary->reverse();
+      star.push_back(star[0]);
+      if (kind == 3) boundary = new qcContourTree({new qcPolyline(star, false)}, true, false);
     }
     const qcPtrHandle<qcRegionTree> tree(new qcRegionTree(*boundary, hole));
     for (const double side : {-0.4, 0.4}) {
