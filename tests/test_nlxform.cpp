@@ -523,86 +523,68 @@ TEST(Family, ArraysMapBitForBitLikePoints) {
   zrtnlxf::useLevel(1);
 }
 
-// Calls a function with each of its pointers null, one at a time.
+// A parameter of its type as a test holds it.
+template <class T>
+using Held = std::conditional_t<std::is_pointer_v<T>, std::remove_const_t<std::remove_pointer_t<T>>*, T>;
+
+// Calls functions with each of their pointers null, one at a time; the other arguments are the given ones of their
+// type.
 template <class... Parameters>
-void expectNullsRefused(zrtnlxf::Status code, zrtnlxf::Status (*function)(Parameters...) noexcept,
-                        std::type_identity_t<Parameters>... arguments) {
+void expectNullsRefused(const auto& given, zrtnlxf::Status code, zrtnlxf::Status (*function)(Parameters...) noexcept) {
+  std::tuple<Parameters...> arguments{std::get<Held<Parameters>>(given)...};
   const auto refuses = [&](auto& argument) {
     if constexpr (std::is_pointer_v<std::remove_reference_t<decltype(argument)>>) {
-      const auto given = std::exchange(argument, nullptr);
-      EXPECT_EQ(function(arguments...), code) << typeid(function).name();
-      argument = given;
+      const auto kept = std::exchange(argument, nullptr);
+      EXPECT_EQ(std::apply(function, arguments), code) << typeid(function).name();
+      argument = kept;
     }
   };
-  (refuses(arguments), ...);
+  std::apply([&](auto&... all) { (refuses(all), ...); }, arguments);
 }
 
 TEST(Status, NullPointersAreRefusedByEveryFunction) {
   using zrtnlxf::badArgument, zrtnlxf::badDeformArgument;
-  double in[8] = {0, 0, 1, 0, 1, 1, 0, 1}, out[9];
-  qmath_vect v{1, 2}, w;
+  double in[8] = {0, 0, 1, 0, 1, 1, 0, 1};
+  const double coefs[6] = {0, 1, 0, 0, 0, 1};
+  qmath_vect v{1, 2};
   qmath_matrix m;
   qmath_xformLinear linear;
-  qmath_xformPerspective* none = nullptr;
-  const qmath_xformPerspective* held = nullptr;
-  qmath_xformPerspective* p = nullptr;
-  ASSERT_EQ(qmath_xformPerspective_construct(&p), zrtnlxf::ok);
-  expectNullsRefused(badArgument, qmath_xformPerspective_construct, &none);
-  expectNullsRefused(badArgument, qmath_xformPerspective_construct4Points, in, in, &none);
-  expectNullsRefused(badArgument, qmath_xformPerspective_constructPoints, in, in, 4, &none);
-  expectNullsRefused(badArgument, qmath_xformPerspective_constructCopy, p, &none);
-  expectNullsRefused(badArgument, qmath_xformPerspective_assign, p, p);
-  expectNullsRefused(badArgument, qmath_xformPerspective_setMatrix, p, out);
-  expectNullsRefused(badArgument, qmath_xformPerspective_getMatrix, p, out);
-  expectNullsRefused(badArgument, qmath_xformPerspective_mapPoint, p, &v, &w);
-  expectNullsRefused(badArgument, qmath_xformPerspective_mapPoints, p, in, out, 4);
-  expectNullsRefused(badArgument, qmath_xformPerspective_getIsLinear, p);
-  expectNullsRefused(badArgument, qmath_xformPerspective_getIsSingular, p);
-  expectNullsRefused(badArgument, qmath_xformPerspective_getLinearXform, p, &v, &linear);
-  expectNullsRefused(badArgument, qmath_xformPerspective_getInverse, p, &none);
-  expectNullsRefused(badArgument, qmath_xformPerspective_getBend, p, &v, 1, out);
-  qmath_xformPtrhConst *handle = nullptr, *noHandle = nullptr;
-  ASSERT_EQ(qmath_xformPtrhConst_constructPerspective(p, &handle), zrtnlxf::ok);
-  expectNullsRefused(badArgument, qmath_xformPtrhConst_construct, &noHandle);
-  expectNullsRefused(badArgument, qmath_xformPtrhConst_constructPerspective, p, &noHandle);
-  expectNullsRefused(badArgument, qmath_xformPtrhConst_getIsPerspective, handle);
-  expectNullsRefused(badArgument, qmath_xformPtrhConst_getPerspective, handle, &held);
-  const double coefs[6] = {0, 1, 0, 0, 0, 1};
-  const qmath_xformPoly poly{1, {0, 0}, {1, 1}, coefs}, unknown{0, {0, 0}, {1, 1}, coefs},
-      empty{1, {0, 0}, {1, 1}, nullptr};
-  expectNullsRefused(badArgument, qmath_xformPolyInitIdentityArray_, 1, out);
-  expectNullsRefused(badArgument, qmath_xformPolyMinOrder_, in, 4);
-  expectNullsRefused(badArgument, qmath_xformPolyMaxOrder_, in, 4);
-  expectNullsRefused(badArgument, qmath_xformPolyFit_, in, in, 4, 1, &v, &w, out);
-  expectNullsRefused(badArgument, qmath_xformPolyMapPoint_, &poly, &v, &w);
-  expectNullsRefused(badArgument, qmath_xformPolyMapPoints_, &poly, in, out, 4);
-  expectNullsRefused(badArgument, qmath_xformPolyIsLinear_, &poly);
-  expectNullsRefused(badArgument, qmath_xformPolyDerivs_, &poly, &v, &w, &m);
-  expectNullsRefused(badArgument, qmath_xformPolyLinearXform_, &poly, &v, &linear);
-  expectNullsRefused(badArgument, qmath_xformPolyInvMapPoint_, &poly, &v, &w);
-  expectNullsRefused(badArgument, qmath_xformPolyBend_, &poly, &v, 1, out);
-  for (const qmath_xformPoly* bad : {&unknown, &empty}) EXPECT_EQ(qmath_xformPolyIsLinear_(bad), badArgument);
-  qmath_xformDeform *d = nullptr, *noDeform = nullptr;
-  ASSERT_EQ(qmath_xformDeform_construct(&d), zrtnlxf::ok);
+  qmath_xformPoly poly{1, {0, 0}, {1, 1}, coefs};
   qmath_xformDeformParts parts{0, {0, 0}, 1, {0, 1, 0, 0, 0, 1}, in, in, in, 4};
-  expectNullsRefused(badDeformArgument, qmath_xformDeform_construct, &noDeform);
-  expectNullsRefused(badDeformArgument, qmath_xformDeform_constructPoints, in, in, 4, 0, &noDeform);
-  expectNullsRefused(badDeformArgument, qmath_xformDeform_constructParts, &parts, &noDeform);
+  qmath_xformPerspective *p = nullptr, *none = nullptr;
+  const qmath_xformPerspective* held = nullptr;
+  qmath_xformPtrhConst *handle = nullptr, *noHandle = nullptr;
+  qmath_xformDeform *d = nullptr, *noDeform = nullptr;
+  ASSERT_EQ(qmath_xformPerspective_construct(&p), zrtnlxf::ok);
+  ASSERT_EQ(qmath_xformPtrhConst_constructPerspective(p, &handle), zrtnlxf::ok);
+  ASSERT_EQ(qmath_xformDeform_construct(&d), zrtnlxf::ok);
+  const std::tuple given(in + 0, std::size_t{4}, std::int32_t{1}, 1.0, &v, &m, &linear, &poly, &parts, p, &none, &held,
+                         handle, &noHandle, d, &noDeform);
+  const auto refuse = [&given](zrtnlxf::Status code, auto*... functions) {
+    (expectNullsRefused(given, code, functions), ...);
+  };
+  refuse(badArgument, qmath_xformPerspective_construct, qmath_xformPerspective_construct4Points,
+         qmath_xformPerspective_constructPoints, qmath_xformPerspective_constructCopy, qmath_xformPerspective_assign,
+         qmath_xformPerspective_setMatrix, qmath_xformPerspective_getMatrix, qmath_xformPerspective_mapPoint,
+         qmath_xformPerspective_mapPoints, qmath_xformPerspective_getIsLinear, qmath_xformPerspective_getIsSingular,
+         qmath_xformPerspective_getLinearXform, qmath_xformPerspective_getInverse, qmath_xformPerspective_getBend,
+         qmath_xformPtrhConst_construct, qmath_xformPtrhConst_constructPerspective,
+         qmath_xformPtrhConst_getIsPerspective, qmath_xformPtrhConst_getPerspective, qmath_xformPolyInitIdentityArray_,
+         qmath_xformPolyMinOrder_, qmath_xformPolyMaxOrder_, qmath_xformPolyFit_, qmath_xformPolyMapPoint_,
+         qmath_xformPolyMapPoints_, qmath_xformPolyIsLinear_, qmath_xformPolyDerivs_, qmath_xformPolyLinearXform_,
+         qmath_xformPolyInvMapPoint_, qmath_xformPolyBend_);
+  refuse(badDeformArgument, qmath_xformDeform_construct, qmath_xformDeform_constructPoints,
+         qmath_xformDeform_constructParts, qmath_xformDeform_constructCopy, qmath_xformDeform_update,
+         qmath_xformDeform_getSmoothness, qmath_xformDeform_getParts, qmath_xformDeform_mapPoint,
+         qmath_xformDeform_mapPoints, qmath_xformDeform_getIsLinear, qmath_xformDeform_getLinearXform,
+         qmath_xformDeform_getInverse, qmath_xformDeform_getBend);
+  const qmath_xformPoly unknown{0, {0, 0}, {1, 1}, coefs}, empty{1, {0, 0}, {1, 1}, nullptr};
+  for (const qmath_xformPoly* bad : {&unknown, &empty}) EXPECT_EQ(qmath_xformPolyIsLinear_(bad), badArgument);
   for (const double** array : {&parts.from, &parts.to, &parts.weights}) {
-    const double* const given = std::exchange(*array, nullptr);
+    const double* const kept = std::exchange(*array, nullptr);
     EXPECT_EQ(qmath_xformDeform_constructParts(&parts, &noDeform), badDeformArgument);
-    *array = given;
+    *array = kept;
   }
-  expectNullsRefused(badDeformArgument, qmath_xformDeform_constructCopy, d, &noDeform);
-  expectNullsRefused(badDeformArgument, qmath_xformDeform_update, d, in, in, 4);
-  expectNullsRefused(badDeformArgument, qmath_xformDeform_getSmoothness, d, out);
-  expectNullsRefused(badDeformArgument, qmath_xformDeform_getParts, d, &parts);
-  expectNullsRefused(badDeformArgument, qmath_xformDeform_mapPoint, d, &v, &w);
-  expectNullsRefused(badDeformArgument, qmath_xformDeform_mapPoints, d, in, out, 4);
-  expectNullsRefused(badDeformArgument, qmath_xformDeform_getIsLinear, d);
-  expectNullsRefused(badDeformArgument, qmath_xformDeform_getLinearXform, d, &v, &linear);
-  expectNullsRefused(badDeformArgument, qmath_xformDeform_getInverse, d, &v, &w);
-  expectNullsRefused(badDeformArgument, qmath_xformDeform_getBend, d, &v, 1, out);
   EXPECT_FALSE(none || noHandle || noDeform || held);
   qmath_xformPtrhConst_destruct(handle);
   qmath_xformPerspective_destruct(p);
