@@ -303,6 +303,31 @@ TEST(Golden, WorkedExamplesOfThePagesAreWhatIsWritten) {
   }
 }
 
+// What is cut is refused, and what is changed anywhere is refused or can be stored again.
+TEST(Golden, DamageIsRefusedOrGivesSoundObjects) {
+  for (const Case& c : cases()) {
+    if (c.name == "errors") continue;  // two references to one error would give it two owners here
+    SCOPED_TRACE(c.name);
+    qcMemoryArchive made(qcArchive::littleEndian, false);
+    c.store(made);
+    const Bytes whole = made.toVector();
+    const auto error = [&c](const Bytes& bytes, std::size_t size) {
+      return errorOf([&] {
+        qcMemoryArchive from(bytes.data(), static_cast<long>(size), false), to(qcArchive::littleEndian, false);
+        c.rewrite(from, to);
+      });
+    };
+    for (std::size_t at = 2; at < whole.size(); at += 1 + whole.size() / 2000) {
+      EXPECT_FALSE(error(whole, at).empty()) << at;
+      for (const int mask : {0x01, 0x02, 0x80, 0xFF}) {
+        Bytes flipped = whole;
+        flipped[at] = static_cast<char>(flipped[at] ^ mask);
+        error(flipped, flipped.size());
+      }
+    }
+  }
+}
+
 // Two threads may store one object at once: storing only reads it. For the thread sanitizer to see.
 TEST(Golden, StoringFromTwoThreadsOnlyReads) {
   for (const Case& c : cases()) {
