@@ -178,7 +178,9 @@ const Kind kRegions[] = {
     {"ellipse", [](Random& r, double) -> Shape { return new qcEllipse2(anyEllipse(r)); }, 10000},
     {"rect",
      [](Random& r, double g) -> Shape {
-       return new qcRect(r.snapped(r.point(5), g), r.snapped(r.point(4) + V(5, 5), g));
+       const V p = r.snapped(r.point(5), g), size = r.snapped(r.point(4) + V(5, 5), g);
+       if (r.integer(0, 1) == 1) return new qcAffineRectangle(p, p + V(0, size.y()), p + V(size.x(), 0));
+       return new qcRect(p, size);
      },
      5000},
     {"contour", [](Random& r, double) { return roundedContour(r, true); }, 5000},
@@ -219,6 +221,9 @@ TEST_P(Regions, FallApartIntoInsideAndOutside) {
     }
     // What bounds the inside lies on either boundary, and of that the part inside the other.
     if (seed % 16 != 0 || isEmpty(*inside)) continue;
+    if (shape->isReversible()) {
+      ASSERT_NEAR(inside->perimeter(), shape->reverse()->clip(polygon, false)->perimeter(), 1e-9);
+    }
     qcShape::qcSampleResult samples;
     inside->sample(qcShape::qcSampleParams(0, 1, 1000), samples);
     for (const V& p : samples.positions()) ASSERT_LT(std::min(distance(*shape, p), distance(polygon, p)), 1e-9);
@@ -395,6 +400,8 @@ const Example kExamples[] = {
      qcPolyline({{0, 0}, {10, 0}, {10, 5}, {5, 2}, {0, 5}}, true), Result::clipped, 54 / 11.8, 2},
     {"a rectangle, moved by rounding alone", new qcRect({0.1, 0.1}, {0.2, 0.2}), box(0.1, 0.1, 0.1 + 0.2, 0.1 + 0.2),
      Result::inside, 0.04, 1},
+    {"a corner that rounding alone moves off an edge", new qcRect({-0.1, -0.3}, {0.5, 0.3}),
+     qcPolyline({{-0.5, 0.2}, {0.1, -0.1}, {0.6, 0.5}, {-0.3, 0.6}}, true), Result::clipped, 0.085 / 6, 1},
     {"an incircle", new qcCircle({5, 5}, 5), kBox, Result::inside, 25 * kPi, 1},
     {"a circumcircle", new qcCircle({5, 5}, 5), qcPolyline({{10, 5}, {5, 10}, {0, 5}, {5, 0}}, true), Result::clipped,
      50, 1},

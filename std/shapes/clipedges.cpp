@@ -159,9 +159,15 @@ bool isBefore(const V& a, const V& b) { return a.x() != b.x() ? a.x() < b.x() : 
 V crossing(const V& a, const V& b, const V& u, const V& v) {
   const V &a1 = isBefore(a, b) ? a : b, &b1 = isBefore(a, b) ? b : a;
   const V &u1 = isBefore(u, v) ? u : v, &v1 = isBefore(u, v) ? v : u;
-  const V d = v1 - u1;
-  const double before = d.cross(a1 - u1), after = d.cross(b1 - u1), t = before / (before - after);
-  return pointBetween(a1, b1, t >= 0 && t <= 1 ? t : 0.5);
+  const V d = v1 - u1, way = b1 - a1;
+  // What rounding does to the point grows as the angle gets smaller; of edges nearly on one line it may lie anywhere.
+  constexpr double kFlat = 1e-4;
+  if (std::fabs(d.cross(way)) > kFlat * (std::fabs(d.x() * way.y()) + std::fabs(d.y() * way.x()))) {
+    const double before = d.cross(a1 - u1), after = d.cross(b1 - u1);
+    return pointBetween(a1, b1, std::clamp(before / (before - after), 0.0, 1.0));
+  }
+  const double t = exactCrossing(a1, b1, u1, v1);
+  return pointBetween(a1, b1, t >= 0 ? t : 0.5);
 }
 
 // Within the ends of a segment, for a point on its line.
@@ -397,7 +403,10 @@ void ClipOutline::addPolygon(const std::vector<qcVector<2>>& vertices, bool reve
 
 void ClipOutline::reverseChain() {
   const auto first = edges.begin() + static_cast<std::ptrdiff_t>(chains.back().first);
-  std::for_each(first, edges.end(), [](ClipEdge& edge) { edge.reverse(); });
+  std::for_each(first, edges.end(), [](ClipEdge& edge) {
+    edge.reverse();
+    if (!edge.isArc()) std::swap(edge.placeFrom, edge.placeTo);  // these count from where the segment now starts
+  });
   std::reverse(first, edges.end());
 }
 

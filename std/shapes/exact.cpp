@@ -2,12 +2,34 @@
 
 #include <algorithm>
 #include <cmath>
+#include <initializer_list>
 #include <utility>
 
 namespace qc_shapes {
 namespace {
 
 int signOf(double value) { return (value > 0) - (value < 0); }
+
+double largestOf(std::initializer_list<qcVector<2>> points) {
+  double largest = 0;
+  for (const qcVector<2>& v : points) largest = std::max({largest, std::fabs(v.x()), std::fabs(v.y())});
+  return largest;
+}
+
+// Scaled by a power of two, so that the products of coordinates up to `largest` do not leave the range.
+ExactSum determinant(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& p, double largest) {
+  const int exponent = -std::ilogb(largest);
+  const auto scaled = [exponent](const qcVector<2>& v) {
+    return qcVector<2>(std::ldexp(v.x(), exponent), std::ldexp(v.y(), exponent));
+  };
+  const qcVector<2> u = scaled(a), v = scaled(b), w = scaled(p);
+  ExactSum sum;
+  for (const auto& [from, to] : {std::pair(&u, &v), std::pair(&v, &w), std::pair(&w, &u)}) {
+    sum.addProduct(from->x(), to->y());
+    sum.addProduct(-from->y(), to->x());
+  }
+  return sum;
+}
 
 }  // namespace
 
@@ -46,21 +68,15 @@ double ExactSum::ceil() const {
 }
 
 int exactOrientation(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& p) {
-  double largest = 0;
-  for (const qcVector<2>& v : {a, b, p}) largest = std::max({largest, std::fabs(v.x()), std::fabs(v.y())});
-  if (!(largest > 0) || !std::isfinite(largest)) return 0;
-  // Scaled by a power of two, so that the products do not leave the range.
-  const int exponent = -std::ilogb(largest);
-  const auto scaled = [exponent](const qcVector<2>& v) {
-    return qcVector<2>(std::ldexp(v.x(), exponent), std::ldexp(v.y(), exponent));
-  };
-  const qcVector<2> u = scaled(a), v = scaled(b), w = scaled(p);
-  ExactSum sum;
-  for (const auto& [from, to] : {std::pair(&u, &v), std::pair(&v, &w), std::pair(&w, &u)}) {
-    sum.addProduct(from->x(), to->y());
-    sum.addProduct(-from->y(), to->x());
-  }
-  return sum.sign();
+  const double largest = largestOf({a, b, p});
+  return largest > 0 && std::isfinite(largest) ? determinant(a, b, p, largest).sign() : 0;
+}
+
+double exactCrossing(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& u, const qcVector<2>& v) {
+  const double largest = largestOf({a, b, u, v});
+  const double before = std::fabs(determinant(u, v, a, largest).leading());
+  const double after = std::fabs(determinant(u, v, b, largest).leading());
+  return before / (before + after);
 }
 
 }  // namespace qc_shapes

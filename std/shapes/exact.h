@@ -20,6 +20,8 @@ class ExactSum {
 
   /// 1, 0 or -1; 0 when the sum is no number.
   int sign() const;
+  /// The sum, to its last bit.
+  double leading() const { return size_ > 0 ? parts_[static_cast<std::size_t>(size_ - 1)] : 0; }
   /// The integers next below and above the sum.
   double floor() const;
   double ceil() const;
@@ -27,8 +29,7 @@ class ExactSum {
  private:
   static constexpr int kParts = 16;
 
-  // The largest part, and the sign of the rest, which is smaller than the last bit of that part.
-  double leading() const { return size_ > 0 ? parts_[static_cast<std::size_t>(size_ - 1)] : 0; }
+  // The sign of all but the largest part, which is smaller than the last bit of that.
   int signOfRest() const;
 
   std::array<double, kParts> parts_;  // by growing magnitude, none of them 0
@@ -54,5 +55,9 @@ inline int orientation(const qcVector<2>& a, const qcVector<2>& b, const qcVecto
   const int side = clearOrientation(a, b, p);
   return side != 0 ? side : exactOrientation(a, b, p);
 }
+
+/// Which part of the way from `a` to `b` leads up to the line through `u` and `v`, which has these on different sides:
+/// but for the last bits, however flat the angle is.
+double exactCrossing(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& u, const qcVector<2>& v);
 
 }  // namespace qc_shapes
