@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "compare.h"
-#include "vnxstd/math/random.h"
+#include "polygons.h"
 #include "vnxstd/shapes.h"
 
 #if defined(__GNUC__) && !defined(__clang__)
@@ -37,19 +37,6 @@
 #endif
 
 namespace {
-
-using Points = std::vector<qcVector<2>>;
-
-/// Vertices around a centre, in steps of the angle, near to a circle or far inside by chance.
-Points star(const qcVector<2>& center, int count, double depth, unsigned seed) {
-  qcRandomUniform random(static_cast<int>(seed));
-  Points points;
-  for (int i = 0; i < count; ++i) {
-    const double radius = 400 * (1 - random.next(0, depth));
-    points.push_back(center + qcVector<2>(radius, qcRadian(i * qcRadian::turn / count)));
-  }
-  return points;
-}
 
 const Points kJagged = star({500, 500}, 200, 0.5, 3), kOtherJagged = star({520, 490}, 200, 0.5, 5);
 const Points kSmooth = star({500, 500}, 200, 0, 3), kOtherSmooth = star({620, 490}, 200, 0, 5);

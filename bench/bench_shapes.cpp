@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "compare.h"
+#include "polygons.h"
 #include "vnxstd/math/random.h"
 #include "vnxstd/shapes.h"
 
@@ -36,18 +37,7 @@
 
 namespace {
 
-using Points = std::vector<qcVector<2>>;
-
-/// Vertices around a centre, in steps of the angle, near to a circle or far inside by chance.
-Points star(int count, double depth) {
-  qcRandomUniform random(3);
-  Points points;
-  for (int i = 0; i < count; ++i) {
-    const double radius = 400 * (1 - random.next(0, depth));
-    points.push_back(qcVector<2>(500, 500) + qcVector<2>(radius, qcRadian(i * qcRadian::turn / count)));
-  }
-  return points;
-}
+Points centredStar(int count, double depth) { return star({500, 500}, count, depth, 3); }
 
 Points scattered(int count) {
   qcRandomUniform random(5);
@@ -70,7 +60,7 @@ Polygon polygonOf(const Points& points) {
 }
 
 void againstGeometry(compare::Session& session) {
-  const Points vertices = star(200, 0.5), queries = scattered(1000);
+  const Points vertices = centredStar(200, 0.5), queries = scattered(1000);
   const qcPolyline ours(vertices, true);
   const Polygon theirs = polygonOf(vertices);
   session.run(
@@ -129,7 +119,7 @@ void againstGeometry(compare::Session& session) {
 #ifdef VNXSTD_BENCH_GEOS
 
 void againstGeos(compare::Session& session) {
-  const Points vertices = star(200, 0.5), queries = scattered(1000);
+  const Points vertices = centredStar(200, 0.5), queries = scattered(1000);
   const qcPolyline ours(vertices, true);
   const auto factory = geos::geom::GeometryFactory::create();
   std::vector<geos::geom::Coordinate> ring;
@@ -174,7 +164,7 @@ void againstClipper(compare::Session& session) {
     for (const auto& p : points) whole.emplace_back(std::lround(1000 * p.x()), std::lround(1000 * p.y()));
     return whole;
   };
-  const Points vertices = star(200, 0.5), queries = scattered(1000);
+  const Points vertices = centredStar(200, 0.5), queries = scattered(1000);
   const qcPolyline ours(vertices, true);
   const ClipperLib::Path theirs = path(vertices), points = path(queries);
   session.run(
@@ -209,7 +199,7 @@ void againstOpenCv(compare::Session& session) {
         });
   };
   hull("hull, 10,000 points in a square, OpenCV", 0.15, scattered(10000));
-  hull("hull, 10,000 points on a circle, OpenCV", 0.9, star(10000, 0));
+  hull("hull, 10,000 points on a circle, OpenCV", 0.9, centredStar(10000, 0));
 }
 
 #endif
@@ -242,7 +232,7 @@ int main(int argc, char** argv) {
 #else
   session.absent("OpenCV");
 #endif
-  const qcPolyline polygon(star(200, 0.5), true);
+  const qcPolyline polygon(centredStar(200, 0.5), true);
   session.run("second moments of area, 200 vertices", [&] {
     double m[6];
     polygon.areaMoment2(m[0], m[1], m[2], m[3], m[4], m[5]);

@@ -7,8 +7,8 @@
 #include "vnxstd/export.h"
 
 /// A time limit on what a thread does while this object lives. It interrupts nothing that runs; a wait of the thread
-/// that outlasts it, for a semaphore, an image from a pool, a message or a span of time, throws Expired. Of several limits the earliest
-/// counts. An object belongs to the thread that made it.
+/// that outlasts it, for a semaphore, an image from a pool, a message or a span of time, throws Expired. Of several
+/// limits the earliest counts. An object belongs to the thread that made it.
 ///
 ///     const qcTimeout limit(0.5);
 ///     const auto image = qfDefaultPelRootPool()->get<unsigned char>(640, 480);  // throws after half a second
