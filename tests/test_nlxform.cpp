@@ -618,20 +618,8 @@ TEST(Status, MissingMemoryIsReportedAndLeaksNothing) {
                                                      [&] { Perspective(source.matrix()).inverseBase(); }};
   for (const auto& body : bodies) {
     const std::size_t before = liveBytes;
-    long allowed = 0;
-    for (bool failed = true; failed; ++allowed) {
-      ASSERT_LT(allowed, 10000);
-      allocationsLeft = allowed;
-      failed = false;
-      try {
-        body();
-      } catch (const std::bad_alloc&) {
-        failed = true;
-      }
-      allocationsLeft = -1;
-      ASSERT_EQ(liveBytes, before);
-    }
-    EXPECT_GT(allowed, 1);
+    EXPECT_GT(failAllocations(body, [&] { ASSERT_EQ(liveBytes, before); }), 0);
+    EXPECT_EQ(liveBytes, before);
   }
 }
 

@@ -144,18 +144,8 @@ TEST(Polylines, StayAsTheyAreWhenMemoryRunsOut) {
       [](qcPolyline& line, const Points&) { line.reserve(100); }};
   for (const auto& edit : edits) {
     qcPolyline line = before;  // without room to spare
-    long refused = 0;
-    for (bool done = false; !done; ++refused) {
-      EXPECT_EQ(line, before) << &edit - edits;
-      try {
-        allocationsLeft = refused;
-        edit(line, many);
-        done = true;
-      } catch (const std::bad_alloc&) {
-      }
-      allocationsLeft = -1;
-    }
-    EXPECT_GT(refused, 1) << &edit - edits;
+    const auto look = [&] { EXPECT_EQ(line, before) << &edit - edits; };
+    EXPECT_GT(failAllocations([&] { edit(line, many); }, look), 0) << &edit - edits;
   }
 }
 

@@ -40,3 +40,20 @@ void operator delete(void* block) noexcept {
 void operator delete[](void* block) noexcept { operator delete(block); }
 void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
 void operator delete[](void* block, std::size_t) noexcept { operator delete(block); }
+
+/// Calls `act` with no allocation succeeding, then with one, two and so on until it needs no more; returns how many
+/// that were. `look` sees what each failure leaves.
+long failAllocations(const auto& act, const auto& look) {
+  for (long allowed = 0;; ++allowed) {
+    bool failed = false;
+    allocationsLeft = allowed;
+    try {
+      act();
+    } catch (const std::bad_alloc&) {
+      failed = true;
+    }
+    allocationsLeft = -1;
+    if (!failed) return allowed;
+    look();
+  }
+}
