@@ -2,12 +2,7 @@
 // laws that hold for all of them.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <limits>
 #include <string>
-#include <vector>
 
 #include "support/bytes.h"
 #include "support/randomshapes.h"
@@ -15,12 +10,6 @@
 #include "vnxstd/pelbuf.h"
 
 namespace {
-
-using Params = qcShape::qcSampleParams;
-using Result = qcShape::qcSampleResult;
-using Shape = qcPtrHandle<qcShape>;
-using V = qcVector<2>;
-constexpr double kPi = std::numbers::pi, kInf = std::numeric_limits<double>::infinity(), kNan = NAN;
 
 // ---- which operation of which shape works
 
@@ -293,7 +282,6 @@ std::vector<V> walk(const qcShape& shape, double spacing) {
   return points;
 }
 Shape otherDirection(const qcShape& shape) { return shape.isReversible() ? shape.reverse() : shape.clone(); }
-#define EXPECT_NEAR_POINT(a, b, eps) EXPECT_LE((V(a) - V(b)).len(), eps)
 
 TEST_P(ShapeLaws, NearestPointIsTheNearestOfADenseWalk) {
   forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {

@@ -15,9 +15,7 @@
 #include <thread>
 
 #include "support/bytes.h"
-#include "vnxstd/archive/file.h"
-#include "vnxstd/archive/pool.h"
-#include "vnxstd/archive/text.h"
+#include "vnxstd/archive.h"
 
 namespace {
 

@@ -2,24 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <limits>
-#include <numbers>
-#include <random>
-#include <vector>
-
-#include "vnxstd/shapes.h"
+#include "support/randomshapes.h"
 
 namespace {
 
-using V = qcVector<2>;
-using Points = std::vector<V>;
-using Shape = qcPtrHandle<qcShape>;
 using Child = qcPtrHandle_const<qcShape>;
 using Result = qcShape::ClipResult;
-constexpr double kPi = std::numbers::pi, kNear = 1e-7;
+constexpr double kNear = 1e-7;
 
 #ifdef __SANITIZE_ADDRESS__
 constexpr unsigned kShare = 20;
@@ -27,11 +16,8 @@ constexpr unsigned kShare = 20;
 constexpr unsigned kShare = 1;
 #endif
 
-class Random {
- public:
-  explicit Random(unsigned seed) : engine_(seed) {}
-  double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine_); }
-  int integer(int low, int high) { return std::uniform_int_distribution<int>(low, high)(engine_); }
+struct Random : ::Random {
+  using ::Random::Random;
   V point(double reach) { return {real(-reach, reach), real(-reach, reach)}; }
   V snapped(const V& p, double grid) {
     return grid > 0 ? V(std::round(p.x() / grid) * grid, std::round(p.y() / grid) * grid) : p;
@@ -48,9 +34,6 @@ class Random {
     if (integer(0, 1) == 1) std::reverse(points.begin(), points.end());
     return points;
   }
-
- private:
-  std::mt19937 engine_;
 };
 
 bool isEmpty(const qcShape& shape) { return shape.isEmpty(); }

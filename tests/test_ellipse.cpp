@@ -1,39 +1,19 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-#include <limits>
-#include <numbers>
-#include <random>
-#include <vector>
-
-#include "vnxstd/shapes.h"
+#include "support/randomshapes.h"
 
 namespace {
 
-using V = qcVector<2>;
-using Params = qcShape::qcSampleParams;
-using Result = qcShape::qcSampleResult;
-constexpr double kPi = std::numbers::pi, kInf = std::numeric_limits<double>::infinity(), kNan = NAN;
-#define EXPECT_NEAR_POINT(a, b, eps) EXPECT_LE((V(a) - V(b)).len(), eps)
-
-class Random {
- public:
-  explicit Random(unsigned seed) : engine_(seed) {}
-  double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine_); }
-  int integer(int low, int high) { return std::uniform_int_distribution<int>(low, high)(engine_); }
+struct Random : ::Random {
+  using ::Random::Random;
   /// From 10^low to 10^high, and either sign when asked for.
   double size(double low, double high) { return std::pow(10, real(low, high)); }
   double number(double low, double high) { return (integer(0, 1) ? 1 : -1) * size(low, high); }
-  V point() { return {real(-20, 20), real(-20, 20)}; }
   qcRadian angle() { return qcRadian(real(-kPi, kPi)); }
   qcEllipse2 ellipse(double log10Ratio) {
     const double larger = size(-2, 3), smaller = larger * size(-log10Ratio, 0);
     return {point(), angle(), integer(0, 1) ? V(larger, smaller) : V(smaller, larger), integer(0, 1) == 1, angle()};
   }
-
- private:
-  std::mt19937 engine_;
 };
 
 double largest(const V& v) { return std::max(v.x(), v.y()); }

@@ -12,12 +12,8 @@
 #include <sstream>
 #include <thread>
 
-#include "vnxstd/archive/archive.h"
-#include "vnxstd/archive/memory.h"
-#include "vnxstd/except/catalogue.h"
-#include "vnxstd/except/failure.h"
-#include "vnxstd/except/pelerrors.h"
-#include "vnxstd/except/typename.h"
+#include "vnxstd/archive.h"
+#include "vnxstd/except.h"
 
 namespace {
 

@@ -10,10 +10,7 @@
 #include <vector>
 
 #include "support/archived.h"
-#include "vnxstd/math/random.h"
-#include "vnxstd/math/range.h"
-#include "vnxstd/math/stats.h"
-#include "vnxstd/math/xform.h"
+#include "vnxstd/math.h"
 
 namespace {
 

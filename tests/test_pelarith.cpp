@@ -14,12 +14,6 @@ namespace {
 
 using namespace scene;
 
-template <class S, class D>
-struct To {
-  using Source = S;
-  using Destination = D;
-};
-
 // Exact in 128 bits; a shift is a division that rounds half up.
 Int128 shifted(Int128 value, int bits) {
   const Int128 divisor = Int128{1} << bits, sum = value + divisor / 2;

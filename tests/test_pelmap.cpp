@@ -14,12 +14,6 @@ namespace {
 
 using namespace scene;
 
-template <class S, class D>
-struct To {
-  using Source = S;
-  using Destination = D;
-};
-
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 /// Whole, fractional and extreme divisors, one for every number of bits.
 constexpr double kDivisors[32] = {1,      2,    3,     7,     10,   128,  129, 255,      256,    257,      510,

@@ -2,13 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <limits>
-#include <numbers>
-#include <vector>
-
 #include "std/shapes/winding.h"
 #include "support/allocations.h"
 #include "support/randomshapes.h"
@@ -16,10 +9,6 @@
 #include "vnxstd/pelspan/pelspan.h"
 
 namespace {
-
-using V = qcVector<2>;
-using Points = std::vector<V>;
-constexpr double kPi = std::numbers::pi;
 
 // ---- moments
 

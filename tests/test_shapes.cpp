@@ -1,29 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <functional>
-#include <limits>
-#include <numbers>
-#include <random>
 #include <string>
-#include <vector>
 
 #include "support/archived.h"
 #include "support/randomshapes.h"
-#include "vnxstd/archive.h"
 #include "vnxstd/math/rigid.h"
 #include "vnxstd/pelspan/pelspan.h"
-#include "vnxstd/shapes.h"
 
 namespace {
-
-using Params = qcShape::qcSampleParams;
-using Result = qcShape::qcSampleResult;
-using Shape = qcPtrHandle<qcShape>;
-using V = qcVector<2>;
-constexpr double kPi = std::numbers::pi, kInf = std::numeric_limits<double>::infinity(), kNan = NAN;
-
-#define EXPECT_NEAR_POINT(a, b, eps) EXPECT_LE((V(a) - V(b)).len(), eps)
 
 // ---- sampling
 

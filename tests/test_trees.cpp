@@ -3,23 +3,13 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <numbers>
-
 #include "support/archived.h"
 #include "support/randomshapes.h"
 
 namespace {
 
-using V = qcVector<2>;
-using Shape = qcPtrHandle<qcShape>;
 using Child = qcShapeTree::Child;
-using Params = qcShape::qcSampleParams;
-using Result = qcShape::qcSampleResult;
 using Place = qcRegionTree::Place;
-constexpr double kPi = std::numbers::pi;
 
 Shape region(const qcShape& boundary, bool isHole, const std::vector<Child>& children = {}) {
   qcRegionTree tree(boundary, isHole);

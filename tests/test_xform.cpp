@@ -12,9 +12,7 @@
 #include "std/math/mappoints.h"
 #include "support/bytes.h"
 #include "vnxstd/except/pelerrors.h"
-#include "vnxstd/math/rigid.h"
-#include "vnxstd/math/xfcache.h"
-#include "vnxstd/math/xfcomp.h"
+#include "vnxstd/math.h"
 
 namespace {
 

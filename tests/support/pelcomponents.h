@@ -25,6 +25,13 @@ inline constexpr int kComponents<qcPackedRGB16Pel> = 3;
 template <>
 inline constexpr int kComponents<qcPackedRGB32Pel> = 4;
 
+/// The types that a function reads and writes.
+template <class S, class D>
+struct To {
+  using Source = S;
+  using Destination = D;
+};
+
 /// Where a component of a colour lies in its word.
 struct Field {
   int shift;

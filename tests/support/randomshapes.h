@@ -1,12 +1,24 @@
-// Random shapes for tests that compare their operations with each other.
+// Random shapes for tests that compare their operations with each other, and the short names of such tests.
 #pragma once
 
 #include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
 #include <numbers>
 #include <random>
 #include <vector>
 
 #include "vnxstd/shapes.h"
+
+using V = qcVector<2>;
+using Points = std::vector<V>;
+using Shape = qcPtrHandle<qcShape>;
+using Params = qcShape::qcSampleParams;
+using Result = qcShape::qcSampleResult;
+constexpr double kPi = std::numbers::pi, kInf = std::numeric_limits<double>::infinity(), kNan = NAN;
+
+#define EXPECT_NEAR_POINT(a, b, eps) EXPECT_LE((V(a) - V(b)).len(), eps)
 
 /// The same sequence of numbers, and of what is made from them, for the same seed.
 class Random {
@@ -15,17 +27,17 @@ class Random {
   double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine_); }
   int integer(int low, int high) { return std::uniform_int_distribution<int>(low, high)(engine_); }
   bool flip() { return integer(0, 1) == 1; }
-  qcVector<2> point() { return {real(-20, 20), real(-20, 20)}; }
+  V point() { return {real(-20, 20), real(-20, 20)}; }
   /// From 0 to size, both in whole numbers.
-  qcVector<2> gridPoint(int size) { return qcVector<2>(integer(0, size), integer(0, size)); }
-  std::vector<qcVector<2>> gridPoints(int count, int size) {
-    std::vector<qcVector<2>> points;
+  V gridPoint(int size) { return V(integer(0, size), integer(0, size)); }
+  Points gridPoints(int count, int size) {
+    Points points;
     for (; count > 0; --count) points.push_back(gridPoint(size));
     return points;
   }
   /// A polyline that repeats some of its vertices.
   qcPolyline polyline(bool closed) {
-    std::vector<qcVector<2>> vertices;
+    Points vertices;
     for (int n = integer(2, 9); n > 0; --n) {
       vertices.push_back(point());
       if (integer(0, 3) == 0) vertices.push_back(vertices.back());
@@ -36,8 +48,8 @@ class Random {
   qcEllipse2 ellipse() { return {point(), angle(), {real(0.5, 9), real(0.5, 9)}, integer(0, 1) == 1, angle()}; }
   /// Short ones and whole turns, in both directions.
   template <class Arc, class Ellipse>
-  qcPtrHandle<qcShape> arc(const Ellipse& ellipse) {
-    const double span = integer(0, 4) == 0 ? 2 * std::numbers::pi : real(0.1, 6.28);
+  Shape arc(const Ellipse& ellipse) {
+    const double span = integer(0, 4) == 0 ? 2 * kPi : real(0.1, 6.28);
     return new Arc(ellipse, angle(), qcRadian(integer(0, 1) ? span : -span));
   }
   /// Segments, polylines and arcs, of either class, each from the end of the one before; some in contours of their own.
@@ -45,9 +57,9 @@ class Random {
     const bool primitive = integer(0, 1);
     const qcPtrHandle<qcContourTree> tree(new qcContourTree(closed));
     qcContourTree nested;
-    qcVector<2> end = point();
+    V end = point();
     for (int n = integer(1, 5); n > 0; --n) {
-      qcPtrHandle<qcShape> piece = new qcLineSeg(point(), point());
+      Shape piece = new qcLineSeg(point(), point());
       const int kind = integer(0, 3);
       if (kind == 1) piece = new qcPolyline(polyline(false));
       if (kind == 2) piece = arc<qcEllipseArc2>(ellipse());
@@ -65,13 +77,13 @@ class Random {
     return tree;
   }
   /// Within a circle; its holes and islands are within smaller ones, side by side.
-  qcPtrHandle<qcRegionTree> region(const qcVector<2>& center, double radius, bool hole, int levels) {
-    qcPtrHandle<qcShape> boundary = new qcCircle(center, radius * real(0.8, 0.95));
+  qcPtrHandle<qcRegionTree> region(const V& center, double radius, bool hole, int levels) {
+    Shape boundary = new qcCircle(center, radius * real(0.8, 0.95));
     const int kind = integer(0, 3);
     if (kind == 1) boundary = new qcEllipse2(center, angle(), {0.95 * radius, 0.8 * radius}, integer(0, 1), angle());
     if (kind >= 2) {
-      std::vector<qcVector<2>> star;
-      for (int i = 0; i < 12; ++i) star.push_back(center + qcVector<2>(radius * real(0.85, 0.95), qcDegree(30 * i)));
+      Points star;
+      for (int i = 0; i < 12; ++i) star.push_back(center + V(radius * real(0.85, 0.95), qcDegree(30 * i)));
       if (integer(0, 1)) std::reverse(star.begin(), star.end());
       boundary = new qcPolyline(star, true);
       star.push_back(star[0]);
@@ -80,7 +92,7 @@ class Random {
     const qcPtrHandle<qcRegionTree> tree(new qcRegionTree(*boundary, hole));
     for (const double side : {-0.4, 0.4}) {
       if (levels < 2 || integer(0, 2) == 0) continue;
-      tree->addChild(*region(center + qcVector<2>(side * radius, 0), 0.38 * radius, !hole, levels - 1));
+      tree->addChild(*region(center + V(side * radius, 0), 0.38 * radius, !hole, levels - 1));
     }
     return tree;
   }

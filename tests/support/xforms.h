@@ -6,11 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "vnxstd/math/xfcomp.h"
-#include "vnxstd/math/xfdeform.h"
-#include "vnxstd/math/xfinverse.h"
-#include "vnxstd/math/xfpersp.h"
-#include "vnxstd/math/xfpoly.h"
+#include "vnxstd/math.h"
 
 using NamedXforms = std::vector<std::pair<std::string, qcPtrHandle_const<qc2XformBase>>>;
 
