@@ -142,6 +142,12 @@ TEST(RasterizeTest, HolesAndIslandsAlternate) {
       for (int inset = 4; inset >= 0; --inset) region = regionOf(at(inset), {region}, inset % 2 == 1);
       expectFilled(region, window);
     }
+    // Straight lines where a contour jumps.
+    const qcLineSeg low({2 + shift, 6}, {16 + shift, 8.1}), high({18 + shift, 20}, {4 + shift, 24.3});
+    const qcContourTree jumps({qcContourTree::Child(low.clone()), high.clone()}, true, false);
+    const Canvas canvas(window);
+    qfRasterize(regionOf(jumps), canvas.window(), 5);
+    canvas.expect([&](long x, long y) { return jumps.within(centerOf(x, y)); });
     // Holes that overlap, and touch the outer boundary.
     const qcPolyline diamond({{2 + shift, 10}, {9 + shift, 17}, {2 + shift, 24}, {-5 + shift, 17}}, true);
     const auto hole = [](const qcShape& shape) { return regionOf(shape, {}, true); };

@@ -48,6 +48,7 @@ bool misses(const qcShape& shape, const qcPelRect& window, double margin) {
 std::vector<Chain> chainsOf(const qcShape& shape, const Params& params) {
   Params plain(params);
   plain.computeTangents(false);
+  plain.duplicateCorners(true);  // where a contour jumps, both ends are corners
   Result samples;
   shape.sample(plain, samples);
   std::vector<Chain> chains;
