@@ -184,6 +184,20 @@ TEST(MappedShape, AgreesWithDenseBruteForce) {
   }
 }
 
+// Holes that touch the boundary around them still do so, but for what decomposition deviates.
+TEST(MappedShape, DecomposesTouchingHoles) {
+  const auto xforms = transforms();
+  for (int i = 0; i < 12; ++i) {
+    const qcPtrHandle<qcRegionTree> region(new qcRegionTree(qcCircle({0, 0}, 4)));
+    region->addChild(qcRegionTree(qcCircle({2, qcRadian(0.5 * i)}, 2), true));
+    const auto parts = qcMappedShape(Held(region), *xforms[0].second, false).decompose();
+    for (const double x : {-2.0, 1.0, 3.0}) {
+      const qcVector<2> p(x, qcRadian(0.5 * i));
+      EXPECT_EQ(parts->within(xforms[0].second->mapPoint(p)), x < 0) << i;
+    }
+  }
+}
+
 // ---- transforms that are hard to follow
 
 // The identity with a bump of a width at (at, 0), of which `bendBound` knows or not.

@@ -5,6 +5,7 @@
 
 #include "support/archived.h"
 #include "support/randomshapes.h"
+#include "vnxstd/math/xfpoly.h"
 
 namespace {
 
@@ -91,6 +92,9 @@ TEST(RegionTrees, AreWhatAnOddNumberOfBoundariesSurrounds) {
   }
 }
 
+// Squares and cubes, over [-4, 4] x [-4, 4] one to one.
+const qc2XformPoly kBends(3, {0, 10, 0, 0, 0, 1, 0.05, 0, 0, 0}, {0, 0, 10, 1, 0, 0, 0, 0, 0, 0.1});
+
 const qcPolyline kNotched({{0, 0}, {8, 0}, {8, 8}, {4.001, 8}, {4, 1}, {3.999, 8}, {0, 8}}, true);
 
 TEST(RegionTrees, TakeWhatLiesInsideAndAlternates) {
@@ -99,6 +103,7 @@ TEST(RegionTrees, TakeWhatLiesInsideAndAlternates) {
   moon.addChild(qcEllipseArc2(qcEllipse2({0, 0}, {}, {1, 4}, true, {}), qcRadian(1.5 * kPi), qcRadian(-kPi)));
   open.addChild(qcLineSeg({0, 0}, {1, 1}));
   const qcCircle disc({0, 0}, 4);
+  const qcMappedShape bent(new qcPolyline(square(-2, 2)), kBends, false);
   const std::tuple<Child, Child, bool> rows[] = {
       {square(0, 8).clone(), square(0, 8).clone(), true},  // the same
       {square(0, 8).clone(), square(4, 8).clone(), true},  // touching two edges
@@ -116,6 +121,7 @@ TEST(RegionTrees, TakeWhatLiesInsideAndAlternates) {
       {moon.clone(), qcCircle({-2.5, 0}, 1.4).clone(), true},
       {moon.clone(), qcCircle({-2.5, 0}, 1.6).clone(), false},
       {moon.clone(), qcCircle({0, 0}, 2).clone(), false},
+      {bent.clone(), bent.clone(), true},
       {qcRect({1e9, 1e9}, {8, 8}).clone(), qcRect({1e9 + 7, 1e9 + 7}, {1, 1}).clone(), true}};
   for (const auto& row : rows) {
     const auto& [outer, inner, fits] = row;
@@ -130,6 +136,7 @@ TEST(RegionTrees, TakeWhatLiesInsideAndAlternates) {
   }
   EXPECT_THROW(region(qcRegionTree(disc), true), qcShapesError::BadGeom);
   EXPECT_THROW(qcRegionTree(qcGeneralShapeTree{}), qcShapesError::BadGeom);
+  EXPECT_THROW(qcRegionTree(qcMappedShape(region(disc, false), kBends, false)), qcShapesError::BadGeom);
   EXPECT_THROW(qcRegionTree(qcLineSeg({0, 0}, {1, 1})), qcShapesError::NotRegion);
   EXPECT_THROW((qcRegionTree(open)), qcShapesError::NotRegion);
   EXPECT_THROW(qcRegionTree(Child{}), qcBadPointer);
@@ -217,6 +224,24 @@ TEST(ContourTrees, OfSegmentsAreThePolylineThroughTheirEnds) {
       EXPECT_TRUE(result == expected || !simple);
     }
   }
+}
+
+// perimeter() estimates the length of a mapped piece, which uniform sampling and clipping need exactly.
+TEST(ContourTrees, HaveMappedPieces) {
+  const Child bent(new qcMappedShape(new qcLineSeg({-2, -2}, {2, 1}), kBends, false));
+  qcContourTree tree({bent}, false, false);
+  tree.addChild(qcLineSeg(tree.endPoint(), {50, 60}));
+  const qcShapeInfo info(tree);
+  Params params(0, 0, 9);
+  params.uniformMode(true);
+  Result samples;
+  tree.sample(params, samples);
+  for (std::size_t i = 0; i < 9; ++i) {
+    const V expected = tree.perimPoint(info, info.perimPos((static_cast<double>(i) + 0.5) / 9 * info.perimeter()));
+    EXPECT_LE(samples.positions()[i].distance(expected), 1e-9) << i;
+  }
+  const Shape cut = tree.clip(square(-15, 15), true), alone = bent->clip(square(-15, 15), true);
+  EXPECT_NEAR(qcShapeInfo(*cut).perimeter(), qcShapeInfo(*alone).perimeter(), 1e-9);
 }
 
 TEST(ContourTrees, EncloseTheAreaOfTheirSamples) {
@@ -347,7 +372,10 @@ TEST(Trees, ContainNoneOfThemselves) {
 TEST(Trees, GrowNoFurtherThanTheyCanBeWalked) {
   Child doubled(new qcGeneralShapeTree), twin(new qcGeneralShapeTree);
   long levels = 0;
-  const auto grow = [&](Child& tree) { tree = new qcGeneralShapeTree({tree, tree}, false); };
+  const auto grow = [&](Child& tree) {
+    if (levels % 4 == 1) tree = new qcMappedShape(tree, qc2XformLinear(), false);
+    tree = new qcGeneralShapeTree({tree, tree}, false);
+  };
   for (; levels < 19; ++levels) grow(doubled), grow(twin);
   Shape loaded;
   EXPECT_EQ(doubled->clone()->equal_(*load(archived(kBig, false, doubled), loaded)), true);
@@ -444,6 +472,19 @@ TEST(Trees, AreRefusedWhenTheyContradictThemselves) {
   ASSERT_NO_THROW(load(bytes, loaded));
   bytes[bytes.size() - 3] = 1;  // two holes, one in the other
   EXPECT_THROW(load(bytes, loaded), qcArchive::BadContent);
+  // Shapes that only look as if they were there.
+  const auto mapped = [](const Child& shape) { return Child(new qcMappedShape(shape, qc2XformLinear(), false)); };
+  const Child piece = mapped(new qcLineSeg({0, 0}, {1, 0})), around(new qcRegionTree(mapped(new qcCircle({0, 0}, 1))));
+  for (const Child& holder : {Child(new qcContourTree({piece}, false, false)), around}) {
+    std::vector<const qcShape*> held;
+    holder->heldShapes_(held);
+    const_cast<qcShape*>(held[0])->preLoad();
+    EXPECT_THROW(load(archived(kBig, false, holder), loaded), qcArchive::BadContent);
+  }
+  // An orientation that the boundary does not have is kept like any other.
+  bytes = archived(kBig, false, Child(new qcRegionTree(square(0, 8))));
+  bytes[bytes.size() - 2] = 0;
+  EXPECT_TRUE(load(bytes, loaded)->clone()->equal_(*loaded));
   // A tree in place is left empty.
   qcRegionTree place(*tree);
   bytes = archived(kBig, false, *tree);

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <typeinfo>
 #include <utility>
 
 #include "std/shapes/clipper.h"
@@ -75,9 +76,8 @@ class Collector {
     } else if (const auto* contour = dynamic_cast<const qcContourTree*>(&shape)) {
       for (const qcShape* element : contour->elements_()) add(*element);
     } else {
-      if (shape.isDecomposed()) throw qcShapesError::NotImplemented();
       const Handle parts = shape.decompose();
-      if (!parts->isDecomposed()) throw qcBadPointer();
+      if (typeid(*parts) == typeid(shape)) throw qcShapesError::NotImplemented();  // a primitive that is not known here
       add(*parts);
     }
   }

@@ -190,7 +190,7 @@ void qcContourTree::serialize_(qcArchive& archive, unsigned char version) {
     archive || closed;
     if (archive.isStoring()) return;
     for (const Child& child : children()) {
-      if (!takesChild_(*child)) throw qcArchive::BadContent("std/shapes/shaptree", 2713);
+      if (!withoutMaps_(*child) || !takesChild_(*child)) throw qcArchive::BadContent("std/shapes/shaptree", 2713);
     }
   } catch (...) {
     if (archive.isLoading()) preLoad();
@@ -204,13 +204,16 @@ void qfUniformSampleContour(const qcContourTree& contour, const qcShape::qcSampl
   qc_shapes::SampleWriter writer(params, result);
   const Elements elements = contour.elements_();
   const bool wanted = !elements.empty() && (!params.computeTangents() || contour.hasTangent());
-  const double step = contour.perimeter() / static_cast<double>(params.maxPoints());
+  std::vector<qcShapeInfo> infos;
+  double length = 0;  // which perimeter() may only estimate
+  for (const qcShape* element : elements) length += infos.emplace_back(*element).perimeter();
+  const double step = length / static_cast<double>(params.maxPoints());
   if (!params.enclosingInfo_()) writer.numberOwnPieces();
   if (wanted) writer.openChain(contour.isClosed(), params.maxPoints());
   double start = 0;
   long i = 0;
   for (std::size_t k = 0; k < elements.size(); ++k) {
-    const qcShapeInfo own(*elements[k]);
+    const qcShapeInfo& own = infos[k];
     const bool last = k + 1 == elements.size();
     const std::int32_t piece = writer.takePiece();
     for (long more = own.numPieces() - 1; more > 0; --more) writer.takePiece();

@@ -636,7 +636,7 @@ std::vector<MappedCurve::Outline> MappedCurve::outlines(double tolerance) const 
     const Vector& last = spans_[end - 1].to.image;
     if (points.back() != last && !(chain.closed && last == points.front())) points.push_back(last);
     if (chain.isTurned) std::reverse(points.begin(), points.end());
-    all.push_back({std::move(points), chain.closed, chain.parent});
+    all.push_back({std::move(points), chain.closed});
   }
   return all;
 }

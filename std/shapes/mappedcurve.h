@@ -73,11 +73,10 @@ class MappedCurve {
   double sourceLengthTo(const Place& place) const;
   double sourceLength() const { return info_.perimeter(); }
 
-  /// A contour by points. For regions, `parent` is the outline of the region around this one's, or -1.
+  /// A contour by points.
   struct Outline {
     std::vector<qcVector<2>> vertices;
     bool closed;
-    std::ptrdiff_t parent;
   };
   /// Outlines that deviate from the image by the tolerance at most.
   std::vector<Outline> outlines(double tolerance) const;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numbers>
 #include <typeinfo>
+#include <unordered_map>
 
 #include "std/shapes/held.h"
 #include "std/shapes/mappedcurve.h"
@@ -281,23 +282,19 @@ qcPtrHandle<qcShape> qcMappedShape::decompose() const {
   if (const qcShape* shape = exact()) return shape->decompose();
   if (isEmpty()) return new qcPolyline;
   std::vector<MappedCurve::Outline> outlines = curve().outlines(kDecomposed * curve().extent());
-  std::vector<Held> contours;
+  std::vector<qcPtrHandle<qcShape>> contours;
   contours.reserve(outlines.size());
   for (MappedCurve::Outline& outline : outlines) {
     contours.emplace_back(new qcPolyline(std::move(outline.vertices), outline.closed));
   }
-  if (contours.size() == 1) return const_cast<qcShape*>(contours.front().rep());  // made here
+  if (contours.size() == 1) return contours.front();
   const auto* region = dynamic_cast<const qcRegionTree*>(underlyingShape().rep());
-  if (!region) return new qcGeneralShapeTree(contours, false);
-  // From the innermost regions outwards; each comes behind the one around it.
-  std::vector<qcPtrHandle<qcRegionTree>> nodes(contours.size());
-  std::vector<bool> isHole(contours.size(), region->isHole());
-  for (std::size_t i = 1; i < nodes.size(); ++i) isHole[i] = !isHole[static_cast<std::size_t>(outlines[i].parent)];
-  for (std::size_t i = 0; i < nodes.size(); ++i) nodes[i] = new qcRegionTree(contours[i], isHole[i]);
-  for (std::size_t i = nodes.size(); i-- > 1;) {
-    nodes[static_cast<std::size_t>(outlines[i].parent)]->insertChild(0, Held(nodes[i]), false);
-  }
-  return nodes.front();
+  if (!region) return new qcGeneralShapeTree({contours.begin(), contours.end()}, false);
+  // Each boundary has one outline. Those that touch may cross by as much as they deviate.
+  const std::vector<const qcShape*> boundaries = region->elements_();
+  std::unordered_map<const qcShape*, qcShape*> outlineOf;
+  for (std::size_t i = 0; i < contours.size(); ++i) outlineOf[boundaries[i]] = contours[i].rep();
+  return region->around_([&](const qcShape& boundary) -> qcPtrHandle<qcShape> { return outlineOf.at(&boundary); });
 }
 
 qcPtrHandle<qcShape> qcMappedShape::subShape(const qcShapeInfo& info,

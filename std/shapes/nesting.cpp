@@ -8,6 +8,7 @@
 #include "std/shapes/exact.h"
 #include "std/shapes/segment.h"
 #include "vnxstd/shapes/lineseg.h"
+#include "vnxstd/shapes/mappedshape.h"
 #include "vnxstd/shapes/polyline.h"
 #include "vnxstd/shapes/rect.h"
 #include "vnxstd/shapes/shapeinfo.h"
@@ -132,8 +133,19 @@ bool holdsNoCorner(const qcShape& inner, const qcShape& boundary, const Outer& o
   return true;
 }
 
-// In primitives, but still a region.
+// Decomposition deviates from the image under a transform that is not linear.
+bool isBent(const qcShape& shape) {
+  const auto* mapped = dynamic_cast<const qcMappedShape*>(&shape);
+  if (mapped && !mapped->overallMapXform()->isLinear()) return true;
+  const auto* tree = dynamic_cast<const qcShapeTree*>(mapped ? mapped->underlyingShape().rep() : &shape);
+  if (!tree) return false;
+  const std::vector<const qcShape*> elements = tree->elements_();
+  return std::any_of(elements.begin(), elements.end(), [](const qcShape* element) { return isBent(*element); });
+}
+
+// In primitives, if it is made of any, but still a region.
 qcPtrHandle_const<qcShape> inPrimitives(const qcShape& region) {
+  if (isBent(region)) return region.clone();
   qcPtrHandle_const<qcShape> decomposed(region.decompose());
   return decomposed->isRegion() ? decomposed : qcPtrHandle_const<qcShape>(region.clone());
 }

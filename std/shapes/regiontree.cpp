@@ -20,12 +20,16 @@ const qc_Instantiator registered(typeid(qcRegionTree), &qcRegionTree::make);
 
 const qcRegionTree* asRegion(const qcShape& shape) { return dynamic_cast<const qcRegionTree*>(&shape); }
 
-bool isTreeOfNoContour(const qcShape& shape) {
-  return dynamic_cast<const qcShapeTree*>(&shape) && !dynamic_cast<const qcContourTree*>(&shape);
+bool isTreeOfNoContour(const qcShape* shape) {
+  return dynamic_cast<const qcShapeTree*>(shape) && !dynamic_cast<const qcContourTree*>(shape);
 }
 
-Child checkedBoundary(const Child& boundary) {
-  if (isTreeOfNoContour(*boundary)) throw qcShapesError::BadGeom();
+qcPtrHandle<qcRegionTree> asHandle(const qcPtrHandle<qcShapeTree>& tree) {
+  return static_cast<qcRegionTree*>(tree.rep());
+}
+
+Child checkedBoundary(const Child& boundary, const qcShape* withoutMaps) {
+  if (isTreeOfNoContour(withoutMaps)) throw qcShapesError::BadGeom();
   if (!boundary->isRegion()) throw qcShapesError::NotRegion();
   return boundary;
 }
@@ -55,7 +59,7 @@ const qcShape& qcRegionTree::boundary() const {
 }
 
 void qcRegionTree::boundary(const qcShape& boundary) {
-  const Child copy(checkedBoundary(boundary.clone()));
+  const Child copy(checkedBoundary(boundary.clone(), withoutMaps_(boundary)));
   const bool rightHanded = copy->isRightHanded();
   for (const Child& child : children()) {
     const qcShape& inner = asRegion(*child)->boundary();
@@ -87,26 +91,24 @@ Child qcRegionTree::heldChild_(const Child& child, bool copyChild) const {
   return copy;
 }
 
-// The same node, without children, around another boundary.
-qcPtrHandle<qcRegionTree> qcRegionTree::withBoundary(const Child& boundary) const {
-  const qcPtrHandle<qcRegionTree> node(new qcRegionTree);
-  node->hole_ = hole_;
-  node->root_ = root_;
-  node->boundary_ = boundary;
-  node->boundaryRightHanded_ = boundary.isNull() || boundary->isRightHanded();
-  return node;
-}
-
 qcPtrHandle<qcShapeTree> qcRegionTree::bareNode_(const Rebuild_& rebuild) const {
-  const qcPtrHandle<qcRegionTree> node = withBoundary(isEmpty() ? Child() : Child(rebuild.shape(*boundary_)));
+  const qcPtrHandle<qcRegionTree> node(new qcRegionTree);
   node->hole_ = hole_ != rebuild.flipped;
+  node->root_ = root_;
+  if (isEmpty()) return node;
+  node->boundary_ = rebuild.shape(*boundary_);
+  node->boundaryRightHanded_ = rebuild.copies ? boundaryRightHanded_ : node->boundary_->isRightHanded();
   return node;
 }
 
 qcPtrHandle<qcRegionTree> qcRegionTree::flip() const {
-  const qcPtrHandle<qcShape> flipped =
-      rebuilt_(*this, {[](const qcShape& shape) { return shape.clone(); }, false, true});
-  return qcPtrHandle<qcRegionTree>(static_cast<qcRegionTree*>(flipped.rep()));
+  const auto copied = [](const qcShape& shape) { return shape.clone(); };
+  return asHandle(rebuilt_(*this, {copied, false, true, true}));
+}
+
+qcPtrHandle<qcRegionTree> qcRegionTree::around_(
+    const std::function<qcPtrHandle<qcShape>(const qcShape& boundary)>& made) const {
+  return asHandle(rebuilt_(*this, {made}));
 }
 
 qcPtrHandle<qcShape> qcRegionTree::reverse() const {
@@ -223,7 +225,8 @@ void qcRegionTree::serialize_(qcArchive& archive, unsigned char version) {
     archive || boundary_ || hole || rightHanded || root;
     if (archive.isStoring()) return;
     if (!boundary_.isNull()) checkLoaded_(archive, boundary_);
-    bool good = boundary_.isNull() ? isLeaf() : !isTreeOfNoContour(*boundary_) && boundary_->isRegion();
+    const qcShape* shape = boundary_.isNull() ? nullptr : withoutMaps_(*boundary_);
+    bool good = boundary_.isNull() ? isLeaf() : shape && !isTreeOfNoContour(shape) && boundary_->isRegion();
     for (const Child& child : children()) {
       const qcRegionTree* region = asRegion(*child);
       good = good && region && !region->isEmpty() && region->hole_ != hole;

@@ -13,6 +13,7 @@
 #include "vnxstd/shapes/contourtree.h"
 #include "vnxstd/shapes/ellipsearc.h"
 #include "vnxstd/shapes/generaltree.h"
+#include "vnxstd/shapes/mappedshape.h"
 #include "vnxstd/shapes/polyline.h"
 #include "vnxstd/shapes/rect.h"
 #include "vnxstd/shapes/shapeinfo.h"
@@ -262,8 +263,14 @@ void qcShapeTree::ownElements_(Elements&) const {}
 bool qcShapeTree::equalNode_(const qcShapeTree&) const { return true; }
 
 std::uint64_t qcShapeTree::nodesOf_(const qcShape& shape) {
-  const qcShapeTree* tree = asTree(shape);
+  const auto* tree = dynamic_cast<const qcShapeTree*>(withoutMaps_(shape));
   return tree ? tree->nodes_ : 1;
+}
+
+const qcShape* qcShapeTree::withoutMaps_(const qcShape& shape) {
+  const qcShape* held = &shape;
+  while (const auto* mapped = dynamic_cast<const qcMappedShape*>(held)) held = mapped->shape().rep();
+  return held;
 }
 
 std::uint64_t qcShapeTree::recount_() {
@@ -326,7 +333,7 @@ qcPtrHandle<qcShapeTree> qcShapeTree::rebuilt_(const qcShapeTree& root, const Re
 }
 
 qcPtrHandle<qcShape> qcShapeTree::clone() const {
-  return rebuilt_(*this, {[](const qcShape& shape) { return shape.clone(); }});
+  return rebuilt_(*this, {[](const qcShape& shape) { return shape.clone(); }, false, false, true});
 }
 
 qcPtrHandle<qcShape> qcShapeTree::mapShape(const qcXform<2>& xform) const {
@@ -496,7 +503,8 @@ void qcShapeTree::checkLoaded_(qcArchive& archive, const Child& shape) const {
 void qcShapeTree::checkArchivable() const {
   std::uint64_t nodes = 1;
   visitTrees(*this, [&nodes](const qcShapeTree& tree, long) {
-    nodes += tree.ownNodes_() - 1 + tree.children_.size();
+    nodes += tree.ownNodes_() - 1;
+    for (const Child& child : tree.children_) nodes += asTree(*child) ? 1 : nodesOf_(*child);
     return nodes <= kMaxArchived;
   });
   if (nodes > kMaxArchived) throw qcArchive::BadContent(kSource, kContentLine);

@@ -32,7 +32,7 @@ class VNXSTD_EXPORT qcRegionTree : public qcShapeTree {
   /// An empty region: no boundary, no children, and none can be added.
   qcRegionTree() = default;
   /// A region of its own, bounded by a copy of the shape. Throws qcShapesError::BadGeom when it is a tree other than a
-  /// contour tree, and NotRegion when it is not closed; the second form qcBadPointer for null.
+  /// contour tree, mapped or not, and NotRegion when it is not closed; the second form qcBadPointer for null.
   explicit qcRegionTree(const qcShape& boundary, bool isHole = false);
   explicit qcRegionTree(const Child& boundary, bool isHole = false);
   qcRegionTree(const qcRegionTree&) = default;
@@ -83,6 +83,10 @@ class VNXSTD_EXPORT qcRegionTree : public qcShapeTree {
   void sample(const qcSampleParams& params, qcSampleResult& result) const override;
   void heldShapes_(std::vector<const qcShape*>& held) const override;
 
+  /// The same tree around other boundaries: those that `made` gives for each of these, which are to be regions, and are
+  /// trusted to be nested well.
+  qcPtrHandle<qcRegionTree> around_(const std::function<qcPtrHandle<qcShape>(const qcShape& boundary)>& made) const;
+
   /// Lets go of the boundary, too.
   void preLoad() override;
 
@@ -99,7 +103,6 @@ class VNXSTD_EXPORT qcRegionTree : public qcShapeTree {
 
  private:
   std::vector<const qcRegionTree*> nodes() const;
-  qcPtrHandle<qcRegionTree> withBoundary(const Child& boundary) const;
 
   Child boundary_;
   bool hole_ = false;

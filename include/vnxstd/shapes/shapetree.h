@@ -28,8 +28,9 @@ class VNXSTD_EXPORT qcShapeTree : public qcShape {
  public:
   using Child = qcPtrHandle_const<qcShape>;
 
-  /// How many nodes an archived tree may have, shared ones counted each time that they are reached. Storing or loading
-  /// more throws qcArchive::BadContent: a few hundred bytes would otherwise stand for more work than anyone can do.
+  /// How many nodes an archived tree may have, shared ones counted each time that they are reached, those of mapped
+  /// trees as well. Storing or loading more throws qcArchive::BadContent: a few hundred bytes would otherwise stand for
+  /// more work than anyone can do.
   static constexpr std::uint64_t kMaxArchived = 1U << 20U;
 
   ~qcShapeTree() override;
@@ -109,6 +110,7 @@ class VNXSTD_EXPORT qcShapeTree : public qcShape {
     std::function<qcPtrHandle<qcShape>(const qcShape& shape)> shape;
     bool reversed = false;
     bool flipped = false;
+    bool copies = false;  // the shapes are equal to those that they are made from
   };
 
   qcShapeTree() = default;
@@ -134,6 +136,8 @@ class VNXSTD_EXPORT qcShapeTree : public qcShape {
 
   static qcPtrHandle<qcShapeTree> rebuilt_(const qcShapeTree& root, const Rebuild_& rebuild);
   static std::uint64_t nodesOf_(const qcShape& shape);
+  /// The shape itself, or what mapped shapes, one in the other, come down to: null where they hold none.
+  static const qcShape* withoutMaps_(const qcShape& shape);
 
   /// Samples the elements one after the other; `sampled` is called behind each with the number of the element and of
   /// its first point. Throws and numbers pieces like qcShape::sample.
