@@ -98,37 +98,50 @@ bool polygonInside(const std::vector<V>& inner, const std::vector<V>& edges, con
   return true;
 }
 
+// The shapes that a region's boundary consists of: asking each of them for points does not search through all.
+std::vector<const qcShape*> elementsOf(const qcShape& region) {
+  const auto* tree = dynamic_cast<const qcShapeTree*>(&region);
+  return tree ? tree->elements_() : std::vector<const qcShape*>{&region};
+}
+
 // A point at some distance from the outer boundary has all points within that distance on its own side.
 bool curveInside(const qcShape& inner, const Outer& outer) {
-  const qcShapeInfo info(inner);
   struct Stretch {
     double start, length;
   };
   std::vector<Stretch> stretches;
-  for (long piece = 0; piece < info.numPieces(); ++piece) {
-    if (outer.excludes(inner.perimPoint(info, {static_cast<std::int32_t>(piece), 0}))) return false;
-    stretches.push_back({info.startOf(piece), info.pieceLength(piece)});
-  }
   const double finest = std::max(kFinest * outer.size(), outer.tolerance());
-  while (!stretches.empty()) {
-    const auto [start, length] = stretches.back();
-    stretches.pop_back();
-    const double half = length / 2;
-    const V p = inner.perimPoint(info, info.perimPos(start + half));
-    if (outer.excludes(p)) return false;
-    if (!(length > finest) || outer.distance(p) >= half) continue;
-    stretches.push_back({start, half});
-    stretches.push_back({start + half, half});
+  for (const qcShape* element : elementsOf(inner)) {
+    const qcShapeInfo info(*element);
+    for (long piece = 0; piece < info.numPieces(); ++piece) {
+      if (outer.excludes(element->perimPoint(info, {static_cast<std::int32_t>(piece), 0}))) return false;
+      stretches.push_back({info.startOf(piece), info.pieceLength(piece)});
+    }
+    while (!stretches.empty()) {
+      const auto [start, length] = stretches.back();
+      stretches.pop_back();
+      const double half = length / 2;
+      const V p = element->perimPoint(info, info.perimPos(start + half));
+      if (outer.excludes(p)) return false;
+      if (!(length > finest) || outer.distance(p) >= half) continue;
+      stretches.push_back({start, half});
+      stretches.push_back({start + half, half});
+    }
   }
   return true;
 }
 
 // No corner of the outer boundary lies inside the inner one.
 bool holdsNoCorner(const qcShape& inner, const qcShape& boundary, const Outer& outer) {
-  const qcShapeInfo info(boundary);
-  for (long piece = 0; piece < info.numPieces(); ++piece) {
-    const V corner = boundary.perimPoint(info, {static_cast<std::int32_t>(piece), 0});
-    if (inner.within(corner) && segmentLength(corner, inner.nearestPoint(corner)) > outer.tolerance()) return false;
+  const qcRect box = inner.boundingBox();
+  const V low = box.ul(), high = box.lr();
+  for (const qcShape* element : elementsOf(boundary)) {
+    const qcShapeInfo info(*element);
+    for (long piece = 0; piece < info.numPieces(); ++piece) {
+      const V corner = element->perimPoint(info, {static_cast<std::int32_t>(piece), 0});
+      if (corner.x() < low.x() || corner.x() > high.x() || corner.y() < low.y() || corner.y() > high.y()) continue;
+      if (inner.within(corner) && segmentLength(corner, inner.nearestPoint(corner)) > outer.tolerance()) return false;
+    }
   }
   return true;
 }
