@@ -120,6 +120,22 @@ TYPED_TEST(NewImages, HoldWhatDestinationsDo) {
   }
 }
 
+TYPED_TEST(NewImages, HaveTheExtremesOfTheirPels) {
+  using T = TypeParam;
+  qcPelBuffer<T> image(37, 3), pel(1, 1);
+  for (long i = 0; i < 111; ++i) image.put(i % 37, i / 37, anyPel<T>());
+  image.subWindow(1, 0, 36, 3);
+  qcPelBuffer<T> least(1, 1), most(1, 1);
+  qfPelSet(least, T(image.get(1, 0)));
+  qfPelSet(most, T(image.get(1, 0)));
+  for (long i = 0; i < 108; ++i) {
+    qfPelSet(pel, T(image.get(1 + i % 36, i / 36)));
+    qfPelMin(least, pel, least);
+    qfPelMax(most, pel, most);
+  }
+  EXPECT_TRUE(qfPelMin(image) == T(least.get(0, 0)) && qfPelMax(image) == T(most.get(0, 0)));
+}
+
 TEST(PelArith, PlanesAreImagesOfTheirOwn) {
   qcPelBuffer<qc3PlanePel> a(7, 5), b(7, 5), sum(7, 5);
   for (long i = 0; i < 35; ++i) {

@@ -75,7 +75,7 @@ TEST(PelTable, FillingCopyingAndArranging) {
 }
 
 TEST(PelTable, Measuring) {
-  Numerics::each([]<class T>(std::type_identity<T>) {
+  All::each([]<class T>(std::type_identity<T>) {
     T lo, hi;
     qfPelMinmax(clear<T>(), lo, hi);
     EXPECT_TRUE(lo == T() && hi == T() && qfPelMin(clear<T>()) == T() && qfPelMax(clear<T>()) == T());

@@ -2,7 +2,8 @@
 //
 // These functions take pels of every type that images are made of, bit for bit. What prepare.h says of windows,
 // destinations and errors holds here as well, with the windows compared as each function says. Each is one pass over
-// the pels.
+// the pels. A new image whose transform differs from the source's also throws qcMathError::Singular, when the source's
+// was set as an inverse that has none.
 #pragma once
 
 #include "vnxstd/export.h"

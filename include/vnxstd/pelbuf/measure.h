@@ -4,7 +4,9 @@
 // same pels. Their cost is one pass over the window.
 #pragma once
 
+#include <algorithm>
 #include <concepts>
+#include <cstddef>
 #include <type_traits>
 #include <vector>
 
@@ -26,12 +28,6 @@ concept qcNumericPelType = qcNumberPelType<T> || qcPairPelType<T>;
 /// A pel type of which histograms are taken.
 template <class T>
 concept qcHistogramPelType = qcNumberPelType<T> && std::integral<T> && sizeof(T) <= 2;
-
-/// The numbers of a window, a pair being two of them side by side. Throws qcPel::UnboundWindow.
-template <qcNumericPelType T>
-[[gnu::always_inline]] inline auto qf_PelNumbers(const qcPelBuffer_const<T>& buffer) {
-  return qf_PelRowsAs<const typename qcPelTraits<T>::Element>(qf_PelRows(buffer));
-}
 
 /// The workers, on the numbers of stored pels.
 template <class E>
@@ -57,26 +53,57 @@ bool qfPelEqual(const qcPelBuffer_const<T>& a, const qcPelBuffer_const<T>& b) {
   }
 }
 
-/// The smallest and the largest value of a window; of pairs, of each component by itself. NaN is passed over, and the
-/// result is NaN when there is nothing else; a zero is reported as +0. Throws qcPelFunc::BadParams for an empty window.
-template <qcNumericPelType T>
+/// The smallest and the largest value of a window; of pairs and colours (alpha included), of each component by itself.
+/// NaN is passed over, and the result is NaN when there is nothing else; a zero is reported as +0. Throws
+/// qcPelFunc::BadParams for an empty window, and then sets neither.
+template <qcRootPelType T>
 void qfPelMinmax(const qcPelBuffer_const<T>& buffer, T& min, T& max) {
-  using Traits = qcPelTraits<T>;
-  const auto elements = qf_PelNumbers(buffer);
-  if (elements.isEmpty()) throw qcPelFunc::BadParams();
-  typename Traits::Element lo[Traits::elements], hi[Traits::elements];
-  qf_PelExtremes(elements, Traits::elements, lo, hi);
-  if constexpr (qcPairPelType<T>) {
-    min = Traits::load({lo[0], lo[1]});
-    max = Traits::load({hi[0], hi[1]});
+  if constexpr (std::same_as<T, qc3PlanePel>) {
+    T lo, hi;
+    qfPelMinmax(buffer.planeBuffer(0), lo.plane0(), hi.plane0());
+    qfPelMinmax(buffer.planeBuffer(1), lo.plane1(), hi.plane1());
+    qfPelMinmax(buffer.planeBuffer(2), lo.plane2(), hi.plane2());
+    min = lo;
+    max = hi;
   } else {
-    min = Traits::load(lo[0]);
-    max = Traits::load(hi[0]);
+    const auto rows = qf_PelRows(buffer);
+    if (rows.isEmpty()) throw qcPelFunc::BadParams();
+    if constexpr (std::same_as<T, qcPackedRGB16Pel>) {
+      unsigned char lo[3] = {255, 255, 255}, hi[3] = {};
+      const auto include = [&lo, &hi](const T* pels, std::ptrdiff_t count) {
+        for (std::ptrdiff_t i = 0; i < count; ++i) {
+          const unsigned char components[3] = {pels[i].r(), pels[i].g(), pels[i].b()};
+          for (int k = 0; k < 3; ++k) {
+            lo[k] = std::min(lo[k], components[k]);
+            hi[k] = std::max(hi[k], components[k]);
+          }
+        }
+      };
+      qf_PelForRows(include, rows);
+      min = T(lo[0], lo[1], lo[2]);
+      max = T(hi[0], hi[1], hi[2]);
+    } else if constexpr (std::same_as<T, qcPackedRGB32Pel>) {
+      unsigned char lo[4], hi[4];
+      qf_PelExtremes(qf_PelRowsAs<const unsigned char>(rows), 4, lo, hi);
+      min = T(lo[2], lo[1], lo[0], lo[3]);
+      max = T(hi[2], hi[1], hi[0], hi[3]);
+    } else {
+      using Traits = qcPelTraits<T>;
+      typename Traits::Element lo[Traits::elements], hi[Traits::elements];
+      qf_PelExtremes(qf_PelRowsAs<const typename Traits::Element>(rows), Traits::elements, lo, hi);
+      if constexpr (qcPairPelType<T>) {
+        min = Traits::load({lo[0], lo[1]});
+        max = Traits::load({hi[0], hi[1]});
+      } else {
+        min = Traits::load(lo[0]);
+        max = Traits::load(hi[0]);
+      }
+    }
   }
 }
 
 /// The smallest value of a window, as qfPelMinmax has it.
-template <qcNumericPelType T>
+template <qcRootPelType T>
 T qfPelMin(const qcPelBuffer_const<T>& buffer) {
   T min, max;
   qfPelMinmax(buffer, min, max);
@@ -84,7 +111,7 @@ T qfPelMin(const qcPelBuffer_const<T>& buffer) {
 }
 
 /// The largest value of a window, as qfPelMinmax has it.
-template <qcNumericPelType T>
+template <qcRootPelType T>
 T qfPelMax(const qcPelBuffer_const<T>& buffer) {
   T min, max;
   qfPelMinmax(buffer, min, max);
