@@ -286,6 +286,23 @@ TEST(Lines, AreCutLikeLongSegments) {
   }
 }
 
+TEST(NearlySharedEdges, AreNotOvershot) {
+  Random r(1);
+  for (unsigned i = 0; i < 4000 / kShare; ++i) {
+    SCOPED_TRACE(i);
+    const V axis(1, qcRadian(r.real(-3, 3)));
+    const auto at = [&](int x, int y) { return x * axis + y * V(-axis.y(), axis.x()); };
+    const auto rect = [&](int x0, int x1, int y) {
+      return qcPolyline({at(x0, 0), at(x1, 0), at(x1, y), at(x0, y)}, true);
+    };
+    const int x0 = r.integer(-4, 4), x1 = x0 + r.integer(1, 5), width = r.integer(1, 9);
+    const int common = std::min(x1, width) - std::max(x0, 0);
+    if (common <= 0) continue;
+    ASSERT_LT(length(*qcLineSeg(at(x0, 0), at(x1, 0)).clip(rect(0, width, 5), true)), common + 1e-9);
+    ASSERT_NEAR(length(*rect(x0, x1, 3).clip(rect(0, width, 5), true)), 2 * common + 6, 1e-9);
+  }
+}
+
 // Polygons that cross themselves are what they wind around.
 TEST(CrossingPolygons, AreClippedWhereTheyWind) {
   for (unsigned seed = 0; seed < 4000 / kShare; ++seed) {
@@ -407,6 +424,9 @@ const Example kExamples[] = {
     {"up to an edge from outside", new qcLineSeg({15, 5}, {10, 5}), kBox, Result::outside, 0, 0},
     {"corner to corner", new qcLineSeg({-1, -1}, {11, 11}), kBox, Result::clipped, std::sqrt(200), 1},
     {"a point on the edge", new qcLineSeg({10, 5}, {10, 5}), kBox, Result::inside, 0, 1},
+    {"a point, and on outside",
+     new qcContourTree({Child(new qcLineSeg({5, 5}, {5, 5})), Child(new qcLineSeg({20, 5}, {25, 5}))}, false, false),
+     kBox, Result::outside, 0, 0},
     {"round a corner", new qcPolyline({{0, -5}, {0, 10}, {15, 10}}, false), kBox, Result::clipped, 20, 1},
     {"out and in again", new qcPolyline({{5, 5}, {15, 5}, {15, 6}, {5, 6}}, false), kBox, Result::clipped, 10, 2},
     {"a line along an edge", new qcLine(V(1, 0), {3, 10}), kBox, Result::clipped, 10, 1},

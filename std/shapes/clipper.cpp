@@ -408,7 +408,8 @@ ClipPaths clipContours(const ClipOutline& shape, const ClipOutline& polygon) {
       if (!path.empty()) clipped.paths.push_back(std::move(path));
     }
   }
-  const bool any = point || !clipped.paths.empty();
+  // A point alone is no part of a contour that goes on elsewhere.
+  const bool any = !clipped.paths.empty() || (point && whole);
   clipped.result = !any    ? qcShape::ClipResult::outside
                    : whole ? qcShape::ClipResult::inside
                            : qcShape::ClipResult::clipped;

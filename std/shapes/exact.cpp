@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <initializer_list>
+#include <numeric>
 #include <utility>
 
 namespace qc_shapes {
@@ -54,6 +55,9 @@ void ExactSum::addProduct(double a, double b) {
 
 int ExactSum::sign() const { return signOf(leading()); }
 
+// The smallest first: the rest can be half as large as the leading part.
+double ExactSum::value() const { return std::accumulate(parts_.begin(), parts_.begin() + size_, 0.0); }
+
 int ExactSum::signOfRest() const { return size_ > 1 ? signOf(parts_[static_cast<std::size_t>(size_ - 2)]) : 0; }
 
 // The rest reaches an integer only from one: it is smaller than any fraction that the leading part has.
@@ -74,8 +78,8 @@ int exactOrientation(const qcVector<2>& a, const qcVector<2>& b, const qcVector<
 
 double exactCrossing(const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& u, const qcVector<2>& v) {
   const double largest = largestOf({a, b, u, v});
-  const double before = std::fabs(determinant(u, v, a, largest).leading());
-  const double after = std::fabs(determinant(u, v, b, largest).leading());
+  const double before = std::fabs(determinant(u, v, a, largest).value());
+  const double after = std::fabs(determinant(u, v, b, largest).value());
   return before / (before + after);
 }
 

@@ -20,8 +20,8 @@ class ExactSum {
 
   /// 1, 0 or -1; 0 when the sum is no number.
   int sign() const;
-  /// The sum, to its last bit.
-  double leading() const { return size_ > 0 ? parts_[static_cast<std::size_t>(size_ - 1)] : 0; }
+  /// The sum, but for its last bits.
+  double value() const;
   /// The integers next below and above the sum.
   double floor() const;
   double ceil() const;
@@ -29,7 +29,8 @@ class ExactSum {
  private:
   static constexpr int kParts = 16;
 
-  // The sign of all but the largest part, which is smaller than the last bit of that.
+  // The largest part, and the sign of the rest, which is smaller than the last bit of that part.
+  double leading() const { return size_ > 0 ? parts_[static_cast<std::size_t>(size_ - 1)] : 0; }
   int signOfRest() const;
 
   std::array<double, kParts> parts_;  // by growing magnitude, none of them 0
