@@ -5,9 +5,12 @@
 // qc_PelBuffer::imageFromClientXform.
 //
 // Only pels of the buffer's window are written, and what lies outside takes no time per pel. Finite coordinates of any
-// magnitude are safe. All errors are thrown before a pel is written: qcPel::UnboundWindow for an unbound buffer,
-// qcShapesError::BadGeom for a coordinate that is NaN or infinite (but a shape whose bounding box misses the window is
-// not looked at), and what sampling the shape throws. The functions take no lock; see qc_PelBuffer about sharing pels.
+// magnitude are safe; but a curve that is sampled is so as a whole, a circle of radius r by about
+// 2.2 * sqrt(r / tolerance) points of 16 bytes, and where that is more than maxPoints, SampleOverflow is thrown.
+//
+// All errors are thrown before a pel is written: qcPel::UnboundWindow for an unbound buffer, qcShapesError::BadGeom for
+// a coordinate that is NaN or infinite (but a shape whose bounding box misses the window is not looked at), and what
+// sampling the shape throws. The functions take no lock; see qc_PelBuffer about sharing pels.
 #pragma once
 
 #include <cstdint>
