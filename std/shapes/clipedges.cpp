@@ -395,7 +395,7 @@ void ClipOutline::endChain(bool closed) {
 }
 
 void ClipOutline::addPolygon(const std::vector<qcVector<2>>& vertices, bool reversed) {
-  edges.reserve(edges.size() + vertices.size());
+  if (edges.empty()) edges.reserve(vertices.size());  // later on, room for one more each time would copy them all
   beginChain(vertices.front());
   for (std::size_t i = 1; i < vertices.size(); ++i) addSegment(vertices[reversed ? vertices.size() - i : i]);
   endChain(true);
