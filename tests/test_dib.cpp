@@ -3,10 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <functional>
 #include <limits>
 #include <random>
 #include <sstream>

@@ -1,15 +1,9 @@
 // Shapes seen through transforms of any kind, and what these tell about how much they bend.
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <functional>
-#include <random>
-#include <string>
-#include <vector>
-
 #include "support/archived.h"
+#include "support/randomshapes.h"
 #include "support/xforms.h"
-#include "vnxstd/shapes.h"
 
 namespace {
 
@@ -17,7 +11,7 @@ using Xform = qcPtrHandle_const<qc2XformBase>;
 
 double norm(const qcMatrix<2>& m) {
   double largest = 0;
-  for (int i = 0; i < 72; ++i) largest = std::max(largest, (m * qcVector<2>(1, qcRadian(i * 0.0873))).len());
+  for (int i = 0; i < 72; ++i) largest = std::max(largest, (m * V(1, qcRadian(i * 0.0873))).len());
   return largest;
 }
 
@@ -30,14 +24,14 @@ TEST(BendBound, HoldsAndIsNotLoose) {
     int finite = 0;
     for (const double reach : {1e-4, 0.01, 0.3, 3.0}) {
       for (int trial = 0; trial < 8; ++trial) {
-        const qcVector<2> center(8 * unit(engine), 8 * unit(engine)), along(reach, qcRadian(3 * unit(engine)));
+        const V center(8 * unit(engine), 8 * unit(engine)), along(reach, qcRadian(3 * unit(engine)));
         const qcMatrix<2> middle = xform->linearXform(center).matrix();
         const double bound = xform->bendBound(center, along);
         if (std::isinf(bound)) continue;
         ++finite;
         double largest = 0;
         for (int i = 0; i < 100; ++i) {
-          const qcVector<2> at = center + qcVector<2>(reach * std::sqrt(0.5 + 0.5 * unit(engine)), qcRadian(i * 0.2));
+          const V at = center + V(reach * std::sqrt(0.5 + 0.5 * unit(engine)), qcRadian(i * 0.2));
           largest = std::max(largest, norm(xform->linearXform(at).matrix() - middle));
         }
         EXPECT_GE(bound, largest * 0.9999 - 1e-12);
@@ -100,8 +94,8 @@ std::vector<Case> cases() {
 
 // The image of each contour by points, 5000 altogether or more.
 std::vector<qcPolyline> dense(const Case& c) {
-  qcShape::qcSampleResult samples;
-  c.shape->sample(qcShape::qcSampleParams(0, qcShapeInfo(*c.shape).perimeter() / 5000, 1000000, false, false), samples);
+  Result samples;
+  c.shape->sample(Params(0, qcShapeInfo(*c.shape).perimeter() / 5000, 1000000, false, false), samples);
   c.xform->mapPoints(samples.positions().data(), samples.positions().data(), samples.positions().size());
   std::vector<qcPolyline> images;
   samples.getPolylines(images);
@@ -114,7 +108,7 @@ double lengthOf(const std::vector<qcPolyline>& images) {
   return sum;
 }
 
-double distanceTo(const std::vector<qcPolyline>& images, const qcVector<2>& p) {
+double distanceTo(const std::vector<qcPolyline>& images, const V& p) {
   double least = 1e300;
   for (const qcPolyline& image : images) least = std::min(least, (image.nearestPoint(p) - p).len());
   return least;
@@ -134,9 +128,9 @@ TEST(MappedShape, AgreesWithDenseBruteForce) {
     EXPECT_NEAR(info.perimeter(), length, 1e-5 * length);
     EXPECT_EQ(info.numPieces(), qcShapeInfo(*c.shape).numPieces());
     for (int i = 0; i < 12; ++i) {
-      const qcVector<2> p(box.ul().x() + (1.4 * unit(engine) - 0.2) * box.width(),
-                          box.ul().y() + (1.4 * unit(engine) - 0.2) * box.height());
-      const qcVector<2> nearest = c.mapped.nearestPoint(p);
+      const V p(box.ul().x() + (1.4 * unit(engine) - 0.2) * box.width(),
+                box.ul().y() + (1.4 * unit(engine) - 0.2) * box.height());
+      const V nearest = c.mapped.nearestPoint(p);
       EXPECT_NEAR((nearest - p).len(), distanceTo(images, p), slack);
       EXPECT_LT(distanceTo(images, nearest), slack);
       EXPECT_NEAR((c.mapped.perimPoint(info, c.mapped.nearestPerimPos(info, p)) - nearest).len(), 0, 1e-7 * length);
@@ -150,8 +144,8 @@ TEST(MappedShape, AgreesWithDenseBruteForce) {
     }
     // On the boundary: the left side counts for open contours, for regions it is inside.
     for (long i = 777; i + 1 < images[0].numVertices(); i += 1331) {
-      const qcVector<2> p = images[0].vertex(i), ahead = images[0].vertex(i + 1) - images[0].vertex(i - 1);
-      const qcVector<2> left = p + 1e-6 / ahead.len() * ahead.perpendicular();
+      const V p = images[0].vertex(i), ahead = images[0].vertex(i + 1) - images[0].vertex(i - 1);
+      const V left = p + 1e-6 / ahead.len() * ahead.perpendicular();
       if (c.mapped.isOpenContour()) {
         EXPECT_NEAR(c.mapped.windingAngle(p).plain(), c.mapped.windingAngle(left).plain(), 1e-3) << i;
       } else if (c.name.find("inverse") == std::string::npos) {  // whose points are exact to 1e-10 only
@@ -159,8 +153,8 @@ TEST(MappedShape, AgreesWithDenseBruteForce) {
       }
     }
     for (const double tolerance : {1e-2, 1e-5}) {
-      qcShape::qcSampleResult samples;
-      c.mapped.sample(qcShape::qcSampleParams(tolerance, 0, 1000000, false, false), samples);
+      Result samples;
+      c.mapped.sample(Params(tolerance, 0, 1000000, false, false), samples);
       std::vector<qcPolyline> chains;
       samples.getPolylines(chains);
       ASSERT_EQ(chains.size(), images.size());
@@ -204,14 +198,14 @@ TEST(MappedShape, DecomposesTouchingHoles) {
 class Bump : public qc2XformBase {
  public:
   Bump(double at, double width, bool knows) : at_(at), width_(width), knows_(knows) {}
-  qcVector<2> mapPoint(const qcVector<2>& p) const override { return {p.x(), p.y() + 3 * width_ * height(p.x())}; }
+  V mapPoint(const V& p) const override { return {p.x(), p.y() + 3 * width_ * height(p.x())}; }
   bool isLinear() const override { return false; }
-  qc2XformLinear linearXform(const qcVector<2>& p) const override {
+  qc2XformLinear linearXform(const V& p) const override {
     const double slope = -6 * (p.x() - at_) / width_ * height(p.x());
-    return {qcMatrix<2>(1, 0, slope, 1), mapPoint(p) - qcVector<2>(p.x(), slope * p.x() + p.y())};
+    return {qcMatrix<2>(1, 0, slope, 1), mapPoint(p) - V(p.x(), slope * p.x() + p.y())};
   }
   qcPtrHandle<qc2XformBase> clone() const override { return new Bump(*this); }
-  double bendBound(const qcVector<2>& center, const qcVector<2>& reach) const override {
+  double bendBound(const V& center, const V& reach) const override {
     if (!knows_) return qc2XformBase::bendBound(center, reach);
     const double off = std::fabs(center.x() - at_) - reach.len();
     const double nearest = std::max(0.0, off / width_), fade = nearest > 1 ? nearest * std::exp(-nearest * nearest) : 1;
@@ -236,11 +230,11 @@ TEST(MappedShape, NarrowBumpsAreFound) {
       SCOPED_TRACE(testing::Message() << width << ' ' << at);
       const qcMappedShape mapped(Held(new qcLineSeg({0, 0}, {100, 0})), Bump(at, width, knows), false);
       EXPECT_NEAR(mapped.boundingBox().height(), top, 100 * qcMappedShape::kPrecision);
-      EXPECT_LT((mapped.nearestPoint({at, 1.5 * top}) - qcVector<2>(at, top)).len(), 1e-4 * width + 2e-5);
-      qcShape::qcSampleResult samples;
-      mapped.sample(qcShape::qcSampleParams(0.01 * width, 0, 100000), samples);
+      EXPECT_LT((mapped.nearestPoint({at, 1.5 * top}) - V(at, top)).len(), 1e-4 * width + 2e-5);
+      Result samples;
+      mapped.sample(Params(0.01 * width, 0, 100000), samples);
       double highest = 0;
-      for (const qcVector<2>& p : samples.positions()) highest = std::max(highest, p.y());
+      for (const V& p : samples.positions()) highest = std::max(highest, p.y());
       EXPECT_GE(highest, 0.99 * top);
       EXPECT_GT(qcShapeInfo(mapped).perimeter(), 100 + top);
       EXPECT_NEAR(mapped.tangentRotation().plain(), 0, 1e-6);
@@ -249,16 +243,16 @@ TEST(MappedShape, NarrowBumpsAreFound) {
 }
 
 // What needs the points of a shape.
-std::vector<std::function<void()>> questions(const qcShape& shape, qcShape::qcSampleResult& samples) {
-  const qcVector<2> origin;
+std::vector<std::function<void()>> questions(const qcShape& shape, Result& samples) {
+  const V origin;
   return {[&, origin] { shape.nearestPoint(origin); }, [&] { shape.boundingBox(); }, [&] { shape.decompose(); },
-          [&] { shape.sample(qcShape::qcSampleParams(0.1, 0, 1000000), samples); }, [&] { qcShapeInfo whole(shape); }};
+          [&] { shape.sample(Params(0.1, 0, 1000000), samples); }, [&] { qcShapeInfo whole(shape); }};
 }
 
 // A shape across the line at infinity has no extent; beside it, however close, it has.
 TEST(MappedShape, LineAtInfinity) {
   const qc2XformPerspective xform(qcMatrix<3>(1, 0, 0, 0, 1, 0, 0.1, 0, 1));  // at x = -10
-  qcShape::qcSampleResult samples;
+  Result samples;
   for (const double left : {-11.0, -10.0, -10.5, -10.0000001}) {
     const qcMappedShape mapped(Held(new qcRect({left, -1}, {15, 2})), xform, false);
     for (const auto& ask : questions(mapped, samples)) EXPECT_THROW(ask(), qc2XformPerspectiveDefs::NumericalError);
@@ -270,7 +264,7 @@ TEST(MappedShape, LineAtInfinity) {
   const qcMappedShape close(Held(new qcLineSeg({-9.999, 0}, {-9, 1})), xform, false);
   EXPECT_NEAR(close.boundingBox().width(), 99990.0 - 90.0, 1e-3);
   EXPECT_NEAR(qcShapeInfo(close).perimeter(), std::hypot(99900, 10), 1e-3);  // lines stay straight
-  EXPECT_THROW(close.sample(qcShape::qcSampleParams(1e-3, 1, 50), samples), qcShapesError::SampleOverflow);
+  EXPECT_THROW(close.sample(Params(1e-3, 1, 50), samples), qcShapesError::SampleOverflow);
   EXPECT_EQ(samples.numChains(), 0);
 }
 
@@ -294,7 +288,7 @@ TEST(MappedShape, CollapsesAndMeasuresByTheExpansion) {
       EXPECT_EQ(qcMappedShape(nested.clone(), mirror, true).shape()->perimeter(), circle->perimeter());
       const bool linear = first->isLinear() && second->isLinear();
       EXPECT_EQ(dynamic_cast<const qc2XformLinear*>(collapsed.mapXform().rep()) != nullptr, linear);
-      const qcVector<2> p(1, 0.7), image = second->mapPoint(first->mapPoint(p));
+      const V p(1, 0.7), image = second->mapPoint(first->mapPoint(p));
       EXPECT_LT((nested.overallMapXform()->mapPoint(p) - image).len(), 1e-15);
       EXPECT_LT((collapsed.mapXform()->mapPoint(p) - image).len(), 1e-15);
       EXPECT_FALSE(nested.equal_(collapsed));
@@ -320,24 +314,24 @@ TEST(MappedShape, EmptyInfiniteAndMissingShapes) {
   const qc2XformPerspective bends(qcMatrix<3>(1, 0, 0, 0, 1, 0, 0.1, 0, 1));
   EXPECT_THROW(qcMappedShape(Held(), bends, true), qcBadPointer);
   qcMappedShape none;
-  qcShape::qcSampleResult samples;
+  Result samples;
   for (const auto& ask : questions(none, samples)) EXPECT_THROW(ask(), qcBadPointer);
   EXPECT_THROW(none.mapShape({}), qcBadPointer);
   EXPECT_THROW(none.shape(Held()), qcBadPointer);
   EXPECT_EQ(qcMappedShape(Held(new qcPolyline), bends, false).perimeter(), 0);
-  const Held line(new qcLine(qcVector<2>(1, 1)));
+  const Held line(new qcLine(V(1, 1)));
   const qcMappedShape turned(line, qc2XformLinear(qcMatrix<2>(0, -1, 1, 0), {1, 0}), false);
-  EXPECT_LT((turned.nearestPoint({5, 0}) - qcVector<2>(3, -2)).len(), 1e-12);
+  EXPECT_LT((turned.nearestPoint({5, 0}) - V(3, -2)).len(), 1e-12);
   // A single point, and a closed polygon that is one.
   for (const bool closed : {false, true}) {
     const qcMappedShape point(Held(new qcPolyline({{1, 2}, {1, 2}}, closed)), bends, false);
-    EXPECT_LT((point.nearestPoint({9, 9}) - qcVector<2>(1 / 1.1, 2 / 1.1)).len(), 1e-15);
-    EXPECT_EQ(point.boundingBox().size(), qcVector<2>());
+    EXPECT_LT((point.nearestPoint({9, 9}) - V(1 / 1.1, 2 / 1.1)).len(), 1e-15);
+    EXPECT_EQ(point.boundingBox().size(), V());
     EXPECT_EQ(qcShapeInfo(point).perimeter(), 0);
     samples.reset();
-    point.sample(qcShape::qcSampleParams(0.1, 0.1), samples);
+    point.sample(Params(0.1, 0.1), samples);
     EXPECT_EQ(samples.positions().size(), 1U);
-    EXPECT_THROW(point.sample(qcShape::qcSampleParams(0.1, 0, 9, true), samples), qcShapesError::BadParams);
+    EXPECT_THROW(point.sample(Params(0.1, 0, 9, true), samples), qcShapesError::BadParams);
   }
 }
 
@@ -346,8 +340,8 @@ TEST(MappedShape, ThousandsOfLevels) {
   for (int i = 0; i < 100000; ++i) {
     shape = Held(new qcMappedShape(shape, qc2XformLinear(qcMatrix<2>(), {1, 0}), false));
   }
-  EXPECT_LT((shape->boundingBox().ul() - qcVector<2>(100000, 0)).len(), 1e-9);
-  const qcPtrHandle<qcShape> copy = shape->clone();
+  EXPECT_LT((shape->boundingBox().ul() - V(100000, 0)).len(), 1e-9);
+  const Shape copy = shape->clone();
   EXPECT_TRUE(copy->equal_(*shape));
 }
 

@@ -6,8 +6,6 @@
 #include <limits>
 #include <numbers>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "support/archived.h"
 #include "vnxstd/math.h"

@@ -2,13 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
 #include <initializer_list>
 #include <limits>
-#include <new>
 #include <random>
 #include <set>
-#include <string>
 #include <tuple>
 #include <type_traits>
 #include <typeinfo>

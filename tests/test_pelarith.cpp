@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
-#include <type_traits>
 
 #include "support/pelcomponents.h"
 #include "support/scene.h"

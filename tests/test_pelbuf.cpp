@@ -2,16 +2,12 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
-#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <functional>
 #include <random>
 #include <set>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "support/archived.h"
 #include "support/faulty.h"

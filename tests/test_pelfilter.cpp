@@ -1,16 +1,9 @@
 // Pixel functions that look at other pels than their own, against naive references: arranging, filtering, colours.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdint>
-#include <cstring>
-#include <functional>
-#include <limits>
-#include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "support/pelcomponents.h"
 #include "support/scene.h"

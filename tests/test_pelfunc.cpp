@@ -2,14 +2,8 @@
 // level, with all pels around the window guarded.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <functional>
-#include <limits>
 #include <sstream>
-#include <type_traits>
-#include <vector>
 
 #include "support/pelcomponents.h"
 #include "support/scene.h"

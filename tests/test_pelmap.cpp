@@ -1,11 +1,7 @@
 // Pels divided by values, standard deviations over series, and look-up tables, against naive references.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <limits>
-#include <type_traits>
-#include <vector>
 
 #include "support/pelcomponents.h"
 #include "vnxstd/pelbuf.h"

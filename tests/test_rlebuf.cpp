@@ -5,11 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <functional>
 #include <tuple>
-#include <vector>
 
 #include "support/allocations.h"
 #include "support/bytes.h"

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "support/archived.h"
 #include "support/randomshapes.h"
 #include "vnxstd/math/rigid.h"

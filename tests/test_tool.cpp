@@ -28,50 +28,63 @@
 
 namespace {
 
-// An image whose grey level is a smooth function of the signed distance from a feature.
-template <class Distance>
-qcPelBuffer<unsigned char> drawn(Distance distance, double noise, std::int32_t seed) {
-  qcRandomGaussian random(seed);
-  qcPelBuffer<unsigned char> image(qcPelRect(-20, 30, 120, 100));
-  for (long y = 30; y < 130; ++y)
-    for (long x = -20; x < 100; ++x) {
-      const double d = distance(qcVector<2>(static_cast<double>(x) + 0.5, static_cast<double>(y) + 0.5));
-      const double grey = 120 + 70 * std::erf(d / 1.3) + random.next(noise, 0);
-      image.put(x, y, static_cast<unsigned char>(std::lround(std::min(255.0, std::max(0.0, grey)))));
-    }
+using V = qcVector<2>;
+using Points = std::vector<V>;
+using Grey = qcPelBuffer<unsigned char>;
+
+Grey imageOf(const qcPelRect& window, const auto& grey) {
+  Grey image(window);
+  for (long y = window.y0(); y < window.y1(); ++y)
+    for (long x = window.x0(); x < window.x1(); ++x) image.put(x, y, static_cast<unsigned char>(grey(x, y)));
   return image;
 }
 
-const qcRect kRegion(qcVector<2>(-15, 35), qcVector<2>(110, 90));
+// An image whose grey level is a smooth function of the signed distance from a feature.
+Grey drawn(const auto& distance, double noise, std::int32_t seed) {
+  qcRandomGaussian random(seed);
+  return imageOf(qcPelRect(-20, 30, 120, 100), [&](long x, long y) {
+    const double d = distance(V(static_cast<double>(x) + 0.5, static_cast<double>(y) + 0.5));
+    return std::lround(std::clamp(120 + 70 * std::erf(d / 1.3) + random.next(noise, 0), 0.0, 255.0));
+  });
+}
+
+// One edge, straight or round.
+Grey drawnEdge(Feature feature, double radius) {
+  const auto distance = [&](const V& p) {
+    return feature == Feature::line ? p.x() + p.y() / 3 - 60 : p.distance({41.3, 79.6}) - radius;
+  };
+  return drawn(distance, 2, 4);
+}
+
+const qcRect kRegion(V(-15, 35), V(110, 90));
 
 TEST(Gauge, LinesAtEveryAngle) {
   qcRandomUniform random(5);
   for (int i = 0; i < 36; ++i) {
     const qcDegree angle(10.0 * i + random.next(-4, 4));
-    const qc2Rigid frame(angle, qcVector<2>(40 + random.next(-5, 5), 80 + random.next(-5, 5)));
-    const auto image = drawn([&](const qcVector<2>& p) { return frame.invMapPoint(p).y(); }, 3, i + 1);
+    const qc2Rigid frame(angle, V(40 + random.next(-5, 5), 80 + random.next(-5, 5)));
+    const auto image = drawn([&](const V& p) { return frame.invMapPoint(p).y(); }, 3, i + 1);
     const auto result = gauge(image, {kRegion, Feature::line, Polarity::any});
     ASSERT_TRUE(result) << i;
     const auto& line = dynamic_cast<const qcFLine&>(*result.measurement->shape);
-    for (const double along : {-25.0, 0.0, 25.0})
-      EXPECT_LT(std::abs(line.distanceFrom(frame * qcVector<2>(along, 0))), 0.1) << i;
+    for (const double along : {-25.0, 0.0, 25.0}) EXPECT_LT(std::abs(line.distanceFrom(frame * V(along, 0))), 0.1) << i;
     EXPECT_GT(result.measurement->inliers(), 30);
     // The frame lies on the line: its x axis maps onto it.
     for (const double along : {-10.0, 10.0})
-      EXPECT_NEAR(line.distanceFrom(result.measurement->frame->mapPoint(qcVector<2>(along, 0))), 0, 1e-9);
+      EXPECT_NEAR(line.distanceFrom(result.measurement->frame->mapPoint(V(along, 0))), 0, 1e-9);
   }
 }
 
 TEST(Gauge, CirclesWithAnOccludedSector) {
   qcRandomUniform random(6);
   for (int i = 0; i < 20; ++i) {
-    const qcVector<2> centre(40 + random.next(-6, 6), 80 + random.next(-6, 6));
+    const V centre(40 + random.next(-6, 6), 80 + random.next(-6, 6));
     const double radius = random.next(12, 30), gap = random.next(0, 2 * std::numbers::pi);
     const auto image = drawn(
-        [&](const qcVector<2>& p) {
-          const qcVector<2> v = p - centre;
+        [&](const V& p) {
+          const V v = p - centre;
           // A straight flank cuts away part of the disc.
-          const double flank = v * qcVector<2>(std::cos(gap), std::sin(gap)) - 0.6 * radius;
+          const double flank = v * V(std::cos(gap), std::sin(gap)) - 0.6 * radius;
           return std::max(v.len() - radius, flank);
         },
         2, i + 1);
@@ -87,20 +100,16 @@ TEST(Gauge, CirclesWithAnOccludedSector) {
 
 TEST(Gauge, ImagesFarFromTheOrigin) {
   for (const Feature feature : {Feature::line, Feature::circle}) {
-    const auto image = drawn(
-        [=](const qcVector<2>& p) {
-          return feature == Feature::line ? p.x() + p.y() / 3 - 60 : p.distance({41.3, 79.6}) - 11;
-        },
-        2, 4);
+    const auto image = drawnEdge(feature, 11);
     const auto near = gauge(image, {kRegion, feature, Polarity::any});
     for (const long far : {100000L, 1L << 22, 1L << 30}) {
-      qcPelBuffer<unsigned char> away = image;
+      Grey away = image;
       away.offset(far, -far);
-      const qcVector<2> by = qcVector<2>(away.offset()) - qcVector<2>(image.offset());
+      const V by = V(away.offset()) - V(image.offset());
       const auto result = gauge(away, {qcRect(kRegion.origin() + by, kRegion.size()), feature, Polarity::any});
       ASSERT_TRUE(near && result) << far;
       EXPECT_EQ(result.measurement->inliers(), near.measurement->inliers());
-      for (const qcVector<2>& p : {qcVector<2>(30, 60), qcVector<2>(55, 80)})
+      for (const V& p : {V(30, 60), V(55, 80)})
         EXPECT_NEAR(result.measurement->shape->nearestPoint(p + by).distance(p + by),
                     near.measurement->shape->nearestPoint(p).distance(p), 1e-5)
             << far;
@@ -110,7 +119,7 @@ TEST(Gauge, ImagesFarFromTheOrigin) {
 
 TEST(Gauge, OverlaysOfLongImagesAreNotEnlarged) {
   vnxMeasurement measurement;
-  measurement.image = qcPelBuffer<unsigned char>(100, 3000);
+  measurement.image = Grey(100, 3000);
   measurement.shape = new qcFLine;
   EXPECT_EQ(drawOverlay(measurement, {}).width(), 100);
 }
@@ -121,16 +130,16 @@ TEST(Gauge, EllipsesInRegionsOfEveryKind) {
   for (int i = 0; i < 24; ++i) {
     const qcEllipse2 truth({40 + random.next(-5, 5), 80 + random.next(-5, 5)}, qcRadian(random.next(-3, 3)),
                            {random.next(22, 32), random.next(13, 20)}, true, qcRadian(0));
-    const qcVector<2> cut = truth.point(qcRadian(random.next(-3, 3))) - truth.center();
+    const V cut = truth.point(qcRadian(random.next(-3, 3))) - truth.center();
     const auto image = drawn(
-        [&](const qcVector<2>& p) {
+        [&](const V& p) {
           const double d = truth.nearestPoint(p).distance(p);
           const double flank = (p - truth.center()) * cut.unit() - 0.85 * cut.len();
           return std::max(truth.within(p) ? -d : d, i % 2 == 0 ? flank : -1e9);
         },
         2, i + 1);
     const auto wider = [&](double by) {
-      return qcEllipse2(truth.center(), truth.angle(), truth.radii() + qcVector<2>(by, by), true, qcRadian(0));
+      return qcEllipse2(truth.center(), truth.angle(), truth.radii() + V(by, by), true, qcRadian(0));
     };
     const Region regions[] = {kRegion, qcAffineRectangle({42, 79}, 95, 80, truth.angle(), qcRadian(0.1)),
                               Region(wider(-9), wider(9))};
@@ -149,13 +158,12 @@ TEST(Gauge, EllipsesInRegionsOfEveryKind) {
 TEST(Gauge, AffineRegionsSeeOnlyWhatIsInside) {
   for (int degrees = 0; degrees < 360; degrees += 20) {
     const qc2Rigid frame(qcDegree(degrees), {40, 80});
-    const auto image =
-        drawn([&](const qcVector<2>& p) { return 5 - std::abs(frame.invMapPoint(p).y() - 6); }, 1, degrees + 1);
-    const qcAffineRectangle region(frame * qcVector<2>(0, 1), 60, 11, qcRadian(qcDegree(degrees)), qcRadian(0.3));
+    const auto image = drawn([&](const V& p) { return 5 - std::abs(frame.invMapPoint(p).y() - 6); }, 1, degrees + 1);
+    const qcAffineRectangle region(frame * V(0, 1), 60, 11, qcRadian(qcDegree(degrees)), qcRadian(0.3));
     const auto result = gauge(image, {region, Feature::line, Polarity::any});
     ASSERT_TRUE(result) << degrees << result.whyNot;
     const auto& line = dynamic_cast<const qcFLine&>(*result.measurement->shape);
-    for (const double along : {-25.0, 25.0}) EXPECT_NEAR(line.distanceFrom(frame * qcVector<2>(along, 1)), 0, 0.15);
+    for (const double along : {-25.0, 25.0}) EXPECT_NEAR(line.distanceFrom(frame * V(along, 1)), 0, 0.15);
     const auto part = result.measurement->lineInRegion();
     ASSERT_TRUE(part);
     EXPECT_NEAR(part->perimeter(), 60, 0.5);
@@ -166,11 +174,7 @@ TEST(Gauge, AffineRegionsSeeOnlyWhatIsInside) {
 TEST(Gauge, SimilaritiesMapWhatIsMeasured) {
   qcRandomUniform random(9);
   for (const Feature feature : {Feature::line, Feature::circle, Feature::ellipse}) {
-    const auto image = drawn(
-        [=](const qcVector<2>& p) {
-          return feature == Feature::line ? p.x() + p.y() / 3 - 60 : p.distance({41.3, 79.6}) - 21;
-        },
-        2, 4);
+    const auto image = drawnEdge(feature, 21);
     const auto plain = gauge(image, {kRegion, feature, Polarity::any});
     for (int i = 0; i < 6; ++i) {
       const double scale = std::pow(10, random.next(-4, 3));
@@ -182,32 +186,31 @@ TEST(Gauge, SimilaritiesMapWhatIsMeasured) {
       EXPECT_EQ(result.measurement->inliers(), plain.measurement->inliers());
       const double same = (feature == Feature::line ? 1e-4 : 0.03) * scale;  // scans of round features start elsewhere
       EXPECT_NEAR(result.measurement->rms, plain.measurement->rms * scale, same);
-      for (const qcVector<2>& p : {qcVector<2>(30, 60), qcVector<2>(55, 80)})
+      for (const V& p : {V(30, 60), V(55, 80)})
         EXPECT_NEAR(result.measurement->shape->nearestPoint(xform * p).distance(xform * p),
                     plain.measurement->shape->nearestPoint(p).distance(p) * scale, same);
       const auto drawn = result.measurement->shapeInImage(), alone = plain.measurement->shapeInImage();
       ASSERT_EQ(drawn.size(), 1U);
-      for (const qcVector<2>& p : drawn[0]) EXPECT_LT(plain.measurement->shape->nearestPoint(p).distance(p), 0.05);
+      for (const V& p : drawn[0]) EXPECT_LT(plain.measurement->shape->nearestPoint(p).distance(p), 0.05);
     }
   }
 }
 
 TEST(Gauge, NoiseAloneIsNoFeature) {
   for (std::int32_t seed = 1; seed < 6; ++seed) {
-    const auto image = drawn([](const qcVector<2>&) { return 0.0; }, 4, seed);
+    const auto image = drawn([](const V&) { return 0.0; }, 4, seed);
     EXPECT_FALSE(gauge(image, {kRegion, Feature::line, Polarity::any}));
     EXPECT_FALSE(gauge(image, {kRegion, Feature::circle, Polarity::any}));
     EXPECT_FALSE(gauge(image, {kRegion, Feature::ellipse, Polarity::any}));
   }
-  const auto image = drawn([](const qcVector<2>& p) { return p.x(); }, 0, 1);
-  for (const qcRect& region :
-       {qcRect(qcVector<2>(1e9, 0), qcVector<2>(50, 50)), qcRect(qcVector<2>(0, 0), qcVector<2>(1, 1))})
+  const auto image = drawn([](const V& p) { return p.x(); }, 0, 1);
+  for (const qcRect& region : {qcRect(V(1e9, 0), V(50, 50)), qcRect(V(0, 0), V(1, 1))})
     EXPECT_FALSE(gauge(image, {region, Feature::line, Polarity::any}));
 }
 
 TEST(Gauge, StraightEdgesNearTheMiddleAreNotRound) {
   for (double offset = -8; offset < 8; offset += 0.7) {
-    const auto image = drawn([=](const qcVector<2>& p) { return p.x() - 40 - offset - 0.01 * p.y(); }, 1, 3);
+    const auto image = drawn([=](const V& p) { return p.x() - 40 - offset - 0.01 * p.y(); }, 1, 3);
     EXPECT_FALSE(gauge(image, {kRegion, Feature::circle, Polarity::any})) << offset;
     EXPECT_FALSE(gauge(image, {kRegion, Feature::ellipse, Polarity::any})) << offset;
   }
@@ -218,10 +221,8 @@ TEST(Blobs, ThresholdParts) {
   qcRandomGaussian random(3);
   for (int i = 0; i < 20; ++i) {
     const double dark = 30 + 4 * i, bright = dark + 60 + i;
-    qcPelBuffer<unsigned char> image(60, 50);
-    for (long y = 0; y < 50; ++y)
-      for (long x = 0; x < 60; ++x)
-        image.put(x, y, static_cast<unsigned char>(std::lround(random.next(5, x < 10 + 2 * i ? dark : bright))));
+    const auto image = imageOf(
+        qcPelRect(60, 50), [&](long x, long) { return std::lround(random.next(5, x < 10 + 2 * i ? dark : bright)); });
     const unsigned char threshold = otsuThreshold(image);
     EXPECT_GT(threshold, dark + 15) << i;
     EXPECT_LT(threshold, bright - 14) << i;
@@ -231,8 +232,9 @@ TEST(Blobs, ThresholdParts) {
 // Mirrored levels: to part those below 99 from the rest is as good as to part those above 101, to part 99 from 101 is
 // worst.
 TEST(Blobs, ThresholdIsNotBetweenTwoThatAreAlike) {
-  qcPelBuffer<unsigned char> image(1020, 1);
-  for (long x = 0; x < 1020; ++x) image.put(x, 0, x < 10 ? 0 : x < 510 ? 99 : x < 1010 ? 101 : 200);
+  const auto image = imageOf(qcPelRect(1020, 1), [](long x, long) {
+    return x < 10 ? 0 : x < 510 ? 99 : x < 1010 ? 101 : 200;
+  });
   EXPECT_EQ(otsuThreshold(image), 50);
 }
 
@@ -245,7 +247,7 @@ class Tool : public testing::Test {
   void TearDown() override { std::filesystem::remove_all(folder_); }
 
   std::string file(const char* name) const { return (folder_ / name).string(); }
-  qcDIB write(const char* name, const qcPelBuffer<unsigned char>& image) const {
+  qcDIB write(const char* name, const Grey& image) const {
     qcDIB bitmap;
     bitmap.init(image);
     bitmap.write(qf_Widen(file(name)));
@@ -290,7 +292,7 @@ TEST_F(Tool, SavesWhatItMeasured) {
   EXPECT_LT(circle.center().distance(part.inImage(part.hole)), 0.05);
   EXPECT_LT(saved->points.size(), 49U);
   EXPECT_EQ(saved->image.width(), 640);
-  const qcPelBuffer<unsigned char> original = bitmap.pelBuffer();
+  const Grey original = bitmap.pelBuffer();
   for (long y = 0; y < 480; y += 7)
     for (long x = 0; x < 640; x += 5) ASSERT_EQ(saved->image.get(x, y), original.get(x, y));
   ASSERT_EQ(run("info c.arc"), 0) << errors;
@@ -319,7 +321,7 @@ std::string gridCsv(const char* separator, const char* end, int count) {
 }
 
 TEST_F(Tool, CalibrationsAreReadOrRefusedWithTheReason) {
-  write("edge.bmp", drawn([](const qcVector<2>& p) { return p.x() - 40; }, 1, 1));
+  write("edge.bmp", drawn([](const V& p) { return p.x() - 40; }, 1, 1));
   const std::string grid = gridCsv(",", "\n", 16), three = gridCsv(",", "\n", 3);
   const std::string cut = "0,0,1,1\n9,0,2,1\n0,9,1,2\n";
   const struct {
@@ -364,11 +366,7 @@ TEST_F(Tool, CalibrationsAreReadOrRefusedWithTheReason) {
 // What the file says in the end: the image as it was, every point in its place and kind, and a text that any reader of
 // XML takes, whatever the names.
 TEST_F(Tool, DrawsOverlaysAsSvg) {
-  const auto image = drawn(
-      [](const qcVector<2>& p) {
-        return p.distance({41.3, 79.6}) - 21 + (p.x() > 57 ? 3 : 0);
-      },
-      2, 4);
+  const auto image = drawn([](const V& p) { return p.distance({41.3, 79.6}) - 21 + (p.x() > 57 ? 3 : 0); }, 2, 4);
   write("a&b<\"c>.bmp", image);
   std::ofstream(file("points.csv")) << gridCsv(",", "\n", 16);
   const std::string call = "gauge 'a&b<\"c>.bmp' --roi -15,35,110,90 --find circle --calib points.csv --overlay o.SVG ";
@@ -398,7 +396,7 @@ TEST_F(Tool, DrawsOverlaysAsSvg) {
 
 // The coordinates of the points that a path draws, and of the ends of its arcs with the flags of these.
 struct Drawn {
-  std::vector<qcVector<2>> points;
+  Points points;
   std::vector<int> sweeps;
   explicit Drawn(const std::string& markup) {
     std::string path = markup.substr(std::min(markup.find(" d=\"") + 4, markup.size()));
@@ -420,7 +418,7 @@ struct Drawn {
 // What is drawn lies on the shape, and the shape lies on what is drawn.
 TEST(Render, ShapesLieWhereTheyAre) {
   qcRandomUniform random(4);
-  const auto any = [&] { return qcVector<2>(random.next(-50, 50), random.next(-50, 50)); };
+  const auto any = [&] { return V(random.next(-50, 50), random.next(-50, 50)); };
   const qcRect page({-300, -300}, {600, 600});
   for (int i = 0; i < 60; ++i) {
     const qcXform<2> onPage(any(), qcRadian(0), qcRadian(0), 2.5, 2.5);
@@ -436,7 +434,7 @@ TEST(Render, ShapesLieWhereTheyAre) {
       const auto mapped = shape->mapShape(onPage);
       const Drawn drawn(shapeMarkup(*shape, onPage, page, "red", "tip"));
       ASSERT_GE(drawn.points.size(), 2U);
-      for (const qcVector<2>& p : drawn.points) EXPECT_LT(mapped->nearestPoint(p).distance(p), 0.02);
+      for (const V& p : drawn.points) EXPECT_LT(mapped->nearestPoint(p).distance(p), 0.02);
     }
     // Each half of the arc curves to the side on which its middle lies.
     const auto onArc = [&](double part) {
@@ -519,7 +517,7 @@ TEST_F(Tool, RendersWhatArchivesHold) {
   const std::string drawing = text("s.svg"), region = drawing.substr(0, drawing.rfind("\"><title>qcRegionTree"));
   const std::string borders = region.substr(region.rfind('"') + 1);
   EXPECT_EQ(std::count(borders.begin(), borders.end(), 'M'), 2) << borders;  // that of the hole is one
-  qcPelBuffer<unsigned char> grey(4, 3);
+  Grey grey(4, 3);
   const unsigned char expected[] = {0, 85, 170, 255, 0, 255, 0, 0, 255, 128, 0, 0};
   for (long i = 0; i < 12; ++i) grey.put(i % 4, i / 4, expected[i]);
   EXPECT_NE(text("s.svg").find(base64(pngOf(grey))), std::string::npos);
@@ -540,12 +538,9 @@ TEST(Base64, IsThatOfTheStandard) {
 }
 
 TEST_F(Tool, ListsAndDrawsBlobs) {
-  qcPelBuffer<unsigned char> image(qcPelRect(5, -3, 60, 40));
-  for (long y = -3; y < 37; ++y)
-    for (long x = 5; x < 65; ++x) {
-      const bool isBar = x >= 10 && x < 30 && y >= 0 && y < 10, isDot = x == 50 && y == 20;
-      image.put(x, y, isBar || isDot ? 200 : 40);
-    }
+  const auto image = imageOf(qcPelRect(5, -3, 60, 40), [](long x, long y) {
+    return (x >= 10 && x < 30 && y >= 0 && y < 10) || (x == 50 && y == 20) ? 200 : 40;
+  });
   write("blobs.bmp", image);
   ASSERT_EQ(run("blobs blobs.bmp --overlay o.bmp"), 0) << errors;
   std::istringstream lines(output);
@@ -573,7 +568,7 @@ TEST_F(Tool, ListsAndDrawsBlobs) {
 }
 
 TEST_F(Tool, ExitStatuses) {
-  qcDIB bitmap = write("edge.bmp", drawn([](const qcVector<2>& p) { return p.x() - 40; }, 1, 1));
+  qcDIB bitmap = write("edge.bmp", drawn([](const V& p) { return p.x() - 40; }, 1, 1));
   std::ofstream(file("cut.bmp"), std::ios::binary).write(text("edge.bmp").data(), 900);
   std::ofstream(file("cut.arc"), std::ios::binary).write("\x02\x01\x4F\xE5\x70\x54\x01\x01", 8);
   std::ofstream(file("text")) << "nothing of ours";
