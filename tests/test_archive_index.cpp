@@ -354,7 +354,8 @@ TEST(Index, DamageHidesNothingBeforeItAndSalvageFindsTheRest) {
     if (hit == 5 || (byte >= 5 && byte < 9) || byte == 9 || byte >= 34) continue;  // other numbers, flags: no damage
     if (byte >= 10 && byte < 18) continue;                                         // nothing follows a mark
     std::string bytes = sound;
-    bytes[places[hit] + byte] = static_cast<char>(bytes[places[hit] + byte] ^ (1 + random() % 255));
+    char& struck = bytes[places[hit] + byte];
+    struck = static_cast<char>(struck ^ static_cast<char>(1 + random() % 255));
     BytesArchive archive(bytes, true);
     if (byte == 4 && archive->damaged() == qcArchive::Position(0)) continue;  // record version 0 is read alike
     EXPECT_NE(archive->damaged(), qcArchive::Position(0)) << hit << ' ' << byte;

@@ -84,7 +84,7 @@ std::vector<Case> cases() {
   std::vector<Case> all;
   const auto xforms = transforms();
   for (const auto& [name, shape] : shapes()) {
-    for (const std::size_t i : {0, 1, 8, 9, 10, 12}) {
+    for (const std::size_t i : {0U, 1U, 8U, 9U, 10U, 12U}) {
       const auto& [what, xform] = xforms[i];
       all.push_back({name + ", " + what, shape, xform, {shape, *xform, false}});
     }

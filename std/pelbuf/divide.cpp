@@ -100,7 +100,7 @@ class ShortQuotient {
     below_ = static_cast<std::uint16_t>(isNone ? 65535 : std::min(least - 1, 65535u));
     start_ = below_;
     if (isNone || d > 65535) return;  // none is above 1
-    shift_ = std::bit_width(d) - 1;
+    shift_ = static_cast<int>(std::bit_width(d)) - 1;
     const std::uint32_t power = std::uint32_t{1} << (16 + shift_);
     const bool isUp = power % d > std::uint32_t{1} << shift_;
     reciprocal_ = static_cast<std::uint16_t>(std::min(power / d + (isUp ? 1 : 0), 65535u));

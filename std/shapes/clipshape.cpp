@@ -76,9 +76,10 @@ class Collector {
     } else if (const auto* contour = dynamic_cast<const qcContourTree*>(&shape)) {
       for (const qcShape* element : contour->elements_()) add(*element);
     } else {
-      const Handle parts = shape.decompose();
-      if (typeid(*parts) == typeid(shape)) throw qcShapesError::NotImplemented();  // a primitive that is not known here
-      add(*parts);
+      const Handle held = shape.decompose();
+      const qcShape& parts = *held;
+      if (typeid(parts) == typeid(shape)) throw qcShapesError::NotImplemented();  // a primitive that is not known here
+      add(parts);
     }
   }
 
