@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/bytes.h"
 #include "vnxstd/comm.h"
 #include "vnxstd/except/catalogue.h"
 #include "vnxstd/math/vector.h"
@@ -141,7 +142,7 @@ TEST(Transfer, TimeOutsCoverWholeMessages) {
     EXPECT_THROW(*in || number, qcTimeout::Expired);
     EXPECT_THROW(other->waitUntilDisconnected(1000), qcTimeout::Expired);
   }
-  send(frame(4, false, {0, 0, 0, 6}) + frame(0, false, {}) + frame(4, true, {0, 0, 0, 7}));
+  send(frame(4, false, {0, 0, 0, 6}) + frame(4, true, {0, 0, 0, 7}));
   *in || number;
   in->nextMessage();
   EXPECT_EQ(number, 6);
@@ -165,11 +166,37 @@ TEST(Transfer, TimeOutsCoverWholeMessages) {
   EXPECT_THROW(out->flush(), qcTcpip::ConnectionBroken);
 }
 
+TEST(Transfer, WaitingForAMessageKeepsNobodyFromArchiving) {
+  auto [mine, other] = qcCommunicator::loopback();
+  const auto out = other->archive(Dir::storing, 5);
+  out->flush();
+  const auto in = mine->archive(Dir::loading, 5);
+  std::jthread writer([&] {
+    qcTimer::sleep(0.02);
+    *out << qcBadPointer();
+    out->flush();
+  });
+  qcBadPointer back;
+  EXPECT_NO_THROW(*in >> back);
+}
+
+TEST(Transfer, ABrokenMessageLeavesNothingToRead) {
+  auto [mine, other] = qcCommunicator::loopback();
+  const std::string begun = fromHex("0A000000 02000000000500000000 0A000000 00");  // ends within the second frame
+  other->send(begun.data(), begun.size(), qcDeadline());
+  const auto in = mine->archive(Dir::loading, 0.01);
+  EXPECT_THROW(in->nextMessage(), qcTcpip::Timeout);
+  int number = 0;
+  EXPECT_THROW(*in || number, qcTcpip::ConnectionBroken);
+}
+
 TEST(Transfer, RefusesFramesThatAreNone) {
   auto [mine, other] = qcCommunicator::loopback();
-  const unsigned char head[] = {1, 0, 1, 0x80};
-  other->send(reinterpret_cast<const char*>(head), sizeof head, qcDeadline());
-  EXPECT_THROW(mine->archive(Dir::loading, 1), qcArchive::BadContent);
+  // Longer than any frame; empty ones, of which a peer could send any number.
+  for (const auto& head : {fromHex("01000180"), fromHex("00000080"), fromHex("00000000")}) {
+    other->send(head.data(), head.size(), qcDeadline());
+    EXPECT_THROW(mine->archive(Dir::loading, 1), qcArchive::BadContent);
+  }
   EXPECT_THROW(qcCommunicator(-1), qcTcpip::AccessFailed);
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);

@@ -210,6 +210,16 @@ TEST(Database, RefusesWhatItCannotKeepAndStaysAsItWas) {
   EXPECT_THROW(qcVDBArchive(new qcMemoryArchive(kLittle, false)), qcArchive::NotSeekable);
 }
 
+TEST(Database, MarksBeyondTheNumbersOfRecordsAreNone) {
+  Memory memory;
+  memory.archive->append();
+  memory.archive->writeNewMark(qcVDBArchive::kLastNumber + 1);
+  EXPECT_TRUE(memory.database->empty() && memory.database->firstRecord() == 0);
+  memory.database->storeNewRecord(std::make_unique<Result>(5).get());
+  EXPECT_TRUE(memory.database->lastRecord() == 1 && memory.database->isLastRecord());
+  EXPECT_EQ(memory.database->nextRecord(), 0);
+}
+
 TEST(Database, HeadersHaveTheBytesOfTheirPage) {
   qcVDBHeader header;
   header.currentGrade(static_cast<qcVDB::Grade>(200));

@@ -1,6 +1,7 @@
 #include "std/archive/chain.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <iterator>
 #include <limits>
@@ -14,7 +15,7 @@ namespace {
 
 constexpr std::size_t kScanBytes = 65536;
 // Fields that are written over.
-constexpr std::streamoff kIdField = 5, kKindField = 9, kPositionField = 18, kLastField = 34;
+constexpr std::streamoff kIdField = 5, kKindField = 9, kSizeField = 10, kPositionField = 18, kLastField = 34;
 
 }  // namespace
 
@@ -34,7 +35,7 @@ bool qc_RecordChain::read(std::streamoff place, qc_Record& record) {
 }
 
 void qc_RecordChain::open() {
-  const std::streamoff end = archive_.endOffset();
+  const std::streamoff end = openedEnd_ = archive_.endOffset();
   anchored_ =
       kAnchorAt + static_cast<std::streamoff>(kLinkedHead) <= end && read(kAnchorAt, anchor_) && anchor_.is(kAnchor);
   if (!anchored_) return archive_.seekTo(kAnchorAt);
@@ -64,22 +65,62 @@ bool qc_RecordChain::isInside(const qc_Record& record, std::streamoff end) const
 // Tells what an interrupted program has left from damage. What was announced but never linked was not finished, also
 // when the link was cut short; and of what was linked nothing may have reached the medium before the power failed.
 void qc_RecordChain::settle(std::streamoff end) {
+  if (broken_ != 0 && isMissing(broken_, end)) {
+    unfinished_ = std::exchange(broken_, 0);
+    return;
+  }
   const auto announced = static_cast<std::streamoff>(std::min(anchor_.size, static_cast<qcUInt64>(end)));
-  if (announced < tail().end() || announced == end) return;
+  if (announced < tail().end() || !isBegun(announced)) return;
   if (broken_ != 0) {
     qc_Record record;
-    const bool begun = read(announced, record) && record.previous == static_cast<qcUInt64>(tail().at);
-    if (tail().position == anchor_.size ? !isBlank(announced) : !begun) return;
+    if (tail().position == anchor_.size || !read(announced, record)) return;
     broken_ = 0;
   }
   unfinished_ = announced;
 }
 
-bool qc_RecordChain::isBlank(std::streamoff place) {
-  unsigned char head[kLinkedHead];
+// Whether the record that the last one leads to is not there, in full or in part, rather than damaged: the data ends
+// before it does, or a whole part of the medium was never written. What can still be found behind it tells otherwise.
+bool qc_RecordChain::isMissing(std::streamoff place, std::streamoff end) {
+  constexpr std::streamoff kSector = 512;
+  const auto head = std::min(end - place, static_cast<std::streamoff>(kLinkedHead));
+  qc_Record record;
+  if (place < tail().end()) return false;
+  if (head == static_cast<std::streamoff>(kLinkedHead)) {
+    const bool isCut = read(place, record) && record.previous == static_cast<qcUInt64>(tail().at);
+    if (isCut && isInside(record, end)) return false;
+    if (!isCut) {
+      std::array<unsigned char, kLinkedHead> bytes{};
+      archive_.seekTo(place);
+      if (qc_Areas::read(*archive_.buffer_, bytes.data(), bytes.size()) != bytes.size()) return false;
+      const auto boundary = std::min(kSector - place % kSector, head);
+      const auto isZero = [](unsigned char byte) { return byte == 0; };
+      const auto middle = bytes.begin() + boundary;
+      const bool frontGone = std::all_of(bytes.begin(), middle, isZero);
+      if (!frontGone && (boundary == head || !std::all_of(middle, bytes.end(), isZero))) return false;
+    }
+  }
+  // What a body that was cut holds is no record of its own.
+  std::vector<std::streamoff> candidates;
+  scan(tail().end(), [&candidates](std::streamoff at, const unsigned char*) { candidates.push_back(at); });
+  return std::none_of(candidates.begin(), candidates.end(), [&](std::streamoff at) {
+    return at != place && read(at, record) && !record.is(kAnchor) &&
+           record.previous >= static_cast<qcUInt64>(tail().at) && record.previous < static_cast<qcUInt64>(at);
+  });
+}
+
+// Whether a linked record was begun there that follows the last one; its head may have been cut short by the end of the
+// data, even before its first byte.
+bool qc_RecordChain::isBegun(std::streamoff place) {
+  std::array<unsigned char, kLinkedHead> head;
   archive_.seekTo(place);
-  const std::size_t count = qc_Areas::read(*archive_.buffer_, head, sizeof head);
-  return std::all_of(head, head + count, [](unsigned char byte) { return byte == 0; });
+  const std::size_t count = qc_Areas::read(*archive_.buffer_, head.data(), head.size());
+  const std::size_t known = std::min(count, kRecordTag.size());
+  if (!std::equal(head.begin(), head.begin() + known, kRecordTag.begin())) return false;
+  if (count > kRecordTag.size() && head[kRecordTag.size()] != kWideRecord) return false;
+  qc_Record record;
+  if (count >= kRecordHead && !(record = qf_ParseHead(head.data(), archive_.swapBytes_)).isLinked()) return false;
+  return count < head.size() || (read(place, record) && record.previous == static_cast<qcUInt64>(tail().at));
 }
 
 // Calls `found` with every place from `from` on where a record may begin, and with the bytes there.
@@ -111,9 +152,17 @@ long qc_RecordChain::salvage() {
   std::vector<std::streamoff> candidates;
   scan(tail().end(), [&candidates](std::streamoff place, const unsigned char*) { candidates.push_back(place); });
   const std::streamoff reported = broken_;
+  // Of those that follow the last record by what they say, the last one did: what lies before it was given up.
+  const auto next = std::find_if(candidates.rbegin(), candidates.rend(), [&](std::streamoff place) {
+    qc_Record record;
+    return read(place, record) && !record.is(kAnchor) && isInside(record, end) &&
+           record.previous == static_cast<qcUInt64>(tail().at);
+  });
+  const std::streamoff follower = next == candidates.rend() ? -1 : *next;
   for (const std::streamoff place : candidates) {
     qc_Record record;
-    if (place < tail().end() || !read(place, record) || !isInChain(record, end) || !add(record)) continue;
+    if (place < tail().end() || !read(place, record)) continue;
+    if ((place != follower && !isInChain(record, end)) || !add(record)) continue;
     follow(end);
   }
   broken_ = reported;
@@ -141,13 +190,21 @@ std::int32_t qc_RecordChain::largestIdentifier() {
   count(anchor_.last);
   for (const qc_Record& record : records_) {
     if (record.is(kObject)) count(record.last);
+    if (record.is(kPointer)) count(static_cast<qcUInt64>(record.number()));  // its object may be missing
   }
   const std::streamoff here = archive_.offset();
   scan(anchored_ && broken_ == 0 ? tail().end() : 0, [&](std::streamoff, const unsigned char* head) {
-    if (head[4] <= kRecordVersion) count(static_cast<qcUInt64>(qf_ParseHead(head, archive_.swapBytes_).id));
+    const qc_Record record = qf_ParseHead(head, archive_.swapBytes_);
+    if (head[4] <= kRecordVersion && !(record.wide && record.is(kMark))) count(static_cast<qcUInt64>(record.id));
   });
   archive_.seekTo(here);
   return largest;
+}
+
+void qc_RecordChain::countIdentifiers(std::streamoff place, std::int32_t lastId) {
+  if (!anchored_ || broken_ != 0 || static_cast<qcUInt64>(lastId) <= anchor_.last) return;
+  if (place < anchor_.end() || place >= tail().end()) return;  // over the anchor, or where they are looked for
+  announce(static_cast<std::streamoff>(anchor_.size), lastId);
 }
 
 // What is known of the records.
@@ -304,7 +361,8 @@ void qc_RecordChain::announce(std::streamoff place, std::int32_t lastId) {
 
 void qc_RecordChain::cutUnfinished() {
   if (unfinished_ == 0 || broken_ != 0) return;
-  if (archive_.truncate(unfinished_)) archive_.highWater_ = unfinished_;
+  // What was stored since the archive was opened lies behind it, and stays.
+  if (archive_.endOffset() == openedEnd_ && archive_.truncate(unfinished_)) archive_.highWater_ = unfinished_;
   archive_.seekTo(archive_.endOffset());
   announce(0, static_cast<std::int32_t>(anchor_.last));
   unfinished_ = 0;
@@ -316,8 +374,9 @@ void qc_RecordChain::renumber(const qc_Record& record, std::int32_t number) {
   qc_Record changed = record;
   changed.kind ^= kSecondNumber;
   if ((changed.kind & kSecondNumber) != 0) {
-    changed.last = static_cast<qcUInt64>(number);
-    overwrite(record.at + kLastField, static_cast<std::uint64_t>(changed.last));
+    const bool isMark = record.is(kMark);
+    (isMark ? changed.last : changed.size) = static_cast<qcUInt64>(number);
+    overwrite(record.at + (isMark ? kLastField : kSizeField), static_cast<std::uint64_t>(number));
   } else {
     changed.id = number;
     overwrite(record.at + kIdField, static_cast<std::uint32_t>(number));
@@ -349,7 +408,9 @@ void qc_RecordChain::remove(const qc_Record& record) {
 qc_RecordAddition::qc_RecordAddition(qc_RecordChain& chain, std::int32_t lastId)
     : chain_(chain), start_(chain.archive_.offset()), before_(chain.records_.size()) {
   chain.checkGrowth();
+  if (chain.inObject_) throw qcArchive::BadBuffer(kIndexSource, kNotAtEndLine);
   if (chain.open_) return;
+  chain.unfinished_ = 0;
   chain.announce(start_, lastId);
   chain.open_ = this;
 }
@@ -361,13 +422,14 @@ qc_RecordAddition::~qc_RecordAddition() {
 
 void qc_RecordAddition::abandon() noexcept {
   chain_.dropFrom(before_);
+  chain_.inObject_ = false;
   if (!isOuter()) return;
   try {
     qcArchive& archive = chain_.archive_;
-    if (archive.truncate(start_)) {
-      archive.highWater_ = std::min(archive.highWater_, start_);
-      archive.seekTo(start_);
-    }
+    // A link that may be there must lead somewhere.
+    const bool isCut = !linking_ && archive.truncate(start_);
+    if (isCut) archive.highWater_ = std::min(archive.highWater_, start_);
+    archive.seekTo(isCut ? start_ : archive.endOffset());
     chain_.announce(0, static_cast<std::int32_t>(chain_.anchor_.last));
   } catch (...) {  // the medium refuses everything; the chain does not lead here
   }
@@ -384,6 +446,7 @@ void qc_RecordAddition::begin(unsigned char kind, std::int32_t id, qcUInt64 last
   if (record.isFollowed() && record.is(kPointer)) record.position = static_cast<qcUInt64>(record.bodyAt());
   chain_.writeHead(record);
   if (!chain_.add(record)) throw qcArchive::Duplicate(kIndexSource, kTakenLine);
+  chain_.inObject_ = record.is(kObject);
 }
 
 void qc_RecordAddition::finish(std::int32_t lastId) {
@@ -395,6 +458,7 @@ void qc_RecordAddition::finish(std::int32_t lastId) {
   archive.seekTo(record.at);
   chain_.writeHead(record);
   archive.seekTo(end);
+  chain_.inObject_ = false;
 }
 
 void qc_RecordAddition::link() {
@@ -404,8 +468,11 @@ void qc_RecordAddition::link() {
   if ((isOuter() || !isFirst) && chain_.records_.size() > before_) {
     qc_Record& tail = before_ == 0 ? chain_.anchor_ : chain_.records_[before_ - 1];
     const qcUInt64 first = static_cast<qcUInt64>(chain_.records_[before_].at);
+    linking_ = true;
     chain_.overwrite(tail.at + kPositionField, static_cast<std::uint64_t>(first));
     tail.position = first;
+  } else if (isOuter()) {
+    chain_.announce(0, static_cast<std::int32_t>(chain_.anchor_.last));
   }
   linked_ = true;
   if (!isOuter()) return;

@@ -61,6 +61,9 @@ class qc_RecordChain {
 
   /// The largest identifier that may be in use in the data. Reads what lies behind the last record.
   std::int32_t largestIdentifier();
+  /// Says that identifiers up to `lastId` are in use, which were given to what was stored at `place`; for what lies
+  /// where nobody looks for them.
+  void countIdentifiers(std::streamoff place, std::int32_t lastId);
 
  private:
   friend class qc_RecordAddition;
@@ -76,7 +79,8 @@ class qc_RecordChain {
   void follow(std::streamoff end);
   bool isInside(const qc_Record& record, std::streamoff end) const noexcept;
   bool isInChain(const qc_Record& record, std::streamoff end);
-  bool isBlank(std::streamoff place);
+  bool isMissing(std::streamoff place, std::streamoff end);
+  bool isBegun(std::streamoff place);
   void settle(std::streamoff end);
   template <class Found>
   void scan(std::streamoff from, Found found);
@@ -100,7 +104,9 @@ class qc_RecordChain {
   };
   std::vector<Replaced> replaced_;  // marks whose numbers were taken over by others that are not linked yet
   std::vector<std::size_t> stale_;  // marks without a number whose bytes do not say so yet
+  bool inObject_ = false;           // the body of the last record is being written
   std::streamoff unfinished_ = 0;
+  std::streamoff openedEnd_ = 0;  // where the data ended when the archive was opened
   std::streamoff broken_ = 0;
 };
 
@@ -127,6 +133,7 @@ class qc_RecordAddition {
 
   qc_RecordChain& chain_;
   std::streamoff start_;
-  std::size_t before_;  // records in the chain
+  std::size_t before_;    // records in the chain
+  bool linking_ = false;  // whether the link is there is unknown until it is written
   bool linked_ = false;
 };

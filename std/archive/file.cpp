@@ -266,7 +266,11 @@ class qcFileArchive::Stream : public std::streambuf {
   }
 
   std::size_t readFile(char* bytes, std::size_t count) {
-    const std::size_t got = std::fread(bytes, 1, count, file_);
+    std::size_t got = std::fread(bytes, 1, count, file_);
+    while (got < count && std::ferror(file_) && errno == EINTR) {  // a signal, and nothing more
+      std::clearerr(file_);
+      got += std::fread(bytes + got, 1, count - got, file_);
+    }
     at_ += static_cast<off_type>(got);
     if (got < count && std::ferror(file_)) throw BadFile((L"Could not read file: " + path_).c_str(), 0);
     if (got < count) std::clearerr(file_);
@@ -274,7 +278,14 @@ class qcFileArchive::Stream : public std::streambuf {
   }
 
   std::size_t writeFile(const char* bytes, std::size_t count) {
-    const std::size_t put = place(Access::writing) ? std::fwrite(bytes, 1, count, file_) : 0;
+    std::size_t put = 0;
+    if (place(Access::writing)) {
+      put = std::fwrite(bytes, 1, count, file_);
+      while (put < count && std::ferror(file_) && errno == EINTR) {
+        std::clearerr(file_);
+        put += std::fwrite(bytes + put, 1, count - put, file_);
+      }
+    }
     at_ += static_cast<off_type>(put);
     if (put < count) failed_ = true;
     return put;

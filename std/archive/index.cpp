@@ -35,7 +35,13 @@ std::size_t cachePlace(const void* address) noexcept {
 class qc_ArchiveIndex::Entry {
  public:
   explicit Entry(qc_ArchiveIndex& index) : index_(index) {
-    if (index_.entered_ == 0) qc_Visited::lock().lock();
+    if (index_.entered_ == 0) {
+      // Waiting for another process, or thread, to begin a message must not keep all others from archiving.
+      if (index_.archive_.isLoading() && !index_.isSeekable() && qc_Areas::readable(index_.buffer()) == 0) {
+        index_.buffer().sgetc();
+      }
+      qc_Visited::lock().lock();
+    }
     ++index_.entered_;
   }
   ~Entry() {
@@ -306,7 +312,9 @@ void qc_ArchiveIndex::serializeObject(qcPersistent& object) {
   const Entry entry(*this);
   if (archive_.isStoring()) {
     StoreGuard undo(*this);
+    const std::streamoff start = seekableOffset();
     storeObject(object, false);
+    if (entered_ == 1 && isSeekable()) chain_.countIdentifiers(start, nextId_ - 1);
     undo.succeed();
   } else {
     loadObject(object);
@@ -462,6 +470,7 @@ std::int32_t qc_ArchiveIndex::storeNew(qcPersistent& object, bool owned, unsigne
     addition->link();
   } else if (isSeekable()) {
     patchSize(record.at + static_cast<std::streamoff>(kRecordHead), record.bodyAt(), record.wide, kRecordSizeLine);
+    if (entered_ == 1) chain_.countIdentifiers(record.at, nextId_ - 1);
   }
   if (!owned) {
     const std::lock_guard guard(qc_HeldTable::lock());

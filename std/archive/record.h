@@ -17,13 +17,14 @@ struct qc_Record {
   std::int32_t id = 0;    // identifier of an object, or number of a mark
   unsigned char kind = 0;
   bool wide = false;      // the fields below take 8 bytes each
-  qcUInt64 size = 0;      // of what follows the head; of the anchor: where the last record was begun
+  qcUInt64 size = 0;      // of what follows the head; of the anchor: where the last record was begun; of a pointer: its
+                          // second number
   qcUInt64 position = 0;  // of the record that a reference refers to; of a linked record: of the next one
 
   // Linked records only.
   qcUInt64 previous = 0;  // position of the record before it
-  qcUInt64 last = 0;      // of a mark: its second number; of a pointer: where its object's record is, or its second
-                          // number; of objects and the anchor: the largest identifier given out so far
+  qcUInt64 last = 0;      // of a mark: its second number; of a pointer: where the record of its first number is; of
+                          // objects and the anchor: the largest identifier given out so far
 
   /// The kind without the flags that may change.
   unsigned char plainKind() const noexcept {
@@ -41,7 +42,8 @@ struct qc_Record {
   /// The number that counts; negative for one that no record can have.
   std::int32_t number() const noexcept {
     if (!isLinked() || (kind & qc_format::kSecondNumber) == 0) return id;
-    return last <= std::numeric_limits<std::int32_t>::max() ? static_cast<std::int32_t>(last) : -1;
+    const qcUInt64 second = is(qc_format::kPointer) ? size : last;
+    return second <= std::numeric_limits<std::int32_t>::max() ? static_cast<std::int32_t>(second) : -1;
   }
 
   std::size_t headSize() const noexcept { return qc_format::kRecordHead + (isLinked() ? 32 : wide ? 16 : 8); }

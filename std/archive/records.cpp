@@ -12,14 +12,17 @@ using namespace qc_format;
 
 namespace {
 
-// Numbers outside the range are those of no record.
+constexpr long kMost = std::numeric_limits<std::int32_t>::max();
+
 std::int32_t clamped(long number) {
-  constexpr long kMost = std::numeric_limits<std::int32_t>::max();
   return static_cast<std::int32_t>(number < 0 ? 0 : number > kMost ? kMost : number);
 }
 
+// Numbers outside the range are those of no record.
+std::int32_t recordNumber(long number) { return number > kMost ? 0 : clamped(number); }
+
 std::int32_t checkedNumber(long number) {
-  if (number < 1 || number > std::numeric_limits<std::int32_t>::max()) {
+  if (number < 1 || number > kMost) {
     throw qcArchive::BadContent(kIndexSource, kNumberLine);
   }
   return static_cast<std::int32_t>(number);
@@ -82,11 +85,11 @@ long qcArchive::nextMarkNum(long number) const { return nextIn(chain().marks(), 
 
 long qcArchive::prevMarkNum(long number) const {
   const auto& marks = chain().marks();
-  const auto next = marks.lower_bound(clamped(number));
+  const auto next = number > kMost ? marks.end() : marks.lower_bound(clamped(number));
   return next == marks.begin() ? 0 : std::prev(next)->first;
 }
 
-qcArchive::Position qcArchive::findMark(long number) const { return placeOf(chain().mark(clamped(number))); }
+qcArchive::Position qcArchive::findMark(long number) const { return placeOf(chain().mark(recordNumber(number))); }
 
 void qcArchive::skipMark() {
   long ignored;
@@ -139,7 +142,7 @@ void qcArchive::setStartingNum(long number) { chain().numberMarksFrom(checkedNum
 
 long qcArchive::firstObjectID() const { return firstOf(chain().objects()); }
 long qcArchive::nextObjectID(long id) const { return nextIn(chain().objects(), id); }
-qcArchive::Position qcArchive::findObject(long id) const { return placeOf(chain().object(clamped(id))); }
+qcArchive::Position qcArchive::findObject(long id) const { return placeOf(chain().object(recordNumber(id))); }
 
 void qcArchive::readObjectHeader(long& id, unsigned long& size, Position& body) {
   long read = 0;
@@ -193,7 +196,7 @@ long qcArchive::pointerObjectID() { return recordAt(chain(), offset(), kPointer)
 
 void qcArchive::pointerObjectID(long id) {
   const qc_Record& pointer = recordAt(chain(), offset(), kPointer);
-  const qc_Record* object = chain().object(clamped(id));
+  const qc_Record* object = chain().object(recordNumber(id));
   if (!object) throw NotFound(kIndexSource, kNotInIndexLine);
   if (object->number() != pointer.number()) chain().renumber(pointer, object->number());
 }

@@ -66,19 +66,17 @@ qcCommunicator::qcCommunicator(int socket) : socket_(socket) {
   throw qcTcpip::AccessFailed();
 }
 
-qcCommunicator::~qcCommunicator() { ::close(socket_); }
+qcCommunicator::~qcCommunicator() {
+  if (socket_ >= 0) ::close(socket_);
+}
 
 std::pair<std::unique_ptr<qcCommunicator>, std::unique_ptr<qcCommunicator>> qcCommunicator::loopback() {
+  std::unique_ptr<qcCommunicator> first(new qcCommunicator), second(new qcCommunicator);
   int ends[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) throw qcTcpip::AccessFailed();
-  std::unique_ptr<qcCommunicator> first;
-  try {
-    first = std::make_unique<qcCommunicator>(ends[0]);
-  } catch (...) {
-    ::close(ends[1]);
-    throw;
-  }
-  return {std::move(first), std::make_unique<qcCommunicator>(ends[1])};
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) throw qcTcpip::AccessFailed();
+  first->socket_ = ends[0];
+  second->socket_ = ends[1];
+  return {std::move(first), std::move(second)};
 }
 
 void qcCommunicator::waitFor(short events, const qcDeadline& deadline) const {

@@ -89,6 +89,7 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
   void receiveFrame() {
     std::array<char, kFrameHead> bytes;
     midFrame_ = false;
+    setg(nullptr, nullptr, nullptr);  // a failure leaves nothing to read
     timed([&](const qcDeadline& deadline) {
       communicator_.receive(bytes.data(), 1, deadline);
       midFrame_ = true;
@@ -97,7 +98,9 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
       for (std::size_t i = 0; i < kFrameHead; ++i)
         head |= std::uint32_t{static_cast<unsigned char>(bytes[i])} << (8 * i);
       const std::uint32_t count = head & ~kLastFrame;
-      if (count > kMostInFrame) throw qcArchive::BadContent("transfer", 100);
+      // Frames without bytes would keep a reader waiting for ever, without waiting.
+      const bool isEnd = inMessage_ && (head & kLastFrame) != 0;
+      if (count > kMostInFrame || (count == 0 && !isEnd)) throw qcArchive::BadContent("transfer", 100);
       communicator_.receive(buffer_.data(), count, deadline);
       setg(buffer_.data(), buffer_.data(), buffer_.data() + count);
       inMessage_ = (head & kLastFrame) == 0;

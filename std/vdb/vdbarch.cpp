@@ -90,7 +90,7 @@ std::string qcVDBArchive::identification() {
 // Positions.
 
 long qcVDBArchive::firstRecord() { return moveTo(archive_->firstMarkNum()); }
-long qcVDBArchive::lastRecord() { return moveTo(archive_->lastMarkNum()); }
+long qcVDBArchive::lastRecord() { return moveTo(largest()); }
 long qcVDBArchive::nextRecord() { return moveTo(archive_->nextMarkNum(current_)); }
 long qcVDBArchive::prevRecord() { return moveTo(archive_->prevMarkNum(current_)); }
 

@@ -49,7 +49,8 @@ class VNXSTD_EXPORT qcCommunicator {
                                              qcArchive::Ordering ordering = qcArchive::littleEndian);
 
  private:
+  qcCommunicator() = default;
   void waitFor(short events, const qcDeadline& deadline) const;
 
-  int socket_;
+  int socket_ = -1;
 };

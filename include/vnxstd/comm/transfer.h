@@ -18,7 +18,9 @@ class qc_StreamBufferWithTimeout;
 /// message to begin breaks nothing off. A load that fails for another reason leaves the rest of its message, which
 /// nextMessage skips; objects that were stored in it may be referred to later, and are then NotFound.
 ///
-/// docs/archive-format.md gives the bytes of messages. For one thread at a time.
+/// docs/archive-format.md gives the bytes of messages. For one thread at a time. An object is stored and loaded under
+/// the persistence lock, and so are waits in its middle: between two threads of one process, objects larger than what
+/// the connection takes at once (some 100 KB) time out, since neither side can go on without the lock.
 class VNXSTD_EXPORT qcTransferArchive : public qcArchive {
  public:
   /// What is stored and not yet flushed is sent; a failure to do so is lost here.

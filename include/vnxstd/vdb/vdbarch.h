@@ -51,8 +51,8 @@ class VNXSTD_EXPORT qcVDBArchive {
   long gotoRecord(long number);
 
   bool isFirstRecord() const { return isPositioned() && current_ == archive_->firstMarkNum(); }
-  bool isLastRecord() const { return isPositioned() && current_ == archive_->lastMarkNum(); }
-  bool empty() const { return archive_->firstMarkNum() == 0; }
+  bool isLastRecord() const { return isPositioned() && current_ == largest(); }
+  bool empty() const { return largest() == 0; }
   bool isPositioned() const noexcept { return current_ >= 1 && current_ <= kLastNumber; }
   /// The number of the current record; 0 for none.
   long currentRecord() const noexcept { return current_; }
@@ -99,7 +99,9 @@ class VNXSTD_EXPORT qcVDBArchive {
  private:
   void positionArchive();
   void identify();
-  long moveTo(long number) noexcept { return current_ = number; }
+  // Marks of larger numbers, which applications may have stored, are no records.
+  long largest() const { return archive_->prevMarkNum(kLastNumber + 1); }
+  long moveTo(long number) noexcept { return current_ = number > kLastNumber ? 0 : number; }
   long store(const qcVDBRecordBase* record, long replaced);
 
   std::unique_ptr<qcArchive> archive_;
