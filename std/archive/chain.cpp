@@ -342,11 +342,15 @@ void qc_RecordChain::checkGrowth() {
 }
 
 // Says of marks that were replaced that they have no number: it would be theirs again once the later one has another.
+// The later one must have reached the medium by then, and this the medium before what comes next.
 void qc_RecordChain::cleanStale() {
+  if (stale_.empty()) return;
+  archive_.sync();
   for (; !stale_.empty(); stale_.pop_back()) {
     const qc_Record& mark = records_[stale_.back()];
     overwrite(mark.at + kKindField, mark.kind);
   }
+  archive_.sync();
 }
 
 // Says where the next record will lie; 0 for none.
@@ -381,6 +385,7 @@ void qc_RecordChain::renumber(const qc_Record& record, std::int32_t number) {
     changed.id = number;
     overwrite(record.at + kIdField, static_cast<std::uint32_t>(number));
   }
+  archive_.sync();  // the byte that makes it count must not reach the medium before it
   if (record.is(kMark)) {
     marks_.emplace(number, index);  // takes its memory before anything counts
     try {
@@ -462,7 +467,10 @@ void qc_RecordAddition::finish(std::int32_t lastId) {
 }
 
 void qc_RecordAddition::link() {
-  if (isOuter()) chain_.stale_.reserve(chain_.stale_.size() + chain_.replaced_.size());
+  if (isOuter() && !chain_.replaced_.empty()) {
+    chain_.stale_.reserve(chain_.stale_.size() + chain_.replaced_.size());
+    chain_.archive_.sync();  // what takes the place of others is on the medium, whole, before it does
+  }
   // The first record of those that come together is linked by the one that stands by itself, when all are there.
   const bool isFirst = chain_.open_->before_ == before_;
   if ((isOuter() || !isFirst) && chain_.records_.size() > before_) {
@@ -478,8 +486,4 @@ void qc_RecordAddition::link() {
   if (!isOuter()) return;
   for (const auto& mark : chain_.replaced_) chain_.stale_.push_back(mark.index);
   chain_.replaced_.clear();
-  try {
-    chain_.cleanStale();
-  } catch (...) {  // what replaces them is found already; the bytes can wait
-  }
 }
