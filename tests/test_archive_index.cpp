@@ -232,33 +232,6 @@ TEST(Index, BelongsToSeekableArchivesThatMayBeWrittenAtTheirEnd) {
   EXPECT_THROW(bare->writeNewMark(), qcArchive::BadContent);
 }
 
-/// A medium that keeps a record of all that was written, and where.
-class LoggedBuffer : public FaultyBuffer {
- public:
-  struct Write {
-    std::size_t at;
-    std::string bytes;
-  };
-  std::vector<Write> log;
-
- protected:
-  int_type overflow(int_type c) override { return write(std::string(1, traits_type::to_char_type(c))), c; }
-  std::streamsize xsputn(const char* bytes, std::streamsize n) override {
-    return write(std::string(bytes, static_cast<std::size_t>(n))), n;
-  }
-
- private:
-  void write(const std::string& bytes) {
-    log.push_back({static_cast<std::size_t>(pubseekoff(0, std::ios_base::cur, std::ios_base::out)), bytes});
-    for (const char c : bytes) FaultyBuffer::overflow(traits_type::to_int_type(c));
-  }
-};
-
-void apply(std::string& bytes, const LoggedBuffer::Write& write, std::size_t count) {
-  bytes.resize(std::max(bytes.size(), write.at + count));
-  bytes.replace(write.at, count, write.bytes, 0, count);
-}
-
 TEST(Index, AnInterruptionAtAnyByteLosesNothingThatWasStored) {
   for (const qcArchive::Ordering ordering : kOrderings) {
     LoggedBuffer medium;

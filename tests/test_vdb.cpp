@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <map>
 #include <random>
+#include <set>
 #include <thread>
 
 #include <sys/wait.h>
@@ -277,6 +278,57 @@ TEST(Database, HoldsOldOrNewRecordsWhereverItIsInterrupted) {
   std::vector<std::size_t> ends;
   run(Faults::kNone, &ends);
   for (std::size_t limit = 0; limit <= ends.back(); ++limit) run(limit, nullptr);
+}
+
+TEST(Database, LosesNothingSyncedWhateverElseReachesTheMedium) {
+  std::mt19937 random(7);
+  for (int trial = 0; trial < 40; ++trial) {
+    LoggedBuffer medium;
+    std::map<long, int> model, synced;  // number and value
+    std::set<long> touched;             // removed or renumbered since
+    std::size_t from = 0;               // writes before the sync
+    const auto replay = [&] {
+      for (int image = 0; image < 8; ++image) {
+        // Everything before the last barrier, and any part of what came behind it.
+        const std::size_t stop = from + random() % (medium.log.size() - from + 1);
+        const auto later = std::upper_bound(medium.syncs.begin(), medium.syncs.end(), stop);
+        const std::size_t sure = later == medium.syncs.begin() ? 0 : *std::prev(later);
+        std::string bytes;
+        for (std::size_t w = 0; w < stop; ++w) {
+          const std::size_t size = medium.log[w].bytes.size();
+          apply(bytes, medium.log[w], w < sure || random() % 3 != 0 ? size : random() % (size + 1));
+        }
+        Memory again(bytes);
+        for (const auto& [number, value] : synced) {
+          if (touched.count(number) != 0) continue;
+          again.database->gotoRecord(number);
+          const int read = load(*again.database)->value;
+          EXPECT_TRUE(read == value || model[number] != value) << trial << ' ' << number;
+        }
+      }
+    };
+    {
+      qcVDBArchive database(new StreamArchive(medium, qcArchive::storing, kLittle, true));
+      for (int step = 0; step < 20; ++step) {
+        Result result = numbered(step + 1);
+        const long any = model.empty() ? 0 : std::next(model.begin(), static_cast<int>(random() % model.size()))->first;
+        const long other = 1 + static_cast<long>(random() % 3000);
+        const auto what = any == 0 ? 3 : random() % 5;
+        if (what < 3) database.gotoRecord(any);
+        if (what == 0) database.replaceRecord(&result), model[any] = result.value;
+        if (what == 1 && model.count(other) == 0) database.renumberRecord(other), model[other] = model[any];
+        if (what == 2) database.removeRecord();
+        if (what == 2 || (what == 1 && database.currentRecord() == other)) model.erase(any), touched.insert(any);
+        if (what > 2) model[database.storeNewRecord(&result)] = result.value;
+        if (random() % 3 != 0) continue;
+        if (from != 0) replay();
+        database.sync();
+        from = medium.log.size();
+        synced = model;
+        touched.clear();
+      }
+    }
+  }
 }
 
 class DatabaseFiles : public testing::Test {

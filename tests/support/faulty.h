@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <streambuf>
 #include <string>
+#include <vector>
 
 #include "vnxstd/archive/archive.h"
 
@@ -63,6 +64,35 @@ class FaultyBuffer : public std::streambuf {
   Faults faults_;
   std::size_t readAt_ = 0, writeAt_ = 0;
 };
+
+/// A medium that keeps a record of all that was written, and where.
+class LoggedBuffer : public FaultyBuffer {
+ public:
+  struct Write {
+    std::size_t at;
+    std::string bytes;
+  };
+  std::vector<Write> log;
+  std::vector<std::size_t> syncs;  // writes before each
+
+ protected:
+  int sync() override { return syncs.push_back(log.size()), 0; }
+  int_type overflow(int_type c) override { return write(std::string(1, traits_type::to_char_type(c))), c; }
+  std::streamsize xsputn(const char* bytes, std::streamsize n) override {
+    return write(std::string(bytes, static_cast<std::size_t>(n))), n;
+  }
+
+ private:
+  void write(const std::string& bytes) {
+    log.push_back({static_cast<std::size_t>(pubseekoff(0, std::ios_base::cur, std::ios_base::out)), bytes});
+    for (const char c : bytes) FaultyBuffer::overflow(traits_type::to_int_type(c));
+  }
+};
+
+inline void apply(std::string& bytes, const LoggedBuffer::Write& write, std::size_t count) {
+  bytes.resize(std::max(bytes.size(), write.at + count));
+  bytes.replace(write.at, count, write.bytes, 0, count);
+}
 
 /// An archive on any stream buffer.
 class StreamArchive : public qcArchive {
