@@ -232,9 +232,9 @@ class VNXSTD_EXPORT qcArchive {
   // stored before, and what was stored before a sync that has returned survives a loss of power. Changing or removing a
   // mark, pointer or object is one step that has happened or has not. Each of these operations throws NotSeekable on an
   // archive that is not seekable. Those that change something throw BadBuffer when the archive is read-only; those that
-  // add records throw BadBuffer when the archive is loading or not at the end of its data, and BadContent when its
-  // chain of records is damaged. Those that read or change a record work on the one that begins at the current
-  // position, in either direction, and throw NotFound when none begins there.
+  // add records throw BadBuffer when loading, within an object of the index, or not at the end of the data, and
+  // BadContent when the chain of records is damaged. Those that read or change a record work on the one that begins at
+  // the current position, in either direction, and throw NotFound when none begins there. Changes of numbers sync.
 
   /// The smallest and the largest number of a mark, and the next larger and smaller one; 0 for none.
   long firstMarkNum() const;

@@ -73,8 +73,8 @@ class VNXSTD_EXPORT qcVDBArchive {
   /// The name of the class of its object.
   std::string recordTypeName();
 
-  /// Stores another record under the number of the current one. There is the old one or the new one at any moment. The
-  /// room of the old one is not used again. Throws like storeNewRecord.
+  /// Stores another record under the number of the current one. There is the old one or the new one at any moment: it
+  /// syncs. The room of the old one is not used again. Throws like storeNewRecord.
   void replaceRecord(const qcVDBRecordBase* record);
   /// Writes grades, types and distance metric over those of the current record; comment and object stay. Throws
   /// qcArchive::BadContent for a header that repInvariant refuses.
@@ -82,7 +82,7 @@ class VNXSTD_EXPORT qcVDBArchive {
   void replaceGrade(const qcVDBRecordBase* record);
   /// There is no current record afterwards.
   void removeRecord();
-  /// The record is the current one under its new number. Throws qcArchive::Duplicate for a number that is taken and
+  /// The record is the current one under its new number; syncs. Throws qcArchive::Duplicate for a number that is taken and
   /// BadContent for one that no record can have.
   void renumberRecord(long number);
 
