@@ -82,8 +82,8 @@ class VNXSTD_EXPORT qcVDBArchive {
   void replaceGrade(const qcVDBRecordBase* record);
   /// There is no current record afterwards.
   void removeRecord();
-  /// The record is the current one under its new number; syncs. Throws qcArchive::Duplicate for a number that is taken and
-  /// BadContent for one that no record can have.
+  /// The record is the current one under its new number; syncs. Throws qcArchive::Duplicate for a number that is
+  /// taken and BadContent for one that no record can have.
   void renumberRecord(long number);
 
   /// Hands what was stored to the medium, for good where the medium can promise that.
