@@ -692,8 +692,8 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   damaged[third] = 0;
   check(damaged, 1, "damaged at byte");
   std::filesystem::resize_file(file("e.vdb"), third + 10);
-  EXPECT_EQ(run("db check e.vdb"), 1);
-  EXPECT_EQ(run("db list e.vdb"), 0);
+  EXPECT_EQ(run("db check e.vdb"), 0);
+  EXPECT_NE(output.find("an unfinished record"), std::string::npos) << output;
 }
 
 }  // namespace
