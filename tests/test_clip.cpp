@@ -286,6 +286,18 @@ TEST(Lines, AreCutLikeLongSegments) {
   }
 }
 
+TEST(Segments, InsideARectangleUpToItsSidesStayAsTheyAre) {
+  const qcPolyline rectangle({{0, 0}, {214, 0}, {214, 474}, {0, 474}}, true);
+  Random r(4);
+  for (int i = 0; i < 20000 / static_cast<int>(kShare); ++i) {
+    const V sides[] = {{0, r.real(1, 473)}, {214, r.real(1, 473)}, {r.real(1, 213), 0}, {r.real(1, 213), 474}};
+    const int from = r.integer(0, 3);
+    const qcLineSeg segment(sides[from], sides[(from + r.integer(1, 3)) % 4]);
+    Result result;
+    EXPECT_TRUE(segment.clip(rectangle, result, true)->equal_(segment) && result == Result::inside) << i;
+  }
+}
+
 TEST(NearlySharedEdges, AreNotOvershot) {
   Random r(1);
   for (unsigned i = 0; i < 4000 / kShare; ++i) {

@@ -144,6 +144,9 @@ TEST(RegionTrees, TakeWhatLiesInsideAndAlternates) {
   tree.addChild(region(square(1, 7), true), false);
   EXPECT_FALSE(tree.child(0).isRoot());
   EXPECT_THROW(tree.boundary(square(2, 8)), qcShapesError::BadGeom);
+  // A way in and out around what is left out is no room for a hole.
+  const qcPolyline keyhole({{0, 0}, {10, 0}, {10, 10}, {0, 10}, {0, 0}, {4, 4}, {4, 6}, {6, 6}, {6, 4}, {4, 4}}, true);
+  EXPECT_THROW(qcRegionTree(keyhole, false).addChild(qcRegionTree(square(2, 8), true)), qcShapesError::BadGeom);
   EXPECT_TRUE(tree.boundary().equal_(square(0, 8)));
   tree.boundary(qcCircle({4, 4}, 6));
   EXPECT_FALSE(tree.within({4, 4}));
@@ -442,6 +445,16 @@ TEST(Trees, OfAnyDepthNeedNoStack) {
 }
 
 // ---- archives
+
+TEST(Trees, AndMappedShapesInTurnAreMeasuredOnce) {
+  qcPtrHandle_const<qcShape> nest(new qcRect(V(1, 2), V(3, 4)));
+  for (int i = 0; i < 60; ++i) {
+    const auto tree = qcPtrHandle<qcGeneralShapeTree>(new qcGeneralShapeTree);
+    tree->addChild(nest, false);
+    nest = qcPtrHandle_const<qcShape>(new qcMappedShape(tree, qc2XformLinear(), false));
+  }
+  EXPECT_EQ(nest->boundingBox(), qcRect(V(1, 2), V(3, 4)));
+}
 
 TEST(Trees, AreRefusedInNewerVersions) {
   const auto check = [](auto tree, const wchar_t* place) {

@@ -513,14 +513,20 @@ Cut cutToRectangle(V& p1, V& p2, const V& low, const V& high) {
     out[i] = (last - start[i]) * scale;
     along = along || (!std::isfinite(scale) && (start[i] == low[i] || start[i] == high[i]));
   }
-  const double enters = std::max({in.x(), in.y(), 0.0}), leaves = std::min({out.x(), out.y(), 1.0});
+  // An end that lies inside stays as it is, whatever rounding makes of its distance from a side.
+  const auto isInside = [&](const V& p) {
+    return p.x() >= low.x() && p.x() <= high.x() && p.y() >= low.y() && p.y() <= high.y();
+  };
+  const bool keepsStart = isInside(p1), keepsEnd = isInside(p2);
+  const double enters = keepsStart ? 0 : std::max({in.x(), in.y(), 0.0});
+  const double leaves = keepsEnd ? 1 : std::min({out.x(), out.y(), 1.0});
   const double rest = leaves - enters;
   if (along || !(std::fabs(rest) >= kSure) || !std::isfinite(way.x() + way.y())) return Cut::unsure;
   if (rest < 0) return Cut::outside;
   for (int i = 0; i < 2; ++i) {
     const double last = way[i] >= 0 ? high[i] : low[i];
-    p1[i] = enters == in[i] ? first[i] : start[i] + enters * way[i];
-    p2[i] = leaves == out[i] ? last : leaves == 1 ? p2[i] : start[i] + leaves * way[i];
+    p1[i] = keepsStart ? start[i] : enters == in[i] ? first[i] : start[i] + enters * way[i];
+    p2[i] = keepsEnd ? p2[i] : leaves == out[i] ? last : start[i] + leaves * way[i];
   }
   return Cut::kept;
 }

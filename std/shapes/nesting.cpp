@@ -170,8 +170,9 @@ bool liesInside(const qcShape& inner, const qcShape& outer, double tolerance) {
   if (!around.mayHold(inner.boundingBox())) return false;
   const qcPtrHandle_const<qcShape> a = inPrimitives(inner), b = inPrimitives(outer);
   const std::vector<V> polygon = polygonOf(*a), edges = polygonOf(*b);
-  if (!polygon.empty() && !edges.empty()) return polygonInside(polygon, edges, around);
-  return curveInside(*a, around) && holdsNoCorner(inner, *b, around);
+  const bool straight = !polygon.empty() && !edges.empty();
+  return (straight ? polygonInside(polygon, edges, around) : curveInside(*a, around)) &&
+         holdsNoCorner(inner, *b, around);
 }
 
 }  // namespace qc_shapes

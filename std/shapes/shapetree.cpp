@@ -362,7 +362,7 @@ qcRect qcShapeTree::boundingBox() const {
   const Elements elements = elements_();
   if (elements.empty()) throw qcShapesError::EmptyShape();
   qcRect box = elements.front()->boundingBox();
-  for (const qcShape* element : elements) box = box.enclose(element->boundingBox());
+  for (std::size_t i = 1; i < elements.size(); ++i) box = box.enclose(elements[i]->boundingBox());
   return box;
 }
 
