@@ -5,6 +5,7 @@
 #include "vnxstd/archive/file.h"
 #include "vnxstd/archive/handle.h"
 #include "vnxstd/archive/memory.h"
+#include "vnxstd/archive/observer.h"
 #include "vnxstd/archive/persistent.h"
 #include "vnxstd/archive/pool.h"
 #include "vnxstd/archive/registry.h"

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 #include <limits>
 #include <ostream>
 
@@ -9,6 +10,7 @@
 #include "std/archive/byteswap.h"
 #include "std/archive/format.h"
 #include "std/archive/index.h"
+#include "std/archive/observed.h"
 #include "vnxstd/archive/text.h"
 
 using namespace qc_format;
@@ -143,6 +145,17 @@ void qcArchive::wideSizes(bool wide) noexcept { index_->wideSizes(wide); }
 
 bool qcArchive::isStillLoading(const qcPersistent* object) const noexcept { return index_->isStillLoading(object); }
 
+void qcArchive::observer(qcArchiveObserver* observer) {
+  if (observer && !unbuffered_) {
+    unbuffered_ = std::make_unique<qc_Unbuffered>(*buffer_);
+    buffer_ = unbuffered_.get();
+  } else if (!observer && unbuffered_) {
+    buffer_ = &unbuffered_->medium();
+    unbuffered_.reset();
+  }
+  observer_ = observer;
+}
+
 void qcArchive::sync() { flush(); }
 
 bool qcArchive::truncate(std::streamoff) { return false; }
@@ -214,6 +227,10 @@ void qcArchive::fill(unsigned count) {
 void qcArchive::raw(char* data, long n) {
   if (n <= 0) return;
   const auto count = static_cast<std::size_t>(n);
+  if (observed([&] { raw(data, n); },
+               [&](auto& observer, auto span) { observer.numbers(span, unsignedInteger, 1, data, count); })) {
+    return;
+  }
   if (isLoading()) {
     qf_ReadBytes(*buffer_, data, count, kReadRawLine);
   } else {
@@ -221,11 +238,26 @@ void qcArchive::raw(char* data, long n) {
   }
 }
 
+// One number that the medium has to fetch, or that somebody is to be told of.
+template <class Bits>
+void qcArchive::fetch(Bits& bits, Number kind) {
+  if (observed([&] { fetch(bits, kind); },
+               [&](auto& observer, auto span) { observer.numbers(span, kind, sizeof bits, &bits, 1); })) {
+    return;
+  }
+  qf_ReadBytes(*buffer_, &bits, sizeof bits, sizeof bits == 1 ? kReadByteLine : kReadWordLine);
+  if constexpr (sizeof bits > 1) {
+    if (swapBytes_) qf_Reverse(bits);
+  }
+}
+
 // One number of N bytes, whose bits are those of `value`.
 template <class Bits>
-void qcArchive::number(Bits& bits) {
+void qcArchive::number(Bits& bits, Number kind) {
   if (isLoading()) {
-    qf_ReadBytes(*buffer_, &bits, sizeof bits, sizeof bits == 1 ? kReadByteLine : kReadWordLine);
+    if (qc_Areas::readable(*buffer_) < sizeof bits) return fetch(bits, kind);
+    std::memcpy(&bits, qc_Areas::getNext(*buffer_), sizeof bits);
+    qc_Areas::skipRead(*buffer_, sizeof bits);
     if constexpr (sizeof bits > 1) {
       if (swapBytes_) qf_Reverse(bits);
     }
@@ -242,7 +274,7 @@ template <class Bits, class T>
 qcArchive& qcArchive::bitsOf(T& value) {
   static_assert(sizeof(Bits) == sizeof(T));
   auto bits = std::bit_cast<Bits>(value);
-  number(bits);
+  number(bits, numberKind<T>());
   if (isLoading()) value = std::bit_cast<T>(bits);
   return *this;
 }
@@ -261,7 +293,7 @@ qcArchive& qcArchive::operator||(double& value) { return bitsOf<std::uint64_t>(v
 
 qcArchive& qcArchive::operator||(bool& value) {
   std::uint8_t byte = value ? 1 : 0;
-  number(byte);
+  number(byte, boolean);
   if (isLoading()) value = byte != 0;
   return *this;
 }
@@ -280,9 +312,13 @@ qcArchive& qcArchive::checkedLong(T& value) {
 qcArchive& qcArchive::operator||(unsigned long& value) { return checkedLong<unsigned int>(value); }
 qcArchive& qcArchive::operator||(long& value) { return checkedLong<int>(value); }
 
-void qcArchive::words(void* data, std::size_t count, unsigned size) {
+void qcArchive::words(void* data, std::size_t count, unsigned size, Number kind) {
   auto* bytes = static_cast<char*>(data);
   if (count > std::numeric_limits<std::size_t>::max() / size) throw BadContent(kArchiveSource, kNumberTooWideLine);
+  if (observed([&] { words(data, count, size, kind); },
+               [&](auto& observer, auto span) { observer.numbers(span, kind, size, data, count); })) {
+    return;
+  }
   if (!swapBytes_ || size == 1) {
     if (isLoading()) {
       qf_ReadBytes(*buffer_, bytes, count * size, kReadRawLine);

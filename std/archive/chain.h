@@ -40,6 +40,8 @@ class qc_RecordChain {
   /// Takes in the records that can be found behind the place where the chain is broken; returns how many.
   long salvage();
 
+  /// All records, in the order in which they lie.
+  const std::vector<qc_Record>& all() const noexcept { return records_; }
   /// The record that begins at a place; null for none.
   const qc_Record* at(std::streamoff place) const noexcept;
   const qc_Record* mark(std::int32_t number) const noexcept { return found(marks_, number); }

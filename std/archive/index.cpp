@@ -11,6 +11,7 @@
 #include "std/archive/areas.h"
 #include "std/archive/byteswap.h"
 #include "std/archive/format.h"
+#include "std/archive/observed.h"
 #include "std/archive/visited.h"
 #include "vnxstd/except/typename.h"
 
@@ -257,6 +258,7 @@ const qc_RegistryEntry* qc_ArchiveIndex::readName() {
     }
   }
   std::string name;
+  const qcArchive::Hush hush(archive_);
   archive_ || name;
   const qc_RegistryEntry* entry = qf_FindRegistered(name);
   if (!entry || !entry->make) throw qcArchive::UnknownType(name.c_str(), kIndexSource, kUnknownNameLine);
@@ -357,16 +359,31 @@ void qc_ArchiveIndex::loadObject(qcPersistent& object) {
       archive_.seekTo(start);
     }
   }
-  if (!marked && object.loadLegacy(archive_)) return;
-  if (!isSeekable()) return object.serialize(archive_, 1);
-
-  const Body body = readEntry();
-  if (body.name != entryOf(object).name) throw qcArchive::BadType(kIndexSource, kEntryTypeLine);
+  qcArchiveObserver* const observer = archive_.observer_;
+  const std::streamoff at =
+      observer ? archive_.offset() - (marked ? static_cast<std::streamoff>(kObjectMarker.size()) : 0) : 0;
+  if (!marked && observer) observer->beginObject({at, 0}, typeid(object));
+  if (!marked && object.loadLegacy(archive_)) {
+    if (observer) observer->endObject();
+    return;
+  }
+  Body body;
+  if (isSeekable()) {
+    body = readEntry();
+    if (body.name != entryOf(object).name) throw qcArchive::BadType(kIndexSource, kEntryTypeLine);
+  }
+  if (marked && observer) {
+    const auto left = static_cast<qcUInt64>(std::numeric_limits<qcInt64>::max() - body.at);
+    const qcInt64 size = isSeekable() ? body.at - at + static_cast<qcInt64>(std::min(body.size, left)) : 0;
+    observer->beginObject({at, size}, typeid(object));
+  }
   object.serialize(archive_, 1);
-  skipTo(body.at, body.size, kEntrySizeLine);
+  if (isSeekable()) skipTo(body.at, body.size, kEntrySizeLine);
+  if (observer) observer->endObject();
 }
 
 qc_ArchiveIndex::Body qc_ArchiveIndex::readEntry() {
+  const qcArchive::Hush hush(archive_);
   std::array<unsigned char, kEntryTag.size()> tag;
   unsigned char variant = 0;
   qf_ReadBytes(buffer(), tag.data(), tag.size(), kReadRawLine);
@@ -381,6 +398,7 @@ qc_ArchiveIndex::Body qc_ArchiveIndex::readEntry() {
 }
 
 qc_ArchiveIndex::Body qc_ArchiveIndex::readBodyOf(const qc_Record& object) {
+  const qcArchive::Hush hush(archive_);
   archive_.seekTo(object.bodyAt());
   std::string name;
   std::array<unsigned char, kObjectMarker.size()> marker;
@@ -483,6 +501,11 @@ std::int32_t qc_ArchiveIndex::storeNew(qcPersistent& object, bool owned, unsigne
 qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool owned) {
   const Entry inside(*this);
   qc_Record record = readRecord();
+  if (archive_.observer_) {
+    qcArchiveRecord told = record.told();
+    told.at = archive_.offset() - told.size;
+    archive_.observer_->record(told);
+  }
   std::streamoff behind = -1;
   if (record.isLinked()) record = unlinked(record, behind);
   if (record.id == 0) {
@@ -633,6 +656,7 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const qc_Record& record, q
   charge(here, position);
   const std::streamoff chargedBefore = charged_, attributedBefore = attributed_;
   archive_.seekTo(position);
+  const qcArchive::Hush hush(archive_);  // it is told of where it lies
   qc_Record target = readRecord();
   if (target.is(kObject)) target = inlineOf(target);
   if (target.id != record.id || target.kind != kInline) throw qcArchive::NotFound(kIndexSource, kNotInIndexLine);

@@ -2,6 +2,7 @@
 
 #include "std/archive/format.h"
 #include "std/archive/index.h"
+#include "std/archive/observed.h"
 #include "std/archive/visited.h"
 #include "vnxstd/archive/archive.h"
 
@@ -19,8 +20,16 @@ bool qcPersistent::loadLegacy(qcArchive&) { return false; }
 bool qcPersistent::enterLevel(qcArchive& archive, const void* address, unsigned size, const std::type_info* level,
                               unsigned char& version) {
   if (qc_Visited::contains(address, size, level)) return false;
-  archive || version;
+  if (!archive.observed([&] { archive || version; },
+                        [&](auto& observer, auto span) { observer.beginLevel(span, *level, version); })) {
+    archive || version;
+  }
   return true;
+}
+
+void qcPersistent::leaveLevel(qcArchive& archive, const void* address, unsigned size, const std::type_info* level) {
+  qc_Visited::add(address, size, level);
+  if (archive.observer_ && archive.isLoading()) archive.observer_->endLevel();
 }
 
 bool qcPersistent::haveVisited(const void* address, unsigned size, const std::type_info* level) {
@@ -35,7 +44,7 @@ void qcPersistent::dispatchSerialize(qcArchive& archive) {
   unsigned char version = 0;
   if (!enterLevel(archive, this, sizeof(qcPersistent), &typeid(qcPersistent), version)) return;
   qcArchive::checkVersion(version, 0, "qcPersistent", 0);
-  qc_Visited::add(this, sizeof(qcPersistent), &typeid(qcPersistent));
+  leaveLevel(archive, this, sizeof(qcPersistent), &typeid(qcPersistent));
 }
 
 void qcPersistent::serialize(qcArchive& archive, int flag) {

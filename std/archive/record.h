@@ -1,6 +1,7 @@
 // The heads of records, as bytes; docs/archive-format.md gives their fields.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -51,6 +52,19 @@ struct qc_Record {
   /// Where it ends, together with what follows the head; an object that follows a pointer is a record of its own.
   std::streamoff end() const noexcept {
     return bodyAt() + (is(qc_format::kObject) ? static_cast<std::streamoff>(size) : 0);
+  }
+  /// What those who look at the archive from outside are told.
+  qcArchiveRecord told() const noexcept {
+    using namespace qc_format;
+    using Kind = qcArchiveRecord::Kind;
+    const Kind what = !isLinked()   ? kind == kInline ? Kind::inlined : Kind::reference
+                      : is(kAnchor) ? Kind::anchor
+                      : is(kMark)   ? Kind::mark
+                      : is(kObject) ? Kind::object
+                                    : Kind::pointer;
+    constexpr qcUInt64 kMost = std::numeric_limits<qcInt64>::max();
+    const qcUInt64 body = what == Kind::inlined || what == Kind::object ? std::min(size, kMost) : 0;
+    return {what, number(), at, static_cast<qcInt64>(headSize()), static_cast<qcInt64>(body), isRemoved()};
   }
   bool isValid() const noexcept { return id >= 0 && number() >= 0 && (id != 0 || kind != qc_format::kInline); }
 };

@@ -214,5 +214,11 @@ long qcArchive::salvage() {
   return chain().salvage();
 }
 
+std::vector<qcArchiveRecord> qcArchive::records() const {
+  std::vector<qcArchiveRecord> heads;
+  for (const qc_Record& record : chain().all()) heads.push_back(record.told());
+  return heads;
+}
+
 qcArchive* qcArchive::secondary() const { return static_cast<void>(chain()), secondary_; }
 void qcArchive::secondary(qcArchive* archive) { static_cast<void>(chain()), secondary_ = archive; }

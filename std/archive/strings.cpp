@@ -5,6 +5,7 @@
 #include "std/archive/areas.h"
 #include "std/archive/byteswap.h"
 #include "std/archive/format.h"
+#include "std/archive/observed.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/archive/text.h"
 
@@ -18,6 +19,10 @@ void assign(std::u32string& text, std::string&& narrow) { text = qf_Utf32FromNar
 void assign(std::string& text, std::u16string_view wide) { text = qf_NarrowFromUtf16(wide); }
 void assign(std::wstring& text, std::u16string_view wide) { text = qf_WideFromUtf16(wide); }
 void assign(std::u32string& text, std::u16string_view wide) { text = qf_Utf32FromUtf16(wide); }
+
+const std::string& narrowOf(const std::string& text) { return text; }
+std::string narrowOf(const std::wstring& text) { return qf_NarrowLossy(text); }
+std::string narrowOf(const std::u32string& text) { return qf_NarrowFromUtf16(qf_Utf16FromUtf32(text)); }
 
 }  // namespace
 
@@ -43,6 +48,8 @@ void qcArchive::writePrefix(std::size_t length) {
 
 template <class Text>
 void qcArchive::readText(Text& text) {
+  if (observed([&] { readText(text); }, [&](auto& observer, auto span) { observer.text(span, narrowOf(text)); }))
+    return;
   // The length has 15 bits, so that a text that never arrives costs no more than 64 KiB.
   const std::size_t length = readPrefix();
   const auto readPayload = [this](void* data, std::size_t size) {

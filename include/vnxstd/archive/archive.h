@@ -26,9 +26,22 @@
 #include "vnxstd/except/exception.h"
 #include "vnxstd/export.h"
 
+class qcArchiveObserver;
 class qc_ArchiveIndex;
 class qc_RecordAddition;
 class qc_RecordChain;
+class qc_Unbuffered;
+
+/// The head of a record, as an archive holds it.
+struct qcArchiveRecord {
+  enum Kind : std::int32_t { reference = 0, inlined = 1, anchor = 2, mark = 3, pointer = 4, object = 5 };
+  Kind kind = reference;
+  long number = 0;   // of a mark; of others the identifier of the object, 0 for none
+  qcInt64 at = 0;    // where the head begins; -1 where the medium has no positions
+  qcInt64 size = 0;  // of the head
+  qcInt64 body = 0;  // size of what follows the head and belongs to it, as far as the archive says
+  bool removed = false;
+};
 
 class VNXSTD_EXPORT qcArchive {
  public:
@@ -36,6 +49,8 @@ class VNXSTD_EXPORT qcArchive {
   enum Ordering : std::int32_t { bigEndian = 0, littleEndian = 1 };
   /// A position in the stream, in bytes from its start.
   using Position = std::fpos<int>;
+  /// Kinds of numbers, as observers are told of them.
+  enum Number : unsigned char { boolean = 0, signedInteger = 1, unsignedInteger = 2, floating = 3 };
 
   /// The base of all archive errors: where the error was raised, or a free text with line 0.
   class VNXSTD_EXPORT Errors : public qcException {
@@ -181,7 +196,7 @@ class VNXSTD_EXPORT qcArchive {
     static_assert(!std::is_same_v<std::remove_cv_t<T>, long> && !std::is_same_v<std::remove_cv_t<T>, unsigned long> &&
                       !std::is_same_v<std::remove_cv_t<T>, wchar_t>,
                   "the width of long and wchar_t differs between platforms; use std::int32_t, qcInt64 or char32_t");
-    words(const_cast<std::remove_cv_t<T>*>(data), count, sizeof(T));
+    words(const_cast<std::remove_cv_t<T>*>(data), count, sizeof(T), numberKind<std::remove_cv_t<T>>());
   }
 
   /// How many bytes the medium can still deliver to a loading archive, or -1 when it cannot tell.
@@ -318,10 +333,19 @@ class VNXSTD_EXPORT qcArchive {
   /// Reads the whole data behind that place and takes the records found there into the index; returns how many.
   long salvage();
 
+  /// The heads of all records of the index in the order in which they lie, also of those that were removed; after
+  /// salvage with those found.
+  std::vector<qcArchiveRecord> records() const;
+
   /// Another archive that belongs with this one, such as one that holds what this one refers to. It is kept for those
   /// who ask; not owned.
   qcArchive* secondary() const;
   void secondary(qcArchive* archive);
+
+  /// Who is told of what is read from now on (observer.h); null for nobody. Not owned. Reading is slower meanwhile, and
+  /// as fast as ever without one.
+  qcArchiveObserver* observer() const noexcept { return observer_; }
+  void observer(qcArchiveObserver* observer);
 
   /// Whether `object` is being loaded by this archive at this moment. A reference to such an object closes a circle;
   /// classes whose members must form a tree or a chain refuse it, after loading a member, with BadContent.
@@ -356,9 +380,21 @@ class VNXSTD_EXPORT qcArchive {
   friend VNXSTD_EXPORT void* qf_SerializeOwnedPointer(qcArchive& archive, qcPersistent* in,
                                                       void* (*cast)(qcPersistent*, const qcRepBase*&));
 
-  void words(void* data, std::size_t count, unsigned size);
+  class Hush;
+  template <class Read, class Tell>
+  bool observed(Read read, Tell tell);
+
+  template <class T>
+  static constexpr Number numberKind() noexcept {
+    if (std::is_same_v<T, bool>) return boolean;
+    if (std::is_floating_point_v<T>) return floating;
+    return std::is_signed_v<T> && !std::is_same_v<T, char> ? signedInteger : unsignedInteger;
+  }
+  void words(void* data, std::size_t count, unsigned size, Number kind);
   template <class Bits>
-  void number(Bits& bits);
+  void number(Bits& bits, Number kind);
+  template <class Bits>
+  void fetch(Bits& bits, Number kind);
   template <class Bits, class T>
   qcArchive& bitsOf(T& value);
   template <class Bits, class T>
@@ -388,6 +424,8 @@ class VNXSTD_EXPORT qcArchive {
   std::streamoff highWater_ = 0;
   long nestingLimit_ = 512;
   qcArchive* secondary_ = nullptr;
+  qcArchiveObserver* observer_ = nullptr;
+  std::unique_ptr<qc_Unbuffered> unbuffered_;  // buffer_ while there is an observer
   std::unique_ptr<qc_ArchiveIndex> index_;
 };
 

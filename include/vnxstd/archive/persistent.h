@@ -78,7 +78,7 @@ class VNXSTD_EXPORT qcPersistent {
                              void (D::*fields)(qcArchive&, unsigned char)) {
     if (!enterLevel(archive, object, sizeof(D), &typeid(D), version)) return;
     (object->*fields)(archive, version);
-    setVisited(object, sizeof(D), &typeid(D));
+    leaveLevel(archive, object, sizeof(D), &typeid(D));
   }
 
   void mutating_();
@@ -88,6 +88,7 @@ class VNXSTD_EXPORT qcPersistent {
   friend class qc_HeldTable;
   static bool enterLevel(qcArchive& archive, const void* address, unsigned size, const std::type_info* level,
                          unsigned char& version);
+  static void leaveLevel(qcArchive& archive, const void* address, unsigned size, const std::type_info* level);
   void serialize(qcArchive& archive, int flag);
 
   // Why archives hold the object: they have stored it as it is, or they know its address.
