@@ -142,6 +142,15 @@ TEST(Transfer, TimeOutsCoverWholeMessages) {
     EXPECT_THROW(*in || number, qcTimeout::Expired);
     EXPECT_THROW(other->waitUntilDisconnected(1000), qcTimeout::Expired);
   }
+  {
+    qcTimeout limit(1000);
+    const std::jthread impatient([&] { limit.cancel(); });
+    EXPECT_THROW(other->waitUntilDisconnected(1000), qcTimeout::Cancel);
+    in->timeOut(1000);
+    EXPECT_THROW(*in || number, qcTimeout::Cancel);
+    EXPECT_TRUE(other->isConnected()) << "no wait";
+  }
+  in->timeOut(0.05);
   send(frame(4, false, {0, 0, 0, 6}) + frame(4, true, {0, 0, 0, 7}));
   *in || number;
   in->nextMessage();
@@ -201,6 +210,8 @@ TEST(Transfer, RefusesFramesThatAreNone) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   for (const int end : ends) EXPECT_THROW(qcCommunicator{end}, qcTcpip::AccessFailed);
+  for (const int family : {AF_UNIX, AF_INET})
+    EXPECT_THROW(qcCommunicator(socket(family, SOCK_STREAM, 0)), qcTcpip::AccessFailed) << "not connected";
 }
 
 TEST(Transfer, APeerThatIsGoneRaisesAnErrorAndNoSignal) {

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <future>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -141,6 +143,38 @@ TEST(Mutex, IsForOneThread) {
     for (const double seconds : {0.0, 0.001})
       EXPECT_THROW(qcLock(qcMutex::global(), qcDeadline(seconds)), qc_Resource::Timeout);
   });
+}
+
+TEST(Timeout, OtherThreadsCancelWaitsAndNothingElse) {
+  qcSemaphore none, one(1);
+  qcMutex taken;
+  const qcLock guard(taken);
+  const std::function<void()> waits[] = {
+      [&] { none.acquire(qcDeadline()); },
+      [&] { none.acquire(qcDeadline(1000)); },
+      [&] { taken.acquire(qcDeadline(1000)); },
+      [] { qcTimer::sleep(1000); },
+      [] {
+        for (;;) qcTimeout::check();
+      },
+  };
+  for (const auto& wait : waits) {
+    std::promise<qcTimeout*> made;
+    std::jthread waiting([&] {
+      qcTimeout outer(1e300), inner(1000);
+      made.set_value(&outer);
+      EXPECT_THROW(wait(), qcTimeout::Cancel);
+      EXPECT_THROW(wait(), qcTimeout::Cancel) << "at once";
+      EXPECT_TRUE(one.acquire(qcDeadline())) << "no wait";
+      one.release();
+      outer.detach();
+      outer.cancel();
+      qcTimeout::check();
+    });
+    qcTimeout* const limit = made.get_future().get();
+    qcTimer::sleep(0.002);
+    limit->cancel();
+  }
 }
 
 TEST(Timeout, TheEarliestLimitOfTheThreadCounts) {

@@ -16,8 +16,9 @@ constexpr Status failure(std::uint32_t n) {
 }
 
 inline constexpr Status ok = 0;
-inline constexpr Status outOfMemory = failure(1);       // the memory asked for is not to be had
-inline constexpr Status badArgument = failure(2);       // a null pointer, a zero modulus, an unknown unit size
-inline constexpr Status attentionExpired = failure(3);  // the time limit on what a thread does has passed
+inline constexpr Status outOfMemory = failure(1);         // the memory asked for is not to be had
+inline constexpr Status badArgument = failure(2);         // a null pointer, a zero modulus, an unknown unit size
+inline constexpr Status attentionExpired = failure(3);    // the time limit on what a thread does has passed
+inline constexpr Status attentionCancelled = failure(4);  // another thread wants it to end
 
 }  // namespace zrtsys

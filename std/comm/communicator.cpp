@@ -37,19 +37,23 @@ constexpr short kGone = POLLRDHUP | POLLHUP | POLLERR;
 constexpr short kGone = POLLHUP | POLLERR;
 #endif
 
-// Waits until one of the events has come or the deadline has passed; what has come.
+// Waits until one of the events has come or the deadline has passed; what has come. Throws when a time limit on the
+// thread ends the wait before.
 short pollUntil(int socket, short events, const qcDeadline& deadline) {
   for (;;) {
+    const qcDeadline look = std::min(deadline, qcDeadline::nextLook());
     int wait = -1;
-    if (!deadline.isNever()) {
-      const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline.time() - qcDeadline::Clock::now());
+    if (!look.isNever()) {
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(look.time() - qcDeadline::Clock::now());
       wait = static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, 60000));
     }
     pollfd ask{socket, events, 0};
     const int count = ::poll(&ask, 1, wait);
     if (count > 0) return ask.revents;
     if (count < 0 && errno != EINTR) throw qcTcpip::AccessFailed();
-    if (deadline.hasPassed()) return 0;
+    const bool isOver = deadline.hasPassed();
+    if (!isOver || qcDeadline::ofThread() < deadline) qfThrowExceptionOnFailure(zrtsys::checkAttention());
+    if (isOver) return 0;
   }
 }
 
@@ -58,7 +62,10 @@ short pollUntil(int socket, short events, const qcDeadline& deadline) {
 qcCommunicator::qcCommunicator(int socket) : socket_(socket) {
   int type = 0;
   socklen_t size = sizeof type;
-  const bool isStream = ::getsockopt(socket, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type == SOCK_STREAM;
+  sockaddr_storage peer;
+  socklen_t peerSize = sizeof peer;
+  const bool isStream = ::getsockopt(socket, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type == SOCK_STREAM &&
+                        ::getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &peerSize) == 0;
   // Calls return when they would have to wait: all waiting is done in one place.
   const int flags = isStream ? ::fcntl(socket, F_GETFL) : -1;
   if (flags >= 0 && ::fcntl(socket, F_SETFL, flags | O_NONBLOCK) == 0) return;
@@ -80,10 +87,7 @@ std::pair<std::unique_ptr<qcCommunicator>, std::unique_ptr<qcCommunicator>> qcCo
 }
 
 void qcCommunicator::waitFor(short events, const qcDeadline& deadline) const {
-  const qcDeadline until = std::min(deadline, qcDeadline::ofThread());
-  if (pollUntil(socket_, events, until) != 0) return;
-  qfThrowExceptionOnFailure(zrtsys::checkAttention());
-  throw qcTcpip::Timeout();
+  if (pollUntil(socket_, events, deadline) == 0) throw qcTcpip::Timeout();
 }
 
 void qcCommunicator::send(const char* data, std::size_t count, const qcDeadline& deadline) {
@@ -117,10 +121,11 @@ void qcCommunicator::receive(char* data, std::size_t count, const qcDeadline& de
 bool qcCommunicator::isConnected() const { return !waitUntilDisconnected(0); }
 
 bool qcCommunicator::waitUntilDisconnected(double seconds) const {
-  const qcDeadline deadline(seconds), limit = qcDeadline::ofThread();
-  const bool gone = (pollUntil(socket_, kGone, std::min(deadline, limit)) & kGone) != 0;
-  if (!gone && limit < deadline) qfThrowExceptionOnFailure(zrtsys::checkAttention());
-  return gone;
+  if (!(seconds > 0)) {  // asks, whatever limits there are
+    pollfd ask{socket_, kGone, 0};
+    return ::poll(&ask, 1, 0) > 0 && (ask.revents & kGone) != 0;
+  }
+  return (pollUntil(socket_, kGone, qcDeadline(seconds)) & kGone) != 0;
 }
 
 void qcCommunicator::finishSending() { ::shutdown(socket_, SHUT_WR); }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "std/sync/wait.h"
 #include "vnxstd/except/failure.h"
 #include "zrtsys/attention.h"
 
@@ -14,6 +15,11 @@ const qc_ErrorRegistration<qc_Resource::Errors, qc_Resource::Timeout, qc_Resourc
 
 constexpr double kLongest = 10 * 365.25 * 86400;  // seconds; the clock's own range is some hundred years
 
+qcDeadline fromAttention(std::int64_t limit) noexcept {
+  if (limit == zrtsys::noLimit) return qcDeadline();
+  return qcDeadline(qcDeadline::Clock::time_point(std::chrono::nanoseconds(limit)));  // the clock is the same for all
+}
+
 }  // namespace
 
 qcDeadline::qcDeadline(double seconds) noexcept {
@@ -22,11 +28,8 @@ qcDeadline::qcDeadline(double seconds) noexcept {
   time_ = Clock::now() + std::chrono::ceil<Clock::duration>(wait);
 }
 
-qcDeadline qcDeadline::ofThread() noexcept {
-  const std::int64_t limit = zrtsys::attentionLimit();
-  if (limit == zrtsys::noLimit) return qcDeadline();
-  return qcDeadline(Clock::time_point(std::chrono::nanoseconds(limit)));  // the steady clock is the same for all
-}
+qcDeadline qcDeadline::ofThread() noexcept { return fromAttention(zrtsys::attentionLimit()); }
+qcDeadline qcDeadline::nextLook() noexcept { return fromAttention(zrtsys::nextAttention()); }
 
 qc_Resource::~qc_Resource() = default;
 
@@ -38,6 +41,7 @@ bool qcMutex::acquire(const qcDeadline& deadline) {
   // Not a timed mutex: the thread sanitizer of this compiler does not know its waits on the steady clock.
   constexpr std::chrono::milliseconds kPeriod(1);
   while (!mutex_.try_lock()) {
+    qfThrowExceptionOnFailure(zrtsys::checkAttention());
     if (deadline.hasPassed()) return false;
     std::this_thread::sleep_until(std::min(deadline.time(), qcDeadline::Clock::now() + kPeriod));
   }
@@ -50,15 +54,8 @@ qcMutex& qcMutex::global() {
 }
 
 bool qcSemaphore::acquire(const qcDeadline& deadline) {
-  const qcDeadline until = std::min(deadline, qcDeadline::ofThread());
   std::unique_lock lock(mutex_);
-  const auto isThere = [this] { return units_ > 0; };
-  if (until.isNever()) {
-    added_.wait(lock, isThere);
-  } else if (!added_.wait_until(lock, until.time(), isThere)) {
-    qfThrowExceptionOnFailure(zrtsys::checkAttention());
-    return false;
-  }
+  if (!qf_WaitFor(added_, lock, deadline, [this] { return units_ > 0; })) return false;
   --units_;
   return true;
 }

@@ -10,6 +10,7 @@ const qc_ErrorRegistration<qcTimeout::Errors, qcTimeout::Expired, qcTimeout::Int
 
 void convertStatus(long code) {
   if (code == zrtsys::attentionExpired) throw qcTimeout::Expired();
+  if (code == zrtsys::attentionCancelled) throw qcTimeout::Cancel();
 }
 
 struct ConverterRegistration {
@@ -30,6 +31,7 @@ struct qcTimeout::Holder {
 qcTimeout::qcTimeout(double seconds) : holder_(std::make_unique<Holder>()) {
   qfThrowExceptionOnFailure(zrtsys::attachTimeout(&holder_->tag, seconds));
   holder_->isAttached = true;
+  qfThrowExceptionOnFailure(zrtsys::attachCancel(&holder_->tag, &isCancelled_));
 }
 
 qcTimeout::~qcTimeout() { detach(); }

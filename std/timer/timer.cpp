@@ -111,11 +111,13 @@ void qc_Timer<Counter>::sleep(double seconds) {
   if (!(seconds >= 0)) return;
   const double milliseconds = std::round(std::min(seconds * 1e3, kLongest));
   const std::chrono::milliseconds wait(static_cast<std::int64_t>(milliseconds));
-  const std::int64_t limit = zrtsys::attentionLimit();
-  if (limit == zrtsys::noLimit) return std::this_thread::sleep_for(wait);
-  const std::chrono::steady_clock::time_point expiry{std::chrono::nanoseconds(limit)};
-  std::this_thread::sleep_until(std::min(std::chrono::steady_clock::now() + wait, expiry));
-  qfThrowExceptionOnFailure(zrtsys::checkAttention());
+  const auto end = std::chrono::steady_clock::now() + wait;
+  for (;;) {
+    qfThrowExceptionOnFailure(zrtsys::checkAttention());
+    if (std::chrono::steady_clock::now() >= end) return;
+    const std::chrono::steady_clock::time_point look{std::chrono::nanoseconds(zrtsys::nextAttention())};
+    std::this_thread::sleep_until(std::min(end, look));
+  }
 }
 
 // Through a timer: bare readings follow each other closer than a start and a stop ever do.

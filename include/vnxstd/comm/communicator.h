@@ -14,13 +14,14 @@ class qcTransferArchive;
 
 /// A connected stream socket, local or TCP. Bytes go both ways; one thread may send while another one receives.
 ///
-/// Waits end with qcTcpip::Timeout at their deadline, with qcTimeout::Expired when a time limit on the thread passes
-/// first, and with qcTcpip::ConnectionBroken when the peer has gone; a signal that interrupts them changes nothing, and
-/// writing to a peer that has gone raises none. Where the platform has no such sockets everything throws
+/// Waits end with qcTcpip::Timeout at their deadline, with qcTimeout::Expired or Cancel when a time limit on the thread
+/// ends them first, and with qcTcpip::ConnectionBroken when the peer has gone; a signal that interrupts them changes
+/// nothing, and writing to a peer that has gone raises none. Where the platform has no such sockets everything throws
 /// qcTcpip::NotSupported.
 class VNXSTD_EXPORT qcCommunicator {
  public:
-  /// Takes over a connected socket, also when this throws. Throws qcTcpip::AccessFailed when it is none.
+  /// Takes over a connected socket, also when this throws. Throws qcTcpip::AccessFailed when it is no stream socket, or
+  /// not connected: one that listens, or whose connection is still being made or was reset.
   explicit qcCommunicator(int socket);
   /// Ends the connection.
   ~qcCommunicator();
@@ -35,7 +36,8 @@ class VNXSTD_EXPORT qcCommunicator {
   /// Receives exactly this many bytes.
   void receive(char* data, std::size_t count, const qcDeadline& deadline);
 
-  /// Whether the peer has its end open.
+  /// Whether the peer has its end open. A peer that has finished sending counts as gone, since over TCP nobody can tell
+  /// whether it still reads: what it sent before can be received, and sending works until it really goes.
   bool isConnected() const;
   /// Waits for the peer to go, this many seconds at most; whether it has. What is not above 0, or not a number, asks
   /// without waiting.

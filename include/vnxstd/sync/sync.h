@@ -22,6 +22,8 @@ class VNXSTD_EXPORT qcDeadline {
 
   /// When the earliest qcTimeout on the calling thread passes.
   static qcDeadline ofThread() noexcept;
+  /// When the calling thread, if it waits, has to see again whether a qcTimeout has ended its wait.
+  static qcDeadline nextLook() noexcept;
 
   bool isNever() const noexcept { return time_ == Clock::time_point::max(); }
   bool hasPassed() const noexcept { return !isNever() && Clock::now() >= time_; }
@@ -59,7 +61,8 @@ class VNXSTD_EXPORT qc_Resource {
 /// again before.
 class VNXSTD_EXPORT qcMutex final : public qc_Resource {
  public:
-  /// With a deadline it tries every millisecond, so that threads that wait without one come first.
+  /// With a deadline it tries every millisecond, so that threads that wait without one come first, and throws
+  /// qcTimeout::Expired or Cancel when a time limit on this thread ends the wait. Without one it waits to the end.
   bool acquire(const qcDeadline& deadline) override;
   void release() override { mutex_.unlock(); }
 
@@ -75,7 +78,7 @@ class VNXSTD_EXPORT qcSemaphore final : public qc_Resource {
  public:
   explicit qcSemaphore(long units = 0) : units_(units) {}
 
-  /// Takes a unit. Throws qcTimeout::Expired when a time limit on this thread passes first.
+  /// Takes a unit. Throws qcTimeout::Expired or Cancel when a time limit on this thread ends the wait first.
   bool acquire(const qcDeadline& deadline) override;
   /// Adds a unit and wakes one of the threads that wait.
   void release() override;

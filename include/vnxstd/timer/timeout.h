@@ -1,14 +1,17 @@
 // Time limits on the waits of a thread.
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "vnxstd/except/exception.h"
 #include "vnxstd/export.h"
 
 /// A time limit on what a thread does while this object lives. It interrupts nothing that runs; a wait of the thread
-/// that outlasts it, for a semaphore, an image from a pool, a message or a span of time, throws Expired. Of several
-/// limits the earliest counts. An object belongs to the thread that made it.
+/// that outlasts it, for a semaphore, an image from a pool, a message or a span of time, throws Expired, and Cancel
+/// within 10 ms after another thread has called cancel. A wait that begins later throws at once. What is there without
+/// waiting is taken all the same, and a resource without a deadline is waited for to the end. Of several limits the
+/// earliest counts. An object belongs to the thread that made it; cancel alone is for all threads.
 ///
 ///     const qcTimeout limit(0.5);
 ///     const auto image = qfDefaultPelRootPool()->get<unsigned char>(640, 480);  // throws after half a second
@@ -30,10 +33,15 @@ class VNXSTD_EXPORT qcTimeout {
   /// Lifts the limit; has no effect the second time.
   void detach();
 
-  /// Throws Expired when a limit on the calling thread has passed; for long computations.
+  /// Ends the waits of the thread that made this, from now until the limit is lifted; may be called by any thread while
+  /// this lives, several times too, and has no effect once the limit is lifted.
+  void cancel() noexcept { isCancelled_.store(true, std::memory_order_release); }
+
+  /// Throws Cancel when the calling thread was cancelled, Expired when a limit on it has passed; for long computations.
   static void check();
 
  private:
   struct Holder;
+  std::atomic<bool> isCancelled_{false};  // not in the holder, which goes while other threads may cancel
   std::unique_ptr<Holder> holder_;
 };

@@ -62,7 +62,7 @@ class VNXSTD_EXPORT qc_Timer {
 
   /// Suspends the thread for this time, rounded to whole milliseconds. Returns at once when it is negative or not a
   /// number; more than ten years are ten years. Throws qcTimeout::Expired when a time limit on this thread passes
-  /// first, at once when it has passed already.
+  /// first, at once when it has passed already, and qcTimeout::Cancel when another thread cancels this one.
   static void sleep(double seconds);
   /// Sets the cost of starting and stopping, in ticks, to the least of 200 measurements, or to 0 without `measure`, and
   /// returns it.
