@@ -4,5 +4,6 @@
 #include "vnxstd/except/catalogue.h"
 #include "vnxstd/except/exception.h"
 #include "vnxstd/except/failure.h"
+#include "vnxstd/except/loadcontext.h"
 #include "vnxstd/except/pelerrors.h"
 #include "vnxstd/except/typename.h"

@@ -93,17 +93,30 @@ void qcArchive::ctorFinished() {
     if (seekable_) index_->chain().start();
     return;
   }
+  explained([this] {
+    readHeader();
+    if (seekable_) index_->chain().open();
+  });
+}
+
+void qcArchive::readHeader() {
   unsigned char head = 0, order = 0;
   *this || head;
-  if (((head & kSeekableFlag) != 0) != seekable_) throw BadType(kArchiveSource, kSeekableFlagLine);
+  if (((head & kSeekableFlag) != 0) != seekable_) {
+    throw located(BadType(kArchiveSource, kSeekableFlagLine), seekable_ ? "a seekable archive" : "a plain archive");
+  }
   const auto version = static_cast<unsigned char>(head >> kVersionShift);
-  if (version > kVersion) throw UnknownArchiveVersion(kArchiveSource, kArchiveVersionLine);
+  if (version > kVersion) {
+    throw located(UnknownArchiveVersion(kArchiveSource, kArchiveVersionLine), "a version up to 1",
+                  std::to_string(version));
+  }
   version_ = version;
   *this || order;
-  if (order > 1) throw BadBuffer(kArchiveSource, kOrderingLine);
+  if (order > 1) {
+    throw located(BadBuffer(kArchiveSource, kOrderingLine), "an ordering of 0 or 1", std::to_string(order));
+  }
   ordering_ = static_cast<Ordering>(order);
   swapBytes_ = (ordering_ == littleEndian) != kNativeIsLittle;
-  if (seekable_) index_->chain().open();
 }
 
 void qcArchive::dtorStarting() noexcept {
@@ -123,7 +136,7 @@ void qcArchive::mode(Direction direction) {
   if (isStoring()) {
     flush();
   } else {
-    index_->numberBehindData();
+    explained([this] { index_->numberBehindData(); });
   }
   const Direction before = std::exchange(direction_, direction);
   try {
@@ -222,7 +235,34 @@ void qcArchive::fill(unsigned count) {
   raw(bytes, static_cast<long>(count));
 }
 
+// Places of errors.
+
+void qcArchive::explain(qcException& error, std::string_view expected, std::string_view found,
+                        qcLoadContext::Limit limit, std::streamoff readSince) const noexcept {
+  if (error.loadContext_ || isStoring()) return;
+  try {
+    const auto context = std::make_shared<qcLoadContext>();
+    const std::streamoff here = buffer_->pubseekoff(0, std::ios_base::cur, side());
+    if (here >= readSince) context->position = here - readSince;
+    context->path = index_->path();
+    context->limit = limit;
+    context->expected = expected;
+    context->found = found;
+    error.loadContext_ = context;
+  } catch (...) {  // an error without a place is still the error
+  }
+}
+
 // Bytes and numbers.
+
+void qcArchive::readBeyondArea(void* data, std::size_t count, int line) {
+  const std::size_t got = explained([&] { return qc_Areas::read(*buffer_, data, count); });
+  if (got == count) return;
+  Eof error(kArchiveSource, line);
+  explain(error, std::to_string(count) + (count == 1 ? " byte" : " bytes"), std::to_string(got),
+          qcLoadContext::Limit::none, static_cast<std::streamoff>(got));
+  throw error;
+}
 
 void qcArchive::raw(char* data, long n) {
   if (n <= 0) return;
@@ -232,7 +272,7 @@ void qcArchive::raw(char* data, long n) {
     return;
   }
   if (isLoading()) {
-    qf_ReadBytes(*buffer_, data, count, kReadRawLine);
+    qc_Areas::readAll(*this, data, count, kReadRawLine);
   } else {
     qf_WriteBytes(*buffer_, data, count, kWriteRawLine);
   }
@@ -245,7 +285,7 @@ void qcArchive::fetch(Bits& bits, Number kind) {
                [&](auto& observer, auto span) { observer.numbers(span, kind, sizeof bits, &bits, 1); })) {
     return;
   }
-  qf_ReadBytes(*buffer_, &bits, sizeof bits, sizeof bits == 1 ? kReadByteLine : kReadWordLine);
+  qc_Areas::readAll(*this, &bits, sizeof bits, sizeof bits == 1 ? kReadByteLine : kReadWordLine);
   if constexpr (sizeof bits > 1) {
     if (swapBytes_) qf_Reverse(bits);
   }
@@ -321,7 +361,7 @@ void qcArchive::words(void* data, std::size_t count, unsigned size, Number kind)
   }
   if (!swapBytes_ || size == 1) {
     if (isLoading()) {
-      qf_ReadBytes(*buffer_, bytes, count * size, kReadRawLine);
+      qc_Areas::readAll(*this, bytes, count * size, kReadRawLine);
     } else {
       qf_WriteBytes(*buffer_, bytes, count * size, kWriteRawLine);
     }
@@ -338,7 +378,7 @@ void qcArchive::words(void* data, std::size_t count, unsigned size, Number kind)
         qf_CopySwapped(bytes, qc_Areas::getNext(*buffer_), step, size);
         qc_Areas::skipRead(*buffer_, step * size);
       } else {
-        qf_ReadBytes(*buffer_, staging, step * size, kReadRawLine);
+        qc_Areas::readAll(*this, staging, step * size, kReadRawLine);
         qf_CopySwapped(bytes, staging, step, size);
       }
     } else {

@@ -6,7 +6,9 @@
 #include <cstddef>
 #include <cstring>
 #include <limits>
+#include <span>
 #include <streambuf>
+#include <string>
 
 #include "std/archive/format.h"
 #include "vnxstd/archive/archive.h"
@@ -56,13 +58,41 @@ class qc_Areas : private std::streambuf {
         std::max<std::streamsize>(0, b.sputn(static_cast<const char*>(from), static_cast<std::streamsize>(count))));
   }
 
+  /// Reads `count` bytes of an archive. Throws Eof from that line when there are fewer.
+  static void readAll(qcArchive& archive, void* to, std::size_t count, int line) {
+    if (count == 0) return;
+    if (count > readable(*archive.buffer_)) return archive.readBeyondArea(to, count, line);
+    std::memcpy(to, getNext(*archive.buffer_), count);
+    skipRead(*archive.buffer_, count);
+  }
+
  private:
   static constexpr int kMost = std::numeric_limits<int>::max();
 };
 
-inline void qf_ReadBytes(std::streambuf& buffer, void* data, std::size_t count, int line) {
-  if (qc_Areas::read(buffer, data, count) != count) throw qcArchive::Eof(qc_format::kArchiveSource, line);
-}
 inline void qf_WriteBytes(std::streambuf& buffer, const void* data, std::size_t count, int line) {
   if (qc_Areas::write(buffer, data, count) != count) throw qcArchive::BadBuffer(qc_format::kArchiveSource, line);
+}
+
+/// Runs a part of a load, whose errors get their places.
+template <class Load>
+decltype(auto) qcArchive::explained(Load load) const {
+  try {
+    return load();
+  } catch (qcException& error) {
+    explain(error);
+    throw;
+  }
+}
+
+/// Bytes as errors show them: "4F E5 70".
+inline std::string qf_Hex(std::span<const unsigned char> bytes) {
+  constexpr const char* kDigits = "0123456789ABCDEF";
+  std::string text;
+  for (const unsigned char byte : bytes) {
+    if (!text.empty()) text += ' ';
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 15];
+  }
+  return text;
 }

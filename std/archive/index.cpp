@@ -71,14 +71,22 @@ class qc_ArchiveIndex::Deeper {
 // else goes from object to object, go as deep.
 class qc_ArchiveIndex::Level {
  public:
-  explicit Level(qc_ArchiveIndex& index) noexcept
-      : index_(index), deeper_(index.depth_), outer_(std::exchange(index.height_, 0)) {}
+  Level(qc_ArchiveIndex& index, const qcPersistent& object) noexcept
+      : type(typeid(object)),
+        around(std::exchange(index.innermost_, this)),
+        index_(index),
+        deeper_(index.depth_),
+        outer_(std::exchange(index.height_, 0)) {}
   ~Level() {
+    index_.innermost_ = around;
     index_.lastHeight_ = index_.height_;
     index_.height_ = std::max(outer_, index_.height_ + 1);
   }
   Level(const Level&) = delete;
   Level& operator=(const Level&) = delete;
+
+  const std::type_info& type;
+  const Level* const around;
 
  private:
   qc_ArchiveIndex& index_;
@@ -222,15 +230,21 @@ void qc_ArchiveIndex::writeRecord(const qc_Record& record, const std::string* na
 qc_Record qc_ArchiveIndex::readRecord() {
   unsigned char head[kLinkedHead];
   const std::streamoff at = seekableOffset();
-  qf_ReadBytes(buffer(), head, kRecordHead, kReadRawLine);
-  if (!qf_IsRecord(head)) throw qcArchive::BadContent(kIndexSource, kRecordTagLine);
+  qc_Areas::readAll(archive_, head, kRecordHead, kReadRawLine);
+  if (!qf_IsRecord(head)) {
+    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordTagLine), "a pointer (4F E5 70 54 or 55)",
+                           qf_Hex({head, 4}));
+  }
   qcArchive::checkVersion(head[4], kRecordVersion, kIndexSource, kRecordVersionLine);
   qc_Record record = qf_ParseHead(head, archive_.swapBytes_);
   record.at = at;
   if (!isSeekable() && record.kind != kInline) record.kind = kReference;  // nothing is linked there
-  qf_ReadBytes(buffer(), head, record.headSize() - kRecordHead, kReadWordLine);
+  qc_Areas::readAll(archive_, head, record.headSize() - kRecordHead, kReadWordLine);
   qf_ParseFields(record, head, archive_.swapBytes_);
-  if (!record.isValid()) throw qcArchive::BadContent(kIndexSource, kRecordIdentifierLine);
+  if (!record.isValid()) {
+    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine), "a valid identifier",
+                           std::to_string(record.id));
+  }
   return record;
 }
 
@@ -280,11 +294,15 @@ void qc_ArchiveIndex::patchSize(std::streamoff field, std::streamoff bodyStart, 
 void qc_ArchiveIndex::skipTo(std::streamoff bodyStart, qcUInt64 size, int line) {
   const std::streamoff here = archive_.offset();
   const auto taken = static_cast<qcUInt64>(here - bodyStart);
-  if (size < taken) throw qcArchive::BadContent(kIndexSource, line);
+  if (size < taken) {
+    throw archive_.located(qcArchive::BadContent(kIndexSource, line), "a body of " + std::to_string(taken) + " bytes",
+                           "a size of " + std::to_string(size));
+  }
   if (size == taken) return;
   const std::streamoff end = archive_.endOffset();
   if (size - taken > static_cast<qcUInt64>(std::max<std::streamoff>(end - here, 0))) {
-    throw qcArchive::Eof(kIndexSource, line);
+    throw archive_.located(qcArchive::Eof(kIndexSource, line),
+                           std::to_string(size - taken) + " more bytes in this body", std::to_string(end - here));
   }
   archive_.seekTo(bodyStart + static_cast<std::streamoff>(size));
   chargedFrom_ += static_cast<std::streamoff>(size - taken);  // what is skipped costs nothing
@@ -311,23 +329,39 @@ void qc_ArchiveIndex::addLevels(std::int32_t height) {
 }
 
 void qc_ArchiveIndex::serializeObject(qcPersistent& object) {
-  const Entry entry(*this);
-  if (archive_.isStoring()) {
+  archive_.explained([&] {
+    const Entry entry(*this);
+    if (archive_.isLoading()) return loadObject(object);
     StoreGuard undo(*this);
     const std::streamoff start = seekableOffset();
     storeObject(object, false);
     if (entered_ == 1 && isSeekable()) chain_.countIdentifiers(start, nextId_ - 1);
     undo.succeed();
-  } else {
-    loadObject(object);
+  });
+}
+
+// The classes of the objects under way.
+std::vector<std::string> qc_ArchiveIndex::path() const {
+  constexpr std::size_t kEachEnd = 16;
+  std::vector<std::string> names;
+  std::size_t depth = 0;
+  for (const Level* level = innermost_; level; level = level->around) ++depth;
+  std::size_t i = depth;
+  for (const Level* level = innermost_; level; level = level->around) {
+    --i;
+    if (depth > 2 * kEachEnd && i == depth - kEachEnd - 1) names.emplace_back("...");
+    if (depth > 2 * kEachEnd && i >= kEachEnd && i < depth - kEachEnd) continue;
+    names.push_back(qcDevEnv::canonicalTypeName(level->type.name()));
   }
+  std::reverse(names.begin(), names.end());
+  return names;
 }
 
 // `marked` says that the marker is written already.
 void qc_ArchiveIndex::storeObject(qcPersistent& object, bool marked) {
   if (archive_.version_ == 0) throw qcArchive::CannotWriteToOldArchive(kArchiveSource, kOldArchiveLine);
   checkNesting();
-  const Level level(*this);
+  const Level level(*this, object);
   const qc_RegistryEntry& entry = entryOf(object);
   if (!marked) qf_WriteBytes(buffer(), kObjectMarker.data(), kObjectMarker.size(), kWriteRawLine);
   if (!isSeekable()) return object.serialize(archive_, 1);
@@ -346,16 +380,23 @@ void qc_ArchiveIndex::storeObject(qcPersistent& object, bool marked) {
 
 void qc_ArchiveIndex::loadObject(qcPersistent& object) {
   checkNesting();
-  const Level level(*this);
+  const Level level(*this, object);
+  archive_.explained([&] { loadBody(object); });  // while it is known what is being loaded
+}
+
+void qc_ArchiveIndex::loadBody(qcPersistent& object) {
   object.mutating();
   bool marked = false;
   if (archive_.version_ != 0) {
     const std::streamoff start = seekableOffset();
     std::array<unsigned char, kObjectMarker.size()> marker;
-    qf_ReadBytes(buffer(), marker.data(), marker.size(), kReadRawLine);
+    qc_Areas::readAll(archive_, marker.data(), marker.size(), kReadRawLine);
     marked = marker == kObjectMarker;
     if (!marked) {
-      if (!isSeekable()) throw qcArchive::NotSeekable(kArchiveSource, kRewindLine);
+      if (!isSeekable()) {
+        throw archive_.located(qcArchive::NotSeekable(kArchiveSource, kRewindLine),
+                               "an object " + qf_Hex(kObjectMarker), qf_Hex(marker));
+      }
       archive_.seekTo(start);
     }
   }
@@ -370,7 +411,9 @@ void qc_ArchiveIndex::loadObject(qcPersistent& object) {
   Body body;
   if (isSeekable()) {
     body = readEntry();
-    if (body.name != entryOf(object).name) throw qcArchive::BadType(kIndexSource, kEntryTypeLine);
+    if (body.name != entryOf(object).name) {
+      throw archive_.located(qcArchive::BadType(kIndexSource, kEntryTypeLine), entryOf(object).name, body.name);
+    }
   }
   if (marked && observer) {
     const auto left = static_cast<qcUInt64>(std::numeric_limits<qcInt64>::max() - body.at);
@@ -386,8 +429,11 @@ qc_ArchiveIndex::Body qc_ArchiveIndex::readEntry() {
   const qcArchive::Hush hush(archive_);
   std::array<unsigned char, kEntryTag.size()> tag;
   unsigned char variant = 0;
-  qf_ReadBytes(buffer(), tag.data(), tag.size(), kReadRawLine);
-  if (tag != kEntryTag) throw qcArchive::BadContent(kIndexSource, kEntryTagLine);
+  qc_Areas::readAll(archive_, tag.data(), tag.size(), kReadRawLine);
+  if (tag != kEntryTag) {
+    throw archive_.located(qcArchive::BadContent(kIndexSource, kEntryTagLine), "an index entry " + qf_Hex(kEntryTag),
+                           qf_Hex(tag));
+  }
   archive_ || variant;
   qcArchive::checkVersion(variant, kWideSize, kIndexSource, kEntrySizeVariantLine);
   Body body;
@@ -398,14 +444,19 @@ qc_ArchiveIndex::Body qc_ArchiveIndex::readEntry() {
 }
 
 qc_ArchiveIndex::Body qc_ArchiveIndex::readBodyOf(const qc_Record& object) {
-  const qcArchive::Hush hush(archive_);
-  archive_.seekTo(object.bodyAt());
-  std::string name;
-  std::array<unsigned char, kObjectMarker.size()> marker;
-  archive_ || name;
-  qf_ReadBytes(buffer(), marker.data(), marker.size(), kReadRawLine);
-  if (marker != kObjectMarker) throw qcArchive::BadContent(kIndexSource, kEntryTagLine);
-  return readEntry();
+  return archive_.explained([&] {
+    const qcArchive::Hush hush(archive_);
+    archive_.seekTo(object.bodyAt());
+    std::string name;
+    std::array<unsigned char, kObjectMarker.size()> marker;
+    archive_ || name;
+    qc_Areas::readAll(archive_, marker.data(), marker.size(), kReadRawLine);
+    if (marker != kObjectMarker) {
+      throw archive_.located(qcArchive::BadContent(kIndexSource, kEntryTagLine), "an object " + qf_Hex(kObjectMarker),
+                             qf_Hex(marker));
+    }
+    return readEntry();
+  });
 }
 
 // Pointers.
@@ -499,6 +550,10 @@ std::int32_t qc_ArchiveIndex::storeNew(qcPersistent& object, bool owned, unsigne
 }
 
 qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool owned) {
+  return archive_.explained([&] { return loadRecord(cast, owned); });
+}
+
+qc_ArchiveIndex::Given qc_ArchiveIndex::loadRecord(qc_PointerCast cast, bool owned) {
   const Entry inside(*this);
   qc_Record record = readRecord();
   if (archive_.observer_) {
@@ -564,6 +619,11 @@ qc_Record qc_ArchiveIndex::inlineOf(const qc_Record& object) {
   return record;
 }
 
+qcArchive::BadType qc_ArchiveIndex::wrongClass(const qcPersistent& object) {
+  return archive_.located(qcArchive::BadType(kIndexSource, kHandleClassLine), "an object of the handle's class",
+                          qcDevEnv::canonicalTypeName(typeid(object).name()));
+}
+
 // What `cast` makes of an object that was just made; no typed object when it is of another class.
 qc_ArchiveIndex::Given qc_ArchiveIndex::castObject(qcPersistent* object, qc_PointerCast cast) {
   Given given{object, object, nullptr};
@@ -601,7 +661,7 @@ bool qc_ArchiveIndex::giveKnown(std::int32_t id, qc_PointerCast cast, Given& giv
   if (!cast) return true;
   CountGuard count(given);
   given.typed = cast(given.object, given.rep);
-  if (!given.typed) throw qcArchive::BadType(kIndexSource, kHandleClassLine);
+  if (!given.typed) throw wrongClass(*given.object);
   count.keep();
   return true;
 }
@@ -611,7 +671,7 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::makeObject(std::int32_t id, qc_PointerCa
   std::unique_ptr<qcPersistent> fresh(readName()->make());
   if (!fresh) throw std::bad_alloc();
   const Given given = castObject(fresh.get(), cast);
-  if (!given.typed) throw qcArchive::BadType(kIndexSource, kHandleClassLine);
+  if (!given.typed) throw wrongClass(*fresh);
   if (made_.size() == made_.capacity()) {
     const std::size_t larger = made_.size() * 2 + 16;
     counts_.reserve(larger);
@@ -644,7 +704,10 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const qc_Record& record, qc_P
 }
 
 qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const qc_Record& record, qc_PointerCast cast, bool owned) {
-  if (!archive_.seekable_) throw qcArchive::NotFound(kIndexSource, kNotInArchiveLine);
+  const auto missing = [&](int line) {
+    return archive_.located(qcArchive::NotFound(kIndexSource, line), "object " + std::to_string(record.id));
+  };
+  if (!archive_.seekable_) throw missing(kNotInArchiveLine);
   auto position = static_cast<std::streamoff>(record.position);
   if (const qc_Record* object = chain_.object(record.id)) {
     position = object->at;
@@ -652,14 +715,14 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const qc_Record& record, q
     position = found->second;
   }
   const std::streamoff here = archive_.offset();
-  if (position <= 0 || position >= archive_.endOffset()) throw qcArchive::NotFound(kIndexSource, kNotInIndexLine);
+  if (position <= 0 || position >= archive_.endOffset()) throw missing(kNotInIndexLine);
   charge(here, position);
   const std::streamoff chargedBefore = charged_, attributedBefore = attributed_;
   archive_.seekTo(position);
   const qcArchive::Hush hush(archive_);  // it is told of where it lies
   qc_Record target = readRecord();
   if (target.is(kObject)) target = inlineOf(target);
-  if (target.id != record.id || target.kind != kInline) throw qcArchive::NotFound(kIndexSource, kNotInIndexLine);
+  if (target.id != record.id || target.kind != kInline) throw missing(kNotInIndexLine);
   const std::size_t place = made_.size();
   const Given given = loadInline(target, cast, owned);
   charge(archive_.offset(), here);
@@ -676,7 +739,9 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const qc_Record& record, q
 void qc_ArchiveIndex::charge(std::streamoff position, std::streamoff next) {
   charged_ += std::max<std::streamoff>(position - chargedFrom_, 0);
   chargedFrom_ = next;
-  if (charged_ / 2 > archive_.endOffset()) throw qcArchive::BadContent(kIndexSource, kRecordOverlapLine);
+  if (charged_ / 2 > archive_.endOffset()) {
+    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordOverlapLine), "records that do not overlap");
+  }
 }
 
 // Reads an inline copy of an object that is known already into an object that nobody sees.

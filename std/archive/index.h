@@ -64,6 +64,9 @@ class qc_ArchiveIndex {
 
   void letGo() noexcept { held_.letGo(); }
 
+  /// The classes of the objects that are being loaded or stored, from the outermost to the innermost.
+  std::vector<std::string> path() const;
+
   qc_RecordChain& chain() noexcept { return chain_; }
 
  private:
@@ -101,7 +104,9 @@ class qc_ArchiveIndex {
   std::int32_t storeNew(qcPersistent& object, bool owned, unsigned char kind);
   void storeObject(qcPersistent& object, bool marked);
   void loadObject(qcPersistent& object);
+  void loadBody(qcPersistent& object);
 
+  Given loadRecord(qc_PointerCast cast, bool owned);
   qc_Record unlinked(const qc_Record& record, std::streamoff& behind);
   static qc_Record inlineOf(const qc_Record& object);
   Given loadInline(const qc_Record& record, qc_PointerCast cast, bool owned);
@@ -109,6 +114,7 @@ class qc_ArchiveIndex {
   bool giveKnown(std::int32_t id, qc_PointerCast cast, Given& given);
   void readScratch(const qc_Record& record);
   Given makeObject(std::int32_t id, qc_PointerCast cast);
+  qcArchive::BadType wrongClass(const qcPersistent& object);
   Given castObject(qcPersistent* object, qc_PointerCast cast);
   void charge(std::streamoff position, std::streamoff next);
 
@@ -120,13 +126,14 @@ class qc_ArchiveIndex {
   qcArchive& archive_;
   bool wideSizes_ = false;
   std::int32_t nextId_ = 1;
-  bool numbered_;                // nextId_ lies behind all identifiers in the data
-  std::int32_t lastLoaded_ = 0;  // the largest identifier that was loaded
-  long entered_ = 0;             // operations of this archive under way
-  long depth_ = 0;               // objects among them
-  long pointers_ = 0;            // pointers being loaded among them
-  std::int32_t height_ = 0;      // levels of objects below the innermost of these objects, so far
-  std::int32_t lastHeight_ = 0;  // and below the object that was finished last
+  bool numbered_;                     // nextId_ lies behind all identifiers in the data
+  std::int32_t lastLoaded_ = 0;       // the largest identifier that was loaded
+  long entered_ = 0;                  // operations of this archive under way
+  long depth_ = 0;                    // objects among them
+  long pointers_ = 0;                 // pointers being loaded among them
+  const Level* innermost_ = nullptr;  // of these objects
+  std::int32_t height_ = 0;           // levels of objects below the innermost of these objects, so far
+  std::int32_t lastHeight_ = 0;       // and below the object that was finished last
 
   qc_RecordChain chain_;  // of a seekable archive
   qc_HeldTable held_;

@@ -2,6 +2,7 @@
 #include <limits>
 #include <utility>
 
+#include "std/archive/areas.h"
 #include "std/archive/chain.h"
 #include "std/archive/format.h"
 #include "std/archive/index.h"
@@ -37,9 +38,13 @@ long nextIn(const qc_RecordChain::Numbers& numbers, long number) {
 
 qcArchive::Position placeOf(const qc_Record* record) { return record ? record->at : 0; }
 
-const qc_Record& recordAt(const qc_RecordChain& chain, std::streamoff place, unsigned char kind) {
+const qc_Record& recordAt(const qcArchive& archive, const qc_RecordChain& chain, std::streamoff place,
+                          unsigned char kind) {
   const qc_Record* record = chain.at(place);
-  if (!record || !record->is(kind) || record->isRemoved()) throw qcArchive::NotFound(kIndexSource, kNoRecordLine);
+  if (!record || !record->is(kind) || record->isRemoved()) {
+    const char* expected = kind == kMark ? "a mark" : kind == kPointer ? "a pointer" : "an object";
+    throw archive.located(qcArchive::NotFound(kIndexSource, kNoRecordLine), expected);
+  }
   return *record;
 }
 
@@ -97,7 +102,7 @@ void qcArchive::skipMark() {
 }
 
 void qcArchive::readMark(long& number) {
-  const qc_Record& mark = recordAt(chain(), offset(), kMark);
+  const qc_Record& mark = recordAt(*this, chain(), offset(), kMark);
   seekTo(mark.end());
   number = mark.number();
 }
@@ -128,14 +133,14 @@ qcArchive::Transaction::~Transaction() = default;
 void qcArchive::Transaction::commit() { records_->link(); }
 
 void qcArchive::renumberMark(long number) {
-  const qc_Record& mark = recordAt(chain(), offset(), kMark);
+  const qc_Record& mark = recordAt(*this, chain(), offset(), kMark);
   const std::int32_t wanted = checkedNumber(number);
   if (wanted == mark.number()) return;
   if (chain().mark(wanted)) throw Duplicate(kIndexSource, kTakenLine);
   chain().renumber(mark, wanted);
 }
 
-void qcArchive::removeMark() { chain().remove(recordAt(chain(), offset(), kMark)); }
+void qcArchive::removeMark() { chain().remove(recordAt(*this, chain(), offset(), kMark)); }
 void qcArchive::setStartingNum(long number) { chain().numberMarksFrom(checkedNumber(number)); }
 
 // Objects.
@@ -156,7 +161,7 @@ void qcArchive::readObjectHeader(long& id, unsigned long& size, Position& body) 
 }
 
 void qcArchive::readObjectHeader64(long& id, qcUInt64& size, Position& body) {
-  const qc_Record& object = recordAt(chain(), offset(), kObject);
+  const qc_Record& object = recordAt(*this, chain(), offset(), kObject);
   const Reading reading(*this);
   const qc_ArchiveIndex::Body read = index_->readBodyOf(object);
   id = object.number();
@@ -165,13 +170,13 @@ void qcArchive::readObjectHeader64(long& id, qcUInt64& size, Position& body) {
 }
 
 std::string qcArchive::objectTypeName() {
-  const qc_Record& object = recordAt(chain(), offset(), kObject);
+  const qc_Record& object = recordAt(*this, chain(), offset(), kObject);
   const Reading reading(*this);
   return index_->readBodyOf(object).name;
 }
 
 qcPersistent* qcArchive::loadObject() {
-  static_cast<void>(recordAt(chain(), offset(), kObject));
+  static_cast<void>(recordAt(*this, chain(), offset(), kObject));
   Reading reading(*this);
   qcPersistent* object = index_->loadPointer(nullptr, true).object;
   reading.succeed();
@@ -184,7 +189,7 @@ long qcArchive::storeObject(qcPersistent* object) {
   return index_->storeIndexed(*object);
 }
 
-void qcArchive::removeObject() { chain().remove(recordAt(chain(), offset(), kObject)); }
+void qcArchive::removeObject() { chain().remove(recordAt(*this, chain(), offset(), kObject)); }
 void qcArchive::setStartingID(long id) { static_cast<void>(chain()), index_->numberFrom(clamped(id)); }
 void qcArchive::forgetObjects() noexcept { index_->letGo(); }
 
@@ -192,16 +197,16 @@ void qcArchive::forgetObjects() noexcept { index_->letGo(); }
 
 qcArchive::Position qcArchive::firstPointerPos() const { return placeOf(chain().pointerFrom(0)); }
 qcArchive::Position qcArchive::nextPointerPos() { return placeOf(chain().pointerFrom(offset() + 1)); }
-long qcArchive::pointerObjectID() { return recordAt(chain(), offset(), kPointer).number(); }
+long qcArchive::pointerObjectID() { return recordAt(*this, chain(), offset(), kPointer).number(); }
 
 void qcArchive::pointerObjectID(long id) {
-  const qc_Record& pointer = recordAt(chain(), offset(), kPointer);
+  const qc_Record& pointer = recordAt(*this, chain(), offset(), kPointer);
   const qc_Record* object = chain().object(recordNumber(id));
   if (!object) throw NotFound(kIndexSource, kNotInIndexLine);
   if (object->number() != pointer.number()) chain().renumber(pointer, object->number());
 }
 
-void qcArchive::removePointer() { chain().remove(recordAt(chain(), offset(), kPointer)); }
+void qcArchive::removePointer() { chain().remove(recordAt(*this, chain(), offset(), kPointer)); }
 
 // The chain as a whole.
 
@@ -211,7 +216,7 @@ qcArchive::Position qcArchive::damaged() const { return Position(chain().damaged
 long qcArchive::salvage() {
   static_cast<void>(chain());
   const Reading reading(*this);
-  return chain().salvage();
+  return explained([this] { return chain().salvage(); });
 }
 
 std::vector<qcArchiveRecord> qcArchive::records() const {

@@ -53,7 +53,12 @@ void qcArchive::readText(Text& text) {
   // The length has 15 bits, so that a text that never arrives costs no more than 64 KiB.
   const std::size_t length = readPrefix();
   const auto readPayload = [this](void* data, std::size_t size) {
-    if (qc_Areas::read(*buffer_, data, size) != size) throw BadBuffer(kArchiveSource, kTextPayloadLine);
+    const std::size_t got = qc_Areas::read(*buffer_, data, size);
+    if (got == size) return;
+    BadBuffer error(kArchiveSource, kTextPayloadLine);
+    explain(error, std::to_string(size) + " bytes of text", std::to_string(got), qcLoadContext::Limit::none,
+            static_cast<std::streamoff>(got));
+    throw error;
   };
   std::array<unsigned char, 2> mark{}, closing{};
   *this || mark[0];
@@ -61,18 +66,22 @@ void qcArchive::readText(Text& text) {
     std::string narrow(length, '\0');
     readPayload(narrow.data(), length);
     *this || closing[0];
-    if (closing[0] != kQuote) throw BadType(kArchiveSource, kTextCloseLine);
+    if (closing[0] != kQuote) throw located(BadType(kArchiveSource, kTextCloseLine), "a closing quote");
     return assign(text, std::move(narrow));
   }
   *this || mark[1];
-  if (mark != kLittleMark && mark != kBigMark) throw BadType(kArchiveSource, kTextMarkLine);
+  if (mark != kLittleMark && mark != kBigMark) {
+    throw located(BadType(kArchiveSource, kTextMarkLine), "a quote or byte order mark", qf_Hex(mark));
+  }
   std::u16string wide(length, u'\0');
   readPayload(wide.data(), length * sizeof(char16_t));
   if ((mark == kLittleMark) != (std::endian::native == std::endian::little)) {
     for (char16_t& unit : wide) unit = static_cast<char16_t>((unit << 8) | (unit >> 8));
   }
   readPayload(closing.data(), closing.size());
-  if (closing != mark) throw BadType(kArchiveSource, kTextCloseLine);
+  if (closing != mark) {
+    throw located(BadType(kArchiveSource, kTextCloseLine), "the byte order mark " + qf_Hex(mark), qf_Hex(closing));
+  }
   assign(text, wide);
 }
 
@@ -91,7 +100,7 @@ void qcArchive::writeWideText(std::u16string_view text) {
 
 qcArchive& qcArchive::operator||(std::string& value) {
   if (isLoading()) {
-    readText(value);
+    explained([&] { readText(value); });
   } else {
     writePrefix(value.size());
     qf_WriteBytes(*buffer_, &kQuote, 1, kWriteTextLine);
@@ -103,7 +112,7 @@ qcArchive& qcArchive::operator||(std::string& value) {
 
 qcArchive& qcArchive::operator||(std::wstring& value) {
   if (isLoading()) {
-    readText(value);
+    explained([&] { readText(value); });
   } else {
     writeWideText(qf_Utf16FromWide(value));
   }
@@ -112,7 +121,7 @@ qcArchive& qcArchive::operator||(std::wstring& value) {
 
 qcArchive& qcArchive::operator||(std::u32string& value) {
   if (isLoading()) {
-    readText(value);
+    explained([&] { readText(value); });
   } else {
     writeWideText(qf_Utf16FromUtf32(value));
   }

@@ -351,6 +351,21 @@ class VNXSTD_EXPORT qcArchive {
   /// classes whose members must form a tree or a chain refuse it, after loading a member, with BadContent.
   bool isStillLoading(const qcPersistent* object) const noexcept;
 
+  /// For operators and classes that find what they have read wrong: gives `error` the place where this archive reads,
+  /// the objects that are being loaded, and what was expected and found there, in a few words. It does nothing to an
+  /// error that knows its place already, and when the archive is storing.
+  ///
+  ///     if (!(radius >= 0)) throw archive.located(qcArchive::BadContent("std/shapes/shapes", 3693), "a radius >= 0");
+  ///
+  /// Errors that leave an object which is being loaded get a place by themselves.
+  template <class E>
+  requires std::is_base_of_v<qcException, E> E &&
+      located(E&& error, std::string_view expected = {}, std::string_view found = {})
+  const noexcept {
+    explain(error, expected, found);
+    return std::move(error);
+  }
+
   /// Throws UnknownVersion from the given source and line when `version` is newer than `newest`.
   static void checkVersion(unsigned char version, unsigned char newest, const char* file, int line);
 
@@ -371,6 +386,7 @@ class VNXSTD_EXPORT qcArchive {
 
  private:
   friend class qcPersistent;
+  friend class qc_Areas;
   friend class qc_ArchiveIndex;
   friend class qc_RecordAddition;
   friend class qc_RecordChain;
@@ -379,6 +395,13 @@ class VNXSTD_EXPORT qcArchive {
                                                       void* (*cast)(qcPersistent*, const qcRepBase*&));
   friend VNXSTD_EXPORT void* qf_SerializeOwnedPointer(qcArchive& archive, qcPersistent* in,
                                                       void* (*cast)(qcPersistent*, const qcRepBase*&));
+
+  void readHeader();
+  void readBeyondArea(void* data, std::size_t count, int line);
+  void explain(qcException& error, std::string_view expected = {}, std::string_view found = {},
+               qcLoadContext::Limit limit = qcLoadContext::Limit::none, std::streamoff readSince = 0) const noexcept;
+  template <class Load>
+  decltype(auto) explained(Load load) const;
 
   class Hush;
   template <class Read, class Tell>

@@ -25,6 +25,7 @@
 #include <utility>
 
 #include "vnxstd/archive/persistent.h"
+#include "vnxstd/except/loadcontext.h"
 #include "vnxstd/export.h"
 
 /// The root of all errors. Building, copying and printing an error never throws anything but std::bad_alloc.
@@ -42,6 +43,10 @@ class VNXSTD_EXPORT qcException : public qcPersistent {
   /// Writes the text with the type name.
   void message(std::wostream& out) const;
 
+  /// Where the load that this error has left went wrong; null for an error that comes from no load, and when there was
+  /// no memory for it. It lives as long as this error and the copies of it, which share it.
+  const qcLoadContext* loadContext() const noexcept { return loadContext_.get(); }
+
  protected:
   qcException() noexcept = default;
   qcException(const qcException&) noexcept = default;
@@ -52,6 +57,10 @@ class VNXSTD_EXPORT qcException : public qcPersistent {
 
   /// Writes the part of the message that belongs to the class.
   virtual void message_(std::wostream& out) const;
+
+ private:
+  friend class qcArchive;
+  std::shared_ptr<const qcLoadContext> loadContext_;
 };
 
 /// An error that carries a free text.

@@ -1,0 +1,93 @@
+// What errors of loads know of their place, and the limits of loads.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "support/bytes.h"
+#include "support/faulty.h"
+#include "vnxstd/except/catalogue.h"
+
+// A list whose fields can be made wrong. It is named in errors.
+class Link : public qcRepBase, public qcPersistent {
+ public:
+  static qcPersistent* make() { return new Link; }
+  std::string name;
+  std::vector<float> data;
+  qcPtrHandle<Link> next;
+
+ protected:
+  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &Link::serialize_); }
+  void serialize_(qcArchive& archive, unsigned char version) {
+    qcArchive::checkVersion(version, 0, "link", 7);
+    qcPersistent::dispatchSerialize(archive);
+    archive || name || data || next;
+    if (archive.isLoading() && name == "bad") throw qcInvariantFailure();
+  }
+};
+
+namespace {
+
+const qc_Instantiator linkRegistered(typeid(Link), &Link::make);
+
+qcPtrHandle<Link> chainOf(int links, const std::string& lastName = "last") {
+  qcPtrHandle<Link> first;
+  for (int i = 0; i < links; ++i) {
+    qcPtrHandle<Link> link(new Link);
+    link->name = i == 0 ? lastName : "link";
+    link->data = {1, 2, 3};
+    link->next = first;
+    first = link;
+  }
+  return first;
+}
+
+/// What the error that `act` throws knows of its place; its text without one when it knows nothing.
+std::string placeOf(const std::function<void()>& act) {
+  try {
+    act();
+    return "no error";
+  } catch (const qcException& error) {
+    const qcException& shared = error;
+    return shared.loadContext() ? shared.loadContext()->text() : "no place";
+  }
+}
+
+template <class T>
+std::string placeOfLoad(const std::string& bytes, bool seekable = false) {
+  return placeOf([&] {
+    BytesArchive archive(bytes, seekable);
+    T value{};
+    *archive || value;
+  });
+}
+
+using Handle = qcPtrHandle<Link>;
+
+TEST(Contexts, SayWhatWasFoundWhere) {
+  const std::string link = stored(kBig, false, chainOf(1));
+  const auto with = [](std::string bytes, std::size_t at, const char* hex) {
+    return headOf(kBig) + bytes.replace(at, fromHex(hex).size(), fromHex(hex));
+  };
+  EXPECT_EQ(placeOfLoad<int>(""), "at byte 0: expected 1 byte, found 0");
+  EXPECT_EQ(placeOfLoad<int>(fromHex("0207")), "at byte 2: expected an ordering of 0 or 1, found 7");
+  EXPECT_EQ(placeOfLoad<int>(fromHex("0200 0102")), "at byte 2: expected 4 bytes, found 2");
+  EXPECT_EQ(placeOfLoad<std::vector<short>>(fromHex("0200 00000003 00010002")),
+            "at byte 10: expected 2 bytes, found 0");
+  EXPECT_EQ(placeOfLoad<std::string>(fromHex("0200 03 22 4142")), "at byte 4: expected 3 bytes of text, found 2");
+  EXPECT_EQ(placeOfLoad<std::string>(fromHex("0200 01 2241 21")), "at byte 6: expected a closing quote");
+  EXPECT_EQ(placeOfLoad<std::wstring>(fromHex("0200 01 22FF22")), "at byte 6");
+  EXPECT_EQ(placeOfLoad<Handle>(with(link, 3, "99")),
+            "at byte 12: expected a pointer (4F E5 70 54 or 55), found 4F E5 70 99");
+  EXPECT_EQ(placeOfLoad<Handle>(with(link, 26, "00")),
+            "at byte 31, in Link: expected an object F1 66 4B DF, found F1 00 4B DF");
+  EXPECT_EQ(placeOfLoad<Handle>(headOf(kBig) + stored(kBig, false, chainOf(3)).substr(0, 152)),
+            "at byte 152, in Link > Link > Link: expected 12 bytes, found 2");
+  EXPECT_EQ(placeOfLoad<Handle>(headOf(kBig) + stored(kBig, false, chainOf(2, "bad"))), "at byte 127, in Link > Link");
+}
+
+TEST(Contexts, AreOfLoadsAlone) {
+  EXPECT_EQ(placeOf([] { static_cast<void>(qcMemoryArchive(kBig, false).findMark(1)); }), "no place");
+  EXPECT_EQ(placeOf([] { archived(kBig, false, std::string(40000, ' ')); }), "no place");
+}
+
+}  // namespace
