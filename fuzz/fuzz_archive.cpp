@@ -74,11 +74,11 @@ void load(qcArchive& archive) {
 template <class T>
 void again(T& value, bool seekable) {
   qcMemoryArchive out(qcArchive::bigEndian, seekable);
-  out.nestingLimit(100000);
+  out.limits({.nesting = 100000});
   out || value;
   const auto bytes = out.bytes();
   qcMemoryArchive in(bytes.data(), static_cast<long>(bytes.size()), seekable);
-  in.nestingLimit(100000);
+  in.limits({.nesting = 100000});
   T back{};
   in || back;
   if (in.remaining() != 0) __builtin_trap();

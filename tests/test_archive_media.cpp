@@ -48,7 +48,7 @@ void walk(qcArchive& archive, std::string expected, const std::function<std::str
   std::string buffer(300000, '\0');
   for (int step = 0; step < 400; ++step) {
     const std::size_t length = random() % 2 != 0 ? random() % 20 : random() % buffer.size();
-    switch (random() % 5) {
+    switch (random() % 6) {
       case 0:
         archive.mode(random() % 2 != 0 ? Dir::storing : Dir::loading);
         break;
@@ -59,6 +59,9 @@ void walk(qcArchive& archive, std::string expected, const std::function<std::str
       case 2:
         EXPECT_THROW(archive.seek(static_cast<long>(expected.size()) + 1, 0), qcArchive::BadBuffer);
         EXPECT_EQ(archive.remaining(), archive.isLoading() ? static_cast<qcInt64>(expected.size() - at) : -1);
+        break;
+      case 3:  // from now on through a gate, which must not show
+        archive.limits({.bytes = 1 << 30});
         break;
       default:
         if (archive.isStoring()) {

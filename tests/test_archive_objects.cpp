@@ -445,7 +445,7 @@ TEST_P(Graphs, NestingHasALimitBothWays) {
   const NodeHandle tooDeep = chain(513);
   qcMemoryArchive archive(kLittle, seekable());
   EXPECT_THROW(archive << tooDeep, qcArchive::BadContent);
-  archive.nestingLimit(513);
+  archive.limits({.nesting = 513});
   archive << tooDeep;  // in full: nothing of the failed attempt is referred to
   const std::string bytes = bytesOf(archive);
   const std::string again = headOf(kLittle, seekable()) + bytes.substr(bytes.size() - (deepest.size() - 6));
@@ -459,14 +459,14 @@ TEST_P(Graphs, NestingHasALimitBothWays) {
   std::reverse(nodes.begin(), nodes.end());
   qcMemoryArchive refused(kLittle, seekable()), list(kLittle, seekable());
   EXPECT_THROW(refused << nodes, qcArchive::BadContent);
-  list.nestingLimit(513);
+  list.limits({.nesting = 513});
   list << nodes;
   const std::string listed = bytesOf(list);
   std::vector<NodeHandle> back;
   EXPECT_THROW(*BytesArchive(listed, seekable()) || back, qcArchive::BadContent);
   EXPECT_EQ(std::count(back.begin(), back.end(), nullptr), 1);  // all but the last
   BytesArchive all(listed, seekable());
-  all->nestingLimit(513);
+  all->limits({.nesting = 513});
   *all || back;
   EXPECT_EQ(reachable(back.back()).size(), 513U);
 

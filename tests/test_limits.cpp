@@ -90,4 +90,100 @@ TEST(Contexts, AreOfLoadsAlone) {
   EXPECT_EQ(placeOf([] { archived(kBig, false, std::string(40000, ' ')); }), "no place");
 }
 
+using Limit = qcLoadContext::Limit;
+
+/// The limit that `load` exceeds; none when it succeeds.
+Limit exceeded(const std::function<void()>& load) {
+  try {
+    load();
+    return Limit::none;
+  } catch (const qcException& error) {
+    EXPECT_TRUE(error.loadContext() && error.loadContext()->limit != Limit::none);
+    EXPECT_EQ(error.errorNumber(), qcArchive::BadContent().errorNumber());
+    return error.loadContext() ? error.loadContext()->limit : Limit::none;
+  }
+}
+
+/// The smallest value of a limit that lets `load` through; every smaller one must be exceeded.
+template <class Field>
+long long least(Field qcArchiveLimits::*field, Limit limit, const std::function<void(const qcArchiveLimits&)>& load) {
+  for (Field value = 0;; ++value) {
+    qcArchiveLimits limits;
+    limits.*field = value;
+    const Limit met = exceeded([&] { load(limits); });
+    if (met == Limit::none) return value;
+    EXPECT_EQ(met, limit) << value;
+    if (met != limit || ::testing::Test::HasFailure()) return -1;
+  }
+}
+
+struct Cost {
+  long long bytes, nesting, objects, elements;
+  bool operator==(const Cost&) const = default;
+};
+std::ostream& operator<<(std::ostream& out, const Cost& cost) {
+  return out << cost.bytes << ' ' << cost.nesting << ' ' << cost.objects << ' ' << cost.elements;
+}
+
+/// What a load takes at least.
+Cost costOf(const std::function<void(const qcArchiveLimits&)>& load) {
+  return {least(&qcArchiveLimits::bytes, Limit::bytes, load), least(&qcArchiveLimits::nesting, Limit::nesting, load),
+          least(&qcArchiveLimits::objects, Limit::objects, load),
+          least(&qcArchiveLimits::elements, Limit::elements, load)};
+}
+
+template <class T>
+auto loading(const std::string& bytes, bool seekable, std::size_t chunk, int times = 1) {
+  return [=](const qcArchiveLimits& limits) {
+    FaultyBuffer medium(bytes, {.chunk = chunk});
+    StreamArchive archive(medium, qcArchive::loading, kLittle, seekable);
+    archive.limits(limits);
+    std::vector<T> values(static_cast<std::size_t>(times));
+    for (T& value : values) archive || value;
+  };
+}
+
+TEST(Limits, AreExact) {
+  for (const bool seekable : {false, true}) {
+    const std::string head = headOf(kLittle, seekable), chain = stored(kLittle, seekable, chainOf(5));
+    const auto size = static_cast<long long>(chain.size());
+    // A link has a text of 4 and a vector of 3; its class has a name of 4, which comes twice in a seekable archive.
+    const long long each = seekable ? 15 : 11;
+    for (const std::size_t chunk : {1, 7, 64, 100000}) {
+      SCOPED_TRACE(chunk);
+      EXPECT_EQ(costOf(loading<Handle>(head + chain, seekable, chunk)), (Cost{size, 5, 5, 5 * each}));
+      // A copy of what is known is skipped, or read to no end, and counts.
+      if (!seekable) {
+        EXPECT_EQ(costOf(loading<Handle>(head + chain + chain, false, chunk, 2)), (Cost{2 * size, 5, 10, 10 * each}));
+      }
+    }
+    const std::string numbers = stored(kLittle, seekable, std::vector<double>{1, 2, 3}, std::vector<bool>(9));
+    const auto load = [&](const qcArchiveLimits& limits) {
+      BytesArchive archive(head + numbers, seekable);
+      archive->limits(limits);
+      std::vector<double> doubles;
+      std::vector<bool> bits;
+      *archive || doubles || bits;
+    };
+    EXPECT_EQ(costOf(load), (Cost{4 + 24 + 4 + 9, 0, 0, 12}));
+  }
+}
+
+TEST(Limits, NameTheClassesThatMayBeMade) {
+  const std::string bytes = headOf(kBig) + stored(kBig, false, chainOf(2));
+  BytesArchive archive(bytes + bytes.substr(2));
+  Handle handle;
+  *archive || handle;
+  archive->limits({.classes = qcArchiveLimits::Names{"qcException", "Linking"}});
+  const std::string place = placeOf([&] { *archive || handle; });
+  EXPECT_EQ(place,
+            "at byte 145: exceeds the limit of classes, expected one of the classes that are allowed, found Link");
+  EXPECT_EQ(errorOf([&] {
+              BytesArchive again(bytes);
+              again->limits({.classes = qcArchiveLimits::Names{}});
+              *again || handle;
+            }),
+            L"qcArchive::UnknownType: Link; thrown from file: archutil, line: 1970");
+}
+
 }  // namespace

@@ -4,6 +4,7 @@
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/archive/file.h"
 #include "vnxstd/archive/handle.h"
+#include "vnxstd/archive/limits.h"
 #include "vnxstd/archive/memory.h"
 #include "vnxstd/archive/observer.h"
 #include "vnxstd/archive/persistent.h"

@@ -9,6 +9,7 @@
 #include "std/archive/areas.h"
 #include "std/archive/byteswap.h"
 #include "std/archive/format.h"
+#include "std/archive/gate.h"
 #include "std/archive/index.h"
 #include "std/archive/observed.h"
 #include "vnxstd/archive/text.h"
@@ -27,6 +28,7 @@ constexpr bool kNativeIsLittle = std::endian::native == std::endian::little;
 static_assert(kNativeIsLittle || std::endian::native == std::endian::big);
 static_assert(sizeof(int) == 4 && sizeof(short) == 2 && sizeof(float) == 4 && sizeof(double) == 8);
 
+constexpr qcUInt64 kMost = std::numeric_limits<qcUInt64>::max();
 constexpr std::size_t kStaging = 4096;  // bytes that are swapped at a time where the medium's own area is too small
 
 }  // namespace
@@ -158,15 +160,46 @@ void qcArchive::wideSizes(bool wide) noexcept { index_->wideSizes(wide); }
 
 bool qcArchive::isStillLoading(const qcPersistent* object) const noexcept { return index_->isStillLoading(object); }
 
+// Limits and observers.
+
 void qcArchive::observer(qcArchiveObserver* observer) {
-  if (observer && !unbuffered_) {
-    unbuffered_ = std::make_unique<qc_Unbuffered>(*buffer_);
-    buffer_ = unbuffered_.get();
-  } else if (!observer && unbuffered_) {
-    buffer_ = &unbuffered_->medium();
-    unbuffered_.reset();
-  }
+  if (observer) openGate();
+  if (gate_) gate_->watched(observer != nullptr);
   observer_ = observer;
+}
+
+void qcArchive::limits(qcArchiveLimits limits) {
+  const auto atLeast = [](qcInt64 limit) { return static_cast<qcUInt64>(std::max<qcInt64>(limit, 0)); };
+  if (limits.bytes != qcArchiveLimits::kUnlimited) openGate();
+  if (gate_) gate_->limit(atLeast(limits.bytes));
+  limits.nesting = std::max(limits.nesting, 1L);
+  objectsLeft_ = atLeast(limits.objects);
+  elementsLeft_ = atLeast(limits.elements);
+  limits_ = std::move(limits);
+  index_->forgetNames();
+}
+
+// Puts a gate before the medium. It stays, since it costs little.
+void qcArchive::openGate() {
+  if (gate_) return;
+  gate_ = std::make_unique<qc_Gate>(*this, *buffer_);
+  gate_->limit(qcArchiveLimits::kUnlimited);
+  buffer_ = gate_.get();
+}
+
+void qcArchive::settle() noexcept {
+  if (gate_) gate_->settle();
+}
+
+void qcArchive::checkCount(qcUInt64 count, std::size_t bytesEach) {
+  if (count > elementsLeft_) refuse(qcLoadContext::Limit::elements, limits_.elements);
+  if (bytesEach != 0) gate_->check(count > kMost / bytesEach ? kMost : count * bytesEach);
+}
+
+void qcArchive::refuse(qcLoadContext::Limit limit, qcInt64 allowed) const {
+  BadContent error(kArchiveSource, limit == qcLoadContext::Limit::nesting ? kNestingLine : kLimitLine);
+  explain(error, "at most " + std::to_string(allowed), {}, limit);
+  throw error;
 }
 
 void qcArchive::sync() { flush(); }

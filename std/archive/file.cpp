@@ -324,6 +324,7 @@ qcFileArchive::qcFileArchive(const std::wstring& path, Direction direction, Orde
 qcFileArchive::~qcFileArchive() { dtorStarting(); }
 
 void qcFileArchive::close() {
+  settle();
   if (!stream_->close()) throw BadBuffer(qc_format::kArchiveSource, qc_format::kSyncLine);
 }
 
@@ -331,4 +332,7 @@ void qcFileArchive::sync() {
   if (!stream_->syncToMedium()) throw BadBuffer(qc_format::kArchiveSource, qc_format::kSyncLine);
 }
 
-bool qcFileArchive::truncate(std::streamoff end) { return stream_->truncate(end); }
+bool qcFileArchive::truncate(std::streamoff end) {
+  settle();
+  return stream_->truncate(end);
+}

@@ -68,6 +68,7 @@ constexpr int kReadOnlyLine = 874;
 constexpr int kAppendLine = 886;
 constexpr int kIndexLine = 900;
 constexpr int kNestingLine = 940;
+constexpr int kLimitLine = 945;
 constexpr int kOldArchiveLine = 960;
 constexpr int kUnknownTypeLine = 965;
 constexpr int kRewindLine = 990;

@@ -11,6 +11,7 @@
 #include "std/archive/areas.h"
 #include "std/archive/byteswap.h"
 #include "std/archive/format.h"
+#include "std/archive/gate.h"
 #include "std/archive/observed.h"
 #include "std/archive/visited.h"
 #include "vnxstd/except/typename.h"
@@ -256,27 +257,39 @@ const qc_RegistryEntry* qc_ArchiveIndex::readName() {
     const auto length = static_cast<std::size_t>(static_cast<unsigned char>(next[0]));
     if (length < kLongPrefix && length + 3 <= ready && next[1] == kQuote && next[length + 2] == kQuote) {
       const std::string_view name(next + 2, length);
+      archive_.countElements(length);
+      qc_Areas::skipRead(buffer(), length + 3);
       std::size_t hash = length;  // instances of one template differ near the end
       for (std::size_t i = length < 8 ? 0 : length - 8; i < length; ++i)
         hash = hash * 7 + static_cast<unsigned char>(name[i]);
       const qc_RegistryEntry*& known = names_[hash % kCache];
       if (!known || known->name != name) {
-        const qc_RegistryEntry* entry = qf_FindRegistered(name);
-        if (!entry || !entry->make) {
-          throw qcArchive::UnknownType(std::string(name).c_str(), kIndexSource, kUnknownNameLine);
-        }
-        known = entry;
+        known = makerOf(name);
       }
-      qc_Areas::skipRead(buffer(), length + 3);
       return known;
     }
   }
   std::string name;
   const qcArchive::Hush hush(archive_);
   archive_ || name;
+  return makerOf(name);
+}
+
+const qc_RegistryEntry* qc_ArchiveIndex::makerOf(std::string_view name) const {
   const qc_RegistryEntry* entry = qf_FindRegistered(name);
-  if (!entry || !entry->make) throw qcArchive::UnknownType(name.c_str(), kIndexSource, kUnknownNameLine);
-  return entry;
+  const bool isKnown = entry && entry->make;
+  const auto& allowed = archive_.limits_.classes;
+  if (isKnown && (!allowed || allowed->contains(name))) return entry;
+  qcArchive::UnknownType error(std::string(name).c_str(), kIndexSource, kUnknownNameLine);
+  archive_.explain(error, isKnown ? "one of the classes that are allowed" : "a class that can be made", name,
+                   isKnown ? qcLoadContext::Limit::classes : qcLoadContext::Limit::none);
+  throw error;
+}
+
+// One more object is loaded or skipped.
+void qc_ArchiveIndex::countObject() {
+  if (archive_.objectsLeft_ == 0) archive_.refuse(qcLoadContext::Limit::objects, archive_.limits_.objects);
+  --archive_.objectsLeft_;
 }
 
 // Fills in the size of what was written from `bodyStart` on, and returns to the end of it.
@@ -304,6 +317,7 @@ void qc_ArchiveIndex::skipTo(std::streamoff bodyStart, qcUInt64 size, int line) 
     throw archive_.located(qcArchive::Eof(kIndexSource, line),
                            std::to_string(size - taken) + " more bytes in this body", std::to_string(end - here));
   }
+  if (archive_.gate_) archive_.gate_->skip(size - taken);
   archive_.seekTo(bodyStart + static_cast<std::streamoff>(size));
   chargedFrom_ += static_cast<std::streamoff>(size - taken);  // what is skipped costs nothing
 }
@@ -318,7 +332,8 @@ void qc_ArchiveIndex::numberBehindData() {
 
 // Throws when there is no room below the object under way for one that has `height` levels below it.
 void qc_ArchiveIndex::checkNesting(std::int32_t height) const {
-  if (depth_ + height >= archive_.nestingLimit_) throw qcArchive::BadContent(kArchiveSource, kNestingLine);
+  const long limit = archive_.limits_.nesting;
+  if (depth_ + height >= limit) archive_.refuse(qcLoadContext::Limit::nesting, limit);
 }
 
 // The object under way refers to a known one of that height. A reference to an object that is itself under way closes a
@@ -380,6 +395,7 @@ void qc_ArchiveIndex::storeObject(qcPersistent& object, bool marked) {
 
 void qc_ArchiveIndex::loadObject(qcPersistent& object) {
   checkNesting();
+  countObject();
   const Level level(*this, object);
   archive_.explained([&] { loadBody(object); });  // while it is known what is being loaded
 }
@@ -746,7 +762,10 @@ void qc_ArchiveIndex::charge(std::streamoff position, std::streamoff next) {
 
 // Reads an inline copy of an object that is known already into an object that nobody sees.
 void qc_ArchiveIndex::readScratch(const qc_Record& record) {
-  if (isSeekable() && record.size != 0) return skipTo(archive_.offset(), record.size, kRecordSizeLine);
+  if (isSeekable() && record.size != 0) {
+    countObject();
+    return skipTo(archive_.offset(), record.size, kRecordSizeLine);
+  }
   const LoadGuard discard(*this);
   loadObject(*makeObject(0, nullptr).object);
 }

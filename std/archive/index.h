@@ -47,6 +47,8 @@ class qc_ArchiveIndex {
 
   /// Makes the identifiers go on behind those that are in the data; for archives that turn from loading to storing.
   void numberBehindData();
+  /// The classes that may be made have changed.
+  void forgetNames() noexcept { names_.fill(nullptr); }
   void wideSizes(bool wide) noexcept { wideSizes_ = wide; }
 
   /// The body of an object of the index.
@@ -93,6 +95,8 @@ class qc_ArchiveIndex {
   qc_Record readRecord();
   Body readEntry();
   const qc_RegistryEntry* readName();
+  const qc_RegistryEntry* makerOf(std::string_view name) const;
+  void countObject();
   void writeSize(qcUInt64 size, bool wide);
   qcUInt64 readSize(bool wide);
   bool isWideHere();

@@ -52,6 +52,7 @@ void qcArchive::readText(Text& text) {
     return;
   // The length has 15 bits, so that a text that never arrives costs no more than 64 KiB.
   const std::size_t length = readPrefix();
+  countElements(length);
   const auto readPayload = [this](void* data, std::size_t size) {
     const std::size_t got = qc_Areas::read(*buffer_, data, size);
     if (got == size) return;

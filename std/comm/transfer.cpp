@@ -50,6 +50,12 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
     return 0;
   }
 
+  // Positions are those of the bytes received so far; there is no going to any of them.
+  pos_type seekoff(off_type offset, std::ios_base::seekdir from, std::ios_base::openmode which) override {
+    if (offset != 0 || from != std::ios_base::cur || which != std::ios_base::in) return pos_type(off_type(-1));
+    return pos_type(received_ - (egptr() - gptr()));
+  }
+
   int_type underflow() override {
     do {
       receiveFrame();
@@ -103,6 +109,7 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
       if (count > kMostInFrame || (count == 0 && !isEnd)) throw qcArchive::BadContent("transfer", 100);
       communicator_.receive(buffer_.data(), count, deadline);
       setg(buffer_.data(), buffer_.data(), buffer_.data() + count);
+      received_ += count;
       inMessage_ = (head & kLastFrame) == 0;
     });
     midFrame_ = false;
@@ -112,6 +119,7 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
   std::vector<char> buffer_;
   double seconds_;
   double waited_ = 0;       // in this message
+  off_type received_ = 0;   // bytes of the archive
   bool inMessage_ = false;  // its last frame is not through yet
   bool midFrame_ = false;
   bool broken_ = false;
@@ -142,6 +150,7 @@ void qcTransferArchive::flush() {
 }
 
 void qcTransferArchive::nextMessage() {
+  settle();
   if (isLoading()) stream_->skipMessage();
 }
 

@@ -57,7 +57,10 @@ qcArchive& serializeVectors(qcArchive& archive, std::vector<qcVector<N>>& points
   if (archive.isStoring() && points.size() > UINT32_MAX) throw qcArchive::BadContent(kSource, kLine<N>);
   auto count = static_cast<std::uint32_t>(points.size());
   archive || count;
-  if (archive.isLoading()) points.clear();
+  if (archive.isLoading()) {
+    points.clear();
+    archive.countElements(count, Record<N>::size);
+  }
 
   constexpr auto native = std::endian::native == std::endian::little ? qcArchive::littleEndian : qcArchive::bigEndian;
   const bool swap = archive.ordering() != native;

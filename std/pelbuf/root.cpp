@@ -238,7 +238,9 @@ void checkPadding(const qc_PelStorage& geometry, unsigned pelSize) {
 /// Takes memory for the geometry in `storage` and loads the pels, believing no size that the medium cannot back.
 template <class T>
 void loadPels(qcArchive& archive, qc_PelStorage& storage) {
-  const std::uint64_t pelBytes = bytesOf(product(storage.width, storage.height), sizeof(qcStoredPel<T>));
+  const std::uint64_t pels = product(storage.width, storage.height);
+  const std::uint64_t pelBytes = bytesOf(pels, sizeof(qcStoredPel<T>));
+  archive.countElements(pels, sizeof(qcStoredPel<T>));
   const qcInt64 remaining = archive.remaining();
   if (remaining >= 0 && pelBytes > static_cast<std::uint64_t>(remaining)) throw qcArchive::Eof(kSource, 291);
   checkPadding(storage, sizeof(qcStoredPel<T>));

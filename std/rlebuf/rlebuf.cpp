@@ -285,6 +285,7 @@ void header(qcArchive& archive, unsigned char version, qc_RLERep& rep, std::int3
 /// One block of `need` runs. Where the medium cannot tell what it has, memory grows with what arrives.
 qcRLEBufferBlock loadRuns(qcArchive& archive, std::size_t need) {
   constexpr std::size_t kFirstPiece = std::size_t{1} << 16;
+  archive.countElements(need, sizeof(qcRLEBufferRun));
   const qcInt64 remaining = archive.remaining();
   const bool isKnown = remaining >= 0;
   if (isKnown && static_cast<qcUInt64>(remaining) / sizeof(qcRLEBufferRun) < need) {

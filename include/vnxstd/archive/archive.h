@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "vnxstd/archive/handle.h"
+#include "vnxstd/archive/limits.h"
 #include "vnxstd/archive/persistent.h"
 #include "vnxstd/archive/widths.h"
 #include "vnxstd/except/exception.h"
@@ -28,9 +29,9 @@
 
 class qcArchiveObserver;
 class qc_ArchiveIndex;
+class qc_Gate;
 class qc_RecordAddition;
 class qc_RecordChain;
-class qc_Unbuffered;
 
 /// The head of a record, as an archive holds it.
 struct qcArchiveRecord {
@@ -227,10 +228,17 @@ class VNXSTD_EXPORT qcArchive {
   void reserve32();
   void reserve64();
 
-  /// How deep objects may nest, 512 levels unless set otherwise, whether they lie within each other or refer to each
-  /// other: as deep go their destructors. A load or store that would go deeper throws BadContent.
-  long nestingLimit() const noexcept { return nestingLimit_; }
-  void nestingLimit(long levels) noexcept { nestingLimit_ = levels < 1 ? 1 : levels; }
+  /// What loading from this archive may take from now on. What was read before does not count, nor what opening has
+  /// read, which costs memory in proportion to the records that are there.
+  const qcArchiveLimits& limits() const noexcept { return limits_; }
+  void limits(qcArchiveLimits limits);
+
+  /// For classes that read a count: counts it before anything is taken or made room for by it. Throws BadContent when
+  /// it, or `bytesEach` bytes for each of them, goes beyond a limit.
+  void countElements(qcUInt64 count, std::size_t bytesEach = 0) {
+    if (count > elementsLeft_ || gate_) checkCount(count, bytesEach);
+    elementsLeft_ -= count;
+  }
 
   /// Whether objects and records stored from now on carry sizes and offsets of 8 bytes instead of 4. A seekable archive
   /// needs it before it stores an object of 4 GiB or more, or refers to one beyond that position: without it such a
@@ -380,6 +388,9 @@ class VNXSTD_EXPORT qcArchive {
   void dtorStarting() noexcept;
 
   std::streambuf* buffer() const noexcept { return buffer_; }
+  /// To be called before the stream buffer is used other than through this archive: what was read ahead of it here is
+  /// let go.
+  void settle() noexcept;
 
   /// Drops what lies behind `end`; the put position is then anywhere. False when the medium cannot.
   virtual bool truncate(std::streamoff end);
@@ -388,6 +399,7 @@ class VNXSTD_EXPORT qcArchive {
   friend class qcPersistent;
   friend class qc_Areas;
   friend class qc_ArchiveIndex;
+  friend class qc_Gate;
   friend class qc_RecordAddition;
   friend class qc_RecordChain;
   friend VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, unsigned char& value);
@@ -400,6 +412,9 @@ class VNXSTD_EXPORT qcArchive {
   void readBeyondArea(void* data, std::size_t count, int line);
   void explain(qcException& error, std::string_view expected = {}, std::string_view found = {},
                qcLoadContext::Limit limit = qcLoadContext::Limit::none, std::streamoff readSince = 0) const noexcept;
+  [[noreturn]] void refuse(qcLoadContext::Limit limit, qcInt64 allowed) const;
+  void checkCount(qcUInt64 count, std::size_t bytesEach);
+  void openGate();
   template <class Load>
   decltype(auto) explained(Load load) const;
 
@@ -445,10 +460,12 @@ class VNXSTD_EXPORT qcArchive {
   bool seekable_;
   unsigned char version_ = 1;
   std::streamoff highWater_ = 0;
-  long nestingLimit_ = 512;
+  qcArchiveLimits limits_;
+  qcUInt64 objectsLeft_ = qcArchiveLimits::kUnlimited;
+  qcUInt64 elementsLeft_ = qcArchiveLimits::kUnlimited;
   qcArchive* secondary_ = nullptr;
   qcArchiveObserver* observer_ = nullptr;
-  std::unique_ptr<qc_Unbuffered> unbuffered_;  // buffer_ while there is an observer
+  std::unique_ptr<qc_Gate> gate_;  // buffer_ while there is an observer
   std::unique_ptr<qc_ArchiveIndex> index_;
 };
 
@@ -526,8 +543,8 @@ qcArchive& operator||(qcArchive& archive, std::pair<A, B>& pair) {
 }
 
 /// A vector: a 32-bit count, then the elements. Memory grows with the elements that arrive, never with the count alone.
-/// A vector of more than 2^32 - 1 elements throws BadContent. Loading replaces the vector; one that throws midway
-/// leaves the elements that have arrived.
+/// A vector of more than 2^32 - 1 elements throws BadContent, and so does loading more than some 65536 that take no
+/// bytes each. Loading replaces the vector; one that throws midway leaves the elements that have arrived.
 template <class T>
 qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
   constexpr bool isBlock = std::is_arithmetic_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, long> &&
@@ -544,6 +561,7 @@ qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
     }
     return archive;
   }
+  archive.countElements(count, isBlock ? sizeof(T) : 0);
   std::size_t step = std::min<std::size_t>(count, kBelieved);
   if constexpr (isBlock) {
     // What the medium holds can be made room for at once. A vector that has it already is filled as it is.
@@ -551,6 +569,7 @@ qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
       step = count;
     }
   }
+  const qcArchive::Position start = !isBlock && step < count ? archive.tell() : qcArchive::Position(-1);
   if (values.size() > step) values.resize(step);
   for (std::size_t done = 0; done < count; done += step) {
     step = std::min(count - done, std::max(step, done));
@@ -561,6 +580,10 @@ qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
       for (std::size_t i = done; i < done + step; ++i) {
         auto&& value = values[i];
         qf_SerializeElement(archive, value);
+      }
+      // Elements without bytes would make any count good.
+      if (done == 0 && start != qcArchive::Position(-1) && archive.tell() == start) {
+        throw archive.located(qcArchive::BadContent("archive", 1302), "elements that take bytes");
       }
     }
   }
