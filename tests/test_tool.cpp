@@ -10,12 +10,17 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <numbers>
+#include <set>
 #include <sstream>
 
+#include "support/bytes.h"
 #include "support/xml.h"
 #include "tools/vnx/blobs.h"
 #include "tools/vnx/gauge.h"
+#include "tools/vnx/inspect.h"
+#include "tools/vnx/objects.h"
 #include "tools/vnx/overlay.h"
 #include "tools/vnx/part.h"
 #include "tools/vnx/pngfile.h"
@@ -531,6 +536,108 @@ TEST_F(Tool, RendersWhatArchivesHold) {
   }
 }
 
+// What inspect tells of a file, and whether it all fits together.
+struct Told {
+  std::vector<Entry> entries;
+  Fault fault = Fault::none;
+  explicit Told(const std::string& path) {
+    try {
+      const auto archive = openArchive(path);
+      fault = inspect(*archive, path, [this](const Entry& entry) { entries.push_back(entry); });
+    } catch (const qcException& error) {
+      entries.push_back(faultEntry("/", error, 0));
+      fault = faultOf(error);
+    }
+  }
+  // Bytes that are in no entry are names of classes, markers and entries of objects, next to where these begin.
+  void check(qcInt64 size) const {
+    qcInt64 at = 2;
+    bool framed = false;
+    for (const Entry& entry : entries) {
+      const bool isObject = entry.kind == "object", isFault = entry.kind == "fault";
+      ASSERT_LE(entry.at, size) << entry.path;
+      if (isFault || entry.kind == "header") continue;
+      ASSERT_GE(entry.at, at == 2 && entry.at > 2 ? 44 : at) << entry.path;
+      if (entry.at != at) {
+        ASSERT_TRUE(isObject || framed || at == 2) << entry.path << entry.kind << at;
+      }
+      framed = isObject || entry.kind == "pointer" || entry.kind == "record";
+      at = entry.at + (isObject ? 4 : entry.size);
+      ASSERT_LE(at, size) << entry.path;
+    }
+    if (fault == Fault::none) {
+      ASSERT_TRUE(at == size || size == 44) << at;
+    }
+  }
+};
+
+TEST_F(Tool, TellsArchivesByteForByte) {
+  for (const bool seekable : {false, true}) {
+    const std::string path = file("told.arc");
+    {
+      qcFileArchive archive(qf_Widen(path), qcArchive::storing, qcArchive::bigEndian, seekable);
+      const qcPtrHandle<qcCircle> circle(new qcCircle({1, 2}, 3));
+      auto* tree = new qcGeneralShapeTree;
+      tree->addChild(*circle);
+      tree->addChild(qcEllipse({1, 2}, {3, 4}, qcRadian(1)));
+      store(archive, tree);
+      archive << circle << circle;
+      store(archive, new qcPelRoot<float>(4, 3));
+      qcDIB::BadFormat text(L"\u00FC\"\x01");
+      qcPersistent* pointer = &text;
+      qcPersistent::serializePointer(archive, pointer, pointer);
+      if (seekable) archive.writeNewMark(7);
+      if (seekable) archive << static_cast<const qcPersistent&>(*circle);
+      archive << 17L << std::string("end");
+    }
+    const std::string whole = text("told.arc");
+    const Told all(path);
+    all.check(static_cast<qcInt64>(whole.size()));
+    EXPECT_EQ(all.fault, Fault::none);
+    EXPECT_EQ(all.entries.back().kind, "opaque");
+    EXPECT_EQ(all.entries.back().size, 10);
+    ASSERT_EQ(run("dump told.arc --json --hex"), 0) << errors;
+    const auto shown = nlohmann::json::parse(output);
+    ASSERT_EQ(shown["entries"].size(), all.entries.size());
+    std::set<std::string> paths;
+    for (std::size_t i = 0; i < all.entries.size(); ++i) {
+      const auto& entry = shown["entries"][i];
+      EXPECT_EQ(entry["path"], all.entries[i].path);
+      const qcInt64 at = entry["at"];
+      if (entry.contains("hex")) {
+        const std::size_t size = entry["size"];
+        EXPECT_EQ(fromHex(entry["hex"].get<std::string>()),
+                  whole.substr(static_cast<std::size_t>(at), std::min(size, std::size_t{256})));
+      }
+      const bool again = entry["kind"] == "object";  // it has its pointer's path
+      EXPECT_TRUE(paths.insert(all.entries[i].path).second || again) << entry;
+      if (entry["kind"] == "text") {
+        EXPECT_EQ(entry["value"], "\u00FC\"\x01");
+      }
+    }
+    ASSERT_EQ(run("dump told.arc --path " + all.entries[5].path), 0);
+    EXPECT_NE(output.find(all.entries[5].path), std::string::npos);
+
+    // Cut or flipped anywhere: what is shown lies in the file, in order, and the faults with it.
+    qcRandomUniform random(3);
+    for (std::size_t i = 0; i < 2 * whole.size(); i += 3) {
+      std::string bytes = whole;
+      if (i < whole.size())
+        bytes.resize(i);
+      else
+        bytes[i - whole.size()] ^= static_cast<char>(1 << static_cast<int>(random.next(0, 8)));
+      std::ofstream(path, std::ios::binary) << bytes;
+      const Told told(path);
+      const bool hasFault =
+          std::any_of(told.entries.begin(), told.entries.end(), [](auto& e) { return e.kind == "fault"; });
+      EXPECT_EQ(hasFault, told.fault != Fault::none) << i;
+      for (const Entry& entry : told.entries)
+        ASSERT_LE(entry.at, static_cast<qcInt64>(bytes.size())) << i << entry.path;
+      if (i < whole.size() && !seekable) told.check(static_cast<qcInt64>(i));
+    }
+  }
+}
+
 TEST(Base64, IsThatOfTheStandard) {
   const char* const kVectors[][2] = {
       {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"\xFF\xFE\xFB\xEF", "//777w=="}};
@@ -616,14 +723,18 @@ TEST_F(Tool, ExitStatuses) {
       {2,
        "blobs edge.bmp --*",
        {"threshold 256", "threshold -1", "threshold 1x", "min-area 0", "overlay ./edge.bmp", "overlay x.svg"}},
-      {3,
+      {3, "gauge edge.bmp --roi -15,35,110,90 --find line --*", {"calib cut.bmp", "calib text"}},
+      {5,
        "gauge edge.bmp --roi -15,35,110,90 --find line --*",
-       {"calib missing", "calib .", "calib cut.bmp", "overlay /nowhere/x.svg", "save /nowhere/x.arc"}},
-      {3, "gauge * --roi 0,0,9,9 --find line", {"missing.bmp", "cut.bmp", "text"}},
-      {3, "* -o r.svg", {"render missing", "render edge.bmp", "render cut.arc"}},
-      {3, "*", {"render m.arc -o /nowhere/r.svg", "gauge far.bmp --roi -15,35,110,90 --find line"}},
-      {3, "blobs *", {"cut.bmp", "twice.arc", "edge.bmp --overlay /nowhere/x.bmp"}},
-      {3, "info *", {"missing", "text", "cut.arc", "."}}};
+       {"calib missing", "calib .", "overlay /nowhere/x.svg", "save /nowhere/x.arc"}},
+      {3, "gauge * --roi 0,0,9,9 --find line", {"cut.bmp", "text"}},
+      {3, "*", {"render edge.bmp -o r.svg", "render cut.arc -o r.svg", "info text", "info cut.arc", "blobs cut.bmp"}},
+      {3, "*", {"gauge far.bmp --roi -15,35,110,90 --find line", "blobs twice.arc", "dump text", "dump cut.arc"}},
+      {5, "*", {"render missing -o r.svg", "render m.arc -o /nowhere/r.svg", "info missing", "info .", "dump missing"}},
+      {5, "*", {"gauge missing.bmp --roi 0,0,9,9 --find line", "blobs edge.bmp --overlay /nowhere/x.bmp", "dump ."}},
+      {0, "dump twice.arc *", {"", "--json", "--hex", "--path /1"}},
+      {1, "dump twice.arc --path *", {"/2", "/0/qc"}},
+      {2, "dump *", {"", "twice.arc --path 0", "twice.arc --path /0/", "twice.arc --xml"}}};
   for (const auto& [status, pattern, words] : groups) {
     for (const char* word : words) {
       std::string call = pattern;
@@ -634,8 +745,9 @@ TEST_F(Tool, ExitStatuses) {
   }
   EXPECT_EQ(text("edge.bmp").substr(0, 2), "BM");
   if (!std::filesystem::exists("/dev/full")) return;
-  for (const char* call : {"info edge.bmp", "--help", "gauge edge.bmp --roi -15,35,110,90 --find line", "demo"}) {
-    EXPECT_EQ(run(call, "/dev/full"), 3) << call;
+  for (const char* call :
+       {"info edge.bmp", "--help", "dump twice.arc --json", "gauge edge.bmp --roi -15,35,110,90 --find line", "demo"}) {
+    EXPECT_EQ(run(call, "/dev/full"), 5) << call;
     EXPECT_NE(errors.find("standard output"), std::string::npos) << call;
   }
 }
@@ -664,7 +776,7 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
                {"db grade d.vdb 2 bad --type 7 --metric 0.25", 0, ""},
                {"db show d.vdb 2", 0, "bad, saved as good"},
                {"db renumber d.vdb 2 20", 0, ""},
-               {"db renumber d.vdb 1 20", 3, "Duplicate"},
+               {"db renumber d.vdb 1 20", 2, "taken"},
                {"db remove d.vdb 1", 0, ""},
                {"db show d.vdb 1", 1, "no record 1"},
                {"db list d.vdb", 0, "        20 bad           7         0.25"},
@@ -675,7 +787,7 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
                {"db renumber d.vdb 3 0", 2, "number"},
                {"db show d.vdb", 2, "which record"},
                {"db", 2, "what?"},
-               {"db list missing", 3, "missing"}};
+               {"db list missing", 5, "missing"}};
   for (const auto& c : cases) {
     EXPECT_EQ(run(c.arguments), c.status) << c.arguments << output << errors;
     EXPECT_NE((output + errors).find(c.said), std::string::npos) << c.arguments << '\n' << output << errors;
@@ -690,7 +802,17 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   const auto third = static_cast<std::size_t>(static_cast<std::streamoff>(
       qcFileArchive(qf_Widen(file("d.vdb")), qcArchive::loading, qcArchive::littleEndian, true, true).findMark(3)));
   damaged[third] = 0;
-  check(damaged, 1, "damaged at byte");
+  check(damaged, 3, "damaged at byte");
+  EXPECT_EQ(run("dump e.vdb --json"), 3);
+  const auto shown = nlohmann::json::parse(output);
+  const auto kinds = [&](const char* kind) {
+    return std::count_if(shown["entries"].begin(), shown["entries"].end(), [&](auto& e) { return e["kind"] == kind; });
+  };
+  EXPECT_EQ(kinds("mark"), 2);
+  EXPECT_EQ(kinds("header"), 2);
+  EXPECT_EQ(kinds("fault"), 1);
+  EXPECT_EQ(shown["entries"].end()[-2]["at"], third);
+  EXPECT_EQ(shown["entries"][1]["class"], "qc_VDBIdentification");
   std::filesystem::resize_file(file("e.vdb"), third + 10);
   EXPECT_EQ(run("db check e.vdb"), 0);
   EXPECT_NE(output.find("an unfinished record"), std::string::npos) << output;

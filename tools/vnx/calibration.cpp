@@ -210,7 +210,7 @@ std::vector<CalibrationPoint> readCalibrationPoints(const std::string& path) {
   std::string text(kLargestFile + 1, '\0');
   std::ifstream file(path, std::ios::binary);
   file.read(text.data(), static_cast<std::streamsize>(text.size()));
-  if (file.bad()) throw FileError(path, "cannot be read");
+  if (file.bad()) throw FileError(path, "cannot be read", Fault::medium);
   text.resize(static_cast<std::size_t>(file.gcount()));
   if (text.size() > kLargestFile) throw FileError(path, "is too large for a list of points");
   std::string_view rest = text;

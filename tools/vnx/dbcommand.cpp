@@ -63,7 +63,7 @@ bool check(qcVDBArchive& database) {
       ++unknown;
     } catch (const qcException& error) {
       ++bad;
-      std::cout << "  record " << number << ": " << qf_Narrow(error.message(true)) << '\n';
+      std::cout << "  record " << number << ": " << textOf(error) << '\n';
     }
   }
   std::cout << "  " << sound + unknown + bad << " records, " << bad << " of them bad; " << unknown
@@ -99,7 +99,7 @@ DbCommand::DbCommand(CLI::App& app)
   metricGiven_ = grade_->add_option("--metric", metric_, "Another distance metric, too");
 }
 
-bool DbCommand::run() const {
+Exit DbCommand::run() const {
   if (command_->get_subcommands().empty()) throw WrongCall("what? list, show, check, remove, renumber or grade");
   if (file_.empty()) throw WrongCall("which file?");
   const bool isOne = !list_->parsed() && !check_->parsed();
@@ -112,17 +112,21 @@ bool DbCommand::run() const {
   const bool changes = remove_->parsed() || renumber_->parsed() || grade_->parsed();
   return onFile(file_, [&](const std::wstring& path) {
     qcVDBArchive database(path, false, !changes);
-    if (list_->parsed()) return list(database), true;
-    if (check_->parsed()) return check(database);
+    if (list_->parsed()) return list(database), kGood;
+    if (check_->parsed()) return check(database) ? kGood : kMalformed;
     try {
       database.gotoRecord(number_);
     } catch (const qcArchive::NotFound&) {
       std::cerr << "vnx db: nothing found: no record " << number_ << " in " << file_ << '\n';
-      return false;
+      return kNotFound;
     }
-    if (show_->parsed()) return show(database), true;
+    if (show_->parsed()) return show(database), kGood;
     if (remove_->parsed()) database.removeRecord();
-    if (renumber_->parsed()) database.renumberRecord(other_);
+    try {
+      if (renumber_->parsed()) database.renumberRecord(other_);
+    } catch (const qcArchive::Duplicate&) {
+      throw WrongCall("number " + std::to_string(other_) + " is taken");
+    }
     if (grade_->parsed()) {
       qcVDBHeader header = database.loadHeader();
       header.currentGrade(grade);
@@ -131,6 +135,6 @@ bool DbCommand::run() const {
       database.replaceGrade(header);
     }
     database.sync();
-    return true;
+    return kGood;
   });
 }

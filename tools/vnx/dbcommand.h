@@ -5,13 +5,15 @@
 
 #include <string>
 
+#include "exitstatus.h"
+
 class DbCommand {
  public:
   explicit DbCommand(CLI::App& app);
   bool wanted() const { return command_->parsed(); }
 
-  /// Does what was asked. Returns whether what was looked for is there, or sound. Throws WrongCall and FileError.
-  bool run() const;
+  /// Does what was asked. Throws WrongCall and FileError.
+  Exit run() const;
 
  private:
   CLI::App* command_;

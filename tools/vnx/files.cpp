@@ -6,15 +6,30 @@
 #include <fstream>
 #include <system_error>
 
+#include <vnxstd/archive/archive.h>
 #include <vnxstd/dib/dib.h>
 #include <vnxstd/pelbuf/rootpool.h>
 
+Fault faultOf(const qcException& error) {
+  const qcLoadContext* context = error.loadContext();
+  if (context && context->limit != qcLoadContext::Limit::none) return Fault::limit;
+  const bool isMedium = dynamic_cast<const qcArchive::BadFile*>(&error) ||
+                        dynamic_cast<const qcDIB::WriteError*>(&error) ||
+                        (!context && dynamic_cast<const qcArchive::BadBuffer*>(&error));
+  return isMedium ? Fault::medium : Fault::content;
+}
+
+std::string textOf(const qcException& error) {
+  const qcLoadContext* context = error.loadContext();
+  return qf_NarrowLossy(error.message(true)) + (context ? "; " + context->text() : "");
+}
+
 void requireReadable(const std::string& path) {
   std::error_code ignored;
-  if (std::filesystem::is_directory(path, ignored)) throw FileError(path, "is a directory");
+  if (std::filesystem::is_directory(path, ignored)) throw FileError(path, "is a directory", Fault::medium);
   errno = 0;
   if (const std::ifstream file(path, std::ios::binary); !file)
-    throw FileError(path, "cannot be read: " + std::generic_category().message(errno));
+    throw FileError(path, "cannot be read: " + std::generic_category().message(errno), Fault::medium);
 }
 
 FileKind kindOf(const std::string& path) {

@@ -8,11 +8,26 @@
 #include <vnxstd/except/exception.h>
 #include <vnxstd/pelbuf/buffer.h>
 
-/// A file cannot be read or written; the text begins with its name.
+/// What is wrong, from the least to the worst that a command tells apart: nothing, what a file holds, that it would
+/// exceed a limit, or the medium.
+enum class Fault { none, content, limit, medium };
+
+/// What an error of the library says of the file that was being read or written.
+Fault faultOf(const qcException& error);
+
+/// Something is wrong with a file; the text begins with its name.
 class FileError : public std::runtime_error {
  public:
-  FileError(const std::string& path, const std::string& reason) : std::runtime_error(path + ": " + reason) {}
+  FileError(const std::string& path, const std::string& reason, Fault fault = Fault::content)
+      : std::runtime_error(path + ": " + reason), fault_(fault) {}
+  Fault fault() const { return fault_; }
+
+ private:
+  Fault fault_;
 };
+
+/// The message of an error, with the place in the file, what was expected there and what was found.
+std::string textOf(const qcException& error);
 
 /// Calls `work(path)` with the path as the library takes it; a failure becomes a FileError.
 template <class Work>
@@ -21,12 +36,12 @@ auto onFile(const std::string& path, Work work) {
   try {
     wide = qf_Widen(path);
   } catch (const qcBadUnicodeChar&) {
-    throw FileError(path, "the name is not UTF-8");
+    throw FileError(path, "the name is not UTF-8", Fault::medium);
   }
   try {
     return work(wide);
   } catch (const qcException& error) {
-    throw FileError(path, qf_Narrow(error.message(true)));
+    throw FileError(path, textOf(error), faultOf(error));
   }
 }
 

@@ -8,6 +8,8 @@
 #include "blobscommand.h"
 #include "dbcommand.h"
 #include "demo.h"
+#include "dumpcommand.h"
+#include "exitstatus.h"
 #include "files.h"
 #include "gaugecommand.h"
 #include "info.h"
@@ -15,9 +17,7 @@
 
 namespace {
 
-constexpr const char* kCommands = "gauge, blobs, render, db, info and demo";
-
-enum Exit { kGood = 0, kNotFound = 1, kWrongCall = 2, kFileFailed = 3 };
+constexpr const char* kCommands = "gauge, blobs, render, db, dump, verify, info and demo";
 
 int run(int argc, char** argv) {
   CLI::App app{"Measures features in bitmaps, finds regions, and says and draws what bitmaps and archives hold", "vnx"};
@@ -27,21 +27,24 @@ int run(int argc, char** argv) {
   const BlobsCommand blobs(app);
   const RenderCommand render(app);
   const DbCommand db(app);
+  const DumpCommand dump(app);
   std::string file;
   CLI::App* info = app.add_subcommand("info", "Say what a bitmap, an archive or a tool database holds");
   info->add_option("file", file, "A bitmap, an archive or a tool database, of any program");
   CLI::App* demo = app.add_subcommand(
       "demo", "Draw parts, measure them and compare with the truth; writes its files into the current folder");
   app.footer(
-      "Exit status: 0 done, 1 nothing found (demo: or out of tolerance), 2 a wrong call, 3 a file or standard output "
-      "failed");
+      "Exit status: 0 done, 1 nothing found (demo: or out of tolerance), 2 a wrong call, 3 a file is malformed, 4 a "
+      "limit\n"
+      "was exceeded, 5 reading or writing failed");
   std::string command = "vnx";
   try {
     app.parse(argc, argv);
     if (!app.get_subcommands().empty()) command += ' ' + app.get_subcommands().front()->get_name();
     if (gauge.wanted()) return gauge.run() ? kGood : kNotFound;
     if (blobs.wanted()) return blobs.run() ? kGood : kNotFound;
-    if (db.wanted()) return db.run() ? kGood : kNotFound;
+    if (db.wanted()) return db.run();
+    if (dump.wanted()) return dump.run();
     if (render.wanted()) return render.run() ? kGood : kNotFound;
     if (demo->parsed()) return runDemo(std::cout) ? kGood : kNotFound;
     if (!info->parsed()) throw WrongCall(std::string("which command? There are ") + kCommands);
@@ -69,10 +72,18 @@ int main(int argc, char** argv) {
     const int status = run(argc, argv);
     if (std::cout.flush() && std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
     std::cerr << "vnx: writing to standard output failed\n";
+  } catch (const FileError& error) {
+    std::cout.flush();
+    std::cerr << "vnx: " << error.what() << '\n';
+    return exitOf(error.fault());
   } catch (const qcException& error) {
-    std::cerr << "vnx: " << qf_Narrow(error.message(true)) << '\n';
+    std::cerr << "vnx: " << textOf(error) << '\n';
+    return exitOf(faultOf(error));
+  } catch (const std::bad_alloc&) {
+    std::cerr << "vnx: memory does not suffice\n";
+    return kLimitExceeded;
   } catch (const std::exception& error) {
     std::cerr << "vnx: " << error.what() << '\n';
   }
-  return kFileFailed;
+  return kMediumFailed;
 }

@@ -6,11 +6,13 @@
 #include <vnxstd/archive/persistent.h>
 #include <vnxstd/archive/text.h>
 
-ObjectReader::ObjectReader(const std::string& path)
-    : isSeekable_(std::ifstream(path, std::ios::binary).get() == 3),
-      bytes_(path, std::ios::binary),
-      archive_(std::make_unique<qcFileArchive>(qf_Widen(path), qcArchive::loading, qcArchive::littleEndian, isSeekable_,
-                                               true)) {}
+std::unique_ptr<qcFileArchive> openArchive(const std::string& path) {
+  const int first = std::ifstream(path, std::ios::binary).get();
+  const bool isSeekable = first != std::ifstream::traits_type::eof() && (first & 1) != 0;
+  return std::make_unique<qcFileArchive>(qf_Widen(path), qcArchive::loading, qcArchive::littleEndian, isSeekable, true);
+}
+
+ObjectReader::ObjectReader(const std::string& path) : bytes_(path, std::ios::binary), archive_(openArchive(path)) {}
 
 std::optional<qcPersistent*> ObjectReader::next() {
   if (isIndexed()) return nextOfIndex();

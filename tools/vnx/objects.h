@@ -11,6 +11,9 @@
 #include <vnxstd/archive/file.h>
 #include <vnxstd/archive/handle.h>
 
+/// Opens an archive, seekable or not as its first byte says, for reading alone. Throws the archive's errors.
+std::unique_ptr<qcFileArchive> openArchive(const std::string& path);
+
 /// Reads an archive of any program, object by object; all of them live as long as the reader. Objects that stand by
 /// themselves carry their type; anything else only its writer can name. Of a seekable archive with an index the objects
 /// of the index are read whose classes are known. Damage throws the archive's errors.
@@ -19,7 +22,7 @@ class ObjectReader {
   explicit ObjectReader(const std::string& path);
 
   qcFileArchive& archive() { return *archive_; }
-  bool isSeekable() const { return isSeekable_; }
+  bool isSeekable() const { return archive_->isSeekable(); }
   /// The next object, null where the archive holds a null pointer; nothing at the end, and before values that are no
   /// objects.
   std::optional<qcPersistent*> next();
@@ -27,11 +30,10 @@ class ObjectReader {
   std::optional<std::streamoff> unnamed() const { return unnamed_; }
 
  private:
-  bool isIndexed() const { return isSeekable_ && (archive_->firstObjectID() != 0 || archive_->firstMarkNum() != 0); }
+  bool isIndexed() const { return isSeekable() && (archive_->firstObjectID() != 0 || archive_->firstMarkNum() != 0); }
   std::optional<qcPersistent*> nextOfIndex();
   qcPersistent* load();
 
-  bool isSeekable_;
   long id_ = 0;  // of the object of the index that was read last
   std::ifstream bytes_;
   std::unique_ptr<qcFileArchive> archive_;

@@ -50,7 +50,7 @@ void writeBoardPoints(const Camera& camera, const Board& board, const qcPelBuffe
       const qcVector<2> at = blobs.regions.region(*nearest).centroid;
       file << at.x() << ',' << at.y() << ',' << world.x() << ',' << world.y() << '\n';
     }
-  if (!file.flush()) throw FileError(kBoardPoints, "cannot be written");
+  if (!file.flush()) throw FileError(kBoardPoints, "cannot be written", Fault::medium);
 }
 
 struct WorldJob {

@@ -171,9 +171,9 @@ double roundLength(double limit) {
 
 void writeText(const std::string& path, const std::string& text) {
   std::ofstream file(path, std::ios::binary);
-  if (!file) throw FileError(path, "cannot be opened for writing");
+  if (!file) throw FileError(path, "cannot be opened for writing", Fault::medium);
   if (!file.write(text.data(), static_cast<std::streamsize>(text.size())).flush())
-    throw FileError(path, "writing failed");
+    throw FileError(path, "writing failed", Fault::medium);
 }
 
 bool isSvg(const std::string& path) {

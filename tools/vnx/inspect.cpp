@@ -1,0 +1,418 @@
+#include "inspect.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <typeindex>
+
+#include <vnxstd/archive/observer.h>
+#include <vnxstd/archive/registry.h>
+#include <vnxstd/archive/text.h>
+#include <vnxstd/except/typename.h>
+#include <vnxstd/vdb/vdbr_com.h>
+
+#include "json.h"
+
+namespace {
+
+using Span = qcArchiveObserver::Span;
+using Facts = std::vector<Entry::Fact>;
+
+constexpr std::size_t kShown = 8;  // numbers of a block
+const std::string kUnknown = "an object of a class that is not known here";
+
+Entry::Fact number(const char* name, long long value) { return {name, std::to_string(value)}; }
+Entry::Fact words(const char* name, const std::string& text) { return {name, jsonText(text)}; }
+
+template <class T>
+std::string written(const void* data, std::size_t i) {
+  T value;
+  std::memcpy(&value, static_cast<const char*>(data) + i * sizeof value, sizeof value);
+  std::array<char, 40> text{};
+  if constexpr (std::is_floating_point_v<T>) {
+    if (!(value - value == 0)) return value > 0 ? "\"inf\"" : value < 0 ? "\"-inf\"" : "\"nan\"";
+  }
+  if constexpr (sizeof value == 1) return std::to_string(static_cast<int>(value));
+  return {text.data(), std::to_chars(text.data(), text.data() + text.size(), value).ptr};
+}
+
+// A kind of number as it is shown.
+struct NumberType {
+  const char* name;
+  std::string (*written)(const void* data, std::size_t i);
+};
+
+std::string truth(const void* data, std::size_t i) {
+  return static_cast<const unsigned char*>(data)[i] != 0 ? "true" : "false";
+}
+
+NumberType typeOf(qcArchive::Number kind, unsigned size) {
+  if (kind == qcArchive::boolean) return {"bool", truth};
+  if (kind == qcArchive::floating)
+    return size == 4 ? NumberType{"f32", written<float>} : NumberType{"f64", written<double>};
+  const bool isSigned = kind == qcArchive::signedInteger;
+  switch (size) {
+    case 1:
+      return isSigned ? NumberType{"i8", written<std::int8_t>} : NumberType{"u8", written<std::uint8_t>};
+    case 2:
+      return isSigned ? NumberType{"i16", written<std::int16_t>} : NumberType{"u16", written<std::uint16_t>};
+    case 4:
+      return isSigned ? NumberType{"i32", written<std::int32_t>} : NumberType{"u32", written<std::uint32_t>};
+    default:
+      return isSigned ? NumberType{"i64", written<std::int64_t>} : NumberType{"u64", written<std::uint64_t>};
+  }
+}
+
+// Makes entries of what the archive tells, with their paths.
+class Teller : public qcArchiveObserver {
+ public:
+  explicit Teller(const std::function<void(const Entry&)>& entry) : entry_(entry) {}
+
+  /// What is told from here on belongs to the next item.
+  void beginItem(const std::string& kind, Span span, Facts facts) {
+    frames_.assign(1, {'/' + std::to_string(items_++)});
+    isWhole_ = false;
+    tell(frames_.back().path, kind, span, std::move(facts));
+  }
+  /// The next item is what the archive says next.
+  void beginItem() {
+    frames_.assign(1, {'/' + std::to_string(items_++)});
+    isWhole_ = true;
+  }
+  /// The end of what was told last.
+  qcInt64 behind() const { return behind_; }
+  void behind(qcInt64 at) { behind_ = at; }
+  /// The pointer whose object was to come last.
+  const std::optional<qcArchiveRecord>& awaited() const { return awaited_; }
+
+  void tell(const std::string& path, const std::string& kind, Span span, Facts facts) {
+    behind_ = std::max(behind_, span.at + span.size);
+    entry_({path, kind, span.at, span.size, std::move(facts)});
+  }
+  void opaque(Span span, const std::string& what, const std::string& className = {}) {
+    Facts facts{words("what", what)};
+    if (!className.empty()) facts.insert(facts.begin(), words("class", className));
+    tell(nextPath(), "opaque", span, std::move(facts));
+  }
+  void fault(const qcException& error) { entry_(faultEntry(nextPath(), error, behind_)); }
+
+  void numbers(Span span, qcArchive::Number kind, unsigned size, const void* data, std::size_t count) override {
+    const NumberType type = typeOf(kind, size);
+    if (count == 1) return tell(nextPath(), type.name, span, {{"value", type.written(data, 0)}});
+    std::string shown = "[";
+    for (std::size_t i = 0; i < std::min(count, kShown); ++i) shown += (i == 0 ? "" : ", ") + type.written(data, i);
+    if (count > kShown) shown += ", \"...\"";
+    tell(nextPath(), type.name, span, {number("count", static_cast<long long>(count)), {"values", shown + ']'}});
+  }
+  void text(Span span, std::string_view text) override {
+    tell(nextPath(), "text", span, {words("value", std::string(text))});
+  }
+  void record(const qcArchiveRecord& record) override {
+    const std::string path = nextPath();
+    const bool isRecord = record.kind == qcArchiveRecord::object;
+    const bool isFollowed = isRecord || record.kind == qcArchiveRecord::inlined;
+    Facts facts;
+    if (record.number != 0) facts.push_back(number("id", record.number));
+    if (record.number != 0 && !isRecord) facts.push_back({"follows", isFollowed ? "true" : "false"});
+    tell(path,
+         isRecord             ? "record"
+         : record.number == 0 ? "null"
+                              : "pointer",
+         {record.at, record.size}, std::move(facts));
+    if (!isFollowed) return;
+    awaited_ = record;
+    expected_ = path;
+  }
+  void beginObject(Span span, const std::type_info& type) override {
+    const std::string path = expected_.empty() ? nextPath() : std::exchange(expected_, {});
+    awaited_.reset();
+    const qcInt64 before = behind_;
+    tell(path, "object", span, {words("class", nameOf(type))});
+    behind_ = std::max(before, span.at + 4);  // the rest is yet to be told
+    frames_.push_back({path});
+    objects_.push_back(frames_.size());
+  }
+  void endObject() override {
+    frames_.resize(objects_.back() - 1);
+    objects_.pop_back();
+  }
+  void beginLevel(Span span, const std::type_info& level, unsigned char version) override {
+    expected_.clear();
+    const bool inObject = !objects_.empty();
+    Frame& object = inObject ? frames_[objects_.back() - 1] : frames_.front();
+    std::string step = nameOf(level);
+    const auto times = std::count(object.levels.begin(), object.levels.end(), step);
+    object.levels.push_back(step);
+    if (times != 0) step += '#' + std::to_string(times + 1);
+    const std::string path = object.path + '/' + step;
+    tell(path, "level", span, {number("version", version)});
+    frames_.push_back({path});
+  }
+  void endLevel() override { frames_.pop_back(); }
+
+  /// Leaves the objects and levels that a failed load was in.
+  void reset() {
+    if (!frames_.empty()) frames_.resize(1);
+    objects_.clear();
+    expected_.clear();
+    awaited_.reset();
+  }
+
+ private:
+  struct Frame {
+    std::string path;
+    std::size_t fields = 0;
+    std::vector<std::string> levels = {};
+  };
+
+  // The path of the next field; that of the item when it is the item itself.
+  std::string nextPath() {
+    expected_.clear();
+    awaited_.reset();
+    if (std::exchange(isWhole_, false) && frames_.size() == 1) return frames_.front().path;
+    return frames_.back().path + '/' + std::to_string(frames_.back().fields++);
+  }
+
+  const std::string& nameOf(const std::type_info& type) {
+    std::string& name = names_[type];
+    if (name.empty()) name = qcDevEnv::canonicalTypeName(type.name());
+    return name;
+  }
+
+  const std::function<void(const Entry&)>& entry_;
+  std::vector<Frame> frames_;         // of the item, and of the objects and levels that are being told
+  std::vector<std::size_t> objects_;  // how many frames there are with each object's
+  std::size_t items_ = 0;
+  bool isWhole_ = false;  // what comes next is the item
+  std::string expected_;  // path of the object that a pointer has announced
+  std::optional<qcArchiveRecord> awaited_;
+  qcInt64 behind_ = 0;
+  std::map<std::type_index, std::string> names_;
+};
+
+class Inspection {
+ public:
+  Inspection(qcArchive& archive, const std::string& path, const std::function<void(const Entry&)>& entry)
+      : archive_(archive), bytes_(path, std::ios::binary), teller_(entry) {}
+  ~Inspection() { archive_.observer(nullptr); }
+  Inspection(const Inspection&) = delete;
+  Inspection& operator=(const Inspection&) = delete;
+
+  Fault run() {
+    archive_.observer(&teller_);
+    teller_.behind(place());
+    if (archive_.isSeekable())
+      walkRecords();
+    else
+      walkObjects(place() + archive_.remaining());
+    return found_;
+  }
+
+ private:
+  qcInt64 place() { return static_cast<std::streamoff>(archive_.tell()); }
+
+  bool isAt(qcInt64 at, std::initializer_list<unsigned char> wanted) {
+    std::array<char, 4> there{};
+    bytes_.clear();
+    bytes_.seekg(at).read(there.data(), static_cast<std::streamsize>(wanted.size()));
+    return bytes_ && std::equal(wanted.begin(), wanted.end(), there.begin(),
+                                [](unsigned char a, char b) { return a == static_cast<unsigned char>(b); });
+  }
+  bool isRecord(qcInt64 at) { return isAt(at, {0x4F, 0xE5, 0x70}); }
+  bool isMarker(qcInt64 at) { return isAt(at, {0xF1, 0x66, 0x4B, 0xDF}); }
+
+  // Runs one load that reaches to `end` at most; false when what comes behind it cannot be told.
+  template <class Load>
+  bool attempt(qcInt64 end, Load load) {
+    try {
+      load();
+      return true;
+    } catch (const qcArchive::UnknownType& error) {
+      const auto pointer = teller_.awaited();
+      qcInt64 from = teller_.behind();
+      const bool isWhole = pointer && pointer->body != 0 && pointer->body <= end - from;
+      if (faultOf(error) == Fault::limit)
+        fail(error);
+      else
+        teller_.opaque({from, isWhole ? pointer->body : end - from},
+                       isWhole ? kUnknown : kUnknown + ", and what follows it", error.name());
+    } catch (const qcException& error) {
+      fail(error);
+    }
+    teller_.reset();
+    if (const qcInt64 from = teller_.behind(); from < end) teller_.opaque({from, end - from}, "what follows unread");
+    return false;
+  }
+  void fail(const qcException& error) {
+    teller_.fault(error);
+    found_ = std::max(found_, faultOf(error));
+  }
+
+  // Keeps what was loaded: others may refer to it.
+  void keep(qcPersistent* object) {
+    if (auto* counted = dynamic_cast<qcRepBase*>(object))
+      shared_.emplace_back(counted);
+    else if (object)
+      owned_.try_emplace(object, object);
+  }
+
+  void walkObjects(qcInt64 end) {
+    while (place() < end) {
+      const qcInt64 at = place();
+      teller_.behind(at);
+      teller_.beginItem();
+      if (!isRecord(at)) return teller_.opaque({at, end - at}, "values that only their writer can name");
+      if (!attempt(end, [&] {
+            qcPersistent* object = nullptr;
+            qcPersistent::serializePointer(archive_, nullptr, object);
+            keep(object);
+          }))
+        return;
+    }
+  }
+
+  void walkRecords() {
+    const std::vector<qcArchiveRecord> records = archive_.records();
+    const auto damaged = static_cast<std::streamoff>(archive_.damaged());
+    const auto unfinished = static_cast<std::streamoff>(archive_.unfinished());
+    const qcInt64 all = place() + archive_.remaining();
+    const qcInt64 end = damaged != 0 ? damaged : unfinished != 0 ? unfinished : all;
+    qcInt64 at = place();
+    bool isBehindMark = false;
+    for (const qcArchiveRecord& record : records) {
+      walkBetween(at, record.at, isBehindMark);
+      isBehindMark = record.kind == qcArchiveRecord::mark;
+      walkRecord(record);
+      at = std::max(at, record.at + record.size + record.body);
+    }
+    walkBetween(at, end, false);
+    if (damaged == 0 && unfinished == 0) return;
+    teller_.beginItem();
+    if (damaged != 0) fail(qcArchive::BadContent(L"the chain of records is broken here", 0));
+    if (end < all)
+      teller_.opaque({end, all - end}, damaged != 0 ? "what follows the damage" : "what its writer has not finished");
+  }
+
+  void walkRecord(const qcArchiveRecord& record) {
+    const bool isMark = record.kind == qcArchiveRecord::mark, isObject = record.kind == qcArchiveRecord::object;
+    const Span head{record.at, record.size}, body{record.at + record.size, record.body};
+    teller_.behind(record.at);
+    if (!isObject || record.removed) {
+      Facts facts{number(isMark ? "number" : "id", record.number)};
+      if (record.removed) facts.push_back({"removed", "true"});
+      teller_.beginItem(isMark ? "mark" : isObject ? "record" : "pointer", head, std::move(facts));
+      if (isObject) teller_.opaque(body, "an object that was removed");
+      return;
+    }
+    teller_.beginItem();
+    attempt(body.at + body.size, [&] {
+      archive_.seek(qcArchive::Position(record.at));
+      keep(archive_.loadObject());
+    });
+  }
+
+  // What lies between records: the header of a result, objects that are not linked, or what nobody else can name.
+  void walkBetween(qcInt64 from, qcInt64 to, bool isBehindMark) {
+    for (bool isFirst = true; from < to; isFirst = false) {
+      teller_.behind(from);
+      if (isFirst && isBehindMark && isHeader(from, to)) {
+        teller_.beginItem("header", {from, to - from}, {});
+        teller_.behind(from);
+        load<qcVDBHeader>(from);
+        return;
+      }
+      teller_.beginItem();
+      const bool isPointer = isRecord(from);
+      const qc_RegistryEntry* entry = !isPointer && isMarker(from) ? entryAt(from) : nullptr;
+      if (!isPointer && !entry) return teller_.opaque({from, to - from}, "values that only their writer can name");
+      if (!attempt(to, [&] {
+            archive_.seek(qcArchive::Position(from));
+            qcPersistent* object = nullptr;
+            if (isPointer) {
+              qcPersistent::serializePointer(archive_, nullptr, object);
+              keep(object);
+            } else {
+              std::unique_ptr<qcPersistent> made(entry->make());
+              archive_ || *made;
+            }
+          }))
+        return;
+      from = std::max(place(), from + 1);
+    }
+  }
+
+  template <class T>
+  void load(qcInt64 at) {
+    archive_.seek(qcArchive::Position(at));
+    T value;
+    archive_ || value;
+  }
+
+  // Tries something that the observer is not to hear of.
+  template <class Try>
+  bool holds(Try attempt) {
+    archive_.observer(nullptr);
+    bool result = false;
+    try {
+      result = attempt();
+    } catch (const qcException&) {
+    }
+    archive_.observer(&teller_);
+    return result;
+  }
+
+  bool isHeader(qcInt64 from, qcInt64 to) {
+    return holds([&] {
+      load<qcVDBHeader>(from);
+      return place() == to;
+    });
+  }
+
+  // The class of an object by value, from the entry behind its marker.
+  const qc_RegistryEntry* entryAt(qcInt64 at) {
+    std::string name;
+    holds([&] {
+      archive_.seek(qcArchive::Position(at + 8));
+      unsigned char variant = 0;
+      archive_ || variant;
+      if (variant == 0)
+        archive_.reserve32();
+      else
+        archive_.reserve64();
+      archive_ || name;
+      return true;
+    });
+    const qc_RegistryEntry* entry = qf_FindRegistered(name);
+    return entry && entry->make ? entry : nullptr;
+  }
+
+  qcArchive& archive_;
+  std::ifstream bytes_;
+  Teller teller_;
+  Fault found_ = Fault::none;
+  std::vector<qcPtrHandle<qcRepBase>> shared_;
+  std::map<const qcPersistent*, std::unique_ptr<qcPersistent>> owned_;
+};
+
+}  // namespace
+
+Entry faultEntry(const std::string& path, const qcException& error, qcInt64 at) {
+  Entry entry{path, "fault", at, 0, {words("error", qf_NarrowLossy(error.message(true)))}};
+  const qcLoadContext* context = error.loadContext();
+  if (!context) return entry;
+  if (context->position >= 0) entry.at = context->position;
+  if (!context->expected.empty()) entry.facts.push_back(words("expected", context->expected));
+  if (!context->found.empty()) entry.facts.push_back(words("found", context->found));
+  if (context->limit != qcLoadContext::Limit::none)
+    entry.facts.push_back(words("limit", std::string(qf_LimitName(context->limit))));
+  return entry;
+}
+
+Fault inspect(qcArchive& archive, const std::string& path, const std::function<void(const Entry&)>& entry) {
+  return Inspection(archive, path, entry).run();
+}
