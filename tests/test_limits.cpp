@@ -177,7 +177,7 @@ TEST(Limits, NameTheClassesThatMayBeMade) {
   archive->limits({.classes = qcArchiveLimits::Names{"qcException", "Linking"}});
   const std::string place = placeOf([&] { *archive || handle; });
   EXPECT_EQ(place,
-            "at byte 145: exceeds the limit of classes, expected one of the classes that are allowed, found Link");
+            "at byte 153: exceeds the limit of classes, expected one of the classes that are allowed, found Link");
   EXPECT_EQ(errorOf([&] {
               BytesArchive again(bytes);
               again->limits({.classes = qcArchiveLimits::Names{}});
