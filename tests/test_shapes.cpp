@@ -229,7 +229,9 @@ TEST(ShapeDefaults, AskTheDecomposition) {
   EXPECT_THROW(bent.reverse_(), qcShapesError::NotReversible);
   EXPECT_THROW(Composite(nullptr, false).perimeter(), qcBadPointer);
   EXPECT_THROW(Composite(new qcRect, false).nearestPerimPos(info, {}), qcBadPointer);
-  EXPECT_THROW(Composite(new qcLineSeg, true).perimPoint(info, {}), qcShapesError::NotImplemented);
+  const Shape segment(new qcLineSeg({0, 0}, {7, 0}));
+  EXPECT_EQ(Composite(segment, true).perimPoint(info, {0, 2}), V(2, 0));
+  EXPECT_THROW(Composite(new Composite(segment, true), true).perimPoint(info, {}), qcBadPointer);
 }
 
 // ---- the classes one by one

@@ -1,5 +1,6 @@
 #include "vnxstd/shapes/shape.h"
 
+#include <typeinfo>
 #include <unordered_set>
 
 #include "std/shapes/held.h"
@@ -39,12 +40,11 @@ void qcShape::serialize_(qcArchive& archive, unsigned char version) {
   qcPersistent::dispatchSerialize(archive);
 }
 
-// The decomposition that the defaults below hand their question to. A shape that is its own decomposition must answer
-// itself, or the question would go round for ever.
+// The decomposition that the defaults below hand their question to. One of the same class would hand it on for ever.
 qcPtrHandle<qcShape> qcShape::decomposed() const {
-  if (isDecomposed()) throw qcShapesError::NotImplemented();
   qcPtrHandle<qcShape> shape = decompose();
-  if (!shape->isDecomposed()) throw qcBadPointer();
+  const qcShape& parts = *shape;
+  if (!parts.isDecomposed() || typeid(parts) == typeid(*this)) throw qcBadPointer();
   return shape;
 }
 
