@@ -258,7 +258,12 @@ bool isFlat(const qcShape& shape) {
 }
 /// The boundary of circles and regions has a direction of its own.
 bool isOriented(const qcShape& shape) {
-  return shape.isRegion() && !isFlat(shape) && !is<qcCircle>(shape) && !is<qcRegionTree>(shape);
+  return shape.isRegion() && !isFlat(shape) && !dynamic_cast<const qcCircle*>(&shape) &&
+         !dynamic_cast<const qcRegionTree*>(&shape);
+}
+/// The boundary does not cross itself.
+bool isSimple(const qcShape& shape) {
+  return shape.isRegion() && !isFlat(shape) && !is<qcPolyline>(shape) && !is<qcContourTree>(shape);
 }
 /// An ellipse decomposes into an arc that runs once round.
 bool isRound(const qcShape& shape) {
@@ -390,7 +395,7 @@ TEST_P(ShapeLaws, ReversingRunsBackAndTwiceIsTheSameShape) {
       EXPECT_NEAR(back->windingAngle(p).plain(), -shape.windingAngle(p).plain(), 1e-9);
       EXPECT_TRUE(qfRealEq(back->startAngle(), shape.endAngle() + qcRadian(kPi), 1e-9));
     } else if (shape.isRegion()) {
-      const bool turns = isOriented(shape) || is<qcRegionTree>(shape);
+      const bool turns = isOriented(shape) || is<qcRegionTree>(shape);  // circles do not reverse
       EXPECT_TRUE(!turns || back->isRightHanded() != shape.isRightHanded());
       EXPECT_EQ(back->within(p), shape.within(p));
     }
@@ -437,6 +442,7 @@ TEST_P(ShapeLaws, WindingAndInsideAgreeWithDenseSamples) {
     } else if (shape.isRegion()) {
       EXPECT_EQ(shape.within(p), std::fabs(swept) > kPi);
       EXPECT_EQ(isRound(shape) || shape.decompose()->within(p), isRound(shape) || shape.within(p));
+      EXPECT_TRUE(!isSimple(shape) || chains[0].isRightHanded() == shape.isRightHanded());
     }
   });
 }
@@ -508,6 +514,8 @@ TEST_P(ShapeLaws, ClippingLeavesWhatIsInside) {
     const Shape clipped = shape.clip(polygon, result, true);
     EXPECT_EQ(clipped->isEmpty(), result == qcShape::ClipResult::outside);
     EXPECT_EQ(clipped->equal_(shape), result == qcShape::ClipResult::inside);
+    const bool handed = isSimple(shape) && clipped->isRegion();
+    EXPECT_TRUE(!handed || clipped->isEmpty() || clipped->isRightHanded() == shape.isRightHanded());
     const auto* parts = dynamic_cast<const qcGeneralShapeTree*>(&*clipped);
     const auto within = [&](const V& p) {
       if (!parts) return clipped->isRegion() && clipped->within(p);
@@ -598,7 +606,7 @@ TEST_P(ShapeLaws, AnyNumbersAreAnswered) {
     } catch (const qcException&) {
     }
   }
-  EXPECT_TRUE(answered > 0 || rounds < 500);
+  EXPECT_TRUE(answered > 0 || rounds <= 500);
 }
 
 TEST(Sampling, ResultIsUnchangedByASamplerThatThrows) {

@@ -184,10 +184,83 @@ TEST(MappedShape, DecomposesTouchingHoles) {
   for (int i = 0; i < 12; ++i) {
     const qcPtrHandle<qcRegionTree> region(new qcRegionTree(qcCircle({0, 0}, 4)));
     region->addChild(qcRegionTree(qcCircle({2, qcRadian(0.5 * i)}, 2), true));
+    const qcGeneralShapeTree both({Held(new qcRect), Held(region)}, false);
     const auto parts = qcMappedShape(Held(region), *xforms[0].second, false).decompose();
+    const auto all = qcMappedShape(both.clone(), *xforms[0].second, false).decompose();
     for (const double x : {-2.0, 1.0, 3.0}) {
-      const qcVector<2> p(x, qcRadian(0.5 * i));
-      EXPECT_EQ(parts->within(xforms[0].second->mapPoint(p)), x < 0) << i;
+      const qcVector<2> p(x, qcRadian(0.5 * i)), image = xforms[0].second->mapPoint(p);
+      EXPECT_EQ(parts->within(image), x < 0) << i;
+      EXPECT_EQ(dynamic_cast<const qcGeneralShapeTree&>(*all).child(1).within(image), x < 0) << i;
+    }
+  }
+}
+
+// A point that is passed twice is seen from the left of the first time, whether vertices of the image lie on it or not.
+TEST(MappedShape, WindsAroundPointsPassedTwice) {
+  const std::vector<V> paths[] = {{{0, 0}, {6, 0}, {6, 4}, {2, 4}, {2, -4}},
+                                  {{0, 0}, {2, 0}, {6, 0}, {6, 4}, {2, 4}, {2, 0}, {2, -4}},
+                                  {{0, 0}, {2, 0}, {6, 0}, {6, -4}, {2, -4}, {2, 4}, {-3, 4}},
+                                  {{0, 0}, {6, 0}, {0, 0}, {0, 4}, {2, 0}, {4, 4}},
+                                  {{0, 3}, {2, 0}, {4, 3}, {4, -3}, {2, 0}, {0, -3}}};
+  for (const auto& [name, xform] : transforms()) {
+    SCOPED_TRACE(name);
+    for (const std::vector<V>& path : paths) {
+      const qcMappedShape mapped(Held(new qcPolyline(path, false)), *xform, false);
+      const V p = xform->mapPoint({2, 0});
+      const double eps = 1e-5;
+      // Beside the first time, in the wedge on its left.
+      const V before = xform->mapPoint(V(2, 0) + eps * (path[0] - V(2, 0))) - p;
+      const V behind = xform->mapPoint(V(2, 0) + eps * ((path[0].y() > 0 ? path[2] : V(6, 0)) - V(2, 0))) - p;
+      V aside = (behind / behind.len() - before / before.len()).perpendicular();
+      if (path[0].y() > 0) aside = before + behind;
+      const double expected = mapped.windingAngle(p + 1e-6 / aside.len() * aside).plain();
+      for (const double off : {0.0, 1e-13, -1e-13}) {
+        EXPECT_NEAR(mapped.windingAngle(p + V(off, 2 * off)).plain(), expected, 1e-3) << &path - paths << ' ' << off;
+      }
+    }
+  }
+}
+
+// Trees that hold mapped shapes, and points, are as exact as shapes seen through both transforms at once.
+TEST(MappedShape, NestsInTreesWithoutLoss) {
+  const auto xforms = transforms();
+  std::mt19937 engine(9);
+  std::uniform_real_distribution<double> unit(-1, 1);
+  for (const std::size_t outer : {0U, 2U, 9U}) {
+    const Xform &bend = xforms[outer].second,
+                inner(new qc2XformPoly(2, {0, 1, 0, 0.02, 0.01, -0.02}, {0, 0, 1, 0.01, -0.02, 0.02}));
+    std::vector<Held> parts, flat;
+    for (const auto& [name, shape] : shapes()) {
+      const auto small = [&](const qcShape& s) { return Held(s.mapShape({{0.5, 0, 0, 0.5}, {}})); };
+      const Held point(new qcCircle(V(4 * unit(engine), 4 * unit(engine)), 0)), part(small(*shape));
+      for (const Held& each : {point, part}) {
+        parts.emplace_back(new qcMappedShape(each, *inner, false));
+        flat.emplace_back(new qcMappedShape(parts.back(), *bend, true));
+      }
+    }
+    const qcMappedShape nested(Held(new qcGeneralShapeTree(parts, false)), *bend, false);
+    const qcGeneralShapeTree apart(flat, false);
+    const qcShapeInfo info(nested), expected(apart);
+    const double size = nested.boundingBox().size().len();
+    EXPECT_EQ(info.numPieces(), expected.numPieces());
+    EXPECT_NEAR(info.perimeter(), expected.perimeter(), 1e-9 * size);
+    EXPECT_LE((nested.boundingBox().size() - apart.boundingBox().size()).len(), 3e-8 * size);
+    for (int i = 0; i < 100; ++i) {
+      const Held& point = parts[static_cast<std::size_t>(i) % parts.size() / 2 * 2];
+      V p = bend->mapPoint(i % 2 ? V(8 * unit(engine), 8 * unit(engine)) : point->nearestPoint({}));
+      const V nearest = nested.nearestPoint(p);
+      EXPECT_NEAR((nearest - p).len(), (apart.nearestPoint(p) - p).len(), 1e-8 * size);
+      const qcPerimPos place = nested.nearestPerimPos(info, p);
+      EXPECT_LE((nested.perimPoint(info, place) - nearest).len(), 1e-9 * size);
+      EXPECT_LE((apart.perimPoint(expected, place) - nearest).len(), 1e-8 * size) << place.index();
+      EXPECT_LE((nested.subShape(info, {place, 0.1})->nearestPoint(nearest) - nearest).len(), 1e-8 * size);
+    }
+    Result samples, flatSamples;
+    nested.sample(Params(0, 0.3, 1000000), samples);
+    apart.sample(Params(0, 0.3, 1000000), flatSamples);
+    ASSERT_EQ(samples.positions().size(), flatSamples.positions().size());
+    for (std::size_t i = 0; i < samples.positions().size(); ++i) {
+      EXPECT_LE((samples.positions()[i] - flatSamples.positions()[i]).len(), 1e-8 * size) << i;
     }
   }
 }

@@ -229,6 +229,35 @@ TEST(ContourTrees, OfSegmentsAreThePolylineThroughTheirEnds) {
   }
 }
 
+// The end before a jump is no place behind it, whether it is asked for through trees or maps, straight or bent.
+TEST(ContourTrees, HavePlacesOnBothSidesOfAJump) {
+  const qcPolyline flat({{2, 0}, {3, 0}, {3, 0}}, false);
+  for (unsigned seed = 0; seed < 40; ++seed) {
+    SCOPED_TRACE(seed);
+    Random random(seed);
+    const bool closed = seed % 2;
+    const qcPtrHandle<qcContourTree> contour(new qcContourTree(closed));
+    V end(-3, -3);
+    for (int i = 0; i < 5; ++i) {
+      const V start = random.flip() ? end : V(random.real(-3, 3), random.real(-3, 3));
+      end = random.integer(0, 3) == 0 ? start : V(random.real(-3, 3), random.real(-3, 3));
+      contour->addChild(qcLineSeg(start, end));
+    }
+    Child shape = contour;
+    if (closed && random.flip()) shape = region(*contour, false);
+    if (random.flip()) shape = new qcGeneralShapeTree({shape, Child(flat.clone())}, false);
+    if (random.flip()) shape = new qcMappedShape(shape, kBends, false);
+    const qcShapeInfo info(*shape);
+    EXPECT_NEAR(qcShapeInfo(*shape->decompose()).perimeter(), info.perimeter(), 1e-4);
+    for (int i = 0; i < 60; ++i) {
+      const V p(random.real(-40, 40), random.real(-40, 40)), nearest = shape->nearestPoint(p);
+      const qcPerimPos place = shape->nearestPerimPos(info, p);
+      EXPECT_NEAR_POINT(shape->perimPoint(info, place), nearest, 1e-9);
+      EXPECT_NEAR_POINT(shape->subShape(info, {place, 0})->startPoint(), nearest, 1e-9);
+    }
+  }
+}
+
 // perimeter() estimates the length of a mapped piece, which uniform sampling and clipping need exactly.
 TEST(ContourTrees, HaveMappedPieces) {
   const Child bent(new qcMappedShape(new qcLineSeg({-2, -2}, {2, 1}), kBends, false));

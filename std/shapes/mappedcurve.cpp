@@ -11,6 +11,7 @@
 #include "vnxstd/math/xfpersp.h"
 #include "vnxstd/shapes/contourtree.h"
 #include "vnxstd/shapes/generaltree.h"
+#include "vnxstd/shapes/mappedshape.h"
 #include "vnxstd/shapes/polyline.h"
 #include "vnxstd/shapes/regiontree.h"
 #include "zrtnlxf/points.h"
@@ -55,47 +56,113 @@ double angleBetween(const Vector& a, const Vector& b) {
   return qcRadian(std::atan2(from.cross(to), from * to)).signedNorm().plain();
 }
 
+// What a shape comes down to that may be mapped itself. The image under a linear transform stands for itself: its
+// positions start where they do on that shape.
+MappedCurve::Seen unmapped(MappedCurve::Seen seen) {
+  while (const auto* mapped = dynamic_cast<const qcMappedShape*>(seen.shape.rep())) {
+    const bool isLinear = mapped->overallMapXform()->isLinear();
+    if (!isLinear) seen.xform = MappedCurve::Xform(seen.xform->composeBase(*mapped->overallMapXform()));
+    const MappedCurve::Held shape = isLinear ? mapped->explicitShape() : mapped->underlyingShape();
+    seen.shape = shape;
+  }
+  return seen;
+}
+
+// So that the first element comes off the end first.
+void pushElements(const qcShapeTree& tree, const MappedCurve::Xform& xform, std::vector<MappedCurve::Seen>& waiting) {
+  const std::vector<const qcShape*> elements = tree.elements_();
+  for (auto element = elements.rbegin(); element != elements.rend(); ++element) waiting.push_back({*element, xform});
+}
+
 [[noreturn]] void throwAtInfinity() {
   throw qc2XformPerspectiveDefs::NumericalError(L"the boundary has a point without a finite image");
 }
 
 }  // namespace
 
-MappedCurve::MappedCurve(const qcPtrHandle_const<qcShape>& shape, const Xform& xform)
-    : source_(shape->isDecomposed() ? shape : qcPtrHandle_const<qcShape>(shape->decompose())),
-      xform_(xform),
-      info_(*source_) {
-  const qcShapeInfo given(*shape);
-  numOwners_ = given.numPieces();
-  const auto* general = dynamic_cast<const qcGeneralShapeTree*>(source_.rep());
-  for (const qcShape* part : general ? general->elements_() : std::vector<const qcShape*>{source_.rep()}) {
-    if (const auto* region = dynamic_cast<const qcRegionTree*>(part)) {
-      addRegion(*region);
-    } else if (!part->isEmpty()) {
-      addContour(*part, false, -1);
+MappedCurve::MappedCurve(const Held& shape, const Xform& xform) : given_(shape) {
+  std::vector<Seen> waiting{{shape, xform}};
+  while (!waiting.empty()) {
+    const Seen seen = unmapped(waiting.back());
+    waiting.pop_back();
+    if (const auto* general = dynamic_cast<const qcGeneralShapeTree*>(seen.shape.rep())) {
+      pushElements(*general, seen.xform, waiting);
+    } else if (const auto* region = dynamic_cast<const qcRegionTree*>(seen.shape.rep())) {
+      regions_.push_back({seen, chains_.size()});
+      addRegion(*region, seen.xform);
+    } else if (!seen.shape->isEmpty()) {
+      addContour(seen, false, -1);
     }
   }
-  // A region whose decomposition is an open piece, like a circle and its arc, is closed all the same.
-  if (shape->isRegion() && chains_.size() == 1) chains_.front().closed = true;
   for (Chain& chain : chains_) {
     const Piece& piece = pieces_[chain.first];
     chain.isRound = chain.closed && chain.last - chain.first == 1 && piece.length > 0 && piece.start == piece.end &&
                     piece.startTangent != Vector() && (piece.endTangent - piece.startTangent).len() < 1e-9;
   }
-  // The pieces follow each other as those that they are parts of do.
-  for (Piece& piece : pieces_) {
-    if (piece.length > 0) piece.owner = given.perimPos(info_.startOf(piece.number) + piece.length / 2).index();
-  }
   cut();
 }
 
-// Appends the pieces of a shape, and gives the number of pieces before each of its chains and behind the last. Samples
-// without tolerance and spacing are little more than the ends of the pieces.
-std::vector<std::size_t> MappedCurve::addElement(const qcShape& shape) {
-  const std::int32_t firstNumber =
-      elements_.empty() ? 0
-                        : elements_.back().firstNumber + static_cast<std::int32_t>(elements_.back().info.numPieces());
-  elements_.push_back({&shape, qcShapeInfo(shape), firstNumber});
+// In the order of the tree's elements: each node before those below it.
+void MappedCurve::addRegion(const qcRegionTree& region, const Xform& xform) {
+  std::vector<std::pair<const qcRegionTree*, std::ptrdiff_t>> waiting{{&region, -1}};
+  while (!waiting.empty()) {
+    const auto [node, parent] = waiting.back();
+    waiting.pop_back();
+    if (node->isEmpty()) continue;
+    const auto chain = static_cast<std::ptrdiff_t>(chains_.size());
+    addContour({&node->boundary(), xform}, node->boundaryRightHanded() == node->isHole(), parent);
+    for (long i = node->numChildren(); i > 0; --i) waiting.emplace_back(&node->child(i - 1), chain);
+  }
+}
+
+void MappedCurve::addContour(const Seen& contour, bool isTurned, std::ptrdiff_t parent) {
+  const std::size_t first = pieces_.size();
+  std::vector<Seen> waiting{contour};
+  while (!waiting.empty()) {
+    const Seen seen = unmapped(waiting.back());
+    waiting.pop_back();
+    if (const auto* tree = dynamic_cast<const qcContourTree*>(seen.shape.rep())) {
+      pushElements(*tree, seen.xform, waiting);
+    } else {
+      addPrimitives(seen);
+    }
+  }
+  if (pieces_.size() == first) throw qcShapesError::EmptyShape();
+  // Pieces without length are corners, unless there is nothing else.
+  const auto begin = pieces_.begin() + static_cast<std::ptrdiff_t>(first);
+  const auto isPoint = [](const Piece& piece) { return !(piece.length > 0); };
+  pieces_.erase(std::all_of(begin, pieces_.end(), isPoint) ? begin + 1 : std::remove_if(begin, pieces_.end(), isPoint),
+                pieces_.end());
+  // A region whose decomposition is an open piece, like a circle and its arc, is closed all the same.
+  chains_.push_back({first, pieces_.size(), contour.shape->isRegion(), isTurned, parent, false});
+}
+
+// Of what a shape that is no tree decomposes into, each piece is part of one of the shape's own, as they follow each
+// other.
+void MappedCurve::addPrimitives(const Seen& seen) {
+  if (seen.shape->isDecomposed()) {
+    addElement(seen, [](long piece, double) { return piece; });
+    numOwners_ += elements_.back().info.numPieces();
+    return;
+  }
+  const qcShapeInfo given(*seen.shape);
+  const Held parts(seen.shape->decompose());
+  const auto* tree = dynamic_cast<const qcShapeTree*>(parts.rep());
+  double start = 0;
+  for (const qcShape* part : tree ? tree->elements_() : std::vector<const qcShape*>{parts.rep()}) {
+    const auto owner = [&](long, double middle) { return given.perimPos(start + middle).index(); };
+    start += addElement({part, seen.xform}, owner);
+  }
+  numOwners_ += given.numPieces();
+}
+
+// Appends the pieces of a primitive, and gives its length; `ownerOf` tells which piece of the shape that was given one
+// is part of, from its number and the length before its middle. Samples without tolerance and spacing are little more
+// than the ends of the pieces.
+template <class OwnerOf>
+double MappedCurve::addElement(const Seen& seen, const OwnerOf& ownerOf) {
+  const qcShape& shape = *seen.shape;
+  elements_.push_back({seen, qcShapeInfo(shape)});
   const qcShapeInfo& info = elements_.back().info;
   const bool hasLength = info.perimeter() > 0;
   qcShape::qcSampleParams params(0, 0, INT32_MAX, hasLength && shape.hasTangent(), true);
@@ -108,66 +175,22 @@ std::vector<std::size_t> MappedCurve::addElement(const qcShape& shape) {
   const auto tangent = [&](std::size_t i) {
     return ends.tangents().empty() ? Vector() : direction(ends.tangents()[i]);
   };
-  std::vector<std::size_t> breaks;
-  for (std::size_t k = 0; k < ends.breaks().size(); ++k) {
-    const auto begin = static_cast<std::size_t>(ends.breaks()[k]);
-    const bool isLast = k + 1 == ends.breaks().size();
-    const std::size_t end = isLast ? points.size() : static_cast<std::size_t>(ends.breaks()[k + 1]);
-    breaks.push_back(pieces_.size());
-    for (std::size_t i = begin; i < end;) {
-      std::size_t last = i;
-      while (last + 1 < end && places[last + 1].index() == places[i].index()) ++last;
-      const std::int32_t index = places[i].index();
-      const double length = info.pieceLength(index);
-      if (length > 0 || (!hasLength && i == begin)) {
-        pieces_.push_back({elements_.size() - 1, index, firstNumber + index, 0, length, points[i], points[last],
-                           tangent(i), tangent(last)});
-        // The last point of a closed chain need not be repeated.
-        if (ends.closedFlags()[k] && last + 1 == end && places[last].distance() < 0.75 * length) {
-          pieces_.back().end = points[begin];
-          pieces_.back().endTangent = tangent(begin);
-        }
-      }
-      i = last + 1;
+  const bool isClosed = ends.numChains() > 0 && ends.closedFlags().back();
+  for (std::size_t i = 0, last = 0; i < points.size(); i = ++last) {
+    while (last + 1 < points.size() && places[last + 1].index() == places[i].index()) ++last;
+    const std::int32_t index = places[i].index();
+    const double length = info.pieceLength(index);
+    if (hasLength ? !(length > 0) : i > 0) continue;
+    const long owner = numOwners_ + (hasLength ? ownerOf(index, info.startOf(index) + length / 2) : 0);
+    pieces_.push_back({elements_.size() - 1, index, static_cast<std::int32_t>(owner), length, points[i], points[last],
+                       tangent(i), tangent(last)});
+    // The last point of a closed chain need not be repeated.
+    if (isClosed && last + 1 == points.size() && places[last].distance() < 0.75 * length) {
+      pieces_.back().end = points.front();
+      pieces_.back().endTangent = tangent(0);
     }
   }
-  breaks.push_back(pieces_.size());
-  return breaks;
-}
-
-void MappedCurve::addContour(const qcShape& contour, bool isTurned, std::ptrdiff_t parent) {
-  const auto* tree = dynamic_cast<const qcContourTree*>(&contour);
-  if (tree) {
-    const std::size_t first = pieces_.size();
-    for (const qcShape* part : tree->elements_()) addElement(*part);
-    // Pieces without length are corners, unless there is nothing else.
-    const auto begin = pieces_.begin() + static_cast<std::ptrdiff_t>(first);
-    const auto isPoint = [](const Piece& piece) { return !(piece.length > 0); };
-    pieces_.erase(
-        std::all_of(begin, pieces_.end(), isPoint) ? begin + 1 : std::remove_if(begin, pieces_.end(), isPoint),
-        pieces_.end());
-    chains_.push_back({first, pieces_.size(), tree->isClosed(), isTurned, parent, false});
-    return;
-  }
-  const std::vector<std::size_t> breaks = addElement(contour);
-  for (std::size_t i = 0; i + 1 < breaks.size(); ++i) {
-    if (breaks[i] < breaks[i + 1]) {
-      chains_.push_back({breaks[i], breaks[i + 1], contour.isRegion(), isTurned, parent, false});
-    }
-  }
-}
-
-// In the order of the tree's elements: each node before those below it.
-void MappedCurve::addRegion(const qcRegionTree& region) {
-  std::vector<std::pair<const qcRegionTree*, std::ptrdiff_t>> waiting{{&region, -1}};
-  while (!waiting.empty()) {
-    const auto [node, parent] = waiting.back();
-    waiting.pop_back();
-    if (node->isEmpty()) continue;
-    const auto chain = static_cast<std::ptrdiff_t>(chains_.size());
-    addContour(node->boundary(), node->boundaryRightHanded() == node->isHole(), parent);
-    for (long i = node->numChildren(); i > 0; --i) waiting.emplace_back(&node->child(i - 1), chain);
-  }
+  return info.perimeter();
 }
 
 void MappedCurve::cut() {
@@ -209,15 +232,30 @@ void MappedCurve::cut() {
   extent_ = std::max(extent_, 0.01 * furthest);
 }
 
+// The number of the span behind those of the pieces before one.
+std::size_t MappedCurve::endOfSpans(std::size_t piece) const {
+  return piece < pieces_.size() ? pieces_[piece].firstSpan : spans_.size();
+}
+
+bool MappedCurve::jumps(const Span& from, const Span& to) const {
+  return segmentLength(from.to.image, to.from.image) > kOnCurve * extent_;
+}
+
+// Behind a span that is not the last one of all, from one piece to another.
+bool MappedCurve::jumpsBehind(std::size_t span) const {
+  return span + 1 < spans_.size() && spans_[span].piece != spans_[span + 1].piece &&
+         jumps(spans_[span], spans_[span + 1]);
+}
+
 MappedCurve::End MappedCurve::endAt(const Piece& piece, double distance) const {
   End end{distance, piece.start, Vector()};
   if (distance > 0 && distance >= piece.length) {
     end.source = piece.end;
   } else if (distance > 0) {
     const Element& element = elements_[piece.element];
-    element.shape->perimPointAndTangent_(element.info, {piece.index, distance}, end.source, nullptr);
+    element.seen.shape->perimPointAndTangent_(element.info, {piece.index, distance}, end.source, nullptr);
   }
-  end.image = xform_->mapPoint(end.source);
+  end.image = xformOf(piece).mapPoint(end.source);
   return end;
 }
 
@@ -232,7 +270,7 @@ Vector MappedCurve::sourceTangent(const Piece& piece, double distance, Vector& p
     return piece.endTangent;
   }
   const Element& element = elements_[piece.element];
-  if (!element.shape->hasTangent()) {
+  if (!element.seen.shape->hasTangent()) {
     // Flat ellipses have a direction almost everywhere, if no tangent.
     const double step = 1e-6 * piece.length;
     point = endAt(piece, distance).source;
@@ -240,14 +278,14 @@ Vector MappedCurve::sourceTangent(const Piece& piece, double distance, Vector& p
   }
   qcRadian angle;
   const double inside = isEnd ? std::nextafter(piece.length, 0) : std::max(distance, 0.0);
-  element.shape->perimPointAndTangent_(element.info, {piece.index, inside}, point, &angle);
+  element.seen.shape->perimPointAndTangent_(element.info, {piece.index, inside}, point, &angle);
   return direction(angle);
 }
 
 MappedCurve::Motion MappedCurve::motionAt(const Piece& piece, double distance) const {
   Vector point;
   const Vector tangent = sourceTangent(piece, distance, point);
-  const qc2XformLinear linear = xform_->linearXform(point);
+  const qc2XformLinear linear = xformOf(piece).linearXform(point);
   return {distance, tangent, linear.mapPoint(point), linear.mapVector(tangent)};
 }
 
@@ -260,8 +298,9 @@ MappedCurve::Span MappedCurve::spanBetween(std::size_t piece, const End& from, c
   const Vector chord = to.source - from.source;
   const double chordLength = segmentLength(from.source, to.source);
   const Vector reach = chordLength > 0 ? chord * (length / 2 / chordLength) : Vector(length / 2, 0);
-  const double norm = zrtnlxf::norm(xform_->linearXform(middle.source).matrix());
-  const double bend = length > 0 ? xform_->bendBound(middle.source, reach) : 0;
+  const qc2XformBase& xform = xformOf(pieces_[piece]);
+  const double norm = zrtnlxf::norm(xform.linearXform(middle.source).matrix());
+  const double bend = length > 0 ? xform.bendBound(middle.source, reach) : 0;
   const double sagittaOfSource = sagitta(from.source, to.source, middle.source, length);
   Span span{piece, from, to, middle, norm * sagittaOfSource + bend * length / 2, norm};
   // A transform that jumps, as an inverse may between one solution and another, breaks its bound.
@@ -392,30 +431,28 @@ MappedCurve::Place MappedCurve::nearest(const Vector& p) const {
 
 // A chord subtends the same angle as its part of the image when the point lies further from the chord than the image
 // deviates, since the one can be moved onto the other without passing the point.
-std::size_t MappedCurve::endOfSpans(const Chain& chain) const {
-  return chain.last < pieces_.size() ? pieces_[chain.last].firstSpan : spans_.size();
-}
 
 double MappedCurve::windingAngle(const Chain& chain, const Vector& p, bool& touches) const {
   const double on = kOnCurve * extent_;
   double fraction;
   std::vector<Vector> vertices;
-  const std::size_t end = endOfSpans(chain);
+  // Ends of spans next to p would say nothing about the side on which the image passes it.
+  const auto add = [&](const Vector& vertex) { vertices.push_back(segmentLength(vertex, p) <= on ? p : vertex); };
+  const std::size_t end = endOfSpans(chain.last);
   for (std::size_t i = pieces_[chain.first].firstSpan; i < end; ++i) {
     const auto isDone = [&](const Span& span) {
       const double distance = distanceToChord(p, span.from.image, span.to.image, fraction);
       return distance > std::max(span.deviation, on) || span.deviation <= on;
     };
     refine(spans_[i], isDone, [&](const Span& span) {
-      vertices.push_back(span.from.image);
+      add(span.from.image);
       const double distance = distanceToChord(p, span.from.image, span.to.image, fraction);
       if (distance > std::max(span.deviation, on)) return;
       touches = true;
       vertices.push_back(p);
     });
+    if (i + 1 == end || jumpsBehind(i)) add(spans_[i].to.image);
   }
-  const Vector& last = spans_[end - 1].to.image;
-  if (!chain.closed || last != vertices.front()) vertices.push_back(last);
   return qcPolyline(std::move(vertices), chain.closed).generalWindingAngle(p).plain();
 }
 
@@ -459,8 +496,9 @@ double MappedCurve::change(const Piece& piece, const Motion& from, const Motion&
   Vector point;
   sourceTangent(piece, middle.distance, point);
   const double turned = std::max((from.tangent - middle.tangent).len(), (to.tangent - middle.tangent).len());
-  return xform_->bendBound(point, 0.5 * (to.distance - from.distance) * middle.tangent) +
-         zrtnlxf::norm(xform_->linearXform(point).matrix()) * turned;
+  const qc2XformBase& xform = xformOf(piece);
+  return xform.bendBound(point, 0.5 * (to.distance - from.distance) * middle.tangent) +
+         zrtnlxf::norm(xform.linearXform(point).matrix()) * turned;
 }
 
 // Where the velocity stays within 30 degrees of that in the middle, the turn is the angle between those at the ends. A
@@ -480,7 +518,7 @@ double MappedCurve::turning(const Piece& piece, const Motion& from, const Motion
 Vector MappedCurve::image(const Place& place, qcRadian* tangent) const {
   const Piece& piece = pieces_[place.piece];
   if (tangent) {
-    if (!(piece.length > 0) || !elements_[piece.element].shape->hasTangent()) throw qcShapesError::NoTangent();
+    if (!(piece.length > 0) || !elements_[piece.element].seen.shape->hasTangent()) throw qcShapesError::NoTangent();
     const Vector along = motionAt(piece, place.distance).velocity;
     if (!(magnitude(along) > 0)) throw qcShapesError::NoTangent();
     *tangent = segmentAngle({}, along);
@@ -617,28 +655,54 @@ MappedCurve::Place MappedCurve::placeAt(double length) const {
   return {piece, distanceOnPiece(piece, length - all[piece])};
 }
 
-double MappedCurve::sourceLengthTo(const Place& place) const {
-  return info_.startOf(pieces_[place.piece].number) + place.distance;
+MappedCurve::Place MappedCurve::normal(const Place& place) const {
+  if (place.distance < pieces_[place.piece].length) return place;
+  const auto isBefore = [](std::size_t piece, const Chain& chain) { return piece < chain.first; };
+  const Chain& chain = *(std::upper_bound(chains_.begin(), chains_.end(), place.piece, isBefore) - 1);
+  const std::size_t next = place.piece + 1 < chain.last ? place.piece + 1 : chain.first;
+  const bool isEnd = next == chain.first && !chain.closed;
+  return isEnd || jumps(spans_[endOfSpans(place.piece + 1) - 1], spans_[pieces_[next].firstSpan]) ? place
+                                                                                                  : Place{next, 0};
 }
 
-std::vector<MappedCurve::Outline> MappedCurve::outlines(double tolerance) const {
-  std::vector<Outline> all;
-  for (const Chain& chain : chains_) {
-    std::vector<Vector> points;
-    const std::size_t end = endOfSpans(chain);
-    for (std::size_t i = pieces_[chain.first].firstSpan; i < end; ++i) {
-      refine(
-          spans_[i], [tolerance](const Span& span) { return span.deviation <= tolerance; },
-          [&](const Span& span) {
-            if (points.empty() || points.back() != span.from.image) points.push_back(span.from.image);
-          });
-    }
-    const Vector& last = spans_[end - 1].to.image;
-    if (points.back() != last && !(chain.closed && last == points.front())) points.push_back(last);
-    if (chain.isTurned) std::reverse(points.begin(), points.end());
-    all.push_back({std::move(points), chain.closed});
-  }
+const MappedCurve& MappedCurve::source() const {
+  if (!before_) before_ = std::make_unique<const MappedCurve>(given_, Xform(new qc2XformLinear));
+  return *before_;
+}
+
+std::vector<qcPtrHandle<qcShape>> MappedCurve::outlines(double tolerance) const {
+  std::vector<qcPtrHandle<qcShape>> all;
+  for (const Chain& chain : chains_) all.push_back(outline(chain, tolerance));
   return all;
+}
+
+// A polyline, or several where the contour jumps.
+qcPtrHandle<qcShape> MappedCurve::outline(const Chain& chain, double tolerance) const {
+  std::vector<std::vector<Vector>> runs(1);
+  const auto add = [&](const Vector& p) {
+    if (runs.back().empty() || runs.back().back() != p) runs.back().push_back(p);
+  };
+  const std::size_t first = pieces_[chain.first].firstSpan, end = endOfSpans(chain.last);
+  for (std::size_t i = first; i < end; ++i) {
+    refine(
+        spans_[i], [tolerance](const Span& span) { return span.deviation <= tolerance; },
+        [&](const Span& span) { add(span.from.image); });
+    if (i + 1 < end && !jumpsBehind(i)) continue;
+    add(spans_[i].to.image);
+    if (i + 1 < end) runs.emplace_back();
+  }
+  if (chain.isTurned) {
+    std::reverse(runs.begin(), runs.end());
+    for (std::vector<Vector>& run : runs) std::reverse(run.begin(), run.end());
+  }
+  const bool jumpsAtEnd = chain.closed && jumps(spans_[end - 1], spans_[first]);
+  if (runs.size() == 1 && !jumpsAtEnd) {
+    if (chain.closed && runs[0].size() > 1) runs[0].pop_back();
+    return new qcPolyline(std::move(runs[0]), chain.closed);
+  }
+  std::vector<Held> parts;
+  for (std::vector<Vector>& run : runs) parts.emplace_back(new qcPolyline(std::move(run), false));
+  return new qcContourTree(parts, chain.closed, false);
 }
 
 std::vector<double> MappedCurve::sampleDistances(const qcShape::qcSampleParams& params, std::size_t piece,
@@ -693,7 +757,11 @@ void MappedCurve::sample(SampleWriter& writer) const {
   const qcShape::qcSampleParams& params = writer.params();
   qcShape::qcSampleResult& result = writer.result();
   const std::int32_t number = takeNumbers(writer);
+  // Points among other shapes are left out where tangents are asked for.
+  const bool hasLength =
+      std::any_of(pieces_.begin(), pieces_.end(), [](const Piece& piece) { return piece.length > 0; });
   for (const Chain& chain : chains_) {
+    if (params.computeTangents() && hasLength && !(pieces_[chain.first].length > 0)) continue;
     const int firstChain = static_cast<int>(result.numChains());
     const std::size_t firstPoint = result.positions().size();
     for (std::size_t i = chain.first; i < chain.last; ++i) {

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -17,22 +18,29 @@ class qcRegionTree;
 
 namespace qc_shapes {
 
-/// The boundary of a shape, piece by piece as decomposition gives it, with the image of each point. The pieces are cut
-/// into spans, each with a bound for how far its image deviates from the chord between the images of its ends. The
-/// bound follows from the transform's own (qc2XformBase::bendBound), so that it holds for all points and not only for
-/// those that are looked at. Every question goes down to spans whose bound is small enough for the answer.
+/// The boundary of a shape, piece by piece as decomposition gives it, with the image of each point; what a mapped shape
+/// holds in it is seen through both transforms at once. The pieces are cut into spans, each with a bound for how far
+/// its image deviates from the chord between the images of its ends. The bound follows from the transform's own
+/// (qc2XformBase::bendBound), so that it holds for all points and not only for those that are looked at. Every question
+/// goes down to spans whose bound is small enough for the answer.
 ///
 /// Errors of the transform at a point reach whoever asks; a boundary of which some point has no finite image throws
 /// qc2XformPerspectiveDefs::NumericalError.
 class MappedCurve {
  public:
+  using Held = qcPtrHandle_const<qcShape>;
   using Xform = qcPtrHandle_const<qc2XformBase>;
+  /// A shape, and the transform that it is seen through.
+  struct Seen {
+    Held shape;
+    Xform xform;
+  };
 
   /// The share of the extent within which a box, nearest distances and insideness are determined.
   static constexpr double kPrecision = 1e-8;
 
   /// Throws qcShapesError::InfiniteExtent for infinite shapes.
-  MappedCurve(const qcPtrHandle_const<qcShape>& shape, const Xform& xform);
+  MappedCurve(const Held& shape, const Xform& xform);
 
   /// A point of the boundary: a distance along a piece before it is mapped.
   struct Place {
@@ -69,17 +77,20 @@ class MappedCurve {
   double lengthTo(const Place& place) const;
   Place placeAt(double length) const;
   double length() const { return starts().back(); }
-  /// The length of what comes before a place before it is mapped.
-  double sourceLengthTo(const Place& place) const;
-  double sourceLength() const { return info_.perimeter(); }
+  /// The place itself, or where it is a joint the start of the next piece, unless the contour jumps there.
+  Place normal(const Place& place) const;
+  /// The shape that was given, as it is before it is mapped: with the same places, but other lengths.
+  const MappedCurve& source() const;
 
-  /// A contour by points.
-  struct Outline {
-    std::vector<qcVector<2>> vertices;
-    bool closed;
+  /// A polyline for each contour, or a contour tree of polylines where it jumps, that deviates from the image by the
+  /// tolerance at most.
+  std::vector<qcPtrHandle<qcShape>> outlines(double tolerance) const;
+  /// The region trees, each with the number of the first of its contours, which are those of its elements.
+  struct Region {
+    Seen seen;
+    std::size_t firstContour;
   };
-  /// Outlines that deviate from the image by the tolerance at most.
-  std::vector<Outline> outlines(double tolerance) const;
+  const std::vector<Region>& regions() const { return regions_; }
 
   /// Samples the pieces as qcMappedShape::sample says; in uniform mode one chain, closed or not.
   void sample(SampleWriter& writer) const;
@@ -88,15 +99,13 @@ class MappedCurve {
  private:
   // A part of the decomposed shape that is asked for points by itself.
   struct Element {
-    const qcShape* shape;
+    Seen seen;
     qcShapeInfo info;
-    std::int32_t firstNumber;  // of its pieces
   };
   struct Piece {
     std::size_t element;
-    std::int32_t index;   // within the element
-    std::int32_t number;  // within the decomposed shape
-    std::int32_t owner;   // the piece of the shape that was given
+    std::int32_t index;  // within the element
+    std::int32_t owner;  // the piece of the shape that was given
     double length;
     qcVector<2> start, end;                // before they are mapped
     qcVector<2> startTangent, endTangent;  // of length 1; null when unknown
@@ -125,11 +134,16 @@ class MappedCurve {
     double from, before;
   };
 
-  std::vector<std::size_t> addElement(const qcShape& shape);
-  void addContour(const qcShape& contour, bool isTurned, std::ptrdiff_t parent);
-  void addRegion(const qcRegionTree& region);
+  void addRegion(const qcRegionTree& region, const Xform& xform);
+  void addContour(const Seen& contour, bool isTurned, std::ptrdiff_t parent);
+  void addPrimitives(const Seen& seen);
+  template <class OwnerOf>
+  double addElement(const Seen& seen, const OwnerOf& ownerOf);
   void cut();
-  std::size_t endOfSpans(const Chain& chain) const;
+  std::size_t endOfSpans(std::size_t piece) const;
+  bool jumps(const Span& from, const Span& to) const;
+  bool jumpsBehind(std::size_t span) const;
+  const qc2XformBase& xformOf(const Piece& piece) const { return *elements_[piece.element].seen.xform; }
   double windingAngle(const Chain& chain, const qcVector<2>& p, bool& touches) const;
 
   End endAt(const Piece& piece, double distance) const;
@@ -159,17 +173,17 @@ class MappedCurve {
   double lengthOnPiece(std::size_t piece, double distance) const;
   double distanceOnPiece(std::size_t piece, double length) const;
   std::size_t firstOf(std::int32_t owner) const;
+  qcPtrHandle<qcShape> outline(const Chain& chain, double tolerance) const;
   std::int32_t takeNumbers(SampleWriter& writer) const;
   void add(SampleWriter& writer, const Place& place, std::int32_t firstNumber) const;
   std::vector<double> sampleDistances(const qcShape::qcSampleParams& params, std::size_t piece, bool isRound) const;
 
-  qcPtrHandle_const<qcShape> source_;
-  Xform xform_;
-  qcShapeInfo info_;  // of the decomposed shape
-  long numOwners_;
+  Held given_;
+  long numOwners_ = 0;  // of the pieces of the shape that was given
   std::vector<Element> elements_;
   std::vector<Piece> pieces_;
   std::vector<Chain> chains_;
+  std::vector<Region> regions_;
   std::vector<Span> spans_;
   double extent_ = 0;
 
@@ -177,6 +191,7 @@ class MappedCurve {
   mutable std::optional<qcRect> box_;
   mutable std::vector<std::vector<Stretch>> stretches_;
   mutable std::vector<double> starts_, lengths_;  // of each piece; behind the last start the whole length
+  mutable std::unique_ptr<const MappedCurve> before_;
 };
 
 }  // namespace qc_shapes

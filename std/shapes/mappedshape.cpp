@@ -12,7 +12,9 @@
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/archive/memory.h"
 #include "vnxstd/math/xfcomp.h"
+#include "vnxstd/shapes/circle.h"
 #include "vnxstd/shapes/clipinfo.h"
+#include "vnxstd/shapes/ellipse.h"
 #include "vnxstd/shapes/generaltree.h"
 #include "vnxstd/shapes/polyline.h"
 #include "vnxstd/shapes/regiontree.h"
@@ -43,6 +45,15 @@ std::string bytesOf(const qc2XformBase& xform) {
   return {archive.bytes().begin(), archive.bytes().end()};
 }
 
+bool mirrors(const qc2XformLinear& xform) { return xform.matrix().determinant() < 0; }
+
+// At the centre of the shape's box.
+qc2XformLinear expansion(const qc2XformBase& xform, const qcShape& shape) {
+  if (xform.isLinear()) return xform.linearXform({});
+  const qcRect box = shape.boundingBox();
+  return xform.linearXform(box.origin() + 0.5 * box.size());
+}
+
 // Of the same class and equal in all that they archive; compositions member by member.
 bool areEqual(const qc2XformBase& first, const qc2XformBase& second) {
   std::vector<std::pair<const qc2XformBase*, const qc2XformBase*>> waiting{{&first, &second}};
@@ -65,16 +76,25 @@ bool areEqual(const qc2XformBase& first, const qc2XformBase& second) {
   return true;
 }
 
+// The image of a shape, travelled as the shape is: where the transform mirrors, the other way round than circles are of
+// themselves, and around the holes and islands of a region in the direction of the other kind.
+qcPtrHandle<qcShape> imageOf(const qcShape& shape, const qc2XformLinear& xform) {
+  const auto image = [&xform](const qcShape& part) { return part.mapShape(xform); };
+  if (!mirrors(xform)) return image(shape);
+  if (const auto* circle = dynamic_cast<const qcCircle*>(&shape)) return new qcEllipse2(circle->map2(xform));
+  if (const auto* region = dynamic_cast<const qcRegionTree*>(&shape)) return region->around_(image, true);
+  return image(shape);
+}
+
 // The place on the curve that a position means. The end of a contour, but for rounding, is no place on the next one.
-MappedCurve::Place placeOf(const MappedCurve& curve, const qcShapeInfo& info, const qcPerimPos& position,
-                           bool isMultiple) {
+MappedCurve::Place placeOf(const MappedCurve& curve, const qcShapeInfo& info, const qcPerimPos& position) {
   constexpr double kRounding = 1e-12;  // of lengths, relatively
-  const qcPerimPos normal = info.perimPos(position, 0);
+  const qcPerimPos moved = info.perimPos(position, 0);
   if (info.numPieces() != static_cast<long>(curve.lengths().size())) throw qcShapesError::BadParams();
   const double length = info.pieceLength(position.index()) * (1 + kRounding);
   const bool isOnPiece = position.distance() >= 0 && position.distance() <= length;
-  const qcPerimPos& place = isMultiple && isOnPiece ? position : normal;
-  return curve.placeOn(place.index(), place.distance());
+  const qcPerimPos& place = isOnPiece ? position : moved;
+  return curve.normal(curve.placeOn(place.index(), place.distance()));
 }
 
 }  // namespace
@@ -167,17 +187,15 @@ qc2XformLinear qcMappedShape::overallMapXformLinear(const qcVector<2>& at) const
 }
 
 qc2XformLinear qcMappedShape::overallMapXformLinear() const {
-  if (overallMapXform()->isLinear()) return overallMapXformLinear({});
-  const qcRect box = underlyingShape()->boundingBox();
-  return overallMapXformLinear(box.origin() + 0.5 * box.size());
+  return expansion(*overallMapXform(), *underlyingShape());
 }
 
 Held qcMappedShape::explicitShape(const qcVector<2>& at) const {
-  return underlyingShape()->mapShape(overallMapXformLinear(at));
+  return imageOf(*underlyingShape(), overallMapXformLinear(at));
 }
 
 Held qcMappedShape::explicitShape() const {
-  if (explicit_.isNull()) explicit_ = underlyingShape()->mapShape(overallMapXformLinear());
+  if (explicit_.isNull()) explicit_ = imageOf(*underlyingShape(), overallMapXformLinear());
   return explicit_;
 }
 
@@ -223,8 +241,7 @@ double qcMappedShape::perimeter() const {
 
 qcPerimPos qcMappedShape::nearestPerimPos(const qcShapeInfo& info, const qcVector<2>& p) const {
   if (const qcShape* shape = exact()) return shape->nearestPerimPos(info, p);
-  const qcPerimPos position = curve().positionOf(curve().nearest(p));
-  return isMultipleContours_() ? position : info.perimPos(position, 0);
+  return curve().positionOf(curve().normal(curve().nearest(p)));
 }
 
 qcVector<2> qcMappedShape::startPoint() const { return overallMapXform()->mapPoint(underlyingShape()->startPoint()); }
@@ -259,8 +276,7 @@ qcRadian qcMappedShape::windingAngle(const qcVector<2>& p) const {
 }
 
 bool qcMappedShape::isRightHanded() const {
-  const bool rightHanded = underlyingShape()->isRightHanded();
-  return rightHanded != (overallMapXformLinear().matrix().determinant() < 0);
+  return underlyingShape()->isRightHanded() != mirrors(overallMapXformLinear());
 }
 
 bool qcMappedShape::within(const qcVector<2>& p) const {
@@ -281,43 +297,46 @@ qcPtrHandle<qcShape> qcMappedShape::reverse() const {
 qcPtrHandle<qcShape> qcMappedShape::decompose() const {
   if (const qcShape* shape = exact()) return shape->decompose();
   if (isEmpty()) return new qcPolyline;
-  std::vector<MappedCurve::Outline> outlines = curve().outlines(kDecomposed * curve().extent());
-  std::vector<qcPtrHandle<qcShape>> contours;
-  contours.reserve(outlines.size());
-  for (MappedCurve::Outline& outline : outlines) {
-    contours.emplace_back(new qcPolyline(std::move(outline.vertices), outline.closed));
+  // Boundaries that touch may cross by as much as they deviate.
+  const std::vector<qcPtrHandle<qcShape>> outlines = curve().outlines(kDecomposed * curve().extent());
+  std::vector<Held> shapes;
+  std::size_t done = 0;
+  const auto takeUntil = [&](std::size_t end) {
+    for (; done < end; ++done) shapes.emplace_back(outlines[done]);
+  };
+  for (const auto& [seen, first] : curve().regions()) {
+    takeUntil(first);
+    const auto& region = static_cast<const qcRegionTree&>(*seen.shape);
+    std::unordered_map<const qcShape*, qcPtrHandle<qcShape>> outlineOf;
+    for (const qcShape* boundary : region.elements_()) outlineOf[boundary] = outlines[done++];
+    shapes.emplace_back(region.around_([&](const qcShape& boundary) { return outlineOf.at(&boundary); },
+                                       mirrors(expansion(*seen.xform, region))));
   }
-  if (contours.size() == 1) return contours.front();
-  const auto* region = dynamic_cast<const qcRegionTree*>(underlyingShape().rep());
-  if (!region) return new qcGeneralShapeTree({contours.begin(), contours.end()}, false);
-  // Each boundary has one outline. Those that touch may cross by as much as they deviate.
-  const std::vector<const qcShape*> boundaries = region->elements_();
-  std::unordered_map<const qcShape*, qcShape*> outlineOf;
-  for (std::size_t i = 0; i < contours.size(); ++i) outlineOf[boundaries[i]] = contours[i].rep();
-  return region->around_([&](const qcShape& boundary) -> qcPtrHandle<qcShape> { return outlineOf.at(&boundary); });
+  takeUntil(outlines.size());
+  if (shapes.size() > 1) return new qcGeneralShapeTree(shapes, false);
+  return const_cast<qcShape*>(shapes.front().rep());  // made here
 }
 
 qcPtrHandle<qcShape> qcMappedShape::subShape(const qcShapeInfo& info,
                                              const std::pair<qcPerimPos, double>& piece) const {
   if (const qcShape* shape = exact()) return shape->subShape(info, piece);
   if (!(piece.second >= 0)) throw qcShapesError::BadParams();
-  const MappedCurve& mapped = curve();
-  const MappedCurve::Place place = placeOf(mapped, info, piece.first, isMultipleContours_());
-  const double from = mapped.lengthTo(place), sourceFrom = mapped.sourceLengthTo(place);
-  const double total = mapped.length(), sourceTotal = mapped.sourceLength();
-  const auto sourceAt = [&](double length) { return mapped.sourceLengthTo(mapped.placeAt(length)); };
-  double length = 0;
-  if (info.isClosed() && piece.second >= total) {
-    length = sourceTotal;
-  } else if (from + piece.second < total) {
+  const MappedCurve &mapped = curve(), &source = mapped.source();
+  const MappedCurve::Place place = placeOf(mapped, info, piece.first);
+  const double from = mapped.lengthTo(place), sourceFrom = source.lengthTo(place);
+  const double total = mapped.length(), sourceTotal = source.length();
+  const auto sourceAt = [&](double length) { return source.lengthTo(mapped.placeAt(length)); };
+  double length = sourceTotal;
+  if (from + piece.second < total) {
     length = sourceAt(from + piece.second) - sourceFrom;
-  } else {
-    length = sourceTotal - sourceFrom + (info.isClosed() ? sourceAt(from + piece.second - total) : 0);
+  } else if (info.isClosed() && piece.second < total) {
+    length = sourceTotal - sourceFrom + sourceAt(from + piece.second - total);
   }
   const qcShape& shape = *underlyingShape();
   const qcShapeInfo whole(shape);
-  return new qcMappedShape(Held(shape.subShape(whole, {whole.perimPos(sourceFrom), std::max(length, 0.0)})),
-                           overallMapXform());
+  qcPerimPos start = source.positionOf(place);
+  start.distance(std::min(start.distance(), whole.pieceLength(start.index())));
+  return new qcMappedShape(Held(shape.subShape(whole, {start, std::max(length, 0.0)})), overallMapXform());
 }
 
 qcPtrHandle<qcShape> qcMappedShape::clip_(const qcPolyline& polygon, qcClipInfo& info) const {
@@ -360,7 +379,7 @@ bool qcMappedShape::equal_(const qcShape& that) const {
 void qcMappedShape::perimPointAndTangent_(const qcShapeInfo& info, const qcPerimPos& position, qcVector<2>& point,
                                           qcRadian* tangent) const {
   if (const qcShape* shape = exact()) return shape->perimPointAndTangent_(info, position, point, tangent);
-  point = curve().image(placeOf(curve(), info, position, isMultipleContours_()), tangent);
+  point = curve().image(placeOf(curve(), info, position), tangent);
 }
 
 void qcMappedShape::pieceLengths_(std::vector<double>& lengths) const {

@@ -107,8 +107,8 @@ qcPtrHandle<qcRegionTree> qcRegionTree::flip() const {
 }
 
 qcPtrHandle<qcRegionTree> qcRegionTree::around_(
-    const std::function<qcPtrHandle<qcShape>(const qcShape& boundary)>& made) const {
-  return asHandle(rebuilt_(*this, {made}));
+    const std::function<qcPtrHandle<qcShape>(const qcShape& boundary)>& made, bool flipped) const {
+  return asHandle(rebuilt_(*this, {made, false, flipped}));
 }
 
 qcPtrHandle<qcShape> qcRegionTree::reverse() const {

@@ -86,18 +86,30 @@ class Pieces {
     return {static_cast<std::int32_t>(position.index() - first_[i]), position.distance()};
   }
 
-  /// The position on the piece that it really lies on. The end of an element, but for rounding, is no place on the next
-  /// one, unless both are of one contour.
+  /// The position on the piece that it really lies on. The end of an element, but for rounding, is the start of the
+  /// next one where both are of one contour that does not jump there; within an element that is for itself to say.
   qcPerimPos placed(const qcShapeInfo& info, const qcPerimPos& position, bool oneContour) const {
     if (info.numPieces() != first_.back()) throw qcShapesError::BadParams();
-    const double length = info.pieceLength(position.index()), distance = position.distance();
-    if (!oneContour && distance >= 0 && distance <= length * (1 + kRounding)) {
-      return {position.index(), std::min(distance, length)};
+    const double distance = position.distance();
+    if (!(distance >= 0 && distance <= info.pieceLength(position.index()) * (1 + kRounding))) {
+      return info.perimPos(position, 0);
     }
-    return info.perimPos(position, 0);
+    qcPerimPos place = position;
+    for (std::size_t i = 0; oneContour && i < count() && place.distance() >= info.pieceLength(place.index()); ++i) {
+      const std::size_t element = elementOf(place.index()), last = count() - 1;
+      const std::size_t next = element < last ? element + 1 : 0;
+      if (place.index() + 1 != first_[element + 1] || (next == 0 && !info.isClosed()) || jumps(element, next)) break;
+      place = onTree(next, {});
+    }
+    return {place.index(), std::min(place.distance(), info.pieceLength(place.index()))};
   }
 
  private:
+  bool jumps(std::size_t from, std::size_t to) const {
+    const qcVector<2> end = elements_[from]->endPoint(), start = elements_[to]->startPoint();
+    return qc_shapes::segmentLength(end, start) > kRounding * (std::fabs(end.x()) + std::fabs(end.y()));
+  }
+
   Elements elements_;
   std::vector<long> first_;
 };

@@ -79,9 +79,13 @@ class Random {
   /// Within a circle; its holes and islands are within smaller ones, side by side.
   qcPtrHandle<qcRegionTree> region(const V& center, double radius, bool hole, int levels) {
     Shape boundary = new qcCircle(center, radius * real(0.8, 0.95));
-    const int kind = integer(0, 3);
+    const int kind = integer(0, 4);
+    if (kind == 4) {
+      const qc2XformLinear mirror(qcMatrix<2>(-1, 0, 0, 1), {});
+      boundary = new qcMappedShape(new qcCircle({-center.x(), center.y()}, 0.9 * radius), mirror, false);
+    }
     if (kind == 1) boundary = new qcEllipse2(center, angle(), {0.95 * radius, 0.8 * radius}, integer(0, 1), angle());
-    if (kind >= 2) {
+    if (kind == 2 || kind == 3) {
       Points star;
       for (int i = 0; i < 12; ++i) star.push_back(center + V(radius * real(0.85, 0.95), qcDegree(30 * i)));
       if (integer(0, 1)) std::reverse(star.begin(), star.end());

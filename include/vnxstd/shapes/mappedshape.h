@@ -75,7 +75,8 @@ class VNXSTD_EXPORT qcMappedShape : public qcShape {
   qc2XformLinear overallMapXformLinear(const qcVector<2>& at) const;
   qc2XformLinear overallMapXformLinear() const;
   /// The underlying shape carried through that expansion: the image itself when the overall transform is linear, what
-  /// it nearly is near the point when it is not.
+  /// it nearly is near the point when it is not. Where the expansion mirrors, it is travelled in the mirrored direction
+  /// all the same: a circle becomes a left-handed qcEllipse2, and a region tree one with holes for islands.
   Held explicitShape(const qcVector<2>& at) const;
   Held explicitShape() const;
 
@@ -116,8 +117,9 @@ class VNXSTD_EXPORT qcMappedShape : public qcShape {
   qcPtrHandle<qcShape> mapShape(const qcXform<2>& xform) const override;
   /// The underlying shape reversed, with the overall transform.
   qcPtrHandle<qcShape> reverse() const override;
-  /// That of the explicit shape, or polylines within kDecomposed of the image: one for each contour, several in a
-  /// qcGeneralShapeTree, or for a region in a qcRegionTree.
+  /// That of the explicit shape, or outlines within kDecomposed of the image: one for each contour, several in a
+  /// qcGeneralShapeTree, those of a region tree in a qcRegionTree. An outline is a qcPolyline, or a qcContourTree of
+  /// several where the contour jumps.
   qcPtrHandle<qcShape> decompose() const override;
   /// The image of a piece of the underlying shape.
   qcPtrHandle<qcShape> subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const override;

@@ -84,8 +84,9 @@ class VNXSTD_EXPORT qcRegionTree : public qcShapeTree {
   void heldShapes_(std::vector<const qcShape*>& held) const override;
 
   /// The same tree around other boundaries: those that `made` gives for each of these, which are to be regions, and are
-  /// trusted to be nested well.
-  qcPtrHandle<qcRegionTree> around_(const std::function<qcPtrHandle<qcShape>(const qcShape& boundary)>& made) const;
+  /// trusted to be nested well. With `flipped`, with holes for islands and islands for holes.
+  qcPtrHandle<qcRegionTree> around_(const std::function<qcPtrHandle<qcShape>(const qcShape& boundary)>& made,
+                                    bool flipped) const;
 
   /// Lets go of the boundary, too.
   void preLoad() override;
