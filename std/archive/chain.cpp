@@ -15,7 +15,8 @@ namespace {
 
 constexpr std::size_t kScanBytes = 65536;
 // Fields that are written over.
-constexpr std::streamoff kIdField = 5, kKindField = 9, kSizeField = 10, kPositionField = 18, kLastField = 34;
+constexpr std::streamoff kIdField = 5, kKindField = 9, kSizeField = 10, kPositionField = 18, kPreviousField = 26,
+                         kLastField = 34;
 
 }  // namespace
 
@@ -146,7 +147,14 @@ void qc_RecordChain::scan(std::streamoff from, Found found) {
 }
 
 long qc_RecordChain::salvage() {
-  if (broken_ == 0) return 0;
+  if (anchored_ && broken_ == 0) return 0;
+  if (!anchored_) {  // as if it were there, and led nowhere
+    if (archive_.endOffset() < kAnchorAt + static_cast<std::streamoff>(kLinkedHead)) return 0;
+    anchor_ = qc_Record();
+    anchor_.at = kAnchorAt;
+    anchor_.kind = kAnchor;
+    anchor_.wide = true;
+  }
   const std::size_t before = records_.size();
   const std::streamoff here = archive_.offset(), end = archive_.endOffset();
   std::vector<std::streamoff> candidates;
@@ -168,6 +176,31 @@ long qc_RecordChain::salvage() {
   broken_ = reported;
   archive_.seekTo(here);
   return static_cast<long>(records_.size() - before);
+}
+
+void qc_RecordChain::relink() {
+  if (anchored_ && broken_ == 0) return;
+  if (!anchored_ && records_.empty()) throw qcArchive::BadContent(kIndexSource, kNoChainLine);
+  const std::int32_t lastId = largestIdentifier();  // also of what is lost: others may refer to it
+  if (!anchored_) {
+    const std::streamoff here = archive_.offset();
+    archive_.mode(qcArchive::storing);
+    archive_.seekTo(kAnchorAt);
+    writeHead(anchor_);
+    archive_.mode(qcArchive::loading);
+    archive_.seekTo(here);
+  }
+  for (std::size_t i = 0; i <= records_.size(); ++i) {
+    qc_Record& record = i == 0 ? anchor_ : records_[i - 1];
+    const auto before = static_cast<qcUInt64>(i < 2 ? kAnchorAt : records_[i - 2].at);
+    const auto next = static_cast<qcUInt64>(i == records_.size() ? 0 : records_[i].at);
+    if (i != 0 && record.previous != before)
+      overwrite<std::uint64_t>(record.at + kPreviousField, record.previous = before);
+    if (record.position != next) overwrite<std::uint64_t>(record.at + kPositionField, record.position = next);
+  }
+  anchored_ = true;
+  broken_ = 0;
+  announce(0, std::max(lastId, static_cast<std::int32_t>(anchor_.last)));
 }
 
 // Whether a record that was come across was linked: its neighbours agree. Other data may look the same.

@@ -39,6 +39,8 @@ class qc_RecordChain {
   void cutUnfinished();
   /// Takes in the records that can be found behind the place where the chain is broken; returns how many.
   long salvage();
+  /// Writes links from each record taken in to the next one.
+  void relink();
 
   /// All records, in the order in which they lie.
   const std::vector<qc_Record>& all() const noexcept { return records_; }

@@ -219,6 +219,13 @@ long qcArchive::salvage() {
   return explained([this] { return chain().salvage(); });
 }
 
+void qcArchive::relink() {
+  static_cast<void>(chain());
+  if (readOnly_) throw BadBuffer(kArchiveSource, kReadOnlyLine);
+  const Reading reading(*this);
+  chain().relink();
+}
+
 std::vector<qcArchiveRecord> qcArchive::records() const {
   std::vector<qcArchiveRecord> heads;
   for (const qc_Record& record : chain().all()) heads.push_back(record.told());

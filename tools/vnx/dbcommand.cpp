@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <utility>
@@ -11,6 +12,8 @@
 
 #include "files.h"
 #include "info.h"
+#include "objects.h"
+#include "salvage.h"
 #include "wrongcall.h"
 
 namespace {
@@ -73,7 +76,10 @@ bool check(qcVDBArchive& database) {
   if (unfinished != 0)
     std::cout << "  an unfinished record from byte " << unfinished << " on: the next one stored takes its place\n";
   if (damaged != 0) std::cout << "  damaged at byte " << damaged << ": records behind it are not found\n";
-  return bad == 0 && damaged == 0;
+  const long unlinked = database.archive().salvage();
+  if (unlinked != 0)
+    std::cout << "  " << unlinked << " heads of records that no link leads to: vnx db salvage finds them\n";
+  return bad == 0 && damaged == 0 && unlinked == 0;
 }
 
 }  // namespace
@@ -92,7 +98,13 @@ DbCommand::DbCommand(CLI::App& app)
   remove_ = add("remove", "Take a record out");
   renumber_ = add("renumber", "Give a record another number");
   grade_ = add("grade", "Give a record another grade");
-  for (CLI::App* sub : {show_, remove_, renumber_, grade_}) sub->add_option("number", number_, "Number of the record");
+  extract_ = add("extract", "Write a record, or each of them, to a database of its own, byte for byte");
+  salvage_ = add("salvage", "Write what can be read of a damaged archive or database, and say what is lost");
+  extract_->add_option("-o,--output", output_, "The file to write; without a number a folder, for record-NUMBER.vdb");
+  salvage_->add_option("-o,--output", output_, "The file to write, which must not exist");
+  salvage_->add_flag("--in-place", inPlace_, "Take the file's place; the file as it was is kept as FILE.damaged");
+  for (CLI::App* sub : {show_, remove_, renumber_, grade_, extract_})
+    sub->add_option("number", number_, "Number of the record");
   renumber_->add_option("new", other_, "Its new number");
   grade_->add_option("grade", wanted_, "unknown, good, bad or review");
   typeGiven_ = grade_->add_option("--type", type_, "Another type, -128 to 127, too");
@@ -100,8 +112,11 @@ DbCommand::DbCommand(CLI::App& app)
 }
 
 Exit DbCommand::run() const {
-  if (command_->get_subcommands().empty()) throw WrongCall("what? list, show, check, remove, renumber or grade");
+  if (command_->get_subcommands().empty())
+    throw WrongCall("what? list, show, check, extract, salvage, remove, renumber or grade");
   if (file_.empty()) throw WrongCall("which file?");
+  if (extract_->parsed()) return extract();
+  if (salvage_->parsed()) return salvage();
   const bool isOne = !list_->parsed() && !check_->parsed();
   if (isOne && number_ < 1) throw WrongCall("which record? Its number is needed");
   if (renumber_->parsed() && (other_ < 1 || other_ > qcVDBArchive::kLastNumber))
@@ -137,4 +152,42 @@ Exit DbCommand::run() const {
     database.sync();
     return kGood;
   });
+}
+
+Exit DbCommand::extract() const {
+  if (output_.empty()) throw WrongCall("-o is missing");
+  if (number_ < 0 || number_ > qcVDBArchive::kLastNumber) throw WrongCall("no record has that number");
+  requireReadable(file_);
+  return onFile(file_, [&](const std::wstring&) {
+    const auto archive = openArchive(file_);
+    if (number_ != 0) {
+      if (isSameFile(file_, output_)) throw WrongCall("the database and -o must be different files");
+      if (extractRecord(*archive, file_, number_, output_)) return kGood;
+      std::cerr << "vnx db: nothing found: no record " << number_ << " in " << file_ << '\n';
+      return kNotFound;
+    }
+    std::error_code failed;
+    std::filesystem::create_directories(output_, failed);
+    if (failed) throw FileError(output_, failed.message(), Fault::medium);
+    for (long mark = archive->firstMarkNum(); mark != 0; mark = archive->nextMarkNum(mark))
+      extractRecord(*archive, file_, mark, output_ + "/record-" + std::to_string(mark) + ".vdb");
+    return kGood;
+  });
+}
+
+Exit DbCommand::salvage() const {
+  if (output_.empty() == !inPlace_) throw WrongCall("where to? -o NEW or --in-place");
+  requireReadable(file_);
+  const std::string kept = file_ + ".damaged", to = inPlace_ ? file_ + ".salvaged" : output_;
+  for (const std::string& path : {to, kept})
+    if ((inPlace_ || path == to) && std::filesystem::exists(path)) throw WrongCall(path + " exists already");
+  const bool isWhole = salvageArchive(file_, to, std::cout);
+  if (inPlace_) {
+    std::error_code failed;
+    std::filesystem::rename(file_, kept, failed);
+    if (!failed) std::filesystem::rename(to, file_, failed);
+    if (failed) throw FileError(file_, failed.message(), Fault::medium);
+  }
+  std::cout << (isWhole ? "nothing was lost\n" : "all else was saved\n");
+  return isWhole ? kGood : kMalformed;
 }

@@ -17,8 +17,12 @@ class DbCommand {
 
  private:
   CLI::App* command_;
-  CLI::App *list_, *show_, *check_, *remove_, *renumber_, *grade_;
-  std::string file_, wanted_;
+  CLI::App *list_, *show_, *check_, *remove_, *renumber_, *grade_, *extract_, *salvage_;
+  Exit extract() const;
+  Exit salvage() const;
+
+  std::string file_, wanted_, output_;
+  bool inPlace_ = false;
   long number_ = 0, other_ = 0;
   double metric_ = 0;
   long type_ = 0;

@@ -224,6 +224,13 @@ class Inspection {
                                 [](unsigned char a, char b) { return a == static_cast<unsigned char>(b); });
   }
   bool isRecord(qcInt64 at) { return isAt(at, {0x4F, 0xE5, 0x70}); }
+  // Not one of those that links lead to: what was given up may have left some of them behind.
+  bool isUnlinkedRecord(qcInt64 at) {
+    std::array<char, 10> head{};
+    bytes_.clear();
+    bytes_.seekg(at).read(head.data(), head.size());
+    return bytes_ && isRecord(at) && (head[3] == 0x54 || head[3] == 0x55) && (head[9] == 0 || head[9] == 1);
+  }
   bool isMarker(qcInt64 at) { return isAt(at, {0xF1, 0x66, 0x4B, 0xDF}); }
 
   // Runs one load that reaches to `end` at most; false when what comes behind it cannot be told.
@@ -285,10 +292,16 @@ class Inspection {
     qcInt64 at = place();
     bool isBehindMark = false;
     for (const qcArchiveRecord& record : records) {
+      if (found_ == Fault::limit) break;  // it would be exceeded again
       walkBetween(at, record.at, isBehindMark);
       isBehindMark = record.kind == qcArchiveRecord::mark;
       walkRecord(record);
       at = std::max(at, record.at + record.size + record.body);
+    }
+    if (found_ == Fault::limit) {
+      teller_.beginItem();
+      if (at < end) teller_.opaque({at, end - at}, "what was not read");
+      return;
     }
     walkBetween(at, end, false);
     if (damaged == 0 && unfinished == 0) return;
@@ -327,7 +340,7 @@ class Inspection {
         return;
       }
       teller_.beginItem();
-      const bool isPointer = isRecord(from);
+      const bool isPointer = isUnlinkedRecord(from);
       const qc_RegistryEntry* entry = !isPointer && isMarker(from) ? entryAt(from) : nullptr;
       if (!isPointer && !entry) return teller_.opaque({from, to - from}, "values that only their writer can name");
       if (!attempt(to, [&] {

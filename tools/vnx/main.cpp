@@ -14,6 +14,7 @@
 #include "gaugecommand.h"
 #include "info.h"
 #include "rendercommand.h"
+#include "verifycommand.h"
 
 namespace {
 
@@ -28,6 +29,7 @@ int run(int argc, char** argv) {
   const RenderCommand render(app);
   const DbCommand db(app);
   const DumpCommand dump(app);
+  const VerifyCommand verify(app);
   std::string file;
   CLI::App* info = app.add_subcommand("info", "Say what a bitmap, an archive or a tool database holds");
   info->add_option("file", file, "A bitmap, an archive or a tool database, of any program");
@@ -45,6 +47,7 @@ int run(int argc, char** argv) {
     if (blobs.wanted()) return blobs.run() ? kGood : kNotFound;
     if (db.wanted()) return db.run();
     if (dump.wanted()) return dump.run();
+    if (verify.wanted()) return verify.run();
     if (render.wanted()) return render.run() ? kGood : kNotFound;
     if (demo->parsed()) return runDemo(std::cout) ? kGood : kNotFound;
     if (!info->parsed()) throw WrongCall(std::string("which command? There are ") + kCommands);

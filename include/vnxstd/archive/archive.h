@@ -338,8 +338,13 @@ class VNXSTD_EXPORT qcArchive {
   /// Where the chain of records is broken, as by damage to the medium; 0 when it is sound. The index then holds what
   /// lies before that place, and nothing can be added.
   Position damaged() const;
-  /// Reads the whole data behind that place and takes the records found there into the index; returns how many.
+  /// Reads the whole data behind that place and takes the records found there into the index; returns how many. Where
+  /// the head of the whole chain is lost, it reads all.
   long salvage();
+  /// Makes the chain sound again: it leads from each record of the index to the next, and records can be added. What
+  /// salvage has not found is given up. It writes in many places, so that a program that is killed meanwhile can leave
+  /// less than there was: it is for copies. Throws BadContent when there is no record.
+  void relink();
 
   /// The heads of all records of the index in the order in which they lie, also of those that were removed; after
   /// salvage with those found.

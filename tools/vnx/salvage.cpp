@@ -1,0 +1,297 @@
+#include "salvage.h"
+
+#include <algorithm>
+#include <bit>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <ostream>
+#include <vector>
+
+#include <vnxstd/archive/file.h>
+#include <vnxstd/vdb/vdbarch.h>
+
+#include "files.h"
+#include "inspect.h"
+#include "objects.h"
+#include "std/archive/record.h"
+
+namespace {
+
+using Records = std::vector<qcArchiveRecord>;
+using Kind = qcArchiveRecord::Kind;
+
+// What a record of a database is made of.
+struct Parts {
+  qcArchiveRecord mark, pointer, object;
+};
+
+// The records of a database: those of its marks that a pointer with its object follows.
+std::vector<Parts> databaseRecords(const Records& records) {
+  std::map<long, qcArchiveRecord> objects;
+  for (const auto& record : records)
+    if (record.kind == Kind::object && !record.removed) objects.emplace(record.number, record);
+  std::vector<Parts> found;
+  for (std::size_t i = 0; i + 1 < records.size(); ++i) {
+    if (records[i].kind != Kind::mark || records[i].removed || records[i + 1].kind != Kind::pointer) continue;
+    const auto object = objects.find(records[i + 1].number);
+    if (object != objects.end()) found.push_back({records[i], records[i + 1], object->second});
+  }
+  return found;
+}
+
+// Does `work` on a file beside the one that is wanted, which takes its name when all went well.
+template <class Work>
+void writeWhole(const std::string& to, Work work) {
+  const std::string part = to + ".part";
+  std::error_code failed;
+  try {
+    work(part);
+    std::filesystem::rename(part, to);
+  } catch (const std::filesystem::filesystem_error& error) {
+    std::filesystem::remove(part, failed);
+    throw FileError(to, error.code().message(), Fault::medium);
+  } catch (...) {
+    std::filesystem::remove(part, failed);
+    throw;
+  }
+}
+
+// Copies `size` bytes from a place in a file.
+void copyBytes(std::ifstream& from, qcInt64 at, qcInt64 size, qcArchive& to) {
+  std::vector<char> bytes(65536);
+  from.seekg(at);
+  for (qcInt64 left = size; left > 0;) {
+    const qcInt64 step = std::min(left, static_cast<qcInt64>(bytes.size()));
+    if (!from.read(bytes.data(), step)) throw qcArchive::BadFile(L"the file cannot be read", 0);
+    to.raw(bytes.data(), static_cast<long>(step));
+    left -= step;
+  }
+}
+
+// The largest identifier that was in use behind an object, from the end of its head.
+qcUInt64 lastIdentifier(std::ifstream& from, const qcArchiveRecord& object, bool swap) {
+  std::array<unsigned char, qc_format::kLinkedHead> head{};
+  from.seekg(object.at);
+  if (!from.read(reinterpret_cast<char*>(head.data()), head.size()))
+    throw qcArchive::BadFile(L"the file cannot be read", 0);
+  qc_Record record = qf_ParseHead(head.data(), swap);
+  qf_ParseFields(record, head.data() + qc_format::kRecordHead, swap);
+  return record.last;
+}
+
+void writeHead(qcArchive& to, const qc_Record& record, bool swap) {
+  qc_Composer<qc_format::kLinkedHead> head(swap);
+  qf_ComposeRecord(head, record);
+  std::string bytes(reinterpret_cast<const char*>(head.data()), head.size());
+  to.raw(bytes.data(), static_cast<long>(bytes.size()));
+}
+
+void writeRecord(const Parts& parts, std::ifstream& from, qcArchive& to) {
+  using namespace qc_format;
+  const bool swap = (to.ordering() == qcArchive::littleEndian) != (std::endian::native == std::endian::little);
+  constexpr qcUInt64 kHead = kLinkedHead;
+  const qcInt64 headerAt = parts.mark.at + parts.mark.size, headerSize = parts.pointer.at - headerAt;
+  qc_Record mark, pointer, object, anchor;
+  mark.at = kAnchorAt + static_cast<std::streamoff>(kHead);
+  pointer.at = mark.at + static_cast<std::streamoff>(kHead) + headerSize;
+  object.at = pointer.at + static_cast<std::streamoff>(kHead);
+  mark.kind = kMark;
+  mark.id = static_cast<std::int32_t>(parts.mark.number);
+  pointer.kind = kPointer | kInline;
+  object.kind = kObject;
+  pointer.id = object.id = static_cast<std::int32_t>(parts.object.number);
+  object.size = static_cast<qcUInt64>(parts.object.body);
+  anchor.at = kAnchorAt;
+  anchor.kind = kAnchor;
+  qc_Record* const chain[] = {&anchor, &mark, &pointer, &object};
+  for (std::size_t i = 0; i < 4; ++i) {
+    chain[i]->wide = true;
+    if (i != 0) chain[i]->previous = static_cast<qcUInt64>(chain[i - 1]->at);
+    if (i != 3) chain[i]->position = static_cast<qcUInt64>(chain[i + 1]->at);
+  }
+  pointer.last = static_cast<qcUInt64>(object.at);
+  object.last = anchor.last = lastIdentifier(from, parts.object, swap);
+  writeHead(to, mark, swap);
+  copyBytes(from, headerAt, headerSize, to);
+  writeHead(to, pointer, swap);
+  writeHead(to, object, swap);
+  copyBytes(from, parts.object.at + parts.object.size, parts.object.body, to);
+  to.seek(qcArchive::Position(kAnchorAt));
+  writeHead(to, anchor, swap);
+}
+
+// A copy of a damaged file that is mended record by record.
+class Mending {
+ public:
+  Mending(const std::string& path, std::ostream& report) : path_(path), report_(report) {}
+
+  bool run() {
+    isDatabase_ = isDatabase();
+    qcFileArchive archive(qf_Widen(path_), qcArchive::loading, qcArchive::littleEndian, true, false);
+    archive_ = &archive;
+    const auto damaged = static_cast<std::streamoff>(archive.damaged());
+    const auto unfinished = static_cast<std::streamoff>(archive.unfinished());
+    const long found = archive.salvage();
+    if (damaged != 0 || found != 0) {
+      report_ << "the chain of records was broken at byte " << (damaged != 0 ? damaged : 2) << "; " << found
+              << " records were found behind it\n";
+      reportGaps(damaged);
+      archive.relink();
+    } else if (unfinished != 0) {
+      lose(unfinished, "a record that its writer has not finished");
+      archive.append();
+    }
+    while (dropUnreadable()) {
+    }
+    archive.mode(qcArchive::loading);
+    archive.sync();
+    archive.close();
+    return !lost_;
+  }
+
+ private:
+  bool isDatabase() const {
+    try {
+      return !qcVDBArchive(qf_Widen(path_), false, true).identification().empty();
+    } catch (const qcException&) {
+      return true;  // what identifies it may be what is damaged
+    }
+  }
+
+  void lose(qcInt64 at, const std::string& what) {
+    lost_ = true;
+    report_ << "lost: at byte " << at << ": " << what << '\n';
+  }
+
+  // Of a database, all bytes from the damage on belong to records.
+  void reportGaps(qcInt64 damaged) {
+    qcInt64 end = std::max<qcInt64>(damaged, 44);
+    bool isBehindMark = false;
+    const auto gap = [&](qcInt64 to) {
+      if (to > end && !isBehindMark) lose(end, std::to_string(to - end) + " bytes in which no record was found");
+    };
+    for (const qcArchiveRecord& record : archive_->records()) {
+      if (record.at < damaged) continue;
+      gap(record.at);
+      isBehindMark = record.kind == Kind::mark;
+      end = record.at + record.size + record.body;
+    }
+    archive_->mode(qcArchive::loading);
+    gap(static_cast<std::streamoff>(archive_->tell()) + archive_->remaining());
+  }
+
+  // Marks as removed what cannot be loaded; true when there was something, since others may have referred to it.
+  bool dropUnreadable() {
+    const Records records = archive_->records();
+    std::map<long, Parts> owners;
+    for (const Parts& parts : databaseRecords(records)) owners.emplace(parts.object.number, parts);
+    bool dropped = false;
+    for (const qcArchiveRecord& record : records) {
+      if (record.kind != Kind::object || record.removed) continue;
+      const auto owner = owners.find(record.number);
+      const std::string why = whyNot(record, owner == owners.end() ? nullptr : &owner->second);
+      if (why.empty()) continue;
+      dropped = true;
+      if (owner == owners.end()) {
+        lose(record.at, "object " + std::to_string(record.number) + ": " + why);
+      } else {
+        lose(record.at, "record " + std::to_string(owner->second.mark.number) + ": " + why);
+        at(owner->second.pointer).removePointer();
+        at(owner->second.mark).removeMark();
+      }
+      at(record).removeObject();
+    }
+    return dropped;
+  }
+
+  qcArchive& at(const qcArchiveRecord& record) {
+    archive_->seek(qcArchive::Position(record.at));
+    return *archive_;
+  }
+
+  // Why an object, or the record of a database that it belongs to, cannot be read; empty when it can.
+  std::string whyNot(const qcArchiveRecord& object, const Parts* owner) {
+    try {
+      archive_->mode(qcArchive::loading);
+      archive_->forgetObjects();
+      if (owner && isDatabase_) {
+        at(owner->mark).skipMark();
+        qcVDBHeader header;
+        *archive_ || header;
+        if (archive_->tell() != qcArchive::Position(owner->pointer.at)) return "its header is damaged";
+      }
+      const std::unique_ptr<qcPersistent> loaded(at(object).loadObject());
+      return {};
+    } catch (const qcArchive::UnknownType&) {
+      return {};
+    } catch (const qcException& error) {
+      return textOf(error);
+    }
+  }
+
+  std::string path_;
+  std::ostream& report_;
+  qcArchive* archive_ = nullptr;
+  bool isDatabase_ = false, lost_ = false;
+};
+
+// How much of a plain archive lies before its first fault.
+qcInt64 soundPrefix(const std::string& path, std::ostream& report) {
+  const auto archive = openArchive(path);
+  const qcInt64 all = static_cast<std::streamoff>(archive->tell()) + archive->remaining();
+  qcInt64 item = static_cast<std::streamoff>(archive->tell());
+  qcInt64 sound = all;
+  inspect(*archive, path, [&](const Entry& entry) {
+    if (entry.kind == "fault" && sound == all) {
+      sound = item;
+      report << "lost: from byte " << sound << " on: at byte " << entry.at << ": " << entry.facts.front().value << '\n';
+    }
+    if (std::count(entry.path.begin(), entry.path.end(), '/') == 1 && entry.kind != "object") item = entry.at;
+  });
+  return sound;
+}
+
+}  // namespace
+
+bool extractRecord(const qcArchive& from, const std::string& path, long number, const std::string& to) {
+  const Records records = from.records();
+  const std::vector<Parts> all = databaseRecords(records);
+  const auto wanted = std::find_if(all.begin(), all.end(), [&](const Parts& p) { return p.mark.number == number; });
+  if (wanted == all.end()) {
+    if (from.findMark(number) == qcArchive::Position(0)) return false;
+    throw FileError(path, "record " + std::to_string(number) + " has no object");
+  }
+  writeWhole(to, [&](const std::string& part) {
+    onFile(part, [&](const std::wstring& name) {
+      std::ifstream bytes(path, std::ios::binary);
+      qcFileArchive archive(name, qcArchive::storing, from.ordering(), true);
+      writeRecord(*wanted, bytes, archive);
+      archive.sync();
+      archive.close();
+    });
+  });
+  return true;
+}
+
+bool salvageArchive(const std::string& path, const std::string& to, std::ostream& report) {
+  bool isWhole = true;
+  writeWhole(to, [&](const std::string& part) {
+    const bool isSeekable = onFile(path, [&](const std::wstring&) {
+      if (kindOf(path) != FileKind::archive) throw FileError(path, "does not begin like an archive");
+      return openArchive(path)->isSeekable();
+    });
+    std::filesystem::copy_file(path, part, std::filesystem::copy_options::overwrite_existing);
+    onFile(path, [&](const std::wstring&) {
+      if (isSeekable) {
+        isWhole = Mending(part, report).run();
+      } else {
+        const qcInt64 sound = soundPrefix(path, report);
+        isWhole = sound == static_cast<qcInt64>(std::filesystem::file_size(part));
+        std::filesystem::resize_file(part, static_cast<std::uintmax_t>(sound));
+      }
+    });
+  });
+  return isWhole;
+}

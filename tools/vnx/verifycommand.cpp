@@ -1,0 +1,52 @@
+#include "verifycommand.h"
+
+#include <iostream>
+
+#include "inspect.h"
+#include "objects.h"
+#include "wrongcall.h"
+
+VerifyCommand::VerifyCommand(CLI::App& app)
+    : command_(app.add_subcommand("verify", "Read all of a file under limits, and say whether it is good")) {
+  command_->footer(
+      "Objects of classes that are not known here are skipped, and so are values that only their writer can name; it "
+      "is\n"
+      "said how many bytes these are.");
+  command_->add_option("file", file_, "A bitmap, an archive or a tool database, of any program");
+  const auto limit = [this](const char* name, auto& value, const char* what) {
+    command_->add_option(name, value, what)
+        ->check(CLI::Range(1LL, static_cast<long long>(qcArchiveLimits::kUnlimited)));
+  };
+  limit("--max-bytes", limits_.bytes, "Bytes that are read in all");
+  limit("--max-depth", limits_.nesting, "How deep objects may nest, 512 unless set");
+  limit("--max-objects", limits_.objects, "Objects in all");
+  limit("--max-elements", limits_.elements, "Elements of vectors, texts and images in all");
+}
+
+Exit VerifyCommand::run() const {
+  if (file_.empty()) throw WrongCall("which file?");
+  requireReadable(file_);
+  const FileKind kind = kindOf(file_);
+  if (kind == FileKind::other) throw FileError(file_, "neither a bitmap nor an archive");
+  if (kind == FileKind::bitmap) {
+    const auto image = readBitmap(file_);
+    std::cout << file_ << ": good: a bitmap of " << image.width() << " x " << image.height() << " px\n";
+    return kGood;
+  }
+  const auto archive = onFile(file_, [&](const std::wstring&) { return openArchive(file_); });
+  archive->limits(limits_);
+  long objects = 0, faults = 0;
+  qcInt64 opaque = 0;
+  const Fault fault = inspect(*archive, file_, [&](const Entry& entry) {
+    if (entry.kind == "object") ++objects;
+    if (entry.kind == "opaque") opaque += entry.size;
+    if (entry.kind != "fault") return;
+    ++faults;
+    std::cerr << "vnx verify: " << file_ << ": at byte " << entry.at << ", " << entry.path << ':';
+    for (const auto& [name, value] : entry.facts) std::cerr << ' ' << name << ' ' << value;
+    std::cerr << '\n';
+  });
+  std::cout << file_ << ": " << (fault == Fault::none ? "good: " : "not good: ") << objects << " objects; " << opaque
+            << " bytes of which only their writer knows more\n";
+  return exitOf(fault);
+}
