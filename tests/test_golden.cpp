@@ -1,6 +1,6 @@
-// Archives of every class in both byte orders, kept as files: what was written once is read for ever, and written again
-// byte for byte. VNXSTD_WRITE_GOLDEN=1 in the environment writes the files that are missing; those that exist never
-// change.
+// Archives of every class in both byte orders, kept as files, beside a seekable archive with its index and a tool
+// database: what was written once is read for ever and on every platform, and written again byte for byte.
+// VNXSTD_WRITE_GOLDEN=1 in the environment writes the files that are missing; those that exist never change.
 
 #include <gtest/gtest.h>
 
@@ -15,25 +15,62 @@
 #include "vnxstd/pelbuf/buffer.h"
 #include "vnxstd/rlebuf/rlebuf.h"
 #include "vnxstd/shapes.h"
+#include "vnxstd/vdb.h"
+
+/// A record of a database. What its two handles refer to may be one shape.
+class GoldenRecord : public virtual qcVDBRecordBase {
+ public:
+  static qcPersistent* make() { return new GoldenRecord; }
+  qcPtrHandle<qcShape> found, expected;
+
+ protected:
+  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &GoldenRecord::serialize_); }
+  void serialize_(qcArchive& archive, unsigned char version) {
+    qcArchive::checkVersion(version, 0, "golden", 1);
+    qcVDBRecordBase::dispatchSerialize(archive);
+    archive || found || expected;
+  }
+};
 
 namespace {
 
-using Bytes = std::vector<char>;
+const qc_Instantiator registered(typeid(GoldenRecord), GoldenRecord::make);
+
+using ShapeHandle = qcPtrHandle<qcShape>;
 
 struct Case {
   std::string name;
-  std::function<void(qcArchive&)> store;                // the object as made here
-  std::function<void(qcArchive&, qcArchive&)> rewrite;  // from one archive to another
+  std::function<std::string(qcArchive::Ordering)> make;            // the archive of what is made here
+  std::function<std::string(const std::string& archive)> rewrite;  // the archive of what an archive holds
 };
+
+qcArchive::Ordering orderingOf(const std::string& bytes) { return bytes.at(1) == 0 ? kBig : kLittle; }
+
+Case plain(const std::string& name, const std::function<void(qcArchive&)>& store,
+           const std::function<void(qcArchive&, qcArchive&)>& rewrite) {
+  return {name,
+          [store](qcArchive::Ordering ordering) {
+            qcMemoryArchive made(ordering, false);
+            store(made);
+            return bytesOf(made);
+          },
+          [rewrite](const std::string& bytes) {
+            BytesArchive from(bytes);
+            qcMemoryArchive to(from->ordering(), false);
+            rewrite(*from, to);
+            return bytesOf(to);
+          }};
+}
 
 template <class T>
 Case value(const std::string& name, T object) {
-  return {name, [object](qcArchive& to) { to << object; },
-          [](qcArchive& from, qcArchive& to) {
-            T loaded{};
-            from || loaded;
-            to || loaded;
-          }};
+  return plain(
+      name, [object](qcArchive& to) { to << object; },
+      [](qcArchive& from, qcArchive& to) {
+        T loaded{};
+        from || loaded;
+        to || loaded;
+      });
 }
 
 template <class Base>
@@ -71,21 +108,22 @@ Case errors() {
     qcPersistent* ignored = nullptr;
     for (const auto& error : all) qcPersistent::serializePointer(to, error.get(), ignored);
   };
-  return {"errors",
-          [=](qcArchive& to) {
-            std::vector<std::unique_ptr<qcPersistent>> all;
-            for (const qc_RegistryEntry* entry : names) all.emplace_back(entry->make());
-            storeAll(to, all);
-          },
-          [=](qcArchive& from, qcArchive& to) {
-            std::vector<std::unique_ptr<qcPersistent>> all;
-            for (std::size_t i = 0; i < names.size(); ++i) {
-              qcPersistent* loaded = nullptr;
-              qcPersistent::serializePointer(from, nullptr, loaded);
-              all.emplace_back(loaded);
-            }
-            storeAll(to, all);
-          }};
+  return plain(
+      "errors",
+      [=](qcArchive& to) {
+        std::vector<std::unique_ptr<qcPersistent>> all;
+        for (const qc_RegistryEntry* entry : names) all.emplace_back(entry->make());
+        storeAll(to, all);
+      },
+      [=](qcArchive& from, qcArchive& to) {
+        std::vector<std::unique_ptr<qcPersistent>> all;
+        for (std::size_t i = 0; i < names.size(); ++i) {
+          qcPersistent* loaded = nullptr;
+          qcPersistent::serializePointer(from, nullptr, loaded);
+          all.emplace_back(loaded);
+        }
+        storeAll(to, all);
+      });
 }
 
 // A run-length image, as a pointer. Encoding it again would take another time, hence rows that were built by hand.
@@ -104,15 +142,147 @@ Case runs() {
     image->clientFromImageXform(qcXform<2>(qcMatrix<2>(2, 0, 0, 3), qcVector<2>(-1, 0.5)));
     return image;
   };
-  return {"qcRLEBuffer",
-          [make](qcArchive& to) {
-            std::unique_ptr<qcRLEBuffer> image = make();
-            to || image;
+  return plain(
+      "qcRLEBuffer",
+      [make](qcArchive& to) {
+        std::unique_ptr<qcRLEBuffer> image = make();
+        to || image;
+      },
+      [](qcArchive& from, qcArchive& to) {
+        std::unique_ptr<qcRLEBuffer> loaded;
+        from || loaded;
+        to || loaded;
+      });
+}
+
+// What a program has left in a seekable archive: marks, objects and pointers, others that were removed or led
+// elsewhere, an object by value, and sizes of both widths.
+std::string indexBytes(qcArchive::Ordering ordering, const std::wstring& text, const std::vector<ShapeHandle>& shapes,
+                       const qcRandomGaussian& byValue) {
+  qcMemoryArchive to(ordering, true);
+  to.writeNewMark(10);
+  to << text;
+  const long stored = to.storeObject(shapes[0].rep());
+  to << shapes[1] << shapes[0] << shapes[1] << ShapeHandle();
+  for (const bool wide : {false, true}) {
+    to.wideSizes(wide);
+    to.writeNewMark();
+    to << byValue << std::make_pair(shapes[2], shapes[0]);
+    const long removed = to.storeObject(ShapeHandle(new qcLine({0.6, 0.8}, {1, 2})).rep());
+    to.seek(to.findObject(removed));
+    to.removeObject();
+    to.append();
+    to.forgetObjects();
+  }
+  const auto pointer = to.tell();
+  to << shapes[3];
+  to.seek(pointer);
+  to.pointerObjectID(stored);
+  to.seek(to.firstPointerPos());
+  to.seek(to.nextPointerPos());
+  to.removePointer();
+  for (const long number : {1, 2}) {
+    to.seek(to.findMark(number));
+    number == 1 ? to.removeMark() : to.renumberMark(7);
+  }
+  return bytesOf(to);
+}
+
+Case seekable() {
+  const std::wstring text = L"\x3C0";
+  const std::vector<ShapeHandle> shapes = {new qcCircle({1, 2}, 3), new qcPolyline({{0, 0}, {4, 0}, {4, 3}}, true),
+                                           new qcRect({1, 2}, {3, 4}), new qcLineSeg({1, 2}, {3, 4})};
+  return {"seekable",
+          [=](qcArchive::Ordering ordering) { return indexBytes(ordering, text, shapes, qcRandomGaussian(-5)); },
+          [](const std::string& bytes) {
+            BytesArchive from(bytes, true);
+            std::wstring found;
+            std::vector<ShapeHandle> loaded(4);
+            qcRandomGaussian byValue;
+            long number = 0;
+            from->seek(from->findMark(from->lastMarkNum()));
+            from->readMark(number);
+            *from || found;
+            from->seek(from->findObject(from->firstObjectID()));
+            loaded[0] = ShapeHandle(dynamic_cast<qcShape*>(from->loadObject()));
+            *from || loaded[1];
+            from->seek(from->findMark(from->firstMarkNum()));
+            from->skipMark();
+            *from || byValue || loaded[2];
+            std::vector<ShapeHandle> pointers;
+            for (auto at = from->firstPointerPos(); at != qcArchive::Position(0); at = from->nextPointerPos()) {
+              from->seek(at);
+              *from || pointers.emplace_back();
+              from->seek(at);
+            }
+            // The last pointer refers to the first object; what it brought along lies behind it as an object.
+            long last = 0;
+            for (long id = from->firstObjectID(); id != 0; id = from->nextObjectID(id)) last = id;
+            from->seek(from->findObject(last));
+            loaded[3] = ShapeHandle(dynamic_cast<qcShape*>(from->loadObject()));
+            // Null, and a pointer that was removed, are none of them.
+            const bool sound = number == 10 && from->firstMarkNum() == 7 && pointers.size() == 7 &&
+                               pointers[1] == pointers[0] &&
+                               stored(kBig, false, pointers[6]) == stored(kBig, false, loaded[0]);
+            if (!sound) throw qcArchive::BadContent("golden", 2);
+            return indexBytes(from->ordering(), found, loaded, byValue);
+          }};
+}
+
+// What a program has left in a database: of six records one removed, one replaced, one renumbered and one graded anew.
+std::string databaseBytes(qcArchive::Ordering ordering, const std::vector<std::unique_ptr<GoldenRecord>>& records) {
+  auto* archive = new qcMemoryArchive(ordering, true);
+  qcVDBArchive database(archive);
+  GoldenRecord removed;
+  removed.expected = new qcLine({0.6, 0.8}, {1, 2});
+  database.storeNewRecord(&removed);
+  database.removeRecord();
+  database.storeNewRecord(&removed);
+  for (const auto& record : records) {
+    const bool replaces = record == records.front();
+    record->header().recordNum(record == records.back() ? 1000 : 0);
+    replaces ? database.replaceRecord(record.get()) : void(database.storeNewRecord(record.get()));
+  }
+  database.renumberRecord(40);
+  qcVDBHeader header = database.loadHeader();
+  header.currentGrade(qcVDB::review);
+  header.distanceMetric(0.25F);
+  database.replaceGrade(header);
+  // Every day has its own identification.
+  std::string bytes = bytesOf(*archive);
+  const std::string text = database.identification(), day = "2026-11-21";
+  return bytes.replace(bytes.find(text) + text.size() - day.size(), day.size(), day);
+}
+
+Case database() {
+  return {"database",
+          [](qcArchive::Ordering ordering) {
+            std::vector<std::unique_ptr<GoldenRecord>> records;
+            for (int i = 0; i < 3; ++i) {
+              auto& record = *records.emplace_back(std::make_unique<GoldenRecord>());
+              record.found = record.expected = new qcCircle({1, 2}, i);
+              if (i == 1) record.expected = new qcPolyline({{0, 0}, {4, 0}, {4, 3}}, true);
+              record.header().savedType(static_cast<qcVDB::ResultType>(i));
+              record.header().savedGrade(qcVDB::bad);
+              record.header().comment(std::wstring(static_cast<std::size_t>(i), L'\x3C0'));
+            }
+            return databaseBytes(ordering, records);
           },
-          [](qcArchive& from, qcArchive& to) {
-            std::unique_ptr<qcRLEBuffer> loaded;
-            from || loaded;
-            to || loaded;
+          [](const std::string& bytes) {
+            qcVDBArchive from(new qcMemoryArchive(bytes.data(), static_cast<long>(bytes.size()), true));
+            std::vector<std::unique_ptr<GoldenRecord>> records;
+            for (long number = from.firstRecord(); number != 0; number = from.nextRecord()) {
+              const bool known = from.recordTypeName() == "GoldenRecord";
+              if (known) records.emplace_back(dynamic_cast<GoldenRecord*>(from.loadRecord()));
+            }
+            const bool sound = records.size() == 3 && records[0]->found == records[0]->expected &&
+                               records[1]->found != records[1]->expected && from.lastRecord() == 40 &&
+                               records[2]->header().currentGrade() == qcVDB::review &&
+                               from.identification().starts_with("Vantix Tool Database 1.0 gen 2026-11-21");
+            if (!sound) throw qcArchive::BadContent("golden", 3);
+            records[2]->header().currentGrade(qcVDB::good);
+            records[2]->header().distanceMetric(0);
+            return databaseBytes(orderingOf(bytes), records);
           }};
 }
 
@@ -223,44 +393,39 @@ std::vector<Case> cases() {
       image<qc3PlanePel>("planes", {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}, {10, 11, 12}, {13, 14, 15}, {16, 17, 18}}));
   all.push_back(runs());
   all.push_back(errors());
+  all.push_back(seekable());
+  all.push_back(database());
   return all;
 }
 
-Bytes contents(const std::filesystem::path& path) {
+std::string contents(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   std::ostringstream all;
   all << file.rdbuf();
-  const std::string text = all.str();
-  return {text.begin(), text.end()};
+  return all.str();
 }
 
 // What is made here is stored as these bytes; they are read, and written again.
-void expectBytes(const Case& c, qcArchive::Ordering ordering, const Bytes& expected) {
-  qcMemoryArchive made(ordering, false), rewritten(ordering, false);
-  c.store(made);
-  EXPECT_EQ(made.toVector(), expected);
-  qcMemoryArchive from(expected.data(), static_cast<long>(expected.size()), false);
-  c.rewrite(from, rewritten);
-  EXPECT_EQ(rewritten.toVector(), expected);
-  EXPECT_EQ(from.remaining(), 0);
+void expectBytes(const Case& c, const std::string& expected) {
+  EXPECT_TRUE(c.make(orderingOf(expected)) == expected);
+  EXPECT_TRUE(c.rewrite(expected) == expected);
 }
 
 TEST(Golden, EveryClassReadsAndRewritesItsFiles) {
   const std::filesystem::path folder = VNXSTD_SOURCE_DIR "/tests/golden";
   const bool writing = std::getenv("VNXSTD_WRITE_GOLDEN") != nullptr;
   for (const Case& c : cases()) {
-    for (const auto ordering : {qcArchive::bigEndian, qcArchive::littleEndian}) {
+    for (const auto ordering : kOrderings) {
       SCOPED_TRACE(c.name);
-      const std::filesystem::path path = folder / (c.name + (ordering == qcArchive::bigEndian ? ".be.arc" : ".le.arc"));
+      const std::filesystem::path path = folder / (c.name + (ordering == kBig ? ".be.arc" : ".le.arc"));
       if (writing && !std::filesystem::exists(path)) {
-        qcMemoryArchive made(ordering, false);
-        c.store(made);
         std::filesystem::create_directories(folder);
-        std::ofstream(path, std::ios::binary).write(made.storage(), static_cast<std::streamsize>(made.bytes().size()));
+        std::ofstream(path, std::ios::binary) << c.make(ordering);
       }
-      const Bytes golden = contents(path);
+      const std::string golden = contents(path);
       ASSERT_FALSE(golden.empty());
-      expectBytes(c, ordering, golden);
+      EXPECT_EQ(orderingOf(golden), ordering);
+      expectBytes(c, golden);
     }
   }
 }
@@ -275,7 +440,7 @@ TEST(Golden, WorkedExamplesOfThePagesAreWhatIsWritten) {
     SCOPED_TRACE(c.name);
     const std::string page = documentedBytes(c.name);
     ASSERT_FALSE(page.empty());
-    expectBytes(c, qcArchive::bigEndian, Bytes(page.begin(), page.end()));
+    expectBytes(c, page);
   }
 }
 
@@ -284,21 +449,14 @@ TEST(Golden, DamageIsRefusedOrGivesSoundObjects) {
   for (const Case& c : cases()) {
     if (c.name == "errors") continue;  // two references to one error would give it two owners here
     SCOPED_TRACE(c.name);
-    qcMemoryArchive made(qcArchive::littleEndian, false);
-    c.store(made);
-    const Bytes whole = made.toVector();
-    const auto error = [&c](const Bytes& bytes, std::size_t size) {
-      return errorOf([&] {
-        qcMemoryArchive from(bytes.data(), static_cast<long>(size), false), to(qcArchive::littleEndian, false);
-        c.rewrite(from, to);
-      });
-    };
+    const std::string whole = c.make(kLittle);
+    const auto error = [&c](const std::string& bytes) { return errorOf([&] { c.rewrite(bytes); }); };
     for (std::size_t at = 2; at < whole.size(); at += 1 + whole.size() / 2000) {
-      EXPECT_FALSE(error(whole, at).empty()) << at;
+      EXPECT_FALSE(error(whole.substr(0, at)).empty()) << at;
       for (const int mask : {0x01, 0x02, 0x80, 0xFF}) {
-        Bytes flipped = whole;
+        std::string flipped = whole;
         flipped[at] = static_cast<char>(flipped[at] ^ mask);
-        error(flipped, flipped.size());
+        error(flipped);
       }
     }
   }
@@ -307,22 +465,18 @@ TEST(Golden, DamageIsRefusedOrGivesSoundObjects) {
 // Two threads may store one object at once: storing only reads it. For the thread sanitizer to see.
 TEST(Golden, StoringFromTwoThreadsOnlyReads) {
   for (const Case& c : cases()) {
-    qcMemoryArchive here(qcArchive::bigEndian, false), there(qcArchive::bigEndian, false);
-    std::thread other([&] { c.store(there); });
-    c.store(here);
+    std::string there;
+    std::thread other([&] { there = c.make(kBig); });
+    const std::string here = c.make(kBig);
     other.join();
-    EXPECT_EQ(here.toVector(), there.toVector()) << c.name;
+    EXPECT_TRUE(here == there) << c.name;
   }
 }
 
 // A class that can be made by name, and that is not the library's own business, has its golden files.
 TEST(Golden, NoClassIsLeftOut) {
   std::string stored;
-  for (const Case& c : cases()) {
-    qcMemoryArchive archive(qcArchive::bigEndian, false);
-    c.store(archive);
-    stored.append(archive.storage(), archive.bytes().size());
-  }
+  for (const Case& c : cases()) stored += c.make(kBig);
   qf_VisitRegistered(
       [](const qc_RegistryEntry& entry, void* context) {
         if (!entry.make || entry.name.starts_with("qc_")) return;
