@@ -259,14 +259,14 @@ qcVector<2> qcPolyline::center() const {
 long qcPolyline::closestVertexIndex(const qcVector<2>& p) const {
   checkNotEmpty();
   const auto nearer = [&p](const V& a, const V& b) { return p.distance(a) < p.distance(b); };
-  return std::min_element(vertices_.begin(), vertices_.end(), nearer) - vertices_.begin();
+  return static_cast<long>(std::min_element(vertices_.begin(), vertices_.end(), nearer) - vertices_.begin());
 }
 
 long qcPolyline::extremalVertexIndex(const qcRadian& direction) const {
   checkNotEmpty();
   const V along(1, direction), origin = vertices_.front();
   const auto further = [&](const V& a, const V& b) { return along * (a - origin) < along * (b - origin); };
-  return std::max_element(vertices_.begin(), vertices_.end(), further) - vertices_.begin();
+  return static_cast<long>(std::max_element(vertices_.begin(), vertices_.end(), further) - vertices_.begin());
 }
 
 void qcPolyline::nearestPoints(const qcPolyline& other, qcVector<2>& onThis, qcVector<2>& onOther) const {

@@ -206,7 +206,7 @@ class ThinLine {
     for (std::int64_t i = place(a.y()), end = place(b.y()); i < end; ++i) {
       const std::int64_t across = line.first(first + static_cast<double>(i) + 0.5, base, limit + 1, true) - 1;
       if (across < 0 || across >= limit) continue;
-      rows_.row(horizontal ? across : i)[horizontal ? i : across] = value_;
+      rows_.row(static_cast<std::ptrdiff_t>(horizontal ? across : i))[horizontal ? i : across] = value_;
     }
   }
 

@@ -308,7 +308,7 @@ class RasterRows {
   void set(std::int64_t row, std::int64_t from, std::int64_t to) const {
     from = std::max<std::int64_t>(from, 0);
     to = std::min(to, scan_.width_);
-    if (from < to) setRun(rows_.row(row) + from, to - from, value_);
+    if (from < to) setRun(rows_.row(static_cast<std::ptrdiff_t>(row)) + from, to - from, value_);
   }
 
   void fillByCenters(std::int64_t row) {
@@ -409,10 +409,12 @@ void RasterScan::fillEllipse(const qc_PelRows<unsigned char>& rows, unsigned cha
   const Rows range = edges_[0].crossed;
   const double width = static_cast<double>(width_), end = x0_ + 0.5 + width;
   std::int32_t left[kEllipseRows], right[kEllipseRows];
+  const auto columns = static_cast<std::ptrdiff_t>(width_);
   for (std::int64_t first = range.first; first < range.end; first += kEllipseRows) {
     ends(ellipses_[0], rowY(first) + 0.5 - ellipses_[0].center.y(), end, width, left, right);
-    const std::int64_t count = std::min<std::int64_t>(kEllipseRows, range.end - first);
-    setRuns({rows.row(first) + width_, rows.pitch, width_, count}, left, right, value);
+    const auto row = static_cast<std::ptrdiff_t>(first);
+    const auto count = static_cast<std::ptrdiff_t>(std::min<std::int64_t>(kEllipseRows, range.end - first));
+    setRuns({rows.row(row) + columns, rows.pitch, columns, count}, left, right, value);
   }
 }
 

@@ -34,7 +34,7 @@ void serializeMetric(qcArchive& archive, float& metric) {
 
 bool qcVDBHeader::repInvariant() const {
   std::size_t units = comment_.size();
-  for (const wchar_t c : comment_) units += static_cast<std::uint32_t>(c) > 0xFFFF ? 1 : 0;
+  for (const char32_t c : comment_) units += c > 0xFFFF ? 1 : 0;
   return isByte(savedGrade_) && isByte(savedType_) && isByte(currentGrade_) && isByte(currentType_) &&
          recordNum_ >= 0 && recordNum_ <= qcVDBArchive::kLastNumber && units <= kLongestComment;
 }
