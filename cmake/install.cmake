@@ -18,6 +18,7 @@ install(FILES ${PROJECT_BINARY_DIR}/vnxstdConfig.cmake ${PROJECT_BINARY_DIR}/vnx
 # The pkg-config file finds the prefix from its own place, so that an installation may be moved.
 set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH VNXSTD_PC_TO_PREFIX /prefix/${pkgconfig_dir} /prefix)
+list(JOIN VNXSTD_ARITHMETIC " " VNXSTD_ARITHMETIC_FLAGS)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/vnxstd.pc.in ${PROJECT_BINARY_DIR}/vnxstd.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vnxstd.pc DESTINATION ${pkgconfig_dir})
 
