@@ -38,6 +38,8 @@ class MappedCurve {
 
   /// The share of the extent within which a box, nearest distances and insideness are determined.
   static constexpr double kPrecision = 1e-8;
+  /// Within this share of the extent a point lies on the image.
+  static constexpr double kOnCurve = 1e-10;
 
   /// Throws qcShapesError::InfiniteExtent for infinite shapes.
   MappedCurve(const Held& shape, const Xform& xform);
@@ -152,6 +154,7 @@ class MappedCurve {
   Span wholePiece(std::size_t piece) const;
   bool isShortest(const Span& span) const;
   void halve(const Span& span, Span& first, Span& second) const;
+  [[noreturn]] static void throwAtInfinity();
   template <class IsDone, class Leaf>
   void refine(const Span& whole, const IsDone& isDone, const Leaf& leaf) const;
   double furthest(const qcVector<2>& towards) const;
@@ -193,5 +196,25 @@ class MappedCurve {
   mutable std::vector<double> starts_, lengths_;  // of each piece; behind the last start the whole length
   mutable std::unique_ptr<const MappedCurve> before_;
 };
+
+// Calls `leaf` in order with the parts of a span for which `isDone` holds, or that cannot be cut.
+template <class IsDone, class Leaf>
+void MappedCurve::refine(const Span& whole, const IsDone& isDone, const Leaf& leaf) const {
+  std::vector<Span> waiting{whole};
+  while (!waiting.empty()) {
+    const Span span = waiting.back();
+    waiting.pop_back();
+    const bool cannot = isShortest(span);
+    if (cannot && !std::isfinite(span.deviation)) throwAtInfinity();
+    if (isDone(span) || cannot) {
+      leaf(span);
+      continue;
+    }
+    Span first, second;
+    halve(span, first, second);
+    waiting.push_back(second);
+    waiting.push_back(first);
+  }
+}
 
 }  // namespace qc_shapes
