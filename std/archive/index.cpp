@@ -397,48 +397,49 @@ void qc_ArchiveIndex::loadObject(qcPersistent& object) {
   checkNesting();
   countObject();
   const Level level(*this, object);
-  archive_.explained([&] { loadBody(object); });  // while it is known what is being loaded
-}
-
-void qc_ArchiveIndex::loadBody(qcPersistent& object) {
-  object.mutating();
-  bool marked = false;
-  if (archive_.version_ != 0) {
-    const std::streamoff start = seekableOffset();
-    std::array<unsigned char, kObjectMarker.size()> marker;
-    qc_Areas::readAll(archive_, marker.data(), marker.size(), kReadRawLine);
-    marked = marker == kObjectMarker;
-    if (!marked) {
-      if (!isSeekable()) {
-        throw archive_.located(qcArchive::NotSeekable(kArchiveSource, kRewindLine),
-                               "an object " + qf_Hex(kObjectMarker), qf_Hex(marker));
+  try {
+    object.mutating();
+    bool marked = false;
+    if (archive_.version_ != 0) {
+      const std::streamoff start = seekableOffset();
+      std::array<unsigned char, kObjectMarker.size()> marker;
+      qc_Areas::readAll(archive_, marker.data(), marker.size(), kReadRawLine);
+      marked = marker == kObjectMarker;
+      if (!marked) {
+        if (!isSeekable()) {
+          throw archive_.located(qcArchive::NotSeekable(kArchiveSource, kRewindLine),
+                                 "an object " + qf_Hex(kObjectMarker), qf_Hex(marker));
+        }
+        archive_.seekTo(start);
       }
-      archive_.seekTo(start);
     }
-  }
-  qcArchiveObserver* const observer = archive_.observer_;
-  const std::streamoff at =
-      observer ? archive_.offset() - (marked ? static_cast<std::streamoff>(kObjectMarker.size()) : 0) : 0;
-  if (!marked && observer) observer->beginObject({at, 0}, typeid(object));
-  if (!marked && object.loadLegacy(archive_)) {
+    qcArchiveObserver* const observer = archive_.observer_;
+    const std::streamoff at =
+        observer ? archive_.offset() - (marked ? static_cast<std::streamoff>(kObjectMarker.size()) : 0) : 0;
+    if (!marked && observer) observer->beginObject({at, 0}, typeid(object));
+    if (!marked && object.loadLegacy(archive_)) {
+      if (observer) observer->endObject();
+      return;
+    }
+    Body body;
+    if (isSeekable()) {
+      body = readEntry();
+      if (body.name != entryOf(object).name) {
+        throw archive_.located(qcArchive::BadType(kIndexSource, kEntryTypeLine), entryOf(object).name, body.name);
+      }
+    }
+    if (marked && observer) {
+      const auto left = static_cast<qcUInt64>(std::numeric_limits<qcInt64>::max() - body.at);
+      const qcInt64 size = isSeekable() ? body.at - at + static_cast<qcInt64>(std::min(body.size, left)) : 0;
+      observer->beginObject({at, size}, typeid(object));
+    }
+    object.serialize(archive_, 1);
+    if (isSeekable()) skipTo(body.at, body.size, kEntrySizeLine);
     if (observer) observer->endObject();
-    return;
+  } catch (qcException& error) {  // while it is known what is being loaded
+    archive_.explain(error);
+    throw;
   }
-  Body body;
-  if (isSeekable()) {
-    body = readEntry();
-    if (body.name != entryOf(object).name) {
-      throw archive_.located(qcArchive::BadType(kIndexSource, kEntryTypeLine), entryOf(object).name, body.name);
-    }
-  }
-  if (marked && observer) {
-    const auto left = static_cast<qcUInt64>(std::numeric_limits<qcInt64>::max() - body.at);
-    const qcInt64 size = isSeekable() ? body.at - at + static_cast<qcInt64>(std::min(body.size, left)) : 0;
-    observer->beginObject({at, size}, typeid(object));
-  }
-  object.serialize(archive_, 1);
-  if (isSeekable()) skipTo(body.at, body.size, kEntrySizeLine);
-  if (observer) observer->endObject();
 }
 
 qc_ArchiveIndex::Body qc_ArchiveIndex::readEntry() {
@@ -565,11 +566,7 @@ std::int32_t qc_ArchiveIndex::storeNew(qcPersistent& object, bool owned, unsigne
   return record.id;
 }
 
-qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool owned) {
-  return archive_.explained([&] { return loadRecord(cast, owned); });
-}
-
-qc_ArchiveIndex::Given qc_ArchiveIndex::loadRecord(qc_PointerCast cast, bool owned) {
+qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool owned) try {
   const Entry inside(*this);
   qc_Record record = readRecord();
   if (archive_.observer_) {
@@ -608,6 +605,9 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadRecord(qc_PointerCast cast, bool own
   undo.succeed();
   if (pointers_ == 1) commit();
   return given;
+} catch (qcException& error) {
+  archive_.explain(error);
+  throw;
 }
 
 // What a linked record that stands for a pointer says: a reference, or the object that comes next. A pointer and the

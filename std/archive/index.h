@@ -108,9 +108,7 @@ class qc_ArchiveIndex {
   std::int32_t storeNew(qcPersistent& object, bool owned, unsigned char kind);
   void storeObject(qcPersistent& object, bool marked);
   void loadObject(qcPersistent& object);
-  void loadBody(qcPersistent& object);
 
-  Given loadRecord(qc_PointerCast cast, bool owned);
   qc_Record unlinked(const qc_Record& record, std::streamoff& behind);
   static qc_Record inlineOf(const qc_Record& object);
   Given loadInline(const qc_Record& record, qc_PointerCast cast, bool owned);

@@ -47,7 +47,7 @@ void qcArchive::writePrefix(std::size_t length) {
 }
 
 template <class Text>
-void qcArchive::readText(Text& text) {
+void qcArchive::readText(Text& text) try {
   if (observed([&] { readText(text); }, [&](auto& observer, auto span) { observer.text(span, narrowOf(text)); }))
     return;
   // The length has 15 bits, so that a text that never arrives costs no more than 64 KiB.
@@ -84,6 +84,9 @@ void qcArchive::readText(Text& text) {
     throw located(BadType(kArchiveSource, kTextCloseLine), "the byte order mark " + qf_Hex(mark), qf_Hex(closing));
   }
   assign(text, wide);
+} catch (qcException& error) {  // those of conversions, and of the medium
+  explain(error);
+  throw;
 }
 
 void qcArchive::writeWideText(std::u16string_view text) {
@@ -101,7 +104,7 @@ void qcArchive::writeWideText(std::u16string_view text) {
 
 qcArchive& qcArchive::operator||(std::string& value) {
   if (isLoading()) {
-    explained([&] { readText(value); });
+    readText(value);
   } else {
     writePrefix(value.size());
     qf_WriteBytes(*buffer_, &kQuote, 1, kWriteTextLine);
@@ -113,7 +116,7 @@ qcArchive& qcArchive::operator||(std::string& value) {
 
 qcArchive& qcArchive::operator||(std::wstring& value) {
   if (isLoading()) {
-    explained([&] { readText(value); });
+    readText(value);
   } else {
     writeWideText(qf_Utf16FromWide(value));
   }
@@ -122,7 +125,7 @@ qcArchive& qcArchive::operator||(std::wstring& value) {
 
 qcArchive& qcArchive::operator||(std::u32string& value) {
   if (isLoading()) {
-    explained([&] { readText(value); });
+    readText(value);
   } else {
     writeWideText(qf_Utf16FromUtf32(value));
   }
