@@ -315,21 +315,39 @@ TEST(NearlySharedEdges, AreNotOvershot) {
   }
 }
 
-// Polygons that cross themselves are what they wind around.
-TEST(CrossingPolygons, AreClippedWhereTheyWind) {
-  for (unsigned seed = 0; seed < 4000 / kShare; ++seed) {
+/// Through the vertices of a polygon, with halves of ellipses in the place of some of its sides.
+Shape bulged(Random& r, const qcPolyline& polygon) {
+  qcPtrHandle<qcContourTree> tree(new qcContourTree(true));
+  for (long i = 0; i < polygon.numVertices(); ++i) {
+    const V &p = polygon.vertex(i), &q = polygon.vertex((i + 1) % polygon.numVertices());
+    const V radii(p.distance(q) / 2, r.real(0.1, 5));
+    if (radii.x() == 0 || r.integer(0, 1) == 1) {
+      tree->addChild(qcLineSeg(p, q));
+    } else {
+      const qcEllipse2 ellipse((p + q) / 2, (p - q).angle(), radii, r.integer(0, 1) == 1, qcRadian(0));
+      tree->addChild(qcEllipseArc2(ellipse, qcRadian(0), qcRadian(kPi)));
+    }
+  }
+  return tree;
+}
+
+// Boundaries that cross themselves are what they wind around.
+TEST(CrossingBoundaries, AreClippedWhereTheyWind) {
+  for (unsigned seed = 0; seed < 8000 / kShare; ++seed) {
     SCOPED_TRACE(seed);
     Random r(seed);
+    const bool curved = seed >= 4000 / kShare;
     Points points[2];
     for (Points& p : points) {
-      for (int i = r.integer(3, 7); i > 0; --i) p.push_back(r.snapped(r.point(6), seed % 2));
+      for (int i = r.integer(3, 7); i > 0; --i) p.push_back(r.snapped(r.point(6), curved ? 0 : seed % 2));
     }
     const qcPolyline a(points[0], true), b(points[1], true);
-    const Shape both = a.clip(b, false);
+    const Shape shape = curved ? bulged(r, a) : a.clone();
+    const Shape both = shape->clip(b, false);
     for (int i = 0; i < 20; ++i) {
       const V p = r.point(6);
-      if (distance(a, p) < kNear || distance(b, p) < kNear) continue;
-      ASSERT_EQ(within(*both, p), a.within(p) && b.within(p)) << p.x() << " " << p.y();
+      if (distance(*shape, p) < kNear || distance(b, p) < kNear) continue;
+      ASSERT_EQ(within(*both, p), shape->within(p) && b.within(p)) << p.x() << " " << p.y();
     }
   }
 }
@@ -396,7 +414,15 @@ Shape withHole(const qcShape& boundary, const qcShape& hole) {
   return tree;
 }
 
+Shape negative(double x, double y, double width, double height) {
+  qcPtrHandle<qcRect> rect(new qcRect);
+  rect->origin({x, y});
+  rect->size({width, height});
+  return rect;
+}
+
 const Example kExamples[] = {
+    {"a rectangle of negative size", negative(8, 2, -4, 5), kBox, Result::outside, 0, 0},
     {"itself", kBox.clone(), kBox, Result::inside, 100, 1},
     {"itself, the other way", kBox.reverse(), kBox, Result::inside, 100, 1},
     {"an edge shared from inside", box(0, 2, 5, 8).clone(), kBox, Result::inside, 30, 1},

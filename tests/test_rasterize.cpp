@@ -157,6 +157,27 @@ TEST(RasterizeTest, HolesAndIslandsAlternate) {
   }
 }
 
+/// Boxes in boxes in any number and order.
+qcRegionTree boxesWithin(Source& random, double x0, double y0, double x1, double y1, bool isHole) {
+  qcRegionTree region(box(x0, y0, x1 - x0, y1 - y0), isHole);
+  for (long i = random.below(4); i > 0 && x1 - x0 >= 2 && y1 - y0 >= 2; --i) {
+    const double left = random.snapped(x0, x1 - 1, 0.5), top = random.snapped(y0, y1 - 1, 0.5);
+    const double right = random.snapped(left + 1, x1, 0.5), low = random.snapped(top + 1, y1, 0.5);
+    region.addChild(boxesWithin(random, left, top, right, low, !isHole));
+  }
+  return region;
+}
+
+TEST(RasterizeTest, TreesOfAnyFormAgreeWithEachPelAskedAlone) {
+  Source random(7);
+  const qcPelRect window(-7, 3, 31, 29);
+  for (int i = 0; i < 200; ++i) {
+    SCOPED_TRACE(i);
+    const double shift = random.snapped(0, 1, 0.5);
+    expectFilled(boxesWithin(random, -9 + shift, 1, 26 + shift, 34, false), window);
+  }
+}
+
 TEST(RasterizeTest, NeighboursShareNoPelAndLeaveNone) {
   Source random(2);
   for (int i = 0; i < 300; ++i) {
@@ -267,6 +288,45 @@ TEST(RasterizeTest, BroadContoursReachHalfTheirWidth) {
   }
 }
 
+TEST(RasterizeTest, HugeContoursAreDrawnWhereTheyAre) {
+  const qcPelRect window(-9, -8, 21, 19);
+  const qcShape::qcSampleParams few(1e-4, 0, 4000, false, false);
+  const auto near = [](double distance) { return std::fabs(distance) < 1e-3 ? 2 : distance < 0; };
+  for (const int exponent : {7, 20, 30, 40, 60, 200}) {
+    SCOPED_TRACE(exponent);
+    const double r = std::ldexp(1, exponent), half = 2.3;
+    const auto fromCircle = [&](long x, long y) {  // the one around (-r, 0) through the origin
+      const qcVector<2> p = centerOf(x, y);
+      return (p * p + 2 * p.x() * r) / (std::hypot(p.x() + r, p.y()) + r);
+    };
+    const auto expectStroke = [&](const qcShape& shape, const auto& distance) {
+      const Canvas canvas(window);
+      qfRasterizeContour(shape, canvas.window(), 1, 2 * half, few);
+      canvas.expect([&](long x, long y) { return near(std::fabs(distance(x, y)) - half); });
+    };
+    const auto fromLine = [](long x, long y) { return centerOf(x, y) * qcVector<2>(2, 3) / std::sqrt(13.0); };
+    expectStroke(qcLineSeg({-3 * r, 2 * r}, {6 * r, -4 * r}), fromLine);
+    qcGeneralShapeTree tree({qcContourTree::Child(new qcCircle({9 * r, 9 * r}, r)),
+                             qcContourTree::Child(new qcPolyline({{-3 * r, 2 * r}, {3 * r, -2 * r}}, false))},
+                            false);
+    expectStroke(tree, fromLine);
+    // Half a disc of which only the straight side is near.
+    const qcEllipseArc2 arc(qcEllipse2({0, 0}, qcRadian(0), {r, r}, true, qcRadian(0)), qcDegree(90), qcDegree(180));
+    const qcContourTree left({qcContourTree::Child(new qcLineSeg({0, -r}, {0, r})), arc.clone()}, true, false);
+    expectStroke(left, [](long x, long y) { return centerOf(x, y).x(); });
+    for (const Mode mode : {qcRasterizationDefs::center, qcRasterizationDefs::touched, qcRasterizationDefs::covered}) {
+      const Canvas canvas(window), round(window);
+      qfRasterize(regionOf(left), canvas.window(), 1, mode, few);
+      canvas.expect([](long x, long) { return x < 0; });
+      if (exponent > 40) continue;
+      qfRasterize(regionOf(qcCircle({-r, 0}, r)), round.window(), 1, mode, few);
+      const double reach = mode == qcRasterizationDefs::center ? 1e-3 : 0.8;
+      round.expect([&](long x, long y) { return std::fabs(fromCircle(x, y)) < reach ? 2 : fromCircle(x, y) < 0; });
+    }
+    if (exponent <= 40) expectStroke(qcCircle({-r, 0}, r), fromCircle);
+  }
+}
+
 TEST(RasterizeTest, ThinContoursAreConnectedAndNear) {
   Source random(6);
   const qcPelRect window(-2, -2, 36, 36);
@@ -328,6 +388,9 @@ TEST(RasterizeTest, WrongArgumentsChangeNoPel) {
   EXPECT_THROW(qfRasterizeContour(polygon(3), Buffer(), 1), qcPel::UnboundWindow);
   qfRasterize(qcRegionTree(), canvas.window(), 1);
   draw(qcPolyline(), 1);
+  qcRect negative({7, 7}, {1, 1});
+  negative.size({-4, 1});
+  for (const int mode : {0, 1, 2}) fill(negative, mode);
   canvas.expect([](long, long) { return 0; });
 }
 

@@ -416,15 +416,56 @@ ClipCrossings findCrossings(const ClipOutline& shape, const ClipOutline& polygon
   return finder.finish();
 }
 
+namespace {
+
+bool segmentsCross(const ClipEdge& a, const ClipEdge& b) {
+  return orientation(a.from, a.to, b.from) * orientation(a.from, a.to, b.to) < 0 &&
+         orientation(b.from, b.to, a.from) * orientation(b.from, b.to, a.to) < 0;
+}
+
+// Takes arcs apart where their boxes overlap, until they are straight. Crossings at angles that rounding could have
+// made are none, nor are those of arcs that lie on each other for so long that the search is given up.
+bool edgesCross(const ClipOutline& outline, const ClipEdge& one, const ClipEdge& other) {
+  if (!one.isArc() && !other.isArc()) return segmentsCross(one, other);
+  constexpr int kMostPairs = 4096;
+  constexpr double kFlat = 1e-5, kAside = 0.4837;  // so that no simple place is where two parts meet
+  const auto ellipseOf = [&](const ClipEdge& e) -> const ClipEllipse& {
+    return outline.ellipses[static_cast<std::size_t>(e.ellipse)];
+  };
+  if (one.isArc() && other.isArc() && ellipseOf(one).ellipse() == ellipseOf(other).ellipse()) return false;
+  const auto isBent = [&](const ClipEdge& e) {
+    return e.isArc() && !ellipseOf(e).isStraight(e.placeTo - e.placeFrom, e.from);
+  };
+  std::vector<std::array<ClipEdge, 2>> left{{one, other}};
+  for (int pairs = 0; !left.empty() && pairs < kMostPairs; ++pairs) {
+    auto [a, b] = left.back();
+    left.pop_back();
+    if (!outline.boxOf(a).overlaps(outline.boxOf(b))) continue;
+    if (!isBent(a) || (isBent(b) && a.from.distance(a.to) < b.from.distance(b.to))) std::swap(a, b);
+    if (!isBent(a)) {
+      const V along = a.to - a.from, way = b.to - b.from;
+      if (segmentsCross(a, b) && std::fabs(along.cross(way)) > kFlat * along.len() * way.len()) return true;
+      continue;
+    }
+    const double middle = a.placeFrom + kAside * (a.placeTo - a.placeFrom);
+    ClipEdge rest = a;
+    a.placeTo = rest.placeFrom = middle;
+    a.to = rest.from = ellipseOf(a).ellipse().point(qcRadian(middle));
+    left.push_back({rest, b});
+    left.push_back({a, b});
+  }
+  return false;
+}
+
+}  // namespace
+
 bool crossesItself(const ClipOutline& outline) {
   const std::vector<ClipBox> boxes = boxesOf(outline);
   bool crosses = false;
   forOverlaps(boxes, boxes, [&](std::int32_t i, std::int32_t k) {
     if (crosses || i >= k) return;
-    const ClipEdge &a = outline.edges[static_cast<std::size_t>(i)], &b = outline.edges[static_cast<std::size_t>(k)];
-    if (a.isArc() || b.isArc()) return;
-    crosses = orientation(a.from, a.to, b.from) * orientation(a.from, a.to, b.to) < 0 &&
-              orientation(b.from, b.to, a.from) * orientation(b.from, b.to, a.to) < 0;
+    crosses =
+        edgesCross(outline, outline.edges[static_cast<std::size_t>(i)], outline.edges[static_cast<std::size_t>(k)]);
   });
   return crosses;
 }

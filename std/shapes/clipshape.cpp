@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "std/shapes/clipper.h"
+#include "std/shapes/nesting.h"
 #include "std/shapes/segment.h"
 #include "vnxstd/shapes/circle.h"
 #include "vnxstd/shapes/contourtree.h"
@@ -106,7 +107,9 @@ struct Boundaries {
   ClipOutline outline;
   std::vector<const qcShape*> sources;
 
-  void add(const qcShape& boundary, bool inside) {
+  // False when it encloses nothing.
+  bool add(const qcShape& boundary, bool inside) {
+    if (isVoid(boundary)) return false;
     const bool reversed = boundary.isRightHanded() != inside;
     if (const auto* polygon = dynamic_cast<const qcPolyline*>(&boundary)) {
       outline.addPolygon(polygon->vertices(), reversed);
@@ -117,6 +120,7 @@ struct Boundaries {
       if (reversed && outline.chains.size() > sources.size()) outline.reverseChain();
     }
     if (outline.chains.size() > sources.size()) sources.push_back(&boundary);
+    return true;
   }
 };
 
@@ -131,7 +135,7 @@ Boundaries boundariesOf(const qcShape& region) {
   while (!left.empty()) {
     const auto [node, inside] = left.back();
     left.pop_back();
-    boundaries.add(node->boundary(), inside);
+    if (!boundaries.add(node->boundary(), inside)) continue;
     for (long i = node->numChildren(); i-- > 0;) left.emplace_back(&node->child(i), !inside);
   }
   return boundaries;
@@ -236,8 +240,8 @@ class Builder {
     return ellipseOf(*longest).ellipse().point(qcRadian((longest->placeFrom + longest->placeTo) / 2));
   }
 
-  bool isInside(const V& p, const ClipPath& path) const {
-    return windingOfShape(std::vector<ClipEdge>(path.begin(), path.end()), outline_.ellipses, p, 1) != 0;
+  bool isInside(const V& p, const std::vector<ClipEdge>& loop) const {
+    return windingOfShape(loop, outline_.ellipses, p, 1) != 0;
   }
 
  private:
@@ -352,13 +356,15 @@ class RegionBuilder {
   bool nest() {
     std::stable_sort(loops_.begin(), loops_.end(),
                      [](const Loop& a, const Loop& b) { return std::fabs(a.area) > std::fabs(b.area); });
+    std::vector<std::vector<ClipEdge>> edges;
     for (std::size_t i = 0; i < loops_.size(); ++i) {
+      edges.emplace_back(loops_[i].path.begin(), loops_[i].path.end());
       const V p = builder_.pointOn(loops_[i].path);
       const bool hole = loops_[i].area < 0;
       for (std::size_t k = i; k-- > 0 && loops_[i].parent < 0;) {
         const bool other = (loops_[k].area < 0) != hole;
         if (!other || !loops_[k].box.overlaps({p, p})) continue;
-        if (builder_.isInside(p, loops_[k].path)) loops_[i].parent = static_cast<std::ptrdiff_t>(k);
+        if (builder_.isInside(p, edges[k])) loops_[i].parent = static_cast<std::ptrdiff_t>(k);
       }
       if (hole && loops_[i].parent < 0) return false;
     }
@@ -455,6 +461,8 @@ Handle clipContour(const qcShape& shape, const qcPolyline& polygon, Result& resu
 Handle clipArea(const qcShape& shape, const qcPolyline& polygon, Result& result) {
   const Boundaries boundaries = boundariesOf(shape);
   const ClipOutline outline = outlineOf(polygon);
+  result = Result::outside;
+  if (boundaries.sources.empty()) return new qcPolyline(true);
   ClipPaths clipped = clipRegion(boundaries.outline, outline);
   result = clipped.result;
   if (result == Result::inside) return shape.clone();

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
+#include "std/shapes/clipedges.h"
 #include "std/shapes/exact.h"
 #include "std/shapes/segment.h"
 #include "vnxstd/shapes/lineseg.h"
@@ -82,13 +84,25 @@ void appendCrossings(const V& a, const V& b, const V& c, const V& d, std::vector
   if (fraction > 0 && fraction < 1) at.push_back(fraction);  // as is so but for rounding, and overflow
 }
 
+ClipBox boxOf(const std::vector<V>& points) {
+  ClipBox box{points.front(), points.front()};
+  for (const V& p : points) box.add({p, p});
+  return box;
+}
+
 // Between two neighbouring crossings an edge is on one side; its middle tells on which.
 bool polygonInside(const std::vector<V>& inner, const std::vector<V>& edges, const Outer& outer) {
+  std::vector<std::pair<V, V>> near;
+  const ClipBox box = boxOf(inner);
+  for (std::size_t i = 0; i < edges.size(); ++i) {
+    const V &c = edges[i], &d = edges[(i + 1) % edges.size()];
+    if (ClipBox::of(c, d).overlaps(box)) near.emplace_back(c, d);
+  }
   std::vector<double> at;
   for (std::size_t i = 0; i < inner.size(); ++i) {
     const V &a = inner[i], &b = inner[(i + 1) % inner.size()];
     at = {0, 1};
-    for (std::size_t j = 0; j < edges.size(); ++j) appendCrossings(a, b, edges[j], edges[(j + 1) % edges.size()], at);
+    for (const auto& [c, d] : near) appendCrossings(a, b, c, d, at);
     std::sort(at.begin(), at.end());
     for (std::size_t k = 1; k < at.size(); ++k) {
       if (outer.excludes(pointAtFraction(a, b, (at[k - 1] + at[k]) / 2))) return false;
@@ -131,19 +145,25 @@ bool curveInside(const qcShape& inner, const Outer& outer) {
   return true;
 }
 
-// No corner of the outer boundary lies inside the inner one.
-bool holdsNoCorner(const qcShape& inner, const qcShape& boundary, const Outer& outer) {
-  const qcRect box = inner.boundingBox();
-  const V low = box.ul(), high = box.lr();
+// Where the pieces of a boundary start.
+std::vector<V> cornersOf(const qcShape& boundary) {
+  std::vector<V> corners;
   for (const qcShape* element : elementsOf(boundary)) {
     const qcShapeInfo info(*element);
     for (long piece = 0; piece < info.numPieces(); ++piece) {
-      const V corner = element->perimPoint(info, {static_cast<std::int32_t>(piece), 0});
-      if (corner.x() < low.x() || corner.x() > high.x() || corner.y() < low.y() || corner.y() > high.y()) continue;
-      if (inner.within(corner) && segmentLength(corner, inner.nearestPoint(corner)) > outer.tolerance()) return false;
+      corners.push_back(element->perimPoint(info, {static_cast<std::int32_t>(piece), 0}));
     }
   }
-  return true;
+  return corners;
+}
+
+// No corner of the outer boundary lies inside the inner one.
+bool holdsNoCorner(const qcShape& inner, const std::vector<V>& corners, const Outer& outer) {
+  const qcRect bounds = inner.boundingBox();
+  const ClipBox box{bounds.ul(), bounds.lr()};
+  return std::none_of(corners.begin(), corners.end(), [&](const V& p) {
+    return box.overlaps({p, p}) && inner.within(p) && segmentLength(p, inner.nearestPoint(p)) > outer.tolerance();
+  });
 }
 
 // Decomposition deviates from the image under a transform that is not linear.
@@ -165,14 +185,22 @@ qcPtrHandle_const<qcShape> inPrimitives(const qcShape& region) {
 
 }  // namespace
 
+bool isVoid(const qcShape& boundary) {
+  const auto* rect = dynamic_cast<const qcRect*>(&boundary);
+  return rect && (rect->width() < 0 || rect->height() < 0);
+}
+
 bool liesInside(const qcShape& inner, const qcShape& outer, double tolerance) {
   const Outer around(outer, tolerance);
   if (!around.mayHold(inner.boundingBox())) return false;
-  const qcPtrHandle_const<qcShape> a = inPrimitives(inner), b = inPrimitives(outer);
-  const std::vector<V> polygon = polygonOf(*a), edges = polygonOf(*b);
+  // Polylines are taken as they are; the others are decomposed.
+  qcPtrHandle_const<qcShape> a, b;
+  std::vector<V> polygon = polygonOf(inner), edges = polygonOf(outer);
+  if (polygon.empty()) polygon = polygonOf(*(a = inPrimitives(inner)));
+  if (edges.empty()) edges = polygonOf(*(b = inPrimitives(outer)));
   const bool straight = !polygon.empty() && !edges.empty();
-  return (straight ? polygonInside(polygon, edges, around) : curveInside(*a, around)) &&
-         holdsNoCorner(inner, *b, around);
+  const bool inside = straight ? polygonInside(polygon, edges, around) : curveInside(a.isNull() ? inner : *a, around);
+  return inside && holdsNoCorner(inner, edges.empty() ? cornersOf(*b) : edges, around);
 }
 
 }  // namespace qc_shapes

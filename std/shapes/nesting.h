@@ -1,9 +1,12 @@
-// Whether one region lies inside another.
+// What regions enclose, and whether one lies inside another.
 #pragma once
 
 #include "vnxstd/shapes/shape.h"
 
 namespace qc_shapes {
+
+/// A rectangle of negative width or height: it has an outline, but no point is within.
+bool isVoid(const qcShape& boundary);
 
 /// Whether the boundary of one region lies inside that of another, touching it or not, but for reaching across by
 /// `tolerance` times the largest coordinate of the outer one: see qcRegionTree. Polygons take time in proportion to the

@@ -6,6 +6,9 @@
 #include <utility>
 #include <vector>
 
+#include "std/shapes/exact.h"
+#include "std/shapes/nesting.h"
+#include "std/shapes/rasterchains.h"
 #include "std/shapes/rasterscan.h"
 #include "std/shapes/samplewriter.h"
 #include "std/shapes/segment.h"
@@ -18,57 +21,16 @@
 #include "vnxstd/shapes/regiontree.h"
 
 using Params = qcShape::qcSampleParams;
-using Result = qcShape::qcSampleResult;
 
 namespace {
 
+using qc_shapes::RasterChain;
+using qc_shapes::RasterChains;
 using qc_shapes::RasterScan;
 using qc_shapes::RowCrossing;
 
-bool isFinite(const qcVector<2>& p) { return std::isfinite(p.x()) && std::isfinite(p.y()); }
-
-/// The points of a chain, each once where it is repeated.
-struct Chain {
-  std::vector<qcVector<2>> points;
-  bool closed;
-};
-
-/// Nothing of the shape is nearer to the window than `margin`.
-bool misses(const qcShape& shape, const qcPelRect& window, double margin) {
-  if (shape.isEmpty() || window.isNull()) return true;
-  const qcRect box = shape.boundingBox();
-  if (!isFinite(box.origin())) throw qcShapesError::BadGeom();
-  const auto apart = [margin](double low, double size, long first, long end) {
-    return low > static_cast<double>(end) + margin || low + size < static_cast<double>(first) - margin;
-  };
-  return apart(box.origin().x(), box.width(), window.x0(), window.x1()) ||
-         apart(box.origin().y(), box.height(), window.y0(), window.y1());
-}
-
-std::vector<Chain> chainsOf(const qcShape& shape, const Params& params) {
-  Params plain(params);
-  plain.computeTangents(false);
-  plain.duplicateCorners(true);  // where a contour jumps, both ends are corners
-  Result samples;
-  shape.sample(plain, samples);
-  std::vector<Chain> chains;
-  const std::vector<qcVector<2>>& positions = samples.positions();
-  if (!std::all_of(positions.begin(), positions.end(), isFinite)) throw qcShapesError::BadGeom();
-  for (std::size_t i = 0; i < samples.breaks().size(); ++i) {
-    const auto first = positions.begin() + samples.breaks()[i];
-    const auto end = i + 1 < samples.breaks().size() ? positions.begin() + samples.breaks()[i + 1] : positions.end();
-    Chain& chain = chains.emplace_back();
-    std::unique_copy(first, end, std::back_inserter(chain.points));
-    chain.closed = samples.closedFlags()[i];
-    while (chain.closed && chain.points.size() > 1 && chain.points.front() == chain.points.back()) {
-      chain.points.pop_back();
-    }
-  }
-  return chains;
-}
-
 /// Adds the boundary of a region. Where centres decide, circles and ellipses are not sampled.
-void addBoundary(RasterScan& scan, const qcShape& boundary, bool byCenters, const Params& params) {
+void addBoundary(RasterScan& scan, const qcShape& boundary, bool byCenters, RasterChains& chains) {
   const auto addEllipse = [&](const qcEllipse2& ellipse) {
     const qc2XformLinear map = ellipse.unitCircleMap();
     const qcMatrix<2>& m = map.matrix();
@@ -85,20 +47,23 @@ void addBoundary(RasterScan& scan, const qcShape& boundary, bool byCenters, cons
     if (const auto* ellipse = dynamic_cast<const qcEllipse2*>(&boundary)) return addEllipse(*ellipse);
     if (const auto* ellipse = dynamic_cast<const qcEllipse*>(&boundary)) return addEllipse(qcEllipse2(*ellipse));
   }
-  for (const Chain& chain : chainsOf(boundary, params)) scan.addPolygon(chain.points.data(), chain.points.size());
+  for (const RasterChain& chain : chains.of(boundary)) scan.addPolygon(chain.points.data(), chain.points.size());
 }
 
 /// The outline of a broad line: a rectangle around every piece, a sector at every corner and half a disc at every end.
 /// All of them wind the same way and share the points at which they meet, so that no centre falls between.
 class BroadLine {
  public:
-  BroadLine(RasterScan& scan, double width, double tolerance) : scan_(scan), half_(width / 2) {
+  BroadLine(RasterScan& scan, const qcPelRect& window, double width, double tolerance) : scan_(scan), half_(width / 2) {
+    const qcVector<2> margin(half_ + 1, half_ + 1);
+    low_ = qcVector<2>(static_cast<double>(window.x0()), static_cast<double>(window.y0())) - margin;
+    high_ = qcVector<2>(static_cast<double>(window.x1()), static_cast<double>(window.y1())) + margin;
     // Bounded, so that no width takes more than some 10^5 points per end.
     constexpr double kLeast = 1e-5;
     step_ = 2 * std::max(qc_shapes::chordHalfAngle(tolerance > 0 ? tolerance : 0.1, half_), kLeast);
   }
 
-  void draw(const Chain& chain) {
+  void draw(const RasterChain& chain) {
     const std::vector<qcVector<2>>& p = chain.points;
     if (p.size() == 1) {
       addSector(p[0], {half_, 0}, {-half_, 0}, std::numbers::pi);
@@ -114,9 +79,8 @@ class BroadLine {
     qcVector<2> left = first;
     if (!chain.closed) addSector(p.front(), left, -left, std::numbers::pi);
     for (std::size_t i = 0; i < pieces; ++i) {
-      const qcVector<2>&from = p[i], &to = p[(i + 1) % p.size()];
-      const qcVector<2> outline[] = {from + left, from, from - left, to - left, to, to + left};
-      scan_.addPolygon(outline, 6);
+      const qcVector<2>& to = p[(i + 1) % p.size()];
+      addPiece(p[i], to, left);
       const bool isLast = i + 1 == pieces;
       if (isLast && !chain.closed) {
         addSector(to, -left, left, std::numbers::pi);
@@ -130,8 +94,50 @@ class BroadLine {
   }
 
  private:
+  void addPiece(qcVector<2> from, qcVector<2> to, const qcVector<2>& left) {
+    if (!cut(from, to)) return;
+    const qcVector<2> outline[] = {from + left, from, from - left, to - left, to, to + left};
+    scan_.addPolygon(outline, 6);
+  }
+
+  bool isNear(const qcVector<2>& p) const {
+    return p.x() >= low_.x() && p.y() >= low_.y() && p.x() <= high_.x() && p.y() <= high_.y();
+  }
+
+  // Cuts a piece to where it is near, unless that is all the same: the sides of what reaches far out would be turned by
+  // the rounding of its corners. False when nothing is left.
+  bool cut(qcVector<2>& from, qcVector<2>& to) const {
+    constexpr double kFar = 0x1p30;
+    const auto isFar = [&](const qcVector<2>& p) {
+      return std::max(std::fabs(p.x() - low_.x()), std::fabs(p.y() - low_.y())) > kFar;
+    };
+    if ((!isFar(from) && !isFar(to)) || half_ > kFar) return true;
+    const qcVector<2> corners[] = {low_, {high_.x(), low_.y()}, high_, {low_.x(), high_.y()}};
+    std::vector<qcVector<2>> ends;
+    for (const qcVector<2>& end : {from, to}) {
+      if (isNear(end)) ends.push_back(end);
+    }
+    for (int i = 0; i < 4; ++i) {
+      const qcVector<2>&u = corners[i], &v = corners[(i + 1) % 4];
+      const auto beside = [](const qcVector<2>& a, const qcVector<2>& b, const qcVector<2>& p, const qcVector<2>& q) {
+        return qc_shapes::orientation(a, b, p) != qc_shapes::orientation(a, b, q);
+      };
+      if (!beside(from, to, u, v) || !beside(u, v, from, to)) continue;
+      ends.push_back(u + qc_shapes::exactCrossing(u, v, from, to) * (v - u));
+    }
+    if (ends.size() < 2) return false;
+    const auto [first, last] = std::minmax_element(
+        ends.begin(), ends.end(), [way = to / 2 - from / 2](const qcVector<2>& a, const qcVector<2>& b) {
+          return (b - a) * qc_shapes::normalized(way) > 0;
+        });
+    from = *first;
+    to = *last;
+    return true;
+  }
+
   // From one direction to the other, by an angle that is not negative.
   void addSector(const qcVector<2>& tip, const qcVector<2>& from, const qcVector<2>& to, double angle) {
+    if (!isNear(tip)) return;
     const int steps = static_cast<int>(std::ceil(angle / step_));
     points_ = {tip, tip + from};
     for (int i = 1; i < steps; ++i) {
@@ -144,6 +150,7 @@ class BroadLine {
 
   RasterScan& scan_;
   double half_, step_;
+  qcVector<2> low_, high_;  // what is nearer to the window than half the width
   std::vector<qcVector<2>> points_;
 };
 
@@ -153,7 +160,7 @@ class ThinLine {
   ThinLine(const qcPelRect& window, const qc_PelRows<unsigned char>& rows, unsigned char value)
       : window_(window), rows_(rows), value_(value) {}
 
-  void draw(const Chain& chain) const {
+  void draw(const RasterChain& chain) const {
     const std::vector<qcVector<2>>& p = chain.points;
     const std::size_t pieces = chain.closed && p.size() > 1 ? p.size() : p.size() - 1;
     const auto course = [&](std::size_t piece) { return courseOf(p[piece], p[(piece + 1) % p.size()]); };
@@ -230,14 +237,15 @@ void qfRasterize(const qcRegionTree& region, const qcPelBuffer<unsigned char>& b
   const qc_PelRows<unsigned char> rows = qf_PelRows(buffer);
   const qcPelRect window = buffer.window();
   RasterScan scan(window, mode);
+  RasterChains chains(window, 1, params);
   // What a node excludes from its parent lies inside the parent's boundary, and is nowhere else looked at.
   std::vector<std::pair<const qcRegionTree*, std::int32_t>> nodes{{&region, -1}};
   while (!nodes.empty()) {
     const auto [node, parent] = nodes.back();
     nodes.pop_back();
-    if (node->isEmpty() || misses(node->boundary(), window, 0)) continue;
+    if (node->isEmpty() || qc_shapes::isVoid(node->boundary()) || chains.misses(node->boundary())) continue;
     const std::int32_t number = scan.nextBoundary(parent);
-    addBoundary(scan, node->boundary(), byCenters, params);
+    addBoundary(scan, node->boundary(), byCenters, chains);
     for (long i = 0; i < node->numChildren(); ++i) nodes.emplace_back(&node->child(i), number);
   }
   scan.fill(rows, value);
@@ -248,15 +256,14 @@ void qfRasterizeContour(const qcShape& shape, const qcPelBuffer<unsigned char>& 
   if (!(width >= 0) || std::isinf(width) || params.uniformMode()) throw qcShapesError::BadParams();
   const qc_PelRows<unsigned char> rows = qf_PelRows(buffer);
   const qcPelRect window = buffer.window();
-  if (misses(shape, window, width / 2)) return;
-  const std::vector<Chain> chains = chainsOf(shape, params);
+  const std::vector<RasterChain> chains = RasterChains(window, 1 + width / 2, params).of(shape);
   if (width == 0) {
-    for (const Chain& chain : chains) ThinLine(window, rows, value).draw(chain);
+    for (const RasterChain& chain : chains) ThinLine(window, rows, value).draw(chain);
     return;
   }
   RasterScan scan(window, qcRasterizationDefs::center);
   scan.nextBoundary(-1);
-  BroadLine line(scan, width, params.tolerance());
-  for (const Chain& chain : chains) line.draw(chain);
+  BroadLine line(scan, window, width, params.tolerance());
+  for (const RasterChain& chain : chains) line.draw(chain);
   scan.fill(rows, value);
 }

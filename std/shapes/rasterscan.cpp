@@ -157,6 +157,80 @@ std::int64_t RowCrossing::first(double y, double base, std::int64_t limit, bool 
   return from;
 }
 
+/// Which of nested boundaries wind around a place, and whether the region of the outermost one is there: a region is
+/// where its boundary winds and none of the regions directly inside it is. Boundaries are strung on paths, each going
+/// on with the child below which most others are: so every way out passes few paths. Along a path, inside and outside
+/// alternate down to the first region that is blocked, as its boundary does not wind or a child beside the path is
+/// there.
+class NestedRegions {
+ public:
+  /// The number of the boundary around each, which is smaller than its own; -1 for the first one.
+  explicit NestedRegions(const std::vector<std::int32_t>& parents) : regions_(parents.size()) {
+    const std::size_t count = parents.size();
+    std::vector<std::int32_t> sizes(count, 1), heavy(count, -1);
+    for (std::size_t i = count; i-- > 1;) {
+      const auto parent = static_cast<std::size_t>(parents[i]);
+      sizes[parent] += sizes[i];
+      if (heavy[parent] < 0 || sizes[static_cast<std::size_t>(heavy[parent])] < sizes[i]) {
+        heavy[parent] = static_cast<std::int32_t>(i);
+      }
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::int32_t parent = parents[i];
+      if (parent >= 0 && heavy[static_cast<std::size_t>(parent)] == static_cast<std::int32_t>(i)) continue;
+      paths_.push_back({blocked_.size(), blocked_.size(), parent});
+      for (auto k = static_cast<std::int32_t>(i); k >= 0; k = heavy[static_cast<std::size_t>(k)]) {
+        regions_[static_cast<std::size_t>(k)] = {0, 0, paths_.size() - 1, blocked_.size()};
+        blocked_.push_back(1);
+      }
+      blocked_.push_back(1);  // where there is nothing more
+    }
+  }
+
+  /// Whether the region of boundary 0 is here.
+  bool isInside() const { return paths_.front().isInside(); }
+
+  /// Goes past a crossing.
+  void turn(std::int32_t boundary, std::int32_t winding) {
+    Region* region = &regions_[static_cast<std::size_t>(boundary)];
+    region->winding += winding;
+    while (true) {
+      Path& path = paths_[region->path];
+      const bool wasInside = path.isInside();
+      block(path, region->place, region->winding == 0 || region->insideChildren > 0);
+      if (wasInside == path.isInside() || path.parent < 0) return;
+      region = &regions_[static_cast<std::size_t>(path.parent)];
+      region->insideChildren += wasInside ? -1 : 1;
+    }
+  }
+
+ private:
+  struct Region {
+    std::int32_t winding = 0, insideChildren = 0;  // those beside the path
+    std::size_t path = 0, place = 0;
+  };
+  struct Path {
+    std::size_t start, firstBlocked;
+    std::int32_t parent;
+
+    bool isInside() const { return (firstBlocked - start) % 2 != 0; }
+  };
+
+  void block(Path& path, std::size_t place, bool blocked) {
+    blocked_[place] = static_cast<unsigned char>(blocked);
+    if (blocked) {
+      path.firstBlocked = std::min(path.firstBlocked, place);
+    } else if (path.firstBlocked == place) {
+      const void* next = std::memchr(&blocked_[place], 1, blocked_.size() - place);
+      path.firstBlocked = static_cast<std::size_t>(static_cast<const unsigned char*>(next) - blocked_.data());
+    }
+  }
+
+  std::vector<Region> regions_;
+  std::vector<Path> paths_;
+  std::vector<unsigned char> blocked_;  // 1 or 0, along all paths
+};
+
 /// The walk down the rows, with the edges that matter to the row it has come to.
 class RasterRows {
  public:
@@ -165,7 +239,7 @@ class RasterRows {
         rows_(rows),
         value_(value),
         byCenters_(scan.mode_ == qcRasterizationDefs::center),
-        regions_(scan.parents_.size()) {
+        regions_(scan.parents_) {
     cursors_.reserve(scan.edges_.size());
     if (!byCenters_) {
       inside_.reserve(scan.edges_.size());
@@ -202,11 +276,6 @@ class RasterRows {
     std::int64_t column;
     std::uint32_t doubt, edge;
     std::int32_t winding, boundary;
-  };
-
-  /// Where the walk along a row has come to: how often a boundary winds around, and how many of the regions in it.
-  struct Region {
-    std::int32_t winding = 0, insideChildren = 0;
   };
 
   const RasterScan::Edge& edge(std::uint32_t index) const { return scan_.edges_[index]; }
@@ -267,7 +336,7 @@ class RasterRows {
   template <class Put>
   void forInside(Put&& put) {
     std::int64_t from = 0;
-    if (regions_.size() == 1) {
+    if (scan_.parents_.size() == 1) {
       std::int32_t winding = 0;
       for (const Cursor& cursor : cursors_) {
         if (winding == 0) from = cursor.column;
@@ -277,31 +346,11 @@ class RasterRows {
       return;
     }
     for (const Cursor& cursor : cursors_) {
-      const bool wasInside = isInside(0);
-      turn(cursor);
-      if (wasInside == isInside(0)) continue;
+      const bool wasInside = regions_.isInside();
+      regions_.turn(cursor.boundary, cursor.winding);
+      if (wasInside == regions_.isInside()) continue;
       if (wasInside) put(from, cursor.column);
       from = cursor.column;
-    }
-  }
-
-  bool isInside(std::int32_t boundary) const {
-    const Region& region = regions_[static_cast<std::size_t>(boundary)];
-    return region.winding != 0 && region.insideChildren == 0;
-  }
-
-  // Goes past a crossing, and up to those boundaries for which it matters.
-  void turn(const Cursor& cursor) {
-    std::int32_t boundary = cursor.boundary;
-    bool wasInside = isInside(boundary);
-    regions_[static_cast<std::size_t>(boundary)].winding += cursor.winding;
-    while (wasInside != isInside(boundary)) {
-      const std::int32_t parent = scan_.parents_[static_cast<std::size_t>(boundary)];
-      if (parent < 0) return;
-      const bool parentWasInside = isInside(parent);
-      regions_[static_cast<std::size_t>(parent)].insideChildren += wasInside ? -1 : 1;
-      wasInside = parentWasInside;
-      boundary = parent;
     }
   }
 
@@ -370,7 +419,7 @@ class RasterRows {
   unsigned char value_;
   bool byCenters_;
   std::vector<Cursor> cursors_;
-  std::vector<Region> regions_;  // of the boundaries
+  NestedRegions regions_;
   std::vector<Run> inside_, touched_;
 };
 

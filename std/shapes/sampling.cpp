@@ -211,7 +211,8 @@ long stepsFor(double total, double step, long limit) {
 }
 
 double chordHalfAngle(double tolerance, double radius) {
-  return tolerance <= radius ? std::acos((radius - tolerance) / radius) : std::numbers::pi / 2;
+  // Twice the arc sine of a root, which large radii leave their digits: 1 - cos(a) = 2 sin(a / 2)^2.
+  return tolerance <= radius ? 2 * std::asin(std::sqrt(tolerance / radius / 2)) : std::numbers::pi / 2;
 }
 
 SampleWriter::SampleWriter(const Params& params, Result& result)

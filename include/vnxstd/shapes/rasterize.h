@@ -5,8 +5,10 @@
 // qc_PelBuffer::imageFromClientXform.
 //
 // Only pels of the buffer's window are written, and what lies outside takes no time per pel. Finite coordinates of any
-// magnitude are safe; but a curve that is sampled is so as a whole, a circle of radius r by about
-// 2.2 * sqrt(r / tolerance) points of 16 bytes, and where that is more than maxPoints, SampleOverflow is thrown.
+// magnitude are safe. Of circles, ellipses and their arcs only what comes near to the window is sampled, in parts that
+// are some windows long, and a part of radius r by about 0.35 points per pel of its length / sqrt(r * tolerance); where
+// a part needs more than maxPoints, SampleOverflow is thrown. Straight pieces are never sampled. What a transform that
+// is not linear maps is sampled as a whole.
 //
 // All errors are thrown before a pel is written: qcPel::UnboundWindow for an unbound buffer, qcShapesError::BadGeom for
 // a coordinate that is NaN or infinite (but a shape whose bounding box misses the window is not looked at), and what
@@ -45,11 +47,10 @@ class VNXSTD_EXPORT qcRasterizationDefs {
 /// Fills a region, less its holes, with their islands, to any depth: what qcRegionTree::within calls inside, but for
 /// the boundary itself. Polygons as boundaries are taken as they are, other shapes are sampled, each boundary that
 /// comes near to the window; where a boundary crosses itself the parts that it winds around are inside, and the lines
-/// between them count as boundary. An empty region sets nothing.
+/// between them count as boundary. An empty region sets nothing, nor does a rectangle of negative size.
 ///
 /// Throws qcShapesError::BadParams for another mode and for parameters of uniform mode. Takes time in proportion to the
-/// number of pels set, of pieces, and of rows that each piece crosses; that the regions touch at a depth of n costs
-/// another n for each of their crossings.
+/// number of pels set, of pieces, and of rows that each piece crosses; nested boundaries take little more, however deep.
 VNXSTD_EXPORT void qfRasterize(const qcRegionTree& region, const qcPelBuffer<unsigned char>& buffer,
                                unsigned char value,
                                qcRasterizationDefs::BoundaryFillMode mode = qcRasterizationDefs::center,

@@ -1,0 +1,143 @@
+#include "std/shapes/rasterchains.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "vnxstd/shapes/circle.h"
+#include "vnxstd/shapes/contourtree.h"
+#include "vnxstd/shapes/ellipsearc.h"
+#include "vnxstd/shapes/errors.h"
+#include "vnxstd/shapes/lineseg.h"
+#include "vnxstd/shapes/mappedshape.h"
+#include "vnxstd/shapes/parallelogram.h"
+#include "vnxstd/shapes/polyline.h"
+#include "vnxstd/shapes/rect.h"
+
+namespace qc_shapes {
+
+RasterChains::RasterChains(const qcPelRect& window, double margin, const qcShape::qcSampleParams& params)
+    : params_(params), near_{{HUGE_VAL, HUGE_VAL}, {-HUGE_VAL, -HUGE_VAL}} {
+  if (!window.isNull()) {
+    near_.low = {static_cast<double>(window.x0()) - margin, static_cast<double>(window.y0()) - margin};
+    near_.high = {static_cast<double>(window.x1()) + margin, static_cast<double>(window.y1()) + margin};
+  }
+  constexpr double kManyWindows = 16;
+  const qcVector<2> size = near_.high - near_.low;
+  large_ = kManyWindows * std::max(size.x(), size.y());
+  params_.computeTangents(false);
+  params_.duplicateCorners(true);  // where a contour jumps, both ends are corners
+}
+
+bool RasterChains::misses(const qcShape& shape) const {
+  if (shape.isEmpty()) return true;
+  const qcRect box = shape.boundingBox();
+  const qcVector<2> corner = box.origin();
+  if (!std::isfinite(corner.x()) || !std::isfinite(corner.y())) throw qcShapesError::BadGeom();
+  return !ClipBox::of(corner, box.lr()).overlaps(near_);
+}
+
+std::vector<RasterChain> RasterChains::of(const qcShape& shape) {
+  chains_.clear();
+  std::vector<const qcShape*> waiting{&shape};
+  while (!waiting.empty()) {
+    const qcShape& next = *waiting.back();
+    waiting.pop_back();
+    const auto* tree = dynamic_cast<const qcShapeTree*>(&next);
+    if (tree && !dynamic_cast<const qcContourTree*>(tree)) {
+      const std::vector<const qcShape*> elements = tree->elements_();
+      waiting.insert(waiting.end(), elements.begin(), elements.end());
+    } else if (!misses(next)) {
+      chains_.push_back({{}, !next.isOpenContour()});
+      add(next, true);
+    }
+  }
+  std::erase_if(chains_, [](const RasterChain& chain) { return chain.points.empty(); });
+  for (RasterChain& chain : chains_) {
+    std::vector<qcVector<2>>& p = chain.points;
+    while (chain.closed && p.size() > 1 && p.front() == p.back()) p.pop_back();
+  }
+  return std::move(chains_);
+}
+
+void RasterChains::add(const qcShape& shape, bool alone) {
+  if (const auto* segment = dynamic_cast<const qcLineSeg*>(&shape)) {
+    put(segment->p1());
+    return put(segment->p2());
+  }
+  if (const auto* polyline = dynamic_cast<const qcPolyline*>(&shape)) {
+    for (const qcVector<2>& p : polyline->vertices()) put(p);
+    return;
+  }
+  if (const auto* contour = dynamic_cast<const qcContourTree*>(&shape)) {
+    for (const qcShape* element : contour->elements_()) {
+      if (!misses(*element)) {
+        add(*element, false);
+      } else {
+        put(element->startPoint());
+        put(element->endPoint());
+      }
+    }
+    return;
+  }
+  const bool round = dynamic_cast<const qcCircle*>(&shape) || dynamic_cast<const qc_EllipseShape*>(&shape);
+  if (round || dynamic_cast<const qc_ParallelogramShape*>(&shape)) {
+    const qcVector<2> size = shape.boundingBox().size();
+    if (round && !(std::max(size.x(), size.y()) > large_)) return addSamples(shape, alone);
+    const qcPtrHandle<qcShape> primitive = shape.decompose();
+    const auto* arc = dynamic_cast<const qcEllipseArc2*>(primitive.rep());
+    return arc ? addArc(*arc) : add(*primitive, alone);
+  }
+  const auto* mapped = dynamic_cast<const qcMappedShape*>(&shape);
+  if (mapped && mapped->overallMapXform()->isLinear()) return add(*mapped->explicitShape(), alone);
+  addSamples(shape, alone);
+}
+
+// Halves the arc until its parts are away, small, or as straight as doubles make them.
+void RasterChains::addArc(const qcEllipseArc2& arc) {
+  const qcEllipse2& ellipse = arc.ellipse();
+  const double larger = std::max(ellipse.radii().x(), ellipse.radii().y());
+  const double reach = larger + std::fabs(ellipse.center().x()) + std::fabs(ellipse.center().y());
+  std::vector<std::pair<double, double>> left{{arc.phiStart().plain(), arc.phiEnd().plain()}};
+  put(arc.startPoint());
+  while (!left.empty()) {
+    const auto [from, to] = left.back();
+    left.pop_back();
+    const qcEllipseArc2 part = qcEllipseArc2::between(ellipse, qcRadian(from), qcRadian(to));
+    const double span = to - from;
+    const bool straight = larger / reach * span * span < std::numeric_limits<double>::epsilon();
+    const qcVector<2> size = part.boundingBox().size();
+    if (!straight && !misses(part)) {
+      if (std::max(size.x(), size.y()) > large_) {
+        const double middle = from + span / 2;
+        left.emplace_back(middle, to);
+        left.emplace_back(from, middle);
+        continue;
+      }
+      addSamples(part, false);
+    }
+    put(part.endPoint());
+  }
+}
+
+void RasterChains::addSamples(const qcShape& shape, bool alone) {
+  qcShape::qcSampleResult samples;
+  shape.sample(params_, samples);
+  const std::vector<std::int32_t>& breaks = samples.breaks();
+  for (std::size_t i = 0; i < breaks.size(); ++i) {
+    const std::size_t end =
+        i + 1 < breaks.size() ? static_cast<std::size_t>(breaks[i + 1]) : samples.positions().size();
+    if (alone && i > 0) chains_.push_back({});
+    if (alone) chains_.back().closed = samples.closedFlags()[i];
+    for (auto k = static_cast<std::size_t>(breaks[i]); k < end; ++k) put(samples.positions()[k]);
+  }
+}
+
+void RasterChains::put(const qcVector<2>& p) {
+  if (!std::isfinite(p.x()) || !std::isfinite(p.y())) throw qcShapesError::BadGeom();
+  std::vector<qcVector<2>>& points = chains_.back().points;
+  if (points.empty() || points.back() != p) points.push_back(p);
+}
+
+}  // namespace qc_shapes
