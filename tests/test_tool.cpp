@@ -852,41 +852,54 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
 // Whatever byte is damaged, all records that do not lie there are found in what was salvaged, and more can be stored.
 TEST_F(Tool, SalvagesWhatIsNotDamaged) {
   Foreign record;
-  std::vector<std::size_t> ends;
-  {
-    qcVDBArchive database(qf_Widen(file("d.vdb")), true, false);
-    for (int i = 1; i < 5; ++i) {
-      record.header().comment(std::wstring(static_cast<std::size_t>(i), L'x'));
-      database.storeNewRecord(&record);
-      database.sync();
-      ends.push_back(std::filesystem::file_size(file("d.vdb")));
+  const auto expectRecord = [&](qcVDBArchive& database, long number) {
+    ASSERT_NO_THROW(database.gotoRecord(number));
+    const std::unique_ptr<qcVDBRecordBase> loaded(database.loadRecord());
+    const auto& found = dynamic_cast<const Foreign&>(*loaded);
+    EXPECT_EQ(found.header().comment().size(), static_cast<std::size_t>(number));
+    EXPECT_TRUE(found.circle == found.same && *found.circle == *record.circle);
+  };
+  for (const auto order : kOrderings) {
+    std::vector<std::size_t> ends;
+    {
+      qcVDBArchive database(new qcFileArchive(qf_Widen(file("d.vdb")), qcArchive::storing, order, true));
+      for (int i = 1; i < 5; ++i) {
+        record.header().comment(std::wstring(static_cast<std::size_t>(i), L'x'));
+        database.storeNewRecord(&record);
+        database.sync();
+        ends.push_back(std::filesystem::file_size(file("d.vdb")));
+      }
     }
-  }
-  const std::string whole = text("d.vdb");
-  qcRandomUniform random(11);
-  for (std::size_t at = 2; at < whole.size(); at += 5) {
-    std::string bytes = whole;
-    bytes[at] ^= static_cast<char>(1 << static_cast<int>(random.next(0, 8)));
-    std::ofstream(file("e.vdb"), std::ios::binary) << bytes;
-    std::filesystem::remove(file("s.vdb"));
-    std::ostringstream report;
-    const bool isWhole = salvageArchive(file("e.vdb"), file("s.vdb"), report);
-    EXPECT_EQ(text("e.vdb"), bytes);
-    EXPECT_EQ(isWhole, report.str().find("lost:") == std::string::npos) << report.str();
-    EXPECT_EQ(Told(file("s.vdb")).fault, Fault::none) << at << report.str();
-    qcVDBArchive saved(qf_Widen(file("s.vdb")), false, false);
-    for (std::size_t i = 0; i < ends.size(); ++i) {
-      if (at < ends[i] && (i == 0 ? at >= 44 : at >= ends[i - 1])) continue;
-      // A damaged link to the last record looks like one that was never written in full.
-      if (i + 1 == ends.size() && report.str().find("has not finished") != std::string::npos) continue;
-      ASSERT_NO_THROW(saved.gotoRecord(static_cast<long>(i + 1))) << at << report.str();
-      const std::unique_ptr<qcVDBRecordBase> loaded(saved.loadRecord());
-      const auto& found = dynamic_cast<const Foreign&>(*loaded);
-      EXPECT_EQ(found.header().comment().size(), i + 1);
-      EXPECT_TRUE(found.circle == found.same && *found.circle == *record.circle);
+    const std::string whole = text("d.vdb");
+    for (long number = 1; number < 5; ++number) {
+      ASSERT_TRUE(extractRecord(*openArchive(file("d.vdb")), file("d.vdb"), number, file("one.vdb")));
+      qcVDBArchive one(qf_Widen(file("one.vdb")), false, false);
+      expectRecord(one, number);
+      EXPECT_NE(one.storeNewRecord(&record), number);
+      expectRecord(one, number);
     }
-    saved.storeNewRecord(&record);
-    EXPECT_EQ(saved.archive().damaged(), qcArchive::Position(0));
+    qcRandomUniform random(11);
+    for (std::size_t at = 2; at < whole.size(); at += 7) {
+      std::string bytes = whole;
+      bytes[at] ^= static_cast<char>(1 << static_cast<int>(random.next(0, 8)));
+      std::ofstream(file("e.vdb"), std::ios::binary) << bytes;
+      std::filesystem::remove(file("s.vdb"));
+      std::ostringstream report;
+      const bool isWhole = salvageArchive(file("e.vdb"), file("s.vdb"), report);
+      EXPECT_EQ(text("e.vdb"), bytes);
+      EXPECT_EQ(isWhole, report.str().find("lost:") == std::string::npos) << report.str();
+      EXPECT_EQ(Told(file("s.vdb")).fault, Fault::none) << at << report.str();
+      qcVDBArchive saved(qf_Widen(file("s.vdb")), false, false);
+      for (std::size_t i = 0; i < ends.size(); ++i) {
+        if (at < ends[i] && (i == 0 ? at >= 44 : at >= ends[i - 1])) continue;
+        // A damaged link to the last record looks like one that was never written in full.
+        if (i + 1 == ends.size() && report.str().find("has not finished") != std::string::npos) continue;
+        SCOPED_TRACE(std::to_string(at) + report.str());
+        expectRecord(saved, static_cast<long>(i + 1));
+      }
+      saved.storeNewRecord(&record);
+      EXPECT_EQ(saved.archive().damaged(), qcArchive::Position(0));
+    }
   }
 }
 

@@ -258,6 +258,9 @@ class Inspection {
   void fail(const qcException& error) {
     teller_.fault(error);
     found_ = std::max(found_, faultOf(error));
+    using Limit = qcLoadContext::Limit;
+    const Limit limit = error.loadContext() ? error.loadContext()->limit : Limit::none;
+    exhausted_ = exhausted_ || limit == Limit::bytes || limit == Limit::objects || limit == Limit::elements;
   }
 
   // Keeps what was loaded: others may refer to it.
@@ -292,13 +295,13 @@ class Inspection {
     qcInt64 at = place();
     bool isBehindMark = false;
     for (const qcArchiveRecord& record : records) {
-      if (found_ == Fault::limit) break;  // it would be exceeded again
+      if (exhausted_) break;
       walkBetween(at, record.at, isBehindMark);
       isBehindMark = record.kind == qcArchiveRecord::mark;
       walkRecord(record);
       at = std::max(at, record.at + record.size + record.body);
     }
-    if (found_ == Fault::limit) {
+    if (exhausted_) {
       teller_.beginItem();
       if (at < end) teller_.opaque({at, end - at}, "what was not read");
       return;
@@ -408,6 +411,7 @@ class Inspection {
   std::ifstream bytes_;
   Teller teller_;
   Fault found_ = Fault::none;
+  bool exhausted_ = false;  // no other load would come to its end
   std::vector<qcPtrHandle<qcRepBase>> shared_;
   std::map<const qcPersistent*, std::unique_ptr<qcPersistent>> owned_;
 };
