@@ -339,7 +339,7 @@ TEST(CrossingBoundaries, AreClippedWhereTheyWind) {
     const bool curved = seed >= 4000 / kShare;
     Points points[2];
     for (Points& p : points) {
-      for (int i = r.integer(3, 7); i > 0; --i) p.push_back(r.snapped(r.point(6), curved ? 0 : seed % 2));
+      for (int i = r.integer(3, 7); i > 0; --i) p.push_back(r.snapped(r.point(6), seed % 2));
     }
     const qcPolyline a(points[0], true), b(points[1], true);
     const Shape shape = curved ? bulged(r, a) : a.clone();

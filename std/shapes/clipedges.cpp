@@ -243,12 +243,23 @@ class Finder {
     const double squared = d * d, distance = start.cross(d) / std::sqrt(squared);
     const double half = (1 - std::fabs(distance)) * (1 + std::fabs(distance));
     const double middle = -(start * d) / squared, reach = half > 0 ? std::sqrt(half / squared) : 0;
-    const auto add = [&](bool leaves, int signOf) {
+    const auto onCut = [&](bool leaves) {
       const double t = leaves == forward ? middle + reach : middle - reach;
-      const double onCut = t > 0 ? std::min(t, 1.0) : 0;  // also where it is no number, on tiny edges
-      addOnArc(s, c, ellipse.parameter(pointBetween(start, end, onCut)), pointBetween(low, high, onCut), signOf);
+      return t > 0 ? std::min(t, 1.0) : 0;  // also where it is no number, on tiny edges
     };
-    if (once) return add(sign == turn, sign);
+    const auto parameterAt = [&](double t) { return ellipse.parameter(pointBetween(start, end, t)); };
+    const auto add = [&](bool leaves, int signOf) {
+      const double t = onCut(leaves);
+      addOnArc(s, c, parameterAt(t), pointBetween(low, high, t), signOf);
+    };
+    if (once) {
+      // Where the cut passes an end of the arc by rounding alone, it may seem to enter where it leaves.
+      const bool leaves = sign == turn;
+      const double span = std::fabs(edge.placeTo - edge.placeFrom),
+                   beyond = beyondArc(edge, parameterAt(onCut(leaves)));
+      const bool turned = beyond > 1e-3 * span && beyondArc(edge, parameterAt(onCut(!leaves))) < beyond;
+      return add(leaves != turned, sign);
+    }
     if (!(half > 2 * (ellipse.blur(u, d) + ellipse.blur(v, d)))) return;
     // The part of the line in the ellipse holds neither end of the cut, nor does it cross the chord: all of it is on
     // the cut or none, and on one side of the chord.
@@ -264,6 +275,12 @@ class Finder {
     const double middle = (edge.placeFrom + edge.placeTo) / 2, least = std::min(edge.placeFrom, edge.placeTo);
     const double place = middle + std::remainder(phi - middle, qcRadian::turn);
     return place > least ? std::min(place, std::max(edge.placeFrom, edge.placeTo)) : least;
+  }
+
+  // How far a value of the parameter, but for whole turns, is from those of the arc; negative between its ends.
+  static double beyondArc(const ClipEdge& edge, double phi) {
+    const double middle = (edge.placeFrom + edge.placeTo) / 2;
+    return std::fabs(std::remainder(phi - middle, qcRadian::turn)) - std::fabs(edge.placeTo - edge.placeFrom) / 2;
   }
 
   static int turnOf(const ClipEdge& edge, const ClipEllipse& ellipse) {

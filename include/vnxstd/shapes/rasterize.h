@@ -50,7 +50,7 @@ class VNXSTD_EXPORT qcRasterizationDefs {
 /// between them count as boundary. An empty region sets nothing, nor does a rectangle of negative size.
 ///
 /// Throws qcShapesError::BadParams for another mode and for parameters of uniform mode. Takes time in proportion to the
-/// number of pels set, of pieces, and of rows that each piece crosses; nested boundaries take little more, however deep.
+/// number of pels set, of pieces, and of rows that each piece crosses, also where boundaries are deeply nested.
 VNXSTD_EXPORT void qfRasterize(const qcRegionTree& region, const qcPelBuffer<unsigned char>& buffer,
                                unsigned char value,
                                qcRasterizationDefs::BoundaryFillMode mode = qcRasterizationDefs::center,
