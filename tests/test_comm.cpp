@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "support/bytes.h"
+#include "support/peer.h"
 #include "vnxstd/comm.h"
 #include "vnxstd/except/catalogue.h"
 #include "vnxstd/math/vector.h"
@@ -23,41 +24,6 @@
 namespace {
 
 using Dir = qcArchive::Direction;
-
-/// Another process at the other end of a connection; it does its work and goes.
-class Peer {
- public:
-  explicit Peer(const std::function<void(qcCommunicator&)>& work) {
-    auto [mine, other] = qcCommunicator::loopback();
-    process_ = fork();
-    if (process_ == 0) {
-      mine.reset();
-      int status = 0;
-      try {
-        work(*other);
-      } catch (const qcException&) {
-        status = 1;
-      }
-      other.reset();
-      _exit(status);
-    }
-    end = std::move(mine);
-  }
-  ~Peer() {
-    end.reset();
-    EXPECT_EQ(finish(), 0);
-  }
-  int finish() {
-    int status = 0;
-    if (process_ > 0) waitpid(process_, &status, 0);
-    process_ = 0;
-    return status;
-  }
-  std::unique_ptr<qcCommunicator> end;
-
- private:
-  pid_t process_;
-};
 
 TEST(Transfer, CarriesObjectsToAnotherProcessAndBack) {
   // The other one sends back what it gets, one message for each, until it is told to stop.
@@ -200,11 +166,13 @@ TEST(Transfer, ABrokenMessageLeavesNothingToRead) {
 }
 
 TEST(Transfer, RefusesFramesThatAreNone) {
-  auto [mine, other] = qcCommunicator::loopback();
-  // Longer than any frame; empty ones, of which a peer could send any number.
-  for (const auto& head : {fromHex("01000180"), fromHex("00000080"), fromHex("00000000")}) {
-    other->send(head.data(), head.size(), qcDeadline());
-    EXPECT_THROW(mine->archive(Dir::loading, 1), qcArchive::BadContent);
+  // Longer than any frame; empty ones, of which a peer could send any number; calls and replies that are none.
+  for (const char* head :
+       {"01000180", "00000080", "00000000", "030000C0", "000000C0", "04000040", "010020C0", "040000E0", "01000081"}) {
+    auto [mine, other] = qcCommunicator::loopback();
+    other->send(fromHex(head).data(), 4, qcDeadline());
+    EXPECT_THROW(mine->archive(Dir::loading, 1), qcArchive::BadContent) << head;
+    EXPECT_THROW(mine->archive(Dir::loading, 1), qcTcpip::ConnectionBroken);
   }
   EXPECT_THROW(qcCommunicator(-1), qcTcpip::AccessFailed);
   int ends[2];

@@ -2,4 +2,5 @@
 #pragma once
 
 #include "vnxstd/comm/communicator.h"
+#include "vnxstd/comm/remote.h"
 #include "vnxstd/comm/transfer.h"

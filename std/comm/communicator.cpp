@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <chrono>
 
+#include "std/comm/link.h"
 #include "vnxstd/except/catalogue.h"
 #include "vnxstd/except/failure.h"
 #include "zrtsys/attention.h"
@@ -16,8 +17,8 @@ qcCommunicator::~qcCommunicator() = default;
 std::pair<std::unique_ptr<qcCommunicator>, std::unique_ptr<qcCommunicator>> qcCommunicator::loopback() {
   throw qcTcpip::NotSupported();
 }
-void qcCommunicator::send(const char*, std::size_t, const qcDeadline&) { throw qcTcpip::NotSupported(); }
-void qcCommunicator::receive(char*, std::size_t, const qcDeadline&) { throw qcTcpip::NotSupported(); }
+std::size_t qcCommunicator::sendSome(const char*, std::size_t, const qcDeadline&) { throw qcTcpip::NotSupported(); }
+std::size_t qcCommunicator::receiveSome(char*, std::size_t, const qcDeadline&) { throw qcTcpip::NotSupported(); }
 bool qcCommunicator::isConnected() const { throw qcTcpip::NotSupported(); }
 bool qcCommunicator::waitUntilDisconnected(double) const { throw qcTcpip::NotSupported(); }
 void qcCommunicator::finishSending() { throw qcTcpip::NotSupported(); }
@@ -59,7 +60,11 @@ short pollUntil(int socket, short events, const qcDeadline& deadline) {
 
 }  // namespace
 
-qcCommunicator::qcCommunicator(int socket) : socket_(socket) {
+qcCommunicator::qcCommunicator() noexcept = default;
+
+qcCommunicator::qcCommunicator(int socket) : qcCommunicator() {
+  socket_ = socket;
+  link_ = std::make_shared<qc_Link>(*this);
   int type = 0;
   socklen_t size = sizeof type;
   sockaddr_storage peer;
@@ -69,12 +74,13 @@ qcCommunicator::qcCommunicator(int socket) : socket_(socket) {
   // Calls return when they would have to wait: all waiting is done in one place.
   const int flags = isStream ? ::fcntl(socket, F_GETFL) : -1;
   if (flags >= 0 && ::fcntl(socket, F_SETFL, flags | O_NONBLOCK) == 0) return;
-  if (socket >= 0) ::close(socket);
   throw qcTcpip::AccessFailed();
 }
 
 qcCommunicator::~qcCommunicator() {
-  if (socket_ >= 0) ::close(socket_);
+  if (socket_ < 0) return;
+  if (link_) link_->close();
+  ::close(socket_);
 }
 
 std::pair<std::unique_ptr<qcCommunicator>, std::unique_ptr<qcCommunicator>> qcCommunicator::loopback() {
@@ -83,6 +89,7 @@ std::pair<std::unique_ptr<qcCommunicator>, std::unique_ptr<qcCommunicator>> qcCo
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) throw qcTcpip::AccessFailed();
   first->socket_ = ends[0];
   second->socket_ = ends[1];
+  for (auto* end : {first.get(), second.get()}) end->link_ = std::make_shared<qc_Link>(*end);
   return {std::move(first), std::move(second)};
 }
 
@@ -90,12 +97,11 @@ void qcCommunicator::waitFor(short events, const qcDeadline& deadline) const {
   if (pollUntil(socket_, events, deadline) == 0) throw qcTcpip::Timeout();
 }
 
-void qcCommunicator::send(const char* data, std::size_t count, const qcDeadline& deadline) {
-  while (count != 0) {
+std::size_t qcCommunicator::sendSome(const char* data, std::size_t count, const qcDeadline& deadline) {
+  for (;;) {
     const ssize_t sent = ::send(socket_, data, count, MSG_NOSIGNAL);
     if (sent > 0) {
-      data += sent;
-      count -= static_cast<std::size_t>(sent);
+      return static_cast<std::size_t>(sent);
     } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
       waitFor(POLLOUT, deadline);
     } else if (errno != EINTR) {
@@ -104,12 +110,11 @@ void qcCommunicator::send(const char* data, std::size_t count, const qcDeadline&
   }
 }
 
-void qcCommunicator::receive(char* data, std::size_t count, const qcDeadline& deadline) {
-  while (count != 0) {
+std::size_t qcCommunicator::receiveSome(char* data, std::size_t count, const qcDeadline& deadline) {
+  for (;;) {
     const ssize_t received = ::recv(socket_, data, count, 0);
     if (received > 0) {
-      data += received;
-      count -= static_cast<std::size_t>(received);
+      return static_cast<std::size_t>(received);
     } else if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
       waitFor(POLLIN, deadline);
     } else if (received == 0 || errno != EINTR) {
@@ -131,3 +136,19 @@ bool qcCommunicator::waitUntilDisconnected(double seconds) const {
 void qcCommunicator::finishSending() { ::shutdown(socket_, SHUT_WR); }
 
 #endif
+
+void qcCommunicator::send(const char* data, std::size_t count, const qcDeadline& deadline) {
+  for (std::size_t sent = 0; sent < count;) sent += sendSome(data + sent, count - sent, deadline);
+}
+
+void qcCommunicator::receive(char* data, std::size_t count, const qcDeadline& deadline) {
+  for (std::size_t received = 0; received < count;) {
+    received += receiveSome(data + received, count - received, deadline);
+  }
+}
+
+bool qcCommunicator::serve(double seconds) { return link_->serve(qcDeadline(seconds)); }
+void qcCommunicator::timeOut(double seconds) noexcept { link_->timeOut = seconds; }
+double qcCommunicator::timeOut() const noexcept { return link_->timeOut; }
+void qcCommunicator::peerStorage(qcUInt64 bytes) noexcept { link_->peerStorage = bytes; }
+qcUInt64 qcCommunicator::peerStorage() const noexcept { return link_->peerStorage; }

@@ -1,36 +1,29 @@
 #include "vnxstd/comm/transfer.h"
 
-#include <array>
 #include <chrono>
-#include <cstdint>
 #include <streambuf>
 #include <vector>
 
+#include "std/comm/link.h"
 #include "vnxstd/comm/communicator.h"
 #include "vnxstd/except/catalogue.h"
-
-namespace {
-
-// A message travels in frames: four bytes, least significant first, that hold the number of bytes that follow and, as
-// the highest bit, whether the frame is the last one.
-constexpr std::size_t kFrameHead = 4, kMostInFrame = 65536;
-constexpr std::uint32_t kLastFrame = 0x80000000;
-
-}  // namespace
 
 /// Puts messages into frames, and takes them out. The time that waiting may take is counted down within a message.
 class qc_StreamBufferWithTimeout : public std::streambuf {
  public:
   qc_StreamBufferWithTimeout(qcCommunicator& communicator, double seconds)
-      : communicator_(communicator), buffer_(kFrameHead + kMostInFrame), seconds_(seconds) {}
+      : link_(communicator.link()), seconds_(seconds) {}
 
   void timeOut(double seconds) noexcept { seconds_ = seconds; }
   double timeOut() const noexcept { return seconds_; }
 
-  void beginStoring() { setp(buffer_.data() + kFrameHead, buffer_.data() + buffer_.size()); }
+  void beginStoring() {
+    buffer_.resize(qc_Link::kHead + qc_Link::kMostInMessageFrame);
+    setp(buffer_.data() + qc_Link::kHead, buffer_.data() + buffer_.size());
+  }
 
   void sendMessage() {
-    if (pptr() != pbase() || inMessage_) sendFrame(kLastFrame);
+    if (pptr() != pbase() || inMessage_) sendFrame(true);
   }
 
   void skipMessage() {
@@ -40,7 +33,7 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
 
  protected:
   int_type overflow(int_type c) override {
-    sendFrame(0);
+    sendFrame(false);
     if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
     return sputc(traits_type::to_char_type(c));
   }
@@ -66,62 +59,47 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
  private:
   using Clock = qcDeadline::Clock;
 
-  // Runs something that waits until the time of the message is used up, and counts what it took.
+  // Runs something that waits until the time of the message is used up, and counts what it took. How much of a frame
+  // has gone out is unknown after a failure.
   template <class Work>
-  void timed(Work work) {
+  void timed(bool isStoring, Work work) {
     if (broken_) throw qcTcpip::ConnectionBroken();
     if (!inMessage_) waited_ = 0;
     const Clock::time_point from = Clock::now();
     try {
       work(qcDeadline(seconds_ - waited_));
     } catch (...) {
-      broken_ = broken_ || inMessage_ || midFrame_;
+      broken_ = isStoring || inMessage_ || link_->isInMessageFrame();
+      if (broken_) link_->breakMessages(isStoring);
       throw;
     }
     waited_ += std::chrono::duration<double>(Clock::now() - from).count();
   }
 
-  void sendFrame(std::uint32_t last) {
+  void sendFrame(bool isLast) {
     const auto count = static_cast<std::size_t>(pptr() - pbase());
-    const std::uint32_t head = static_cast<std::uint32_t>(count) | last;
-    for (std::size_t i = 0; i < kFrameHead; ++i) buffer_[i] = static_cast<char>(head >> (8 * i));
-    midFrame_ = true;  // how much of it has gone out is unknown after a failure
-    timed([&](const qcDeadline& deadline) { communicator_.send(buffer_.data(), kFrameHead + count, deadline); });
-    midFrame_ = false;
-    inMessage_ = last == 0;
+    timed(true, [&](const qcDeadline& deadline) { link_->sendMessageFrame(buffer_.data(), count, isLast, deadline); });
+    inMessage_ = !isLast;
     beginStoring();
   }
 
   void receiveFrame() {
-    std::array<char, kFrameHead> bytes;
-    midFrame_ = false;
     setg(nullptr, nullptr, nullptr);  // a failure leaves nothing to read
-    timed([&](const qcDeadline& deadline) {
-      communicator_.receive(bytes.data(), 1, deadline);
-      midFrame_ = true;
-      communicator_.receive(bytes.data() + 1, bytes.size() - 1, deadline);
-      std::uint32_t head = 0;
-      for (std::size_t i = 0; i < kFrameHead; ++i)
-        head |= std::uint32_t{static_cast<unsigned char>(bytes[i])} << (8 * i);
-      const std::uint32_t count = head & ~kLastFrame;
-      // Frames without bytes would keep a reader waiting for ever, without waiting.
-      const bool isEnd = inMessage_ && (head & kLastFrame) != 0;
-      if (count > kMostInFrame || (count == 0 && !isEnd)) throw qcArchive::BadContent("transfer", 100);
-      communicator_.receive(buffer_.data(), count, deadline);
-      setg(buffer_.data(), buffer_.data(), buffer_.data() + count);
-      received_ += count;
-      inMessage_ = (head & kLastFrame) == 0;
+    timed(false, [&](const qcDeadline& deadline) {
+      qc_Link::Frame frame = link_->receiveMessageFrame(deadline);
+      buffer_ = std::move(frame.bytes);
+      setg(buffer_.data(), buffer_.data(), buffer_.data() + buffer_.size());
+      received_ += static_cast<off_type>(buffer_.size());
+      inMessage_ = !frame.isLast;
     });
-    midFrame_ = false;
   }
 
-  qcCommunicator& communicator_;
+  std::shared_ptr<qc_Link> link_;
   std::vector<char> buffer_;
   double seconds_;
   double waited_ = 0;       // in this message
   off_type received_ = 0;   // bytes of the archive
   bool inMessage_ = false;  // its last frame is not through yet
-  bool midFrame_ = false;
   bool broken_ = false;
 };
 

@@ -23,7 +23,6 @@ const qc_ErrorRegistration<qcAffTransDefs::Errors, qcAffTransDefs::UnboundWindow
     affTransDefsRegistered;
 const qc_ErrorRegistration<qcSampledImageWarpDefs::Errors, qcSampledImageWarpDefs::BadParams>
     sampledImageWarpDefsRegistered;
-const qc_ErrorRegistration<qcRemoteObject::Errors, qcRemoteObject::ObjectMismatch> remoteObjectRegistered;
 const qc_ErrorRegistration<qcBoard::Errors, qcBoard::BadParams, qcBoard::StaticInitDisorder, qcBoard::NotSupported,
                            qcBoard::HardwareNotResponding, qcBoard::Timeout, qcBoard::HardwareInUse,
                            qcBoard::HardwareNotInitialized, qcBoard::FpgaLoadFailure, qcBoard::BadEERAMContents,

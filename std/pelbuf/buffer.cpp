@@ -5,7 +5,9 @@
 #include <limits>
 #include <tuple>
 
+#include "std/pelbuf/remoteroots.h"
 #include "vnxstd/archive/archive.h"
+#include "vnxstd/comm/transfer.h"
 #include "vnxstd/except/failure.h"
 #include "vnxstd/math/xflinear.h"
 #include "zrtsys/memory.h"
@@ -208,7 +210,11 @@ qcArchive& operator||(qcArchive& archive, qc_PelBuffer& buffer) {
     } else {
       archive || read.xforms_;
     }
-    archive || read.root_;
+    if (auto* const transfer = dynamic_cast<qcTransferArchive*>(&archive)) {
+      qf_TransferPelRoot(*transfer, read.root_, buffer.pelType_);
+    } else {
+      archive || read.root_;
+    }
   }
   if (archive.isStoring()) return archive;
 
@@ -236,6 +242,7 @@ std::int64_t bytesOf(long pels) {
 
 template <class T>
 bool qcPelBuffer_const<T>::contains(const Stored* address) const noexcept {
+  if (!this->isBound() || this->typedRoot()->isRemote()) return false;
   const Stored* const first = upperLeft();
   if (!first || std::less<>()(address, first)) return false;
   const auto bytes =
@@ -246,8 +253,26 @@ bool qcPelBuffer_const<T>::contains(const Stored* address) const noexcept {
 }
 
 template <class T>
+T qcPelBuffer_const<T>::getRemote(long x, long y) const {
+  Stored value{};
+  qcPelRoot<T> here(1, 1, &value, 1);
+  this->typedRoot()->copy(pelInRoot(x, y), here, {0, 0}, false);
+  return qcPelTraits<T>::load(value);
+}
+
+template <class T>
+void qcPelBuffer<T>::putRemote(long x, long y, Stored value) const {
+  const qcPelRoot<T> here(1, 1, &value, 1);
+  here.copy(here.rect(), *this->typedRoot(), this->pelInRoot(x, y).ul(), false);
+}
+
+template <class T>
 void qcPelBuffer_const<T>::copyToBuffer(Stored* pels) const {
   const qc_PelRoot& root = this->boundRoot();
+  if (root.isRemote()) {
+    qcPelRoot<T> here(this->width(), this->height(), pels, 1);
+    return this->typedRoot()->copy(this->windowRoot(), here, {0, 0}, false);
+  }
   const Stored* const first = upperLeft();
   if (!first) return;
   qfThrowExceptionOnFailure(zrtsys::copyRect(
@@ -258,6 +283,10 @@ void qcPelBuffer_const<T>::copyToBuffer(Stored* pels) const {
 template <class T>
 void qcPelBuffer<T>::copyFromBuffer(const Stored* pels) const {
   const qc_PelRoot& root = this->boundRoot();
+  if (root.isRemote()) {
+    const qcPelRoot<T> here(this->width(), this->height(), const_cast<Stored*>(pels), 1);  // is only read
+    return here.copy(here.rect(), *this->typedRoot(), this->offsetRoot(), false);
+  }
   Stored* const first = pointToOffset();
   if (!first) return;
   qfThrowExceptionOnFailure(zrtsys::copyRect(
@@ -271,6 +300,7 @@ qcPelBuffer<unsigned char> qcPelBuffer_const<qc3PlanePel>::plane(int index) cons
   if (index < 0 || index > 2) throw qcPelFunc::BadParams();
   qcPelBuffer<unsigned char> result;
   if (isBound()) {
+    if (typedRoot()->isRemote()) qf_ThrowRemotePels();
     result = qcPelBuffer<unsigned char>(typedRoot()->plane(index));
     result.windowRoot(windowRoot(), false);
     result.offset(offset());
@@ -283,6 +313,7 @@ void qcPelBuffer_const<qc3PlanePel>::copyToBuffer(qc3PlanePel* pels) const {
   boundRoot();
   if (windowRoot().isNull()) return;
   if (!pels) throw qcPelFunc::BadParams();
+  if (typedRoot()->isRemote()) return qcPelBuffer_const(typedRoot()->copy(windowRoot(), false)).copyToBuffer(pels);
   const qcPelBuffer_const<unsigned char> planes[3] = {plane(0), plane(1), plane(2)};
   for (long y = offset().y(); y < offset().y() + height(); ++y) {
     const unsigned char* const rows[3] = {planes[0].pointToRow(y), planes[1].pointToRow(y), planes[2].pointToRow(y)};
@@ -294,6 +325,11 @@ void qcPelBuffer<qc3PlanePel>::copyFromBuffer(const qc3PlanePel* pels) const {
   boundRoot();
   if (windowRoot().isNull()) return;
   if (!pels) throw qcPelFunc::BadParams();
+  if (rep()->isRemote()) {
+    const qcPelBuffer here(width(), height());
+    here.copyFromBuffer(pels);
+    return here.rep()->copy(here.rep()->rect(), *rep(), offsetRoot(), false);
+  }
   const qcPelBuffer<unsigned char> planes[3] = {planeBuffer(0), planeBuffer(1), planeBuffer(2)};
   for (long y = offset().y(); y < offset().y() + height(); ++y) {
     unsigned char* const rows[3] = {planes[0].pointToRow(y), planes[1].pointToRow(y), planes[2].pointToRow(y)};
@@ -303,6 +339,14 @@ void qcPelBuffer<qc3PlanePel>::copyFromBuffer(const qc3PlanePel* pels) const {
       rows[2][x] = pels->plane2();
     }
   }
+}
+
+void qcPelBuffer<qc3PlanePel>::putRemote(long x, long y, qc3PlanePel value) const {
+  const std::uint64_t c = column(x), r = row(y);
+  if (!isInside(c, r)) throwOutside(x, y);
+  const qcPelRoot<qc3PlanePel> here(1, 1, 1, &value.plane0(), &value.plane1(), &value.plane2(), 1);
+  const qcPair<long> at = {static_cast<long>(c) + offsetRoot().x(), static_cast<long>(r) + offsetRoot().y()};
+  here.copy(here.rect(), *rep(), at, false);
 }
 
 qcPelBuffer<unsigned char> qcPelBuffer<qc3PlanePel>::planeBuffer(int index) const {

@@ -8,9 +8,12 @@
 #include <numeric>
 #include <type_traits>
 
+#include "std/pelbuf/remoteroots.h"
 #include "std/pelbuf/slottedroot.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/archive/registry.h"
+#include "vnxstd/comm/communicator.h"
+#include "vnxstd/except/catalogue.h"
 #include "vnxstd/except/failure.h"
 #include "vnxstd/except/pelerrors.h"
 #include "zrtsys/memory.h"
@@ -103,7 +106,20 @@ void qc_PelStorage::swap(qc_PelStorage& other) noexcept {
 
 // --- the untyped root -----------------------------------------------------------------------------------------------
 
-qc_PelRoot::~qc_PelRoot() = default;
+qc_PelRoot::qc_PelRoot(qcCommunicator& communicator, qePelType type, qc_PelStorage geometry)
+    : qcRemoteObject(communicator.link(), geometry.width == 0
+                                              ? throw qcPelFunc::BadParams()
+                                              : qf_RPCPelRootMake(*communicator.link(), type, geometry.width,
+                                                                  geometry.height, geometry.alignModulus)),
+      storage_(std::move(geometry)) {
+  qf_AddRemotePelRoot(*this);
+}
+
+qc_PelRoot::~qc_PelRoot() {
+  if (isRemote()) qf_RemoveRemotePelRoot(*this);
+}
+
+void qf_ThrowRemotePels() { throw qcTcpip::NotSupported(); }
 
 void qc_PelRoot::operator delete(qc_PelRoot* root, std::destroying_delete_t) {
   if (root->package_) {
@@ -124,6 +140,7 @@ long qc_PelRoot::padPelsNeeded(long width, unsigned int pelSize, long alignModul
 }
 
 void qc_PelRoot::repInvariant() const {
+  if (isRemote() && (storage_.width < 1 || storage_.block || storage_.pels)) throw qcInvariantFailure();
   const bool isSound = storage_.width == 0 ? storage_.height == 0 && storage_.rowUpdate == 0
                                            : storage_.width > 0 && storage_.height > 0 &&
                                                  storage_.rowUpdate >= storage_.width && storage_.alignModulus > 0;
@@ -164,6 +181,7 @@ void qc_PelRoot::serialize_(qcArchive& archive, unsigned char version) {
 }
 
 qc_PelStorage qc_PelRoot::takeLoaded(unsigned pelSize) {
+  if (isRemote()) qf_ThrowRemotePels();
   // Windows onto this root rely on its size.
   const bool isEmpty = loadedWidth_ == 0 || loadedHeight_ == 0;
   if (refc() > 0 && width() != 0 && (isEmpty || loadedWidth_ != width() || loadedHeight_ != height())) {
@@ -252,6 +270,30 @@ void loadPels(qcArchive& archive, qc_PelStorage& storage) {
   }
 }
 
+/// A copy of a rectangle here, or on the other side of a communicator.
+template <class T>
+qcPtrHandle<qcPelRoot<T>> copied(const qcPelRoot<T>& root, const qcPelRect& rectangle, qcCommunicator* where) {
+  using Root = qcPelRoot<T>;
+  const qcPelRect part = root.rect().overlaps(rectangle) ? qcPelRect(root.rect() & rectangle) : qcPelRect();
+  const long align = root.isRemote() ? qc_PelRoot::defaultAlignModulus : root.alignModulus();
+  const qcPtrHandle<Root> result(where && !part.isNull() ? new Root(*where, part.width(), part.height(), align)
+                                                         : new Root(part.width(), part.height(), align));
+  root.copy(part, *result, {0, 0}, false);
+  return result;
+}
+
+/// Pels of a proxy to or from a vector, by way of a root that lives here.
+template <class T>
+void vectTransferred(qcPelRoot<T>& proxy, const qcPelRect& rectangle, std::vector<T>& values, bool toRoot) {
+  if (!toRoot) {
+    const auto copy = proxy.copy(rectangle, false);
+    return copy->pelsToVect(copy->rect(), values);
+  }
+  qcPelRoot<T> here(rectangle.width(), rectangle.height());
+  here.vectToPels(here.rect(), values);
+  here.copy(here.rect(), proxy, rectangle.ul(), false);
+}
+
 }  // namespace
 
 template <class T>
@@ -273,6 +315,15 @@ qcPelRoot<T>::qcPelRoot(long width, long height, long rowUpdate, Stored* pels, l
 }
 
 template <class T>
+qcPelRoot<T>::qcPelRoot(qcCommunicator& communicator, long width, long height, long alignModulus)
+    : qc_PelRoot(communicator, qcPelTraits<T>::type, qc_PelStorage(width, height, sizeof(Stored), alignModulus)) {}
+
+template <class T>
+qcPelRoot<T>::qcPelRoot(std::shared_ptr<qc_Link> link, std::uint32_t identity, long width, long height,
+                        long alignModulus)
+    : qc_PelRoot(std::move(link), identity, qc_PelStorage(width, height, sizeof(Stored), alignModulus)) {}
+
+template <class T>
 qcPersistent* qcPelRoot<T>::make() {
   return new qcPelRoot;
 }
@@ -281,6 +332,7 @@ template <class T>
 void qcPelRoot<T>::copy(const qcPelRect& rectangle, qcPelRoot& to, const qcPair<long>& at, bool clip) const {
   const CopyPart part = copyPart(rectangle, to, at, clip);
   if (part.from.isNull()) return;
+  if (isRemote() || to.isRemote()) return qf_RPCPelRootCopy(*this, part.from, to, part.to);
   to.mutating();
   constexpr auto pelSize = static_cast<std::int64_t>(sizeof(Stored));
   qfThrowExceptionOnFailure(zrtsys::copyRect(to.at(part.to.x(), part.to.y()), to.rowUpdate() * pelSize,
@@ -290,17 +342,31 @@ void qcPelRoot<T>::copy(const qcPelRect& rectangle, qcPelRoot& to, const qcPair<
 }
 
 template <class T>
-qcPtrHandle<qcPelRoot<T>> qcPelRoot<T>::copy(const qcPelRect& rectangle, bool clip) const {
+qcPtrHandle<qcPelRoot<T>> qcPelRoot<T>::copy(const qcPelRect& rectangle, qcCommunicator* where, bool clip) const {
   if (!clip) checkInside(rectangle);
-  const qcPelRect part = rect().overlaps(rectangle) ? qcPelRect(rect() & rectangle) : qcPelRect();
-  qcPtrHandle<qcPelRoot> result(new qcPelRoot(part.width(), part.height(), alignModulus()));
-  copy(part, *result, {0, 0}, false);
-  return result;
+  return copied(*this, rectangle, where);
+}
+
+template <class T>
+void qcPelRoot<T>::vectTransfer(const qcPelRect& rectangle, std::vector<T>& values, bool toRoot) {
+  vectTransferred(*this, rectangle, values, toRoot);
+}
+
+template <class T>
+void qcPelRoot<T>::transferPels(qcArchive& archive, const qcPelRect& rectangle) {
+  if (archive.isLoading()) mutating();
+  qc_PelStorage part;
+  part.width = static_cast<std::int32_t>(rectangle.width());
+  part.height = static_cast<std::int32_t>(rectangle.height());
+  part.rowUpdate = storage_.rowUpdate;
+  part.pels = at(rectangle.x0(), rectangle.y0());
+  pelRows<T>(archive, part);
 }
 
 template <class T>
 void qcPelRoot<T>::pelsToVect(const qcPelRect& rectangle, std::vector<T>& values) const {
   checkInside(rectangle);
+  if (isRemote()) return const_cast<qcPelRoot*>(this)->vectTransfer(rectangle, values, false);  // only reads
   std::vector<T> result;
   if (!rectangle.isNull()) {
     result.reserve(static_cast<std::size_t>(rectangle.width()) * static_cast<std::size_t>(rectangle.height()));
@@ -320,6 +386,7 @@ void qcPelRoot<T>::vectToPels(const qcPelRect& rectangle, const std::vector<T>& 
     throw qcPelFunc::BadParams();
   }
   if (rectangle.isNull()) return;
+  if (isRemote()) return vectTransfer(rectangle, const_cast<std::vector<T>&>(values), true);  // reads the values
   if constexpr (!std::is_same_v<T, Stored>) {
     for (const T& value : values) qcPelTraits<T>::store(value);  // throws before a pel is written
   }
@@ -339,13 +406,14 @@ void qcPelRoot<T>::dispatchSerialize(qcArchive& archive) {
 template <class T>
 void qcPelRoot<T>::serialize_(qcArchive& archive, unsigned char version) {
   qf_CheckErrorVersion(version, typeid(qcPelRoot));
+  const qcPtrHandle<qcPelRoot> here = archive.isStoring() && isRemote() ? copy(rect(), false) : nullptr;
   if (archive.isStoring()) {  // what no reader would take; memory of the caller's can have other rows than readers make
     checkPadding(qc_PelStorage(width(), height(), sizeof(Stored), alignModulus()), sizeof(Stored));
   }
   qc_PelRoot::dispatchSerialize(archive);
   if (archive.isStoring()) {
     flagsWord<T>(archive);
-    pelRows<T>(archive, storage_);
+    pelRows<T>(archive, here ? here->storage_ : storage_);
     return;
   }
   qc_PelStorage loaded = takeLoaded(sizeof(Stored));
@@ -370,10 +438,18 @@ qcPelRoot<qc3PlanePel>::qcPelRoot(long width, long height, long rowUpdate, unsig
   storage_.rowUpdate = static_cast<std::int32_t>(planes_[0]->rowUpdate());
 }
 
+qcPelRoot<qc3PlanePel>::qcPelRoot(qcCommunicator& communicator, long width, long height, long alignModulus)
+    : qc_PelRoot(communicator, qePelType::ThreePlane, qc_PelStorage(width, height, 1, alignModulus)) {}
+
+qcPelRoot<qc3PlanePel>::qcPelRoot(std::shared_ptr<qc_Link> link, std::uint32_t identity, long width, long height,
+                                  long alignModulus)
+    : qc_PelRoot(std::move(link), identity, qc_PelStorage(width, height, 1, alignModulus)) {}
+
 qcPersistent* qcPelRoot<qc3PlanePel>::make() { return new qcPelRoot; }
 
 void qcPelRoot<qc3PlanePel>::repInvariant() const {
   qc_PelRoot::repInvariant();
+  if (isRemote()) return;
   for (const auto& plane : planes_) {
     plane->repInvariant();
     if (plane->rect() != rect()) throw qcInvariantFailure();
@@ -383,20 +459,32 @@ void qcPelRoot<qc3PlanePel>::repInvariant() const {
 void qcPelRoot<qc3PlanePel>::copy(const qcPelRect& rectangle, qcPelRoot& to, const qcPair<long>& at, bool clip) const {
   const CopyPart part = copyPart(rectangle, to, at, clip);  // a plane by itself may have pels that the image has not
   if (part.from.isNull()) return;
+  if (isRemote() || to.isRemote()) return qf_RPCPelRootCopy(*this, part.from, to, part.to);
   to.mutating();
   for (int i = 0; i < 3; ++i) plane(i)->copy(part.from, *to.plane(i), part.to, false);
 }
 
-qcPtrHandle<qcPelRoot<qc3PlanePel>> qcPelRoot<qc3PlanePel>::copy(const qcPelRect& rectangle, bool clip) const {
+qcPtrHandle<qcPelRoot<qc3PlanePel>> qcPelRoot<qc3PlanePel>::copy(const qcPelRect& rectangle, qcCommunicator* where,
+                                                                 bool clip) const {
   if (!clip) checkInside(rectangle);
-  const qcPelRect part = rect().overlaps(rectangle) ? qcPelRect(rect() & rectangle) : qcPelRect();
-  qcPtrHandle<qcPelRoot> result(new qcPelRoot(part.width(), part.height(), alignModulus()));
-  copy(part, *result, {0, 0}, false);
-  return result;
+  return copied(*this, rectangle, where);
+}
+
+void qcPelRoot<qc3PlanePel>::vectTransfer(const qcPelRect& rectangle, std::vector<qc3PlanePel>& values, bool toRoot) {
+  vectTransferred(*this, rectangle, values, toRoot);
+}
+
+void qcPelRoot<qc3PlanePel>::transferPels(qcArchive& archive, const qcPelRect& rectangle) {
+  if (archive.isLoading()) mutating();
+  for (const auto& plane : planes_) {
+    if (!plane->contains(rectangle)) throw qcPel::BadWindow();  // a plane can be loaded by itself
+    qc_RemotePelRoots::transferPels(*plane, archive, rectangle);
+  }
 }
 
 void qcPelRoot<qc3PlanePel>::pelsToVect(const qcPelRect& rectangle, std::vector<qc3PlanePel>& values) const {
   checkInside(rectangle);
+  if (isRemote()) return const_cast<qcPelRoot*>(this)->vectTransfer(rectangle, values, false);  // only reads
   std::vector<unsigned char> planes[3];
   for (int i = 0; i < 3; ++i) plane(i)->pelsToVect(rectangle, planes[i]);
   std::vector<qc3PlanePel> result(planes[0].size());
@@ -406,6 +494,8 @@ void qcPelRoot<qc3PlanePel>::pelsToVect(const qcPelRect& rectangle, std::vector<
 
 void qcPelRoot<qc3PlanePel>::vectToPels(const qcPelRect& rectangle, const std::vector<qc3PlanePel>& values) {
   checkInside(rectangle);
+  if (isRemote())
+    return vectTransfer(rectangle, const_cast<std::vector<qc3PlanePel>&>(values), true);  // reads the values
   std::vector<unsigned char> planes[3];
   for (auto& plane : planes) plane.resize(values.size());
   for (std::size_t i = 0; i < values.size(); ++i) {
@@ -428,14 +518,16 @@ void qcPelRoot<qc3PlanePel>::serialize_(qcArchive& archive, unsigned char versio
     if (plane.width() != width || plane.height() != height) throw qcArchive::BadContent(kSource, 462);
   };
   if (archive.isStoring()) {
-    for (const auto& plane : planes_) checkSize(*plane, width(), height());  // what no reader would take
+    const qcPtrHandle<qcPelRoot> here = isRemote() ? copy(rect(), false) : nullptr;
+    const auto& stored = here ? here->planes_ : planes_;
+    for (const auto& plane : stored) checkSize(*plane, width(), height());  // what no reader would take
+    qc_PelRoot::dispatchSerialize(archive);
+    flagsWord<qc3PlanePel>(archive);
+    for (const auto& plane : stored) archive || *plane;
+    return;
   }
   qc_PelRoot::dispatchSerialize(archive);
   flagsWord<qc3PlanePel>(archive);
-  if (archive.isStoring()) {
-    for (const auto& plane : planes_) archive || *plane;
-    return;
-  }
   qc_PelStorage loaded = takeLoaded(1);
   qcPtrHandle<Plane> planes[3];
   for (auto& plane : planes) {

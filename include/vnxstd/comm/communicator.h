@@ -7,12 +7,21 @@
 #include <utility>
 
 #include "vnxstd/archive/archive.h"
+#include "vnxstd/archive/widths.h"
 #include "vnxstd/export.h"
 #include "vnxstd/sync/sync.h"
 
 class qcTransferArchive;
+/// The frames that cross, and the calls of the two sides; for the library itself.
+class qc_Link;
 
-/// A connected stream socket, local or TCP. Bytes go both ways; one thread may send while another one receives.
+/// A connected stream socket, local or TCP. Bytes go both ways; one thread may send while another one receives. What
+/// archives and calls send are frames: plain bytes must not be sent or received while there are archives, or images of
+/// the other side.
+///
+/// Images that cross by reference stay where they are (pelbuf/buffer.h). Their pels are asked for by calls, which the
+/// other side answers while one of its threads serves, loads a message or waits for an answer itself. That side gives
+/// the peer what it has stored to it by reference, to read and to write, and nothing else.
 ///
 /// Waits end with qcTcpip::Timeout at their deadline, with qcTimeout::Expired or Cancel when a time limit on the thread
 /// ends them first, and with qcTcpip::ConnectionBroken when the peer has gone; a signal that interrupts them changes
@@ -23,7 +32,8 @@ class VNXSTD_EXPORT qcCommunicator {
   /// Takes over a connected socket, also when this throws. Throws qcTcpip::AccessFailed when it is no stream socket, or
   /// not connected: one that listens, or whose connection is still being made or was reset.
   explicit qcCommunicator(int socket);
-  /// Ends the connection.
+  /// Ends the connection, after the waits of other threads on it. Images that were lent to the peer are let go of; the
+  /// peer's throw qcTcpip::ConnectionBroken from now on.
   ~qcCommunicator();
   qcCommunicator(const qcCommunicator&) = delete;
   qcCommunicator& operator=(const qcCommunicator&) = delete;
@@ -45,14 +55,33 @@ class VNXSTD_EXPORT qcCommunicator {
   /// Tells the peer that nothing more is coming; what it sends can still be received.
   void finishSending();
 
+  /// Answers the calls of the peer for so many seconds; whether the peer has gone meanwhile. Messages that come are set
+  /// aside for the archive that loads them, 64 MiB at most: then nothing is answered until some are loaded. Any number
+  /// of threads may serve.
+  bool serve(double seconds);
+  /// Seconds that a call may take, 30 unless set; beyond it qcTcpip::Timeout is thrown. As those of an archive.
+  void timeOut(double seconds) noexcept;
+  double timeOut() const noexcept;
+  /// How many bytes the pels of all images may take that the peer makes here, 0 unless set: beyond it the peer gets
+  /// qcTcpip::AccessFailed.
+  void peerStorage(qcUInt64 bytes) noexcept;
+  qcUInt64 peerStorage() const noexcept;
+
   /// An archive that stores to or loads from the peer. A loading one waits for the header that the peer's archive sends
   /// with its first message. There may be one of each direction at a time; the communicator must outlive them.
   std::unique_ptr<qcTransferArchive> archive(qcArchive::Direction direction, double timeOutSeconds = 30,
                                              qcArchive::Ordering ordering = qcArchive::littleEndian);
 
+  const std::shared_ptr<qc_Link>& link() const noexcept { return link_; }
+
  private:
-  qcCommunicator() = default;
+  friend class qc_Link;
+  qcCommunicator() noexcept;
+  /// At least one byte, and at most so many.
+  std::size_t sendSome(const char* data, std::size_t count, const qcDeadline& deadline);
+  std::size_t receiveSome(char* data, std::size_t count, const qcDeadline& deadline);
   void waitFor(short events, const qcDeadline& deadline) const;
 
   int socket_ = -1;
+  std::shared_ptr<qc_Link> link_;
 };

@@ -85,13 +85,6 @@ class VNXSTD_EXPORT qcSampledImageWarpDefs {
   class VNXSTD_EXPORT BadParams : public qc_ErrorLeaf<BadParams, Errors, 0x10002390> {};
 };
 
-/// Objects on the other side of a communicator.
-class VNXSTD_EXPORT qcRemoteObject {
- public:
-  class VNXSTD_EXPORT Errors : public qc_ErrorGroup<Errors> {};
-  class VNXSTD_EXPORT ObjectMismatch : public qc_ErrorLeaf<ObjectMismatch, Errors, 0x10002600> {};
-};
-
 /// Frame grabbers and processor boards.
 class VNXSTD_EXPORT qcBoard {
  public:

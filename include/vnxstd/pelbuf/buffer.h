@@ -6,6 +6,10 @@
 // ry - y0 + offset.y), where (x0, y0) is the window's corner in the root. All coordinates are image coordinates unless
 // "root" is in the name.
 //
+// The root may live on the other side of a communicator. Pels of such a buffer are got and put one by one, and copied,
+// through the communicator, as root.h says of roots; whatever needs their address, the pixel functions among it, throws
+// qcTcpip::NotSupported. Copy the pels here, by qfPelCopy(buffer, nullptr), to do more with them than that.
+//
 // An operation that throws leaves the buffer as it was. Windows and offsets whose image coordinates would not fit 32
 // bits are qcPel::BadWindow. Buffers are values and not locked: one buffer is for one thread at a time, any number of
 // buffers may share a root, and who writes the same pels from two threads has to see to it.
@@ -38,6 +42,8 @@ class VNXSTD_EXPORT qc_PelBuffer {
   qc_PelBuffer& operator=(const qc_PelBuffer& other);
 
   bool isBound() const noexcept { return !root_.isNull(); }
+  /// Whether the root lives on the other side of a communicator.
+  bool isRemote() const noexcept { return isBound() && root_.rep()->isRemote(); }
   /// Lets go of the root; window and offset stay.
   void setUnbound() noexcept { root_.release(); }
   /// The number of owners of the root; 0 when unbound.
@@ -140,9 +146,13 @@ class VNXSTD_EXPORT qc_PelBuffer {
   void repInvariant() const;
 
   /// Stores or loads window, offset, transforms and, as a shared object, the root; versions 0 to 3 are read, 3 is
-  /// written. Loading throws qcArchive::BadType for a root of pels that the buffer does not take, and
-  /// qcArchive::BadContent for a window outside its root or the 32-bit range; the buffer stays as it was when loading
-  /// throws.
+  /// written. To a transfer archive the root goes by reference: it stays here, where the peer may read and write its
+  /// pels from now on, and lives at least until the peer has let go of it or the connection ends. The peer loads a
+  /// buffer on a proxy of it, the same one while that lives; a buffer that is sent back is on the root itself. A
+  /// message that the peer never loads keeps its roots until the connection ends. A buffer that takes roots of every
+  /// type loads no new proxy: qcArchive::BadType. What the peer was not given is qcArchive::NotFound. Loading throws
+  /// qcArchive::BadType for a root of pels that the buffer does not take, and qcArchive::BadContent for a window
+  /// outside its root or the 32-bit range; the buffer stays as it was when loading throws.
   friend VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, qc_PelBuffer& buffer);
 
  protected:
@@ -195,7 +205,11 @@ class VNXSTD_EXPORT qc_TypedPelBuffer : public qc_PelBuffer {
   /// Bound to a new root, whose pels are not cleared; throws as qcPelRoot<T>.
   qc_TypedPelBuffer(long width, long height, long alignModulus = qc_PelRoot::defaultAlignModulus)
       : qc_TypedPelBuffer(qcPtrHandle<qcPelRoot<T>>(new qcPelRoot<T>(width, height, alignModulus))) {}
-  /// The same with the rectangle's upper-left corner as offset. A rectangle without pels gives the empty root.
+  /// Bound to a new root on the other side of a communicator; throws as qcPelRoot<T>.
+  qc_TypedPelBuffer(qcCommunicator& communicator, long width, long height)
+      : qc_TypedPelBuffer(qcPtrHandle<qcPelRoot<T>>(new qcPelRoot<T>(communicator, width, height))) {}
+  /// Bound to a new root of the rectangle's size, with its upper-left corner as offset. A rectangle without pels gives
+  /// the empty root.
   explicit qc_TypedPelBuffer(const qcPelRect& window, long alignModulus = qc_PelRoot::defaultAlignModulus)
       : qc_TypedPelBuffer(window.width(), window.height(), alignModulus) {
     offset(window.ul());
@@ -219,7 +233,10 @@ class VNXSTD_EXPORT qcPelBuffer_const : public qc_TypedPelBuffer<T> {
   using qc_TypedPelBuffer<T>::qc_TypedPelBuffer;
 
   /// The pel at these image coordinates. Throws qcPel::BadCoord outside the window, qcPel::UnboundWindow when unbound.
-  T get(long x, long y) const { return qcPelTraits<T>::load(*pel(x, y)); }
+  T get(long x, long y) const {
+    const Stored* const here = pelHere(x, y);
+    return here ? qcPelTraits<T>::load(*here) : getRemote(x, y);
+  }
   T get(const qcPair<long>& at) const { return get(at.x(), at.y()); }
 
   /// The address of the pel; throws as get.
@@ -230,7 +247,7 @@ class VNXSTD_EXPORT qcPelBuffer_const : public qc_TypedPelBuffer<T> {
   /// qcPel::UnboundWindow when unbound.
   const Stored* pointToRow(long y) const { return rowStart(y); }
   /// The address of the window's upper-left pel; null when there are no pels.
-  const Stored* pointToOffset() const noexcept { return upperLeft(); }
+  const Stored* pointToOffset() const { return upperLeft(); }
   /// True when the pointer is the address of a pel of the window.
   bool contains(const Stored* address) const noexcept;
 
@@ -239,25 +256,37 @@ class VNXSTD_EXPORT qcPelBuffer_const : public qc_TypedPelBuffer<T> {
   void copyToBuffer(Stored* pels) const;
 
  protected:
-  Stored* pel(long x, long y) const {
+  /// The address of the pel, null when it is on the other side of a communicator; throws as get.
+  Stored* pelHere(long x, long y) const {
     const std::uint64_t c = this->column(x), r = this->row(y);
     if (!this->isInside(c, r)) this->throwOutside(x, y);
     return inWindow(c, r);
   }
+  Stored* pel(long x, long y) const { return here(pelHere(x, y)); }
   Stored* rowStart(long y) const {
     const std::uint64_t r = this->row(y);
     if (!this->isBound() || r >= static_cast<std::uint64_t>(this->height())) this->throwOutside(this->offset().x(), y);
-    return inWindow(0, r);
+    return this->windowRoot().isNull() ? this->typedRoot()->pels() : here(inWindow(0, r));
   }
-  Stored* upperLeft() const noexcept {
-    return this->isBound() && !this->windowRoot().isNull() ? inWindow(0, 0) : nullptr;
+  Stored* upperLeft() const { return this->isBound() && !this->windowRoot().isNull() ? here(inWindow(0, 0)) : nullptr; }
+  /// The part of the root that is this pel, where the address of a pel is none.
+  qcPelRect pelInRoot(long x, long y) const {
+    return {static_cast<long>(this->column(x)) + this->windowRoot().x0(),
+            static_cast<long>(this->row(y)) + this->windowRoot().y0(), 1, 1};
   }
 
  private:
+  T getRemote(long x, long y) const;
+  static Stored* here(Stored* pels) {
+    if (!pels) qf_ThrowRemotePels();
+    return pels;
+  }
   Stored* inWindow(std::uint64_t column, std::uint64_t row) const noexcept {
     qcPelRoot<T>* const root = this->typedRoot();
     const qcPelRect& window = this->windowRoot();
-    return root->pels() +
+    Stored* const first = root->pels();
+    if (!first) return nullptr;
+    return first +
            static_cast<std::ptrdiff_t>(root->rowUpdate()) *
                (static_cast<std::ptrdiff_t>(row) + static_cast<std::ptrdiff_t>(window.y0())) +
            (static_cast<std::ptrdiff_t>(column) + static_cast<std::ptrdiff_t>(window.x0()));
@@ -278,8 +307,9 @@ class VNXSTD_EXPORT qcPelBuffer : public qcPelBuffer_const<T> {
 
   /// Sets the pel at these image coordinates. Throws as get, and qcPelFunc::Range when the value does not fit the pel.
   void put(long x, long y, const T& value) const {
-    Stored* const to = this->pel(x, y);
+    Stored* const to = this->pelHere(x, y);
     const Stored stored = qcPelTraits<T>::store(value);
+    if (!to) return putRemote(x, y, stored);
     this->typedRoot()->mutating();
     *to = stored;
   }
@@ -298,6 +328,7 @@ class VNXSTD_EXPORT qcPelBuffer : public qcPelBuffer_const<T> {
   qcPelRoot<T>* rep() const noexcept { return this->typedRoot(); }
 
  private:
+  void putRemote(long x, long y, Stored value) const;
   Stored* changing(Stored* pels) const {
     if (pels) this->typedRoot()->mutating();
     return pels;
@@ -310,7 +341,8 @@ class VNXSTD_EXPORT qcPelBuffer_const<qc3PlanePel> : public qc_TypedPelBuffer<qc
  public:
   using qc_TypedPelBuffer<qc3PlanePel>::qc_TypedPelBuffer;
 
-  /// The pel at these image coordinates, which refers to the pels of the planes. Throws as for the other buffers.
+  /// The pel at these image coordinates, which refers to the pels of the planes, so that there is none to be had of a
+  /// root on the other side of a communicator. Throws as for the other buffers.
   qc3PlanePelRef_const get(long x, long y) const {
     return {*planePel(0, x, y), *planePel(1, x, y), *planePel(2, x, y)};
   }
@@ -330,9 +362,10 @@ class VNXSTD_EXPORT qcPelBuffer_const<qc3PlanePel> : public qc_TypedPelBuffer<qc
   unsigned char* planePel(int index, long x, long y) const {
     const std::uint64_t c = column(x), r = row(y);
     if (!isInside(c, r)) throwOutside(x, y);
-    qcPelRoot<unsigned char>& plane = *typedRoot()->plane(index);
-    return plane.pels() +
-           static_cast<std::ptrdiff_t>(plane.rowUpdate()) * (static_cast<std::ptrdiff_t>(r) + windowRoot().y0()) +
+    qcPelRoot<unsigned char>* const plane = typedRoot()->plane(index);
+    if (!plane) qf_ThrowRemotePels();
+    return plane->pels() +
+           static_cast<std::ptrdiff_t>(plane->rowUpdate()) * (static_cast<std::ptrdiff_t>(r) + windowRoot().y0()) +
            (static_cast<std::ptrdiff_t>(c) + windowRoot().x0());
   }
 };
@@ -346,6 +379,7 @@ class VNXSTD_EXPORT qcPelBuffer<qc3PlanePel> : public qcPelBuffer_const<qc3Plane
   explicit qcPelBuffer(const qcPelBuffer_const<qc3PlanePel>& other) : qcPelBuffer_const<qc3PlanePel>(other) {}
 
   void put(long x, long y, const qc3PlanePel& value) const {
+    if (isRemote()) return putRemote(x, y, value);
     unsigned char* const to[] = {planePel(0, x, y), planePel(1, x, y), planePel(2, x, y)};
     rep()->mutating();
     const unsigned char values[] = {value.plane0(), value.plane1(), value.plane2()};
@@ -360,6 +394,9 @@ class VNXSTD_EXPORT qcPelBuffer<qc3PlanePel> : public qcPelBuffer_const<qc3Plane
   /// does not: ask for it again when the image was archived in between.
   qcPelBuffer<unsigned char> planeBuffer(int index) const;
   qcPelRoot<qc3PlanePel>* rep() const noexcept { return typedRoot(); }
+
+ private:
+  void putRemote(long x, long y, qc3PlanePel value) const;
 };
 
 #define VNXSTD_DECLARE(T)                     \

@@ -15,17 +15,27 @@ VNXSTD_EXPORT void qf_PelCopy(const qc_PelRows<const unsigned char>& src, const 
 /// Copies the pels of prepared windows, plane by plane where there are planes.
 template <class T>
 void qf_PelCopyWindow(const qcPelBuffer_const<T>& src, const qcPelBuffer<T>& dst) {
-  if constexpr (qcFlatPelType<T>) {
+  if (src.isRemote() || dst.isRemote()) {
+    src.rep()->copy(src.windowRoot(), *dst.rep(), dst.offsetRoot(), false);
+  } else if constexpr (qcFlatPelType<T>) {
     qf_PelCopy(qf_PelRowsAs<const unsigned char>(qf_PelRows(src)), qf_PelRowsAs<unsigned char>(qf_PelRows(dst)));
   } else {
     for (int plane = 0; plane < 3; ++plane) qf_PelCopyWindow(src.planeBuffer(plane), dst.planeBuffer(plane));
   }
 }
 
-/// Copies the pels that both windows have in common in image coordinates. An unbound destination is bound to a new
-/// image of the source's window. Throws as prepare.h says.
+/// Copies the pels that both windows have in common in image coordinates, from and to either side of a communicator. An
+/// unbound destination is bound to a new image of the source's window. Throws as prepare.h and root.h say.
 template <class T>
 void qfPelCopy(const qcPelBuffer_const<T>& src, qcPelBuffer<T>& dst) {
+  if (src.isRemote() || dst.isRemote()) {
+    qcPelBuffer_const<T> from(src);
+    qcPelBuffer<T> to(dst);
+    qf_PelPrepareAlloc_1s1d(from, to);
+    qf_PelCopyWindow(from, to);
+    if (!dst.isBound()) dst = to;
+    return;
+  }
   const auto copy = [](auto from, auto to) {
     qf_PelCopy(qf_PelRowsAs<const unsigned char>(from), qf_PelRowsAs<unsigned char>(to));
   };
@@ -38,6 +48,25 @@ qcPelBuffer<T> qfPelCopy(const qcPelBuffer_const<T>& src) {
   qcPelBuffer<T> dst;
   qfPelCopy(src, dst);
   return dst;
+}
+
+/// The same on the other side of a communicator, which makes the image; here when that is null.
+template <class T>
+qcPelBuffer<T> qfPelCopy(const qcPelBuffer_const<T>& src, qcCommunicator* where) {
+  if (!src.isBound()) throw qcPel::UnboundWindow();
+  qcPelBuffer<T> dst(src.rep()->copy(src.windowRoot(), where, false));
+  dst.offset(src.offset());
+  dst.copyXforms(src);
+  return dst;
+}
+
+/// An image with these pels on the other side of a communicator, or here when that is null: `src` itself when it is
+/// there already, otherwise a copy.
+template <class T>
+qcPelBuffer<T> qfPelMove(const qcPelBuffer_const<T>& src, qcCommunicator* where) {
+  if (!src.isBound()) throw qcPel::UnboundWindow();
+  if (src.isRemote() ? where && src.rep()->communicator() == where : !where) return qcPelBuffer<T>(src);
+  return qfPelCopy(src, where);
 }
 
 /// As qfPelCopy, but source and destination may be overlapping windows of one root: the destination gets the pels that

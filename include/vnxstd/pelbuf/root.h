@@ -5,6 +5,11 @@
 // handles, normally those inside pixel buffers, and are destroyed by the last one. The count may change on any thread;
 // writing the same pels from two threads is the callers' business.
 //
+// A root may also live on the other side of a communicator. What is here then is a proxy, without pels of its own: it
+// has no rows to point at, and what asks for them throws qcTcpip::NotSupported. Copying to, from and between such roots
+// works, and asks the other side for the pels, or sends them, at most 1 MiB at once; errors that it meets there are
+// thrown here. What communicator.h says of waits holds for all of this.
+//
 // A root of width or height 0 is the empty root, with neither rows nor pels. New pels are not cleared: they hold
 // whatever the memory held.
 //
@@ -16,6 +21,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <new>
 #include <utility>
 #include <vector>
@@ -23,10 +29,12 @@
 #include "vnxstd/archive/handle.h"
 #include "vnxstd/archive/persistent.h"
 #include "vnxstd/archive/widths.h"
+#include "vnxstd/comm/remote.h"
 #include "vnxstd/export.h"
 #include "vnxstd/pelbuf/pel.h"
 #include "vnxstd/pelspan/pelspan.h"
 
+class qc_RemotePelRoots;
 class qc_SlottedPelRoot;
 
 /// A block of rows: its geometry, and the memory unless that belongs to somebody else. Moves, does not copy.
@@ -62,7 +70,7 @@ class VNXSTD_EXPORT qc_PelStorage {
 };
 
 /// A pixel root of any type.
-class VNXSTD_EXPORT qc_PelRoot : public qcRepBase, public virtual qcPersistent {
+class VNXSTD_EXPORT qc_PelRoot : public qcRepBase, public qcRemoteObject, public virtual qcPersistent {
  public:
   /// The alignment in bytes of new roots that ask for no other. Sums of rows run 10 to 20 % faster than without
   /// alignment, up to 12 % faster than at 16 bytes and as fast as at 32; at 64, where cache lines begin, threads that
@@ -79,7 +87,7 @@ class VNXSTD_EXPORT qc_PelRoot : public qcRepBase, public virtual qcPersistent {
 
   long width() const noexcept { return storage_.width; }
   long height() const noexcept { return storage_.height; }
-  /// Pels from the start of a row to the start of the next.
+  /// Pels from the start of a row to the start of the next; without meaning on the other side of a communicator.
   long rowUpdate() const noexcept { return storage_.rowUpdate; }
   /// Bytes of which the address of every row is a multiple.
   long alignModulus() const noexcept { return storage_.alignModulus; }
@@ -102,6 +110,14 @@ class VNXSTD_EXPORT qc_PelRoot : public qcRepBase, public virtual qcPersistent {
 
  protected:
   explicit qc_PelRoot(qc_PelStorage storage) noexcept : storage_(std::move(storage)) {}
+  /// A proxy.
+  qc_PelRoot(std::shared_ptr<qc_Link> link, std::uint32_t identity, qc_PelStorage geometry) noexcept
+      : qcRemoteObject(std::move(link), identity), storage_(std::move(geometry)) {}
+  /// Lets the other side make a root of this geometry, which must have pels, and returns the proxy's base.
+  qc_PelRoot(qcCommunicator& communicator, qePelType type, qc_PelStorage geometry);
+
+  /// Stores or loads the pels of a rectangle, row by row and plane by plane, of a root that lives here.
+  virtual void transferPels(qcArchive& archive, const qcPelRect& rectangle) = 0;
 
   void dispatchSerialize(qcArchive& archive) override;
   void serialize_(qcArchive& archive, unsigned char version);
@@ -123,11 +139,16 @@ class VNXSTD_EXPORT qc_PelRoot : public qcRepBase, public virtual qcPersistent {
   qc_PelStorage storage_;
 
  private:
+  friend class qc_RemotePelRoots;
   friend class qc_SlottedPelRoot;
 
   std::int32_t loadedWidth_ = 0, loadedHeight_ = 0, loadedAlign_ = 1;
   qc_SlottedPelRoot* package_ = nullptr;  // where a pool keeps this root
+  std::int32_t remoteCount_ = 0;          // how often the other side counts this proxy
 };
+
+/// Throws qcTcpip::NotSupported: there are no pels here to point at.
+[[noreturn]] VNXSTD_EXPORT void qf_ThrowRemotePels();
 
 /// A pixel root of pels of type T. Pels lie in memory as qcStoredPel<T>.
 template <class T>
@@ -148,11 +169,15 @@ class VNXSTD_EXPORT qcPelRoot : public qc_PelRoot {
   /// The same with the caller's own distance between rows, in pels and not less than the width. It is not held against
   /// the alignment.
   qcPelRoot(long width, long height, long rowUpdate, Stored* pels, long alignModulus);
+  /// A root on the other side of a communicator, which makes it, with pels of 0, and lets go of it when this proxy goes
+  /// or the connection ends. Throws what allocating throws, qcPelFunc::BadParams for a size of 0, and
+  /// qcTcpip::AccessFailed when the other side gives no storage for it.
+  qcPelRoot(qcCommunicator& communicator, long width, long height, long alignModulus = defaultAlignModulus);
 
   static qcPersistent* make();
   qePelType pelType() const noexcept override { return qcPelTraits<T>::type; }
 
-  /// Pel (0, 0); pel (x, y) is `rowUpdate() * y + x` pels further. Null for the empty root.
+  /// Pel (0, 0); pel (x, y) is `rowUpdate() * y + x` pels further. Null for the empty root and for a proxy.
   Stored* pels() noexcept { return static_cast<Stored*>(storage_.pels); }
   const Stored* pels() const noexcept { return static_cast<const Stored*>(storage_.pels); }
 
@@ -165,8 +190,10 @@ class VNXSTD_EXPORT qcPelRoot : public qc_PelRoot {
   /// `clip` the part that lies inside both roots is copied, without it a copy that reaches outside throws
   /// qcPel::BadWindow.
   void copy(const qcPelRect& rectangle, qcPelRoot& to, const qcPair<long>& at, bool clip) const;
-  /// A new root with a copy of the rectangle and this root's alignment. `clip` as above.
-  qcPtrHandle<qcPelRoot> copy(const qcPelRect& rectangle, bool clip) const;
+  /// A new root with a copy of the rectangle and this root's alignment, of a proxy the usual one. `clip` as above.
+  qcPtrHandle<qcPelRoot> copy(const qcPelRect& rectangle, bool clip) const { return copy(rectangle, nullptr, clip); }
+  /// The same on the other side of a communicator, unless that is null.
+  qcPtrHandle<qcPelRoot> copy(const qcPelRect& rectangle, qcCommunicator* where, bool clip) const;
 
   /// Reads a rectangle row by row into a vector, which takes its size. Throws qcPel::BadWindow when the rectangle is
   /// not inside the root; cost and memory in proportion to the rectangle.
@@ -179,9 +206,13 @@ class VNXSTD_EXPORT qcPelRoot : public qc_PelRoot {
  protected:
   void dispatchSerialize(qcArchive& archive) override;
   void serialize_(qcArchive& archive, unsigned char version);
+  void transferPels(qcArchive& archive, const qcPelRect& rectangle) override;
 
  private:
+  friend class qc_RemotePelRoots;
   explicit qcPelRoot(qc_PelStorage storage) noexcept : qc_PelRoot(std::move(storage)) {}
+  qcPelRoot(std::shared_ptr<qc_Link> link, std::uint32_t identity, long width, long height, long alignModulus);
+  void vectTransfer(const qcPelRect& rectangle, std::vector<T>& values, bool toRoot);
   Stored* at(long x, long y) const noexcept {
     return static_cast<Stored*>(storage_.pels) + static_cast<std::ptrdiff_t>(rowUpdate()) * y + x;
   }
@@ -201,6 +232,8 @@ class VNXSTD_EXPORT qcPelRoot<qc3PlanePel> : public qc_PelRoot {
   /// Uses the caller's memory for the planes, whose rows start `rowUpdate` pels apart.
   qcPelRoot(long width, long height, long rowUpdate, unsigned char* plane0, unsigned char* plane1,
             unsigned char* plane2, long alignModulus);
+  /// As for the other roots.
+  qcPelRoot(qcCommunicator& communicator, long width, long height, long alignModulus = defaultAlignModulus);
 
   static qcPersistent* make();
   qePelType pelType() const noexcept override { return qePelType::ThreePlane; }
@@ -210,7 +243,8 @@ class VNXSTD_EXPORT qcPelRoot<qc3PlanePel> : public qc_PelRoot {
 
   /// As for the other roots.
   void copy(const qcPelRect& rectangle, qcPelRoot& to, const qcPair<long>& at, bool clip) const;
-  qcPtrHandle<qcPelRoot> copy(const qcPelRect& rectangle, bool clip) const;
+  qcPtrHandle<qcPelRoot> copy(const qcPelRect& rectangle, bool clip) const { return copy(rectangle, nullptr, clip); }
+  qcPtrHandle<qcPelRoot> copy(const qcPelRect& rectangle, qcCommunicator* where, bool clip) const;
   void pelsToVect(const qcPelRect& rectangle, std::vector<qc3PlanePel>& values) const;
   void vectToPels(const qcPelRect& rectangle, const std::vector<qc3PlanePel>& values);
 
@@ -219,13 +253,18 @@ class VNXSTD_EXPORT qcPelRoot<qc3PlanePel> : public qc_PelRoot {
  protected:
   void dispatchSerialize(qcArchive& archive) override;
   void serialize_(qcArchive& archive, unsigned char version);
+  void transferPels(qcArchive& archive, const qcPelRect& rectangle) override;
 
  private:
+  friend class qc_RemotePelRoots;
   template <class T>
   friend class qcPelBuffer_const;
   template <class T>
   friend class qcPelBuffer;
 
+  qcPelRoot(std::shared_ptr<qc_Link> link, std::uint32_t identity, long width, long height, long alignModulus);
+  void vectTransfer(const qcPelRect& rectangle, std::vector<qc3PlanePel>& values, bool toRoot);
+  /// Null in a proxy.
   Plane* plane(int index) const { return planes_[index].rep(); }
 
   qcPtrHandle<Plane> planes_[3];

@@ -1,0 +1,445 @@
+// Images on the other side of a connection.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <csignal>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <typeinfo>
+#include <vector>
+
+#include "support/bytes.h"
+#include "support/peer.h"
+#include "vnxstd/archive/memory.h"
+#include "vnxstd/comm/transfer.h"
+#include "vnxstd/except/catalogue.h"
+#include "vnxstd/except/typename.h"
+#include "vnxstd/pelbuf/arith.h"
+#include "vnxstd/pelbuf/copy.h"
+#include "vnxstd/pelbuf/fill.h"
+#include "vnxstd/pelbuf/measure.h"
+#include "vnxstd/timer/timeout.h"
+
+namespace {
+
+using Dir = qcArchive::Direction;
+using Grey = qcPelBuffer<unsigned char>;
+
+template <class T>
+qcPelBuffer<T> noise(long width, long height, unsigned seed = 1) {
+  qcPelBuffer<T> image(width, height);
+  std::mt19937 random(seed);
+  std::vector<qcStoredPel<T>> pels(static_cast<std::size_t>(width * height));
+  for (auto& pel : pels) {
+    if constexpr (std::is_floating_point_v<T>) {
+      pel = static_cast<T>(random());
+    } else {  // any bits are a pel, of pairs of floats these
+      for (std::size_t i = 0; i < sizeof pel; ++i) {
+        reinterpret_cast<unsigned char*>(&pel)[i] = static_cast<unsigned char>(random() % 100);
+      }
+    }
+  }
+  image.copyFromBuffer(pels.data());
+  return image;
+}
+
+template <class T>
+bool sameBytes(const qcPelBuffer_const<T>& a, const qcPelBuffer_const<T>& b) {
+  const auto n = static_cast<std::size_t>(a.width() * a.height());
+  std::vector<qcStoredPel<T>> x(n), y(n);
+  a.copyToBuffer(x.data()), b.copyToBuffer(y.data());
+  return a.size() == b.size() && std::memcmp(x.data(), y.data(), n * sizeof x[0]) == 0;
+}
+
+std::string nameOf(const qcException& error) { return qcDevEnv::canonicalTypeName(typeid(error).name()); }
+
+/// Both ends of a connection within this thread, and an image that one has lent to the other.
+struct Pair {
+  Pair() {
+    std::tie(owner, user) = qcCommunicator::loopback();
+    out = owner->archive(Dir::storing), back = user->archive(Dir::storing);
+    out->flush(), back->flush();
+    in = user->archive(Dir::loading), home = owner->archive(Dir::loading);
+  }
+  Grey lend(Grey& image) {
+    Grey proxy;
+    *out || image;
+    out->flush();
+    *in || proxy;
+    return proxy;
+  }
+  std::unique_ptr<qcCommunicator> owner, user;
+  std::unique_ptr<qcTransferArchive> out, back, in, home;
+};
+
+// --- two processes --------------------------------------------------------------------------------------------------
+
+template <class T>
+class RemoteImage : public testing::Test {};
+using Types = testing::Types<unsigned char, signed char, unsigned short, short, unsigned long, long, float, double,
+                             qcPair<long>, qcPair<float>, qcPackedRGB16Pel, qcPackedRGB32Pel, qc3PlanePel>;
+TYPED_TEST_SUITE(RemoteImage, Types);
+
+TYPED_TEST(RemoteImage, IsReadAndWrittenByAnotherProcessAndComesHome) {
+  using Image = qcPelBuffer<TypeParam>;
+  // Wider than high, and more than goes into a call at once.
+  constexpr long kWidth = 1500, kHeight = 1100;
+  const auto written = noise<TypeParam>(kWidth, kHeight, 7);
+  Peer peer([&](qcCommunicator& communicator) {
+    const auto in = communicator.archive(Dir::loading), out = communicator.archive(Dir::storing);
+    Image image;
+    *in || image;
+    Image copy = qfPelCopy(image, nullptr), small = image;
+    small.subWindow(1, 2, 3, 4);
+    std::vector<TypeParam> values;
+    small.rep()->pelsToVect(small.windowRoot(), values);
+    if constexpr (!std::is_same_v<TypeParam, qc3PlanePel>) {
+      EXPECT_EQ(image.get(image.offset().x() + 3, image.offset().y() + 5), copy.get(14, 27));
+      EXPECT_THROW(image.pointToPel(image.offset()), qcTcpip::NotSupported);
+      EXPECT_THROW(image.pointToRow(image.offset().y()), qcTcpip::NotSupported);
+    }
+    std::reverse(values.begin(), values.end());
+    image.rep()->vectToPels(small.windowRoot(), values);
+    image.put(13, 29, values[0]);
+    *out || image || copy;  // the copy is one of this side
+    out->flush();
+    Image target = written;
+    Image moved = qfPelMove(written, &communicator);  // to the other side
+    *out || moved;
+    out->flush();
+    EXPECT_TRUE(moved.isRemote() && sameBytes<TypeParam>(moved, written));
+    out->reserve8();
+  });
+  Image image = noise<TypeParam>(kWidth + 20, kHeight + 20);
+  const Image expected = qfPelCopy(image);
+  std::vector<TypeParam> values;
+  expected.rep()->pelsToVect(qcPelRect(11, 22, 3, 4), values);
+  std::reverse(values.begin(), values.end());
+  expected.rep()->vectToPels(qcPelRect(11, 22, 3, 4), values);
+  expected.put(12, 27, values[0]);
+  peer.end->peerStorage(50'000'000);
+  image.subWindow(10, 20, kWidth, kHeight);
+  const Image before = qfPelCopy(image);
+  image.offset(11, 22);
+  image.clientFromImageXform(qcXform<2>(qcMatrix<2>(2, 0, 0, 3), {4, 5}));
+  const auto out = peer.end->archive(Dir::storing);
+  *out || image;
+  out->flush();
+  const auto in = peer.end->archive(Dir::loading);
+  Image back, copy, moved;
+  *in || back || copy;  // answers what the other one asks meanwhile
+  EXPECT_TRUE(back == image && back.rep() == image.rep() &&
+              back.clientFromImageXform() == image.clientFromImageXform());
+  EXPECT_TRUE(copy.isRemote() && copy.refc() == 1);
+  Image fetched;
+  qfPelCopy(copy, fetched);
+  EXPECT_TRUE(sameBytes<TypeParam>(fetched, before));
+  image.setEntire();
+  EXPECT_TRUE(sameBytes<TypeParam>(expected, image));
+  *in || moved;
+  EXPECT_TRUE(!moved.isRemote() && sameBytes<TypeParam>(moved, written));
+  in->reserve8();
+}
+
+TEST(RemoteRoots, AKilledProcessBreaksCallsInTheirMiddle) {
+  Peer peer([](qcCommunicator& communicator) {
+    Grey image = noise<unsigned char>(1000, 1000);
+    *communicator.archive(Dir::storing) || image;
+    communicator.serve(1e300);
+  });
+  Grey proxy;
+  const auto in = peer.end->archive(Dir::loading);
+  *in || proxy;
+  std::jthread killer([&] { kill(peer.process(), SIGKILL); });
+  EXPECT_THROW(for (;;) proxy.get(1, 1), qcTcpip::ConnectionBroken);
+  EXPECT_THROW(qfPelCopy(proxy), qcTcpip::ConnectionBroken);
+  EXPECT_THROW(*in || proxy, qcTcpip::ConnectionBroken);
+  killer.join();
+  EXPECT_EQ(peer.finish(), SIGKILL);
+}
+
+// --- who holds what -------------------------------------------------------------------------------------------------
+
+TEST(RemoteRoots, AreHeldAsLongAsThePeerHasThem) {
+  Pair pair;
+  Grey image = noise<unsigned char>(30, 20), other(3, 3), empty, pointless(0, 0);
+  Grey first = pair.lend(image), second = pair.lend(image), third = pair.lend(other);
+  EXPECT_TRUE(first.rep() == second.rep() && first.sharesPels(second) && third.rep() != first.rep());
+  EXPECT_TRUE(first.rep()->communicator() == pair.user.get() && first.size() == image.size());
+  first.repInvariant();
+  EXPECT_FALSE(pair.lend(empty).isBound());
+  EXPECT_TRUE(pair.lend(pointless).isBound() && !pair.lend(pointless).isRemote());
+  EXPECT_EQ(image.refc(), 2);
+  first.setUnbound();
+  pair.owner->serve(0);
+  EXPECT_EQ(image.refc(), 2);
+  // Sent back and let go of before it is loaded.
+  *pair.back || second || second;
+  second.setUnbound();
+  pair.back->flush();
+  pair.owner->serve(0);
+  EXPECT_EQ(image.refc(), 2);
+  Grey back;
+  *pair.home || back;
+  EXPECT_TRUE(back == image);
+  back.setUnbound();
+  EXPECT_EQ(image.refc(), 2) << "one reference is on its way yet";
+  *pair.home || back;
+  back.setUnbound();
+  EXPECT_EQ(image.refc(), 1);
+  EXPECT_EQ(other.refc(), 2);
+  pair.user.reset();
+  EXPECT_TRUE(pair.owner->serve(30));
+  EXPECT_EQ(other.refc(), 1) << "the peer has gone";
+  EXPECT_THROW(third.get(0, 0), qcTcpip::ConnectionBroken);
+  EXPECT_EQ(third.rep()->communicator(), nullptr);
+  EXPECT_THROW(*pair.out || image, qcTcpip::ConnectionBroken);
+}
+
+TEST(RemoteRoots, OfOtherConnectionsArePassedOn) {
+  Pair near, far;
+  Grey image = noise<unsigned char>(9, 7);
+  Grey middle = near.lend(image), end = far.lend(middle);
+  qcTimeout limit(1000);
+  std::jthread serving([&] { near.owner->serve(5); }), passing([&] { far.owner->serve(5); });
+  EXPECT_TRUE(end.isRemote() && sameBytes<unsigned char>(end, image));
+  end.put(3, 4, 77);
+  EXPECT_EQ(image.get(3, 4), 77);
+  near.user.reset(), far.user.reset();
+}
+
+TEST(RemoteRoots, AreMadeWithinTheStorageThatIsGiven) {
+  Pair pair;
+  std::jthread serving([&] { pair.owner->serve(30); });
+  EXPECT_THROW(Grey(*pair.user, 1, 1), qcTcpip::AccessFailed);
+  pair.owner->peerStorage(2 * 64 * 50);
+  for (int round = 0; round < 3; ++round) {  // what is let go of is free again
+    const Grey first(*pair.user, 10, 50), second(*pair.user, 64, 50);
+    EXPECT_TRUE(first.get(9, 49) == 0 && second.get(0, 0) == 0);
+    EXPECT_THROW(Grey(*pair.user, 1, 1), qcTcpip::AccessFailed);
+  }
+  for (const long size : {0L, -1L}) EXPECT_THROW(Grey(*pair.user, size, 5), qcException);
+  EXPECT_THROW(Grey(*pair.user, INT32_MAX - 64, INT32_MAX), qcTcpip::AccessFailed);
+  const Grey local = noise<unsigned char>(8, 8), there = qfPelCopy(local, pair.user.get());
+  EXPECT_TRUE(there.isRemote() && qfPelMove(there, pair.user.get()) == there && qfPelMove(local, nullptr) == local);
+  Grey here = noise<unsigned char>(8, 8, 5), part = there;
+  part.subWindow(0, 0, 8, 4);
+  qfPelMove(here, part);
+  Grey shifted = there;
+  shifted.subWindow(0, 2, 8, 6);
+  shifted.offset(0, 0);
+  qfPelMove(there, shifted);  // within one root over there
+  for (long y = 0; y < 8; ++y) {
+    const long from = y < 2 ? y : y - 2;
+    EXPECT_EQ(there.get(5, y), from < 4 ? here.get(5, from) : local.get(5, from)) << y;
+  }
+  // Functions that need addresses refuse; archives of other kinds store the pels.
+  Grey result;
+  EXPECT_THROW(qfPelAdd(there, local, result), qcTcpip::NotSupported);
+  EXPECT_THROW(qfPelSet(there, static_cast<unsigned char>(1)), qcTcpip::NotSupported);
+  EXPECT_FALSE(result.isBound());
+  qcMemoryArchive archive(qcArchive::littleEndian, true);
+  const auto start = archive.tell();
+  archive << there;
+  archive.seek(start);
+  archive.mode(qcArchive::loading);
+  archive >> result;
+  EXPECT_TRUE(!result.isRemote() && sameBytes<unsigned char>(result, there));
+  EXPECT_THROW(archive >> *there.rep(), qcException);
+  EXPECT_TRUE(sameBytes<unsigned char>(result, there));
+  pair.user.reset();
+}
+
+// --- waits ----------------------------------------------------------------------------------------------------------
+
+TEST(RemoteRoots, CallsThatNobodyAnswersTimeOutAndLaterOnesWork) {
+  Pair pair;
+  Grey image = noise<unsigned char>(2000, 1200), proxy = pair.lend(image);
+  for (const double seconds : {0.01, 0.0, -1.0, std::nan("")}) {
+    pair.user->timeOut(seconds);
+    EXPECT_THROW(proxy.get(1, 2), qcTcpip::Timeout);
+    EXPECT_THROW(qfPelCopy(image, pair.user.get()), qcTcpip::Timeout);
+  }
+  pair.user->timeOut(30);
+  {
+    const qcTimeout limit(0.01);
+    EXPECT_THROW(qfPelCopy(proxy), qcTimeout::Expired);
+  }
+  int answer = 5;
+  *pair.out || answer;  // a message that comes before the pels
+  pair.out->flush();
+  std::jthread serving([&] { EXPECT_TRUE(pair.owner->serve(30)); });
+  EXPECT_TRUE(sameBytes<unsigned char>(proxy, image)) << "late answers are dropped";
+  *pair.in || answer;
+  pair.user.reset();
+}
+
+TEST(RemoteRoots, ThreadsShareAConnection) {
+  Pair pair;
+  Grey mine = noise<unsigned char>(300, 10), yours = noise<unsigned char>(300, 10, 2), back;
+  Grey proxy = pair.lend(mine), other;
+  *pair.back || yours;
+  pair.back->flush();
+  *pair.home || other;
+  std::vector<std::jthread> threads;
+  for (const auto& [remote, local] : {std::pair(proxy, mine), std::pair(other, yours)}) {
+    for (int id = 0; id < 3; ++id) {
+      threads.emplace_back([remote = remote, local = local, id] {
+        for (long i = 0; i < 300; ++i) EXPECT_EQ(remote.get(i, id), local.get(i, id));
+      });
+    }
+  }
+  threads.emplace_back([&] {
+    for (int i = 0; i < 200; ++i) {
+      Grey image(3, 3);
+      *pair.out || image;
+      pair.out->flush();
+    }
+  });
+  threads.emplace_back([&] {
+    for (int i = 0; i < 200; ++i) {
+      Grey image;
+      *pair.in || image;
+      EXPECT_EQ(image.width(), 3);
+    }
+  });
+  threads.emplace_back([&] { pair.owner->serve(1); });
+  threads.emplace_back([&] { pair.user->serve(1); });
+  threads.clear();
+}
+
+// --- what comes from a peer that means no good ----------------------------------------------------------------------
+
+/// Sends a call as bytes; the class of the error that comes back, nothing for none.
+template <class... Fields>
+std::string ask(qcCommunicator& end, Fields... fields) {
+  qcMemoryArchive body(qcArchive::littleEndian, false);
+  ((body || fields), ...);
+  const auto bytes = body.bytes();
+  std::string frame = fromHex("00000000 01000000") + std::string(bytes.begin(), bytes.end());
+  const auto count = static_cast<std::uint32_t>(frame.size() - 4) | 0xC0000000u;
+  for (unsigned i = 0; i < 4; ++i) frame[i] = static_cast<char>(count >> (8 * i));
+  end.send(frame.data(), frame.size(), qcDeadline(30.0));
+  unsigned char head[4];
+  end.receive(reinterpret_cast<char*>(head), 4, qcDeadline(30.0));
+  EXPECT_EQ(head[3], 0xA0);
+  std::string reply(head[0] + head[1] * 256u + head[2] * 65536u, 0);
+  end.receive(reply.data(), reply.size(), qcDeadline(30.0));
+  qcMemoryArchive archive(reply.data() + 4, static_cast<long>(reply.size()) - 4, false);
+  bool isGood = false;
+  archive || isGood;
+  if (isGood) return "";
+  std::unique_ptr<qcException> error;
+  archive || error;
+  return nameOf(*error);
+}
+
+TEST(RemoteRoots, NothingIsGivenThatWasNotLent) {
+  auto [mine, other] = qcCommunicator::loopback();
+  Grey image = noise<unsigned char>(5, 4), secret = noise<unsigned char>(5, 4, 3);
+  const Grey before = qfPelCopy(image);
+  {
+    auto [third, fourth] = qcCommunicator::loopback();
+    const auto out = third->archive(Dir::storing);
+    *out || secret || image || secret;  // over another connection
+    const auto lends = mine->archive(Dir::storing);
+    *lends || image;
+    lends->flush();
+    std::jthread serving([&m = *mine] { EXPECT_TRUE(m.serve(30)); });
+    char message[1024];
+    other->receive(message, 4, qcDeadline(30.0));
+    other->receive(message, static_cast<unsigned char>(message[0]) + 256u * static_cast<unsigned char>(message[1]),
+                   qcDeadline(30.0));
+    using U8 = unsigned char;
+    const auto read = [&o = *other](std::uint32_t identity, int type, int x, int y, int w, int h) {
+      return ask(o, U8{1}, identity, static_cast<U8>(type), x, y, w, h);
+    };
+    EXPECT_EQ(read(1, 1, 0, 0, 5, 4), "");
+    for (const std::uint32_t identity : {0u, 2u, 3u, 0x80000000u, 0xFFFFFFFFu})
+      EXPECT_EQ(read(identity, 1, 0, 0, 1, 1), "qcArchive::NotFound");
+    for (const int type : {0, 2, 3, 8, 11, 15, 16, 255})
+      EXPECT_EQ(read(1, type, 0, 0, 1, 1), "qcRemoteObject::ObjectMismatch");
+    for (const auto& [x, y, w, h] : {std::array{4, 0, 2, 1},
+                                     {0, 4, 1, 1},
+                                     {-1, 0, 1, 1},
+                                     {0, -1, 1, 1},
+                                     {INT_MAX, INT_MAX, 1, 1},
+                                     {INT_MAX, 0, 2, 1},
+                                     {INT_MIN, 0, 1, 1}})
+      EXPECT_NE(read(1, 1, x, y, w, h), "") << x << " " << y;
+    for (const auto& [w, h] :
+         {std::array{0, 1}, {1, 0}, {-1, -1}, {INT_MAX, INT_MAX}, {INT_MIN, INT_MIN}, {1 << 16, 17}})
+      EXPECT_EQ(read(1, 1, 0, 0, w, h), "qcPelFunc::BadParams") << w;
+    const auto write = [&o = *other](auto... pels) { return ask(o, U8{2}, 1u, U8{1}, 1, 1, 2, 1, pels...); };
+    EXPECT_EQ(write(U8{1}), "qcArchive::BadContent");
+    EXPECT_EQ(write(U8{1}, U8{2}, U8{3}), "qcArchive::BadContent");
+    EXPECT_EQ(ask(*other, U8{3}, U8{1}, 8, 8, 1), "qcTcpip::AccessFailed");
+    EXPECT_EQ(ask(*other, U8{3}, U8{11}, 8, 8, 1), "qcArchive::BadType");
+    EXPECT_EQ(ask(*other, U8{9}), "qcTcpip::NotSupported");
+    EXPECT_EQ(ask(*other, U8{1}, 1u), "qcArchive::Eof");
+    EXPECT_EQ(ask(*other), "qcArchive::Eof");
+    EXPECT_TRUE(sameBytes<unsigned char>(image, before));
+    EXPECT_EQ(ask(*other, U8{4}, 1u, INT_MIN), "") << "hands back more than it has";
+    EXPECT_EQ(read(1, 1, 0, 0, 5, 4), "qcArchive::NotFound");
+    other.reset();
+  }
+  EXPECT_EQ(image.refc(), 1);
+}
+
+TEST(RemoteRoots, ReferencesThatMakeNoSenseAreRefused) {
+  struct Reference {
+    bool isBound, isWritersOwn;
+    std::uint32_t identity;
+    int width, height;
+  };
+  Pair pair;
+  Grey image(4, 4);
+  Grey proxy = pair.lend(image);
+  const auto load = [&](Reference r, int right) {
+    unsigned char version = 3;
+    qcPelRect window(right, right == 0 ? 0 : 1);
+    int zero = 0;
+    qc2XformCache identity;
+    *pair.out || version || static_cast<qcRectangle<long>&>(window) || zero || zero || identity;
+    *pair.out || r.isBound || r.isWritersOwn || r.identity || r.width || r.height;
+    pair.out->flush();
+    Grey buffer = proxy;
+    std::string error;
+    try {
+      *pair.in || buffer;
+      if (buffer.isBound() && !buffer.isRemote()) return std::string("here");
+    } catch (const qcException& thrown) {
+      error = nameOf(thrown);
+      EXPECT_TRUE(buffer == proxy);
+    }
+    return error;
+  };
+  EXPECT_EQ(load({true, true, 1, 4, 4}, 4), "");
+  EXPECT_EQ(load({true, true, 1, 4, 5}, 1), "qcRemoteObject::ObjectMismatch");
+  EXPECT_EQ(load({true, true, 9, 4, 4}, 5), "qcArchive::BadContent");
+  for (const int bad : {-1, 0, INT_MIN}) EXPECT_EQ(load({true, true, 9, bad, 4}, 1), "qcArchive::BadContent");
+  EXPECT_EQ(load({true, true, 9, INT_MAX, INT_MAX}, 4), "") << "takes no memory";
+  EXPECT_EQ(load({true, false, 1, 4, 4}, 4), "qcArchive::NotFound") << "nothing was lent in this direction";
+  EXPECT_EQ(load({true, true, 0, 0, 0}, 0), "here");
+  // An image of another type under the same number, and one of any type.
+  qcPelBuffer<float> floats;
+  *pair.out || image || image;
+  pair.out->flush();
+  EXPECT_THROW(*pair.in || floats, qcArchive::BadType);
+  qc_PelBuffer any;
+  EXPECT_NO_THROW(*pair.in || any);
+  Grey unknown(2, 2);
+  *pair.out || unknown;
+  pair.out->flush();
+  EXPECT_THROW(*pair.in || any, qcArchive::BadType);
+  pair.owner->serve(0.05);
+  EXPECT_EQ(unknown.refc(), 1) << "given back";
+}
+
+}  // namespace
