@@ -342,7 +342,7 @@ TEST(CrossingBoundaries, AreClippedWhereTheyWind) {
       for (int i = r.integer(3, 7); i > 0; --i) p.push_back(r.snapped(r.point(6), seed % 2));
     }
     const qcPolyline a(points[0], true), b(points[1], true);
-    const Shape shape = curved ? bulged(r, a) : a.clone();
+    const Shape shape = !curved ? a.clone() : seed % 4 == 0 ? nestedStars(r, 1) : bulged(r, a);
     const Shape both = shape->clip(b, false);
     for (int i = 0; i < 20; ++i) {
       const V p = r.point(6);
@@ -414,6 +414,14 @@ Shape withHole(const qcShape& boundary, const qcShape& hole) {
   return tree;
 }
 
+Shape withIsland() {
+  qcRegionTree hole(box(1, 1, 9, 9), true);
+  hole.addChild(qcRegionTree(box(4, 4, 6, 6)));
+  qcPtrHandle<qcRegionTree> tree(new qcRegionTree(box(-5, -5, 15, 15)));
+  tree->addChild(hole);
+  return tree;
+}
+
 Shape negative(double x, double y, double width, double height) {
   qcPtrHandle<qcRect> rect(new qcRect);
   rect->origin({x, y});
@@ -454,6 +462,8 @@ const Example kExamples[] = {
     {"a ring cut in two", withHole(qcCircle({5, 5}, 20), qcCircle({5, 5}, 18)), box(-30, 0, 40, 2), Result::clipped, -1,
      2},
     {"inside a hole", withHole(box(-5, -5, 15, 15), box(-1, -1, 11, 11)), kBox, Result::outside, 0, 0},
+    {"an island cut to a bow tie", withIsland(), qcPolyline({{4, 2}, {6, 2}, {4, 8}, {6, 8}}, true), Result::clipped,
+     -1, 1},
     {"filling a hole", withHole(box(-5, -5, 15, 15), kBox), kBox, Result::outside, 0, 0},
     {"along an edge", new qcLineSeg({-5, 10}, {5, 10}), kBox, Result::clipped, 5, 1},
     {"on an edge", new qcLineSeg({7, 0}, {5, 0}), kBox, Result::inside, 2, 1},

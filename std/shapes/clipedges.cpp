@@ -478,11 +478,13 @@ bool edgesCross(const ClipOutline& outline, const ClipEdge& one, const ClipEdge&
 
 bool crossesItself(const ClipOutline& outline) {
   const std::vector<ClipBox> boxes = boxesOf(outline);
+  std::vector<std::size_t> chainOf;
+  for (std::size_t i = 0; i < outline.chains.size(); ++i) chainOf.resize(outline.chains[i].last, i);
   bool crosses = false;
   forOverlaps(boxes, boxes, [&](std::int32_t i, std::int32_t k) {
-    if (crosses || i >= k) return;
-    crosses =
-        edgesCross(outline, outline.edges[static_cast<std::size_t>(i)], outline.edges[static_cast<std::size_t>(k)]);
+    const auto one = static_cast<std::size_t>(i), other = static_cast<std::size_t>(k);
+    if (crosses || one >= other || chainOf[one] != chainOf[other]) return;
+    crosses = edgesCross(outline, outline.edges[one], outline.edges[other]);
   });
   return crosses;
 }

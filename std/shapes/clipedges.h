@@ -126,7 +126,7 @@ struct ClipCrossings {
 
 ClipCrossings findCrossings(const ClipOutline& shape, const ClipOutline& polygon, int nudge);
 
-/// Whether two edges of the outline cross; where they only touch they do not.
+/// Whether two edges of one contour cross; where they only touch they do not.
 bool crossesItself(const ClipOutline& outline);
 
 /// How often the polygon winds around a point of the shape, and the closed contours of the shape around a point of the

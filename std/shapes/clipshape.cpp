@@ -289,7 +289,7 @@ class RegionBuilder {
       const double area = builder_.area(path);
       // That of a path that crosses itself may add up to nothing.
       const bool nothing = !(std::fabs(area) > 0) || (area < 0 && isNoise(path, area));
-      if (nothing && (tree_ || !crossed())) continue;
+      if (nothing && !crossed()) continue;
       ClipBox box = boundaries.outline.boxOf(path.front());
       for (const ClipBit& bit : path) box.add(boundaries.outline.boxOf(bit));
       loops_.push_back({std::move(path), area, box, -1, {}});
@@ -300,7 +300,7 @@ class RegionBuilder {
 
   // Parts of a boundary that crosses itself, or was cut by one, can only be told together what they wind around.
   Handle build() {
-    if (loops_.size() > 1 && !tree_ && crossed()) return bridged();
+    if (loops_.size() > 1 && crossed()) return bridged();
     const bool holes = std::any_of(loops_.begin(), loops_.end(), [](const Loop& loop) { return loop.area < 0; });
     if (holes && !nest()) return bridged();
     std::vector<Handle> shapes;
