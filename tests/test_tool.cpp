@@ -639,6 +639,84 @@ TEST_F(Tool, TellsArchivesByteForByte) {
   }
 }
 
+/// One field of every kind.
+class Fields : public qcPersistent {
+ public:
+  static qcPersistent* make() { return new Fields; }
+
+ protected:
+  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &Fields::serialize_); }
+  void serialize_(qcArchive& archive, unsigned char) {
+    qcPersistent::dispatchSerialize(archive);
+    bool truth = true;
+    unsigned char byte = 200;
+    signed char small = -3;
+    char letter = 'a';
+    short brief = -300;
+    unsigned short word = 60000;
+    long number = -70000;
+    qcInt64 large = -(qcInt64{1} << 40);
+    qcUInt64 huge = ~qcUInt64{0};
+    float tenth = 0.1F;
+    double third = 1.0 / 3, none = std::numeric_limits<double>::quiet_NaN(), low = -HUGE_VAL;
+    std::wstring wide = L"\u00E4\n";
+    std::u32string far = U"\U0001F600";
+    std::string malformed = "\xFF";
+    std::vector<float> many(10, 0.5F);
+    std::vector<bool> bits{true};
+    std::vector<qcInt64> empty;
+    char raw[3] = {1, 2, char(0xFF)};
+    archive || truth || byte || small || letter || brief || word || number || large || huge || tenth || third || none;
+    archive || low || wide || far || malformed || many || bits || empty;
+    archive.raw(raw, 3);
+    archive.reserve16();
+  }
+};
+const qc_Instantiator fieldsRegistered(typeid(Fields), Fields::make);
+
+TEST_F(Tool, TellsTheKindAndValueOfEachField) {
+  const std::vector<std::string> expected{"bool true",
+                                          "u8 200",
+                                          "i8 -3",
+                                          "u8 97",
+                                          "i16 -300",
+                                          "u16 60000",
+                                          "i32 -70000",
+                                          "i64 -1099511627776",
+                                          "u64 18446744073709551615",
+                                          "f32 0.1",
+                                          "f64 0.3333333333333333",
+                                          "f64 \"nan\"",
+                                          "f64 \"-inf\"",
+                                          "text \"\u00E4\\u000a\"",
+                                          "text \"\U0001F600\"",
+                                          "text \"\uFFFD\"",
+                                          "u32 10",
+                                          "f32 10 [0.5, 0.5, 0.5, 0.5, 0.5, 0.5, 0.5, 0.5, \"...\"]",
+                                          "u32 1",
+                                          "bool true",
+                                          "u32 0",
+                                          "u8 3 [1, 2, 255]",
+                                          "u8 2 [0, 0]"};
+  for (const auto order : kOrderings) {
+    Fields fields;
+    qcPersistent* pointer = &fields;
+    {
+      qcFileArchive archive(qf_Widen(file("fields.arc")), qcArchive::storing, order);
+      qcPersistent::serializePointer(archive, &fields, pointer);
+    }
+    const Told told(file("fields.arc"));
+    ASSERT_EQ(told.entries.size(), expected.size() + 4) << static_cast<int>(told.fault);
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+      const Entry& entry = told.entries[i + 4];
+      std::string said = entry.kind;
+      for (const auto& fact : entry.facts) said += ' ' + fact.value;
+      EXPECT_EQ(said, expected[i]);
+      EXPECT_EQ(entry.path, "/0/(anonymous namespace)::Fields/" + std::to_string(i));
+    }
+  }
+}
+
 TEST(Base64, IsThatOfTheStandard) {
   const char* const kVectors[][2] = {
       {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"\xFF\xFE\xFB\xEF", "//777w=="}};

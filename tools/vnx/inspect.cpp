@@ -17,6 +17,7 @@
 #include <vnxstd/vdb/vdbr_com.h>
 
 #include "json.h"
+#include "objects.h"
 
 namespace {
 
@@ -75,12 +76,13 @@ class Teller : public qcArchiveObserver {
 
   /// What is told from here on belongs to the next item.
   void beginItem(const std::string& kind, Span span, Facts facts) {
-    frames_.assign(1, {'/' + std::to_string(items_++)});
+    beginItem();
     isWhole_ = false;
     tell(frames_.back().path, kind, span, std::move(facts));
   }
   /// The next item is what the archive says next.
   void beginItem() {
+    reset();
     frames_.assign(1, {'/' + std::to_string(items_++)});
     isWhole_ = true;
   }
@@ -241,7 +243,8 @@ class Inspection {
       return true;
     } catch (const qcArchive::UnknownType& error) {
       const auto pointer = teller_.awaited();
-      qcInt64 from = teller_.behind();
+      const qcInt64 from = teller_.behind();
+      end = std::max(end, from);  // a load can have gone too far before it failed
       const bool isWhole = pointer && pointer->body != 0 && pointer->body <= end - from;
       if (faultOf(error) == Fault::limit)
         fail(error);
@@ -263,14 +266,6 @@ class Inspection {
     exhausted_ = exhausted_ || limit == Limit::bytes || limit == Limit::objects || limit == Limit::elements;
   }
 
-  // Keeps what was loaded: others may refer to it.
-  void keep(qcPersistent* object) {
-    if (auto* counted = dynamic_cast<qcRepBase*>(object))
-      shared_.emplace_back(counted);
-    else if (object)
-      owned_.try_emplace(object, object);
-  }
-
   void walkObjects(qcInt64 end) {
     while (place() < end) {
       const qcInt64 at = place();
@@ -280,7 +275,7 @@ class Inspection {
       if (!attempt(end, [&] {
             qcPersistent* object = nullptr;
             qcPersistent::serializePointer(archive_, nullptr, object);
-            keep(object);
+            kept_.add(object);
           }))
         return;
     }
@@ -328,7 +323,7 @@ class Inspection {
     teller_.beginItem();
     attempt(body.at + body.size, [&] {
       archive_.seek(qcArchive::Position(record.at));
-      keep(archive_.loadObject());
+      kept_.add(archive_.loadObject());
     });
   }
 
@@ -351,7 +346,7 @@ class Inspection {
             qcPersistent* object = nullptr;
             if (isPointer) {
               qcPersistent::serializePointer(archive_, nullptr, object);
-              keep(object);
+              kept_.add(object);
             } else {
               std::unique_ptr<qcPersistent> made(entry->make());
               archive_ || *made;
@@ -412,8 +407,7 @@ class Inspection {
   Teller teller_;
   Fault found_ = Fault::none;
   bool exhausted_ = false;  // no other load would come to its end
-  std::vector<qcPtrHandle<qcRepBase>> shared_;
-  std::map<const qcPersistent*, std::unique_ptr<qcPersistent>> owned_;
+  KeptObjects kept_;        // others may refer to them
 };
 
 }  // namespace

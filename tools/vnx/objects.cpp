@@ -6,6 +6,13 @@
 #include <vnxstd/archive/persistent.h>
 #include <vnxstd/archive/text.h>
 
+void KeptObjects::add(qcPersistent* object) {
+  if (auto* counted = dynamic_cast<qcRepBase*>(object))
+    shared_.emplace_back(counted);
+  else if (object)
+    owned_.try_emplace(object, object);
+}
+
 std::unique_ptr<qcFileArchive> openArchive(const std::string& path) {
   const int first = std::ifstream(path, std::ios::binary).get();
   const bool isSeekable = first != std::ifstream::traits_type::eof() && (first & 1) != 0;
@@ -44,9 +51,6 @@ std::optional<qcPersistent*> ObjectReader::nextOfIndex() {
 qcPersistent* ObjectReader::load() {
   qcPersistent* object = nullptr;
   qcPersistent::serializePointer(*archive_, nullptr, object);
-  if (auto* counted = dynamic_cast<qcRepBase*>(object))
-    shared_.emplace_back(counted);
-  else if (object)
-    owned_.try_emplace(object, object);
+  kept_.add(object);
   return object;
 }

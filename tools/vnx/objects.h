@@ -14,6 +14,17 @@
 /// Opens an archive, seekable or not as its first byte says, for reading alone. Throws the archive's errors.
 std::unique_ptr<qcFileArchive> openArchive(const std::string& path);
 
+/// Objects that were loaded by pointer, and that live as long as this.
+class KeptObjects {
+ public:
+  /// Takes an object, also once more; null is none.
+  void add(qcPersistent* object);
+
+ private:
+  std::vector<qcPtrHandle<qcRepBase>> shared_;
+  std::map<const qcPersistent*, std::unique_ptr<qcPersistent>> owned_;  // once each: two pointers may name one object
+};
+
 /// Reads an archive of any program, object by object; all of them live as long as the reader. Objects that stand by
 /// themselves carry their type; anything else only its writer can name. Of a seekable archive with an index the objects
 /// of the index are read whose classes are known. Damage throws the archive's errors.
@@ -37,7 +48,6 @@ class ObjectReader {
   long id_ = 0;  // of the object of the index that was read last
   std::ifstream bytes_;
   std::unique_ptr<qcFileArchive> archive_;
-  std::vector<qcPtrHandle<qcRepBase>> shared_;
-  std::map<const qcPersistent*, std::unique_ptr<qcPersistent>> owned_;  // once each: two pointers may name one object
+  KeptObjects kept_;
   std::optional<std::streamoff> unnamed_;
 };
