@@ -6,6 +6,7 @@
 #include "support/bytes.h"
 #include "support/faulty.h"
 #include "vnxstd/except/catalogue.h"
+#include "vnxstd/math/vector.h"
 
 // A list whose fields can be made wrong. It is named in errors.
 class Link : public qcRepBase, public qcPersistent {
@@ -76,6 +77,10 @@ TEST(Contexts, SayWhatWasFoundWhere) {
   EXPECT_EQ(placeOfLoad<std::string>(fromHex("0200 03 22 4142")), "at byte 4: expected 3 bytes of text, found 2");
   EXPECT_EQ(placeOfLoad<std::string>(fromHex("0200 01 2241 21")), "at byte 6: expected a closing quote");
   EXPECT_EQ(placeOfLoad<std::wstring>(fromHex("0200 01 22FF22")), "at byte 6");
+  EXPECT_EQ(placeOfLoad<qcVector<2>>(fromHex("0200 07")), "at byte 3: expected a version up to 0, found 7");
+  EXPECT_EQ(placeOfLoad<std::vector<qcVector<2>>>(fromHex("0200 00000001 07") + std::string(16, ' ')),
+            "at byte 23: expected a version up to 0, found 7");
+  EXPECT_EQ(placeOfLoad<int>(fromHex("0300")), "at byte 1: expected a plain archive");
   EXPECT_EQ(placeOfLoad<Handle>(with(link, 3, "99")),
             "at byte 12: expected a pointer (4F E5 70 54 or 55), found 4F E5 70 99");
   EXPECT_EQ(placeOfLoad<Handle>(with(link, 26, "00")),
@@ -83,6 +88,14 @@ TEST(Contexts, SayWhatWasFoundWhere) {
   EXPECT_EQ(placeOfLoad<Handle>(headOf(kBig) + stored(kBig, false, chainOf(3)).substr(0, 152)),
             "at byte 152, in Link > Link > Link: expected 12 bytes, found 2");
   EXPECT_EQ(placeOfLoad<Handle>(headOf(kBig) + stored(kBig, false, chainOf(2, "bad"))), "at byte 127, in Link > Link");
+}
+
+TEST(Contexts, KeepBothEndsOfALongPath) {
+  const std::string bytes = archived(kBig, false, chainOf(40)), end = bytes.substr(0, bytes.size() - 1);
+  std::string links = "Link";
+  for (int i = 1; i < 16; ++i) links += " > Link";
+  EXPECT_EQ(placeOfLoad<Handle>(end), "at byte " + std::to_string(bytes.size() - 8) + ", in " + links + " > ... > " +
+                                          links + ": expected 8 bytes, found 7");
 }
 
 TEST(Contexts, AreOfLoadsAlone) {

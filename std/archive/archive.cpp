@@ -42,7 +42,7 @@ qcArchive::Errors::Errors(const wchar_t* file, int line) : file_(file ? file : L
 void qcArchive::Errors::dispatchSerialize(qcArchive& archive) { serializeLevel(archive, this, 0, &Errors::serialize_); }
 
 void qcArchive::Errors::serialize_(qcArchive& archive, unsigned char version) {
-  checkVersion(version, 0, kArchiveSource, kErrorsVersionLine);
+  checkVersion(archive, version, 0, kArchiveSource, kErrorsVersionLine);
   qcException::dispatchSerialize(archive);
   auto line = static_cast<std::uint32_t>(line_);
   archive || file_ || line;
@@ -71,6 +71,13 @@ void qcArchive::UnknownType::message_(std::wostream& out) const {
 
 void qcArchive::checkVersion(unsigned char version, unsigned char newest, const char* file, int line) {
   if (version > newest) throw UnknownVersion(file, line);
+}
+
+void qcArchive::checkVersion(const qcArchive& archive, unsigned char version, unsigned char newest, const char* file,
+                             int line) {
+  if (version <= newest) return;
+  throw archive.located(UnknownVersion(file, line), "a version up to " + std::to_string(newest),
+                        std::to_string(version));
 }
 
 // Making, header, direction.

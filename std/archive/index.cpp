@@ -236,7 +236,7 @@ qc_Record qc_ArchiveIndex::readRecord() {
     throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordTagLine), "a pointer (4F E5 70 54 or 55)",
                            qf_Hex({head, 4}));
   }
-  qcArchive::checkVersion(head[4], kRecordVersion, kIndexSource, kRecordVersionLine);
+  qcArchive::checkVersion(archive_, head[4], kRecordVersion, kIndexSource, kRecordVersionLine);
   qc_Record record = qf_ParseHead(head, archive_.swapBytes_);
   record.at = at;
   if (!isSeekable() && record.kind != kInline) record.kind = kReference;  // nothing is linked there
@@ -452,7 +452,7 @@ qc_ArchiveIndex::Body qc_ArchiveIndex::readEntry() {
                            qf_Hex(tag));
   }
   archive_ || variant;
-  qcArchive::checkVersion(variant, kWideSize, kIndexSource, kEntrySizeVariantLine);
+  qcArchive::checkVersion(archive_, variant, kWideSize, kIndexSource, kEntrySizeVariantLine);
   Body body;
   body.size = readSize(variant == kWideSize);
   archive_ || body.name;
@@ -614,15 +614,21 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
 // object that it brought along end at `behind`, whatever it refers to by now.
 qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& behind) {
   if (record.is(kObject)) return inlineOf(record);
-  if (!record.is(kPointer)) throw qcArchive::BadContent(kIndexSource, kRecordIdentifierLine);
+  if (!record.is(kPointer)) {
+    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine), "a pointer or an object");
+  }
   qc_Record reference;
   if (!record.isRemoved()) reference.id = record.number();
   if ((record.kind & kSecondNumber) == 0) reference.position = record.last;
   if (!record.isFollowed()) return reference;
   const qc_Record object = readRecord();
-  if (!object.is(kObject)) throw qcArchive::BadContent(kIndexSource, kRecordIdentifierLine);
+  if (!object.is(kObject)) {
+    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine), "the object of the pointer");
+  }
   if (static_cast<qcUInt64>(archive_.endOffset() - object.bodyAt()) < object.size) {
-    throw qcArchive::Eof(kIndexSource, kRecordSizeLine);
+    throw archive_.located(qcArchive::Eof(kIndexSource, kRecordSizeLine),
+                           "an object of " + std::to_string(object.size) + " bytes",
+                           std::to_string(archive_.endOffset() - object.bodyAt()));
   }
   behind = object.end();
   return object.id == reference.id && !object.isRemoved() ? inlineOf(object) : reference;

@@ -43,7 +43,7 @@ void qcPersistent::setVisited(const void* address, unsigned size, const std::typ
 void qcPersistent::dispatchSerialize(qcArchive& archive) {
   unsigned char version = 0;
   if (!enterLevel(archive, this, sizeof(qcPersistent), &typeid(qcPersistent), version)) return;
-  qcArchive::checkVersion(version, 0, "qcPersistent", 0);
+  qcArchive::checkVersion(archive, version, 0, "qcPersistent", 0);
   leaveLevel(archive, this, sizeof(qcPersistent), &typeid(qcPersistent));
 }
 

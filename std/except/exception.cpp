@@ -39,7 +39,7 @@ void qcException::message_(std::wostream& out) const { out << kNoInformation; }
 void qcException::dispatchSerialize(qcArchive& archive) { serializeLevel(archive, this, 0, &qcException::serialize_); }
 
 void qcException::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kExceptSource, kExceptionVersionLine);
+  qcArchive::checkVersion(archive, version, 0, kExceptSource, kExceptionVersionLine);
   qcPersistent::dispatchSerialize(archive);
 }
 
@@ -52,7 +52,7 @@ void qcExceptionWithString::dispatchSerialize(qcArchive& archive) {
 }
 
 void qcExceptionWithString::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kExceptSource, kExceptionWithStringVersionLine);
+  qcArchive::checkVersion(archive, version, 0, kExceptSource, kExceptionWithStringVersionLine);
   qcException::dispatchSerialize(archive);
   archive || info_;
 }

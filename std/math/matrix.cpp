@@ -8,7 +8,7 @@ struct qc_MatrixArchive {
     constexpr int kLine = N == 2 ? 421 : 873;  // the place that version errors name
     unsigned char version = 0;
     archive || version;
-    qcArchive::checkVersion(version, 0, "std/math/matrix", kLine);
+    qcArchive::checkVersion(archive, version, 0, "std/math/matrix", kLine);
     qcMatrix<N> copy = m;
     archive.block(copy.a_, N * N);
     archive || copy.det_;

@@ -91,7 +91,7 @@ double qcRandomGaussian::next(double deviation, double mean) {
 qcArchive& operator||(qcArchive& archive, qcRandomUniform& random) {
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, "std/math/random", 121);
+  qcArchive::checkVersion(archive, version, 0, "std/math/random", 121);
   auto seed = static_cast<std::uint32_t>(random.state_.seed);
   std::uint32_t count = random.state_.count;
   archive || seed || count;
@@ -102,6 +102,6 @@ qcArchive& operator||(qcArchive& archive, qcRandomUniform& random) {
 qcArchive& operator||(qcArchive& archive, qcRandomGaussian& random) {
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, "std/math/random", 208);
+  qcArchive::checkVersion(archive, version, 0, "std/math/random", 208);
   return archive || random.uniform_;
 }

@@ -21,12 +21,14 @@ void qc_RangeBase::serialize_(qcArchive& archive, int line) {
   constexpr char kSource[] = "std/math/range";
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, kSource, line);
+  qcArchive::checkVersion(archive, version, 0, kSource, line);
   auto kind = static_cast<std::uint32_t>(kind_);
   double start = start_, end = end_;
   archive || kind || start || end;
   if (archive.isStoring()) return;
-  if (kind > qcRangeDefs::eFull || !(start <= end)) throw qcArchive::BadContent(kSource, line);
+  if (kind > qcRangeDefs::eFull || !(start <= end)) {
+    throw archive.located(qcArchive::BadContent(kSource, line), "a kind of range and a start before its end");
+  }
   *this =
       kind == qcRangeDefs::ePartial ? qc_RangeBase(start, end) : qc_RangeBase(static_cast<qcRangeDefs::Range>(kind));
 }

@@ -75,13 +75,13 @@ qcArchive& operator||(qcArchive& archive, qcStatistics& stats) {
   constexpr int kLine = 143;  // the place that errors name
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, kSource, kLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kLine);
   qcStatistics copy = stats;
   auto count = static_cast<std::uint32_t>(copy.count_);
   double reserved = 0;
   archive || count || copy.sum_ || reserved || copy.sumSquares_ || copy.min_ || copy.max_;
   if (count > static_cast<std::uint32_t>(std::numeric_limits<std::int32_t>::max())) {
-    throw qcArchive::BadContent(kSource, kLine);
+    throw archive.located(qcArchive::BadContent(kSource, kLine), "counts and sums that agree");
   }
   copy.count_ = static_cast<std::int32_t>(count);
   if (archive.isLoading()) stats = copy;

@@ -20,7 +20,7 @@ template <int N>
 qcArchive& serializeVector(qcArchive& archive, qcVector<N>& v) {
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, kSource, kLine<N>);
+  qcArchive::checkVersion(archive, version, 0, kSource, kLine<N>);
   qcVector<N> elements = v;
   archive.block(&elements[0], N);
   if (archive.isLoading()) v = elements;
@@ -37,8 +37,8 @@ struct Record {
     bytes[0] = 0;
     copy(bytes + 1, &v[0], swap);
   }
-  static void get(const unsigned char* bytes, qcVector<N>& v, bool swap) {
-    qcArchive::checkVersion(bytes[0], 0, kSource, kLine<N>);
+  static void get(const qcArchive& archive, const unsigned char* bytes, qcVector<N>& v, bool swap) {
+    qcArchive::checkVersion(archive, bytes[0], 0, kSource, kLine<N>);
     copy(&v[0], bytes + 1, swap);
   }
   static void copy(void* to, const void* from, bool swap) {
@@ -74,7 +74,9 @@ qcArchive& serializeVectors(qcArchive& archive, std::vector<qcVector<N>>& points
     } else {
       archive.raw(reinterpret_cast<char*>(buffer), bytes);
       points.resize(done + chunk);
-      for (std::size_t i = 0; i < chunk; ++i) Record<N>::get(buffer + i * Record<N>::size, points[done + i], swap);
+      for (std::size_t i = 0; i < chunk; ++i) {
+        Record<N>::get(archive, buffer + i * Record<N>::size, points[done + i], swap);
+      }
     }
     done += chunk;
   }

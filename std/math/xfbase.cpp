@@ -60,6 +60,6 @@ void qc2XformBase::dispatchSerialize(qcArchive& archive) {
 }
 
 void qc2XformBase::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kSource, kVersionLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kVersionLine);
   qcPersistent::dispatchSerialize(archive);
 }

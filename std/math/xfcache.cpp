@@ -49,12 +49,14 @@ const qc2XformLinear& qc2XformCache::linear(const Half& half) {
 qcArchive& operator||(qcArchive& archive, qc2XformCache& cache) {
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, kSource, kVersionLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kVersionLine);
   qc2XformCache::Handle xform = cache.xform_.handle, inverse = cache.inverse_.handle;
   bool isLinear = cache.isLinear();
   archive || xform || inverse || isLinear;
   if (archive.isLoading()) {
-    if (!xform && !inverse) throw qcArchive::BadContent(kSource, kAbsentLine);
+    if (!xform && !inverse) {
+      throw archive.located(qcArchive::BadContent(kSource, kAbsentLine), "a transform or its inverse");
+    }
     qc2XformCache loaded;
     loaded.xform_ = xform ? qc2XformCache::Half(xform) : qc2XformCache::Half();
     loaded.inverse_ = inverse ? qc2XformCache::Half(inverse) : qc2XformCache::Half();

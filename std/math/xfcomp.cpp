@@ -172,11 +172,11 @@ void qc2XformComposed::dispatchSerialize(qcArchive& archive) {
 }
 
 void qc2XformComposed::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kSource, kVersionLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kVersionLine);
   qc2XformBase::dispatchSerialize(archive);
   unsigned char listVersion = 0;
   archive || listVersion;
-  qcArchive::checkVersion(listVersion, 0, kSource, kListVersionLine);
+  qcArchive::checkVersion(archive, listVersion, 0, kSource, kListVersionLine);
   if (archive.isStoring()) {
     checkArchivable();
     archive || members_;
@@ -184,7 +184,9 @@ void qc2XformComposed::serialize_(qcArchive& archive, unsigned char version) {
   }
   Members members;
   archive || members;
-  if (size(members) > kMaxArchived) throw qcArchive::BadContent(kSource, kSizeLine);
+  if (size(members) > kMaxArchived) {
+    throw archive.located(qcArchive::BadContent(kSource, kSizeLine), "transforms that are not too many");
+  }
   checkNotWithin(members);
   size_ = size(members);
   members_.swap(members);

@@ -127,7 +127,7 @@ void qc2XformDeform::dispatchSerialize(qcArchive& archive) {
 }
 
 void qc2XformDeform::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kSource, kVersionLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kVersionLine);
   qc2XformBase::dispatchSerialize(archive);
   qmath_xformDeformParts parts = partsOf(state_.get());
   qcVector<2> origin = parts.origin;
@@ -151,6 +151,8 @@ void qc2XformDeform::serialize_(qcArchive& archive, unsigned char version) {
   const zrtnlxf::Status status =
       isEqual ? qmath_xformDeform_constructParts(&parts, &loaded) : zrtnlxf::badDeformArgument;
   if (status == zrtnlxf::outOfMemory) qfThrowExceptionOnFailure(status);
-  if (status < 0) throw qcArchive::BadContent(kSource, kContentLine);
+  if (status < 0) {
+    throw archive.located(qcArchive::BadContent(kSource, kContentLine), "points that define the transform");
+  }
   state_.reset(loaded);
 }

@@ -96,7 +96,7 @@ void qc2XformInverse::dispatchSerialize(qcArchive& archive) {
 }
 
 void qc2XformInverse::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kSource, kVersionLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kVersionLine);
   qc2XformBase::dispatchSerialize(archive);
   qcPtrHandle_const<qc2XformBase> stored;
   if (archive.isStoring()) stored = qcPtrHandle_const<qc2XformBase>(&forward());

@@ -57,7 +57,7 @@ void qc2XformLinear::dispatchSerialize(qcArchive& archive) {
 }
 
 void qc2XformLinear::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kSource, kVersionLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kVersionLine);
   qc2XformBase::dispatchSerialize(archive);
   qcVector<2> trans = xform_.trans();
   qcMatrix<2> matrix = xform_.matrix();

@@ -9,7 +9,7 @@ qcArchive& serializeXform(qcArchive& archive, qcXform<N>& xform) {
   constexpr int kLine = N == 2 ? 264 : 518;  // the place that version errors name
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, "std/math/xform", kLine);
+  qcArchive::checkVersion(archive, version, 0, "std/math/xform", kLine);
   qcVector<N> trans = xform.trans();
   qcMatrix<N> matrix = xform.matrix();
   archive || trans || matrix;

@@ -158,7 +158,7 @@ void qc2XformPerspective::dispatchSerialize(qcArchive& archive) {
 }
 
 void qc2XformPerspective::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kSource, kVersionLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kVersionLine);
   qc2XformBase::dispatchSerialize(archive);
   qcMatrix<3> stored;
   if (archive.isStoring()) stored = matrix();

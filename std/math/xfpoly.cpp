@@ -155,7 +155,7 @@ void qc2XformPoly::dispatchSerialize(qcArchive& archive) {
 }
 
 void qc2XformPoly::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kSource, kVersionLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kVersionLine);
   qc2XformBase::dispatchSerialize(archive);
   if (archive.isStoring()) {
     archive || order_ || origin_ || scale_;
@@ -164,10 +164,12 @@ void qc2XformPoly::serialize_(qcArchive& archive, unsigned char version) {
   }
   qc2XformPoly loaded;
   archive || loaded.order_ || loaded.origin_ || loaded.scale_;
-  if (loaded.order_ < 1 || loaded.order_ > kMaxOrder) throw qcArchive::BadContent(kSource, kContentLine);
+  if (loaded.order_ < 1 || loaded.order_ > kMaxOrder) {
+    throw archive.located(qcArchive::BadContent(kSource, kContentLine), "a polynomial");
+  }
   loaded.coefs_.resize(2 * size(loaded.order_));
   archive.block(loaded.coefs_.data(), loaded.coefs_.size());
-  if (!loaded.isValid()) throw qcArchive::BadContent(kSource, kContentLine);
+  if (!loaded.isValid()) throw archive.located(qcArchive::BadContent(kSource, kContentLine), "a polynomial");
   order_ = loaded.order_;
   origin_ = loaded.origin_;
   scale_ = loaded.scale_;

@@ -181,10 +181,10 @@ void qc_PelBuffer::repInvariant() const {
   if (!root_->contains(window_)) throw qcInvariantFailure();
 }
 
-qcArchive& operator||(qcArchive& archive, qc_PelBuffer& buffer) {
+qcArchive& operator||(qcArchive& archive, qc_PelBuffer& buffer) try {
   unsigned char version = 3;
   archive || version;
-  qcArchive::checkVersion(version, 3, kSource, 744);
+  qcArchive::checkVersion(archive, version, 3, kSource, 744);
 
   qc_PelBuffer read = buffer;  // takes roots of every type, so that one of the wrong type is told apart below
   archive || static_cast<qcRectangle<long>&>(read.window_);
@@ -201,7 +201,9 @@ qcArchive& operator||(qcArchive& archive, qc_PelBuffer& buffer) {
     } else if (version == 2) {
       qcPtrHandle_const<qc2XformBase> clientFromImage, imageFromClient;
       archive || clientFromImage || imageFromClient;
-      if (clientFromImage.isNull() && imageFromClient.isNull()) throw qcArchive::BadContent(kSource, 762);
+      if (clientFromImage.isNull() && imageFromClient.isNull()) {
+        throw archive.located(qcArchive::BadContent(kSource, 762), "a transform or its inverse");
+      }
       if (clientFromImage.isNull()) {
         read.imageFromClientXformBase(imageFromClient, false);
       } else {
@@ -221,12 +223,15 @@ qcArchive& operator||(qcArchive& archive, qc_PelBuffer& buffer) {
   const bool isPlaced = fits32(qcInt64{read.offsetX_} + read.width()) && fits32(qcInt64{read.offsetY_} + read.height());
   const bool isOnRoot =
       read.isBound() ? read.root_->contains(read.window_) : read.window_.x0() >= 0 && read.window_.y0() >= 0;
-  if (!isPlaced || !isOnRoot) throw qcArchive::BadContent(kSource, 781);
+  if (!isPlaced || !isOnRoot) throw archive.located(qcArchive::BadContent(kSource, 781), "a window within its image");
   if (read.isBound() && buffer.pelType_ != qePelType::Any && read.pelType() != buffer.pelType_) {
-    throw qcArchive::BadType(kSource, 784);
+    throw archive.located(qcArchive::BadType(kSource, 784), "an image of the buffer's type of pels");
   }
   buffer = read;
   return archive;
+} catch (qcException& error) {  // those of transforms
+  archive.located(error);
+  throw;
 }
 
 // --- typed access ---------------------------------------------------------------------------------------------------

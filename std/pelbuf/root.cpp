@@ -173,7 +173,7 @@ void qc_PelRoot::serialize_(qcArchive& archive, unsigned char version) {
   archive || size[0] || size[1] || size[2];
   if (archive.isStoring()) return;
   if (size[0] < 0 || size[1] < 0 || size[2] < 1 || size[2] > maxAlignModulus) {
-    throw qcArchive::BadContent(kSource, 211);
+    throw archive.located(qcArchive::BadContent(kSource, 211), "a size and an alignment of rows");
   }
   loadedWidth_ = size[0];
   loadedHeight_ = size[1];
@@ -205,7 +205,9 @@ template <class T>
 void flagsWord(qcArchive& archive) {
   std::uint32_t flags = 0;
   archive || flags;
-  if ((flags & ~(kFirstPelFollows | kSecondPelFollows)) != 0) throw qcArchive::BadContent(kSource, 243);
+  if ((flags & ~(kFirstPelFollows | kSecondPelFollows)) != 0) {
+    throw archive.located(qcArchive::BadContent(kSource, 243), "known flags");
+  }
   for (const std::uint32_t bit : {kFirstPelFollows, kSecondPelFollows}) {
     Element<T> dropped[qcPelTraits<T>::elements];
     if (flags & bit) archive.block(dropped, qcPelTraits<T>::elements);
@@ -260,7 +262,10 @@ void loadPels(qcArchive& archive, qc_PelStorage& storage) {
   const std::uint64_t pelBytes = bytesOf(pels, sizeof(qcStoredPel<T>));
   archive.countElements(pels, sizeof(qcStoredPel<T>));
   const qcInt64 remaining = archive.remaining();
-  if (remaining >= 0 && pelBytes > static_cast<std::uint64_t>(remaining)) throw qcArchive::Eof(kSource, 291);
+  if (remaining >= 0 && pelBytes > static_cast<std::uint64_t>(remaining)) {
+    throw archive.located(qcArchive::Eof(kSource, 291), std::to_string(pelBytes) + " bytes of pels",
+                          std::to_string(remaining));
+  }
   checkPadding(storage, sizeof(qcStoredPel<T>));
   if (remaining < 0) {
     loadGrowing<T>(archive, storage);

@@ -81,7 +81,7 @@ qcArchive& operator||(qcArchive& archive, qcRectangle<long>& rectangle) {
   if (archive.isStoring()) return archive;
   if (qcInt64{corner[2]} - corner[0] > INT32_MAX || qcInt64{corner[3]} - corner[1] > INT32_MAX ||
       corner[2] < corner[0] || corner[3] < corner[1]) {
-    throw qcArchive::BadContent("std/pelspan/pelspan", 118);
+    throw archive.located(qcArchive::BadContent("std/pelspan/pelspan", 118), "a rectangle of 32-bit coordinates");
   }
   rectangle = qcRectangle<long>::fromCorners(corner[0], corner[1], corner[2], corner[3]);
   return archive;

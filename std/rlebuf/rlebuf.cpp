@@ -264,11 +264,13 @@ namespace {
 /// The fields in front of the runs.
 void header(qcArchive& archive, unsigned char version, qc_RLERep& rep, std::int32_t& height, std::uint32_t& total) {
   archive || rep.hint || rep.createTime || rep.width || height;
-  if (archive.isLoading() && (rep.width < 1 || height < 1)) throw qcArchive::BadContent(kSource, 2951);
+  if (archive.isLoading() && (rep.width < 1 || height < 1)) {
+    throw archive.located(qcArchive::BadContent(kSource, 2951), "a size >= 1");
+  }
   if (version > 0) {
     archive || rep.offsetX || rep.offsetY;
     if (archive.isLoading() && (!rle::fits(rep.offsetX, rep.width) || !rle::fits(rep.offsetY, height))) {
-      throw qcArchive::BadContent(kSource, 2957);
+      throw archive.located(qcArchive::BadContent(kSource, 2957), "32-bit coordinates");
     }
     if (version == 1) {
       qcXform<2> clientFromImage;
@@ -289,7 +291,8 @@ qcRLEBufferBlock loadRuns(qcArchive& archive, std::size_t need) {
   const qcInt64 remaining = archive.remaining();
   const bool isKnown = remaining >= 0;
   if (isKnown && static_cast<qcUInt64>(remaining) / sizeof(qcRLEBufferRun) < need) {
-    throw qcArchive::Eof(kSource, 2990);
+    throw archive.located(qcArchive::Eof(kSource, 2990), std::to_string(need) + " runs",
+                          std::to_string(remaining / qcInt64{sizeof(qcRLEBufferRun)}));
   }
   qcRLEBufferBlock block;
   for (std::size_t have = 0; have < need;) {
@@ -309,9 +312,13 @@ std::unique_ptr<qc_RLERep> load(qcArchive& archive, unsigned char version) {
   std::uint32_t total = 0;
   header(archive, version, *rep, height, total);
   const auto width = static_cast<qcUInt64>(rep->width), rows = static_cast<qcUInt64>(height);
-  if (total < rows * ((width + 254) / 255) || total > rows * width) throw qcArchive::BadContent(kSource, 3012);
+  if (total < rows * ((width + 254) / 255) || total > rows * width) {
+    throw archive.located(qcArchive::BadContent(kSource, 3012), "a number of runs that fits the size");
+  }
   const qcUInt64 need = total + rows;
-  if (need > static_cast<qcUInt64>(PTRDIFF_MAX) / sizeof(qcRLEBufferRun)) throw qcArchive::BadContent(kSource, 3015);
+  if (need > static_cast<qcUInt64>(PTRDIFF_MAX) / sizeof(qcRLEBufferRun)) {
+    throw archive.located(qcArchive::BadContent(kSource, 3015), "a number of runs that fits memory");
+  }
 
   rep->blocks.push_back(loadRuns(archive, static_cast<std::size_t>(need)));
   rep->rows.reserve(static_cast<std::size_t>(height));
@@ -321,9 +328,9 @@ std::unique_ptr<qc_RLERep> load(qcArchive& archive, unsigned char version) {
   std::uint32_t values = 0;
   for (std::int32_t y = 0; y < height; ++y) {
     run = takeRow(*rep, run, end, values);
-    if (!run) throw qcArchive::BadContent(kSource, 3026);
+    if (!run) throw archive.located(qcArchive::BadContent(kSource, 3026), "runs that fill the row");
   }
-  if (run != end) throw qcArchive::BadContent(kSource, 3028);
+  if (run != end) throw archive.located(qcArchive::BadContent(kSource, 3028), "no runs behind the last row");
   rep->isBinary = values <= 1;
   return rep;
 }
@@ -340,14 +347,14 @@ void store(qcArchive& archive, qc_RLERep& rep) {
 }  // namespace
 
 void qcRLEBuffer::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 2, kSource, 2925);
+  qcArchive::checkVersion(archive, version, 2, kSource, 2925);
   if (archive.isStoring() && version < 2) throw qcArchive::UnknownVersion(kSource, 2928);
   if (archive.isStoring() && rep_ && rep_->numRuns() > UINT32_MAX) throw qcArchive::BadContent(kSource, 2930);
   qcPersistent::dispatchSerialize(archive);
   std::int32_t hint = hint_;
   unsigned char isDegenerate = rep_ ? 0 : 1;
   archive || hint || isDegenerate;
-  if (isDegenerate > 1) throw qcArchive::BadContent(kSource, 2939);
+  if (isDegenerate > 1) throw archive.located(qcArchive::BadContent(kSource, 2939), "a flag of 0 or 1");
   if (archive.isStoring()) {
     if (rep_) store(archive, *rep_);
     return;

@@ -220,7 +220,7 @@ std::array<qcVector<2>, 4> qcAffineRectangle::corners_() const {
 }
 
 void qcAffineRectangle::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kSource, kLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kLine);
   qcShape::dispatchSerialize(archive);
   serializeCommon(archive);
 }
@@ -228,7 +228,7 @@ void qcAffineRectangle::serialize_(qcArchive& archive, unsigned char version) {
 bool qcAffineRectangle::loadLegacy(qcArchive& archive) {
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, kSource, kLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kLine);
   serializeCommon(archive);
   return true;
 }

@@ -172,7 +172,7 @@ void qcCircle::perimPointAndTangent_(const qcShapeInfo&, const qcPerimPos& posit
 }
 
 void qcCircle::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 3693);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 3693);
   qcShape::dispatchSerialize(archive);
   serializeCommon(archive);
 }
@@ -180,7 +180,7 @@ void qcCircle::serialize_(qcArchive& archive, unsigned char version) {
 bool qcCircle::loadLegacy(qcArchive& archive) {
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 3693);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 3693);
   serializeCommon(archive);
   return true;
 }
@@ -190,7 +190,7 @@ void qcCircle::serializeCommon(qcArchive& archive) {
   double radius = radius_;
   archive || center || radius;
   if (archive.isStoring()) return;
-  if (!isRadius(radius)) throw qcArchive::BadContent("std/shapes/shapes", 3693);
+  if (!isRadius(radius)) throw archive.located(qcArchive::BadContent("std/shapes/shapes", 3693), "a radius >= 0");
   center_ = center;
   radius_ = radius;
 }

@@ -183,7 +183,7 @@ bool qcContourTree::equalNode_(const qcShapeTree& that) const {
 }
 
 void qcContourTree::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, "std/shapes/shaptree", 2713);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shaptree", 2713);
   bool closed = closed_;
   try {
     qcShapeTree::dispatchSerialize(archive);

@@ -72,13 +72,15 @@ qc_shapes::EllipseCurve qcEllipse::arcCurve(double from, double to) const {
 }
 
 void qcEllipse::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kSource, kEllipse);
+  qcArchive::checkVersion(archive, version, 0, kSource, kEllipse);
   qcShape::dispatchSerialize(archive);
   qcVector<2> center = center_, radii = radii_;
   qcRadian angle = angle_;
   archive || center || radii || angle;
   if (archive.isStoring()) return;
-  if (!areRadii(radii) || !std::isfinite(angle.plain())) throw qcArchive::BadContent(kSource, kEllipse);
+  if (!areRadii(radii) || !std::isfinite(angle.plain())) {
+    throw archive.located(qcArchive::BadContent(kSource, kEllipse), "radii >= 0 and a finite angle");
+  }
   center_ = center;
   radii_ = radii;
   angle_ = angle.signedNorm();
@@ -259,7 +261,7 @@ void qcEllipse2::matrixToDof() {
 }
 
 void qcEllipse2::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kSource, kEllipse2);
+  qcArchive::checkVersion(archive, version, 0, kSource, kEllipse2);
   qcShape::dispatchSerialize(archive);
   if (archive.isStoring()) {
     archive || radii_ || angle_ || phase_ || rightHanded_ || map_;
@@ -271,7 +273,7 @@ void qcEllipse2::serialize_(qcArchive& archive, unsigned char version) {
   const bool finite = std::isfinite(loaded.angle_.plain()) && std::isfinite(loaded.phase_.plain());
   const double tolerance = 1e-9 * loaded.radii_.x() + 1e-9 * loaded.radii_.y();
   if (!areRadii(loaded.radii_) || !finite || !qfRealEq(loaded.dofToMatrix(), loaded.map_.matrix(), tolerance)) {
-    throw qcArchive::BadContent(kSource, kEllipse2);
+    throw archive.located(qcArchive::BadContent(kSource, kEllipse2), "an ellipse");
   }
   radii_ = loaded.radii_;
   angle_ = loaded.angle_.signedNorm();

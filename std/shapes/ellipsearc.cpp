@@ -72,7 +72,7 @@ void qc_EllipseArcOf<Arc, Ellipse>::dispatchSerialize(qcArchive& archive) {
 
 template <class Arc, class Ellipse>
 void qc_EllipseArcOf<Arc, Ellipse>::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, "std/shapes/ellipse", kLine<Arc>);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/ellipse", kLine<Arc>);
   qcShape::dispatchSerialize(archive);
   if (archive.isStoring()) {
     archive || ellipse_ || start_ || end_;
@@ -81,7 +81,9 @@ void qc_EllipseArcOf<Arc, Ellipse>::serialize_(qcArchive& archive, unsigned char
   Ellipse ellipse;
   qcRadian start, end;
   archive || ellipse || start || end;
-  if (!isSpan(start, end)) throw qcArchive::BadContent("std/shapes/ellipse", kLine<Arc>);
+  if (!isSpan(start, end)) {
+    throw archive.located(qcArchive::BadContent("std/shapes/ellipse", kLine<Arc>), "a span of angles");
+  }
   ellipse_ = ellipse;
   start_ = start;
   end_ = end;

@@ -144,6 +144,6 @@ bool qcGeneralShapeTree::isNested_(const qcShape& child) const {
 }
 
 void qcGeneralShapeTree::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, "std/shapes/shaptree", 0);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shaptree", 0);
   qcShapeTree::dispatchSerialize(archive);
 }

@@ -32,7 +32,7 @@ qcGenRect qcGenRect::map(const qcXform<2>& xform) const {
 bool qcGenRect::equal_(const qcShape& that) const { return equalAs(*this, that); }
 
 void qcGenRect::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, "std/shapes/genrect", 0);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/genrect", 0);
   qcShape::dispatchSerialize(archive);
   qcVector<2> origin = origin_, xSide = xSide_, ySide = ySide_;
   archive || origin || xSide || ySide;

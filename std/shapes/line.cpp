@@ -76,7 +76,7 @@ qcRect qcLine::encloseRect() const { throw qcShapesError::InfiniteExtent(); }
 bool qcLine::equal_(const qcShape& that) const { return equalAs(*this, that); }
 
 void qcLine::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 2575);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 2575);
   qcShape::dispatchSerialize(archive);
   serializeCommon(archive);
 }
@@ -84,7 +84,7 @@ void qcLine::serialize_(qcArchive& archive, unsigned char version) {
 bool qcLine::loadLegacy(qcArchive& archive) {
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 2575);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 2575);
   serializeCommon(archive);
   return true;
 }
@@ -93,7 +93,7 @@ void qcLine::serializeCommon(qcArchive& archive) {
   qcVector<2> dir = dir_, pos = pos_;
   archive || dir || pos;
   if (archive.isStoring()) return;
-  if (dir.isNull()) throw qcArchive::BadContent("std/shapes/shapes", 2575);
+  if (dir.isNull()) throw archive.located(qcArchive::BadContent("std/shapes/shapes", 2575), "a direction");
   dir_ = dir;
   pos_ = pos;
 }
@@ -160,7 +160,7 @@ int qcFLine::operator==(const qcFLine& that) const {
 }
 
 void qcFLine::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 0);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 0);
   qcShape::dispatchSerialize(archive);
   serializeCommon(archive);
 }
@@ -168,7 +168,7 @@ void qcFLine::serialize_(qcArchive& archive, unsigned char version) {
 bool qcFLine::loadLegacy(qcArchive& archive) {
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 0);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 0);
   serializeCommon(archive);
   return true;
 }
@@ -177,6 +177,6 @@ void qcFLine::serializeCommon(qcArchive& archive) {
   double angle = angle_.plain(), distance = distance_;
   archive || angle || distance;
   if (archive.isStoring()) return;
-  if (!(distance >= 0)) throw qcArchive::BadContent("std/shapes/shapes", 0);
+  if (!(distance >= 0)) throw archive.located(qcArchive::BadContent("std/shapes/shapes", 0), "a distance >= 0");
   set(qcDegree(angle), distance);
 }

@@ -86,7 +86,7 @@ void qcLineSeg::perimPointAndTangent_(const qcShapeInfo&, const qcPerimPos& posi
 }
 
 void qcLineSeg::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 2925);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 2925);
   qcShape::dispatchSerialize(archive);
   serializeCommon(archive);
 }
@@ -94,7 +94,7 @@ void qcLineSeg::serialize_(qcArchive& archive, unsigned char version) {
 bool qcLineSeg::loadLegacy(qcArchive& archive) {
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 2925);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 2925);
   serializeCommon(archive);
   return true;
 }

@@ -393,7 +393,7 @@ void qcMappedShape::heldShapes_(std::vector<const qcShape*>& held) const {
 }
 
 void qcMappedShape::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kSource, kLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kLine);
   qcShape::dispatchSerialize(archive);
   if (archive.isStoring()) {
     archive || shape_ || xform_;

@@ -359,7 +359,7 @@ qcRadian qcPolyline::tangentNear(long piece) const {
 }
 
 void qcPolyline::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 7586);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 7586);
   qcShape::dispatchSerialize(archive);
   if (archive.isStoring()) {
     archive || vertices_ || closed_;

@@ -110,7 +110,7 @@ qcPtrHandle<qcShape> qcRect::reverse() const { return outline_().reverse(); }
 bool qcRect::equal_(const qcShape& that) const { return equalAs(*this, that); }
 
 void qcRect::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 3316);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 3316);
   qcShape::dispatchSerialize(archive);
   serializeCommon(archive);
 }
@@ -118,7 +118,7 @@ void qcRect::serialize_(qcArchive& archive, unsigned char version) {
 bool qcRect::loadLegacy(qcArchive& archive) {
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 3316);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 3316);
   serializeCommon(archive);
   return true;
 }

@@ -218,7 +218,7 @@ void qcRegionTree::preLoad() {
 }
 
 void qcRegionTree::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kSource, kLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kLine);
   bool hole = hole_, rightHanded = boundaryRightHanded_, root = root_;
   try {
     qcShapeTree::dispatchSerialize(archive);

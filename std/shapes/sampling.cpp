@@ -119,14 +119,14 @@ void Params::maxPoints(long maxPoints) {
 qcArchive& operator||(qcArchive& archive, Params& params) {
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 1662);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 1662);
   Params fields = params;
   archive || fields.tolerance_ || fields.spacing_ || fields.maxPoints_;
   archive || fields.computeTangents_ || fields.duplicateCorners_ || fields.uniformMode_;
   if (archive.isStoring()) return archive;
   // A count of 1 can be left behind by leaving uniform mode.
   if (!(fields.tolerance_ >= 0) || !(fields.spacing_ >= 0) || fields.maxPoints_ < 1) {
-    throw qcArchive::BadContent("std/shapes/shapes", 1662);
+    throw archive.located(qcArchive::BadContent("std/shapes/shapes", 1662), "valid parameters");
   }
   fields.record_ = false;
   fields.enclosing_ = nullptr;
@@ -181,12 +181,14 @@ qcArchive& operator||(qcArchive& archive, Result& result) {
   if (archive.isStoring() && !result.isValid_()) throw qcArchive::BadContent("std/shapes/shapes", 1837);
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 1837);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 1837);
   if (archive.isStoring())
     return archive || result.positions_ || result.tangents_ || result.breaks_ || result.closedFlags_;
   Result loaded;
   archive || loaded.positions_ || loaded.tangents_ || loaded.breaks_ || loaded.closedFlags_;
-  if (!loaded.isValid_()) throw qcArchive::BadContent("std/shapes/shapes", 1837);
+  if (!loaded.isValid_()) {
+    throw archive.located(qcArchive::BadContent("std/shapes/shapes", 1837), "samples that belong together");
+  }
   result = std::move(loaded);
   return archive;
 }

@@ -25,7 +25,7 @@ qcPerimPos onDecomposed(const qcShapeInfo& info, const qcPerimPos& position) {
 qcArchive& operator||(qcArchive& archive, qcPerimPos& position) {
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 1407);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 1407);
   std::int32_t index = position.index();
   double distance = position.distance();
   archive || index || distance;
@@ -36,7 +36,7 @@ qcArchive& operator||(qcArchive& archive, qcPerimPos& position) {
 void qcShape::dispatchSerialize(qcArchive& archive) { serializeLevel(archive, this, 0, &qcShape::serialize_); }
 
 void qcShape::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, "std/shapes/shapes", 599);
+  qcArchive::checkVersion(archive, version, 0, "std/shapes/shapes", 599);
   qcPersistent::dispatchSerialize(archive);
 }
 

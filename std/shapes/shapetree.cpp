@@ -528,7 +528,7 @@ void qcShapeTree::preLoad() {
 }
 
 void qcShapeTree::serialize_(qcArchive& archive, unsigned char version) {
-  qcArchive::checkVersion(version, 0, kSource, kVersionLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kVersionLine);
   qcShape::dispatchSerialize(archive);
   if (archive.isStoring()) {
     checkArchivable();

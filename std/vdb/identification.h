@@ -17,7 +17,7 @@ class qc_VDBIdentification : public qcPersistent {
     serializeLevel(archive, this, 0, &qc_VDBIdentification::serialize_);
   }
   void serialize_(qcArchive& archive, unsigned char version) {
-    qcArchive::checkVersion(version, 0, "std/vdb/vdbarch", 60);
+    qcArchive::checkVersion(archive, version, 0, "std/vdb/vdbarch", 60);
     qcPersistent::dispatchSerialize(archive);
     archive || text;
   }

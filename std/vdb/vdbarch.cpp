@@ -109,7 +109,7 @@ void qcVDBArchive::positionArchive() {
   const qcArchive::Position place = archive_->findMark(current_);
   if (place == qcArchive::Position(0)) {
     current_ = 0;
-    throw qcArchive::NotFound(kSource, kNotFoundLine);
+    throw archive_->located(qcArchive::NotFound(kSource, kNotFoundLine), "a record of that number");
   }
   archive_->seek(place);
 }
@@ -197,7 +197,7 @@ qcVDBRecordBase* qcVDBArchive::loadRecord() {
   std::unique_ptr<qcPersistent> object(loaded);
   if (!object) throw qcVDBRecordBase::NoResult();
   auto* record = dynamic_cast<qcVDBRecordBase*>(object.get());
-  if (!record) throw qcArchive::BadType(kSource, kNoRecordLine);
+  if (!record) throw archive_->located(qcArchive::BadType(kSource, kNoRecordLine), "a record");
   record->header_ = header;
   record->database_ = this;
   static_cast<void>(object.release());

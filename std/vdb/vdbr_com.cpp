@@ -42,7 +42,7 @@ bool qcVDBHeader::repInvariant() const {
 qcArchive& operator||(qcArchive& archive, qcVDBHeader& header) {
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, kSource, kHeaderVersionLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kHeaderVersionLine);
   qcVDBHeader read = header;
   serializeByte(archive, read.currentGrade_);
   serializeByte(archive, read.currentType_);
@@ -59,7 +59,7 @@ void qcVDBHeader::writeGrades(qcArchive& archive) const {
   archive.mode(qcArchive::loading);
   unsigned char version = 0;
   archive || version;
-  qcArchive::checkVersion(version, 0, kSource, kGradesVersionLine);
+  qcArchive::checkVersion(archive, version, 0, kSource, kGradesVersionLine);
   archive.mode(qcArchive::storing);
   qcVDBHeader written = *this;
   serializeByte(archive, written.currentGrade_);

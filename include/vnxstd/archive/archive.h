@@ -372,15 +372,16 @@ class VNXSTD_EXPORT qcArchive {
   ///
   /// Errors that leave an object which is being loaded get a place by themselves.
   template <class E>
-  requires std::is_base_of_v<qcException, E> E &&
-      located(E&& error, std::string_view expected = {}, std::string_view found = {})
-  const noexcept {
+  E&& located(E&& error, std::string_view expected = {}, std::string_view found = {}) const noexcept {
     explain(error, expected, found);
-    return std::move(error);
+    return std::forward<E>(error);
   }
 
-  /// Throws UnknownVersion from the given source and line when `version` is newer than `newest`.
+  /// Throws UnknownVersion from the given source and line when `version` is newer than `newest`. The second form says
+  /// in the error where `archive` has read it; within objects, errors get their places anyway.
   static void checkVersion(unsigned char version, unsigned char newest, const char* file, int line);
+  static void checkVersion(const qcArchive& archive, unsigned char version, unsigned char newest, const char* file,
+                           int line);
 
  protected:
   /// Stores the parameters; the stream is not touched before ctorFinished. `buffer` is not owned. A storing archive is
