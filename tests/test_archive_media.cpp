@@ -2,17 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <limits>
-#include <mutex>
 #include <new>
 #include <random>
 #include <set>
 #include <sstream>
-#include <thread>
 
 #include "support/bytes.h"
 #include "vnxstd/archive.h"
@@ -289,32 +286,6 @@ TEST(StoragePool, DeletesItselfOnlyWhenAskedAndEmpty) {
   pool->free(block);
   EXPECT_EQ(pool->outstanding(), 0);
   pool->maybeDelete();  // gone: a leak, or a second deletion, would be seen by the address sanitizer
-}
-
-TEST(StoragePool, IsSharedByThreads) {
-  qcStoragePool pool(16, 2);
-  std::vector<std::thread> threads;
-  std::mutex lock;
-  std::vector<void*> passed;  // blocks that another thread frees
-  std::atomic<int> clashes{0};
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&, t] {
-      std::mt19937 random(static_cast<unsigned>(t));
-      for (int i = 0; i < 5000; ++i) {
-        int* mine = new (pool.alloc()) int(t);
-        if (random() % 100 == 0) pool.relinquish();
-        if (*mine != t) ++clashes;
-        const std::lock_guard guard(lock);
-        passed.push_back(mine);
-        std::swap(passed.back(), passed[random() % passed.size()]);
-        pool.free(passed.back());
-        passed.pop_back();
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(clashes, 0);
-  EXPECT_EQ(pool.outstanding(), static_cast<long>(passed.size()));
 }
 
 }  // namespace

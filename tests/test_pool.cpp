@@ -387,45 +387,4 @@ TEST(WaitingThreads, EndsWhenThePoolGoesWhichItsRootsOutlive) {
   EXPECT_EQ(out.get(39, 0), 5);
 }
 
-TEST(WaitingThreads, EightThreadsAtOnce) {
-  constexpr int kThreads = 8, kRounds = 1000;
-  qcBasicPelRootPool pool(64 * 40, 64);
-  std::mutex mutex;
-  std::vector<Grey> mailbox;  // roots come back on other threads than they left on
-  std::atomic<long> wrong{0}, refused{0};
-  const auto work = [&](int id) {
-    std::mt19937 random(static_cast<unsigned>(id));
-    const auto mark = static_cast<unsigned char>(id);
-    for (int round = 0; round < kRounds; ++round) {
-      const long width = 1 + static_cast<long>(random() % 3) * 200;
-      const Grey image =
-          random() % 2 ? pool.get<unsigned char>(width, 2, qcDeadline(0.001)) : pool.tryGet<unsigned char>(width, 2);
-      if (!image.isBound()) {
-        ++refused;
-        const std::lock_guard guard(mutex);
-        mailbox.clear();
-        continue;
-      }
-      qfPelSet(image, mark);
-      std::this_thread::yield();
-      for (long x = 0; x < width; ++x) wrong += image.get(x, 0) != mark || image.get(x, 1) != mark;
-      if (round % 64 == 0) pool.flush();
-      const std::lock_guard guard(mutex);
-      if (mailbox.size() < 4) {
-        mailbox.push_back(image);
-      } else {
-        mailbox[random() % 4] = image;
-      }
-    }
-  };
-  std::vector<std::jthread> threads;
-  for (int id = 0; id < kThreads; ++id) threads.emplace_back(work, id);
-  threads.clear();
-  mailbox.clear();
-  EXPECT_EQ(wrong, 0);
-  EXPECT_LT(refused, kThreads * kRounds);
-  EXPECT_EQ(pool.waiters(), 0);
-  pool.size(64);  // everything is at home, in one piece
-}
-
 }  // namespace

@@ -361,6 +361,12 @@ TEST(RemoteRoots, NothingIsGivenThatWasNotLent) {
       return ask(o, U8{1}, identity, static_cast<U8>(type), x, y, w, h);
     };
     EXPECT_EQ(read(1, 1, 0, 0, 5, 4), "");
+    image.put(0, 0, 7), image.put(1, 0, 9);
+    const std::string call = fromHex("1C0000C0 05000000 0201 01 01000000 01 0000000000000000 0200000001000000");
+    other->send(call.data(), call.size(), qcDeadline(30.0));
+    std::string reply(13, 0);
+    other->receive(reply.data(), reply.size(), qcDeadline(30.0));
+    EXPECT_EQ(reply, fromHex("090000A0 05000000 020101 0709"));
     for (const std::uint32_t identity : {0u, 2u, 3u, 0x80000000u, 0xFFFFFFFFu})
       EXPECT_EQ(read(identity, 1, 0, 0, 1, 1), "qcArchive::NotFound");
     for (const int type : {0, 2, 3, 8, 11, 15, 16, 255})
@@ -384,6 +390,7 @@ TEST(RemoteRoots, NothingIsGivenThatWasNotLent) {
     EXPECT_EQ(ask(*other, U8{9}), "qcTcpip::NotSupported");
     EXPECT_EQ(ask(*other, U8{1}, 1u), "qcArchive::Eof");
     EXPECT_EQ(ask(*other), "qcArchive::Eof");
+    image.put(0, 0, before.get(0, 0)), image.put(1, 0, before.get(1, 0));
     EXPECT_TRUE(sameBytes<unsigned char>(image, before));
     EXPECT_EQ(ask(*other, U8{4}, 1u, INT_MIN), "") << "hands back more than it has";
     EXPECT_EQ(read(1, 1, 0, 0, 5, 4), "qcArchive::NotFound");

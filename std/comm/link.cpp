@@ -150,8 +150,11 @@ bool qc_Link::dispatch(Lock& lock, const qcDeadline& deadline) {
   } else {
     isMidMessage_ = (head & kLast) == 0;
     if (!dropsMessages_) {
-      inboxBytes_ += body.size() + kFrameCost;
+      const std::size_t cost = body.size() + kFrameCost;
+      dropsMessages_ = true;  // unless there is memory: what follows makes no sense without this frame
       inbox_.push_back({std::move(body), !isMidMessage_});
+      dropsMessages_ = false;
+      inboxBytes_ += cost;
     }
   }
   changed_.notify_all();
@@ -350,8 +353,9 @@ void qc_Link::answer(const std::vector<char>& call, const qcDeadline& deadline) 
     if (!answering) throw qcTcpip::NotSupported();
     answering->answer(body, reply);
     frame = frameOf(number, reply.bytes());
-  } catch (const qcTimeout::Errors&) {
-    throw;  // of this thread, not of the caller
+  } catch (qcTimeout::Errors& error) {
+    if (zrtsys::checkAttention() < 0) throw;  // of this thread; otherwise of another side that it has asked
+    fail(error);
   } catch (qcException& error) {
     fail(error);
   } catch (const std::bad_alloc&) {
