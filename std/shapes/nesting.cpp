@@ -186,8 +186,9 @@ qcPtrHandle_const<qcShape> inPrimitives(const qcShape& region) {
 }  // namespace
 
 bool isVoid(const qcShape& boundary) {
-  const auto* rect = dynamic_cast<const qcRect*>(&boundary);
-  return rect && (rect->width() < 0 || rect->height() < 0);
+  if (typeid(boundary) != typeid(qcRect)) return false;
+  const qcVector<2>& size = static_cast<const qcRect&>(boundary).size();
+  return size.x() < 0 || size.y() < 0;
 }
 
 bool liesInside(const qcShape& inner, const qcShape& outer, double tolerance) {

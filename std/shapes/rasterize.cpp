@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -36,9 +37,9 @@ void addBoundary(RasterScan& scan, const qcShape& boundary, bool byCenters, Rast
     const qcMatrix<2>& m = map.matrix();
     scan.addEllipse(map.trans(), {m.element(0, 0), m.element(1, 0)}, {m.element(0, 1), m.element(1, 1)});
   };
-  if (const auto* polygon = dynamic_cast<const qcPolyline*>(&boundary)) {
-    scan.addPolygon(polygon->vertices().data(), polygon->vertices().size());
-    return;
+  if (typeid(boundary) == typeid(qcPolyline)) {  // or it would be copied
+    const std::vector<qcVector<2>>& vertices = static_cast<const qcPolyline&>(boundary).vertices();
+    return scan.addPolygon(vertices.data(), vertices.size());
   }
   if (byCenters) {
     if (const auto* circle = dynamic_cast<const qcCircle*>(&boundary)) {
