@@ -253,7 +253,7 @@ TEST(ContourTrees, HavePlacesOnBothSidesOfAJump) {
       const V p(random.real(-40, 40), random.real(-40, 40)), nearest = shape->nearestPoint(p);
       const qcPerimPos place = shape->nearestPerimPos(info, p);
       EXPECT_NEAR_POINT(shape->perimPoint(info, place), nearest, 1e-9);
-      EXPECT_NEAR_POINT(shape->subShape(info, {place, 0})->startPoint(), nearest, 1e-9);
+      EXPECT_NEAR_POINT(shape->subShape(info, {place, 0.1})->nearestPoint(nearest), nearest, 1e-9);
     }
   }
 }

@@ -105,11 +105,20 @@ void MappedCurve::addContour(const Seen& contour, bool isTurned, std::ptrdiff_t 
     }
   }
   if (pieces_.size() == first) throw qcShapesError::EmptyShape();
-  // Pieces without length are corners, unless there is nothing else.
-  const auto begin = pieces_.begin() + static_cast<std::ptrdiff_t>(first);
-  const auto isPoint = [](const Piece& piece) { return !(piece.length > 0); };
-  pieces_.erase(std::all_of(begin, pieces_.end(), isPoint) ? begin + 1 : std::remove_if(begin, pieces_.end(), isPoint),
-                pieces_.end());
+  // A piece without length is a corner where it meets another one; what the contour jumps to and from is a point of it.
+  std::size_t kept = first;
+  const auto meet = [](const Vector& end, const Vector& start) {
+    return segmentLength(end, start) <= 16 * kEpsilon * (magnitude(end) + magnitude(start));
+  };
+  const auto isCorner = [&](std::size_t i) {
+    const Vector here = endAt(pieces_[i], 0).image;
+    return (kept > first && meet(endAt(pieces_[kept - 1], pieces_[kept - 1].length).image, here)) ||
+           (i + 1 < pieces_.size() && meet(here, endAt(pieces_[i + 1], 0).image));
+  };
+  for (std::size_t i = first; i < pieces_.size(); ++i) {
+    if (pieces_[i].length > 0 || !isCorner(i)) pieces_[kept++] = pieces_[i];
+  }
+  pieces_.resize(kept);
   // A region whose decomposition is an open piece, like a circle and its arc, is closed all the same.
   chains_.push_back({first, pieces_.size(), contour.shape->isRegion(), isTurned, parent, false});
 }

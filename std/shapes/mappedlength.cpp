@@ -33,8 +33,9 @@ double MappedCurve::tangentRotation() const {
   double sum = 0;
   Vector last;
   for (const Piece& piece : pieces_) {
+    if (!(piece.length > 0)) continue;
     const Motion from = motionAt(piece, 0), to = motionAt(piece, piece.length);
-    if (&piece != &pieces_.front()) sum += angleBetween(last, from.velocity);
+    if (last != Vector()) sum += angleBetween(last, from.velocity);
     sum += turning(piece, from, to, 0);
     last = to.velocity;
   }

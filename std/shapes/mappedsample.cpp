@@ -98,11 +98,11 @@ void MappedCurve::sample(SampleWriter& writer) const {
   const bool hasLength =
       std::any_of(pieces_.begin(), pieces_.end(), [](const Piece& piece) { return piece.length > 0; });
   for (const Chain& chain : chains_) {
-    if (params.computeTangents() && hasLength && !(pieces_[chain.first].length > 0)) continue;
     const int firstChain = static_cast<int>(result.numChains());
     const std::size_t firstPoint = result.positions().size();
     for (std::size_t i = chain.first; i < chain.last; ++i) {
       const bool isPoint = !(pieces_[i].length > 0);
+      if (isPoint && params.computeTangents() && hasLength) continue;
       if (isPoint && params.computeTangents()) throw qcShapesError::NoTangent();
       const std::vector<double> distances =
           isPoint ? std::vector<double>{0} : sampleDistances(params, i, chain.isRound);
@@ -110,7 +110,7 @@ void MappedCurve::sample(SampleWriter& writer) const {
       for (const double distance : distances) add(writer, {i, distance}, number);
     }
     if (!chain.isRound) qfMergeSubchains(params, firstChain, chain.closed, result);
-    if (chain.isTurned) turnChain(result, firstPoint);
+    if (chain.isTurned && result.positions().size() > firstPoint) turnChain(result, firstPoint);
   }
 }
 
