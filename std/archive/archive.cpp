@@ -28,7 +28,7 @@ constexpr bool kNativeIsLittle = std::endian::native == std::endian::little;
 static_assert(kNativeIsLittle || std::endian::native == std::endian::big);
 static_assert(sizeof(int) == 4 && sizeof(short) == 2 && sizeof(float) == 4 && sizeof(double) == 8);
 
-constexpr qcUInt64 kMost = std::numeric_limits<qcUInt64>::max();
+constexpr qcUInt64 kMostBytes = std::numeric_limits<qcUInt64>::max();
 constexpr std::size_t kStaging = 4096;  // bytes that are swapped at a time where the medium's own area is too small
 
 }  // namespace
@@ -200,7 +200,7 @@ void qcArchive::settle() noexcept {
 
 void qcArchive::checkCount(qcUInt64 count, std::size_t bytesEach) {
   if (count > elementsLeft_) refuse(qcLoadContext::Limit::elements, limits_.elements);
-  if (bytesEach != 0) gate_->check(count > kMost / bytesEach ? kMost : count * bytesEach);
+  if (bytesEach != 0) gate_->check(count > kMostBytes / bytesEach ? kMostBytes : count * bytesEach);
 }
 
 void qcArchive::refuse(qcLoadContext::Limit limit, qcInt64 allowed) const {
