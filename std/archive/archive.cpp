@@ -253,8 +253,8 @@ void qcArchive::seek(long offset, int origin) {
   if (!seekable_) throw NotSeekable(kArchiveSource, kSeekLine);
   if (origin < 0 || origin > 2) throw BadBuffer(kArchiveSource, kSeekLine);
   const std::streamoff base = origin == 0 ? 0 : origin == 1 ? this->offset() : std::max(highWater_, endOffset());
-  constexpr std::streamoff kMost = std::numeric_limits<std::streamoff>::max();
-  if (base < 0 || (offset > 0 && base > kMost - offset)) throw BadBuffer(kArchiveSource, kSeekLine);
+  constexpr std::streamoff kFarthest = std::numeric_limits<std::streamoff>::max();
+  if (base < 0 || (offset > 0 && base > kFarthest - offset)) throw BadBuffer(kArchiveSource, kSeekLine);
   seek(Position(base + offset));
 }
 
