@@ -71,6 +71,12 @@ TEST(Index, HasTheBytesThatItsPageShows) {
                                            head("00000001", "14", 0, 0, body, body)));
 }
 
+TEST(Index, IsNotTakenForMissingWhereItsAnchorIsCut) {
+  const std::string head = headOf(kLittle, true);
+  for (std::size_t n = 2; n < head.size(); ++n)
+    EXPECT_THROW(BytesArchive(head.substr(0, n), true), qcArchive::Eof) << n;
+}
+
 TEST(Index, NumbersMarksLikeAMap) {
   std::mt19937 random(5);
   for (const qcArchive::Ordering ordering : kOrderings) {

@@ -13,7 +13,7 @@ using namespace qc_format;
 
 namespace {
 
-constexpr std::size_t kScanBytes = 65536;
+constexpr std::size_t kScanBytes = 16384;
 // Fields that are written over.
 constexpr std::streamoff kIdField = 5, kKindField = 9, kSizeField = 10, kPositionField = 18, kPreviousField = 26,
                          kLastField = 34;
@@ -39,7 +39,12 @@ void qc_RecordChain::open() {
   const std::streamoff end = openedEnd_ = archive_.endOffset();
   anchored_ =
       kAnchorAt + static_cast<std::streamoff>(kLinkedHead) <= end && read(kAnchorAt, anchor_) && anchor_.is(kAnchor);
-  if (!anchored_) return archive_.seekTo(kAnchorAt);
+  if (!anchored_) {
+    // What was cut within the anchor is no archive without one, whose values would be what is left of the anchor.
+    const bool isShort = archive_.version() != 0 && end < kAnchorAt + static_cast<std::streamoff>(kLinkedHead);
+    if (isShort && isBegun(kAnchorAt)) throw qcArchive::Eof(kArchiveSource, kReadRawLine);
+    return archive_.seekTo(kAnchorAt);
+  }
   follow(end);
   settle(end);
   archive_.seekTo(anchor_.end());

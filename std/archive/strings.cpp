@@ -50,20 +50,29 @@ template <class Text>
 void qcArchive::readText(Text& text) try {
   if (observed([&] { readText(text); }, [&](auto& observer, auto span) { observer.text(span, narrowOf(text)); }))
     return;
-  // The length has 15 bits, so that a text that never arrives costs no more than 64 KiB.
+  // The length has 15 bits, so that a text that never arrives costs no more than 64 KiB, and next to nothing where the
+  // medium can tell.
   const std::size_t length = readPrefix();
   countElements(length);
-  const auto readPayload = [this](void* data, std::size_t size) {
-    const std::size_t got = qc_Areas::read(*buffer_, data, size);
-    if (got == size) return;
+  const auto refuse = [this](std::size_t size, std::size_t got, std::size_t readSince) {
     BadBuffer error(kArchiveSource, kTextPayloadLine);
     explain(error, std::to_string(size) + " bytes of text", std::to_string(got), qcLoadContext::Limit::none,
-            static_cast<std::streamoff>(got));
+            static_cast<std::streamoff>(readSince));
     throw error;
+  };
+  const auto expectPayload = [&](std::size_t size) {
+    constexpr std::size_t kBelieved = 1024;
+    const qcInt64 left = size > kBelieved ? remaining() : -1;
+    if (left >= 0 && left < static_cast<qcInt64>(size)) refuse(size, static_cast<std::size_t>(left), 0);
+  };
+  const auto readPayload = [&](void* data, std::size_t size) {
+    const std::size_t got = qc_Areas::read(*buffer_, data, size);
+    if (got < size) refuse(size, got, got);
   };
   std::array<unsigned char, 2> mark{}, closing{};
   *this || mark[0];
   if (mark[0] == kQuote) {
+    expectPayload(length);
     std::string narrow(length, '\0');
     readPayload(narrow.data(), length);
     *this || closing[0];
@@ -74,6 +83,7 @@ void qcArchive::readText(Text& text) try {
   if (mark != kLittleMark && mark != kBigMark) {
     throw located(BadType(kArchiveSource, kTextMarkLine), "a quote or byte order mark", qf_Hex(mark));
   }
+  expectPayload(length * sizeof(char16_t));
   std::u16string wide(length, u'\0');
   readPayload(wide.data(), length * sizeof(char16_t));
   if ((mark == kLittleMark) != (std::endian::native == std::endian::little)) {

@@ -555,7 +555,7 @@ template <class T>
 qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
   constexpr bool isBlock = std::is_arithmetic_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, long> &&
                            !std::is_same_v<T, unsigned long>;
-  constexpr std::size_t kBelieved = 65536 / sizeof(T) + 1;  // elements that are made room for before they arrive
+  constexpr std::size_t kBelieved = 1024 / sizeof(T) + 1;  // elements that are made room for before they arrive
   if (archive.isStoring() && values.size() > UINT32_MAX) throw qcArchive::BadContent("archive", 1301);
   auto count = static_cast<std::uint32_t>(values.size());
   archive || count;
