@@ -294,7 +294,7 @@ std::vector<Case> cases() {
   std::vector<Case> all;
   all.push_back(value("text_narrow", std::string("Gr\xC3\xB6\xC3\x9F"
                                                  "e")));
-  all.push_back(value("text_wide", std::wstring(L"\x3C0 and \x10348")));
+  all.push_back(value("text_wide", std::wstring(L"\u03C0 and \U00010348")));
   all.push_back(value("text_32", std::u32string(U"\x3C0 and \U00010348")));
   all.push_back(value("vector_of_doubles", std::vector<double>{0, -0.0, 1, 1e308, -5e-324}));
   all.push_back(value("vector_of_bools", std::vector<bool>{true, false, true}));

@@ -37,6 +37,26 @@ Arc qc_EllipseArcOf<Arc, Ellipse>::between(const Ellipse& ellipse, const qcRadia
   return arc;
 }
 
+template <class Arc, class Ellipse>
+qcPtrHandle<qcShape> qc_EllipseArcOf<Arc, Ellipse>::clone() const {
+  return new Arc(self());
+}
+
+template <class Arc, class Ellipse>
+bool qc_EllipseArcOf<Arc, Ellipse>::isRegion() const {
+  return false;
+}
+
+template <class Arc, class Ellipse>
+bool qc_EllipseArcOf<Arc, Ellipse>::isReversible() const {
+  return true;
+}
+
+template <class Arc, class Ellipse>
+qcPtrHandle<qcShape> qc_EllipseArcOf<Arc, Ellipse>::reverse() const {
+  return new Arc(between(ellipse_, end_, start_));
+}
+
 // Without the exact turn, rounding would open an arc that runs once round when it is moved along its ellipse often.
 template <class Arc, class Ellipse>
 qcRadian qc_EllipseArcOf<Arc, Ellipse>::phiSpan() const {

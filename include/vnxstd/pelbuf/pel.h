@@ -1,10 +1,10 @@
 // Pixel types: the closed set of element types, the packed colour pels, and how each lies in memory.
 //
-// Pels have the same layout on every platform. Where the C++ type has not, as long has not, the pel type T has a stored
-// type of its own: pointers into an image are pointers to the stored type, while get and put convert.
+// Pels have the same layout on every platform, but for the order of the bytes within a number. Where the C++ type has
+// not, as long has not, the pel type T has a stored type of its own: pointers into an image are pointers to the stored
+// type, while get and put convert.
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
@@ -12,8 +12,6 @@
 #include "vnxstd/except/pelerrors.h"
 #include "vnxstd/export.h"
 #include "vnxstd/math/pair.h"
-
-static_assert(std::endian::native == std::endian::little, "pels of several bytes lie in memory lowest byte first");
 
 /// A colour packed into one 16-bit word: five bits of red above GreenBits bits of green above five bits of blue. A
 /// component is read as 8 bits, shifted up with zeros below: 31 of 31 reads as 248, so that what was set is what is
@@ -100,7 +98,8 @@ class VNXSTD_EXPORT qcPackedRGB24Pel {
   unsigned char blue_ = 0, green_ = 0, red_ = 0;
 };
 
-/// Four bytes, blue, green, red and alpha, held as one word: alpha in the top byte, blue in the lowest.
+/// Four bytes held as one word: alpha in the top byte, blue in the lowest. In memory blue comes first, but on platforms
+/// whose words begin with the top byte.
 class VNXSTD_EXPORT qcPackedRGB32Pel {
  public:
   constexpr qcPackedRGB32Pel() = default;

@@ -31,11 +31,12 @@ class VNXSTD_EXPORT qc_EllipseArcOf : public qc_EllipseShape {
   /// Keeps the start.
   void phiSpan(const qcRadian& phiSpan);
 
-  qcPtrHandle<qcShape> clone() const override { return new Arc(self()); }
-  bool isRegion() const override { return false; }
-  bool isReversible() const override { return true; }
+  // None of these is inline: g++ on Windows does not export inline members of templates that are declared extern.
+  qcPtrHandle<qcShape> clone() const override;
+  bool isRegion() const override;
+  bool isReversible() const override;
   /// The same ellipse with start and end exchanged.
-  qcPtrHandle<qcShape> reverse() const override { return new Arc(between(ellipse_, end_, start_)); }
+  qcPtrHandle<qcShape> reverse() const override;
   bool equal_(const qcShape& that) const override;
   friend bool operator==(const Arc& a, const Arc& b) {
     return a.ellipse_ == b.ellipse_ && a.start_ == b.start_ && a.end_ == b.end_;
