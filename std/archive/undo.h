@@ -5,7 +5,8 @@
 
 #include "vnxstd/archive/handle.h"
 
-/// While one of these lives, handles on this thread let go of destroyed objects without touching them.
+/// While one of these lives, handles on this thread let go of destroyed objects without touching them. Nothing
+/// that they let go of waits until it is over.
 class qc_LoadUndo {
  public:
   /// The count of one of the objects; null for an object without one.
@@ -28,4 +29,6 @@ class qc_LoadUndo {
 
   std::span<Count> counts_;
   qc_LoadUndo* outer_;
+  int depth_;  // what deletions were under way
+  const qcRepBase* waiting_;
 };

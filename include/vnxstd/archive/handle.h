@@ -4,6 +4,10 @@
 // it may only be read. A copy of a handle counts the object once more, a release once less, and the object is deleted
 // when its count reaches zero. Counts change by atomic operations, so handles onto one object may be copied and dropped
 // on any thread; one handle object itself is not for two threads at once.
+//
+// A chain of objects, each the last owner of the next, may be of any length: when the destruction of one object leads
+// to that of another, and so on for 64 levels, those further down wait until the ones above them are destroyed. The
+// call that lets go of the first returns after the last.
 #pragma once
 
 #include <atomic>
@@ -22,13 +26,21 @@ class VNXSTD_EXPORT qcRepBase {
   virtual ~qcRepBase();
 
   /// The number of owners at this moment.
-  long refc() const noexcept { return count_.load(std::memory_order_acquire); }
+  long refc() const noexcept { return static_cast<long>(count_.load(std::memory_order_acquire)); }
 
   /// Counts one owner more; returns the new count.
-  static long refInc(const qcRepBase* rep) noexcept { return rep->count_.fetch_add(1, std::memory_order_relaxed) + 1; }
+  static long refInc(const qcRepBase* rep) noexcept {
+    return static_cast<long>(rep->count_.fetch_add(1, std::memory_order_relaxed) + 1);
+  }
 
-  /// Counts one owner less; returns the new count. The caller deletes the object when it is 0.
-  static long refDec(const qcRepBase* rep) noexcept { return rep->count_.fetch_sub(1, std::memory_order_acq_rel) - 1; }
+  /// Counts one owner less; returns the new count. The caller disposes of the object, or deletes it, when it is 0.
+  static long refDec(const qcRepBase* rep) noexcept {
+    return static_cast<long>(rep->count_.fetch_sub(1, std::memory_order_acq_rel) - 1);
+  }
+
+  /// Deletes an object without owners, in constant stack space however many others go with it: from 64 levels within
+  /// such deletions on, it is deleted on this thread once the outermost of them has come back so far. Takes no memory.
+  static void dispose(const qcRepBase* rep) noexcept;
 
   /// Counts one owner more unless there is none left, which is to say that the object is being destroyed.
   static bool refIncIfOwned(const qcRepBase* rep) noexcept;
@@ -50,7 +62,9 @@ class VNXSTD_EXPORT qcRepBase {
   static bool isGoneSlow(const qcRepBase* rep) noexcept;
 
   static std::atomic<int> undoing_;  // how many threads are undoing a failed load
-  mutable std::atomic<std::int32_t> count_{0};
+  // The number of owners. While an object without any waits to be deleted, the next one that waits, as a number that is
+  // not above 0.
+  mutable std::atomic<std::intptr_t> count_{0};
 };
 
 /// Throws qcBadPointer; kept out of line so that the check of a handle stays a compare and a jump.
@@ -88,7 +102,7 @@ class qc_HandleBase {
   }
   ~qc_HandleBase() {
     if (!count_ || qcRepBase::isGone(count_)) return;
-    if (qcRepBase::refDec(count_) == 0) delete rep_;
+    if (qcRepBase::refDec(count_) == 0) qcRepBase::dispose(count_);
   }
 
   void swap(qc_HandleBase& other) noexcept {
