@@ -453,21 +453,14 @@ TEST_P(Graphs, NestingHasALimitBothWays) {
   archive << tooDeep;
   EXPECT_EQ(archive.bytes().size() - bytes.size(), seekable() ? 42U : 18U);
 
-  // From the end on, each object refers to one that is known, and the levels are the same.
+  // From the end on, each object refers to one that is known, which takes no room.
   std::vector<NodeHandle> nodes{tooDeep};
   while (!nodes.back()->edges.empty()) nodes.push_back(nodes.back()->edges[0]);
   std::reverse(nodes.begin(), nodes.end());
-  qcMemoryArchive refused(kLittle, seekable()), list(kLittle, seekable());
-  EXPECT_THROW(refused << nodes, qcArchive::BadContent);
-  list.limits({.nesting = 513});
+  qcMemoryArchive list(kLittle, seekable());
   list << nodes;
-  const std::string listed = bytesOf(list);
   std::vector<NodeHandle> back;
-  EXPECT_THROW(*BytesArchive(listed, seekable()) || back, qcArchive::BadContent);
-  EXPECT_EQ(std::count(back.begin(), back.end(), nullptr), 1);  // all but the last
-  BytesArchive all(listed, seekable());
-  all->limits({.nesting = 513});
-  *all || back;
+  *BytesArchive(bytesOf(list), seekable()) || back;
   EXPECT_EQ(reachable(back.back()).size(), 513U);
 
   // What refers back to objects around it goes no deeper, also when it is changed and stored time and again.

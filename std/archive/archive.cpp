@@ -166,6 +166,7 @@ void qcArchive::append() {
 void qcArchive::wideSizes(bool wide) noexcept { index_->wideSizes(wide); }
 
 bool qcArchive::isStillLoading(const qcPersistent* object) const noexcept { return index_->isStillLoading(object); }
+void qcArchive::checkDepth() const { index_->checkDepth(); }
 
 // Limits and observers.
 

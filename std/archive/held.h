@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <ios>
+#include <limits>
 #include <memory>
 #include <unordered_map>
 #include <vector>
@@ -20,6 +21,7 @@ class qc_HeldTable {
  public:
   using Place = std::uint32_t;
   static constexpr Place kNone = ~Place{0};
+  static constexpr long kSettled = std::numeric_limits<long>::max();
 
   struct Entry {
     qcPersistent* object = nullptr;  // null once it is destroyed
@@ -33,6 +35,7 @@ class qc_HeldTable {
     bool lent = false;               // it was given as a plain pointer, to somebody who will destroy it
     bool dropped = false;            // all handles have let go of it while the load lasted
     std::int32_t height = -1;        // levels of objects below it, as stored or loaded last; -1 while it is under way
+    long low = kSettled;             // level of the outermost object under way that it depends on, kSettled for none
     std::streamoff read = 0;         // bytes that a reference to it had the archive read elsewhere
   };
   qc_HeldTable() = default;

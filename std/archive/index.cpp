@@ -22,6 +22,7 @@ namespace {
 
 constexpr std::int32_t kLastId = std::numeric_limits<std::int32_t>::max();
 constexpr std::streamoff kWideFrom = std::streamoff{1} << 31;
+constexpr std::streamoff kWaste = 16;    // times the length of the archive that may be read in vain
 constexpr std::size_t kShortName = 100;  // type names up to this length go out with their record in one piece
 
 // A place in a cache for what is known by its address.
@@ -77,11 +78,14 @@ class qc_ArchiveIndex::Level {
         around(std::exchange(index.innermost_, this)),
         index_(index),
         deeper_(index.depth_),
-        outer_(std::exchange(index.height_, 0)) {}
+        outer_(std::exchange(index.height_, 0)),
+        outerLow_(std::exchange(index.low_, qc_HeldTable::kSettled)) {}
   ~Level() {
     index_.innermost_ = around;
     index_.lastHeight_ = index_.height_;
     index_.height_ = std::max(outer_, index_.height_ + 1);
+    index_.lastLow_ = index_.low_;
+    index_.low_ = std::min(outerLow_, index_.low_);
   }
   Level(const Level&) = delete;
   Level& operator=(const Level&) = delete;
@@ -93,6 +97,26 @@ class qc_ArchiveIndex::Level {
   qc_ArchiveIndex& index_;
   Deeper deeper_;
   std::int32_t outer_;
+  long outerLow_;
+};
+
+// One object that a reference has led to.
+class qc_ArchiveIndex::Elsewhere {
+ public:
+  Elsewhere(qc_ArchiveIndex& index, const Root& object)
+      : root(object), depth(index.depth_), outer(std::exchange(index.elsewhere_, this)), index_(index) {
+    if (!outer) index.base_ = depth;
+  }
+  ~Elsewhere() { index_.elsewhere_ = outer; }
+  Elsewhere(const Elsewhere&) = delete;
+  Elsewhere& operator=(const Elsewhere&) = delete;
+
+  const Root root;
+  const long depth;
+  const Elsewhere* const outer;
+
+ private:
+  qc_ArchiveIndex& index_;
 };
 
 // Forgets what a failed store has entered: nobody could read references to it.
@@ -126,9 +150,11 @@ class qc_ArchiveIndex::StoreGuard {
 // Destroys what a failed load has made.
 class qc_ArchiveIndex::LoadGuard {
  public:
-  explicit LoadGuard(qc_ArchiveIndex& index) noexcept : index_(index), from_(index.made_.size()) {}
+  explicit LoadGuard(qc_ArchiveIndex& index) noexcept
+      : index_(index), from_(index.made_.size()), settledFrom_(index.settled_.size()) {}
   ~LoadGuard() {
-    if (!succeeded_) index_.undo(from_);
+    // What is being unwound to be begun anew keeps what is complete.
+    if (!succeeded_ && index_.wanted_.id == 0) index_.undo(from_, settledFrom_);
   }
   LoadGuard(const LoadGuard&) = delete;
   LoadGuard& operator=(const LoadGuard&) = delete;
@@ -136,7 +162,7 @@ class qc_ArchiveIndex::LoadGuard {
 
  private:
   qc_ArchiveIndex& index_;
-  std::size_t from_;
+  std::size_t from_, settledFrom_;
   bool succeeded_ = false;
 };
 
@@ -145,7 +171,7 @@ class qc_ArchiveIndex::CountGuard {
  public:
   explicit CountGuard(const Given& given) noexcept : given_(given) {}
   ~CountGuard() {
-    if (given_.rep && qcRepBase::refDec(given_.rep) == 0 && given_.shared) delete given_.object;
+    if (given_.rep && qcRepBase::refDec(given_.rep) == 0 && given_.shared) qcRepBase::dispose(given_.rep);
   }
   CountGuard(const CountGuard&) = delete;
   CountGuard& operator=(const CountGuard&) = delete;
@@ -330,18 +356,45 @@ void qc_ArchiveIndex::numberBehindData() {
 
 // Objects.
 
-// Throws when there is no room below the object under way for one that has `height` levels below it.
-void qc_ArchiveIndex::checkNesting(std::int32_t height) const {
+// Throws when there is no room for an object within the one under way.
+void qc_ArchiveIndex::checkNesting() const {
   const long limit = archive_.limits_.nesting;
-  if (depth_ + height >= limit) archive_.refuse(qcLoadContext::Limit::nesting, limit);
+  if (depth_ >= limit) archive_.refuse(qcLoadContext::Limit::nesting, limit);
+}
+
+void qc_ArchiveIndex::checkDepth() const {
+  const long limit = archive_.limits_.nesting;
+  if (height_ >= limit) archive_.refuse(qcLoadContext::Limit::nesting, limit);
+}
+
+namespace {
+
+// Leaves a load whose outermost object elsewhere is to be begun anew. No error: nobody is to handle it.
+struct Unwinding {};
+
+}  // namespace
+
+// Makes room for an object within the one under way. References can lead deeper than there is room; then an object
+// that one of them has led to is loaded before all others, and those that wait for it are begun anew. It is one in the
+// last quarter, so that each time a good many levels are done with.
+void qc_ArchiveIndex::checkRoom() {
+  if (wanted_.id != 0) throw Unwinding();  // somebody took it for an error
+  const long limit = archive_.limits_.nesting;
+  if (depth_ < limit) return;
+  const Elsewhere* chosen = elsewhere_;
+  const long lastQuarter = base_ + (limit - base_) / 4 * 3;
+  for (const Elsewhere* object = elsewhere_; object && object->outer; object = object->outer) {
+    if (waiting_.contains(object->root.id)) return checkNesting();  // it waits for what has led to it: a circle
+    if (object->depth >= lastQuarter) chosen = object;
+  }
+  if (!chosen || !chosen->outer) return checkNesting();
+  wanted_ = chosen->root;
+  throw Unwinding();
 }
 
 // The object under way refers to a known one of that height. A reference to an object that is itself under way closes a
 // circle and goes no deeper; the height that it had when it was stored before would grow with each round.
-void qc_ArchiveIndex::addLevels(std::int32_t height) {
-  checkNesting(height);
-  height_ = std::max(height_, height + 1);
-}
+void qc_ArchiveIndex::addLevels(std::int32_t height) { height_ = std::max(height_, height + 1); }
 
 void qc_ArchiveIndex::serializeObject(qcPersistent& object) {
   archive_.explained([&] {
@@ -394,7 +447,7 @@ void qc_ArchiveIndex::storeObject(qcPersistent& object, bool marked) {
 }
 
 void qc_ArchiveIndex::loadObject(qcPersistent& object) {
-  checkNesting();
+  checkRoom();
   countObject();
   const Level level(*this, object);
   try {
@@ -568,6 +621,7 @@ std::int32_t qc_ArchiveIndex::storeNew(qcPersistent& object, bool owned, unsigne
 
 qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool owned) try {
   const Entry inside(*this);
+  if (wanted_.id != 0) throw Unwinding();
   qc_Record record = readRecord();
   if (archive_.observer_) {
     qcArchiveRecord told = record.told();
@@ -592,9 +646,11 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
   if (!owned && record.id <= lastLoaded_ && giveKnown(record.id, cast, given)) {
     CountGuard count(given);
     addLevels(given.height);
+    if (elsewhere_ && given.low > base_) low_ = std::min(low_, given.low);
     if (record.kind == kInline) readScratch(record);
     const std::lock_guard guard(qc_HeldTable::lock());
     qc_HeldTable::Entry* entry = held_.findLoaded(record.id);
+    if (entry && elsewhere_ && !cast && entry->low == qc_HeldTable::kSettled) lent_.push_back(entry->place);
     if (entry) (cast ? entry->given : entry->lent) = true;
     cast ? count.keep() : count.lend();
   } else {
@@ -675,7 +731,7 @@ bool qc_ArchiveIndex::giveKnown(std::int32_t id, qc_PointerCast cast, Given& giv
     const qc_HeldTable::Entry* entry = held_.findLoaded(id);
     if (!entry) return false;
     const bool shared = entry->given && !entry->lent;
-    given = {entry->object, entry->object, entry->rep, shared, entry->height};
+    given = {entry->object, entry->object, entry->rep, shared, entry->height, entry->low};
     // The last handle may be let go of on another thread at this moment.
     if (shared && given.rep && !qcRepBase::refIncIfOwned(given.rep)) return false;
     if (!shared && given.rep) qcRepBase::refInc(given.rep);
@@ -694,13 +750,15 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::makeObject(std::int32_t id, qc_PointerCa
   if (!fresh) throw std::bad_alloc();
   const Given given = castObject(fresh.get(), cast);
   if (!given.typed) throw wrongClass(*fresh);
-  if (made_.size() == made_.capacity()) {
-    const std::size_t larger = made_.size() * 2 + 16;
+  if (const std::size_t size = made_.size() + settled_.size(); size >= made_.capacity()) {
+    const std::size_t larger = size * 2 + 16;
     counts_.reserve(larger);
+    settled_.reserve(larger);
     made_.reserve(larger);
   }
   const std::lock_guard guard(qc_HeldTable::lock());
   made_.push_back(held_.enterMade(given.object, given.rep, id, cast != nullptr));
+  if (elsewhere_) held_[made_.back()].low = depth_ + 1;
   counts_.push_back({given.rep, false});
   if (given.rep) qcRepBase::refInc(given.rep);
   lastLoaded_ = std::max(lastLoaded_, id);
@@ -722,14 +780,25 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const qc_Record& record, qc_P
     positions_[record.id] = record.at;
     if (entry.object) held_.markStored(entry, record.id);
   }
+  lastMade_ = made_[place];
+  if (!elsewhere_ || wanted_.id != 0) return given;
+  // A plain pointer or an owner may take the object along when it goes; so it goes with the one around it.
+  const long low = owned || !cast ? std::min(lastLow_, depth_) : lastLow_;
+  if (low > depth_ || low <= base_) {
+    settle(place);
+  } else {
+    entry.low = low;
+    low_ = std::min(low_, low);
+  }
   return given;
 }
 
+qcArchive::NotFound qc_ArchiveIndex::missing(std::int32_t id, int line) const {
+  return archive_.located(qcArchive::NotFound(kIndexSource, line), "object " + std::to_string(id));
+}
+
 qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const qc_Record& record, qc_PointerCast cast, bool owned) {
-  const auto missing = [&](int line) {
-    return archive_.located(qcArchive::NotFound(kIndexSource, line), "object " + std::to_string(record.id));
-  };
-  if (!archive_.seekable_) throw missing(kNotInArchiveLine);
+  if (!archive_.seekable_) throw missing(record.id, kNotInArchiveLine);
   auto position = static_cast<std::streamoff>(record.position);
   if (const qc_Record* object = chain_.object(record.id)) {
     position = object->at;
@@ -737,23 +806,102 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const qc_Record& record, q
     position = found->second;
   }
   const std::streamoff here = archive_.offset();
-  if (position <= 0 || position >= archive_.endOffset()) throw missing(kNotInIndexLine);
-  charge(here, position);
-  const std::streamoff chargedBefore = charged_, attributedBefore = attributed_;
-  archive_.seekTo(position);
+  if (position <= 0 || position >= archive_.endOffset()) throw missing(record.id, kNotInIndexLine);
   const qcArchive::Hush hush(archive_);  // it is told of where it lies
+  const Root root{record.id, position};
+  const Given given = elsewhere_ ? loadAt(root, cast, owned) : loadFrom(root, cast, owned);
+  archive_.seekTo(here);
+  chargedFrom_ = here;
+  return given;
+}
+
+// Loads the object that a record is about.
+qc_ArchiveIndex::Given qc_ArchiveIndex::loadAt(const Root& root, qc_PointerCast cast, bool owned) {
+  charge(archive_.offset(), root.position);
+  const std::streamoff chargedBefore = charged_, attributedBefore = attributed_;
+  archive_.seekTo(root.position);
   qc_Record target = readRecord();
   if (target.is(kObject)) target = inlineOf(target);
-  if (target.id != record.id || target.kind != kInline) throw missing(kNotInIndexLine);
-  const std::size_t place = made_.size();
+  if (target.id != root.id || target.kind != kInline) throw missing(root.id, kNotInIndexLine);
+  std::optional<Elsewhere> here;
+  if (!owned || !elsewhere_) here.emplace(*this, root);  // nobody else could be given one that has an owner
   const Given given = loadInline(target, cast, owned);
-  charge(archive_.offset(), here);
-  archive_.seekTo(here);
+  const qc_HeldTable::Place place = lastMade_;
+  charge(archive_.offset(), archive_.offset());
   const std::streamoff own = (charged_ - chargedBefore) - (attributed_ - attributedBefore);
   attributed_ += own;
   const std::lock_guard guard(qc_HeldTable::lock());
-  if (qc_HeldTable::Entry& entry = held_[made_[place]]; entry.object) held_.charge(entry, own);
+  if (qc_HeldTable::Entry& entry = held_[place]; entry.object) held_.charge(entry, own);
   return given;
+}
+
+// Loads the outermost object that a reference leads to. When those that it leads to in turn go too deep, one of them is
+// loaded first, by itself, and so on; then those that wait for it are begun anew. Of what the attempt before has
+// loaded, all stays that is complete and refers to nothing incomplete.
+qc_ArchiveIndex::Given qc_ArchiveIndex::loadFrom(Root root, qc_PointerCast cast, bool owned) {
+  const qc_PointerCast anyClass = [](qcPersistent* object, const qcRepBase*& count) -> void* {
+    count = dynamic_cast<const qcRepBase*>(object);
+    return object;
+  };
+  std::vector<Root> waiting;
+  waiting_.clear();
+  charge(archive_.offset(), archive_.offset());
+  const std::size_t made = made_.size();
+  const std::int32_t height = height_;
+  const long low = low_;
+  const std::streamoff charged = charged_, attributed = attributed_;
+  const auto chargedToObjects = [this] {
+    const std::lock_guard guard(qc_HeldTable::lock());
+    return held_.charged();
+  };
+  const std::streamoff chargedBefore = chargedToObjects();
+  std::streamoff wasted = 0;
+  for (;;) {
+    const bool isFirst = waiting.empty();
+    lent_.clear();
+    Given given;
+    try {
+      // Loading another one may have brought it along.
+      if ((isFirst && owned) || !giveKnown(root.id, isFirst ? cast : anyClass, given)) {
+        given = loadAt(root, isFirst ? cast : anyClass, isFirst && owned);
+      } else {
+        if (given.rep) qcRepBase::refDec(given.rep);  // the load under way has a count, too
+        addLevels(given.height);
+        const std::lock_guard guard(qc_HeldTable::lock());
+        if (qc_HeldTable::Entry* entry = held_.findLoaded(root.id); entry && !cast) entry->lent = isFirst;
+      }
+    } catch (...) {
+      if (wanted_.id == 0) throw;
+    }
+    if (wanted_.id == 0) {
+      if (isFirst) return given;
+      root = waiting.back();
+      waiting.pop_back();
+      waiting_.erase(root.id);
+      continue;
+    }
+    const Root wanted = std::exchange(wanted_, {});
+    undo(made, settled_.size());
+    height_ = height;
+    low_ = low;
+    // What complete objects took stays counted; what was in vain has a bound of its own, which only the most unlikely
+    // graphs can reach: wide where they are deepest.
+    const std::streamoff kept = chargedToObjects() - chargedBefore;
+    wasted += charged_ - charged - kept;
+    charged_ = charged + kept;
+    attributed_ = attributed + kept;
+    chargedFrom_ = archive_.offset();
+    bool isLost = wasted / kWaste > archive_.endOffset();
+    // An object that was lent may have gone with its owner, whoever else refers to it.
+    for (const qc_HeldTable::Place place : lent_) {
+      const std::lock_guard guard(qc_HeldTable::lock());
+      isLost = isLost || !held_[place].object;
+    }
+    if (isLost) archive_.refuse(qcLoadContext::Limit::nesting, archive_.limits_.nesting);
+    if (!isFirst || !owned) waiting_.insert(root.id);  // nobody else can refer to one that has an owner
+    waiting.push_back(root);
+    root = wanted;
+  }
 }
 
 // Counts what was read up to `position`; reading goes on at `next`. Records of one archive do not overlap, so that what
@@ -781,8 +929,23 @@ qc_HeldTable::Entry qc_ArchiveIndex::madeEntry(std::size_t i) noexcept {
   return held_[made_[i]];
 }
 
-// Destroys everything made from `from` on, each object once, whoever refers to it.
-void qc_ArchiveIndex::undo(std::size_t from) noexcept {
+// What was made from `from` on depends on nothing before it. Wants the lock taken.
+void qc_ArchiveIndex::settle(std::size_t from) noexcept {
+  for (std::size_t i = from; i < made_.size(); ++i) {
+    held_[made_[i]].low = qc_HeldTable::kSettled;
+    settled_.push_back(made_[i]);
+  }
+  made_.resize(from);
+  counts_.resize(from);
+}
+
+// Destroys everything made from `from` on and settled from `settledFrom` on, each object once, whoever refers to it.
+void qc_ArchiveIndex::undo(std::size_t from, std::size_t settledFrom) noexcept {
+  for (std::size_t i = settledFrom; i < settled_.size(); ++i) {
+    made_.push_back(settled_[i]);
+    counts_.push_back({madeEntry(made_.size() - 1).rep, false});
+  }
+  settled_.resize(settledFrom);
   if (made_.size() == from) return;
   {
     qc_LoadUndo undoing(std::span<qc_LoadUndo::Count>(counts_).subspan(from));
@@ -809,11 +972,13 @@ void qc_ArchiveIndex::undo(std::size_t from) noexcept {
 // The load has succeeded: its objects belong to those who refer to them. An object that handles were given, and that
 // all of them let go of while the load lasted, goes now.
 void qc_ArchiveIndex::commit() noexcept {
+  made_.insert(made_.end(), settled_.begin(), settled_.end());  // there is room
+  settled_.clear();
   bool dropped = false;
   std::unique_lock guard(qc_HeldTable::lock());
   for (const qc_HeldTable::Place place : made_) {
     qc_HeldTable::Entry& entry = held_[place];
-    if (!entry.object || !entry.rep || qcRepBase::refDec(entry.rep) != 0) continue;
+    if (!entry.object || (entry.rep && qcRepBase::refDec(entry.rep) != 0)) continue;
     entry.dropped = entry.given && !entry.lent && entry.loaded != 0;
     dropped = dropped || entry.dropped;
   }

@@ -9,6 +9,7 @@
 #include <string>
 #include <typeinfo>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "std/archive/chain.h"
@@ -39,11 +40,15 @@ class qc_ArchiveIndex {
     const qcRepBase* rep = nullptr;
     bool shared = false;      // only handles had it before: the last one to let go destroys it
     std::int32_t height = 0;  // of an object that was known before
+    long low = qc_HeldTable::kSettled;
   };
   /// A null `cast` accepts every class. Only what is not owned can be referred to, and then a `cast` takes a count.
   Given loadPointer(qc_PointerCast cast, bool owned = false);
 
   bool isStillLoading(const qcPersistent* object) noexcept;
+
+  /// Throws when the object under way has too many levels of objects below it.
+  void checkDepth() const;
 
   /// Makes the identifiers go on behind those that are in the data; for archives that turn from loading to storing.
   void numberBehindData();
@@ -78,6 +83,13 @@ class qc_ArchiveIndex {
   class StoreGuard;
   class LoadGuard;
   class CountGuard;
+  class Elsewhere;
+
+  /// An object that is stored elsewhere.
+  struct Root {
+    std::int32_t id = 0;
+    std::streamoff position = 0;
+  };
 
   /// How objects of a class are cast to what a kind of handle wants; the same for all of them.
   struct Cast {
@@ -103,7 +115,8 @@ class qc_ArchiveIndex {
   void patchSize(std::streamoff field, std::streamoff bodyStart, bool wide, int line);
   void skipTo(std::streamoff bodyStart, qcUInt64 size, int line);
 
-  void checkNesting(std::int32_t height = 0) const;
+  void checkNesting() const;
+  void checkRoom();
   void addLevels(std::int32_t height);
   std::int32_t storeNew(qcPersistent& object, bool owned, unsigned char kind);
   void storeObject(qcPersistent& object, bool marked);
@@ -113,6 +126,9 @@ class qc_ArchiveIndex {
   static qc_Record inlineOf(const qc_Record& object);
   Given loadInline(const qc_Record& record, qc_PointerCast cast, bool owned);
   Given loadElsewhere(const qc_Record& record, qc_PointerCast cast, bool owned);
+  Given loadFrom(Root root, qc_PointerCast cast, bool owned);
+  Given loadAt(const Root& root, qc_PointerCast cast, bool owned);
+  qcArchive::NotFound missing(std::int32_t id, int line) const;
   bool giveKnown(std::int32_t id, qc_PointerCast cast, Given& given);
   void readScratch(const qc_Record& record);
   Given makeObject(std::int32_t id, qc_PointerCast cast);
@@ -121,21 +137,24 @@ class qc_ArchiveIndex {
   void charge(std::streamoff position, std::streamoff next);
 
   qc_HeldTable::Entry madeEntry(std::size_t i) noexcept;
-  void undo(std::size_t from) noexcept;
+  void settle(std::size_t from) noexcept;
+  void undo(std::size_t from, std::size_t settledFrom) noexcept;
   void commit() noexcept;
   const qc_RegistryEntry& entryOf(const qcPersistent& object);
 
   qcArchive& archive_;
   bool wideSizes_ = false;
   std::int32_t nextId_ = 1;
-  bool numbered_;                     // nextId_ lies behind all identifiers in the data
-  std::int32_t lastLoaded_ = 0;       // the largest identifier that was loaded
-  long entered_ = 0;                  // operations of this archive under way
-  long depth_ = 0;                    // objects among them
-  long pointers_ = 0;                 // pointers being loaded among them
-  const Level* innermost_ = nullptr;  // of these objects
-  std::int32_t height_ = 0;           // levels of objects below the innermost of these objects, so far
-  std::int32_t lastHeight_ = 0;       // and below the object that was finished last
+  bool numbered_;                          // nextId_ lies behind all identifiers in the data
+  std::int32_t lastLoaded_ = 0;            // the largest identifier that was loaded
+  long entered_ = 0;                       // operations of this archive under way
+  long depth_ = 0;                         // objects among them
+  long pointers_ = 0;                      // pointers being loaded among them
+  const Level* innermost_ = nullptr;       // of these objects
+  std::int32_t height_ = 0;                // levels of objects below the innermost of these objects, so far
+  std::int32_t lastHeight_ = 0;            // and below the object that was finished last
+  long low_ = qc_HeldTable::kSettled;      // level of the outermost object that the innermost depends on, so far
+  long lastLow_ = qc_HeldTable::kSettled;  // and that the object that was finished last depends on
 
   qc_RecordChain chain_;  // of a seekable archive
   qc_HeldTable held_;
@@ -146,6 +165,16 @@ class qc_ArchiveIndex {
   std::vector<qc_HeldTable::Place> stored_;
   std::vector<qc_HeldTable::Place> made_;
   std::vector<qc_LoadUndo::Count> counts_;
+
+  // Objects stored elsewhere that are being loaded, the innermost first. Those that nothing below the outermost of them
+  // refers to and that is still under way move from made_ to settled_, and stay when it is begun anew.
+  const Elsewhere* elsewhere_ = nullptr;
+  long base_ = 0;  // level above the outermost of them
+  std::vector<qc_HeldTable::Place> settled_;
+  std::vector<qc_HeldTable::Place> lent_;     // of these, those that were given as plain pointers since it was begun
+  qc_HeldTable::Place lastMade_ = 0;          // the place of the object that was finished last
+  std::unordered_set<std::int32_t> waiting_;  // what is to be begun anew
+  Root wanted_;                               // to be loaded before all that is being unwound
 
   // What was read for the objects that live and by the load under way, and from where on it reads; bounds what records
   // that overlap can cost. Of what the load has read, attributed_ counts for objects that references led to.

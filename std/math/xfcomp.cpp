@@ -180,10 +180,12 @@ void qc2XformComposed::serialize_(qcArchive& archive, unsigned char version) {
   if (archive.isStoring()) {
     checkArchivable();
     archive || members_;
+    archive.checkDepth();
     return;
   }
   Members members;
   archive || members;
+  archive.checkDepth();
   if (size(members) > kMaxArchived) {
     throw archive.located(qcArchive::BadContent(kSource, kSizeLine), "transforms that are not too many");
   }

@@ -397,11 +397,13 @@ void qcMappedShape::serialize_(qcArchive& archive, unsigned char version) {
   qcShape::dispatchSerialize(archive);
   if (archive.isStoring()) {
     archive || shape_ || xform_;
+    archive.checkDepth();
     return;
   }
   Held shape;
   Xform xform;
   archive || shape || xform;
+  archive.checkDepth();
   const bool isOwn = !shape.isNull() && (archive.isStillLoading(shape.rep()) || qc_shapes::holds(*shape, *this));
   if (xform.isNull() || isOwn) throw qcArchive::BadContent(kSource, kLine);
   shape_ = shape;

@@ -533,10 +533,12 @@ void qcShapeTree::serialize_(qcArchive& archive, unsigned char version) {
   if (archive.isStoring()) {
     checkArchivable();
     archive || children_;
+    archive.checkDepth();
     return;
   }
   std::vector<Child> loaded;
   archive || loaded;
+  archive.checkDepth();
   for (const Child& child : loaded) checkLoaded_(archive, child);
   children_.swap(loaded);
   if (recount_() > kMaxArchived) throw qcArchive::BadContent(kSource, kContentLine);

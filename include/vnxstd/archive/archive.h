@@ -363,6 +363,10 @@ class VNXSTD_EXPORT qcArchive {
   /// Whether `object` is being loaded by this archive at this moment. A reference to such an object closes a circle;
   /// classes whose members must form a tree or a chain refuse it, after loading a member, with BadContent.
   bool isStillLoading(const qcPersistent* object) const noexcept;
+  /// For classes whose functions call themselves along their members, to be called behind these: throws BadContent when
+  /// more levels of objects than limits().nesting, or as many, lie below the object that is being stored or loaded,
+  /// within it or by references.
+  void checkDepth() const;
 
   /// For operators and classes that find what they have read wrong: gives `error` the place where this archive reads,
   /// the objects that are being loaded, and what was expected and found there, in a few words. It does nothing to an

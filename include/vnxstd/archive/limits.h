@@ -22,8 +22,11 @@ struct qcArchiveLimits {
   /// Bytes that are read in all, those that are read twice and those skipped within objects included. Numbers take a
   /// little longer to read where there is such a limit.
   qcInt64 bytes = kUnlimited;
-  /// How deep objects may nest, within each other or by references, when loading and when storing: as deep go their
-  /// destructors. What is below 1 counts as 1.
+  /// How deep objects may nest within each other, when loading and when storing. What is below 1 counts as 1. Chains of
+  /// references to objects that lie elsewhere in a seekable archive, or that came before, may be longer: where there is
+  /// no room for another object, those further down are loaded first and those above are begun anew, which has most of
+  /// them loaded twice or three times (and counted as often by the other limits). Circles of objects elsewhere have no
+  /// more room than what is nested. Some classes have to limit the length of chains, too (qcArchive::checkDepth).
   long nesting = 512;
   /// Objects that are loaded or skipped, by pointer or by value.
   qcInt64 objects = kUnlimited;
