@@ -284,6 +284,8 @@ TEST(Lines, AreCutLikeLongSegments) {
       EXPECT_EQ(parts(*clipped).size(), parts(*cut).size());
     }
   }
+  const qcPolyline square({{495, 0}, {505, 0}, {505, 10}, {495, 10}}, true);
+  for (const double far : {1e17, 1e20, 1e300}) EXPECT_EQ(length(*qcLine({1, 0}, {far, 5}).clip(square, true)), 10);
 }
 
 TEST(Segments, InsideARectangleUpToItsSidesStayAsTheyAre) {
@@ -344,6 +346,9 @@ TEST(CrossingBoundaries, AreClippedWhereTheyWind) {
     const qcPolyline a(points[0], true), b(points[1], true);
     const Shape shape = !curved ? a.clone() : seed % 4 == 0 ? nestedStars(r, 1) : bulged(r, a);
     const Shape both = shape->clip(b, false);
+    for (const qcShape* part : parts(*both)) {
+      ASSERT_TRUE(area(*part) < kNear || part->isRightHanded() == shape->isRightHanded());
+    }
     for (int i = 0; i < 20; ++i) {
       const V p = r.point(6);
       if (distance(*shape, p) < kNear || distance(b, p) < kNear) continue;

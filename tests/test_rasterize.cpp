@@ -310,6 +310,7 @@ TEST(RasterizeTest, HugeContoursAreDrawnWhereTheyAre) {
                              qcContourTree::Child(new qcPolyline({{-3 * r, 2 * r}, {3 * r, -2 * r}}, false))},
                             false);
     expectStroke(tree, fromLine);
+    expectStroke(qcMappedShape(tree.clone(), qc2XformLinear(), false), fromLine);
     // Half a disc of which only the straight side is near.
     const qcEllipseArc2 arc(qcEllipse2({0, 0}, qcRadian(0), {r, r}, true, qcRadian(0)), qcDegree(90), qcDegree(180));
     const qcContourTree left({qcContourTree::Child(new qcLineSeg({0, -r}, {0, r})), arc.clone()}, true, false);

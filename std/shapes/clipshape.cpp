@@ -287,9 +287,9 @@ class RegionBuilder {
     for (ClipPath& path : paths) {
       if (path.empty()) continue;
       const double area = builder_.area(path);
-      // That of a path that crosses itself may add up to nothing.
+      // That of a path that crosses itself, with four edges at least, may add up to nothing.
       const bool nothing = !(std::fabs(area) > 0) || (area < 0 && isNoise(path, area));
-      if (nothing && !crossed()) continue;
+      if (nothing && (path.size() < 4 || !crossed())) continue;
       ClipBox box = boundaries.outline.boxOf(path.front());
       for (const ClipBit& bit : path) box.add(boundaries.outline.boxOf(bit));
       loops_.push_back({std::move(path), area, box, -1, {}});
@@ -300,6 +300,7 @@ class RegionBuilder {
 
   // Parts of a boundary that crosses itself, or was cut by one, can only be told together what they wind around.
   Handle build() {
+    turnToLeft();
     if (loops_.size() > 1 && crossed()) return bridged();
     const bool holes = std::any_of(loops_.begin(), loops_.end(), [](const Loop& loop) { return loop.area < 0; });
     if (holes && !nest()) return bridged();
@@ -340,6 +341,17 @@ class RegionBuilder {
   bool crossed() {
     if (!crossed_) crossed_ = crossesItself(boundaries_.outline) || crossesItself(polygon_);
     return *crossed_;
+  }
+
+  // What is wound around to the right is inside, too, and may be most of what is left where something crosses itself.
+  void turnToLeft() {
+    double area = 0;
+    for (const Loop& loop : loops_) area += loop.area;
+    if (!(area < 0)) return;
+    for (Loop& loop : loops_) {
+      loop.path = reversed(std::move(loop.path));
+      loop.area = -loop.area;
+    }
   }
 
   // Only a region with holes, or one that crosses itself, has paths to the right, but for rounding.
@@ -392,12 +404,12 @@ class RegionBuilder {
     return builder_.contour(handed(loop.path), true);
   }
 
-  ClipPath handed(ClipPath path) const {
-    if (!leftHanded_) return path;
+  static ClipPath reversed(ClipPath path) {
     for (ClipBit& bit : path) bit.reverse();
     std::reverse(path.begin(), path.end());
     return path;
   }
+  ClipPath handed(ClipPath path) const { return leftHanded_ ? reversed(std::move(path)) : path; }
 
   // One contour through all paths, there and back again between them: it winds like all of them together.
   Handle bridged() const {
@@ -438,7 +450,9 @@ Handle acrossPolygon(const qcShape& shape, const qcPolyline& polygon) {
   const auto* line = dynamic_cast<const qcLine*>(&shape);
   const qcLine whole = line ? *line : static_cast<const qcFLine&>(shape).line();
   const V along = normalized(whole.dir());
-  const V middle = qcLine(along, whole.pos()).proj(polygon.center());
+  // The first foot is as coarse as the digits of a point that is far away.
+  const V foot = qcLine(along, whole.pos()).proj(polygon.center());
+  const V middle = qcLine(along, foot).proj(polygon.center());
   const double reach = polygon.boundingBox().perimeter();
   return new qcLineSeg(middle - reach * along, middle + reach * along);
 }

@@ -17,6 +17,16 @@
 
 namespace qc_shapes {
 
+namespace {
+
+// Null for other shapes.
+const qcMappedShape* linearlyMapped(const qcShape& shape) {
+  const auto* mapped = dynamic_cast<const qcMappedShape*>(&shape);
+  return mapped && mapped->overallMapXform()->isLinear() ? mapped : nullptr;
+}
+
+}  // namespace
+
 RasterChains::RasterChains(const qcPelRect& window, double margin, const qcShape::qcSampleParams& params)
     : params_(params), near_{{HUGE_VAL, HUGE_VAL}, {-HUGE_VAL, -HUGE_VAL}} {
   if (!window.isNull()) {
@@ -40,6 +50,7 @@ bool RasterChains::misses(const qcShape& shape) const {
 
 std::vector<RasterChain> RasterChains::of(const qcShape& shape) {
   chains_.clear();
+  std::vector<qcMappedShape::Held> images;
   std::vector<const qcShape*> waiting{&shape};
   while (!waiting.empty()) {
     const qcShape& next = *waiting.back();
@@ -48,6 +59,9 @@ std::vector<RasterChain> RasterChains::of(const qcShape& shape) {
     if (tree && !dynamic_cast<const qcContourTree*>(tree)) {
       const std::vector<const qcShape*> elements = tree->elements_();
       waiting.insert(waiting.end(), elements.begin(), elements.end());
+    } else if (const auto* mapped = linearlyMapped(next)) {
+      images.push_back(mapped->explicitShape());
+      waiting.push_back(images.back().rep());
     } else if (!misses(next)) {
       chains_.push_back({{}, !next.isOpenContour()});
       add(next, true);
@@ -89,8 +103,7 @@ void RasterChains::add(const qcShape& shape, bool alone) {
     const auto* arc = dynamic_cast<const qcEllipseArc2*>(primitive.rep());
     return arc ? addArc(*arc) : add(*primitive, alone);
   }
-  const auto* mapped = dynamic_cast<const qcMappedShape*>(&shape);
-  if (mapped && mapped->overallMapXform()->isLinear()) return add(*mapped->explicitShape(), alone);
+  if (const auto* mapped = linearlyMapped(shape)) return add(*mapped->explicitShape(), alone);
   addSamples(shape, alone);
 }
 
