@@ -1,6 +1,5 @@
 // Objects that refer to each other in long chains: destroyed, stored and loaded on a small stack.
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <atomic>
 #include <functional>
@@ -8,6 +7,7 @@
 #include <thread>
 #include <unordered_map>
 
+#include "support/smallstack.h"
 #include "vnxstd/archive/memory.h"
 #include "vnxstd/archive/pool.h"
 
@@ -120,20 +120,8 @@ void expectSame(const Station* a, const Station* b) {
   }
 }
 
-void onSmallStack(std::function<void()> run) {
-  pthread_attr_t small;
-  pthread_t thread;
-  ASSERT_EQ(pthread_attr_init(&small), 0);
-  ASSERT_EQ(pthread_attr_setstacksize(&small, kStack), 0);
-  const auto start = [](void* what) -> void* { return (*static_cast<std::function<void()>*>(what))(), nullptr; };
-  ASSERT_EQ(pthread_create(&thread, &small, start, &run), 0);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&small);
-  EXPECT_EQ(alive, 0);
-}
-
 TEST(Chains, OfAMillionAreStoredLoadedAndDestroyedOnASmallStack) {
-  onSmallStack([] {
+  onStackOf(kStack, [] {
     Stations all = line(kMany);
     Stored archive(storedOf(all));
     archive.seek(archive.findObject(kMany));
@@ -143,6 +131,7 @@ TEST(Chains, OfAMillionAreStoredLoadedAndDestroyedOnASmallStack) {
     expectSame(all.back().rep(), top.rep());
     all.erase(all.begin(), all.end() - 1);
   });
+  EXPECT_EQ(alive, 0);
 }
 
 // Whoever lets go outermost finds all gone, also when destructors make chains and let go of them, and two threads.

@@ -1,10 +1,10 @@
 // Trees of shapes beyond the laws of test_allshapes.
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include "support/archived.h"
 #include "support/randomshapes.h"
+#include "support/smallstack.h"
 #include "vnxstd/math/xfpoly.h"
 
 namespace {
@@ -424,7 +424,7 @@ TEST(Trees, GrowNoFurtherThanTheyCanBeWalked) {
 // ---- depth
 
 /// Everything that walks a tree, on a stack that its levels would overflow if they were called one from the other.
-void* walkDeepTrees(void*) {
+void walkDeepTrees() {
   constexpr long kLevels = 10000;
   Child general(new qcLineSeg({0, 0}, {1, 0})), contour = general, regions;
   for (long i = 0; i < kLevels; ++i) {
@@ -457,17 +457,10 @@ void* walkDeepTrees(void*) {
   EXPECT_EQ(contour->tangentRotation().plain(), 0);
   EXPECT_EQ(contour->endPoint(), V(1, 0));
   EXPECT_EQ(dynamic_cast<const qcGeneralShapeTree&>(*general).connect()->numChildren(), 1);
-  return nullptr;
 }
 
 TEST(Trees, OfAnyDepthNeedNoStack) {
-  pthread_attr_t small;
-  pthread_t thread;
-  ASSERT_EQ(pthread_attr_init(&small), 0);
-  ASSERT_EQ(pthread_attr_setstacksize(&small, 1U << 18U), 0);
-  ASSERT_EQ(pthread_create(&thread, &small, walkDeepTrees, nullptr), 0);
-  ASSERT_EQ(pthread_join(thread, nullptr), 0);
-  pthread_attr_destroy(&small);
+  onStackOf(1U << 18U, walkDeepTrees);
   Child deep(new qcGeneralShapeTree);
   for (int i = 0; i < 600; ++i) deep = new qcGeneralShapeTree({deep}, false);
   EXPECT_THROW(archived(kBig, false, deep), qcArchive::BadContent);
