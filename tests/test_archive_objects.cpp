@@ -798,41 +798,4 @@ TEST(SeekableArchives, AReferenceLeadsOnlyToItsObject) {
   }
 }
 
-// Threads.
-
-TEST(Threads, ShareObjectsAndLetGoOfThemWhileOthersArchive) {
-  constexpr int kThreads = 4, kRounds = 60;
-  const NodeHandle shared(new Node);  // nobody changes it
-  std::vector<std::thread> threads;
-  std::atomic<int> failures{0};
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&shared, &failures] {
-      for (int round = 0; round < kRounds; ++round) {
-        qcMemoryArchive archive(kLittle, round % 2 != 0);
-        const qcPtrHandle<Node> mine = shared;
-        archive << mine << mine;
-        auto in = std::make_unique<BytesArchive>(bytesOf(archive), round % 2);
-        NodeHandle first, second;
-        **in || first;
-        // Another thread drops the last handle while this one looks the object up again.
-        std::thread other([dropped = std::move(first)]() mutable { dropped.release(); });
-        try {
-          **in || second;
-          if (!second || second->edges.size() != shared->edges.size()) ++failures;
-        } catch (const qcArchive::NotFound&) {
-          if (round % 2 != 0) ++failures;
-        }
-        other.join();
-        // Or while the archive that holds it goes.
-        std::thread last([dropped = std::move(second)]() mutable { dropped.release(); });
-        in.reset();
-        last.join();
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(failures, 0);
-  EXPECT_EQ(shared->refc(), 1);
-}
-
 }  // namespace
