@@ -9,7 +9,6 @@
 #include <sstream>
 #include <tuple>
 
-#include "support/allocations.h"
 #include "support/bytes.h"
 #include "vnxstd/dib/dib.h"
 #include "vnxstd/pelbuf/rootpool.h"
@@ -309,43 +308,6 @@ TEST(Bitmaps, DamagedHeadersAreRefused) {
     EXPECT_EQ(failureOf(dib, Bytes(good.begin(), good.begin() + static_cast<long>(size))),
               L"qcDIB::ReadError: Read pixel data failed")
         << size;
-}
-
-TEST(Bitmaps, RandomDamageNeverTakesMuchMemory) {
-  std::mt19937 random(17);
-  const std::vector<Layout> all = layouts();
-  int read = 0;
-  for (int round = 0; round < 20000; ++round) {
-    Bytes file = randomBitmap(all[random() % all.size()], random).file;
-    for (unsigned hits = random() % 4 + 1; hits > 0; --hits)
-      file[random() % std::min<std::size_t>(file.size(), 70)] = static_cast<unsigned char>(random());
-    qcDIB dib;
-    PeakAllocation peak;
-    if (failureOf(dib, file).empty()) {
-      ++read;
-      ASSERT_LE(dib.rowBytes() * dib.height(), static_cast<long>(file.size()));
-    }
-    ASSERT_LT(peak.bytes(), 4 * file.size() + (1U << 16));
-  }
-  EXPECT_GT(read, 1000);
-}
-
-TEST(Bitmaps, FailedAllocationsLeaveTheBitmapAsItWas) {
-  std::mt19937 random(23);
-  const Bytes file = randomBitmap({40, 8, false, false, 0, 9, 3}, random).file;
-  const qcPelBuffer<unsigned char> buffer(50, 40);
-  qcDIB before, other;
-  before.init(qcPelBuffer<qcPackedRGB32Pel>(20, 30));
-  other.init(buffer);
-  const std::function<void(qcDIB&)> changes[] = {[&](qcDIB& dib) { dib.init(file.data(), file.size(), true); },
-                                                 [&](qcDIB& dib) { dib.init(buffer); },
-                                                 [&](qcDIB& dib) { dib = other; }};
-  for (const auto& change : changes) {
-    qcDIB dib = before;
-    const auto look = [&] { EXPECT_TRUE(dib.pixels() == before.pixels() && dib.rowBytes() == before.rowBytes()); };
-    EXPECT_GT(failAllocations([&] { change(dib); }, look), 0);
-    EXPECT_TRUE(dib.pixels() != before.pixels() && dib.rowBytes() != before.rowBytes());
-  }
 }
 
 TEST(Bitmaps, FailingMedia) {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "std/shapes/winding.h"
-#include "support/allocations.h"
 #include "support/randomshapes.h"
 #include "vnxstd/math/rigid.h"
 #include "vnxstd/pelspan/pelspan.h"
@@ -119,23 +118,6 @@ TEST(Polylines, RefuseWhatTheyHaveTooFewVerticesFor) {
                                            [&] { empty.nearestPoints(open, moments, moments); },
                                            [&] { open.nearestPoints(empty, moments, moments); }};
   for (const auto& call : refused) EXPECT_THROW(call(), qcShapesError::EmptyShape) << &call - refused;
-}
-
-TEST(Polylines, StayAsTheyAreWhenMemoryRunsOut) {
-  const qcPolyline before({{0, 0}, {4, 0}, {4, 4}}, false);
-  const Points many(100, V(1, 1));
-  void (*const edits[])(qcPolyline&, const Points&) = {
-      [](qcPolyline& line, const Points& p) { line.vertices(p); },
-      [](qcPolyline& line, const Points& p) { line.addVertices(p); },
-      [](qcPolyline& line, const Points& p) { line.insertVertices(1, p); },
-      [](qcPolyline& line, const Points& p) { line.addVertex(p[0]); },
-      [](qcPolyline& line, const Points& p) { line.insertVertex(0, p[0]); },
-      [](qcPolyline& line, const Points&) { line.reserve(100); }};
-  for (const auto& edit : edits) {
-    qcPolyline line = before;  // without room to spare
-    const auto look = [&] { EXPECT_EQ(line, before) << &edit - edits; };
-    EXPECT_GT(failAllocations([&] { edit(line, many); }, look), 0) << &edit - edits;
-  }
 }
 
 // ---- winding
