@@ -321,6 +321,39 @@ TEST(Index, AnInterruptedChangeHasHappenedOrNot) {
   EXPECT_EQ(state, 3U);
 }
 
+TEST(Index, KeepsNothingOfATransactionThatIsNotCommitted) {
+  qcMemoryArchive out(kLittle, true);
+  const ItemHandle item(new Item(5));
+  out.writeNewMark(1);
+  {
+    qcArchive::Transaction transaction(out);
+    out << item;
+    out.replaceMark(1);
+    out.seek(out.findMark(1));
+    EXPECT_THROW(out.renumberMark(2), qcArchive::BadBuffer);
+    EXPECT_THROW(out.removeMark(), qcArchive::BadBuffer);
+  }
+  {
+    qcArchive::Transaction transaction(out);
+    for (int i = 0; i < 2; ++i) transaction.commit();
+    out.writeNewMark(2);  // by itself again
+  }
+  // What was cut off or removed is stored once more.
+  for (int i = 0; i < 2; ++i) {
+    const auto place = out.tell();
+    out << item;
+    BytesArchive in(bytesOf(out), true);
+    EXPECT_EQ(marksOf(*in), (std::vector<long>{1, 2}));
+    in->seek(place);
+    ItemHandle read;
+    *in || read;
+    EXPECT_EQ(read->number, 5);
+    out.seek(out.findObject(out.firstObjectID()));
+    out.removeObject();
+    out.append();
+  }
+}
+
 /// Marks 1 and 2, whose link is not written, and what is between and behind them.
 std::string withUnlinkedMark(long number, const std::string& between = {}) {
   qcMemoryArchive out(kLittle, true);
@@ -466,6 +499,15 @@ TEST(Index, DamageHidesNothingBeforeItAndSalvageFindsTheRest) {
     const bool isLink = byte >= 18 && byte < 26;
     for (long i = static_cast<long>(hit) + (isLink ? 1 : 2); i <= 6; ++i)
       EXPECT_EQ(numberAt(*archive, i), i) << hit << ' ' << byte;
+    // Mended, it is as good as any other that had those records, and grows.
+    const std::vector<long> marks = marksOf(*archive);
+    archive->relink();
+    archive->append();
+    archive->writeNewMark(99);
+    BytesArchive again(bytesOf(static_cast<qcMemoryArchive&>(*archive)), true);
+    EXPECT_EQ(again->damaged(), qcArchive::Position(0));
+    EXPECT_TRUE(again->lastMarkNum() == 99 && marksOf(*again).size() == marks.size() + 1) << hit << ' ' << byte;
+    for (const long i : marks) EXPECT_EQ(numberAt(*again, i), i) << hit << ' ' << byte;
   }
 }
 

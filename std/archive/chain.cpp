@@ -187,14 +187,7 @@ void qc_RecordChain::relink() {
   if (anchored_ && broken_ == 0) return;
   if (!anchored_ && records_.empty()) throw qcArchive::BadContent(kIndexSource, kNoChainLine);
   const std::int32_t lastId = largestIdentifier();  // also of what is lost: others may refer to it
-  if (!anchored_) {
-    const std::streamoff here = archive_.offset();
-    archive_.mode(qcArchive::storing);
-    archive_.seekTo(kAnchorAt);
-    writeHead(anchor_);
-    archive_.mode(qcArchive::loading);
-    archive_.seekTo(here);
-  }
+  if (!anchored_) announce(0, lastId);
   for (std::size_t i = 0; i <= records_.size(); ++i) {
     qc_Record& record = i == 0 ? anchor_ : records_[i - 1];
     const auto before = static_cast<qcUInt64>(i < 2 ? kAnchorAt : records_[i - 2].at);
@@ -351,22 +344,27 @@ void qc_RecordChain::writeHead(const qc_Record& record) {
   qf_WriteBytes(*archive_.buffer_, out.data(), out.size(), kWriteRawLine);
 }
 
-// Writes over what is there, and leaves the archive where it was.
-template <class Word>
-void qc_RecordChain::overwrite(std::streamoff place, Word word) {
+// Writes over what is there, and leaves the archive where it was, in the direction that it had.
+template <class Write>
+void qc_RecordChain::writeAt(std::streamoff place, Write write) {
   const std::streamoff here = archive_.offset();
   const auto direction = archive_.direction_;
   archive_.mode(qcArchive::storing);
   archive_.seekTo(place);
+  write();
+  archive_.seekTo(here);
+  archive_.mode(direction);
+}
+
+template <class Word>
+void qc_RecordChain::overwrite(std::streamoff place, Word word) {
   qc_Composer<sizeof word> out(archive_.swapBytes_);
   if constexpr (sizeof word == 1) {
     out.byte(word);
   } else {
     out.word(word);
   }
-  qf_WriteBytes(*archive_.buffer_, out.data(), out.size(), kWriteRawLine);
-  archive_.seekTo(here);
-  archive_.mode(direction);
+  writeAt(place, [&] { qf_WriteBytes(*archive_.buffer_, out.data(), out.size(), kWriteRawLine); });
 }
 
 bool qc_RecordChain::canGrow() { return anchored_ && broken_ == 0 && archive_.offset() == archive_.endOffset(); }
@@ -395,10 +393,7 @@ void qc_RecordChain::cleanStale() {
 void qc_RecordChain::announce(std::streamoff place, std::int32_t lastId) {
   anchor_.size = static_cast<qcUInt64>(place);
   anchor_.last = static_cast<qcUInt64>(lastId);
-  const std::streamoff here = archive_.offset();
-  archive_.seekTo(anchor_.at);
-  writeHead(anchor_);
-  archive_.seekTo(here);
+  writeAt(anchor_.at, [this] { writeHead(anchor_); });
 }
 
 void qc_RecordChain::cutUnfinished() {
@@ -410,7 +405,13 @@ void qc_RecordChain::cutUnfinished() {
   unfinished_ = 0;
 }
 
+// What an addition that is open would take back must not change meanwhile.
+void qc_RecordChain::checkClosed() const {
+  if (open_) throw qcArchive::BadBuffer(kIndexSource, kNotAtEndLine);
+}
+
 void qc_RecordChain::renumber(const qc_Record& record, std::int32_t number) {
+  checkClosed();
   cleanStale();
   const auto index = static_cast<std::size_t>(&record - records_.data());
   qc_Record changed = record;
@@ -440,6 +441,7 @@ void qc_RecordChain::renumber(const qc_Record& record, std::int32_t number) {
 }
 
 void qc_RecordChain::remove(const qc_Record& record) {
+  checkClosed();
   cleanStale();
   const auto index = static_cast<std::size_t>(&record - records_.data());
   const auto kind = static_cast<unsigned char>(record.kind | kRemoved);
@@ -505,6 +507,7 @@ void qc_RecordAddition::finish(std::int32_t lastId) {
 }
 
 void qc_RecordAddition::link() {
+  if (linked_) return;
   if (isOuter() && !chain_.replaced_.empty()) {
     chain_.stale_.reserve(chain_.stale_.size() + chain_.replaced_.size());
     chain_.archive_.sync();  // what takes the place of others is on the medium, whole, before it does
@@ -524,4 +527,5 @@ void qc_RecordAddition::link() {
   if (!isOuter()) return;
   for (const auto& mark : chain_.replaced_) chain_.stale_.push_back(mark.index);
   chain_.replaced_.clear();
+  chain_.open_ = nullptr;
 }

@@ -92,6 +92,9 @@ class qc_RecordChain {
   void cleanStale();
   void announce(std::streamoff place, std::int32_t lastId);
   void writeHead(const qc_Record& record);
+  void checkClosed() const;
+  template <class Write>
+  void writeAt(std::streamoff place, Write write);
   template <class Word>
   void overwrite(std::streamoff place, Word word);
 
@@ -124,7 +127,7 @@ class qc_RecordAddition {
   qc_RecordAddition(const qc_RecordAddition&) = delete;
   qc_RecordAddition& operator=(const qc_RecordAddition&) = delete;
 
-  /// Whether it stands by itself.
+  /// Whether it stands by itself, and is not linked yet.
   bool isOuter() const noexcept { return chain_.open_ == this; }
   /// Writes a head. A mark may take over the number of an older one.
   void begin(unsigned char kind, std::int32_t id, qcUInt64 last = 0);

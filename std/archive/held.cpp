@@ -81,6 +81,12 @@ void qc_HeldTable::markStored(Entry& entry, std::int32_t id) noexcept {
   entry.object->held_.fetch_or(qcPersistent::kStored, std::memory_order_relaxed);
 }
 
+void qc_HeldTable::forgetStoredBehind(std::int32_t id) noexcept {
+  for (Place place = 0; place < used_; ++place) {
+    if (Entry& entry = (*this)[place]; entry.stored > id) entry.stored = 0;
+  }
+}
+
 void qc_HeldTable::charge(Entry& entry, std::streamoff read) noexcept {
   entry.read += read;
   charged_ += read;

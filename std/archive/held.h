@@ -60,6 +60,8 @@ class qc_HeldTable {
   void release(Place place) noexcept;
 
   void markStored(Entry& entry, std::int32_t id) noexcept;
+  /// Forgets which objects were stored under larger identifiers.
+  void forgetStoredBehind(std::int32_t id) noexcept;
 
   /// Counts what was read elsewhere for an object, as long as it lives.
   void charge(Entry& entry, std::streamoff read) noexcept;

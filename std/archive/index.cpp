@@ -545,13 +545,13 @@ void qc_ArchiveIndex::storePointer(qcPersistent* object, bool owned) {
       height = entry->height;
     }
   }
+  if (isSeekable() && positions_.count(id) == 0) id = 0;  // its record was removed since
   if (id == 0) {
     static_cast<void>(storeNew(*object, owned, linked ? kPointer : kReference));
     return;
   }
   addLevels(height);
-  const auto found = positions_.find(id);
-  const std::streamoff position = found == positions_.end() ? 0 : found->second;
+  const std::streamoff position = isSeekable() ? positions_.find(id)->second : 0;
   if (linked) {
     qc_RecordAddition addition(chain_, nextId_ - 1);
     addition.begin(kPointer, id, static_cast<qcUInt64>(position));
@@ -562,6 +562,18 @@ void qc_ArchiveIndex::storePointer(qcPersistent* object, bool owned) {
   record.wide = isWideHere();
   record.position = static_cast<qcUInt64>(position);
   writeRecord(record, nullptr, false);
+}
+
+void qc_ArchiveIndex::forgetBehind(std::int32_t id) noexcept {
+  std::erase_if(positions_, [id](const auto& entry) { return entry.first > id; });
+  const std::lock_guard guard(qc_HeldTable::lock());
+  held_.forgetStoredBehind(id);
+}
+
+void qc_ArchiveIndex::forgetObject(std::int32_t id) noexcept {
+  positions_.erase(id);
+  const std::lock_guard guard(qc_HeldTable::lock());
+  if (qc_HeldTable::Entry* entry = held_.findLoaded(id)) entry->loaded = 0;
 }
 
 std::int32_t qc_ArchiveIndex::storeIndexed(qcPersistent& object) {

@@ -69,7 +69,14 @@ class qc_ArchiveIndex {
   /// Identifiers go on at `id`, or behind those in use when it is smaller.
   void numberFrom(std::int32_t id) noexcept { nextId_ = std::max(nextId_, id); }
 
-  void letGo() noexcept { held_.letGo(); }
+  /// Does nothing while an object is stored or loaded.
+  void letGo() noexcept {
+    if (entered_ == 0) held_.letGo();
+  }
+  /// What was stored under identifiers behind `id` is not in the archive any more.
+  void forgetBehind(std::int32_t id) noexcept;
+  /// The object of that identifier is not in the archive any more.
+  void forgetObject(std::int32_t id) noexcept;
 
   /// The classes of the objects that are being loaded or stored, from the outermost to the innermost.
   std::vector<std::string> path() const;

@@ -124,11 +124,15 @@ void qcArchive::replaceMark(long number) {
 }
 
 qcArchive::Transaction::Transaction(qcArchive& archive)
-    : records_(std::make_unique<qc_RecordAddition>(archive.chain(), archive.index_->lastID())) {
+    : archive_(archive),
+      lastID_(archive.index_->lastID()),
+      records_(std::make_unique<qc_RecordAddition>(archive.chain(), lastID_)) {
   if (!records_->isOuter()) throw BadBuffer(kIndexSource, kNotAtEndLine);
 }
 
-qcArchive::Transaction::~Transaction() = default;
+qcArchive::Transaction::~Transaction() {
+  if (records_->isOuter()) archive_.index_->forgetBehind(lastID_);
+}
 
 void qcArchive::Transaction::commit() { records_->link(); }
 
@@ -189,7 +193,13 @@ long qcArchive::storeObject(qcPersistent* object) {
   return index_->storeIndexed(*object);
 }
 
-void qcArchive::removeObject() { chain().remove(recordAt(*this, chain(), offset(), kObject)); }
+
+void qcArchive::removeObject() {
+  const qc_Record& object = recordAt(*this, chain(), offset(), kObject);
+  chain().remove(object);
+  index_->forgetObject(object.id);
+}
+
 void qcArchive::setStartingID(long id) { static_cast<void>(chain()), index_->numberFrom(clamped(id)); }
 void qcArchive::forgetObjects() noexcept { index_->letGo(); }
 

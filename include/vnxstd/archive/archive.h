@@ -284,8 +284,8 @@ class VNXSTD_EXPORT qcArchive {
 
   /// Everything that is stored while one of these lives becomes part of the archive at once, by commit, or not at all:
   /// without it the data is cut off again, where the medium can be cut. Other data may be stored in between, at the
-  /// end; nothing else is to be done with the archive meanwhile. Throws like writeNewMark, and BadBuffer inside another
-  /// one.
+  /// end; nothing else is to be done with the archive meanwhile, and changing or removing records throws BadBuffer.
+  /// Throws like writeNewMark, and BadBuffer inside another one that is not committed.
   class VNXSTD_EXPORT Transaction {
    public:
     explicit Transaction(qcArchive& archive);
@@ -295,6 +295,8 @@ class VNXSTD_EXPORT qcArchive {
     void commit();
 
    private:
+    qcArchive& archive_;
+    std::int32_t lastID_;  // before it began
     std::unique_ptr<qc_RecordAddition> records_;
   };
 
@@ -315,12 +317,12 @@ class VNXSTD_EXPORT qcArchive {
   /// Stores an object in full, whether or not it was stored before, and returns its identifier. Pointers stored later
   /// refer to it. Throws qcBadPointer for null.
   long storeObject(qcPersistent* object);
-  /// References to it are NotFound from then on.
+  /// References to it are NotFound from then on; a pointer to it that is stored later brings it along anew.
   void removeObject();
   /// Identifiers given out from now on are at least this one.
   void setStartingID(long id);
   /// Forgets which objects were stored and loaded: what is stored from now on is stored in full, and what is loaded is
-  /// loaded anew.
+  /// loaded anew. Does nothing while an object is being stored or loaded.
   void forgetObjects() noexcept;
 
   /// Where the first pointer lies, and the first one behind the current position; 0 for none.
