@@ -354,6 +354,34 @@ TEST(Index, KeepsNothingOfATransactionThatIsNotCommitted) {
   }
 }
 
+TEST(Index, LoadsCirclesBackToTheirBeginning) {
+  qcMemoryArchive out(kLittle, true);
+  const ItemHandle first(new Item(1)), second(new Item(2));
+  first->other = second;
+  second->other = first;
+  out.setStartingID(5);
+  const long id = out.storeObject(first.rep());
+  out << first;
+  second->other.release();
+  BytesArchive in(bytesOf(out), true);
+  ItemHandle known, same;
+  for (ItemHandle* handle : {&known, &same}) {
+    in->seek(in->firstPointerPos());
+    *in || *handle;
+    in->seek(in->findObject(id));
+    const ItemHandle anew(dynamic_cast<Item*>(in->loadObject()));
+    EXPECT_TRUE(anew != known && anew->other->number == 2);
+    EXPECT_TRUE(anew->other->other == anew || anew->other == known->other);
+    if (handle == &known) known->other->other.release();
+  }
+  EXPECT_EQ(known, same);
+  in->forgetObjects();
+  in->seek(in->findObject(id));
+  const ItemHandle alone(dynamic_cast<Item*>(in->loadObject()));
+  EXPECT_EQ(alone->other->other, alone);
+  alone->other->other.release();
+}
+
 /// Marks 1 and 2, whose link is not written, and what is between and behind them.
 std::string withUnlinkedMark(long number, const std::string& between = {}) {
   qcMemoryArchive out(kLittle, true);

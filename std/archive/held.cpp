@@ -13,14 +13,24 @@ qc_HeldTable::Entry* qc_HeldTable::find(const qcPersistent* object) noexcept {
   return found == elsewhere_.end() ? nullptr : &(*this)[found->second];
 }
 
+qc_HeldTable::Place qc_HeldTable::placeOf(std::int32_t id) const noexcept {
+  if (const auto index = static_cast<std::size_t>(id) - 1; index < dense_.size()) return dense_[index];
+  const auto found = sparse_.find(id);
+  return found == sparse_.end() ? kNone : found->second;
+}
+
+void qc_HeldTable::lookAt(std::int32_t id, Place place) noexcept try {
+  if (place == kNone) return;
+  const auto index = static_cast<std::size_t>(id) - 1;
+  (index < dense_.size() ? dense_[index] : sparse_[id]) = place;
+} catch (...) {  // the object that lies there is loaded anew where it is referred to
+}
+
 qc_HeldTable::Entry* qc_HeldTable::findLoaded(std::int32_t id) noexcept {
-  Entry* entry = nullptr;
-  if (const auto index = static_cast<std::size_t>(id) - 1; index < dense_.size()) {
-    entry = &(*this)[dense_[index]];
-  } else if (const auto found = sparse_.find(id); found != sparse_.end()) {
-    entry = &(*this)[found->second];
-  }
-  return entry && entry->object && entry->loaded == id ? entry : nullptr;
+  const Place place = placeOf(id);
+  if (place == kNone) return nullptr;
+  Entry& entry = (*this)[place];
+  return entry.object && entry.loaded == id ? &entry : nullptr;
 }
 
 qc_HeldTable::Place qc_HeldTable::enter(qcPersistent* object) {

@@ -52,6 +52,11 @@ class qc_HeldTable {
   /// Null when no object that was loaded under the identifier lives.
   Entry* findLoaded(std::int32_t id) noexcept;
 
+  /// Where what was loaded under an identifier is looked for; kNone for nowhere yet.
+  Place placeOf(std::int32_t id) const noexcept;
+  /// Has it looked for at such a place again; not when memory for that is missing.
+  void lookAt(std::int32_t id, Place place) noexcept;
+
   /// The place of the object, a new one when it is not held yet.
   Place enter(qcPersistent* object);
   /// Enters an object that a load has made; `id` 0 when nothing can refer to it.

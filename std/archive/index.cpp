@@ -631,7 +631,7 @@ std::int32_t qc_ArchiveIndex::storeNew(qcPersistent& object, bool owned, unsigne
   return record.id;
 }
 
-qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool owned) try {
+qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool owned, bool anew) try {
   const Entry inside(*this);
   if (wanted_.id != 0) throw Unwinding();
   qc_Record record = readRecord();
@@ -655,7 +655,7 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
   }
   LoadGuard undo(*this);
   Given given;
-  if (!owned && record.id <= lastLoaded_ && giveKnown(record.id, cast, given)) {
+  if (!owned && !anew && record.id <= lastLoaded_ && giveKnown(record.id, cast, given)) {
     CountGuard count(given);
     addLevels(given.height);
     if (elsewhere_ && given.low > base_) low_ = std::min(low_, given.low);
@@ -676,6 +676,26 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
 } catch (qcException& error) {
   archive_.explain(error);
   throw;
+}
+
+qcPersistent* qc_ArchiveIndex::loadAnew(std::int32_t id) {
+  std::unique_lock guard(qc_HeldTable::lock());
+  const qc_HeldTable::Place before = held_.placeOf(id);
+  guard.unlock();
+  qcPersistent* object = nullptr;
+  const auto forget = [&] {
+    guard.lock();
+    if (qc_HeldTable::Entry* entry = object ? held_.find(object) : nullptr) entry->loaded = entry->stored = 0;
+    held_.lookAt(id, before);
+  };
+  try {
+    object = loadPointer(nullptr, false, true).object;
+  } catch (...) {
+    forget();
+    throw;
+  }
+  forget();
+  return object;
 }
 
 // What a linked record that stands for a pointer says: a reference, or the object that comes next. A pointer and the

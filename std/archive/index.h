@@ -43,7 +43,10 @@ class qc_ArchiveIndex {
     long low = qc_HeldTable::kSettled;
   };
   /// A null `cast` accepts every class. Only what is not owned can be referred to, and then a `cast` takes a count.
-  Given loadPointer(qc_PointerCast cast, bool owned = false);
+  Given loadPointer(qc_PointerCast cast, bool owned = false, bool anew = false);
+  /// Loads the object of the index that lies here, which has the identifier `id`, as a new one, to which what it refers
+  /// to can refer back. What is loaded later does not share it.
+  qcPersistent* loadAnew(std::int32_t id);
 
   bool isStillLoading(const qcPersistent* object) noexcept;
 

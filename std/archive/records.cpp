@@ -180,9 +180,9 @@ std::string qcArchive::objectTypeName() {
 }
 
 qcPersistent* qcArchive::loadObject() {
-  static_cast<void>(recordAt(*this, chain(), offset(), kObject));
+  const std::int32_t id = recordAt(*this, chain(), offset(), kObject).id;
   Reading reading(*this);
-  qcPersistent* object = index_->loadPointer(nullptr, true).object;
+  qcPersistent* object = index_->loadAnew(id);
   reading.succeed();
   return object;
 }
@@ -192,7 +192,6 @@ long qcArchive::storeObject(qcPersistent* object) {
   chain().checkGrowth();
   return index_->storeIndexed(*object);
 }
-
 
 void qcArchive::removeObject() {
   const qc_Record& object = recordAt(*this, chain(), offset(), kObject);

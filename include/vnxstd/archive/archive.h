@@ -311,8 +311,8 @@ class VNXSTD_EXPORT qcArchive {
   void readObjectHeader64(long& id, qcUInt64& size, Position& body);
   /// The name of its class.
   std::string objectTypeName();
-  /// A new object, which the caller owns; the archive is behind it afterwards. Objects that it refers to and that are
-  /// loaded already are shared. Throws what loading a pointer throws; the archive then stays where it was.
+  /// A new object, which the caller owns; the archive is behind it afterwards. What it refers to and was loaded before
+  /// is shared, references back lead to it. Throws what loading a pointer throws; the archive then stays where it was.
   qcPersistent* loadObject();
   /// Stores an object in full, whether or not it was stored before, and returns its identifier. Pointers stored later
   /// refer to it. Throws qcBadPointer for null.
