@@ -77,10 +77,11 @@ TEST(Numbers, HaveTheBytesOfTheFormat) {
 
 TEST(Numbers, LongsThatDoNotFitAreRefusedBeforeAByteIsWritten) {
   if constexpr (sizeof(long) > 4) {
-    for (const long value : {2147483648L, -2147483649L, std::numeric_limits<long>::min()}) {
+    for (const long long wide : {2147483648LL, -2147483649LL, std::numeric_limits<long long>::min()}) {
+      const auto value = static_cast<long>(wide);
       qcMemoryArchive archive(kLittle, false);
       EXPECT_THROW(archive << value, qcArchive::BadContent);
-      EXPECT_THROW(archive << (static_cast<unsigned long>(value) | 0x100000000UL), qcArchive::BadContent);
+      EXPECT_THROW(archive << static_cast<unsigned long>(wide | 0x100000000LL), qcArchive::BadContent);
       EXPECT_EQ(archive.bytes().size(), 2U);
     }
   }

@@ -223,11 +223,15 @@ TEST(Index, BelongsToSeekableArchivesThatMayBeWrittenAtTheirEnd) {
   archive << 1;
   archive.seek(-4, 1);
   EXPECT_THROW(archive.writeNewMark(), qcArchive::BadBuffer);
-  for (const long bad : {-1L, 1L << 40}) EXPECT_THROW(archive.writeNewMark(bad), qcArchive::BadContent);
+  EXPECT_THROW(archive.writeNewMark(-1), qcArchive::BadContent);
   const long most = std::numeric_limits<std::int32_t>::max();
   archive.seek(0, 2);
   archive.writeNewMark(most);
-  EXPECT_TRUE(archive.findMark(most + 1) == qcArchive::Position(0) && archive.prevMarkNum(most + 1) == most);
+  if constexpr (sizeof(long) > 4) {
+    const auto beyond = static_cast<long>(most + 1LL);
+    EXPECT_THROW(archive.writeNewMark(beyond), qcArchive::BadContent);
+    EXPECT_TRUE(archive.findMark(beyond) == qcArchive::Position(0) && archive.prevMarkNum(beyond) == most);
+  }
   archive.seek(-4, 1);
   archive << ItemHandle(new Item(9));  // over the number: no part of the index
   EXPECT_EQ(archive.firstPointerPos(), qcArchive::Position(0));
