@@ -129,15 +129,12 @@ TEST_F(Files, HoldTheSameBytesAsMemory) {
   const std::vector<double> values(50000, 0.125);
   const std::string text(1000, 'x');
   for (const auto ordering : kOrderings) {
-    {
-      qcFileArchive archive(path("\xC3\xA9t\xC3\xA9"), Dir::storing, ordering);
-      for (int i = 0; i < 20; ++i) archive << text << i << values;
-      archive.close();
-      archive.close();
-      EXPECT_THROW(archive << 1, qcArchive::BadBuffer);
-    }
+    qcFileArchive archive(path("\xC3\xA9t\xC3\xA9"), Dir::storing, ordering);
     qcMemoryArchive memory(ordering, false);
-    for (int i = 0; i < 20; ++i) memory << text << i << values;
+    for (qcArchive* to : {static_cast<qcArchive*>(&archive), static_cast<qcArchive*>(&memory)})
+      for (int i = 0; i < 20; ++i) *to << text << i << values;
+    for (int twice = 0; twice < 2; ++twice) archive.close();
+    EXPECT_THROW(archive << 1, qcArchive::BadBuffer);
     EXPECT_TRUE(content("\xC3\xA9t\xC3\xA9") == bytesOf(memory));
     qcFileArchive in(path("\xC3\xA9t\xC3\xA9"), Dir::loading, kLittle, false, true);
     EXPECT_EQ(in.ordering(), ordering);
