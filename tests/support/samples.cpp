@@ -33,9 +33,9 @@ const qc_Instantiator registered(typeid(GoldenRecord), GoldenRecord::make);
 
 using ShapeHandle = qcPtrHandle<qcShape>;
 
-template <class Base>
-ArchiveSample shared(const std::string& name, Base* object) {
-  return value(name, qcPtrHandle<Base>(object));
+ArchiveSample shape(const std::string& name, qcShape* object) { return value(name, ShapeHandle(object)); }
+ArchiveSample xform(const std::string& name, qc2XformBase* object) {
+  return value(name, qcPtrHandle<qc2XformBase>(object));
 }
 
 template <class T>
@@ -52,178 +52,137 @@ ArchiveSample image(const std::string& name, std::initializer_list<T> pels) {
 
 // Every error that is registered, in order of name, each as a pointer.
 ArchiveSample errors() {
-  const auto names = [] {
-    std::vector<const qc_RegistryEntry*> all;
-    qf_VisitRegistered(
-        [](const qc_RegistryEntry& entry, void* context) {
-          if (!entry.make) return;
-          const std::unique_ptr<qcPersistent> made(entry.make());
-          if (dynamic_cast<qcException*>(made.get()) != nullptr)
-            static_cast<decltype(all)*>(context)->push_back(&entry);
-        },
-        &all);
-    return all;
-  }();
-  const auto storeAll = [](qcArchive& to, const auto& all) {
-    qcPersistent* ignored = nullptr;
-    for (const auto& error : all) qcPersistent::serializePointer(to, error.get(), ignored);
+  using Errors = std::vector<std::shared_ptr<qcPersistent>>;
+  const auto storing = [](const std::shared_ptr<Errors>& all) -> Store {
+    return [all](qcArchive& to) {
+      qcPersistent* ignored = nullptr;
+      for (const auto& error : *all) qcPersistent::serializePointer(to, error.get(), ignored);
+    };
   };
-  return {"errors",
-          [=](qcArchive& to) {
-            std::vector<std::unique_ptr<qcPersistent>> all;
-            for (const qc_RegistryEntry* entry : names) all.push_back(std::unique_ptr<qcPersistent>(entry->make()));
-            storeAll(to, all);
-          },
-          [=](qcArchive& from) -> Store {
-            const auto all = std::make_shared<std::vector<std::shared_ptr<qcPersistent>>>();
-            for (std::size_t i = 0; i < names.size(); ++i) {
+  const auto every = std::make_shared<Errors>();
+  qf_VisitRegistered(
+      [](const qc_RegistryEntry& entry, void* context) {
+        if (!entry.make) return;
+        std::shared_ptr<qcPersistent> made(entry.make());
+        if (dynamic_cast<qcException*>(made.get())) static_cast<Errors*>(context)->push_back(std::move(made));
+      },
+      every.get());
+  return {"errors", storing(every), [=, size = every->size()](qcArchive& from) -> Store {
+            const auto all = std::make_shared<Errors>();
+            while (all->size() < size) {
               qcPersistent* loaded = nullptr;
               qcPersistent::serializePointer(from, nullptr, loaded);
               const auto known = std::find_if(all->begin(), all->end(), [&](auto& o) { return o.get() == loaded; });
               all->push_back(known != all->end() ? *known : std::shared_ptr<qcPersistent>(loaded));
             }
-            return [=](qcArchive& to) { storeAll(to, *all); };
+            return storing(all);
           }};
 }
 
 // A run-length image, as a pointer. Encoding it again would take another time, hence rows that were built by hand.
 ArchiveSample runs() {
-  const auto make = [] {
-    qcRLEBufferBlock block(9);
-    const qcRLEBufferRun all[] = {{0, 255}, {0, 45}, {0, 0}, {0, 3}, {1, 4}, {200, 1}, {0, 255}, {0, 37}, {0, 0}};
-    std::copy(std::begin(all), std::end(all), block.runs.get());
-    const std::vector<const qcRLEBufferRun*> rows = {block.runs.get(), block.runs.get() + 3};
-    std::vector<qcRLEBufferBlock> blocks;
-    blocks.push_back(std::move(block));
-    auto image = std::make_unique<qcRLEBuffer>();
-    image->hintNumRuns(100);
-    image->becomeOwner(300, rows, std::move(blocks));
-    image->offset(-3, 7);
-    image->clientFromImageXform(qcXform<2>(qcMatrix<2>(2, 0, 0, 3), qcVector<2>(-1, 0.5)));
-    return image;
-  };
-  return {"qcRLEBuffer",
-          [make](qcArchive& to) {
-            std::unique_ptr<qcRLEBuffer> image = make();
-            to || image;
-          },
-          [](qcArchive& from) -> Store {
-            const auto loaded = std::make_shared<std::unique_ptr<qcRLEBuffer>>();
-            from || *loaded;
-            return [loaded](qcArchive& to) { to || *loaded; };
-          }};
+  qcRLEBufferBlock block(9);
+  const qcRLEBufferRun all[] = {{0, 255}, {0, 45}, {0, 0}, {0, 3}, {1, 4}, {200, 1}, {0, 255}, {0, 37}, {0, 0}};
+  std::copy(std::begin(all), std::end(all), block.runs.get());
+  const std::vector<const qcRLEBufferRun*> rows = {block.runs.get(), block.runs.get() + 3};
+  std::vector<qcRLEBufferBlock> blocks;
+  blocks.push_back(std::move(block));
+  auto image = std::make_unique<qcRLEBuffer>();
+  image->hintNumRuns(100);
+  image->becomeOwner(300, rows, std::move(blocks));
+  image->offset(-3, 7);
+  image->clientFromImageXform(qcXform<2>(qcMatrix<2>(2, 0, 0, 3), qcVector<2>(-1, 0.5)));
+  return held("qcRLEBuffer", std::make_shared<std::unique_ptr<qcRLEBuffer>>(std::move(image)));
 }
 
 qcPtrHandle_const<qc2XformBase> linear(double a, double x) {
   return new qc2XformLinear(qcMatrix<2>(a, 1, -1, 2), qcVector<2>(x, 4));
 }
 
+template <class... T>
+std::vector<ArchiveSample> listOf(T... samples) {
+  return {std::move(samples)...};
+}
+
 }  // namespace
 
 std::vector<ArchiveSample> archiveSamples() {
-  std::vector<ArchiveSample> all;
-  all.push_back(value("text_narrow", std::string("Gr\xC3\xB6\xC3\x9F"
-                                                 "e")));
-  all.push_back(value("text_wide", std::wstring(L"\u03C0 and \U00010348")));
-  all.push_back(value("text_32", std::u32string(U"\x3C0 and \U00010348")));
-  all.push_back(value("vector_of_doubles", std::vector<double>{0, -0.0, 1, 1e308, -5e-324}));
-  all.push_back(value("vector_of_bools", std::vector<bool>{true, false, true}));
-  all.push_back(value("qcVector2", qcVector<2>(1.5, -2)));
-  all.push_back(value("qcVector3", qcVector<3>(1, 2, 3)));
-  all.push_back(value("qcMatrix2", qcMatrix<2>(1, 2, 3, 4)));
-  all.push_back(value("qcMatrix3", qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4)));
-  all.push_back(value("qcXform2", qcXform<2>(qcMatrix<2>(1, 2, 3, 4), qcVector<2>(5, 6))));
-  all.push_back(value("qcXform3", qcXform<3>(qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4), qcVector<3>(5, 6, 7))));
-  all.push_back(value("qcRadian", qcRadian(0.25)));
-  all.push_back(value("qcDegree", qcDegree(-30)));
-  all.push_back(value("qcAngle8", qcAngle8(200)));
-  all.push_back(value("qcAngle16", qcAngle16(40000)));
-  all.push_back(value("qcRange", qcRange(-1, 3)));
-  all.push_back(value("qcRange_full", qcRange::FullRange()));
-  all.push_back(value("qcAngleRange", qcAngleRange(qcRadian(0.5), qcRadian(1.5), false)));
-  all.push_back(value("qcStatistics", qcStatistics(std::vector<double>{1, 2, 4})));
   qcRandomUniform uniform(77);
   for (int i = 0; i < 2000; ++i) uniform.next(0, 1);
-  all.push_back(value("qcRandomUniform", uniform));
-  all.push_back(value("qcRandomGaussian", qcRandomGaussian(-5)));
-  all.push_back(shared<qc2XformBase>("qc2XformLinear", new qc2XformLinear(qcMatrix<2>(1, 2, 3, 4), qcVector<2>(5, 6))));
   const auto twice = linear(3, 1);
   auto* composed = new qc2XformComposed(twice, linear(5, 2), false, false);
   composed->postCompose(twice, false);
-  all.push_back(shared<qc2XformBase>("qc2XformComposed", composed));
-  all.push_back(
-      shared<qc2XformBase>("qc2XformPerspective", new qc2XformPerspective(qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4))));
   const qc2XformPoly poly(2, {1, 2, 3, 4, 5, 6}, {6, 5, 4, 3, 2, 1}, qcVector<2>(7, 8), qcVector<2>(0.5, 0.25));
-  all.push_back(shared<qc2XformBase>("qc2XformPoly", new qc2XformPoly(poly)));
-  all.push_back(shared<qc2XformBase>("qc2XformInverse", new qc2XformInverse(poly)));
   const qc2XformDeform deform({{1, 0}, {-1, 0}, {0, 1}, {0, -1}, {2, 3}}, {{0, 1}, {1, 0}, {5, 1}, {1, -5}, {7, 7}},
                               0.5);
-  all.push_back(shared<qc2XformBase>("qc2XformDeform", new qc2XformDeform(deform)));
-  all.push_back(shared<qc2XformBase>("qc2XformInverse_deform", new qc2XformInverse(deform)));
   qc2XformCache cache(linear(3, 1), linear(7, 1));
-  all.push_back(value("qc2XformCache", cache));
-  all.push_back(value("handle_null", qcPtrHandle<qcShape>()));
-  all.push_back(shared<qcShape>("qcLine", new qcLine(qcVector<2>(0.6, 0.8), qcVector<2>(1, 2))));
-  all.push_back(shared<qcShape>("qcFLine", new qcFLine(qcDegree(30), 12.5)));
-  all.push_back(shared<qcShape>("qcLineSeg", new qcLineSeg(qcVector<2>(1, 2), qcVector<2>(3, 4))));
-  all.push_back(shared<qcShape>("qcCircle", new qcCircle(qcVector<2>(1, 2), 3)));
   const qcEllipse oldEllipse(qcVector<2>(1, 2), qcVector<2>(4, 3), qcRadian(0.5));
   const qcEllipse2 ellipse(qc2XformLinear(qcMatrix<2>(0, 3, 4, 0), qcVector<2>(1, 2)));
-  all.push_back(shared<qcShape>("qcEllipse", new qcEllipse(oldEllipse)));
-  all.push_back(shared<qcShape>("qcEllipse2", new qcEllipse2(ellipse)));
-  all.push_back(shared<qcShape>("qcEllipseArc", new qcEllipseArc(oldEllipse, qcRadian(1), qcRadian(-2))));
-  all.push_back(shared<qcShape>("qcEllipseArc2", new qcEllipseArc2(ellipse, qcRadian(1), qcRadian(2.5))));
-  all.push_back(shared<qcShape>("qcRect", new qcRect(qcVector<2>(1, 2), qcVector<2>(3, 4))));
-  all.push_back(shared<qcShape>("qcGenRect", new qcGenRect(qcVector<2>(1, 2), qcVector<2>(3, 4), qcVector<2>(-5, 6))));
-  all.push_back(shared<qcShape>("qcAffineRectangle", new qcAffineRectangle({qcMatrix<2>(3, -5, 4, 6), {1, 2}})));
-  all.push_back(shared<qcShape>("qcPolyline", new qcPolyline({{0, 0}, {4, 0}, {4, 3}}, true)));
   // Half a disc, a square with a hole and an island in it, and a collection that holds one shape twice.
   const qcEllipseArc2 half(qcEllipse2({0, 0}, {}, {2, 2}, true, {}), qcRadian(0), qcRadian(qcRadian::turn / 2));
   auto* contour = new qcContourTree(true);
   contour->addChild(half);
   contour->addChild(qcLineSeg({-2, 0}, {2, 0}));
   const qcPtrHandle<qcShape> contourShape(contour);
-  all.push_back(value("qcContourTree", contourShape));
   qcRegionTree hole(*contour, true);
   hole.addChild(qcRegionTree(qcCircle({0, 1}, 0.5)));
   auto* region = new qcRegionTree(qcRect({-3, -3}, {6, 6}));
   region->addChild(hole);
-  all.push_back(shared<qcShape>("qcRegionTree", region));
-  all.push_back(shared<qcShape>("qcGeneralShapeTree",
-                                new qcGeneralShapeTree({contourShape, new qcCircle({1, 2}, 3), contourShape}, false)));
   // A mapped shape of a mapped shape.
   const qcMappedShape::Held seen(
       new qcMappedShape(contourShape, qc2XformPerspective(qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 9)), false));
-  all.push_back(shared<qcShape>("qcMappedShape",
-                                new qcMappedShape(seen, qc2XformLinear(qcMatrix<2>(1, 2, 3, 4), {5, 6}), false)));
-  all.push_back(value("qcPerimPos", qcPerimPos(2, 0.5)));
   qcShape::qcSampleParams params(0.5, 2, 40, true, false);
   params.uniformMode(true);
-  all.push_back(value("qcSampleParams", params));
   qcShape::qcSampleResult samples;
   qcLineSeg(qcVector<2>(0, 0), qcVector<2>(9, 0)).sample(qcShape::qcSampleParams(0, 4, 40, true), samples);
-  all.push_back(value("qcSampleResult", samples));
-  all.push_back(value("qcPelRect", qcPelRect(-1, 2, 30, 40)));
-  all.push_back(value("image_unbound", qcPelBuffer<unsigned char>()));
-  all.push_back(image<unsigned char>("u8", {0, 1, 127, 128, 254, 255}));
-  all.push_back(image<signed char>("s8", {0, 1, 127, -128, -2, -1}));
-  all.push_back(image<unsigned short>("u16", {0, 1, 256, 65535, 4660, 9}));
-  all.push_back(image<short>("s16", {0, 1, -256, 32767, -32768, 9}));
-  all.push_back(image<unsigned long>("u32", {0, 1, 65536, 4294967295UL, 305419896, 9}));
-  all.push_back(image<long>("s32", {0, 1, -65536, 2147483647, -2147483647L - 1, 9}));
-  all.push_back(image<float>("f32", {0, 1, -0.5F, 3e38F, 1e-45F, 9}));
-  all.push_back(image<double>("f64", {0, 1, -0.5, 1e308, 5e-324, 9}));
-  all.push_back(image<qcPair<long>>("pair_s32", {{0, 1}, {-2, 3}, {4, 5}, {6, 7}, {8, 9}, {10, 11}}));
-  all.push_back(image<qcPair<float>>("pair_f32", {{0, 1}, {-2, 3}, {4, 5}, {6, 7}, {8, 9}, {10, 0.5F}}));
-  all.push_back(
-      image<qcPackedRGB16Pel>("rgb16", {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {8, 4, 8}, {1, 2, 3}, {90, 80, 70}}));
-  all.push_back(image<qcPackedRGB32Pel>(
-      "rgb32", {{255, 0, 0, 1}, {0, 255, 0, 2}, {0, 0, 255, 3}, {8, 4, 8, 4}, {1, 2, 3, 5}, {90, 80, 70, 255}}));
-  all.push_back(
-      image<qc3PlanePel>("planes", {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}, {10, 11, 12}, {13, 14, 15}, {16, 17, 18}}));
-  all.push_back(runs());
-  all.push_back(errors());
-  return all;
+  return listOf(
+      value("text_narrow", std::string("Gr\xC3\xB6\xC3\x9F"
+                                       "e")),
+      value("text_wide", std::wstring(L"\u03C0 and \U00010348")),
+      value("text_32", std::u32string(U"\x3C0 and \U00010348")),
+      value("vector_of_doubles", std::vector<double>{0, -0.0, 1, 1e308, -5e-324}),
+      value("vector_of_bools", std::vector<bool>{true, false, true}), value("qcVector2", qcVector<2>(1.5, -2)),
+      value("qcVector3", qcVector<3>(1, 2, 3)), value("qcMatrix2", qcMatrix<2>(1, 2, 3, 4)),
+      value("qcMatrix3", qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4)),
+      value("qcXform2", qcXform<2>(qcMatrix<2>(1, 2, 3, 4), qcVector<2>(5, 6))),
+      value("qcXform3", qcXform<3>(qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4), qcVector<3>(5, 6, 7))),
+      value("qcRadian", qcRadian(0.25)), value("qcDegree", qcDegree(-30)), value("qcAngle8", qcAngle8(200)),
+      value("qcAngle16", qcAngle16(40000)), value("qcRange", qcRange(-1, 3)),
+      value("qcRange_full", qcRange::FullRange()),
+      value("qcAngleRange", qcAngleRange(qcRadian(0.5), qcRadian(1.5), false)),
+      value("qcStatistics", qcStatistics(std::vector<double>{1, 2, 4})), value("qcRandomUniform", uniform),
+      value("qcRandomGaussian", qcRandomGaussian(-5)),
+      xform("qc2XformLinear", new qc2XformLinear(qcMatrix<2>(1, 2, 3, 4), qcVector<2>(5, 6))),
+      xform("qc2XformComposed", composed),
+      xform("qc2XformPerspective", new qc2XformPerspective(qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4))),
+      xform("qc2XformPoly", new qc2XformPoly(poly)), xform("qc2XformInverse", new qc2XformInverse(poly)),
+      xform("qc2XformDeform", new qc2XformDeform(deform)), xform("qc2XformInverse_deform", new qc2XformInverse(deform)),
+      value("qc2XformCache", cache), value("handle_null", qcPtrHandle<qcShape>()),
+      shape("qcLine", new qcLine({0.6, 0.8}, {1, 2})), shape("qcFLine", new qcFLine(qcDegree(30), 12.5)),
+      shape("qcLineSeg", new qcLineSeg({1, 2}, {3, 4})), shape("qcCircle", new qcCircle({1, 2}, 3)),
+      shape("qcEllipse", new qcEllipse(oldEllipse)), shape("qcEllipse2", new qcEllipse2(ellipse)),
+      shape("qcEllipseArc", new qcEllipseArc(oldEllipse, qcRadian(1), qcRadian(-2))),
+      shape("qcEllipseArc2", new qcEllipseArc2(ellipse, qcRadian(1), qcRadian(2.5))),
+      shape("qcRect", new qcRect({1, 2}, {3, 4})), shape("qcGenRect", new qcGenRect({1, 2}, {3, 4}, {-5, 6})),
+      shape("qcAffineRectangle", new qcAffineRectangle({qcMatrix<2>(3, -5, 4, 6), {1, 2}})),
+      shape("qcPolyline", new qcPolyline({{0, 0}, {4, 0}, {4, 3}}, true)), value("qcContourTree", contourShape),
+      shape("qcRegionTree", region),
+      shape("qcGeneralShapeTree", new qcGeneralShapeTree({contourShape, new qcCircle({1, 2}, 3), contourShape}, false)),
+      shape("qcMappedShape", new qcMappedShape(seen, qc2XformLinear(qcMatrix<2>(1, 2, 3, 4), {5, 6}), false)),
+      value("qcPerimPos", qcPerimPos(2, 0.5)), value("qcSampleParams", params), value("qcSampleResult", samples),
+      value("qcPelRect", qcPelRect(-1, 2, 30, 40)), value("image_unbound", qcPelBuffer<unsigned char>()),
+      image<unsigned char>("u8", {0, 1, 127, 128, 254, 255}), image<signed char>("s8", {0, 1, 127, -128, -2, -1}),
+      image<unsigned short>("u16", {0, 1, 256, 65535, 4660, 9}), image<short>("s16", {0, 1, -256, 32767, -32768, 9}),
+      image<unsigned long>("u32", {0, 1, 65536, 4294967295UL, 305419896, 9}),
+      image<long>("s32", {0, 1, -65536, 2147483647, -2147483647L - 1, 9}),
+      image<float>("f32", {0, 1, -0.5F, 3e38F, 1e-45F, 9}), image<double>("f64", {0, 1, -0.5, 1e308, 5e-324, 9}),
+      image<qcPair<long>>("pair_s32", {{0, 1}, {-2, 3}, {4, 5}, {6, 7}, {8, 9}, {10, 11}}),
+      image<qcPair<float>>("pair_f32", {{0, 1}, {-2, 3}, {4, 5}, {6, 7}, {8, 9}, {10, 0.5F}}),
+      image<qcPackedRGB16Pel>("rgb16", {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {8, 4, 8}, {1, 2, 3}, {90, 80, 70}}),
+      image<qcPackedRGB32Pel>(
+          "rgb32", {{255, 0, 0, 1}, {0, 255, 0, 2}, {0, 0, 255, 3}, {8, 4, 8, 4}, {1, 2, 3, 5}, {90, 80, 70, 255}}),
+      image<qc3PlanePel>("planes", {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}, {10, 11, 12}, {13, 14, 15}, {16, 17, 18}}), runs(),
+      errors());
 }
 
 namespace {

@@ -20,13 +20,18 @@ struct ArchiveSample {
 };
 
 template <class T>
-ArchiveSample value(const std::string& name, T object) {
-  return {name, [object](qcArchive& to) { to << object; },
+ArchiveSample held(const std::string& name, std::shared_ptr<T> object) {
+  return {name, [object](qcArchive& to) { to || *object; },
           [](qcArchive& from) -> Store {
             const auto loaded = std::make_shared<T>();
             from || *loaded;
             return [loaded](qcArchive& to) { to || *loaded; };
           }};
+}
+
+template <class T>
+ArchiveSample value(const std::string& name, T object) {
+  return held(name, std::make_shared<T>(std::move(object)));
 }
 
 /// One of every class that can be archived.
