@@ -1,19 +1,16 @@
-// Objects in archives: framing, sharing, circles, failed and hostile loads, seekable archives, threads.
+// Objects in archives: framing, sharing, circles, failed and hostile loads, seekable archives.
 #include <gtest/gtest.h>
 
-#include <pthread.h>
-
-#include <atomic>
 #include <functional>
 #include <map>
 #include <new>
 #include <random>
-#include <thread>
 
 #include "support/allocations.h"
 #include "support/bytes.h"
 #include "support/faulty.h"
 #include "support/nodes.h"
+#include "support/smallstack.h"
 #include "vnxstd/archive/text.h"
 
 namespace {
@@ -299,16 +296,6 @@ TEST_P(Graphs, ClassesCanRefuseToContainThemselves) {
   }
 }
 
-void onAStackOf(std::size_t bytes, const std::function<void()>& act) {
-  pthread_attr_t attributes;
-  pthread_t thread;
-  pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, bytes);
-  const auto run = [](void* f) -> void* { return (*static_cast<const std::function<void()>*>(f))(), nullptr; };
-  ASSERT_EQ(pthread_create(&thread, &attributes, run, const_cast<std::function<void()>*>(&act)), 0);
-  pthread_join(thread, nullptr);
-}
-
 TEST_P(Graphs, NestingHasALimitBothWays) {
   const auto chain = [](int length) {
     NodeHandle top(new Node);
@@ -320,8 +307,8 @@ TEST_P(Graphs, NestingHasALimitBothWays) {
     return top;
   };
   std::string deepest;
-  onAStackOf(kStack, [&] { deepest = archived(chain(512), kLittle); });
-  onAStackOf(kStack, [&] { EXPECT_TRUE(tryLoad(deepest)); });
+  onStackOf(kStack, [&] { deepest = archived(chain(512), kLittle); });
+  onStackOf(kStack, [&] { EXPECT_TRUE(tryLoad(deepest)); });
   const NodeHandle tooDeep = chain(513);
   qcMemoryArchive archive(kLittle, seekable());
   EXPECT_THROW(archive << tooDeep, qcArchive::BadContent);
