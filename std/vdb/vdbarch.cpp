@@ -195,7 +195,7 @@ qcVDBRecordBase* qcVDBArchive::loadRecord() {
   qcPersistent* loaded = nullptr;
   qcPersistent::serializePointer(*archive_, nullptr, loaded);
   std::unique_ptr<qcPersistent> object(loaded);
-  if (!object) throw qcVDBRecordBase::NoResult();
+  if (!object) throw archive_->located(qcVDBRecordBase::NoResult(), "an object behind the header");
   auto* record = dynamic_cast<qcVDBRecordBase*>(object.get());
   if (!record) throw archive_->located(qcArchive::BadType(kSource, kNoRecordLine), "a record");
   record->header_ = header;
@@ -208,7 +208,9 @@ std::string qcVDBArchive::recordTypeName() {
   static_cast<void>(loadHeader());
   const long id = archive_->pointerObjectID();
   const qcArchive::Position place = archive_->findObject(id);
-  if (place == qcArchive::Position(0)) throw qcVDBRecordBase::NoResult();
+  if (place == qcArchive::Position(0)) {
+    throw archive_->located(qcVDBRecordBase::NoResult(), "an object of the index", std::to_string(id));
+  }
   archive_->seek(place);
   return archive_->objectTypeName();
 }
