@@ -10,6 +10,7 @@
 #include "support/bytes.h"
 #include "support/faulty.h"
 #include "support/nodes.h"
+#include "support/records.h"
 #include "support/smallstack.h"
 #include "vnxstd/archive/text.h"
 
@@ -44,11 +45,6 @@ void expectSameGraph(const NodeHandle& a, const NodeHandle& b) {
   for (const Node* node : reachable(b)) EXPECT_EQ(node->refc(), owners[node]) << "neither lost nor kept by the archive";
 }
 
-std::string record(int id, int kind, const std::string& inlined = {}) {
-  return fromHex("4FE5705401") + stored(kBig, false, id, static_cast<unsigned char>(kind)) + std::string(8, '\0') +
-         inlined;
-}
-const std::string kMarker = fromHex("F1664BDF");
 const std::string kPetName = stored(kBig, false, std::string("(anonymous namespace)::Pet"));
 const std::string kNodeName = stored(kBig, false, std::string("(anonymous namespace)::Node"));
 std::string petObject(int number) { return kMarker + std::string{1, 0, static_cast<char>(number)}; }

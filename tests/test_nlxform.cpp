@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/bytes.h"
+#include "support/records.h"
 #include "vnxstd/except.h"
 #include "vnxstd/math.h"
 #include "zrtnlxf/deform.h"
@@ -711,20 +711,13 @@ TEST(Archive, InversesHoldWhatTheyCanUndo) {
     load(stored(qcArchive::bigEndian, false, inverse), loaded);
     EXPECT_TRUE(*loaded * p == *inverse * p);
   }
-  // A record of a pointer: mark, version, number of the object, whether it follows, two sizes, type and object.
-  const auto record = [](char id, const std::string& type = {}) {
-    std::string head = "\x4F\xE5\x70\x54" + std::string({1, 0, 0, 0, id, static_cast<char>(!type.empty())});
-    head += std::string(8, '\0');
-    if (!type.empty()) head += static_cast<char>(type.size()) + ('"' + type + '"') + "\xF1\x66\x4B\xDF";
-    return head;
-  };
-  const std::string three(3, '\0'), outer = record(1, "qc2XformInverse") + three;
+  const std::string three(3, '\0'), back = record(1, 0);
   const std::string linear =
-      record(2, "qc2XformLinear") + three + '\0' + numbers({5, 0}) + '\0' + numbers({1, 0, 0, 1, 1});
-  const std::string chain = record(2, "qc2XformComposed") + three + std::string({0, 0, 0, 0, 1}) + record(1);
+      newObject(2, "qc2XformLinear", three + '\0' + numbers({5, 0}) + '\0' + numbers({1, 0, 0, 1, 1}));
+  const std::string chain = newObject(2, "qc2XformComposed", three + std::string({0, 0, 0, 0, 1}) + back);
   for (const std::string& forward :
-       {record(0), record(1), linear, chain, record(2, "qc2XformInverse") + three + record(1)}) {
-    EXPECT_THROW(load(outer + forward, loaded), qcArchive::BadContent);
+       {record(0, 0), back, linear, chain, newObject(2, "qc2XformInverse", three + back)}) {
+    EXPECT_THROW(load(newObject(1, "qc2XformInverse", three + forward), loaded), qcArchive::BadContent);
   }
   EXPECT_EQ(*loaded * p, *inverses[1] * p);
 }

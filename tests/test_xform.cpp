@@ -1,7 +1,6 @@
 // The family of transforms: laws over random members, linear, bent and composed; caches; rigid transforms; archives.
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cmath>
 #include <cstdlib>
 #include <random>
@@ -10,7 +9,7 @@
 #include <vector>
 
 #include "std/math/mappoints.h"
-#include "support/bytes.h"
+#include "support/records.h"
 #include "vnxstd/except/pelerrors.h"
 #include "vnxstd/math.h"
 
@@ -159,51 +158,39 @@ TEST(Rigid, AgreesWithItsPlainTransform) {
   }
 }
 
-// Bytes of a little-endian archive, put together by hand.
-struct Bytes : std::string {
-  Bytes() : std::string("\x02\x01", 2) {}
-  Bytes& number(std::uint64_t value, int size) {
-    for (int i = 0; i < size; ++i) push_back(static_cast<char>(value >> 8 * i));
-    return *this;
-  }
-  Bytes& pointer(unsigned id, const std::string& type = {}) {  // a reference, or the head of a new object
-    append("\x4F\xE5\x70\x54\x01", 5);
-    number(id, 4).number(!type.empty(), 1).number(0, 8);
-    if (!type.empty()) number(type.size(), 1).append("\"" + type + "\"\xF1\x66\x4B\xDF");
-    return *this;
-  }
-  Bytes& linear(unsigned id) {  // (x, y) -> (x + 5, y)
-    pointer(id, "qc2XformLinear").number(0, 4);
-    for (const double value : {5, 0}) number(std::bit_cast<std::uint64_t>(value), 8);
-    number(0, 1);
-    for (const double value : {1, 0, 0, 1, 1}) number(std::bit_cast<std::uint64_t>(value), 8);
-    return *this;
-  }
-  Bytes& composed(unsigned id, unsigned count) { return pointer(id, "qc2XformComposed").number(0, 4).number(count, 4); }
-};
+const std::string kHead = headOf(kBig), kLevels(4, '\0');  // the versions of an object's levels and of the next part
+
+std::string linear(int id) {  // (x, y) -> (x + 5, y)
+  const std::string one = fromHex("3FF0000000000000"), zero(8, '\0');
+  return newObject(id, "qc2XformLinear",
+                   kLevels + fromHex("4014000000000000") + zero + '\0' + one + zero + zero + one + one);
+}
+std::string composed(int id, unsigned count) {
+  return newObject(id, "qc2XformComposed", kLevels + stored(kBig, false, count));
+}
 
 TEST(Archive, BytesByHandSharingAndEveryFault) {
   const Handle shift(new Linear(qcMatrix<2>(), Point(5, 0)));
   const Composition chain(new qc2XformComposed(shift, shift, false, false));
   chain->postCompose(Member(), false);
-  const Bytes chainBytes = Bytes().composed(1, 3).linear(2).pointer(2).pointer(0);
+  const std::string chainBytes = kHead + composed(1, 3) + linear(2) + record(2, 0) + record(0, 0);
   Handle loaded = chain;
-  EXPECT_EQ(archived(kLittle, false, loaded), chainBytes);
-  EXPECT_EQ(archived(kLittle, false, load(chainBytes, loaded)), chainBytes);
+  EXPECT_EQ(archived(kBig, false, loaded), chainBytes);
+  EXPECT_EQ(archived(kBig, false, load(chainBytes, loaded)), chainBytes);
 
   qc2XformCache cache;
   cache.xform(shift, false);
-  const std::string cacheBytes = Bytes().number(0, 1).linear(1).pointer(0).number(1, 1);
-  EXPECT_EQ(archived(kLittle, false, cache), cacheBytes);
+  const std::string cacheBytes = kHead + '\0' + linear(1) + record(0, 0) + '\1';
+  EXPECT_EQ(archived(kBig, false, cache), cacheBytes);
   cache.setIdentity();
   EXPECT_EQ(load(cacheBytes, cache).linearXformInverse().trans(), Point(-5, 0));
-  EXPECT_THROW(load(Bytes().number(0, 1).pointer(0).pointer(0).number(0, 1), cache), qcArchive::BadContent);
+  EXPECT_THROW(load(kHead + '\0' + record(0, 0) + record(0, 0) + '\0', cache), qcArchive::BadContent);
 
   EXPECT_THROW(load(cacheBytes.substr(0, cacheBytes.size() - 1), cache), qcArchive::Errors);
   EXPECT_EQ(cache.linearXform().trans(), Point(5, 0));
 
   // Version bytes: those of the levels, of the member list, and of the vector and the matrix within.
-  const std::size_t body = chainBytes.find("\xF1\x66\x4B\xDF") + 4, inner = chainBytes.rfind("\xF1\x66\x4B\xDF") + 4;
+  const std::size_t body = chainBytes.find(kMarker) + 4, inner = chainBytes.rfind(kMarker) + 4;
   for (const std::size_t at : {body, body + 1, body + 3, inner, inner + 1, inner + 3, inner + 20}) {
     std::string newer = chainBytes;
     newer[at] = 1;
@@ -213,12 +200,12 @@ TEST(Archive, BytesByHandSharingAndEveryFault) {
 
 TEST(Archive, RefusesCirclesAndExplosions) {
   Handle loaded, built(new qc2XformComposed);
-  EXPECT_THROW(load(Bytes().composed(1, 2).linear(2).composed(3, 1).pointer(1), loaded), qcArchive::BadContent);
-  EXPECT_THROW(load(Bytes().composed(1, 0xFFFFFFFF).linear(2), loaded), qcArchive::Eof);
-  Bytes tower;  // each level holds the one below twice
-  for (unsigned level = 1; level <= 40; ++level) tower.composed(level, 2);
-  tower.pointer(0).pointer(0);
-  for (unsigned level = 40; level > 1; --level) tower.pointer(level);
+  EXPECT_THROW(load(kHead + composed(1, 2) + linear(2) + composed(3, 1) + record(1, 0), loaded), qcArchive::BadContent);
+  EXPECT_THROW(load(kHead + composed(1, 0xFFFFFFFF) + linear(2), loaded), qcArchive::Eof);
+  std::string tower = kHead;  // each level holds the one below twice
+  for (int level = 1; level <= 40; ++level) tower += composed(level, 2);
+  tower += record(0, 0) + record(0, 0);
+  for (int level = 40; level > 1; --level) tower += record(level, 0);
   EXPECT_THROW(load(tower, loaded), qcArchive::BadContent);
   for (int level = 0; level < 40; ++level) built = new qc2XformComposed(built, built, false, false);
   EXPECT_THROW(archived(kLittle, false, built), qcArchive::BadContent);
