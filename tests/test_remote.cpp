@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <climits>
 #include <csignal>
 #include <cstring>
@@ -224,6 +225,11 @@ TEST(RemoteRoots, AreMadeWithinTheStorageThatIsGiven) {
     EXPECT_TRUE(first.get(9, 49) == 0 && second.get(0, 0) == 0);
     EXPECT_THROW(Grey(*pair.user, 1, 1), qcTcpip::AccessFailed);
   }
+  {
+    std::vector<Grey> small;
+    for (int i = 0; i < 6; ++i) small.emplace_back(*pair.user, 1, 1);
+    EXPECT_THROW(Grey(*pair.user, 1, 1), qcTcpip::AccessFailed) << "an image is more than its pels";
+  }
   for (const long size : {0L, -1L}) EXPECT_THROW(Grey(*pair.user, size, 5), qcException);
   EXPECT_THROW(Grey(*pair.user, INT32_MAX - 64, INT32_MAX), qcTcpip::AccessFailed);
   const Grey local = noise<unsigned char>(8, 8), there = qfPelCopy(local, pair.user.get());
@@ -280,6 +286,60 @@ TEST(RemoteRoots, CallsThatNobodyAnswersTimeOutAndLaterOnesWork) {
   pair.user.reset();
 }
 
+TEST(RemoteRoots, BothSidesSendMoreThanTheConnectionHoldsAtOnce) {
+  Pair pair;
+  Grey mine = noise<unsigned char>(2000, 2000), yours = noise<unsigned char>(2000, 2000, 2), other;
+  const Grey proxy = pair.lend(mine);
+  *pair.back || yours;
+  pair.back->flush();
+  *pair.home || other;
+  std::atomic<int> done{0};
+  const auto exchange = [&](const Grey& remote, const Grey& local, qcCommunicator& end, auto& out, auto& in) {
+    const Grey written = noise<unsigned char>(2000, 2000, 3);
+    EXPECT_TRUE(sameBytes<unsigned char>(qfPelCopy(remote), local));
+    std::vector<unsigned char> stored(3000000, 7), loaded;
+    *out || stored;
+    out->flush();
+    *in || loaded;
+    EXPECT_TRUE(loaded == stored);
+    written.rep()->copy(written.rep()->rect(), *remote.rep(), {0, 0}, false);
+    for (++done; done < 2;) end.serve(0.01);
+    EXPECT_TRUE(sameBytes<unsigned char>(written, local));
+  };
+  std::jthread there([&] { exchange(proxy, mine, *pair.user, pair.back, pair.in); });
+  exchange(other, yours, *pair.owner, pair.out, pair.home);
+}
+
+TEST(RemoteRoots, AnswersGoOnWhenServingDoes) {
+  Pair pair;
+  Grey image = noise<unsigned char>(1000, 1000);
+  const Grey proxy = pair.lend(image);
+  std::jthread serving([&](const std::stop_token& stop) {
+    while (!stop.stop_requested()) pair.owner->serve(0);
+  });
+  EXPECT_TRUE(sameBytes<unsigned char>(proxy, image));
+}
+
+TEST(RemoteRoots, WhatComesTooLateOrNotAtAllIsNotKept) {
+  Pair pair;
+  pair.owner->peerStorage(1024);
+  pair.user->timeOut(0.01);
+  EXPECT_THROW(Grey(*pair.user, 64, 16), qcTcpip::Timeout);
+  for (auto* end : {pair.owner.get(), pair.user.get(), pair.owner.get()}) end->serve(0.01);
+  std::jthread serving([&] { EXPECT_TRUE(pair.owner->serve(30)); });
+  pair.user->timeOut(30);
+  EXPECT_TRUE(Grey(*pair.user, 64, 16).isRemote()) << "the storage is free again";
+  pair.user.reset();
+  Pair stuck;
+  Grey image(3, 3), later(3, 3);
+  EXPECT_THROW(stuck.user->send(std::vector<char>(50000000).data(), 50000000, qcDeadline(0.0)), qcTcpip::Timeout);
+  stuck.back->timeOut(0);
+  *stuck.back || image;
+  EXPECT_THROW(stuck.back->flush(), qcTcpip::Timeout);
+  EXPECT_THROW(*stuck.back || later, qcTcpip::ConnectionBroken);
+  EXPECT_EQ(later.refc(), 1);
+}
+
 TEST(RemoteRoots, ThreadsShareAConnection) {
   Pair pair;
   Grey mine = noise<unsigned char>(300, 10), yours = noise<unsigned char>(300, 10, 2), back;
@@ -316,15 +376,22 @@ TEST(RemoteRoots, ThreadsShareAConnection) {
 
 // --- what comes from a peer that means no good ----------------------------------------------------------------------
 
-/// Sends a call as bytes; the class of the error that comes back, nothing for none.
+/// A call as bytes.
 template <class... Fields>
-std::string ask(qcCommunicator& end, Fields... fields) {
+std::string callOf(Fields... fields) {
   qcMemoryArchive body(qcArchive::littleEndian, false);
   ((body || fields), ...);
   const auto bytes = body.bytes();
   std::string frame = fromHex("00000000 01000000") + std::string(bytes.begin(), bytes.end());
   const auto count = static_cast<std::uint32_t>(frame.size() - 4) | 0xC0000000u;
   for (unsigned i = 0; i < 4; ++i) frame[i] = static_cast<char>(count >> (8 * i));
+  return frame;
+}
+
+/// Sends a call; the class of the error that comes back, nothing for none.
+template <class... Fields>
+std::string ask(qcCommunicator& end, Fields... fields) {
+  const std::string frame = callOf(fields...);
   end.send(frame.data(), frame.size(), qcDeadline(30.0));
   unsigned char head[4];
   end.receive(reinterpret_cast<char*>(head), 4, qcDeadline(30.0));
@@ -397,6 +464,44 @@ TEST(RemoteRoots, NothingIsGivenThatWasNotLent) {
     other.reset();
   }
   EXPECT_EQ(image.refc(), 1);
+}
+
+TEST(RemoteRoots, PeersThatAskEachOtherThroughThisSideEndSoon) {
+  Pair first, second;  // each lends an image that is passed on to the other one
+  Grey mine(4, 4), yours(4, 4), proxies[] = {first.lend(mine), second.lend(yours)};
+  *first.back || proxies[1];
+  *second.back || proxies[0];
+  first.back->flush(), second.back->flush();
+  const auto flood = [](qcCommunicator& end) {
+    const std::string call = callOf(static_cast<unsigned char>(1), 1u, static_cast<unsigned char>(1), 0, 0, 1, 1);
+    std::string many;
+    for (int i = 0; i < 1000; ++i) many += call;
+    return std::array{std::jthread([&end, many] {
+                        try {
+                          for (;;) end.send(many.data(), many.size(), qcDeadline(30.0));
+                        } catch (const qcTcpip::ConnectionBroken&) {
+                        }
+                      }),
+                      std::jthread([&end] {
+                        char bytes[64];
+                        EXPECT_THROW(for (;;) end.receive(bytes, sizeof bytes, qcDeadline(30.0)),
+                                     qcTcpip::ConnectionBroken);
+                      })};
+  };
+  const auto one = flood(*first.owner), other = flood(*second.owner);
+  for (auto* pair : {&first, &second}) pair->user->timeOut(0.5);
+  EXPECT_FALSE(first.user->serve(0.1));
+  first.user.reset(), second.user.reset();
+}
+
+TEST(RemoteRoots, FloodsProlongNoWait) {
+  auto [mine, other] = qcCommunicator::loopback();
+  std::string flood;
+  for (int i = 0; i < 100; ++i) flood += fromHex("040000A0 09000000");  // replies that nobody waits for
+  other->send(flood.data(), flood.size(), qcDeadline(30.0));
+  other.reset();
+  EXPECT_FALSE(mine->serve(0)) << "has not come to the end";
+  EXPECT_TRUE(mine->serve(30));
 }
 
 TEST(RemoteRoots, ReferencesThatMakeNoSenseAreRefused) {

@@ -17,8 +17,9 @@ qcCommunicator::~qcCommunicator() = default;
 std::pair<std::unique_ptr<qcCommunicator>, std::unique_ptr<qcCommunicator>> qcCommunicator::loopback() {
   throw qcTcpip::NotSupported();
 }
-std::size_t qcCommunicator::sendSome(const char*, std::size_t, const qcDeadline&) { throw qcTcpip::NotSupported(); }
-std::size_t qcCommunicator::receiveSome(char*, std::size_t, const qcDeadline&) { throw qcTcpip::NotSupported(); }
+std::size_t qcCommunicator::sendNow(const char*, std::size_t) { throw qcTcpip::NotSupported(); }
+std::size_t qcCommunicator::receiveNow(char*, std::size_t) { throw qcTcpip::NotSupported(); }
+qcCommunicator::Ready qcCommunicator::waitFor(bool, bool, const qcDeadline&) const { throw qcTcpip::NotSupported(); }
 bool qcCommunicator::isConnected() const { throw qcTcpip::NotSupported(); }
 bool qcCommunicator::waitUntilDisconnected(double) const { throw qcTcpip::NotSupported(); }
 void qcCommunicator::finishSending() { throw qcTcpip::NotSupported(); }
@@ -93,33 +94,27 @@ std::pair<std::unique_ptr<qcCommunicator>, std::unique_ptr<qcCommunicator>> qcCo
   return {std::move(first), std::move(second)};
 }
 
-void qcCommunicator::waitFor(short events, const qcDeadline& deadline) const {
-  if (pollUntil(socket_, events, deadline) == 0) throw qcTcpip::Timeout();
+qcCommunicator::Ready qcCommunicator::waitFor(bool sending, bool receiving, const qcDeadline& deadline) const {
+  const int come = pollUntil(socket_, static_cast<short>((sending ? POLLOUT : 0) | (receiving ? POLLIN : 0)), deadline);
+  const bool isWrong = (come & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+  return {sending && (isWrong || (come & POLLOUT) != 0), receiving && (isWrong || (come & POLLIN) != 0)};
 }
 
-std::size_t qcCommunicator::sendSome(const char* data, std::size_t count, const qcDeadline& deadline) {
+std::size_t qcCommunicator::sendNow(const char* data, std::size_t count) {
   for (;;) {
     const ssize_t sent = ::send(socket_, data, count, MSG_NOSIGNAL);
-    if (sent > 0) {
-      return static_cast<std::size_t>(sent);
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-      waitFor(POLLOUT, deadline);
-    } else if (errno != EINTR) {
-      throw qcTcpip::ConnectionBroken();
-    }
+    if (sent > 0) return static_cast<std::size_t>(sent);
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;
+    if (errno != EINTR) throw qcTcpip::ConnectionBroken();
   }
 }
 
-std::size_t qcCommunicator::receiveSome(char* data, std::size_t count, const qcDeadline& deadline) {
+std::size_t qcCommunicator::receiveNow(char* data, std::size_t count) {
   for (;;) {
     const ssize_t received = ::recv(socket_, data, count, 0);
-    if (received > 0) {
-      return static_cast<std::size_t>(received);
-    } else if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-      waitFor(POLLIN, deadline);
-    } else if (received == 0 || errno != EINTR) {
-      throw qcTcpip::ConnectionBroken();
-    }
+    if (received > 0) return static_cast<std::size_t>(received);
+    if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return 0;
+    if (received == 0 || errno != EINTR) throw qcTcpip::ConnectionBroken();
   }
 }
 
@@ -138,12 +133,18 @@ void qcCommunicator::finishSending() { ::shutdown(socket_, SHUT_WR); }
 #endif
 
 void qcCommunicator::send(const char* data, std::size_t count, const qcDeadline& deadline) {
-  for (std::size_t sent = 0; sent < count;) sent += sendSome(data + sent, count - sent, deadline);
+  for (std::size_t sent = 0; sent < count;) {
+    const std::size_t part = sendNow(data + sent, count - sent);
+    if (part == 0 && !waitFor(true, false, deadline).canSend) throw qcTcpip::Timeout();
+    sent += part;
+  }
 }
 
 void qcCommunicator::receive(char* data, std::size_t count, const qcDeadline& deadline) {
   for (std::size_t received = 0; received < count;) {
-    received += receiveSome(data + received, count - received, deadline);
+    const std::size_t part = receiveNow(data + received, count - received);
+    if (part == 0 && !waitFor(false, true, deadline).canReceive) throw qcTcpip::Timeout();
+    received += part;
   }
 }
 

@@ -20,6 +20,15 @@ const qc_ErrorRegistration<qcRemoteObject::Errors, qcRemoteObject::ObjectMismatc
 // since each takes memory of its own.
 constexpr std::size_t kMostSetAside = std::size_t{64} << 20, kFrameCost = 128;
 
+// What is kept for a peer that takes nothing.
+constexpr std::size_t kMostUnsent = std::size_t{16} << 20;
+
+// While a thread waits for the answer to one call it answers others, which may take calls. Peers could go on with that
+// until the stack is used up.
+constexpr int kMostCallsWithin = 16;
+thread_local int callsWithin = 0;
+thread_local qcDeadline callDeadline;
+
 constexpr std::uint32_t kCountMask = 0x00FFFFFF;
 
 void storeWord(char* to, std::uint32_t word) {
@@ -71,8 +80,16 @@ void qc_Link::close() noexcept {
 
 std::shared_ptr<qc_CallService> qc_Link::service() {
   const Lock lock(mutex_);
-  if (!service_ && !isReceivingOver_ && qc_CallService::factory) service_ = qc_CallService::factory(*this);
+  if (!service_ && !isReceivingOver_ && qc_CallService::factory) {
+    service_ = qc_CallService::factory(*this);
+    lastService_ = service_;
+  }
   return service_;
+}
+
+std::shared_ptr<qc_CallService> qc_Link::lastService() const {
+  const Lock lock(mutex_);
+  return lastService_.lock();
 }
 
 // --- reading --------------------------------------------------------------------------------------------------------
@@ -80,6 +97,8 @@ std::shared_ptr<qc_CallService> qc_Link::service() {
 // Nothing comes any more, so the peer can use nothing of what it was given here.
 void qc_Link::endReceiving(Lock& lock) {
   isReceivingOver_ = true;
+  for (const auto& call : callsOfThePeer_) asideBytes_ -= call.size() + kFrameCost;
+  callsOfThePeer_.clear();
   changed_.notify_all();
   std::shared_ptr<qc_CallService> last = std::exchange(service_, nullptr);
   if (!last) return;
@@ -88,9 +107,9 @@ void qc_Link::endReceiving(Lock& lock) {
   lock.lock();
 }
 
-// Whether the next frame is one of a message that there is no room for.
-bool qc_Link::isStalled() const {
-  return headCount_ == kHead && (head_ & (kCall | kReply)) == 0 && inboxBytes_ >= kMostSetAside;
+// Whether the frame that has begun has to wait for room.
+bool qc_Link::isMessageWithoutRoom(bool isRoom) const {
+  return !isRoom && headCount_ == kHead && (head_ & (kCall | kReply)) == 0;
 }
 
 void qc_Link::checkHead() {
@@ -106,96 +125,116 @@ void qc_Link::checkHead() {
   if (!isGood) throw qcArchive::BadContent("transfer", 100);
 }
 
-// Reads on until the frame is there, or a frame that there is no room for has begun.
-void qc_Link::readFrame(const qcDeadline& deadline, bool isRoom) {
-  if (headCount_ < kHead) {
-    while (headCount_ < kHead) {
-      headCount_ += communicator_->receiveSome(headBytes_.data() + headCount_, kHead - headCount_, deadline);
+// Reads what there is of a frame; whether that is whole.
+bool qc_Link::readOn(bool isRoom) {
+  const auto fill = [this](char* to, std::size_t count, std::size_t& have) {
+    while (have < count) {
+      const std::size_t part = communicator_->receiveNow(to + have, count - have);
+      if (part == 0) return false;
+      have += part;
     }
+    return true;
+  };
+  if (headCount_ < kHead) {
+    if (!fill(headBytes_.data(), kHead, headCount_)) return false;
     checkHead();
     bodyCount_ = 0;
   }
-  if (!isRoom && (head_ & (kCall | kReply)) == 0) return;
-  const std::size_t count = head_ & kCountMask;
-  body_.resize(count);
-  while (bodyCount_ < count) {
-    bodyCount_ += communicator_->receiveSome(body_.data() + bodyCount_, count - bodyCount_, deadline);
-  }
+  if (isMessageWithoutRoom(isRoom)) return false;
+  body_.resize(head_ & kCountMask);
+  return fill(body_.data(), body_.size(), bodyCount_);
 }
 
-// Hands the frame that has been read to whoever it is for; whether that was a call, whose answer takes time.
-bool qc_Link::dispatch(Lock& lock, const qcDeadline& deadline) {
-  if (headCount_ < kHead || bodyCount_ < (head_ & kCountMask)) return false;  // no room for it yet
-  const std::uint32_t head = head_;
-  std::vector<char> body = std::move(body_);
-  headCount_ = bodyCount_ = 0;
-  body_ = {};
-  if ((head & kCall) != 0) {
-    lock.unlock();
-    try {
-      answer(body, deadline);
-    } catch (...) {
-      lock.lock();
-      throw;
-    }
+// Reads, as the one thread that does, until a frame is there and handed on, or something can be sent that was left;
+// only what there is already without a deadline. False when that passes first. An error ends the receiving.
+bool qc_Link::read(Lock& lock, bool takesMessages, const qcDeadline* deadline) {
+  const bool isRoom = takesMessages || asideBytes_ < kMostSetAside;
+  const bool isSomethingLeft = !unsent_.empty() && !isSending_ && !isSendingOver_;
+  isReading_ = true;
+  lock.unlock();
+  const auto stopReading = [&] {
     lock.lock();
-    return true;
+    isReading_ = false;
+    changed_.notify_all();
+  };
+  bool isWhole = false, isInTime = true;
+  try {
+    while (!(isWhole = readOn(isRoom)) && deadline && !isMessageWithoutRoom(isRoom)) {
+      const qcCommunicator::Ready ready = communicator_->waitFor(isSomethingLeft, true, *deadline);
+      isInTime = ready.canSend || ready.canReceive;
+      if (!ready.canReceive) break;
+    }
+    if (isWhole && (head_ & kCall) != 0 && loadWord(body_.data()) == 0) {
+      isWhole = false;
+      const std::vector<char> call = std::exchange(body_, {});
+      headCount_ = 0;
+      answer(call, qcDeadline(0.0));
+    }
+  } catch (const qcTimeout::Errors&) {
+    stopReading();
+    throw;
+  } catch (...) {  // the connection has ended, or what comes makes no sense
+    stopReading();
+    endReceiving(lock);
+    throw;
   }
-  if ((head & kReply) != 0) {
-    const auto caller = calls_.find(loadWord(body.data()));  // gone when its time was up
+  stopReading();
+  if (isWhole) handOn(lock);
+  return isInTime;
+}
+
+// Hands the frame that has been read to whoever it is for.
+void qc_Link::handOn(Lock& lock) {
+  std::vector<char> body = std::exchange(body_, {});
+  headCount_ = 0;
+  const std::size_t cost = body.size() + kFrameCost;
+  if ((head_ & kCall) != 0) {
+    callsOfThePeer_.push_back(std::move(body));
+    asideBytes_ += cost;
+  } else if ((head_ & kReply) != 0) {
+    const std::uint32_t number = loadWord(body.data());
+    const auto caller = calls_.find(number);
     if (caller != calls_.end()) {
       caller->second->reply = std::move(body);
       caller->second->isThere = true;
+    } else if (making_.erase(number) != 0) {  // its caller's time was up
+      lock.unlock();
+      undo(body);
+      lock.lock();
     }
   } else {
-    isMidMessage_ = (head & kLast) == 0;
+    isMidMessage_ = (head_ & kLast) == 0;
     if (!dropsMessages_) {
-      const std::size_t cost = body.size() + kFrameCost;
       dropsMessages_ = true;  // unless there is memory: what follows makes no sense without this frame
       inbox_.push_back({std::move(body), !isMidMessage_});
       dropsMessages_ = false;
-      inboxBytes_ += cost;
+      asideBytes_ += cost;
     }
   }
   changed_.notify_all();
-  return false;
 }
 
-// Waits until isThere(), asked under the lock, and reads meanwhile; false when the deadline passes first.
+// Waits until isThere(), asked under the lock, and reads and answers meanwhile; false when the deadline passes first.
 template <class IsThere>
 bool qc_Link::await(Lock& lock, const qcDeadline& deadline, bool takesMessages, IsThere isThere) {
   for (;;) {
-    const auto canRead = [&] { return !isReading_ && (takesMessages || !isStalled()); };
-    const auto canGoOn = [&] { return isThere() || isReceivingOver_ || canRead(); };
+    sendRest(lock);
+    const auto canRead = [&] {
+      return !isReading_ && !isMessageWithoutRoom(takesMessages || asideBytes_ < kMostSetAside);
+    };
+    const auto canGoOn = [&] { return isThere() || isReceivingOver_ || !callsOfThePeer_.empty() || canRead(); };
     if (!qf_WaitFor(changed_, lock, deadline, canGoOn)) return false;
     if (isThere()) return true;
     if (isReceivingOver_) throw qcTcpip::ConnectionBroken();
-    isReading_ = true;
-    const bool isRoom = takesMessages || inboxBytes_ < kMostSetAside;
-    lock.unlock();
-    const auto stopReading = [&] {
-      lock.lock();
-      isReading_ = false;
-      changed_.notify_all();
-    };
-    try {
-      readFrame(deadline, isRoom);
-    } catch (const qcTcpip::Timeout&) {
-      stopReading();
-      return isThere();
-    } catch (const qcTimeout::Errors&) {
-      stopReading();
-      throw;
-    } catch (...) {  // the connection has ended, or what comes makes no sense
-      stopReading();
-      endReceiving(lock);
-      throw;
+    if (!callsOfThePeer_.empty()) {
+      answerNext(lock, deadline);
+    } else {
+      if (!read(lock, takesMessages, &deadline)) return isThere();
+      if (!callsOfThePeer_.empty()) continue;  // what was read in time is answered
     }
-    stopReading();
-    if (dispatch(lock, deadline) && !isThere()) {
-      qfThrowExceptionOnFailure(zrtsys::checkAttention());
-      if (deadline.hasPassed()) return false;
-    }
+    if (isThere()) return true;
+    qfThrowExceptionOnFailure(zrtsys::checkAttention());  // which a flood of frames must not put off
+    if (deadline.hasPassed()) return false;
   }
 }
 
@@ -205,7 +244,7 @@ qc_Link::Frame qc_Link::receiveMessageFrame(const qcDeadline& deadline) {
   if (!await(lock, deadline, true, [this] { return !inbox_.empty(); })) throw qcTcpip::Timeout();
   Frame frame = std::move(inbox_.front());
   inbox_.pop_front();
-  inboxBytes_ -= frame.bytes.size() + kFrameCost;
+  asideBytes_ -= frame.bytes.size() + kFrameCost;
   changed_.notify_all();
   return frame;
 }
@@ -219,8 +258,8 @@ void qc_Link::breakMessages(bool isStoring) {
   const Lock lock(mutex_);
   (isStoring ? sendsNoMessages_ : dropsMessages_) = true;
   if (isStoring) return;
+  for (const Frame& frame : inbox_) asideBytes_ -= frame.bytes.size() + kFrameCost;
   inbox_.clear();
-  inboxBytes_ = 0;
   changed_.notify_all();
 }
 
@@ -236,58 +275,104 @@ bool qc_Link::serve(const qcDeadline& deadline) {
 
 // --- sending --------------------------------------------------------------------------------------------------------
 
-// Sends what is left of earlier frames and then this one, which may be none. What has begun to go out when this throws
-// is kept for the next sender, so that frames stay whole.
-void qc_Link::transmit(Lock& lock, const char* frame, std::size_t size, const qcDeadline& deadline) {
-  if (!qf_WaitFor(changed_, lock, deadline, [this] { return !isSending_; })) throw qcTcpip::Timeout();
+// Sends what is left of earlier frames and then this one, which may be none; without a deadline, which is for one that
+// is none and while nobody sends, only what goes at once. What has begun to go out is kept for the next sender, so that
+// frames stay whole.
+void qc_Link::transmit(Lock& lock, const char* frame, std::size_t size, const qcDeadline* deadline) {
+  if (deadline && !qf_WaitFor(changed_, lock, *deadline, [this] { return !isSending_; })) throw qcTcpip::Timeout();
   if (isSendingOver_) throw qcTcpip::ConnectionBroken();
   isSending_ = true;
-  std::string first = std::exchange(unsent_, {});
-  std::size_t sentFirst = 0, sent = 0;
+  std::string rest = std::exchange(unsent_, {});
+  std::size_t sentRest = 0, sent = 0;
   lock.unlock();
+  const auto sendAll = [&](const char* data, std::size_t count, std::size_t& done) {
+    while (done < count) {
+      const std::size_t part = communicator_->sendNow(data + done, count - done);
+      if (part == 0 && !deadline) return;
+      if (part == 0) waitToSend(*deadline);
+      done += part;
+    }
+  };
   const auto stopSending = [&] {
     lock.lock();
     isSending_ = false;
     changed_.notify_all();
+    try {
+      rest.erase(0, sentRest);
+      if (sent > 0) rest.append(frame + sent, size - sent);
+      rest.append(unsent_);
+      unsent_.swap(rest);
+    } catch (...) {
+      isSendingOver_ = true;
+      throw;
+    }
   };
   try {
-    while (sentFirst < first.size()) {
-      sentFirst += communicator_->sendSome(first.data() + sentFirst, first.size() - sentFirst, deadline);
-    }
-    while (sent < size) sent += communicator_->sendSome(frame + sent, size - sent, deadline);
+    sendAll(rest.data(), rest.size(), sentRest);
+    sendAll(frame, size, sent);
   } catch (const qcTcpip::ConnectionBroken&) {
     stopSending();
     isSendingOver_ = true;
+    unsent_ = {};
     throw;
   } catch (...) {
     stopSending();
-    isSendingOver_ = true;  // unless there is memory for the rest
-    first.erase(0, sentFirst);
-    if (sent > 0) first.append(frame + sent, size - sent);
-    unsent_.insert(0, first);
-    isSendingOver_ = false;
     throw;
   }
   stopSending();
+  if (frame) sendRest(lock);  // what others have left meanwhile
+}
+
+// Sends what is left as far as that needs no waiting.
+void qc_Link::sendRest(Lock& lock) {
+  if (unsent_.empty() || isSending_ || isSendingOver_) return;
+  try {
+    transmit(lock, nullptr, 0, nullptr);
+  } catch (const qcTcpip::Errors&) {
+  }
+}
+
+// Waits until the connection takes more. Reads meanwhile: a peer that sends itself may take nothing before.
+void qc_Link::waitToSend(const qcDeadline& deadline) {
+  constexpr double kLook = 0.01;  // seconds; whoever reads now may stop, and cannot wake this thread
+  const auto reads = [this] { return !isReading_ && !isReceivingOver_ && asideBytes_ < kMostSetAside; };
+  Lock lock(mutex_);
+  const bool isReader = reads();
+  lock.unlock();
+  const qcCommunicator::Ready ready =
+      communicator_->waitFor(true, isReader, isReader ? deadline : std::min(deadline, qcDeadline(kLook)));
+  if (ready.canSend) return;
+  lock.lock();
+  if (ready.canReceive && reads()) {
+    try {
+      read(lock, false, nullptr);
+    } catch (...) {  // nothing comes any more; the peer may take something yet
+    }
+  }
+  lock.unlock();
+  qfThrowExceptionOnFailure(zrtsys::checkAttention());
+  if (deadline.hasPassed()) throw qcTcpip::Timeout();
 }
 
 void qc_Link::sendMessageFrame(char* frame, std::size_t count, bool isLast, const qcDeadline& deadline) {
   storeWord(frame, static_cast<std::uint32_t>(count) | (isLast ? kLast : 0));
   Lock lock(mutex_);
   if (sendsNoMessages_) throw qcTcpip::ConnectionBroken();
-  transmit(lock, frame, kHead + count, deadline);
+  transmit(lock, frame, kHead + count, &deadline);
 }
 
 void qc_Link::send(std::vector<char>& frame, std::uint32_t bits, const qcDeadline& deadline) {
   storeWord(frame.data(), static_cast<std::uint32_t>(frame.size() - kHead) | kLast | bits);
   Lock lock(mutex_);
-  transmit(lock, frame.data(), frame.size(), deadline);
+  transmit(lock, frame.data(), frame.size(), &deadline);
 }
 
 // --- calls ----------------------------------------------------------------------------------------------------------
 
-std::vector<char> qc_Link::call(std::span<const char> body) {
-  const qcDeadline deadline(timeOut.load());
+std::vector<char> qc_Link::call(std::span<const char> body, bool makes) {
+  const qcDeadline deadline = std::min(qcDeadline(timeOut.load()), callDeadline);
+  if (callsWithin == kMostCallsWithin) throw qcTcpip::AccessFailed();
+  std::vector<char> frame = frameOf(0, body);
   Waiting waiting;
   std::uint32_t number = 0;
   {
@@ -295,22 +380,39 @@ std::vector<char> qc_Link::call(std::span<const char> body) {
     if (isReceivingOver_) throw qcTcpip::ConnectionBroken();
     do {
       number = ++lastCall_;  // 0 is that of calls without a reply
-    } while (number == 0 || !calls_.emplace(number, &waiting).second);
+    } while (number == 0 || calls_.contains(number) || making_.contains(number));
+    if (makes) making_.insert(number);
+    try {
+      calls_.emplace(number, &waiting);
+    } catch (...) {
+      making_.erase(number);
+      throw;
+    }
   }
-  struct Leave {
-    ~Leave() {
-      const Lock lock(link.mutex_);
+  struct Within {
+    ~Within() {  // what has come after all, when nobody takes it any more, is undone
+      --callsWithin;
+      callDeadline = outer;
+      Lock lock(link.mutex_);
       link.calls_.erase(number);
+      if (!waiting.isThere || link.making_.erase(number) == 0 || isTaken) return;
+      lock.unlock();
+      link.undo(waiting.reply);
     }
     qc_Link& link;
     std::uint32_t number;
-  } const leave{*this, number};
-  std::vector<char> frame = frameOf(number, body);
+    Waiting& waiting;
+    qcDeadline outer;
+    bool isTaken = false;
+  } within{*this, number, waiting, std::exchange(callDeadline, deadline)};
+  ++callsWithin;
+  storeWord(frame.data() + kHead, number);
   send(frame, kCall, deadline);
   {
     Lock lock(mutex_);
     if (!await(lock, deadline, false, [&] { return waiting.isThere; })) throw qcTcpip::Timeout();
   }
+  within.isTaken = true;
   waiting.reply.erase(waiting.reply.begin(), waiting.reply.begin() + 4);
   qcMemoryArchive reply(waiting.reply.data(), static_cast<long>(waiting.reply.size()), false);
   bool isGood = false;
@@ -319,18 +421,43 @@ std::vector<char> qc_Link::call(std::span<const char> body) {
   return std::move(waiting.reply);
 }
 
+void qc_Link::undo(const std::vector<char>& reply) noexcept {
+  try {
+    qcMemoryArchive archive(reply.data() + 4, static_cast<long>(reply.size()) - 4, false);
+    bool isGood = false;
+    archive || isGood;
+    const std::shared_ptr<qc_CallService> made = service();
+    if (isGood && made) made->undo(archive);
+  } catch (...) {  // it makes no sense, or the peer forgets when the connection ends
+  }
+}
+
 void qc_Link::post(std::span<const char> body) {
   std::vector<char> frame = frameOf(0, body);
   storeWord(frame.data(), static_cast<std::uint32_t>(frame.size() - kHead) | kLast | kCall);
   Lock lock(mutex_);
+  if (unsent_.size() > kMostUnsent) {
+    isSendingOver_ = true;
+    unsent_ = {};
+  }
   if (isSendingOver_) return;  // the peer forgets by itself
   unsent_.append(frame.data(), frame.size());
-  if (isSending_) return;
+  sendRest(lock);
+}
+
+// Takes a call that was set aside, or was read just now.
+void qc_Link::answerNext(Lock& lock, const qcDeadline& deadline) {
+  const std::vector<char> call = std::move(callsOfThePeer_.front());
+  callsOfThePeer_.pop_front();
+  asideBytes_ -= call.size() + kFrameCost;
+  lock.unlock();
   try {
-    transmit(lock, nullptr, 0, qcDeadline(0.0));
-  } catch (const qcTcpip::Errors&) {
-  } catch (const qcTimeout::Errors&) {
+    answer(call, deadline);
+  } catch (...) {
+    lock.lock();
+    throw;
   }
+  lock.lock();
 }
 
 // A peer that does not take the answer in time gets none.
@@ -351,7 +478,7 @@ void qc_Link::answer(const std::vector<char>& call, const qcDeadline& deadline) 
     reply || isGood;
     const std::shared_ptr<qc_CallService> answering = service();
     if (!answering) throw qcTcpip::NotSupported();
-    answering->answer(body, reply);
+    number == 0 ? answering->notice(body) : answering->answer(body, reply);
     frame = frameOf(number, reply.bytes());
   } catch (qcTimeout::Errors& error) {
     if (zrtsys::checkAttention() < 0) throw;  // of this thread; otherwise of another side that it has asked

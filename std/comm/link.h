@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -27,6 +28,11 @@ class qc_CallService {
   virtual ~qc_CallService();
   /// Reads a call and stores the answer. What it throws crosses to the caller.
   virtual void answer(qcArchive& call, qcArchive& reply) = 0;
+  /// Reads a call that wants no reply. These are carried out in the order in which they come, before anything behind
+  /// them is looked at, and ask nobody.
+  virtual void notice(qcArchive& call) = 0;
+  /// Reads a reply, behind its flag, that came after its caller's time was up, and undoes what was done for it.
+  virtual void undo(qcArchive& reply) = 0;
 
   /// Makes the service of a link. Set, before main, by the one module that has something to answer.
   using Factory = std::shared_ptr<qc_CallService> (*)(qc_Link& link);
@@ -36,9 +42,10 @@ class qc_CallService {
 /// The frames of a connection: those of messages, which archives read, and calls with their replies, one frame each.
 ///
 /// Every thread that waits for a frame of its own reads whatever comes meanwhile, if no other thread does: it answers
-/// calls, hands replies to whoever waits for them, and sets frames of messages aside. A frame is read and sent in
-/// pieces as they come and go; a thread whose time is up leaves the rest to the next one. All operations are safe from
-/// several threads; what waits throws as qcCommunicator says. Outlives its communicator as long as anybody has it.
+/// calls, hands replies to whoever waits for them, and sets frames of messages aside. One that waits for the peer to
+/// take what it sends reads too, and sets calls aside. A frame is read and sent in pieces as they come and go; a thread
+/// whose time is up leaves the rest to the next one. All operations are safe from several threads; what waits throws as
+/// qcCommunicator says. Outlives its communicator as long as anybody has it.
 class qc_Link {
  public:
   static constexpr std::size_t kHead = 4, kMostInMessageFrame = 65536, kMostInCall = (std::size_t{1} << 20) + 4096;
@@ -68,15 +75,19 @@ class qc_Link {
   void breakMessages(bool isStoring);
 
   /// Sends a call, waits for its reply and returns that, the bytes of an archive behind a flag that is true. Throws
-  /// what the peer has thrown. Waits for timeOut() seconds at most.
-  std::vector<char> call(std::span<const char> body);
-  /// Sends a call without reply, at once if that needs no waiting, otherwise before the next frame.
+  /// what the peer has thrown. Waits for timeOut() seconds at most, and within answers no longer than the call that is
+  /// waited in already may take. What comes too late is undone if it `makes` something.
+  std::vector<char> call(std::span<const char> body, bool makes = false);
+  /// Sends a call without reply, at once if that needs no waiting, otherwise before the next frame or while a thread
+  /// waits for one. A peer that has left too many of them lying gets nothing more.
   void post(std::span<const char> body);
   /// Answers calls until the deadline, which gives false, or until the peer has gone.
   bool serve(const qcDeadline& deadline);
 
   /// The service, which is made when it is first asked for; null once nothing can be received any more.
   std::shared_ptr<qc_CallService> service();
+  /// The same as long as any thread still uses it.
+  std::shared_ptr<qc_CallService> lastService() const;
 
   std::atomic<double> timeOut{30};       // seconds, of calls
   std::atomic<qcUInt64> peerStorage{0};  // bytes that the peer may use here
@@ -90,13 +101,18 @@ class qc_Link {
 
   template <class IsThere>
   bool await(Lock& lock, const qcDeadline& deadline, bool takesMessages, IsThere isThere);
-  bool isStalled() const;
-  void readFrame(const qcDeadline& deadline, bool isRoom);
+  bool isMessageWithoutRoom(bool isRoom) const;
+  bool readOn(bool isRoom);
   void checkHead();
-  bool dispatch(Lock& lock, const qcDeadline& deadline);
+  bool read(Lock& lock, bool takesMessages, const qcDeadline* deadline);
+  void handOn(Lock& lock);
+  void answerNext(Lock& lock, const qcDeadline& deadline);
   void answer(const std::vector<char>& call, const qcDeadline& deadline);
+  void undo(const std::vector<char>& reply) noexcept;
   void endReceiving(Lock& lock);
-  void transmit(Lock& lock, const char* frame, std::size_t size, const qcDeadline& deadline);
+  void transmit(Lock& lock, const char* frame, std::size_t size, const qcDeadline* deadline);
+  void waitToSend(const qcDeadline& deadline);
+  void sendRest(Lock& lock);
   void send(std::vector<char>& frame, std::uint32_t bits, const qcDeadline& deadline);
 
   mutable std::mutex mutex_;
@@ -110,14 +126,17 @@ class qc_Link {
   std::uint32_t head_ = 0;
   std::vector<char> body_;
 
-  std::deque<Frame> inbox_;  // of messages, set aside
-  std::size_t inboxBytes_ = 0;
+  std::deque<Frame> inbox_;                       // of messages, set aside
+  std::deque<std::vector<char>> callsOfThePeer_;  // that nobody answers yet
+  std::size_t asideBytes_ = 0;                    // of both
   bool isMidMessage_ = false, dropsMessages_ = false, sendsNoMessages_ = false;
 
   bool isSending_ = false, isSendingOver_ = false;
   std::string unsent_;  // whole frames, or the rest of one and whole frames, which go before any other
 
   std::map<std::uint32_t, Waiting*> calls_;
+  std::set<std::uint32_t> making_;  // calls that make something, also those that nobody waits for any more
   std::uint32_t lastCall_ = 0;
   std::shared_ptr<qc_CallService> service_;
+  std::weak_ptr<qc_CallService> lastService_;
 };

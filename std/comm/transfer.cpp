@@ -23,7 +23,7 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
   }
 
   void sendMessage() {
-    if (pptr() != pbase() || inMessage_) sendFrame(true);
+    if (pptr() != pbase() || inMessage_ || broken_) sendFrame(true);
   }
 
   void skipMessage() {
@@ -70,6 +70,7 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
       work(qcDeadline(seconds_ - waited_));
     } catch (...) {
       broken_ = isStoring || inMessage_ || link_->isInMessageFrame();
+      if (isStoring) setp(nullptr, nullptr);  // so that whatever is stored from now on throws
       if (broken_) link_->breakMessages(isStoring);
       throw;
     }

@@ -22,6 +22,9 @@ constexpr unsigned char kRead = 1, kWrite = 2, kMake = 3, kChangeCount = 4;
 // Pels in one call, in bytes: what a call may be long leaves room for the rest.
 constexpr long kMostInTile = 1 << 20;
 
+// What an image that the peer makes counts for at least, since it takes memory beside its pels.
+constexpr qcUInt64 kLeastImage = 1024;
+
 struct FactoryRegistration {
   FactoryRegistration() {
     qc_CallService::factory = [](qc_Link& link) -> std::shared_ptr<qc_CallService> {
@@ -104,7 +107,7 @@ std::uint32_t qf_RPCPelRootMake(qc_Link& link, qePelType type, long width, long 
   qcMemoryArchive call(qcArchive::littleEndian, false);
   unsigned char what = kMake, number = static_cast<unsigned char>(type);
   call || what || number || width || height || alignModulus;
-  const std::vector<char> bytes = link.call(call.bytes());
+  const std::vector<char> bytes = link.call(call.bytes(), true);
   qcMemoryArchive reply(bytes.data(), static_cast<long>(bytes.size()), false);
   bool isGood = false;
   std::uint32_t identity = 0;
@@ -158,13 +161,30 @@ void qc_RemotePelRoots::answer(qcArchive& call, qcArchive& reply) {
     std::uint32_t identity = makeForPeer(static_cast<qePelType>(type), width, height, alignModulus);
     reply || identity;
   } else if (what == kChangeCount) {
-    std::uint32_t identity = 0;
-    std::int32_t change = 0;
-    call || identity || change;
-    changeCount(identity, change);
+    readChange(call);
   } else {
     throw qcTcpip::NotSupported();
   }
+}
+
+void qc_RemotePelRoots::notice(qcArchive& call) {
+  unsigned char what = 0;
+  call || what;
+  if (what != kChangeCount) throw qcTcpip::NotSupported();
+  readChange(call);
+}
+
+void qc_RemotePelRoots::undo(qcArchive& reply) {
+  std::uint32_t identity = 0;
+  reply || identity;
+  qf_RPCPelRootChangeRefCount(link_, identity, -1);
+}
+
+void qc_RemotePelRoots::readChange(qcArchive& call) {
+  std::uint32_t identity = 0;
+  std::int32_t change = 0;
+  call || identity || change;
+  changeCount(identity, change);
 }
 
 void qc_RemotePelRoots::answerPels(bool isWritten, qcArchive& call, qcArchive& reply) {
@@ -270,15 +290,16 @@ std::uint32_t qc_RemotePelRoots::makeForPeer(qePelType type, long width, long he
   if (width < 1 || height < 1) throw qcPelFunc::BadParams();
   const auto size = static_cast<unsigned>(pelSize(type));
   const qc_PelStorage geometry(width, height, type == qePelType::ThreePlane ? 1 : size, alignModulus);
-  const auto rowBytes = static_cast<qcUInt64>(geometry.rowUpdate) * size;
+  const auto rowBytes = static_cast<qcUInt64>(geometry.rowUpdate) * size, rows = static_cast<qcUInt64>(height);
+  qcUInt64 bytes = 0;
   {
     const std::lock_guard guard(mutex_);
     const qcUInt64 most = link_.peerStorage.load();
     const qcUInt64 left = most > madeBytes_ ? most - madeBytes_ : 0;
-    if (static_cast<qcUInt64>(height) > left / rowBytes) throw qcTcpip::AccessFailed();
-    madeBytes_ += rowBytes * static_cast<qcUInt64>(height);
+    if (left < kLeastImage || rows > left / rowBytes) throw qcTcpip::AccessFailed();
+    bytes = std::max(rowBytes * rows, kLeastImage);
+    madeBytes_ += bytes;
   }
-  const qcUInt64 bytes = rowBytes * static_cast<qcUInt64>(height);
   try {
     const auto root = makeLocal(type, width, height, alignModulus);
     const std::lock_guard guard(mutex_);
@@ -340,7 +361,9 @@ void qf_AddRemotePelRoot(qc_PelRoot& proxy) { qc_RemotePelRoots::of(qc_RemotePel
 void qf_RemoveRemotePelRoot(qc_PelRoot& proxy) noexcept {
   try {
     qc_Link& link = qc_RemotePelRoots::linkOf(proxy);
-    const std::int32_t count = qc_RemotePelRoots::of(link)->remove(proxy);
+    // Also when the connection has ended: whoever still uses the table must not find the proxy there.
+    const auto roots = std::static_pointer_cast<qc_RemotePelRoots>(link.lastService());
+    const std::int32_t count = roots ? roots->remove(proxy) : 0;
     if (count > 0) qf_RPCPelRootChangeRefCount(link, proxy.remoteIdentity(), -count);
   } catch (const qcException&) {  // the peer forgets when the connection ends
   } catch (const std::bad_alloc&) {
@@ -364,7 +387,19 @@ void qf_TransferPelRoot(qcTransferArchive& archive, qcPtrHandle<qc_PelRoot>& roo
       identity = qc_RemotePelRoots::of(*link)->lend(*root);
     }
   }
-  archive || isBound || isWritersOwn || identity || width || height;
+  try {
+    archive || isBound || isWritersOwn || identity || width || height;
+  } catch (...) {  // a reference that does not get there whole counts for nothing
+    if (archive.isStoring() && identity != 0) {
+      const auto roots = std::static_pointer_cast<qc_RemotePelRoots>(link->lastService());
+      if (!isWritersOwn) {
+        qf_RPCPelRootChangeRefCount(*link, identity, -1);
+      } else if (roots) {
+        roots->changeCount(identity, -1);
+      }
+    }
+    throw;
+  }
   if (archive.isStoring()) return;
   if (!isBound) {
     root = nullptr;

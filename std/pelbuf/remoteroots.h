@@ -50,6 +50,8 @@ class qc_RemotePelRoots : public qc_CallService {
   std::uint32_t lend(qc_PelRoot& root);
   /// A root of this side that the peer has sent back, with one of its counts. Throws qcArchive::NotFound.
   qcPtrHandle<qc_PelRoot> takeBack(std::uint32_t identity);
+  /// Counts a root of this side more or less often; nothing happens when the peer does not have it.
+  void changeCount(std::uint32_t identity, std::int32_t change);
 
   qcPtrHandle<qc_PelRoot> proxy(const std::shared_ptr<qc_Link>& link, std::uint32_t identity, long width, long height,
                                 qePelType type);
@@ -58,6 +60,8 @@ class qc_RemotePelRoots : public qc_CallService {
   std::int32_t remove(const qc_PelRoot& proxy) noexcept;
 
   void answer(qcArchive& call, qcArchive& reply) override;
+  void notice(qcArchive& call) override;
+  void undo(qcArchive& reply) override;
 
   // What only this class may do with roots.
   static qc_Link& linkOf(const qc_PelRoot& proxy) { return *proxy.link(); }
@@ -76,7 +80,7 @@ class qc_RemotePelRoots : public qc_CallService {
 
   std::uint32_t enter(qc_PelRoot& root, qcUInt64 bytes);
   qcPtrHandle<qc_PelRoot> find(std::uint32_t identity);
-  void changeCount(std::uint32_t identity, std::int32_t change);
+  void readChange(qcArchive& call);
   std::uint32_t makeForPeer(qePelType type, long width, long height, long alignModulus);
   void answerPels(bool isWritten, qcArchive& call, qcArchive& reply);
 

@@ -112,7 +112,12 @@ qc_PelRoot::qc_PelRoot(qcCommunicator& communicator, qePelType type, qc_PelStora
                                               : qf_RPCPelRootMake(*communicator.link(), type, geometry.width,
                                                                   geometry.height, geometry.alignModulus)),
       storage_(std::move(geometry)) {
-  qf_AddRemotePelRoot(*this);
+  try {
+    qf_AddRemotePelRoot(*this);
+  } catch (...) {
+    qf_RPCPelRootChangeRefCount(*link(), remoteIdentity(), -1);
+    throw;
+  }
 }
 
 qc_PelRoot::~qc_PelRoot() {

@@ -21,7 +21,8 @@ class qc_Link;
 ///
 /// Images that cross by reference stay where they are (pelbuf/buffer.h). Their pels are asked for by calls, which the
 /// other side answers while one of its threads serves, loads a message or waits for an answer itself. That side gives
-/// the peer what it has stored to it by reference, to read and to write, and nothing else.
+/// the peer what it has stored to it by reference, to read and to write, and nothing else. A thread that waits for the
+/// peer to take what it sends reads meanwhile what comes, so that both sides can send at once.
 ///
 /// Waits end with qcTcpip::Timeout at their deadline, with qcTimeout::Expired or Cancel when a time limit on the thread
 /// ends them first, and with qcTcpip::ConnectionBroken when the peer has gone; a signal that interrupts them changes
@@ -57,13 +58,14 @@ class VNXSTD_EXPORT qcCommunicator {
 
   /// Answers the calls of the peer for so many seconds; whether the peer has gone meanwhile. Messages that come are set
   /// aside for the archive that loads them, 64 MiB at most: then nothing is answered until some are loaded. Any number
-  /// of threads may serve.
+  /// of threads may serve. An answer for which another side has to be asked takes at most the time that a call there
+  /// may take.
   bool serve(double seconds);
   /// Seconds that a call may take, 30 unless set; beyond it qcTcpip::Timeout is thrown. As those of an archive.
   void timeOut(double seconds) noexcept;
   double timeOut() const noexcept;
   /// How many bytes the pels of all images may take that the peer makes here, 0 unless set: beyond it the peer gets
-  /// qcTcpip::AccessFailed.
+  /// qcTcpip::AccessFailed. An image counts for 1 KiB at least.
   void peerStorage(qcUInt64 bytes) noexcept;
   qcUInt64 peerStorage() const noexcept;
 
@@ -77,10 +79,15 @@ class VNXSTD_EXPORT qcCommunicator {
  private:
   friend class qc_Link;
   qcCommunicator() noexcept;
-  /// At least one byte, and at most so many.
-  std::size_t sendSome(const char* data, std::size_t count, const qcDeadline& deadline);
-  std::size_t receiveSome(char* data, std::size_t count, const qcDeadline& deadline);
-  void waitFor(short events, const qcDeadline& deadline) const;
+  /// As many bytes as can be without waiting, 0 when none can.
+  std::size_t sendNow(const char* data, std::size_t count);
+  std::size_t receiveNow(char* data, std::size_t count);
+  struct Ready {
+    bool canSend = false, canReceive = false;
+  };
+  /// Waits until one of what is asked for can be done; neither at the deadline. What has gone wrong can be done, and
+  /// throws then.
+  Ready waitFor(bool sending, bool receiving, const qcDeadline& deadline) const;
 
   int socket_ = -1;
   std::shared_ptr<qc_Link> link_;
