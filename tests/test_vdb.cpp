@@ -1,15 +1,11 @@
 // The tool database: numbers, records, grades, and what interrupted programs leave.
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <filesystem>
 #include <map>
 #include <random>
 #include <set>
 #include <thread>
-
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "support/bytes.h"
 #include "support/faulty.h"
@@ -282,13 +278,14 @@ TEST(Database, HoldsOldOrNewRecordsWhereverItIsInterrupted) {
 
 TEST(Database, LosesNothingSyncedWhateverElseReachesTheMedium) {
   std::mt19937 random(7);
+  int images = 0;
   for (int trial = 0; trial < 40; ++trial) {
     LoggedBuffer medium;
     std::map<long, int> model, synced;  // number and value
     std::set<long> touched;             // removed or renumbered since
     std::size_t from = 0;               // writes before the sync
     const auto replay = [&] {
-      for (int image = 0; image < 8; ++image) {
+      for (int image = 0; image < 80; ++image, ++images) {
         // Everything before the last barrier, and any part of what came behind it.
         const std::size_t stop = from + random() % (medium.log.size() - from + 1);
         const auto later = std::upper_bound(medium.syncs.begin(), medium.syncs.end(), stop);
@@ -329,6 +326,7 @@ TEST(Database, LosesNothingSyncedWhateverElseReachesTheMedium) {
       }
     }
   }
+  std::printf("%d images\n", images);
 }
 
 class DatabaseFiles : public testing::Test {
@@ -338,47 +336,9 @@ class DatabaseFiles : public testing::Test {
       std::filesystem::temp_directory_path() / ("vdb-" + std::to_string(std::random_device()()));
 };
 
-TEST_F(DatabaseFiles, KeepEveryAcknowledgedRecordOfAProgramThatIsKilled) {
-  std::mt19937 random(1);
-  std::map<long, int> kept;  // acknowledged by number
-  { qcVDBArchive(path_.wstring(), true, false); }
-  for (int round = 0; round < 40; ++round) {
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-      qcVDBArchive database(path_.wstring(), false, false);
-      for (int i = 0;; ++i) {
-        const Result result = numbered(round * 100000 + i);
-        std::pair<long, int> done(database.storeNewRecord(&result), result.value);
-        if (i % 5 == 4) {
-          database.removeRecord();
-          done.second = -1;
-        }
-        if (write(ends[1], &done, sizeof done) != sizeof done) _exit(1);
-      }
-    }
-    close(ends[1]);
-    std::pair<long, int> done;
-    const auto acknowledge = [&] {
-      done.second < 0 ? void(kept.erase(done.first)) : void(kept[done.first] = done.second);
-    };
-    for (auto n = random() % 60; n > 0 && read(ends[0], &done, sizeof done) == sizeof done; --n) acknowledge();
-    kill(child, SIGKILL);
-    while (read(ends[0], &done, sizeof done) == sizeof done) acknowledge();
-    close(ends[0]);
-    waitpid(child, nullptr, 0);
-    qcVDBArchive database(path_.wstring(), false, true);
-    for (const auto& [number, value] : kept) {
-      database.gotoRecord(number);
-      ASSERT_EQ(load(database)->value, value) << round << ' ' << number;
-    }
-    EXPECT_EQ(database.archive().damaged(), qcArchive::Position(0));
-    // What was stored and not acknowledged any more may be there, whole.
-    for (long number = database.firstRecord(); number != 0; number = database.nextRecord()) {
-      kept.emplace(number, load(database)->value);
-    }
-  }
+TEST_F(DatabaseFiles, ChangeNothingWhenReadOnly) {
+  const Result first(5);
+  qcVDBArchive(path_.wstring(), true, false).storeNewRecord(&first);
   qcVDBArchive reader(path_.wstring(), false, true);
   EXPECT_TRUE(reader.isReadOnly());
   const Result result(1);
