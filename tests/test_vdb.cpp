@@ -64,7 +64,20 @@ struct Memory {
   std::unique_ptr<qcVDBArchive> database;
 };
 
+/// Expects an error from what cannot work; whether it can.
+template <class Error>
+bool works(bool can, const auto& act) {
+  if (can) {
+    act();
+  } else {
+    EXPECT_THROW(act(), Error);
+  }
+  return can;
+}
+
 TEST(Database, NumbersKeepsReplacesAndRemovesRecordsLikeAMap) {
+  using NotFound = qcArchive::NotFound;
+  using Duplicate = qcArchive::Duplicate;
   std::mt19937 random(11);
   std::string bytes;
   std::map<long, std::pair<int, qcVDBHeader>> model;
@@ -81,58 +94,35 @@ TEST(Database, NumbersKeepsReplacesAndRemovesRecordsLikeAMap) {
       result.header().distanceMetric(static_cast<float>(step) / 4);
       if (random() % 2 != 0) result.part = result.again = qcPtrHandle<Shared>(new Shared);
       const bool there = model.count(wanted) != 0;
-      if (there) {
-        EXPECT_EQ(database.gotoRecord(wanted), wanted);
-      } else {
-        EXPECT_THROW(database.gotoRecord(wanted), qcArchive::NotFound);
+      const long other = 1 + static_cast<long>(random() % 30);
+      works<NotFound>(there, [&] { EXPECT_EQ(database.gotoRecord(wanted), wanted); });
+      const auto what = random() % 5;
+      if (what == 0 && works<NotFound>(there, [&] { database.removeRecord(); })) model.erase(wanted);
+      if (what == 1 && there) {
+        const bool isFree = other == wanted || model.count(other) == 0;
+        works<Duplicate>(isFree, [&] {
+          database.renumberRecord(other);
+          auto node = model.extract(wanted);
+          node.key() = other;
+          model.insert(std::move(node));
+        });
       }
-      switch (random() % 5) {
-        case 0:
-          if (!there) {
-            EXPECT_THROW(database.removeRecord(), qcArchive::NotFound);
-          } else {
-            database.removeRecord();
-            model.erase(wanted);
-          }
-          break;
-        case 1:
-          if (there) {
-            const long other = 1 + static_cast<long>(random() % 30);
-            if (other != wanted && model.count(other) != 0) {
-              EXPECT_THROW(database.renumberRecord(other), qcArchive::Duplicate);
-            } else {
-              database.renumberRecord(other);
-              auto node = model.extract(wanted);
-              node.key() = other;
-              model.insert(std::move(node));
-            }
-          }
-          break;
-        case 2:
-          if (there) {
-            database.replaceRecord(&result);
-            model[wanted] = {result.value, result.header()};
-          }
-          break;
-        case 3:
-          if (there) {
-            database.replaceGrade(result.header());
-            qcVDBHeader& header = model[wanted].second;
-            const std::wstring comment = header.comment();
-            header = result.header();
-            header.comment(comment);
-          }
-          break;
-        default: {
-          if (wanted != 0 && there) {
-            EXPECT_THROW(database.storeNewRecord(&result), qcArchive::Duplicate);
-            break;
-          }
+      if (what == 2 && there) {
+        database.replaceRecord(&result);
+        model[wanted] = {result.value, result.header()};
+      }
+      if (what == 3 && there) {
+        database.replaceGrade(result.header());
+        result.header().comment(model[wanted].second.comment());
+        model[wanted].second = result.header();
+      }
+      if (what == 4) {
+        works<Duplicate>(!there, [&] {
           const long number = database.storeNewRecord(&result);
           EXPECT_TRUE(wanted == 0 ? model.count(number) == 0 : number == wanted);
           EXPECT_EQ(database.currentRecord(), number);
           model[number] = {result.value, result.header()};
-        }
+        });
       }
     }
     bytes = bytesOf(*memory.archive);
