@@ -195,6 +195,20 @@ TEST(MappedShape, DecomposesTouchingHoles) {
   }
 }
 
+// What is a jump in the image may be lost in rounding before it is mapped, and the other way round.
+TEST(MappedShape, HasThePiecesOfItsSourceWhateverRoundingLeavesOfAJump) {
+  for (const double at : {0.0, 1000.0}) {
+    const V end(at, 0), point(at + 1e-12, 0), start(at + 2e-12, 0);
+    const Held first(new qcLineSeg({at - 1, 0}, end)), last(new qcLineSeg(start, {at + 1, 1}));
+    const Held contour(new qcContourTree({first, Held(new qcLineSeg(point, point)), last}, false, false));
+    const qc2XformPerspective bent(qcMatrix<3>(1, 0, at == 0 ? 1000 : -at, 0, 1, 0, 0, 1e-3, 1));
+    const qcMappedShape shape(contour, bent, false);
+    const qcShapeInfo info(shape);
+    const qcPerimPos place = info.perimPos(0.5 * (1 + info.perimeter()));
+    EXPECT_NEAR_POINT(shape.subShape(info, {place, 0.1})->startPoint(), shape.perimPoint(info, place), 1e-9);
+  }
+}
+
 // A point that is passed twice is seen from the left of the first time, whether vertices of the image lie on it or not.
 TEST(MappedShape, WindsAroundPointsPassedTwice) {
   const std::vector<V> paths[] = {{{0, 0}, {6, 0}, {6, 4}, {2, 4}, {2, -4}},

@@ -243,12 +243,21 @@ TEST(ContourTrees, HavePlacesOnBothSidesOfAJump) {
       end = random.integer(0, 3) == 0 ? start : V(random.real(-3, 3), random.real(-3, 3));
       contour->addChild(qcLineSeg(start, end));
     }
+    if (contour->child(4).perimeter() > 0) {  // however the length of what is left is rounded
+      const qcGeneralShapeTree alone({contour}, false);
+      const qcShapeInfo own(alone);
+      EXPECT_NEAR_POINT(alone.subShape(own, {own.perimPos(0.1 * own.perimeter()), 1e3})->endPoint(), end, 1e-9);
+    }
     Child shape = contour;
     if (closed && random.flip()) shape = region(*contour, false);
     if (random.flip()) shape = new qcGeneralShapeTree({shape, Child(flat.clone())}, false);
     if (random.flip()) shape = new qcMappedShape(shape, kBends, false);
     const qcShapeInfo info(*shape);
     EXPECT_NEAR(qcShapeInfo(*shape->decompose()).perimeter(), info.perimeter(), 1e-4);
+    if (shape->isOpenContour()) {
+      const qcRadian turned = shape->endAngle() - shape->startAngle() - shape->tangentRotation();
+      EXPECT_NEAR(turned.signedNorm().plain(), 0, 1e-6);
+    }
     for (int i = 0; i < 60; ++i) {
       const V p(random.real(-40, 40), random.real(-40, 40)), nearest = shape->nearestPoint(p);
       const qcPerimPos place = shape->nearestPerimPos(info, p);

@@ -57,7 +57,10 @@ void pushElements(const qcShapeTree& tree, const MappedCurve::Xform& xform, std:
 
 }  // namespace
 
-MappedCurve::MappedCurve(const Held& shape, const Xform& xform) : given_(shape) {
+MappedCurve::MappedCurve(const Held& shape, const Xform& xform) : MappedCurve(shape, xform, nullptr) {}
+
+MappedCurve::MappedCurve(const Held& shape, const Xform& xform, const MappedCurve* mapped)
+    : given_(shape), mapped_(mapped) {
   std::vector<Seen> waiting{{shape, xform}};
   while (!waiting.empty()) {
     const Seen seen = unmapped(waiting.back());
@@ -111,12 +114,14 @@ void MappedCurve::addContour(const Seen& contour, bool isTurned, std::ptrdiff_t 
     return segmentLength(end, start) <= 16 * kEpsilon * (magnitude(end) + magnitude(start));
   };
   const auto isCorner = [&](std::size_t i) {
+    if (mapped_) return bool(mapped_->isCorner_[isCorner_.size()]);  // what rounding leaves of a jump may differ
     const Vector here = endAt(pieces_[i], 0).image;
     return (kept > first && meet(endAt(pieces_[kept - 1], pieces_[kept - 1].length).image, here)) ||
            (i + 1 < pieces_.size() && meet(here, endAt(pieces_[i + 1], 0).image));
   };
   for (std::size_t i = first; i < pieces_.size(); ++i) {
-    if (pieces_[i].length > 0 || !isCorner(i)) pieces_[kept++] = pieces_[i];
+    if (!(pieces_[i].length > 0)) isCorner_.push_back(isCorner(i));
+    if (pieces_[i].length > 0 || !isCorner_.back()) pieces_[kept++] = pieces_[i];
   }
   pieces_.resize(kept);
   // A region whose decomposition is an open piece, like a circle and its arc, is closed all the same.

@@ -81,7 +81,7 @@ class MappedCurve {
   double length() const { return starts().back(); }
   /// The place itself, or where it is a joint the start of the next piece, unless the contour jumps there.
   Place normal(const Place& place) const;
-  /// The shape that was given, as it is before it is mapped: with the same places, but other lengths.
+  /// The shape that was given, as it is before it is mapped: with the same pieces and places, but other lengths.
   const MappedCurve& source() const;
 
   /// A polyline for each contour, or a contour tree of polylines where it jumps, that deviates from the image by the
@@ -136,6 +136,8 @@ class MappedCurve {
     double from, before;
   };
 
+  MappedCurve(const Held& shape, const Xform& xform, const MappedCurve* mapped);
+
   void addRegion(const qcRegionTree& region, const Xform& xform);
   void addContour(const Seen& contour, bool isTurned, std::ptrdiff_t parent);
   void addPrimitives(const Seen& seen);
@@ -182,7 +184,9 @@ class MappedCurve {
   std::vector<double> sampleDistances(const qcShape::qcSampleParams& params, std::size_t piece, bool isRound) const;
 
   Held given_;
-  long numOwners_ = 0;  // of the pieces of the shape that was given
+  const MappedCurve* mapped_;   // that which this one is the source of, or null
+  std::vector<bool> isCorner_;  // for each piece without length that was found
+  long numOwners_ = 0;          // of the pieces of the shape that was given
   std::vector<Element> elements_;
   std::vector<Piece> pieces_;
   std::vector<Chain> chains_;

@@ -206,7 +206,7 @@ MappedCurve::Place MappedCurve::normal(const Place& place) const {
 }
 
 const MappedCurve& MappedCurve::source() const {
-  if (!before_) before_ = std::make_unique<const MappedCurve>(given_, Xform(new qc2XformLinear));
+  if (!before_) before_.reset(new MappedCurve(given_, Xform(new qc2XformLinear), this));
   return *before_;
 }
 

@@ -14,6 +14,7 @@
 #include "vnxstd/math/xfcomp.h"
 #include "vnxstd/shapes/circle.h"
 #include "vnxstd/shapes/clipinfo.h"
+#include "vnxstd/shapes/contourtree.h"
 #include "vnxstd/shapes/ellipse.h"
 #include "vnxstd/shapes/generaltree.h"
 #include "vnxstd/shapes/polyline.h"
@@ -84,6 +85,29 @@ qcPtrHandle<qcShape> imageOf(const qcShape& shape, const qc2XformLinear& xform) 
   if (const auto* circle = dynamic_cast<const qcCircle*>(&shape)) return new qcEllipse2(circle->map2(xform));
   if (const auto* region = dynamic_cast<const qcRegionTree*>(&shape)) return region->around_(image, true);
   return image(shape);
+}
+
+// The angle at the start or the end of the image of an open contour. Where it jumps there, the first or last element
+// that has a tangent may be far from the point at which the contour starts or ends.
+qcRadian angleOf(Held shape, Xform xform, bool atStart) {
+  for (;;) {
+    const auto* tree = shape->isOpenContour() ? dynamic_cast<const qcContourTree*>(shape.rep()) : nullptr;
+    std::vector<const qcShape*> elements = tree ? tree->elements_() : std::vector<const qcShape*>();
+    if (!atStart) std::reverse(elements.begin(), elements.end());
+    const auto hasTangent = [](const qcShape* element) { return element->hasTangent(); };
+    const auto element = std::find_if(elements.begin(), elements.end(), hasTangent);
+    const Held part = element == elements.end() ? shape : Held(*element);
+    const qcMappedShape* mapped = asMapped(part);
+    if (mapped) xform = Xform(xform->composeBase(*mapped->overallMapXform()));
+    const Held inner = mapped ? mapped->underlyingShape() : part;
+    if (inner.rep() == shape.rep()) break;
+    shape = inner;
+  }
+  const qcVector<2> at = atStart ? shape->startPoint() : shape->endPoint();
+  const qcRadian angle = atStart ? shape->startAngle() : shape->endAngle();
+  const qcVector<2> along = xform->linearXform(at).mapVector(qcVector<2>(1, angle));
+  if (along == qcVector<2>()) throw qcShapesError::NoTangent();
+  return qc_shapes::segmentAngle({}, along);
 }
 
 // The place on the curve that a position means. The end of a contour, but for rounding, is no place on the next one.
@@ -248,19 +272,9 @@ qcVector<2> qcMappedShape::startPoint() const { return overallMapXform()->mapPoi
 
 qcVector<2> qcMappedShape::endPoint() const { return overallMapXform()->mapPoint(underlyingShape()->endPoint()); }
 
-qcRadian qcMappedShape::startAngle() const {
-  return mappedAngle(underlyingShape()->startPoint(), underlyingShape()->startAngle());
-}
+qcRadian qcMappedShape::startAngle() const { return angleOf(underlyingShape(), overallMapXform(), true); }
 
-qcRadian qcMappedShape::endAngle() const {
-  return mappedAngle(underlyingShape()->endPoint(), underlyingShape()->endAngle());
-}
-
-qcRadian qcMappedShape::mappedAngle(const qcVector<2>& at, const qcRadian& angle) const {
-  const qcVector<2> along = overallMapXformLinear(at).mapVector(qcVector<2>(1, angle));
-  if (along == qcVector<2>()) throw qcShapesError::NoTangent();
-  return qc_shapes::segmentAngle({}, along);
-}
+qcRadian qcMappedShape::endAngle() const { return angleOf(underlyingShape(), overallMapXform(), false); }
 
 qcRadian qcMappedShape::tangentRotation() const {
   if (const qcShape* shape = exact()) return shape->tangentRotation();

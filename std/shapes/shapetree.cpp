@@ -426,7 +426,8 @@ qcPtrHandle<qcShape> qcShapeTree::subShape(const qcShapeInfo& info, const std::p
     const double from = own.distanceAlong(place), rest = std::max(0.0, own.perimeter() - from);
     if (round == 0) skipped = from;
     if (round == pieces.count()) left = std::min(left, skipped);
-    if (round > 0 && !(left > 0)) break;
+    // What rounding left of the length is not to lead across a jump.
+    if (round > 0 && !(left > kRounding * info.perimeter())) break;
     // Open elements end exactly where they end, whatever rounding left of the length.
     const double length = element.isRegion() ? std::min(left, rest) : left;
     if (contours.empty() || (!isOneContour_() && i != previous)) contours.emplace_back();

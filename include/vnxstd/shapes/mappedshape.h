@@ -148,7 +148,6 @@ class VNXSTD_EXPORT qcMappedShape : public qcShape {
   void dropCaches();
   const qcShape* exact() const;
   const qc_shapes::MappedCurve& curve() const;
-  qcRadian mappedAngle(const qcVector<2>& at, const qcRadian& angle) const;
 
   Held shape_;
   Xform xform_;
