@@ -545,13 +545,20 @@ void qc_ArchiveIndex::storePointer(qcPersistent* object, bool owned) {
       height = entry->height;
     }
   }
-  if (isSeekable() && positions_.count(id) == 0) id = 0;  // its record was removed since
+  std::streamoff position = 0;
+  if (id != 0 && isSeekable()) {
+    const auto found = positions_.find(id);
+    if (found == positions_.end()) {
+      id = 0;  // its record was removed since
+    } else {
+      position = found->second;
+    }
+  }
   if (id == 0) {
     static_cast<void>(storeNew(*object, owned, linked ? kPointer : kReference));
     return;
   }
   addLevels(height);
-  const std::streamoff position = isSeekable() ? positions_.find(id)->second : 0;
   if (linked) {
     qc_RecordAddition addition(chain_, nextId_ - 1);
     addition.begin(kPointer, id, static_cast<qcUInt64>(position));
