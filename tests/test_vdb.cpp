@@ -229,43 +229,6 @@ TEST(Database, HeadersHaveTheBytesOfTheirPage) {
   }
 }
 
-TEST(Database, HoldsOldOrNewRecordsWhereverItIsInterrupted) {
-  FaultyBuffer medium;  // a log of its states would be long: each limit of writes is tried by itself
-  const auto run = [](std::size_t limit, std::vector<std::size_t>* ends) {
-    Faults faults;
-    faults.writeLimit = limit;
-    auto buffer = std::make_unique<FaultyBuffer>(std::string(), faults);
-    std::map<long, int> acknowledged;
-    try {
-      qcVDBArchive database(new StreamArchive(*buffer, qcArchive::storing, kLittle, true));
-      for (int i = 1; i <= 6; ++i) {
-        const Result result = numbered(i);
-        acknowledged[database.storeNewRecord(&result)] = i;
-        if (ends) ends->push_back(buffer->data().size());
-        if (i == 4) {
-          database.gotoRecord(2);
-          const Result other = numbered(20);
-          database.replaceRecord(&other);
-          acknowledged[2] = 20;
-        }
-      }
-    } catch (const qcArchive::BadBuffer&) {
-    }
-    if (buffer->data().size() < headOf(kLittle, true).size()) return;
-    Memory again(buffer->data());
-    for (const auto& [number, value] : acknowledged) {
-      again.database->gotoRecord(number);
-      EXPECT_EQ(load(*again.database)->value, value) << limit << ' ' << number;
-    }
-    const Result next = numbered(99);
-    const long number = again.database->storeNewRecord(&next);
-    EXPECT_EQ(load(*again.database)->value, 99) << limit << ' ' << number;
-  };
-  std::vector<std::size_t> ends;
-  run(Faults::kNone, &ends);
-  for (std::size_t limit = 0; limit <= ends.back(); ++limit) run(limit, nullptr);
-}
-
 TEST(Database, LosesNothingSyncedWhateverElseReachesTheMedium) {
   std::mt19937 random(7);
   int images = 0;
