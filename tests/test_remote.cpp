@@ -286,7 +286,7 @@ TEST(RemoteRoots, CallsThatNobodyAnswersTimeOutAndLaterOnesWork) {
   pair.user.reset();
 }
 
-TEST(RemoteRoots, BothSidesSendMoreThanTheConnectionHoldsAtOnce) {
+TEST(RemoteRoots, ThreadsOfBothSidesSendMoreThanTheConnectionHolds) {
   Pair pair;
   Grey mine = noise<unsigned char>(2000, 2000), yours = noise<unsigned char>(2000, 2000, 2), other;
   const Grey proxy = pair.lend(mine);
