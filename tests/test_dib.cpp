@@ -11,6 +11,7 @@
 
 #include "support/bytes.h"
 #include "vnxstd/dib/dib.h"
+#include "vnxstd/pelbuf/measure.h"
 #include "vnxstd/pelbuf/rootpool.h"
 
 namespace {
@@ -129,38 +130,42 @@ TEST(Bitmaps, EveryLayoutAgainstTheReference) {
     put(bitmap.file, 99, 20);
     qcDIB dib;
     dib.init(bitmap.file.data(), bitmap.file.size(), true);
-    EXPECT_EQ(dib.isTopDown(), l.topDown);
-    EXPECT_EQ(dib.rowBytes(), static_cast<long>(bitmap.rowBytes));
+    EXPECT_TRUE(dib.isTopDown() == l.topDown && dib.rowBytes() == static_cast<long>(bitmap.rowBytes));
     EXPECT_EQ(dib.depth() | dib.xOffset() | dib.yOffset(), 0);
     expectPels(dib, bitmap);
     std::ofstream(path, std::ios::binary) << std::string(bitmap.file.begin(), bitmap.file.end());
     const qcPelBuffer<unsigned char> direct = qcDIB::readPelBuffer(path.wstring()), viaDib = dib.pelBuffer(),
                                      pooled = qcDIB::readPelBuffer(path.wstring(), pool);
-    for (long y = 0; y < l.height; ++y)
-      for (long x = 0; x < l.width; ++x)
-        ASSERT_TRUE(direct.get(x, y) == viaDib.get(x, y) && pooled.get(x, y) == viaDib.get(x, y));
+    ASSERT_TRUE(qfPelEqual(direct, viaDib) && qfPelEqual(pooled, viaDib));
   }
   std::filesystem::remove(path);
 }
 
+// Sizes of a few pels, of one piece and of several.
 template <class T>
 void roundTrip(int bits) {
+  const std::filesystem::path path = std::filesystem::temp_directory_path() / "vnxstd_test_pieces.bmp";
   std::mt19937 random(11);
-  for (long width = 1; width < 9; ++width) {
-    qcPelBuffer<T> buffer(qcPelRect(-7, 1000, width + 2, 5));
+  for (const long width : {1L, 2L, 3L, 4L, 5L, 6L, 7L, 8L, 301L, 1001L}) {
+    const long height = width < 9 ? 3 : 2 * width / 3;
+    SCOPED_TRACE(testing::Message() << width << " x " << height);
+    qcPelBuffer<T> buffer(qcPelRect(-7, 1000, width + 2, height + 2));
     std::generate_n(reinterpret_cast<unsigned char*>(buffer.rep()->pels()),
-                    static_cast<std::size_t>(5 * buffer.rep()->rowUpdate()) * sizeof(qcStoredPel<T>), std::ref(random));
-    buffer.window(-6, 1001, width, 3, false);
+                    static_cast<std::size_t>((height + 2) * buffer.rep()->rowUpdate()) * sizeof(qcStoredPel<T>),
+                    std::ref(random));
+    buffer.window(-6, 1001, width, height, false);
     qcDIB dib, again;
-    dib.depth(-3);
     dib.init(buffer);
     EXPECT_EQ(dib.bitCount(), bits);
-    std::stringstream stream;
+    std::stringstream whole, stream, pieces;
+    dib.write(whole);
+    qcDIB::writePelBuffer(path.wstring(), buffer);
+    pieces << std::ifstream(path, std::ios::binary).rdbuf();
+    EXPECT_TRUE(pieces.str() == whole.str());
+    dib.depth(-3);
     dib.write(stream);
     again.init(stream);
-    EXPECT_EQ(again.depth(), -3);
-    EXPECT_EQ(again.xOffset(), -6);
-    EXPECT_EQ(again.yOffset(), 1001);
+    EXPECT_TRUE(again.depth() == -3 && again.xOffset() == -6 && again.yOffset() == 1001);
     Bytes clipboard(dib.clipboardDibSize());
     again.renderClipboardDib(clipboard.data());
     EXPECT_EQ(stream.str().substr(14), std::string(clipboard.begin(), clipboard.end()));
@@ -170,35 +175,7 @@ void roundTrip(int bits) {
       result = again.pelBuffer();
     else
       again.pelBuffer(result);
-    for (long y = 1001; y < 1004; ++y)
-      for (long x = -6; x < width - 6; ++x) ASSERT_EQ(result.get(x, y), buffer.get(x, y)) << x << ' ' << y;
-  }
-}
-
-TEST(Bitmaps, BuffersComeBackFromFileAndClipboard) {
-  roundTrip<unsigned char>(8);
-  roundTrip<qcPackedRGB16Pel>(24);
-  roundTrip<qcPackedRGB32Pel>(32);
-}
-
-// Sizes of one row, of one piece and of several.
-template <class T>
-void writesTheSameInPieces() {
-  const std::filesystem::path path = std::filesystem::temp_directory_path() / "vnxstd_test_pieces.bmp";
-  std::mt19937 random(12);
-  for (const auto& [width, height] : {std::pair(5L, 1L), std::pair(301L, 200L), std::pair(1001L, 650L)}) {
-    qcPelBuffer<T> buffer(qcPelRect(9, -3, width + 2, height));
-    std::generate_n(reinterpret_cast<unsigned char*>(buffer.rep()->pels()),
-                    static_cast<std::size_t>(height * buffer.rep()->rowUpdate()) * sizeof(qcStoredPel<T>),
-                    std::ref(random));
-    buffer.window(10, -3, width, height, false);
-    qcDIB dib;
-    dib.init(buffer);
-    std::ostringstream whole, pieces;
-    dib.write(whole);
-    qcDIB::writePelBuffer(path.wstring(), buffer);
-    pieces << std::ifstream(path, std::ios::binary).rdbuf();
-    EXPECT_TRUE(pieces.str() == whole.str()) << width << " x " << height;
+    EXPECT_TRUE(qfPelEqual(result, buffer) && result.window() == buffer.window());
     buffer.subWindow(0, 0, 0, 1);
     EXPECT_THROW(qcDIB::writePelBuffer(path.wstring(), buffer), qcDIB::NoDibData);
     EXPECT_THROW(qcDIB::writePelBuffer(path.wstring(), qcPelBuffer<T>()), qcPel::UnboundWindow);
@@ -207,10 +184,10 @@ void writesTheSameInPieces() {
   std::filesystem::remove(path);
 }
 
-TEST(Bitmaps, WriteTheSameInPieces) {
-  writesTheSameInPieces<unsigned char>();
-  writesTheSameInPieces<qcPackedRGB16Pel>();
-  writesTheSameInPieces<qcPackedRGB32Pel>();
+TEST(Bitmaps, BuffersComeBackFromFileAndClipboard) {
+  roundTrip<unsigned char>(8);
+  roundTrip<qcPackedRGB16Pel>(24);
+  roundTrip<qcPackedRGB32Pel>(32);
 }
 
 TEST(Bitmaps, WrittenBytes) {
@@ -264,11 +241,6 @@ TEST(Bitmaps, AnyTrailerIsReadAndPelsNeedRoom) {
   EXPECT_TRUE(std::filesystem::remove(std::filesystem::temp_directory_path() / u8"vnxstd_\u00E4\u4E2D\U0001F600.bmp"));
 }
 
-TEST(Bitmaps, BytesOfPelsOfOneBit) {
-  EXPECT_EQ(qcDIB::pixels2Bytes(9), 2U);
-  EXPECT_EQ(qcDIB::pixels2Bytes(~0UL), ~0UL / 8 + 1);
-}
-
 std::wstring failureOf(qcDIB& dib, const Bytes& file) {
   const std::wstring error = errorOf([&] { dib.init(file.data(), file.size(), true); });
   EXPECT_TRUE(error.empty() || error.starts_with(L"qcDIB::"));
@@ -295,8 +267,8 @@ TEST(Bitmaps, DamagedHeadersAreRefused) {
       {30, 4, 1, L"qcDIB::BadFormat: Unsupported compression format"},
       {30, 4, 3, L"qcDIB::BadFormat: Unsupported compression format"},
       {10, 4, 0xFFFFFFFF, L"qcDIB::ReadError: Read pixel data failed"},
-      {22, 4, 5, L"qcDIB::ReadError: Read pixel data failed"},
-  };
+      {22, 4, 5, L"qcDIB::ReadError: Read pixel data failed"}};
+  EXPECT_TRUE(qcDIB::pixels2Bytes(9) == 2U && qcDIB::pixels2Bytes(~0UL) == ~0UL / 8 + 1);
   for (const auto& [at, count, value, expected] : cases) {
     Bytes bad = good, bytes;
     put(bytes, value, count);
@@ -304,10 +276,6 @@ TEST(Bitmaps, DamagedHeadersAreRefused) {
     EXPECT_EQ(failureOf(dib, bad), expected) << at;
     EXPECT_EQ(dib.pixels(), before);
   }
-  for (std::size_t size = 0; size < good.size(); ++size)
-    EXPECT_EQ(failureOf(dib, Bytes(good.begin(), good.begin() + static_cast<long>(size))),
-              L"qcDIB::ReadError: Read pixel data failed")
-        << size;
 }
 
 TEST(Bitmaps, FailingMedia) {
