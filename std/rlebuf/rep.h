@@ -68,6 +68,11 @@ class StretchRow {
   std::size_t count_ = 0;
 };
 
+/// Takes in a row of `width` pels that begins at `run`, in front of `end`; returns the place behind the run that ends
+/// it, or null when it is no such row. Adds the bits of its values.
+const qcRLEBufferRun* takeRow(qc_RLERep& rep, const qcRLEBufferRun* run, const qcRLEBufferRun* end,
+                              std::uint32_t& values);
+
 /// Collects stretches from left to right; those of equal value become one.
 class Collector {
  public:
