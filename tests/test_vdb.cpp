@@ -302,6 +302,21 @@ TEST_F(DatabaseFiles, ChangeNothingWhenReadOnly) {
   EXPECT_EQ(reader.loadHeader().recordNum(), reader.currentRecord());
 }
 
+// What an application has put behind a mark may be shorter than a header.
+TEST(Grades, AreNotWrittenOverTheNextRecord) {
+  for (int length = 0; length <= 9; ++length) {
+    Memory memory;
+    memory.archive->append();
+    memory.archive->writeNewMark(10);
+    for (int i = 0; i < length; ++i) *memory.archive << false;
+    memory.archive->writeNewMark(11);
+    const std::string before = bytesOf(*memory.archive);
+    memory.database->gotoRecord(10);
+    EXPECT_THROW(memory.database->replaceGrade(qcVDBHeader()), qcArchive::Errors) << length;
+    EXPECT_EQ(bytesOf(*memory.archive), before) << length;
+  }
+}
+
 TEST(DefaultDatabase, CanBeAskedForFromThreads) {
   Memory memory;
   std::vector<std::thread> threads;

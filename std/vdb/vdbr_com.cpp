@@ -34,7 +34,7 @@ void serializeMetric(qcArchive& archive, float& metric) {
 
 bool qcVDBHeader::repInvariant() const {
   std::size_t units = comment_.size();
-  for (const char32_t c : comment_) units += c > 0xFFFF ? 1 : 0;
+  for (const wchar_t c : comment_) units += static_cast<char32_t>(c) > 0xFFFF ? 1 : 0;
   return isByte(savedGrade_) && isByte(savedType_) && isByte(currentGrade_) && isByte(currentType_) &&
          recordNum_ >= 0 && recordNum_ <= qcVDBArchive::kLastNumber && units <= kLongestComment;
 }
@@ -54,12 +54,18 @@ qcArchive& operator||(qcArchive& archive, qcVDBHeader& header) {
   return archive;
 }
 
-// Over the header that the archive is at; what lies behind the metric stays as it is.
+// Over the header that the archive is at; what lies behind the metric stays as it is. A header that is not there in
+// full is no room to write in: another record may begin there.
 void qcVDBHeader::writeGrades(qcArchive& archive) const {
   archive.mode(qcArchive::loading);
   unsigned char version = 0;
   archive || version;
   qcArchive::checkVersion(archive, version, 0, kSource, kGradesVersionLine);
+  const qcArchive::Position grades = archive.tell();
+  qcVDBHeader replaced;
+  archive.seek(-1, 1);
+  archive || replaced;
+  archive.seek(grades);
   archive.mode(qcArchive::storing);
   qcVDBHeader written = *this;
   serializeByte(archive, written.currentGrade_);
