@@ -1,20 +1,13 @@
-// Archives from arbitrary bytes: an error, or objects that can be stored and loaded again.
+// Values in archives from arbitrary bytes: an error, or values that are stored and loaded again alike.
 //
-// The first two bytes are those of the header, whose unused bits choose what the rest is loaded as: bits 1 to 3 of the
-// first the kind of value, the upper bits of the second the class of an object by value. What starts like any archive
-// is loaded as an object of every class where it goes on with one, and as handles and images otherwise.
+// What is chosen in an input (fuzz.h) is what it is loaded as. What comes as an archive does is loaded as handles, as
+// texts and vectors, and as images.
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <memory>
-#include <new>
 #include <set>
-#include <string>
-#include <utility>
 #include <vector>
 
-#include "vnxstd/archive/memory.h"
+#include "fuzz/fuzz.h"
 #include "vnxstd/math/xfcache.h"
 #include "vnxstd/math/xflinear.h"
 #include "vnxstd/pelbuf/buffer.h"
@@ -65,23 +58,8 @@ class AnyHandle {
 };
 
 template <class... T>
-void load(qcArchive& archive) {
-  (static_cast<void>(archive || *std::make_unique<T>()), ...);
-}
-
-// What was loaded can be stored, and what was stored can be loaded. Stored inline, objects that refer to each other can
-// nest deeper than they did.
-template <class T>
-void again(T& value, bool seekable) {
-  qcMemoryArchive out(qcArchive::bigEndian, seekable);
-  out.limits({.nesting = 100000});
-  out || value;
-  const auto bytes = out.bytes();
-  qcMemoryArchive in(bytes.data(), static_cast<long>(bytes.size()), seekable);
-  in.limits({.nesting = 100000});
-  T back{};
-  in || back;
-  if (in.remaining() != 0) __builtin_trap();
+void loadEach(const Input& input) {
+  (input.read([](qcArchive& archive) { static_cast<void>(archive || *std::make_unique<T>()); }), ...);
 }
 
 template <class T>
@@ -90,7 +68,7 @@ void loadAll(qcArchive& archive) {
   while (archive.remaining() > 0) {
     T value{};
     archive || value;
-    again(value, archive.isSeekable());
+    demandSame(value, archive.isSeekable());
     values.push_back(std::move(value));
   }
 }
@@ -117,62 +95,52 @@ void loadByValue(qcArchive& archive, std::size_t which) {
   archive >> *object;
 }
 
-constexpr unsigned kByValue = 3;
-
-void loadKind(qcArchive& archive, unsigned kind, std::size_t which) {
-  switch (kind) {
-    case 0:
-      return load<std::string, std::wstring, std::u32string, std::vector<double>, std::vector<bool>,
-                  std::vector<std::vector<short>>, std::vector<std::pair<std::wstring, long>>, std::vector<std::string>,
-                  std::vector<unsigned long>>(archive);
-    case 1:
-      return loadAll<AnyHandle>(archive);
-    case 2:
-      return loadAll<std::unique_ptr<qcPersistent>>(archive);
-    case kByValue:
-      return loadByValue(archive, which);
-    case 4:
-      return loadRaw(archive);
-    case 5:
-      return load<std::vector<qcPtrHandle<qcShape>>, std::vector<qcPtrHandle_const<qc2XformBase>>,
-                  std::vector<std::unique_ptr<qcException>>, std::vector<qcPtrHandle<qc_PelRoot>>>(archive);
-    case 6:
-      return load<qcPelBuffer<unsigned char>, qcPelBuffer<qc3PlanePel>, qcPelBuffer<float>, qc2XformCache>(archive);
-    default: {
-      if (!archive.isSeekable()) return loadAll<AnyHandle>(archive);
-      const qcPtrHandle<qc2XformBase> more(new qc2XformLinear);
-      archive.append();
-      archive << more;
-      archive.mode(qcArchive::loading);
-      archive.seek(2, 0);
-      loadAll<AnyHandle>(archive);
-    }
-  }
+void loadTexts(const Input& input) {
+  loadEach<std::string, std::wstring, std::u32string, std::vector<double>, std::vector<bool>,
+           std::vector<std::vector<short>>, std::vector<std::pair<std::wstring, long>>,
+           std::vector<std::pair<unsigned long, float>>, std::pair<char, long long>>(input);
 }
+
+void loadImages(const Input& input) {
+  loadEach<qcPelBuffer<unsigned char>, qcPelBuffer<qc3PlanePel>, qcPelBuffer<float>, qc2XformCache>(input);
+}
+
+/// Of the old format, whose objects have neither marker nor version.
+class Old : public qcPersistent {
+ public:
+  bool loadLegacy(qcArchive& archive) override {
+    archive || number_;
+    return archive.version() == 0;
+  }
+
+ private:
+  int number_ = 0;
+};
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size < 2) return 0;
-  std::string bytes(data, data + size);
-  bytes[0] = static_cast<char>(2 | (data[0] & 1));
-  bytes[1] = static_cast<char>(data[1] & 1);
-  const auto tryLoad = [&](unsigned kind, std::size_t which) {
-    try {
-      qcMemoryArchive archive(bytes.data(), static_cast<long>(size), (data[0] & 1) != 0);
-      loadKind(archive, kind, which);
-    } catch (const qcException&) {
-    } catch (const std::bad_alloc&) {
-    }
-  };
-  if (bytes[0] != static_cast<char>(data[0]) || bytes[1] != static_cast<char>(data[1])) {
-    tryLoad((data[0] >> 1) & 7U, data[1] >> 1);
-    return 0;
+  const Input input(data, size);
+  switch (input.choice) {
+    case 0:
+      input.read(loadAll<AnyHandle>);
+      loadTexts(input);
+      return loadImages(input), 0;
+    case 1:
+      return input.read(loadAll<std::unique_ptr<qcPersistent>>), 0;
+    case 2:
+      return input.read([&](qcArchive& archive) { loadByValue(archive, size); }), 0;
+    case 3:
+      return input.read(loadRaw), 0;
+    case 4:
+      loadEach<std::vector<qcPtrHandle<qcShape>>, std::vector<qcPtrHandle_const<qc2XformBase>>,
+               std::vector<std::unique_ptr<qcException>>, std::vector<qcPtrHandle<qc_PelRoot>>>(input);
+      return 0;
+    case 5:
+      return loadEach<Old>(input), 0;
+    case 6:
+      return loadTexts(input), 0;
+    default:
+      return loadImages(input), 0;
   }
-  if (bytes.compare(2, 2, "\xF1\x66") == 0) {  // the marker of an object
-    for (std::size_t which = 0; which < makers().size(); ++which) tryLoad(kByValue, which);
-  } else {
-    for (const unsigned kind : {1U, 6U}) tryLoad(kind, 0);
-  }
-  return 0;
 }
