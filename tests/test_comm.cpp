@@ -75,12 +75,8 @@ TEST(Transfer, ErrorsAreThrownAgainOnTheOtherSide) {
   const auto in = peer.end->archive(Dir::loading);
   qcPersistent* loaded = nullptr;
   qcPersistent::serializePointer(*in, nullptr, loaded);
-  try {
-    dynamic_cast<qcException&>(*loaded).suicideAndRethrow();
-    FAIL();
-  } catch (const qcArchive::UnknownType& error) {
-    EXPECT_EQ(error.message(false), L"Gauge; thrown from file: there, line: 7");
-  }
+  EXPECT_EQ(errorOf([&] { dynamic_cast<qcException&>(*loaded).suicideAndRethrow(); }),
+            L"qcArchive::UnknownType: Gauge; thrown from file: there, line: 7");
   qcArchive::BadFile broken("", 0);
   EXPECT_THROW(*in >> broken, qcTcpip::ConnectionBroken) << "in the middle of an object";
 }

@@ -192,12 +192,8 @@ TEST(Failure, ConvertersAreAskedInOrderUntilOneThrows) {
   // The facility is bits 5 to 15 alone; the same status is the same code, whatever the width of long.
   EXPECT_THROW(qfThrowExceptionOnFailure(codeOf(kFacility, 3) ^ 0x00FF0000), qcBadPointer);
   EXPECT_THROW(qfThrowExceptionOnFailure(static_cast<long>(0x80000000LL + (kFacility << 5) + 3)), qcBadPointer);
-  try {
-    qfThrowExceptionOnFailure(codeOf(0x7A0, 0));
-    ADD_FAILURE();
-  } catch (const qcUnknownError& unknown) {
-    EXPECT_EQ(unknown.info(), L"Internal error code: 0x8000F400");
-  }
+  EXPECT_EQ(errorOf([] { qfThrowExceptionOnFailure(codeOf(0x7A0, 0)); }),
+            L"qcUnknownError: Internal error code: 0x8000F400");
 }
 
 TEST(Failure, Hexadecimal) {

@@ -77,9 +77,8 @@ TEST(Division, ByWholeNumbersIsExact) {
     }
     for (const bool isRounded : {false, true}) {
       const auto quotients = qfPelDivideByVal(bytes, static_cast<double>(d), isRounded);
-      for (int i = 0; d < 600 && i < 256; ++i) {
+      for (int i = 0; d < 600 && i < 256; ++i)
         ASSERT_EQ(quotients.get(i, 0), static_cast<unsigned char>(wholeQuotient(i, d, isRounded))) << i << " / " << d;
-      }
       qfPelIntDivideByVal(words, wordQuotients, d, isRounded);
       for (int i = 0; i < 60; ++i) {
         ASSERT_EQ(wordQuotients.get(i, 0), static_cast<unsigned short>(wholeQuotient(words.get(i, 0), d, isRounded)))
@@ -175,9 +174,8 @@ TYPED_TEST(Deviation, IsThatOfTheSeries) {
 TEST(Deviation, NeedsTwoImages) {
   qcPelBuffer<double> sums(2, 2), to;
   qfPelSet(sums, 3);
-  for (const long images : {1L, 0L, -5L}) {
+  for (const long images : {1L, 0L, -5L})
     EXPECT_THROW(qfPelStandardDeviation(sums, sums, images, to), qcPelFunc::BadParams);
-  }
   EXPECT_FALSE(to.isBound());
   sums.put(0, 0, std::nan(""));
   sums.put(1, 0, 1e200);  // less than no variance, without end
