@@ -112,24 +112,13 @@ TEST(Damage, RandomChangesGiveErrorsOrSoundObjects) {
     const Sample& sample = all[pick(all.size())];
     std::string bytes = sample.bytes;
     for (std::size_t edits = 1 + pick(4); edits > 0; --edits) {
-      const std::size_t at = pick(bytes.size()), length = std::min(1 + pick(30), bytes.size() - at);
-      switch (pick(6)) {
-        case 0:  // within the first bytes, where counts and sizes are
-        case 1:
-          bytes[pick(std::min<std::size_t>(bytes.size(), 80))] = static_cast<char>(random());
-          break;
-        case 2:
-          bytes[at] = static_cast<char>(bytes[at] ^ (1 << pick(8)));
-          break;
-        case 3:
-          bytes[at] = "\x00\x01\x7F\x80\xFF"[pick(5)];
-          break;
-        case 4:
-          bytes.insert(pick(bytes.size()), bytes.substr(at, length));
-          break;
-        default:
-          bytes.replace(at, length, length, "\x00\x7F\xFF"[pick(3)]);
-      }
+      const std::size_t at = pick(bytes.size()), length = std::min(1 + pick(30), bytes.size() - at), kind = pick(6);
+      // Most of all within the first bytes, where counts and sizes are.
+      if (kind < 2) bytes[pick(std::min<std::size_t>(bytes.size(), 80))] = static_cast<char>(random());
+      if (kind == 2) bytes[at] = static_cast<char>(bytes[at] ^ (1 << pick(8)));
+      if (kind == 3) bytes[at] = "\x00\x01\x7F\x80\xFF"[pick(5)];
+      if (kind == 4) bytes.insert(pick(bytes.size()), bytes.substr(at, length));
+      if (kind == 5) bytes.replace(at, length, length, "\x00\x7F\xFF"[pick(3)]);
     }
     SCOPED_TRACE(testing::Message() << sample.name << ", round " << round);
     attempt(sample, bytes, false, extremes, [](const std::string&) {});
