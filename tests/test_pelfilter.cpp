@@ -32,9 +32,8 @@ template <class T>
 void expectSamePels(qcPelBuffer<T> image, const Scene<T>& src) {
   EXPECT_EQ(image.window(), src.buffer.window());
   const std::size_t bytes = static_cast<std::size_t>(image.width()) * sizeof(qcStoredPel<T>);
-  for (long y = 0; y < image.height(); ++y) {
+  for (long y = 0; y < image.height(); ++y)
     ASSERT_EQ(std::memcmp(image.pointToRow(y + image.offset().y()), &src.at(0, y), bytes), 0);
-  }
 }
 
 long floorDivide(long a, long b) {
@@ -280,9 +279,8 @@ void expectBoxSums() {
         [&](const auto& src, auto& dst) { qfPelSpatialAvg(src, dst, width, height, shift); },
         [&](const Near<S>& near) {
           Sum<E> sum = 0;
-          for (long y = 0; y < height; ++y) {
+          for (long y = 0; y < height; ++y)
             for (long x = 0; x < width; ++x) sum += near(x - (width - 1) / 2, y - (height - 1) / 2);
-          }
           return shifted<E>(sum, static_cast<int>(shift));
         });
   }
@@ -380,13 +378,11 @@ TEST(PelFilter, RefusesWhatCannotBe) {
   using Buffer = qcPelBuffer<unsigned char>;
   Buffer image(40, 40), unbound, other(40, 40), shifted(image), apart(image);
   const long most = std::numeric_limits<std::int32_t>::max();
-  for (const At box : {At{0, 1}, {1, 0}, {-1, -1}, {most, 2}, {std::numeric_limits<long>::max(), 2}}) {
+  for (const At box : {At{0, 1}, {1, 0}, {-1, -1}, {most, 2}, {std::numeric_limits<long>::max(), 2}})
     EXPECT_THROW(qfPelSpatialAvg(image, other, box.x(), box.y(), 0), qcPelFunc::BadParams);
-  }
   for (const long shift : {-1L, 32L}) EXPECT_THROW(qfPelSpatialAvg(image, 3, 3, shift), qcPelFunc::BadParams);
-  for (const qcPair<int> half : {qcPair<int>(-1, 1), {1, -1}, {16, 0}, {0, 16}}) {
+  for (const qcPair<int> half : {qcPair<int>(-1, 1), {1, -1}, {16, 0}, {0, 16}})
     EXPECT_THROW(qfPelSmooth(image, other, half.x(), half.y()), qcPelFunc::BadParams);
-  }
   EXPECT_THROW(qfPelMedian3x3(unbound, other), qcPel::UnboundWindow);
   const qcPelBuffer<unsigned char> none = qfPelSpatialAvg(image, 41, 1, 0), whole = qfPelSpatialAvg(image, most, 1, 31);
   EXPECT_TRUE(none.isBound() && none.windowRoot().isNull() && whole.isBound() && whole.windowRoot().isNull());
@@ -456,9 +452,7 @@ TEST(PelColour, GreyOfEveryColour) {
   qcPelBuffer<qcPackedRGB32Pel> colours(4096, 256);
   qcPelBuffer<unsigned char> greys;
   for (std::uint32_t red = 0; red < 256; red += 16) {  // sixteen reds at a time
-    for (std::uint32_t i = 0; i < 1u << 20; ++i) {
-      colours.rep()->pels()[i] = qcPackedRGB32Pel::fromWord((red << 16) + i);
-    }
+    for (std::uint32_t i = 0; i < 1u << 20; ++i) colours.rep()->pels()[i] = qcPackedRGB32Pel::fromWord((red << 16) + i);
     qfConvertColorPelBuffer(colours, greys);
     for (std::uint32_t i = 0; i < 1u << 20; ++i) {
       ASSERT_EQ(greys.rep()->pels()[i],

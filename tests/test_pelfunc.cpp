@@ -130,9 +130,8 @@ TYPED_TEST(HistogramPel, CountsAccumulateAndDropWhatDoesNotFit) {
       Scene<T> scene(size.x(), size.y(), bits == 7);
       for (auto& pel : scene.memory) pel = static_cast<T>(pel >> std::max(0, static_cast<int>(8 * sizeof(T)) - bits));
       std::vector<unsigned long> expected(65536);
-      for (long i = 0; i < size.x() * size.y(); ++i) {
+      for (long i = 0; i < size.x() * size.y(); ++i)
         ++expected[static_cast<std::size_t>(scene.at(i % size.x(), i / size.x()) - std::numeric_limits<T>::min())];
-      }
       while (expected.back() == 0) expected.pop_back();
       const std::size_t used = expected.size();
       std::vector<unsigned long> counts;
@@ -232,8 +231,7 @@ TEST(PelFunc, NoShareCopiesOnlyWhatIsShared) {
   qcPelBuffer<short> other(scene.buffer);
   other.offset(30, 40);
   qfPelNoShare(other);
-  EXPECT_FALSE(other.sharesPels(scene.buffer));
-  EXPECT_TRUE(qfPelEqual(other, scene.buffer));
+  EXPECT_TRUE(!other.sharesPels(scene.buffer) && qfPelEqual(other, scene.buffer));
   EXPECT_EQ(other.offset(), qcPair<long>(30, 40));
 
   qcPelBuffer<qc3PlanePel> planes(4, 4);
@@ -311,11 +309,9 @@ TEST(PelFunc, AppliersRunRowsOrOneLongRow) {
   Sum sum;
   rows.buffer.offset(3, 2);
   EXPECT_EQ(qf_PelApply_2s1d(rows.buffer, row.buffer, to.buffer, sum), qcPelRect(3, 2, 6, 4));
-  EXPECT_EQ(sum.runs, 4);
-  EXPECT_EQ(qfPelMin(to.buffer), 300);
+  EXPECT_TRUE(sum.runs == 4 && qfPelMin(to.buffer) == 300);
   qf_PelApply_2s1d(row.buffer, row.buffer, to.buffer, sum);
-  EXPECT_EQ(sum.runs, 5);
-  EXPECT_EQ(qfPelMax(to.buffer), 200);
+  EXPECT_TRUE(sum.runs == 5 && qfPelMax(to.buffer) == 200);
   to.buffer.subWindow(0, 0, 5, 4);
   EXPECT_THROW(qf_PelApply_2s1d(rows.buffer, row.buffer, to.buffer, sum), qcPelFunc::BadParams);
 }

@@ -378,9 +378,8 @@ TEST(WaitingThreads, EndsWhenThePoolGoesWhichItsRootsOutlive) {
   Grey out = pool->tryGet<unsigned char>(40, 1);
   pool->tryGet<unsigned char>(8, 1);  // idle when the pool goes
   std::vector<std::jthread> threads;
-  for (int i = 0; i < 3; ++i) {
+  for (int i = 0; i < 3; ++i)
     threads.emplace_back([&pool = *pool] { EXPECT_FALSE(pool.get<unsigned char>(80, 1).isBound()); });
-  }
   untilWaiting(*pool, 3);
   pool.reset();
   qfPelSet(out, static_cast<unsigned char>(5));
