@@ -121,6 +121,7 @@ TEST(Objects, OldLayoutsAreReadWhereTheClassHasThem) {
   old->mode(qcArchive::storing);
   EXPECT_THROW(*old << pet, qcArchive::CannotWriteToOldArchive);
   EXPECT_THROW(*old << NodeHandle(new Node), qcArchive::CannotWriteToOldArchive);
+  EXPECT_THROW(old->storeObject(&pet), qcArchive::CannotWriteToOldArchive);
 }
 
 // Pointers.

@@ -162,7 +162,7 @@ TEST(Limits, AreExact) {
     const auto size = static_cast<long long>(chain.size());
     // A link has a text of 4 and a vector of 3; its class has a name of 4, which comes twice in a seekable archive.
     const long long each = seekable ? 15 : 11;
-    for (const std::size_t chunk : {1, 7, 64, 100000}) {
+    for (const std::size_t chunk : {1U, 7U, 64U, 100000U}) {
       SCOPED_TRACE(chunk);
       EXPECT_EQ(costOf(loading<Handle>(head + chain, seekable, chunk)), (Cost{size, 5, 5, 5 * each}));
       // A copy of what is known is skipped, or read to no end, and counts.

@@ -878,6 +878,11 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   EXPECT_EQ(shown["entries"][1]["class"], "qc_VDBIdentification");
   EXPECT_EQ(run("verify e.vdb"), 3);
   EXPECT_NE(errors.find("at byte " + std::to_string(third)), std::string::npos) << errors;
+  {
+    qcVDBArchive writing(qf_Widen(file("e.vdb")), false, false);
+    EXPECT_EQ(run("db salvage e.vdb --in-place"), 5);
+    EXPECT_NE(errors.find("in use"), std::string::npos) << errors;
+  }
   EXPECT_EQ(run("db salvage e.vdb --in-place"), 3);
   EXPECT_EQ(text("e.vdb.damaged"), damaged);
   EXPECT_EQ(run("verify e.vdb"), 0) << errors;
@@ -936,6 +941,31 @@ TEST_F(Tool, SalvagesWhatIsNotDamaged) {
       }
       saved.storeNewRecord(&record);
       EXPECT_EQ(saved.archive().damaged(), qcArchive::Position(0));
+    }
+  }
+}
+
+// What nests deeper than the tool loads is no damage.
+TEST_F(Tool, SalvagesWhatIsTooDeepToRead) {
+  qcPtrHandle_const<qcShape> shape(new qcCircle);
+  for (int i = 0; i < 600; ++i) shape = qcPtrHandle_const<qcShape>(new qcMappedShape(shape, qc2XformPoly(), false));
+  for (const bool isSeekable : {false, true}) {
+    const std::string path = file("deep.arc");
+    {
+      qcFileArchive archive(qf_Widen(path), qcArchive::storing, kLittle, isSeekable);
+      archive.limits({.nesting = 5000});
+      if (isSeekable) {
+        archive.storeObject(const_cast<qcShape*>(shape.rep()));
+      } else {
+        archive << shape;
+      }
+    }
+    std::ostringstream report;
+    if (isSeekable) {
+      EXPECT_TRUE(salvageArchive(path, file("saved.arc"), report)) << report.str();
+      EXPECT_EQ(openArchive(file("saved.arc"))->firstObjectID(), 1);
+    } else {
+      EXPECT_THROW(salvageArchive(path, file("saved.arc"), report), FileError);
     }
   }
 }

@@ -189,6 +189,7 @@ qcPersistent* qcArchive::loadObject() {
 
 long qcArchive::storeObject(qcPersistent* object) {
   if (!object) throw qcBadPointer();
+  if (chain(), version_ == 0) throw CannotWriteToOldArchive(kArchiveSource, kOldArchiveLine);
   chain().checkGrowth();
   return index_->storeIndexed(*object);
 }

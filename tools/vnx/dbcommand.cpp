@@ -1,12 +1,15 @@
 #include "dbcommand.h"
 
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
+#include <limits>
 #include <memory>
 #include <utility>
 
+#include <vnxstd/archive/file.h>
 #include <vnxstd/archive/text.h>
 #include <vnxstd/vdb/vdbarch.h>
 
@@ -65,6 +68,7 @@ bool check(qcVDBArchive& database) {
     } catch (const qcArchive::UnknownType&) {
       ++unknown;
     } catch (const qcException& error) {
+      if (faultOf(error) != Fault::content) throw;
       ++bad;
       std::cout << "  record " << number << ": " << textOf(error) << '\n';
     }
@@ -123,6 +127,8 @@ Exit DbCommand::run() const {
     throw WrongCall("the new number must be one from 1 to " + std::to_string(qcVDBArchive::kLastNumber));
   const qcVDB::Grade grade = grade_->parsed() ? gradeOf(wanted_) : qcVDB::unknown;
   if (type_ < -128 || type_ > 127) throw WrongCall("a type is a number from -128 to 127");
+  if (std::isfinite(metric_) && std::abs(metric_) > std::numeric_limits<float>::max())
+    throw WrongCall("a metric is a number of single precision");
   requireReadable(file_);
   const bool changes = remove_->parsed() || renumber_->parsed() || grade_->parsed();
   return onFile(file_, [&](const std::wstring& path) {
@@ -181,6 +187,12 @@ Exit DbCommand::salvage() const {
   const std::string kept = file_ + ".damaged", to = inPlace_ ? file_ + ".salvaged" : output_;
   for (const std::string& path : {to, kept})
     if ((inPlace_ || path == to) && std::filesystem::exists(path)) throw WrongCall(path + " exists already");
+  // Nobody may write to the file while another takes its place.
+  const auto held = onFile(file_, [&](const std::wstring& path) {
+    return inPlace_ ? std::make_unique<qcFileArchive>(path, qcArchive::loading, qcArchive::littleEndian,
+                                                      openArchive(file_)->isSeekable(), false)
+                    : nullptr;
+  });
   const bool isWhole = salvageArchive(file_, to, std::cout);
   if (inPlace_) {
     std::error_code failed;

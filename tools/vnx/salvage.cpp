@@ -227,7 +227,14 @@ class Mending {
     } catch (const qcArchive::UnknownType&) {
       return {};
     } catch (const qcException& error) {
-      return textOf(error);
+      switch (faultOf(error)) {
+        case Fault::limit:
+          return {};  // nests deeper than is loaded here, and is no worse for it
+        case Fault::medium:
+          throw;
+        default:
+          return textOf(error);
+      }
     }
   }
 
@@ -243,13 +250,14 @@ qcInt64 soundPrefix(const std::string& path, std::ostream& report) {
   const qcInt64 all = static_cast<std::streamoff>(archive->tell()) + archive->remaining();
   qcInt64 item = static_cast<std::streamoff>(archive->tell());
   qcInt64 sound = all;
-  inspect(*archive, path, [&](const Entry& entry) {
+  const Fault worst = inspect(*archive, path, [&](const Entry& entry) {
     if (entry.kind == "fault" && sound == all) {
       sound = item;
       report << "lost: from byte " << sound << " on: at byte " << entry.at << ": " << entry.facts.front().value << '\n';
     }
     if (std::count(entry.path.begin(), entry.path.end(), '/') == 1 && entry.kind != "object") item = entry.at;
   });
+  if (worst > Fault::content) throw FileError(path, "cannot be read whole, and what is damaged cannot be told", worst);
   return sound;
 }
 
@@ -283,6 +291,7 @@ bool salvageArchive(const std::string& path, const std::string& to, std::ostream
       return openArchive(path)->isSeekable();
     });
     std::filesystem::copy_file(path, part, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::permissions(part, std::filesystem::perms::owner_write, std::filesystem::perm_options::add);
     onFile(path, [&](const std::wstring&) {
       if (isSeekable) {
         isWhole = Mending(part, report).run();
