@@ -364,6 +364,8 @@ TEST(MappedShape, CollapsesAndMeasuresByTheExpansion) {
   EXPECT_DOUBLE_EQ(qcMappedShape(circle, twice, false).perimeter(), 2 * qcRadian::turn);
   EXPECT_DOUBLE_EQ(qcMappedShape(circle, mirror, false).perimeter(), qcRadian::turn);
   EXPECT_FALSE(qcMappedShape(circle, mirror, false).isRightHanded());
+  const Held both = qcMappedShape(Held(new qcGeneralShapeTree({circle}, false)), mirror, false).explicitShape();
+  EXPECT_FALSE(dynamic_cast<const qcShapeTree&>(*both).child(0).isRightHanded());
   // Of all pairs of transforms, nested and collapsed are the same shape, one with a plain shape inside.
   const std::initializer_list<const qc2XformBase*> xforms = {&twice, &mirror, &bends};
   for (const qc2XformBase* first : xforms) {
@@ -459,6 +461,10 @@ TEST(MappedShape, DoesNotHoldItself) {
   EXPECT_TRUE(inner->shape()->isRegion());
   outer->shape(Held(new qcRect));
   inner->shape(outer);
+  // Assigned what it alone holds.
+  outer->shape(Held(new qcMappedShape(Held(new qcCircle({0, 0}, 1)), qc2XformLinear(), false)));
+  *outer = static_cast<const qcMappedShape&>(*outer->shape());
+  EXPECT_DOUBLE_EQ(outer->perimeter(), qcRadian::turn);
 }
 
 }  // namespace

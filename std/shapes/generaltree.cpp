@@ -137,6 +137,11 @@ void qcGeneralShapeTree::sample(const qcSampleParams& params, qcSampleResult& re
   sampleElements_(params, result, [](std::size_t, std::size_t) {});
 }
 
+qcPtrHandle<qcShape> qcGeneralShapeTree::ofShapes_(
+    const std::function<qcPtrHandle<qcShape>(const qcShape& shape)>& made) const {
+  return rebuilt_(*this, {made});
+}
+
 qcPtrHandle<qcShapeTree> qcGeneralShapeTree::bareNode_(const Rebuild_&) const { return new qcGeneralShapeTree; }
 
 bool qcGeneralShapeTree::isNested_(const qcShape& child) const {

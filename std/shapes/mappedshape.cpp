@@ -78,12 +78,16 @@ bool areEqual(const qc2XformBase& first, const qc2XformBase& second) {
 }
 
 // The image of a shape, travelled as the shape is: where the transform mirrors, the other way round than circles are of
-// themselves, and around the holes and islands of a region in the direction of the other kind.
+// themselves, and around the holes and islands of a region in the direction of the other kind. Collections are made of
+// the images of what they hold.
 qcPtrHandle<qcShape> imageOf(const qcShape& shape, const qc2XformLinear& xform) {
   const auto image = [&xform](const qcShape& part) { return part.mapShape(xform); };
   if (!mirrors(xform)) return image(shape);
   if (const auto* circle = dynamic_cast<const qcCircle*>(&shape)) return new qcEllipse2(circle->map2(xform));
   if (const auto* region = dynamic_cast<const qcRegionTree*>(&shape)) return region->around_(image, true);
+  if (const auto* all = dynamic_cast<const qcGeneralShapeTree*>(&shape)) {
+    return all->ofShapes_([&xform](const qcShape& part) { return imageOf(part, xform); });
+  }
   return image(shape);
 }
 
@@ -136,15 +140,17 @@ qcMappedShape::qcMappedShape(const Held& shape, const qc2XformBase& xform, bool 
 
 qcMappedShape::qcMappedShape(const qcMappedShape& other) = default;
 
+// The other may be below this one, and go with it.
 qcMappedShape& qcMappedShape::operator=(const qcMappedShape& other) {
   if (this == &other) return *this;
   if (qc_shapes::holds(other, *this)) throw qcShapesError::BadGeom();
+  const qcMappedShape kept(other);
   mutating();
-  shape_ = other.shape_;
-  xform_ = other.xform_;
-  explicit_ = other.explicit_;
-  overall_ = other.overall_;
-  curve_ = other.curve_;
+  shape_ = kept.shape_;
+  xform_ = kept.xform_;
+  explicit_ = kept.explicit_;
+  overall_ = kept.overall_;
+  curve_ = kept.curve_;
   return *this;
 }
 

@@ -32,6 +32,9 @@ class VNXSTD_EXPORT qcGeneralShapeTree : public qcShapeTree {
   /// mode. Elements of length 0 are left out when tangents are asked for, unless there is nothing else.
   void sample(const qcSampleParams& params, qcSampleResult& result) const override;
 
+  /// The same collections of other shapes: those that `made` gives for each shape in them that is no collection.
+  qcPtrHandle<qcShape> ofShapes_(const std::function<qcPtrHandle<qcShape>(const qcShape& shape)>& made) const;
+
  protected:
   bool takesChild_(const qcShape&) const override { return true; }
   qcPtrHandle<qcShapeTree> bareNode_(const Rebuild_& rebuild) const override;
