@@ -104,6 +104,9 @@ TEST(RegionTrees, TakeWhatLiesInsideAndAlternates) {
   open.addChild(qcLineSeg({0, 0}, {1, 1}));
   const qcCircle disc({0, 0}, 4);
   const qcMappedShape bent(new qcPolyline(square(-2, 2)), kBends, false);
+  const auto closed = [](const Child& part) { return Child(new qcContourTree({part}, true, false)); };
+  const Child cup = closed(new qcPolyline({{0, 8}, {0, 0}, {8, 0}, {8, 8}}, false)), low(new qcCircle({0, 0.1}, 0.4));
+  const Child half = closed(new qcEllipseArc2(qcEllipse2({0, 0}, {}, {4, 4}, true, {}), {}, qcRadian(kPi)));
   const std::tuple<Child, Child, bool> rows[] = {
       {square(0, 8).clone(), square(0, 8).clone(), true},  // the same
       {square(0, 8).clone(), square(4, 8).clone(), true},  // touching two edges
@@ -121,6 +124,10 @@ TEST(RegionTrees, TakeWhatLiesInsideAndAlternates) {
       {moon.clone(), qcCircle({-2.5, 0}, 1.4).clone(), true},
       {moon.clone(), qcCircle({-2.5, 0}, 1.6).clone(), false},
       {moon.clone(), qcCircle({0, 0}, 2).clone(), false},
+      {cup, qcPolyline({{2, 8}, {2, 2}, {6, 2}, {6, 8}}, true).clone(), true},  // touching the line of a jump
+      {half, low, false},                                                       // across it
+      {new qcMappedShape(half, kBends, false), new qcMappedShape(low, kBends, false), false},
+      {moon.clone(), closed(new qcPolyline({{-0.7, 3}, {-3, 0}, {-0.7, -3}}, false)), false},
       {bent.clone(), bent.clone(), true},
       {qcRect({1e9, 1e9}, {8, 8}).clone(), qcRect({1e9 + 7, 1e9 + 7}, {1, 1}).clone(), true}};
   for (const auto& row : rows) {

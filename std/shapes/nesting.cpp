@@ -9,6 +9,7 @@
 #include "std/shapes/clipedges.h"
 #include "std/shapes/exact.h"
 #include "std/shapes/segment.h"
+#include "vnxstd/shapes/contourtree.h"
 #include "vnxstd/shapes/lineseg.h"
 #include "vnxstd/shapes/mappedshape.h"
 #include "vnxstd/shapes/polyline.h"
@@ -21,6 +22,7 @@ namespace qc_shapes {
 namespace {
 
 using V = qcVector<2>;
+using Held = qcPtrHandle_const<qcShape>;
 
 constexpr double kFinest = 1e-3;  // how closely curved boundaries are looked at, relative to the outer one's size
 
@@ -177,10 +179,42 @@ bool isBent(const qcShape& shape) {
 }
 
 // In primitives, if it is made of any, but still a region.
-qcPtrHandle_const<qcShape> inPrimitives(const qcShape& region) {
+Held inPrimitives(const qcShape& region) {
   if (isBent(region)) return region.clone();
-  qcPtrHandle_const<qcShape> decomposed(region.decompose());
-  return decomposed->isRegion() ? decomposed : qcPtrHandle_const<qcShape>(region.clone());
+  Held decomposed(region.decompose());
+  return decomposed->isRegion() ? decomposed : Held(region.clone());
+}
+
+const qcContourTree* contourIn(const qcShape& shape) {
+  const auto* mapped = dynamic_cast<const qcMappedShape*>(&shape);
+  return dynamic_cast<const qcContourTree*>(mapped ? mapped->underlyingShape().rep() : &shape);
+}
+
+// The boundary with a segment wherever it jumps, as distances and positions leave jumps out; null when it does not.
+Held withoutJumps(const qcShape& boundary) {
+  if (!contourIn(boundary)) return {};
+  std::vector<Held> parts, waiting{Held(boundary.clone())};
+  while (!waiting.empty()) {
+    const Held shape = waiting.back();
+    waiting.pop_back();
+    const qcContourTree* contour = contourIn(*shape);
+    if (!contour) {
+      parts.push_back(shape);
+      continue;
+    }
+    const auto* mapped = dynamic_cast<const qcMappedShape*>(shape.rep());
+    const std::vector<const qcShape*> elements = contour->elements_();
+    for (auto element = elements.rbegin(); element != elements.rend(); ++element) {
+      waiting.emplace_back(mapped ? new qcMappedShape(Held(*element), *mapped->overallMapXform(), true) : *element);
+    }
+  }
+  std::vector<Held> whole;
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    whole.push_back(parts[i]);
+    const V end = parts[i]->endPoint(), start = parts[(i + 1) % parts.size()]->startPoint();
+    if (end != start) whole.emplace_back(new qcLineSeg(end, start));
+  }
+  return whole.size() > parts.size() ? Held(new qcContourTree(whole, true, false)) : Held();
 }
 
 }  // namespace
@@ -191,11 +225,14 @@ bool isVoid(const qcShape& boundary) {
   return size.x() < 0 || size.y() < 0;
 }
 
-bool liesInside(const qcShape& inner, const qcShape& outer, double tolerance) {
+bool liesInside(const qcShape& innerBoundary, const qcShape& outerBoundary, double tolerance) {
+  const Held innerWhole = withoutJumps(innerBoundary), outerWhole = withoutJumps(outerBoundary);
+  const qcShape& inner = innerWhole.isNull() ? innerBoundary : *innerWhole;
+  const qcShape& outer = outerWhole.isNull() ? outerBoundary : *outerWhole;
   const Outer around(outer, tolerance);
   if (!around.mayHold(inner.boundingBox())) return false;
   // Polylines are taken as they are; the others are decomposed.
-  qcPtrHandle_const<qcShape> a, b;
+  Held a, b;
   std::vector<V> polygon = polygonOf(inner), edges = polygonOf(outer);
   if (polygon.empty()) polygon = polygonOf(*(a = inPrimitives(inner)));
   if (edges.empty()) edges = polygonOf(*(b = inPrimitives(outer)));

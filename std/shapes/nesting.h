@@ -12,6 +12,6 @@ bool isVoid(const qcShape& boundary);
 /// `tolerance` times the largest coordinate of the outer one: see qcRegionTree. Polygons take time in proportion to the
 /// product of their numbers of edges, little for pairs of edges whose boxes are apart; curved boundaries are looked at
 /// the more closely, down to a thousandth of the size, the nearer they come to each other.
-bool liesInside(const qcShape& inner, const qcShape& outer, double tolerance);
+bool liesInside(const qcShape& innerBoundary, const qcShape& outerBoundary, double tolerance);
 
 }  // namespace qc_shapes

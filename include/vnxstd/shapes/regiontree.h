@@ -15,8 +15,9 @@ class qcGeneralShapeTree;
 /// Inside means that the boundaries may touch, and overlap within kNesting of the parent's size. For straight
 /// boundaries this is decided edge by edge; where a boundary is curved, a place where the child reaches out along less
 /// than a thousandth of the parent's size and has no corner, may be missed. Whether children overlap each other is not
-/// looked at: their regions are all left out. Loaded trees are trusted to be nested well; whatever a file holds, every
-/// question has one answer, and what is outside a boundary is outside the regions in it.
+/// looked at: their regions are all left out, but clip takes what lies in two of them for inside. Loaded trees are
+/// trusted to be nested well; whatever a file holds, every question has one answer, and what is outside a boundary is
+/// outside the regions in it.
 ///
 /// A node that is asked for itself answers for the region inside its own boundary, whether it is a hole or an island:
 /// that decides in which direction its boundaries are travelled. Directions of the boundary shapes themselves do not
@@ -56,7 +57,8 @@ class VNXSTD_EXPORT qcRegionTree : public qcShapeTree {
 
   /// Where a point lies: on the boundary, when it is no further than `tolerance` from that of any node whose region it
   /// could be in; else inside, when it lies inside the own boundary and in no child's region; else outside. With a
-  /// tolerance of 0 the boundary are only those points whose nearest point is computed to be themselves. Throws
+  /// tolerance of 0 the boundary are only those points whose nearest point is computed to be themselves. The straight
+  /// lines along which contour trees jump bound what is inside, but are not measured for the tolerance. Throws
   /// qcShapesError::BadParams for a tolerance that is negative or NaN.
   Place classify(const qcVector<2>& p, double tolerance = 0) const;
 
