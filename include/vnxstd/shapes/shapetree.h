@@ -12,7 +12,8 @@
 
 /// A shape that is made of child shapes, in order: a contour of consecutive pieces, a region with holes and islands, or
 /// any collection. Children may be trees themselves, to any depth: no operation recurses from level to level, except
-/// that archives have a limit on nesting.
+/// that archives have a limit on nesting, and that trees in trees that are seen through transforms are decomposed level
+/// by level.
 ///
 /// Children are shared and not changed through the tree. Each operation that takes a child can share it, where it is
 /// given by handle, or take a deep copy. Whoever changes a shape that a tree shares is responsible for what the tree
