@@ -15,7 +15,7 @@ class qcGeneralShapeTree;
 /// Inside means that the boundaries may touch, and overlap within kNesting of the parent's size. For straight
 /// boundaries this is decided edge by edge; where a boundary is curved, a place where the child reaches out along less
 /// than a thousandth of the parent's size and has no corner, may be missed. Whether children overlap each other is not
-/// looked at: their regions are all left out, but clip takes what lies in two of them for inside. Loaded trees are
+/// looked at: their regions are all left out, but what lies in two that clip cuts becomes inside. Loaded trees are
 /// trusted to be nested well; whatever a file holds, every question has one answer, and what is outside a boundary is
 /// outside the regions in it.
 ///
