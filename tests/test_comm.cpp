@@ -110,6 +110,7 @@ TEST(Transfer, TimeOutsCoverWholeMessages) {
     EXPECT_THROW(other->waitUntilDisconnected(1000), qcTimeout::Cancel);
     in->timeOut(1000);
     EXPECT_THROW(*in || number, qcTimeout::Cancel);
+    EXPECT_THROW(other->waitUntilDisconnected(0.001), qcTimeout::Cancel) << "shorter than the looks at the flag";
     EXPECT_TRUE(other->isConnected()) << "no wait";
   }
   in->timeOut(0.05);

@@ -54,7 +54,11 @@ short pollUntil(int socket, short events, const qcDeadline& deadline) {
     if (count > 0) return ask.revents;
     if (count < 0 && errno != EINTR) throw qcTcpip::AccessFailed();
     const bool isOver = deadline.hasPassed();
-    if (!isOver || qcDeadline::ofThread() < deadline) qfThrowExceptionOnFailure(zrtsys::checkAttention());
+    const zrtsys::Status attention = zrtsys::checkAttention();
+    // Waits shorter than the looks at the flag are cancelled too.
+    if (!isOver || attention == zrtsys::attentionCancelled || qcDeadline::ofThread() < deadline) {
+      qfThrowExceptionOnFailure(attention);
+    }
     if (isOver) return 0;
   }
 }
