@@ -277,13 +277,13 @@ bool qc_Link::serve(const qcDeadline& deadline) {
 
 // Sends what is left of earlier frames and then this one, which may be none; without a deadline, which is for one that
 // is none and while nobody sends, only what goes at once. What has begun to go out is kept for the next sender, so that
-// frames stay whole.
-void qc_Link::transmit(Lock& lock, const char* frame, std::size_t size, const qcDeadline* deadline) {
+// frames stay whole. `sent`, 0 before, is how much of the frame has gone out, also when this throws.
+void qc_Link::transmit(Lock& lock, const char* frame, std::size_t size, const qcDeadline* deadline, std::size_t& sent) {
   if (deadline && !qf_WaitFor(changed_, lock, *deadline, [this] { return !isSending_; })) throw qcTcpip::Timeout();
   if (isSendingOver_) throw qcTcpip::ConnectionBroken();
   isSending_ = true;
   std::string rest = std::exchange(unsent_, {});
-  std::size_t sentRest = 0, sent = 0;
+  std::size_t sentRest = 0;
   lock.unlock();
   const auto sendAll = [&](const char* data, std::size_t count, std::size_t& done) {
     while (done < count) {
@@ -326,8 +326,9 @@ void qc_Link::transmit(Lock& lock, const char* frame, std::size_t size, const qc
 // Sends what is left as far as that needs no waiting.
 void qc_Link::sendRest(Lock& lock) {
   if (unsent_.empty() || isSending_ || isSendingOver_) return;
+  std::size_t sent = 0;
   try {
-    transmit(lock, nullptr, 0, nullptr);
+    transmit(lock, nullptr, 0, nullptr, sent);
   } catch (const qcTcpip::Errors&) {
   }
 }
@@ -358,13 +359,8 @@ void qc_Link::sendMessageFrame(char* frame, std::size_t count, bool isLast, cons
   storeWord(frame, static_cast<std::uint32_t>(count) | (isLast ? kLast : 0));
   Lock lock(mutex_);
   if (sendsNoMessages_) throw qcTcpip::ConnectionBroken();
-  transmit(lock, frame, kHead + count, &deadline);
-}
-
-void qc_Link::send(std::vector<char>& frame, std::uint32_t bits, const qcDeadline& deadline) {
-  storeWord(frame.data(), static_cast<std::uint32_t>(frame.size() - kHead) | kLast | bits);
-  Lock lock(mutex_);
-  transmit(lock, frame.data(), frame.size(), &deadline);
+  std::size_t sent = 0;
+  transmit(lock, frame, kHead + count, &deadline, sent);
 }
 
 // --- calls ----------------------------------------------------------------------------------------------------------
@@ -407,9 +403,11 @@ std::vector<char> qc_Link::call(std::span<const char> body, bool makes) {
   } within{*this, number, waiting, std::exchange(callDeadline, deadline)};
   ++callsWithin;
   storeWord(frame.data() + kHead, number);
-  send(frame, kCall, deadline);
+  storeWord(frame.data(), static_cast<std::uint32_t>(frame.size() - kHead) | kLast | kCall);
   {
     Lock lock(mutex_);
+    std::size_t sent = 0;
+    transmit(lock, frame.data(), frame.size(), &deadline, sent);
     if (!await(lock, deadline, false, [&] { return waiting.isThere; })) throw qcTcpip::Timeout();
   }
   within.isTaken = true;
@@ -460,7 +458,7 @@ void qc_Link::answerNext(Lock& lock, const qcDeadline& deadline) {
   lock.lock();
 }
 
-// A peer that does not take the answer in time gets none.
+// A peer that does not take the answer in time gets it when this side sends or serves again, unless too much is left.
 void qc_Link::answer(const std::vector<char>& call, const qcDeadline& deadline) {
   const std::uint32_t number = loadWord(call.data());
   bool isGood = true;
@@ -490,9 +488,21 @@ void qc_Link::answer(const std::vector<char>& call, const qcDeadline& deadline) 
     fail(error);
   }
   if (number == 0) return;
+  storeWord(frame.data(), static_cast<std::uint32_t>(frame.size() - kHead) | kLast | kReply);
+  Lock lock(mutex_);
+  std::size_t sent = 0;
+  const auto keep = [&] {  // half of the room is for notices, without which nothing can be sent any more
+    if (sent > 0 || isSendingOver_ || unsent_.size() + frame.size() > kMostUnsent / 2) return;
+    unsent_.append(frame.data(), frame.size());
+  };
   try {
-    send(frame, kReply, deadline);
+    transmit(lock, frame.data(), frame.size(), &deadline, sent);
+  } catch (const qcTcpip::Timeout&) {
+    keep();
   } catch (const qcTcpip::Errors&) {
+  } catch (const qcTimeout::Errors&) {
+    keep();
+    throw;
   }
 }
 

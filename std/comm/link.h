@@ -110,10 +110,9 @@ class qc_Link {
   void answer(const std::vector<char>& call, const qcDeadline& deadline);
   void undo(const std::vector<char>& reply) noexcept;
   void endReceiving(Lock& lock);
-  void transmit(Lock& lock, const char* frame, std::size_t size, const qcDeadline* deadline);
+  void transmit(Lock& lock, const char* frame, std::size_t size, const qcDeadline* deadline, std::size_t& sent);
   void waitToSend(const qcDeadline& deadline);
   void sendRest(Lock& lock);
-  void send(std::vector<char>& frame, std::uint32_t bits, const qcDeadline& deadline);
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
