@@ -98,6 +98,11 @@ TYPED_TEST(RemoteImage, IsReadAndWrittenByAnotherProcessAndComesHome) {
     *in || image;
     Image copy = qfPelCopy(image, nullptr), small = image;
     small.subWindow(1, 2, 3, 4);
+    Image line = image, nothing, alone(communicator, 2, 2);
+    line.subWindow(4, 0, 0, 3);
+    line.copyToBuffer(nullptr), qfPelCopy(line, nothing);
+    qfPelNoShare(alone);
+    EXPECT_TRUE(alone.isRemote());
     std::vector<TypeParam> values;
     small.rep()->pelsToVect(small.windowRoot(), values);
     if constexpr (!std::is_same_v<TypeParam, qc3PlanePel>) {
@@ -317,6 +322,9 @@ TEST(RemoteRoots, AnswersGoOnWhenServingDoes) {
   std::jthread serving([&](const std::stop_token& stop) {
     while (!stop.stop_requested()) pair.owner->serve(0);
   });
+  pair.user->timeOut(5);
+  const auto fetch = [&] { EXPECT_NO_THROW(qfPelCopy(proxy)); };  // together more than the connection holds
+  const std::jthread others[] = {std::jthread(fetch), std::jthread(fetch)};
   EXPECT_TRUE(sameBytes<unsigned char>(proxy, image));
 }
 

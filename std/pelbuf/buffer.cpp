@@ -275,6 +275,7 @@ template <class T>
 void qcPelBuffer_const<T>::copyToBuffer(Stored* pels) const {
   const qc_PelRoot& root = this->boundRoot();
   if (root.isRemote()) {
+    if (this->windowRoot().isNull()) return;
     qcPelRoot<T> here(this->width(), this->height(), pels, 1);
     return this->typedRoot()->copy(this->windowRoot(), here, {0, 0}, false);
   }

@@ -70,7 +70,7 @@ class VNXSTD_EXPORT qcCommunicator {
   qcUInt64 peerStorage() const noexcept;
 
   /// An archive that stores to or loads from the peer. A loading one waits for the header that the peer's archive sends
-  /// with its first message. There may be one of each direction at a time; the communicator must outlive them.
+  /// with its first message. One of each direction at a time, for whole messages (transfer.h); this must outlive it.
   std::unique_ptr<qcTransferArchive> archive(qcArchive::Direction direction, double timeOutSeconds = 30,
                                              qcArchive::Ordering ordering = qcArchive::littleEndian);
 

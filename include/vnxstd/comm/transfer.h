@@ -16,8 +16,8 @@ class qc_StreamBufferWithTimeout;
 /// beyond it qcTcpip::Timeout is thrown, and qcTcpip::ConnectionBroken when the peer has gone. A message that was
 /// broken off so cannot be taken up again: from then on everything throws ConnectionBroken. Waiting in vain for a
 /// message to begin breaks nothing off. A load that fails for another reason leaves the rest of its message, which
-/// nextMessage skips; objects that were stored in it may be referred to later, and are then NotFound.
-///
+/// nextMessage skips; objects that were stored in it may be referred to later, and are then NotFound. An archive that
+/// goes before its message is loaded leaves the rest for the next one, which makes no sense there: nextMessage first.
 /// docs/archive-format.md gives the bytes of messages. For one thread at a time. An object is stored and loaded under
 /// the persistence lock, and so are waits in its middle: between two threads of one process, objects larger than what
 /// the connection takes at once (some 100 KB) time out, since neither side can go on without the lock.

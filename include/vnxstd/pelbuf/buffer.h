@@ -150,9 +150,9 @@ class VNXSTD_EXPORT qc_PelBuffer {
   /// pels from now on, and lives at least until the peer has let go of it or the connection ends. The peer loads a
   /// buffer on a proxy of it, the same one while that lives; a buffer that is sent back is on the root itself. A
   /// message that the peer never loads keeps its roots until the connection ends. A buffer that takes roots of every
-  /// type loads no new proxy: qcArchive::BadType. What the peer was not given is qcArchive::NotFound. Loading throws
-  /// qcArchive::BadType for a root of pels that the buffer does not take, and qcArchive::BadContent for a window
-  /// outside its root or the 32-bit range; the buffer stays as it was when loading throws.
+  /// type loads no new proxy: qcArchive::BadType. One of other pels throws when these are asked for, not before:
+  /// qcRemoteObject::ObjectMismatch. What the peer was not given is NotFound. Loading throws BadType for any other root
+  /// of pels that the buffer does not take, BadContent for a window outside it or 32 bits; the buffer stays as it was.
   friend VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, qc_PelBuffer& buffer);
 
  protected:

@@ -16,7 +16,7 @@ VNXSTD_EXPORT void qf_PelCopy(const qc_PelRows<const unsigned char>& src, const 
 template <class T>
 void qf_PelCopyWindow(const qcPelBuffer_const<T>& src, const qcPelBuffer<T>& dst) {
   if (src.isRemote() || dst.isRemote()) {
-    src.rep()->copy(src.windowRoot(), *dst.rep(), dst.offsetRoot(), false);
+    if (!src.windowRoot().isNull()) src.rep()->copy(src.windowRoot(), *dst.rep(), dst.offsetRoot(), false);
   } else if constexpr (qcFlatPelType<T>) {
     qf_PelCopy(qf_PelRowsAs<const unsigned char>(qf_PelRows(src)), qf_PelRowsAs<unsigned char>(qf_PelRows(dst)));
   } else {
@@ -86,7 +86,7 @@ template <class T>
 bool qf_PelIsShared(const qcPelBuffer_const<T>& buffer) {
   if (buffer.refc() > 1) return true;
   if constexpr (!qcFlatPelType<T>) {
-    for (int plane = 0; buffer.isBound() && plane < 3; ++plane) {
+    for (int plane = 0; buffer.isBound() && !buffer.isRemote() && plane < 3; ++plane) {
       if (buffer.planeBuffer(plane).refc() > 2) return true;  // the image's own count and that of this plane buffer
     }
   }
