@@ -153,7 +153,7 @@ TEST_F(Files, HoldTheSameBytesAsMemory) {
 TEST_F(Files, StoringTruncatesAndLoadingCanAppend) {
   write("f", fromHex("03 01") + std::string(100, 'x'));
   {
-    qcFileArchive archive(path("f"), Dir::storing, kLittle, true);
+    qcFileArchive archive(path("f"), Dir::storing, kLittle, true, true);  // read-only is for loading
     archive << static_cast<unsigned char>(1);
   }
   {

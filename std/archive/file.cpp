@@ -317,7 +317,7 @@ qcFileArchive::qcFileArchive(std::unique_ptr<Stream> stream, Direction direction
 qcFileArchive::qcFileArchive(const std::wstring& path, Direction direction, Ordering ordering, bool seekable,
                              bool readOnly)
     : qcFileArchive(std::make_unique<Stream>(path), direction, ordering, seekable, readOnly) {
-  stream_->open(direction, readOnly);
+  stream_->open(direction, readOnly && direction == loading);
   ctorFinished();
 }
 
