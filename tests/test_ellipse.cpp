@@ -286,6 +286,12 @@ TEST(EllipseNearest, NothingIsNearerThanTheNearestPoint) {
   }
   EXPECT_LE(worst, 1e-9);
   EXPECT_NEAR_POINT(qcEllipse({}, {3, 0}, {}).nearestPoint({-1, 4}), V(-1, 0), 1e-12);
+  // The first of equally near ones along an arc, also all the way round and where rounding favours the other.
+  for (const auto& [start, span, x, y] : std::vector<std::array<double, 4>>{
+           {-2, 2 * kPi, 0, -1}, {2, 2 * kPi, 0, -1}, {2, -4, -1, 1}, {1, 2 * kPi, -1, 1}, {-1, -2 * kPi, -1, -1}}) {
+    const qcEllipseArc2 arc(qcEllipse2({0, 0}, {}, {5, 2}, true, {}), qcRadian(start), qcRadian(span));
+    EXPECT_GT(arc.nearestPoint({x, 0}).y() * y, 0) << start << " " << span;
+  }
   for (const double far : {1e-200, 1e200})
     EXPECT_NEAR_POINT(qcEllipse({}, {2 * far, far}, {}).nearestPoint({0, 9 * far}) / far, V(0, 1), 1e-12);
 }

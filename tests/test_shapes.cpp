@@ -194,11 +194,25 @@ TEST(ShapeInfo, BuildersCombineTheLengthsOfPieces) {
   qfConvertPerimPositions(info, 2, alone, 0, positions);
   EXPECT_EQ(positions, (std::vector<qcPerimPos>{{0, 4}, {1, 1}}));
   EXPECT_THROW(qfConvertPerimPositions(info, 0, alone, 2, positions), qcShapesError::BadIndex);
+  // The end of one stays an end, past pieces without length, and a closed boundary wraps.
+  const qcShapeInfo round(qcPolyline({{0, 0}, {4, 0}, {4, 2}, {0, 2}}, true)),
+      gaps(qcPolyline({{0, 0}, {5, 0}, {5, 0}, {13, 0}}, false));
+  positions = {{0, 5}, {1, 0}};
+  qfConvertPerimPositions(alone, 0, gaps, 0, positions);
+  EXPECT_EQ(positions, (std::vector<qcPerimPos>{{0, 5}, {2, 0}}));
+  positions = {{1, 0}, {0, 1}, {2, 1}};
+  qfConvertPerimPositions(round, 2, gaps, 0, positions);
+  EXPECT_EQ(positions, (std::vector<qcPerimPos>{{2, 5}, {2, 2}, {0, 1}}));
+  for (const qcShapeInfo& closed : {round, qcShapeInfo(qcRect())}) {
+    EXPECT_THROW(closed.distanceAlong({0, kInf}), qcShapesError::BadParams);
+    EXPECT_THROW(closed.perimPos(kInf), qcShapesError::BadParams);
+  }
 }
 
 /// A shape with a decomposition of its own, which the defaults ask.
 struct Composite : qcRect {
   Composite(Shape shape, bool decomposed) : parts(shape), isPrimitive(decomposed) {}
+  bool isRegion() const override { return parts->startPoint() == parts->endPoint(); }
   bool isDecomposed() const override { return isPrimitive; }
   Shape decompose() const override { return parts; }
   double perimeter() const override { return qcShape::perimeter(); }
@@ -218,6 +232,10 @@ TEST(ShapeDefaults, AskTheDecomposition) {
   bent.perimPointAndTangent(info, {0, 3}, point, tangent);
   EXPECT_TRUE(point == V(3, 0) && tangent == qcRadian(kPi / 2));
   EXPECT_TRUE(bent.subShape(info, {{0, 1}, 4})->equal_(qcPolyline({{1, 0}, {3, 0}, {3, 2}}, false)));
+  const Composite disc(new qcEllipseArc2(qcEllipse2(), qcRadian(0), qcRadian(2 * kPi)), false);
+  const qcShapeInfo round(disc);
+  EXPECT_NEAR_POINT(disc.perimPoint(round, {0, -kPi / 2}), V(0, -1), 1e-12);
+  EXPECT_NEAR(disc.subShape(round, {{0, 6}, 2})->perimeter(), 2, 1e-12);
   EXPECT_THROW(bent.within({0, 0}), qcShapesError::NotRegion);
   EXPECT_THROW(bent.reverse_(), qcShapesError::NotReversible);
   EXPECT_THROW(Composite(nullptr, false).perimeter(), qcBadPointer);

@@ -266,6 +266,27 @@ TEST(ContourTrees, HavePlacesOnBothSidesOfAJump) {
   }
 }
 
+// Pieces without length take the tangent behind or before them, up to a jump.
+TEST(ContourTrees, PassPiecesWithoutLength) {
+  const auto contour = [](const std::vector<V>& ends) {
+    const qcPtrHandle<qcContourTree> tree(new qcContourTree);
+    for (std::size_t i = 0; i < ends.size(); i += 2) tree->addChild(qcLineSeg(ends[i], ends[i + 1]));
+    return tree;
+  };
+  V point;
+  qcRadian tangent;
+  const auto ended = contour({{0, 0}, {0, 1}, {0, 1}, {0, 1}, {0, 1}, {0, 1}}),
+             alone = contour({{0, 0}, {1, 0}, {2, 0}, {2, 0}});
+  ended->perimPointAndTangent(qcShapeInfo(*ended), {2, 0}, point, tangent);
+  EXPECT_TRUE(point == V(0, 1) && tangent == qcRadian(kPi / 2));
+  EXPECT_THROW(alone->perimPointAndTangent(qcShapeInfo(*alone), {1, 0}, point, tangent), qcShapesError::NoTangent);
+  for (const V& second : {V(1, 1), V(2, 1)}) {
+    Result result;
+    contour({{1, 1}, {1, 1}, second, second})->sample(Params(0, 0, 2), result);
+    EXPECT_EQ(result.positions(), second == V(1, 1) ? std::vector<V>{second} : (std::vector<V>{{1, 1}, second}));
+  }
+}
+
 // perimeter() estimates the length of a mapped piece, which uniform sampling and clipping need exactly.
 TEST(ContourTrees, HaveMappedPieces) {
   const Child bent(new qcMappedShape(new qcLineSeg({-2, -2}, {2, 1}), kBends, false));

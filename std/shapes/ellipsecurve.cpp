@@ -130,7 +130,7 @@ qcVector<2> EllipseCurve::nearestOnEllipse(const qcVector<2>& p) const {
   return center_ + x * axis_ + y * axis_.perpendicular();
 }
 
-double EllipseCurve::nearestParameter(const qcVector<2>& p) const {
+double EllipseCurve::nearestParameter(const qcVector<2>& p, bool closed) const {
   const qcVector<2> q = local(p), size(std::fabs(q.x()), std::fabs(q.y()));
   const auto parameter = [&](const EllipseFoot& foot) {
     const double phi = localParameter(q.x() < 0 ? -foot.c : foot.c, q.y() < 0 ? -foot.s : foot.s);
@@ -138,7 +138,7 @@ double EllipseCurve::nearestParameter(const qcVector<2>& p) const {
   };
   EllipseFoot foot = firstQuadrantFoot(radii_.x(), radii_.y(), size.x(), size.y());
   const double nearest = parameter(foot);
-  if (isFull()) return nearest;
+  if (closed) return nearest;
   std::array<double, 4> candidates{from_, to_, to_, to_};
   if (contains(nearest)) candidates[1] = nearest;
   if (secondFoot(radii_.x(), radii_.y(), size.x(), size.y(), foot) && contains(parameter(foot))) {
@@ -149,8 +149,16 @@ double EllipseCurve::nearestParameter(const qcVector<2>& p) const {
     const qcVector<2> d = point(phi) - p;
     return std::hypot(d.x(), d.y());
   };
-  return *std::min_element(candidates.begin(), candidates.end(),
-                           [&](double a, double b) { return distance(a) < distance(b); });
+  // Rounding must not choose between points that are equally near.
+  const double reach = std::max(radii_.x(), radii_.y()) + std::fabs(center_.x()) + std::fabs(center_.y()) +
+                       std::fabs(p.x()) + std::fabs(p.y());
+  double first = candidates[0], least = distance(first);
+  for (const double phi : candidates) {
+    if (!(distance(phi) < least - kRounding * reach)) continue;
+    first = phi;
+    least = distance(phi);
+  }
+  return first;
 }
 
 double EllipseCurve::parameterOf(const qcVector<2>& p) const {

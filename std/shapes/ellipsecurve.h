@@ -48,8 +48,9 @@ class EllipseCurve {
   /// The point of the whole ellipse nearest to `p`: of equally near ones the one on the side where the local
   /// coordinates of a frame along the axes are not negative.
   qcVector<2> nearestOnEllipse(const qcVector<2>& p) const;
-  /// The parameter of the nearest point of the curve; of equally near ones on an arc the first.
-  double nearestParameter(const qcVector<2>& p) const;
+  /// The parameter of the nearest point of the curve; of ones that are equally near but for rounding the first, or on a
+  /// closed one, which is the whole ellipse, that of nearestOnEllipse.
+  double nearestParameter(const qcVector<2>& p, bool closed) const;
   /// The parameter of the point of the ellipse that `p` becomes when the ellipse is pulled into a circle.
   double parameterOf(const qcVector<2>& p) const;
   /// The parameter at which a tangent, for growing parameters, has a direction. Not for flat ones.

@@ -24,14 +24,14 @@ qcRect qc_EllipseShape::boundingBox() const { return curve_().boundingBox(); }
 
 qcVector<2> qc_EllipseShape::nearestPoint(const qcVector<2>& p) const {
   const EllipseCurve curve = curve_();
-  return curve.isFull() ? curve.nearestOnEllipse(p) : curve.point(curve.nearestParameter(p));
+  return isRegion() ? curve.nearestOnEllipse(p) : curve.point(curve.nearestParameter(p, false));
 }
 
 double qc_EllipseShape::perimeter() const { return curve_().length(); }
 
 qcPerimPos qc_EllipseShape::nearestPerimPos(const qcShapeInfo&, const qcVector<2>& p) const {
   const EllipseCurve curve = curve_();
-  return {0, curve.lengthTo(curve.nearestParameter(p))};
+  return {0, curve.lengthTo(curve.nearestParameter(p, isRegion()))};
 }
 
 EllipseCurve qc_EllipseShape::arc() const {

@@ -6,6 +6,7 @@
 #include "std/shapes/held.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/shapes/clipinfo.h"
+#include "vnxstd/shapes/contourtree.h"
 #include "vnxstd/shapes/polyline.h"
 #include "vnxstd/shapes/rect.h"
 #include "vnxstd/shapes/shapeinfo.h"
@@ -41,10 +42,12 @@ void qcShape::serialize_(qcArchive& archive, unsigned char version) {
 }
 
 // The decomposition that the defaults below hand their question to. One of the same class would hand it on for ever.
+// That of a region may be an open contour all the way round.
 qcPtrHandle<qcShape> qcShape::decomposed() const {
   qcPtrHandle<qcShape> shape = decompose();
   const qcShape& parts = *shape;
   if (!parts.isDecomposed() || typeid(parts) == typeid(*this)) throw qcBadPointer();
+  if (isRegion() && parts.isOpenContour()) return new qcContourTree({shape}, true, false);
   return shape;
 }
 

@@ -4,6 +4,12 @@
 #include <cmath>
 #include <cstdint>
 
+namespace {
+
+constexpr double kRounding = 1e-12;  // of lengths, relatively
+
+}  // namespace
+
 qcShapeInfo::qcShapeInfo(const qcShape& shape) : qcShapeInfo() {
   append_(0, shape);
   closed_ = shape.isRegion();
@@ -16,12 +22,12 @@ double qcShapeInfo::startOf(long piece) const { return checkedPiece(piece).start
 qcPerimPos qcShapeInfo::perimPos(double distance) const {
   if (numPieces() == 0) throw qcShapesError::EmptyShape();
   const double total = perimeter();
+  if (std::isnan(distance) || (closed_ && std::isinf(distance))) throw qcShapesError::BadParams();
   if (closed_ && total > 0) {
     distance = std::fmod(distance, total);
     if (distance < 0) distance += total;
     if (distance >= total) distance = 0;  // a tiny step back from the start, rounded
   }
-  if (std::isnan(distance)) throw qcShapesError::BadParams();
   distance = std::max(distance, 0.0);
   if (distance >= total) {
     const auto last = static_cast<std::int32_t>(numPieces() - 1);
@@ -45,8 +51,9 @@ qcPerimPos qcShapeInfo::perimPos(const qcPerimPos& from, double distance) const 
 
 double qcShapeInfo::distanceAlong(const qcPerimPos& position) const {
   if (numPieces() == 0) throw qcShapesError::EmptyShape();
-  if (std::isnan(position.distance())) throw qcShapesError::BadParams();
-  return startOf(position.index()) + position.distance();
+  const double start = startOf(position.index()), distance = position.distance();
+  if (std::isnan(distance) || (closed_ && std::isinf(distance))) throw qcShapesError::BadParams();
+  return start + distance;
 }
 
 qcShapeInfo qcShapeInfo::reverse_() const {
@@ -119,12 +126,23 @@ const qcShapeInfo::Piece& qcShapeInfo::checkedPiece(long piece) const {
 
 void qfConvertPerimPositions(const qcShapeInfo& from, long fromPiece, const qcShapeInfo& to, long toPiece,
                              std::vector<qcPerimPos>& positions) {
-  // From the start of the one shape to where the same point lies on the other.
-  const double shift = to.startOf(toPiece) - from.startOf(fromPiece);
+  const double toStart = to.startOf(toPiece), fromStart = from.startOf(fromPiece);
   std::vector<qcPerimPos> converted;
   converted.reserve(positions.size());
   for (const qcPerimPos& position : positions) {
-    converted.push_back(to.perimPos(from.distanceAlong(position) + shift));
+    double distance = from.distanceAlong(position) - fromStart;
+    // What lies before the stretch on a closed boundary is reached at the end of it.
+    const bool wraps = from.isClosed() && !to.isClosed();
+    if (wraps && distance < -kRounding * from.perimeter()) distance += from.perimeter();
+    qcPerimPos place = to.perimPos(toStart + distance);
+    // The end of a piece stays one: the next piece may lie elsewhere. Only a piece without length ends on another one.
+    const double length = from.pieceLength(position.index());
+    const bool isEnd = std::fabs(position.distance() - length) <= kRounding * length;
+    while (isEnd && place.index() > 0 && place.distance() <= kRounding * to.perimeter() &&
+           (length > 0 || to.pieceLength(place.index()) > 0)) {
+      place = qcPerimPos(place.index() - 1, to.pieceLength(place.index() - 1));
+    }
+    converted.push_back(place);
   }
   positions = std::move(converted);
 }

@@ -104,6 +104,21 @@ class Pieces {
     return {place.index(), std::min(place.distance(), info.pieceLength(place.index()))};
   }
 
+  /// The tangent at an element without length: that of the contour behind it or else before it, up to a jump.
+  qcRadian tangentAround(std::size_t i, bool closed) const {
+    for (const bool forward : {true, false}) {
+      std::size_t at = i;
+      for (std::size_t steps = 1; steps < count() && (closed || at != (forward ? count() - 1 : 0)); ++steps) {
+        const std::size_t next = (at + (forward ? 1 : count() - 1)) % count();
+        if (forward ? jumps(at, next) : jumps(next, at)) break;
+        at = next;
+        if (element(at).hasTangent()) return forward ? element(at).startAngle() : element(at).endAngle();
+        if (element(at).perimeter() > 0) break;
+      }
+    }
+    throw qcShapesError::NoTangent();
+  }
+
  private:
   bool jumps(std::size_t from, std::size_t to) const {
     const qcVector<2> end = elements_[from]->endPoint(), start = elements_[to]->startPoint();
@@ -408,7 +423,11 @@ void qcShapeTree::perimPointAndTangent_(const qcShapeInfo& info, const qcPerimPo
   const qcPerimPos place = pieces.placed(info, position, isOneContour_());
   const std::size_t i = pieces.elementOf(place.index());
   const qcShape& element = pieces.element(i);
-  element.perimPointAndTangent_(qcShapeInfo(element), pieces.onElement(i, place), point, tangent);
+  const qcShapeInfo own(element);
+  const bool borrows = tangent && isOneContour_() && !element.hasTangent() && own.perimeter() == 0;
+  const qcRadian borrowed = borrows ? pieces.tangentAround(i, info.isClosed()) : qcRadian();
+  element.perimPointAndTangent_(own, pieces.onElement(i, place), point, borrows ? nullptr : tangent);
+  if (borrows) *tangent = borrowed;
 }
 
 qcPtrHandle<qcShape> qcShapeTree::subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const {
@@ -464,9 +483,13 @@ void qcShapeTree::sampleElements_(const qcSampleParams& params, qcSampleResult& 
     inner.enclosingInfo_(&numbering);
   }
   const bool leaveOut = params.computeTangents() && hasTangent();
+  // A contour that is a single point is sampled once.
+  const bool isPoint = isOneContour_() && std::all_of(elements.begin(), elements.end(), [&](const qcShape* element) {
+                         return element->perimeter() == 0 && element->startPoint() == elements.front()->startPoint();
+                       });
   for (std::size_t i = 0; i < elements.size(); ++i) {
     const qcShape& element = *elements[i];
-    if (leaveOut && !element.hasTangent() && element.perimeter() == 0) {
+    if ((isPoint && i > 0) || (leaveOut && !element.hasTangent() && element.perimeter() == 0)) {
       for (long n = numPieces(element); n > 0; --n) writer.takePiece();
       continue;
     }

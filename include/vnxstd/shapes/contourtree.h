@@ -9,7 +9,8 @@
 ///
 /// A child usually starts where the one before it ends. Where it does not, and where a closed contour does not end
 /// where it starts, the contour jumps along a straight line: that has no length, no samples and no tangent, but counts
-/// for windings and for what is inside. A tree without children is neither open contour nor region.
+/// for windings and for what is inside. A position on an element without length has the tangent of the contour behind
+/// it or else before it, up to a jump. A tree without children is neither open contour nor region.
 class VNXSTD_EXPORT qcContourTree : public qcShapeTree {
  public:
   explicit qcContourTree(bool closed = false) : closed_(closed) {}
@@ -40,7 +41,8 @@ class VNXSTD_EXPORT qcContourTree : public qcShapeTree {
   /// points on the contour are inside where the region lies to its left.
   bool within(const qcVector<2>& p) const override;
   /// Samples the elements in order and joins the chains by qfMergeSubchains. Elements of length 0 are left out when
-  /// tangents are asked for. In uniform mode see qfUniformSampleContour.
+  /// tangents are asked for, and all but the first of a contour that is a single point. In uniform mode see
+  /// qfUniformSampleContour.
   void sample(const qcSampleParams& params, qcSampleResult& result) const override;
 
   /// The signed area that a closed contour encloses, positive when right-handed, and a part that is wound around twice

@@ -23,7 +23,8 @@ class VNXSTD_EXPORT qc_EllipseShape : public qcShape {
   bool hasTangent() const override;
   qcRect boundingBox() const override;
   /// On an ellipse by Newton's method in the half-angle; among equally near points the one on the side where the
-  /// coordinates in a frame along the axes are not negative. On an arc the first along it. Within 1e-9 times the larger
+  /// coordinates in a frame along the axes are not negative. On an arc the first along it, where rounding
+  /// makes no difference. Within 1e-9 times the larger
   /// radius of the least distance.
   qcVector<2> nearestPoint(const qcVector<2>& p) const override;
   double perimeter() const override;
