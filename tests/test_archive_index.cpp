@@ -543,6 +543,18 @@ TEST(Index, DamageHidesNothingBeforeItAndSalvageFindsTheRest) {
   }
 }
 
+TEST(Index, SalvageFindsWhatLiesBetweenDamage) {
+  for (const std::size_t byte : {0U, 3U, 9U, 26U}) {
+    qcMemoryArchive out(kLittle, true);
+    for (int i = 1; i <= 5; ++i) out.writeNewMark(i);
+    std::string bytes = bytesOf(out);
+    for (const std::size_t mark : {2U, 4U}) bytes[2 + mark * 42 + byte] = 0x7F;
+    BytesArchive archive(bytes, true);
+    archive->salvage();
+    EXPECT_EQ(marksOf(*archive), (std::vector<long>{1, 3, 5})) << byte;
+  }
+}
+
 class Files : public testing::Test {
  protected:
   ~Files() override { std::filesystem::remove(path_); }

@@ -282,6 +282,62 @@ TEST(Database, LosesNothingSyncedWhateverElseReachesTheMedium) {
   std::printf("%d images\n", images);
 }
 
+// One bit of the header, of the anchor, or of the head of a record is wrong, or all of the anchor is gone.
+TEST(Database, HidesNoRecordBehindABitThatIsWrong) {
+  constexpr int kRecords = 4;
+  Memory memory;
+  for (int value = 1; value <= kRecords; ++value) {
+    memory.archive->append();
+    // A link in which one bit is set leads nowhere without it. The last record lies right behind the one before.
+    std::string room(value == kRecords ? 0 : (256U << value) - memory.archive->bytes().size(), 'x');
+    memory.archive->raw(room.data(), static_cast<long>(room.size()));
+    memory.database->storeNewRecord(std::make_unique<Result>(value).get());
+  }
+  const auto isTold = [&](qcVDBArchive& database) {
+    bool told = database.archive().damaged() != qcArchive::Position(0);
+    int found = 0;
+    for (int value = 1; value <= kRecords; ++value) {
+      if (database.archive().findMark(value) == qcArchive::Position(0)) continue;
+      try {
+        database.gotoRecord(value);
+        found += load(database)->value == value ? 1 : 0;
+      } catch (const qcException&) {
+        told = true;
+      }
+    }
+    return told || found == kRecords;
+  };
+  const auto flip = [&](std::streamoff head, std::size_t bit) {
+    std::string bytes = bytesOf(*memory.archive);
+    char& struck = bytes[static_cast<std::size_t>(head) + bit / 8];
+    struck = static_cast<char>(struck ^ (1 << bit % 8));
+    if (bit == 42 * 8) bytes.replace(2, 42, 42, '\0');
+    try {
+      Memory again(bytes);
+      EXPECT_TRUE(isTold(*again.database)) << head << ' ' << bit / 8 << ' ' << bit % 8;
+      if (head != 2) return;
+      if (again.archive->damaged() != qcArchive::Position(0)) {
+        EXPECT_THROW(again.database->storeNewRecord(std::make_unique<Result>().get()), qcArchive::BadContent);
+      }
+      again.archive->salvage();
+      again.archive->relink();
+      EXPECT_EQ(again.database->storeNewRecord(std::make_unique<Result>().get()), kRecords + 1) << bit;
+      EXPECT_TRUE(isTold(*Memory(bytesOf(*again.archive)).database)) << bit;
+    } catch (const qcArchive::Errors&) {
+      EXPECT_EQ(head, 0);
+    }
+  };
+  for (std::size_t bit = 0; bit < 16; ++bit) flip(0, bit);
+  for (std::size_t bit = 0; bit <= 42 * 8; ++bit) flip(2, bit);
+  for (const auto& record : memory.archive->records()) {
+    const bool isMark = record.kind == qcArchiveRecord::mark;
+    for (std::size_t bit = 0; bit < 42 * 8; ++bit) {
+      if (isMark && ((bit >= 40 && bit < 72) || bit == 79)) continue;  // another number; removed
+      flip(record.at, bit);
+    }
+  }
+}
+
 class DatabaseFiles : public testing::Test {
  protected:
   ~DatabaseFiles() override { std::filesystem::remove(path_); }

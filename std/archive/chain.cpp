@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "std/archive/areas.h"
+#include "std/archive/index.h"
 
 using namespace qc_format;
 
@@ -17,12 +18,22 @@ constexpr std::size_t kScanBytes = 16384;
 // Fields that are written over.
 constexpr std::streamoff kIdField = 5, kKindField = 9, kSizeField = 10, kPositionField = 18, kPreviousField = 26,
                          kLastField = 34;
+constexpr unsigned kFarthest = 48;  // bits of a position; a link that leads farther is damaged
+
+// Whether writing a link that leads to `place` can have left these bytes when it was cut short.
+bool isTorn(qcUInt64 link, qcUInt64 place) noexcept {
+  for (unsigned shift = 0; shift < 64; shift += 8) {
+    const qcUInt64 byte = link >> shift & 0xFF;
+    if (byte != 0 && byte != (place >> shift & 0xFF)) return false;
+  }
+  return true;
+}
 
 }  // namespace
 
 // Reading.
 
-// Whether a well-formed linked record lies there.
+// Whether a well-formed linked record lies there, or the anchor in its place.
 bool qc_RecordChain::read(std::streamoff place, qc_Record& record) {
   unsigned char head[kLinkedHead];
   archive_.seekTo(place);
@@ -32,22 +43,45 @@ bool qc_RecordChain::read(std::streamoff place, qc_Record& record) {
   record.at = place;
   if (!record.isLinked()) return false;
   qf_ParseFields(record, head + kRecordHead, archive_.swapBytes_);
-  return record.isValid();
+  return record.isValid() && record.is(kAnchor) == (place == kAnchorAt);
 }
 
 void qc_RecordChain::open() {
   const std::streamoff end = openedEnd_ = archive_.endOffset();
-  anchored_ =
-      kAnchorAt + static_cast<std::streamoff>(kLinkedHead) <= end && read(kAnchorAt, anchor_) && anchor_.is(kAnchor);
+  qc_Record anchor;
+  anchored_ = kAnchorAt + static_cast<std::streamoff>(kLinkedHead) <= end && read(kAnchorAt, anchor);
   if (!anchored_) {
     // What was cut within the anchor is no archive without one, whose values would be what is left of the anchor.
     const bool isShort = archive_.version() != 0 && end < kAnchorAt + static_cast<std::streamoff>(kLinkedHead);
     if (isShort && isBegun(kAnchorAt)) throw qcArchive::Eof(kArchiveSource, kReadRawLine);
+    if (isAnchorLost(end)) broken_ = kAnchorAt;
     return archive_.seekTo(kAnchorAt);
   }
+  anchor_ = anchor;
   follow(end);
   settle(end);
   archive_.seekTo(anchor_.end());
+}
+
+// Whether there was an anchor where none can be read: a record follows it, right behind or where it says, or all of it
+// is zero and there are records.
+bool qc_RecordChain::isAnchorLost(std::streamoff end) {
+  std::array<unsigned char, kLinkedHead> bytes{};
+  archive_.seekTo(kAnchorAt);
+  if (archive_.version() == 0 || qc_Areas::read(*archive_.buffer_, bytes.data(), bytes.size()) != bytes.size())
+    return false;
+  qc_Record record, anchor;
+  anchor.at = kAnchorAt;
+  anchor.kind = kAnchor;
+  anchor.wide = true;
+  qf_ParseFields(anchor, bytes.data() + kRecordHead, archive_.swapBytes_);
+  for (const qcUInt64 place : {static_cast<qcUInt64>(anchor.end()), anchor.position}) {
+    const auto at = static_cast<std::streamoff>(std::min(place, static_cast<qcUInt64>(end)));
+    if (read(at, record) && record.previous == static_cast<qcUInt64>(kAnchorAt)) return true;
+  }
+  if (!std::all_of(bytes.begin(), bytes.end(), [](unsigned char byte) { return byte == 0; })) return false;
+  const auto heads = candidates(anchor.end());
+  return std::any_of(heads.begin(), heads.end(), [&](std::streamoff at) { return read(at, record); });
 }
 
 // Takes in the records that the last one leads to. Links only lead forwards.
@@ -65,7 +99,7 @@ void qc_RecordChain::follow(std::streamoff end) {
 
 bool qc_RecordChain::isInside(const qc_Record& record, std::streamoff end) const noexcept {
   const qcUInt64 room = static_cast<qcUInt64>(end - record.bodyAt());
-  return record.is(kAnchor) || !record.is(kObject) || record.size <= room;
+  return !record.is(kObject) || record.size <= room;
 }
 
 // Tells what an interrupted program has left from damage. What was announced but never linked was not finished, also
@@ -76,13 +110,27 @@ void qc_RecordChain::settle(std::streamoff end) {
     return;
   }
   const auto announced = static_cast<std::streamoff>(std::min(anchor_.size, static_cast<qcUInt64>(end)));
-  if (announced < tail().end() || !isBegun(announced)) return;
-  if (broken_ != 0) {
-    qc_Record record;
-    if (tail().position == anchor_.size || !read(announced, record)) return;
-    broken_ = 0;
+  if (announced >= tail().end() && isBegun(announced)) {
+    if (broken_ != 0) {
+      qc_Record record;
+      const bool isDamaged = tail().position == anchor_.size || !isTorn(tail().position, anchor_.size);
+      if (isDamaged || !read(announced, record)) return;
+      broken_ = 0;
+    }
+    unfinished_ = announced;
+  } else if (broken_ == 0) {
+    broken_ = lostLink(end);
   }
-  unfinished_ = announced;
+}
+
+// Where the last record did lead to; 0 for nowhere. A link in which one bit was set says nothing when that is lost.
+std::streamoff qc_RecordChain::lostLink(std::streamoff end) {
+  qc_Record record;
+  for (std::streamoff place = 1; place < end; place *= 2) {
+    const bool isBehind = place >= tail().end();
+    if (isBehind && read(place, record) && record.previous == static_cast<qcUInt64>(tail().at)) return place;
+  }
+  return 0;
 }
 
 // Whether the record that the last one leads to is not there, in full or in part, rather than damaged: the data ends
@@ -91,10 +139,10 @@ bool qc_RecordChain::isMissing(std::streamoff place, std::streamoff end) {
   constexpr std::streamoff kSector = 512;
   const auto head = std::min(end - place, static_cast<std::streamoff>(kLinkedHead));
   qc_Record record;
-  if (place < tail().end()) return false;
+  if (place < tail().end() || tail().position >> kFarthest != 0) return false;
   if (head == static_cast<std::streamoff>(kLinkedHead)) {
     const bool isCut = read(place, record) && record.previous == static_cast<qcUInt64>(tail().at);
-    if (isCut && isInside(record, end)) return false;
+    if (isCut && (isInside(record, end) || isWhole(record, end))) return false;
     if (!isCut) {
       std::array<unsigned char, kLinkedHead> bytes{};
       archive_.seekTo(place);
@@ -107,12 +155,21 @@ bool qc_RecordChain::isMissing(std::streamoff place, std::streamoff end) {
     }
   }
   // What a body that was cut holds is no record of its own.
-  std::vector<std::streamoff> candidates;
-  scan(tail().end(), [&candidates](std::streamoff at, const unsigned char*) { candidates.push_back(at); });
-  return std::none_of(candidates.begin(), candidates.end(), [&](std::streamoff at) {
-    return at != place && read(at, record) && !record.is(kAnchor) &&
-           record.previous >= static_cast<qcUInt64>(tail().at) && record.previous < static_cast<qcUInt64>(at);
+  const auto heads = candidates(tail().end());
+  return std::none_of(heads.begin(), heads.end(), [&](std::streamoff at) {
+    return at != place && read(at, record) && record.previous >= static_cast<qcUInt64>(tail().at) &&
+           record.previous < static_cast<qcUInt64>(at);
   });
+}
+
+// Whether the object ends with the data, by what it says itself, although its head says that it does not.
+bool qc_RecordChain::isWhole(const qc_Record& record, std::streamoff end) {
+  try {
+    const qc_ArchiveIndex::Body body = archive_.index_->readBodyOf(record);
+    return body.size == static_cast<qcUInt64>(end - body.at);
+  } catch (const qcException&) {
+    return false;
+  }
 }
 
 // Whether a linked record was begun there that follows the last one; its head may have been cut short by the end of the
@@ -151,6 +208,12 @@ void qc_RecordChain::scan(std::streamoff from, Found found) {
   }
 }
 
+std::vector<std::streamoff> qc_RecordChain::candidates(std::streamoff from) {
+  std::vector<std::streamoff> places;
+  scan(from, [&places](std::streamoff place, const unsigned char*) { places.push_back(place); });
+  return places;
+}
+
 long qc_RecordChain::salvage() {
   if (anchored_ && broken_ == 0) return 0;
   if (!anchored_) {  // as if it were there, and led nowhere
@@ -162,17 +225,15 @@ long qc_RecordChain::salvage() {
   }
   const std::size_t before = records_.size();
   const std::streamoff here = archive_.offset(), end = archive_.endOffset();
-  std::vector<std::streamoff> candidates;
-  scan(tail().end(), [&candidates](std::streamoff place, const unsigned char*) { candidates.push_back(place); });
+  const auto heads = candidates(tail().end());
   const std::streamoff reported = broken_;
   // Of those that follow the last record by what they say, the last one did: what lies before it was given up.
-  const auto next = std::find_if(candidates.rbegin(), candidates.rend(), [&](std::streamoff place) {
+  const auto next = std::find_if(heads.rbegin(), heads.rend(), [&](std::streamoff place) {
     qc_Record record;
-    return read(place, record) && !record.is(kAnchor) && isInside(record, end) &&
-           record.previous == static_cast<qcUInt64>(tail().at);
+    return read(place, record) && isInside(record, end) && record.previous == static_cast<qcUInt64>(tail().at);
   });
-  const std::streamoff follower = next == candidates.rend() ? -1 : *next;
-  for (const std::streamoff place : candidates) {
+  const std::streamoff follower = next == heads.rend() ? -1 : *next;
+  for (const std::streamoff place : heads) {
     qc_Record record;
     if (place < tail().end() || !read(place, record)) continue;
     if ((place != follower && !isInChain(record, end)) || !add(record)) continue;
@@ -201,15 +262,25 @@ void qc_RecordChain::relink() {
   announce(0, std::max(lastId, static_cast<std::int32_t>(anchor_.last)));
 }
 
-// Whether a record that was come across was linked: its neighbours agree. Other data may look the same.
+// Whether a record that was come across was linked: a neighbour names its place, be the rest of it damaged. Other data
+// may look like a record.
 bool qc_RecordChain::isInChain(const qc_Record& record, std::streamoff end) {
   const auto place = static_cast<qcUInt64>(record.at);
-  if (record.is(kAnchor) || !isInside(record, end)) return false;
+  if (!isInside(record, end)) return false;
   if (record.previous <= static_cast<qcUInt64>(tail().at) || record.previous >= place) return false;
-  if (record.position == 0) return true;
-  qc_Record next;
+  if (record.position == 0 || isNamedAt(record.previous + kPositionField, record.at, end)) return true;
   return record.position > place && record.position < static_cast<qcUInt64>(end) &&
-         read(static_cast<std::streamoff>(record.position), next) && next.previous == place;
+         isNamedAt(record.position + kPreviousField, record.at, end);
+}
+
+// Whether the word at `field` is that place.
+bool qc_RecordChain::isNamedAt(qcUInt64 field, std::streamoff place, std::streamoff end) {
+  std::uint64_t word = 0;
+  if (field > static_cast<qcUInt64>(end) - sizeof word) return false;
+  archive_.seekTo(static_cast<std::streamoff>(field));
+  if (qc_Areas::read(*archive_.buffer_, &word, sizeof word) != sizeof word) return false;
+  if (archive_.swapBytes_) qf_Reverse(word);
+  return word == static_cast<qcUInt64>(place);
 }
 
 std::int32_t qc_RecordChain::largestIdentifier() {

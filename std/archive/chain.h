@@ -80,14 +80,19 @@ class qc_RecordChain {
   void freeNumber(std::int32_t number) noexcept;
 
   bool read(std::streamoff place, qc_Record& record);
+  bool isAnchorLost(std::streamoff end);
   void follow(std::streamoff end);
   bool isInside(const qc_Record& record, std::streamoff end) const noexcept;
   bool isInChain(const qc_Record& record, std::streamoff end);
   bool isMissing(std::streamoff place, std::streamoff end);
+  bool isWhole(const qc_Record& record, std::streamoff end);
+  std::streamoff lostLink(std::streamoff end);
   bool isBegun(std::streamoff place);
   void settle(std::streamoff end);
   template <class Found>
   void scan(std::streamoff from, Found found);
+  std::vector<std::streamoff> candidates(std::streamoff from);
+  bool isNamedAt(qcUInt64 field, std::streamoff place, std::streamoff end);
 
   void cleanStale();
   void announce(std::streamoff place, std::int32_t lastId);

@@ -649,6 +649,7 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
   }
   std::streamoff behind = -1;
   if (record.isLinked()) record = unlinked(record, behind);
+  checkPlace(record);
   if (record.id == 0) {
     if (behind >= 0) archive_.seekTo(behind);
     return {};
@@ -714,7 +715,9 @@ qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& beh
   }
   qc_Record reference;
   if (!record.isRemoved()) reference.id = record.number();
-  if ((record.kind & kSecondNumber) == 0) reference.position = record.last;
+  // One that was redirected, and back, may refer to another object than the one whose place it tells.
+  const bool isFirst = (record.kind & kSecondNumber) == 0;
+  if (isFirst && (record.size == 0 || !chain_.object(reference.id))) reference.position = record.last;
   if (!record.isFollowed()) return reference;
   const qc_Record object = readRecord();
   if (!object.is(kObject)) {
@@ -727,6 +730,14 @@ qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& beh
   }
   behind = object.end();
   return object.id == reference.id && !object.isRemoved() ? inlineOf(object) : reference;
+}
+
+// A reference that names an object of the index tells its place, too: another one there means that it is damaged.
+void qc_ArchiveIndex::checkPlace(const qc_Record& reference) const {
+  if (reference.kind == kInline || reference.position == 0) return;
+  const qc_Record* object = chain_.object(reference.id);
+  if (object && object->at != static_cast<std::streamoff>(reference.position))
+    throw missing(reference.id, kNotInIndexLine);
 }
 
 qc_Record qc_ArchiveIndex::inlineOf(const qc_Record& object) {

@@ -66,7 +66,12 @@ struct qc_Record {
     const qcUInt64 body = what == Kind::inlined || what == Kind::object ? std::min(size, kMost) : 0;
     return {what, number(), at, static_cast<qcInt64>(headSize()), static_cast<qcInt64>(body), isRemoved()};
   }
-  bool isValid() const noexcept { return id >= 0 && number() >= 0 && (id != 0 || kind != qc_format::kInline); }
+  bool isValid() const noexcept {
+    using namespace qc_format;
+    if (!isLinked()) return id >= 0 && (id != 0 || kind != kInline);
+    if (is(kAnchor)) return kind == kAnchor && id == 0 && previous == 0;
+    return id > 0 && number() > 0 && !(is(kObject) && (kind & kSecondNumber) != 0);
+  }
 };
 
 /// Whether the first kRecordHead bytes of a head are those of a record.
