@@ -534,6 +534,8 @@ TEST(SeekableArchives, ReservedRoomIsFilledInLater) {
   archive.reserve16();
   archive.seek(-14, 1);
   archive << 0x01020304;
+  archive.seek(-3, 1);
+  archive.reserve64();  // what is there stays
   archive.append();
   archive << true;
   EXPECT_EQ(bytesOf(archive), headOf(kBig, true) + fromHex("00 01020304 0000000000000000 0000 01"));

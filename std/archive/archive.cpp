@@ -271,9 +271,15 @@ void qcArchive::reserve16() { fill(2); }
 void qcArchive::reserve32() { fill(4); }
 void qcArchive::reserve64() { fill(8); }
 
+// What is there already stays; behind the end of the data there is nothing yet but zeros.
 void qcArchive::fill(unsigned count) {
   char bytes[8] = {};
-  raw(bytes, static_cast<long>(count));
+  std::streamoff kept = 0;
+  if (const std::streamoff here = isStoring() && seekable_ ? offset() : -1; here >= 0) {
+    kept = std::clamp<std::streamoff>(std::max(highWater_, endOffset()) - here, 0, count);
+    if (kept != 0) seekTo(here + kept);
+  }
+  raw(bytes, static_cast<long>(count - kept));
 }
 
 // Places of errors.

@@ -222,7 +222,8 @@ class VNXSTD_EXPORT qcArchive {
   /// Moves by `offset` bytes from the start (0), the current position (1) or the end (2).
   void seek(long offset, int origin);
 
-  // Room for values that are filled in later: storing writes 1, 2, 4 or 8 zero bytes, loading skips as many.
+  // Skip 1, 2, 4 or 8 bytes: room for values that are filled in later. Storing leaves what is there as it is, and writes
+  // zeros behind the end of the data.
   void reserve8();
   void reserve16();
   void reserve32();
@@ -337,8 +338,8 @@ class VNXSTD_EXPORT qcArchive {
 
   /// Where a record begins that an interrupted program has not finished; 0 for none. The next append takes its place.
   Position unfinished() const;
-  /// Where the chain of records is broken, as by damage to the medium; 0 when it is sound. The index then holds what
-  /// lies before that place, and nothing can be added.
+  /// Where the chain of records is broken, as by damage to the medium; 0 when it is sound, and 2 when its beginning is
+  /// lost. The index then holds what lies before that place, and nothing can be added.
   Position damaged() const;
   /// Reads the whole data behind that place and takes the records found there into the index; returns how many. Where
   /// the head of the whole chain is lost, it reads all.
