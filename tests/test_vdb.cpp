@@ -177,11 +177,12 @@ TEST(Database, RefusesWhatItCannotKeepAndStaysAsItWas) {
   Result good(1);
   database.storeNewRecord(&good);
   const std::string before = bytesOf(*memory.archive);
-  Result loud(2), wide(3), far(4);
+  Result loud(2), wide(3), far(4), lone(5);
   loud.header().currentGrade(static_cast<qcVDB::Grade>(200));
   wide.header().comment(std::wstring(32768, L'x'));
   far.header().recordNum(qcVDBArchive::kLastNumber + 1);
-  for (const Result* bad : {&loud, &wide, &far}) {
+  lone.header().comment(L"\xD800");
+  for (const Result* bad : {&loud, &wide, &far, &lone}) {
     EXPECT_THROW(database.storeNewRecord(bad), qcArchive::BadContent);
     EXPECT_THROW(database.replaceRecord(bad), qcArchive::BadContent);
     EXPECT_THROW(database.replaceGrade(bad), qcArchive::BadContent);

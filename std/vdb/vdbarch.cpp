@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <typeinfo>
 
+#include "std/archive/format.h"
 #include "std/vdb/identification.h"
 #include "vnxstd/archive/file.h"
 #include "vnxstd/archive/registry.h"
@@ -82,9 +83,12 @@ std::string qcVDBArchive::identification() {
   archive_->mode(qcArchive::loading);
   archive_->seek(archive_->findObject(id));
   if (archive_->objectTypeName() != "qc_VDBIdentification") return {};
-  const Alone alone(*archive_);
-  const std::unique_ptr<qcPersistent> object(archive_->loadObject());
-  return dynamic_cast<const qc_VDBIdentification&>(*object).text;
+  // Loaded by value, as a part of the database: classes that may not be made are those of records.
+  archive_->seek(qc_format::kLinkedHead, 1);
+  std::string name;
+  qc_VDBIdentification object;
+  *archive_ || name || object;
+  return object.text;
 }
 
 // Positions.
@@ -206,7 +210,11 @@ qcVDBRecordBase* qcVDBArchive::loadRecord() {
 
 std::string qcVDBArchive::recordTypeName() {
   static_cast<void>(loadHeader());
-  const long id = archive_->pointerObjectID();
+  long id = 0;
+  try {
+    id = archive_->pointerObjectID();
+  } catch (const qcArchive::NotFound&) {  // it was removed
+  }
   const qcArchive::Position place = archive_->findObject(id);
   if (place == qcArchive::Position(0)) {
     throw archive_->located(qcVDBRecordBase::NoResult(), "an object of the index", std::to_string(id));

@@ -4,6 +4,8 @@
 #include <limits>
 
 #include "vnxstd/archive/archive.h"
+#include "vnxstd/archive/text.h"
+#include "vnxstd/except/catalogue.h"
 #include "vnxstd/vdb/vdbarch.h"
 
 namespace {
@@ -33,10 +35,13 @@ void serializeMetric(qcArchive& archive, float& metric) {
 }  // namespace
 
 bool qcVDBHeader::repInvariant() const {
-  std::size_t units = comment_.size();
-  for (const wchar_t c : comment_) units += static_cast<char32_t>(c) > 0xFFFF ? 1 : 0;
+  try {
+    if (qf_Utf16FromWide(comment_).size() > kLongestComment) return false;
+  } catch (const qcBadUnicodeChar&) {
+    return false;
+  }
   return isByte(savedGrade_) && isByte(savedType_) && isByte(currentGrade_) && isByte(currentType_) &&
-         recordNum_ >= 0 && recordNum_ <= qcVDBArchive::kLastNumber && units <= kLongestComment;
+         recordNum_ >= 0 && recordNum_ <= qcVDBArchive::kLastNumber;
 }
 
 qcArchive& operator||(qcArchive& archive, qcVDBHeader& header) {

@@ -70,7 +70,7 @@ class VNXSTD_EXPORT qcVDBArchive {
   /// A new object, which the caller owns, with its header. Throws qcVDBRecordBase::NoResult for a record without an
   /// object, qcArchive::BadType when the object is no record, and what loading an object throws.
   qcVDBRecordBase* loadRecord();
-  /// The name of the class of its object.
+  /// The name of the class of its object. Throws qcVDBRecordBase::NoResult for a record without one.
   std::string recordTypeName();
 
   /// Stores another record under the number of the current one. There is the old one or the new one at any moment: it

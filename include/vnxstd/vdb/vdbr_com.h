@@ -39,7 +39,7 @@ class VNXSTD_EXPORT qcVDBHeader {
   void zeroRecordNum() noexcept { recordNum_ = 0; }
 
   /// Whether a database takes it: grades and types that fit into a signed byte, a number of a record or 0, and a
-  /// comment that an archive can hold.
+  /// comment of at most 32767 UTF-16 units that is well formed.
   bool repInvariant() const;
 
   friend bool operator==(const qcVDBHeader&, const qcVDBHeader&) = default;
