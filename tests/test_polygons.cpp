@@ -322,6 +322,10 @@ TEST(PolylineDistances, AreTheLeastOfAWalk) {
     a.nearestPoints(b, p, q);
     ASSERT_LE(p.distance(q) + a.nearestPoint(p).distance(p) + b.nearestPoint(q).distance(q), 4e-15) << seed;
   }
+  for (const Points& later : {Points{{8, 1}, {8, -1}, {2, -1}, {2, 1}}, Points{{8, 1}, {2, 1}}}) {
+    qcPolyline({{0, 0}, {10, 0}}, false).nearestPoints(qcPolyline(later, false), p, q);
+    EXPECT_EQ(p, V(2, 0));  // the first along a, though the last along the other
+  }
 }
 
 // No number crashes or hangs what is measured.

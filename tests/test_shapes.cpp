@@ -324,6 +324,8 @@ TEST(Circles, CrossingsLieOnBoth) {
                   std::max(d - circle.radius() - other.radius(), std::fabs(circle.radius() - other.radius()) - d),
                   1e-9);
     }
+    const double r = circle.radius();
+    EXPECT_TRUE(qcCircle({0, 0}, r).intersections(qcCircle({r, 0}, 0), a, b) && a == b) << seed;
   }
   const qcCircle circle({0, 0}, 2);  // touched from outside, and met by itself
   EXPECT_TRUE(circle.intersections(qcLine({1, 0}, {0, 2}), a, b) && a == V(0, 2) && b == a);

@@ -84,9 +84,10 @@ bool qcCircle::intersections(const qcCircle& other, qcVector<2>& a, qcVector<2>&
   const double d = center_.distance(other.center_), r1 = radius_, r2 = other.radius_;
   const qcVector<2> u = d > 0 ? (other.center_ - center_) / d : qcVector<2>(1, 0);
   if (d > 0 && d <= r1 + r2 && d >= std::fabs(r1 - r2)) {
+    const bool touches = d == r1 + r2 || d == std::fabs(r1 - r2);  // the root of a rounding error would part the points
     const double t = (d + (r1 - r2) * (r1 + r2) / d) / 2;
     const qcVector<2> q = center_ + t * u;
-    const qcVector<2> w = std::sqrt(std::max(0.0, (r1 - t) * (r1 + t))) * u.perpendicular();
+    const qcVector<2> w = (touches ? 0.0 : std::sqrt(std::max(0.0, (r1 - t) * (r1 + t)))) * u.perpendicular();
     a = q - w;
     b = q + w;
     return true;

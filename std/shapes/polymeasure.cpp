@@ -147,6 +147,7 @@ struct PointPair {
   double distance() const { return qc_shapes::segmentLength(a, b); }
 };
 
+// Among equally near pairs the first along a.
 PointPair nearestOfSegments(const V& a1, const V& a2, const V& b1, const V& b2) {
   const auto straddles = [](const V& p1, const V& p2, const V& q1, const V& q2) {
     return qc_shapes::orientation(p1, p2, q1) * qc_shapes::orientation(p1, p2, q2) < 0;
@@ -164,8 +165,9 @@ PointPair nearestOfSegments(const V& a1, const V& a2, const V& b1, const V& b2) 
   const auto nearest = [](const V& p1, const V& p2, const V& p) {
     return qc_shapes::pointAtFraction(p1, p2, qc_shapes::nearestFraction(p1, p2, p));
   };
-  const PointPair pairs[] = {
+  PointPair pairs[] = {
       {a1, nearest(b1, b2, a1)}, {nearest(a1, a2, b1), b1}, {nearest(a1, a2, b2), b2}, {a2, nearest(b1, b2, a2)}};
+  if (a1.distance(pairs[2].a) < a1.distance(pairs[1].a)) std::swap(pairs[1], pairs[2]);
   return *std::min_element(std::begin(pairs), std::end(pairs),
                            [](const PointPair& p, const PointPair& q) { return p.distance() < q.distance(); });
 }
@@ -276,13 +278,17 @@ void qcPolyline::nearestPoints(const qcPolyline& other, qcVector<2>& onThis, qcV
   double least = std::numeric_limits<double>::infinity();
   for (long i = 0; i < numPieces(); ++i) {
     const V &a1 = pieceStart(i), &a2 = pieceEnd(i);
+    bool isOnPiece = false;  // whether the best pair is; only there may an equally near one come before it
+    const auto comesFirst = [&](double distance) { return distance < least || (isOnPiece && distance == least); };
     for (long j = 0; j < other.numPieces(); ++j) {
       const V &b1 = other.pieceStart(j), &b2 = other.pieceEnd(j);
-      if (!(gap(a1, a2, b1, b2) < least)) continue;
+      if (!comesFirst(gap(a1, a2, b1, b2))) continue;
       const PointPair pair = nearestOfSegments(a1, a2, b1, b2);
-      if (!(pair.distance() < least)) continue;
+      const double distance = pair.distance();
+      if (!comesFirst(distance) || (distance == least && !(a1.distance(pair.a) < a1.distance(best.a)))) continue;
       best = pair;
-      least = pair.distance();
+      least = distance;
+      isOnPiece = true;
     }
   }
   onThis = best.a;

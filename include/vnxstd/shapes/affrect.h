@@ -74,7 +74,7 @@ class VNXSTD_EXPORT qcAffineRectangle : public qc_ParallelogramShape {
   qcVector<2> center() const;
   double xLength() const;
   double yLength() const;
-  /// 0 for an x side, -pi/2 for a y side of length 0.
+  /// A side of length 0 has the rotation that was set last, until the sides change in another way, else 0.
   qcRadian xRotation() const;
   qcRadian yRotation() const;
   qcRadian skew() const;
