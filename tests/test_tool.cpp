@@ -812,6 +812,20 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
     record.header().comment(L"M\u00FCll");
     for (int i = 0; i < 3; ++i) database.storeNewRecord(&record);
   }
+  const auto put = [&](const char* name, const std::string& bytes) {
+    std::ofstream(file(name), std::ios::binary) << bytes;
+  };
+  std::string lost = text("d.vdb");
+  put("bare.arc", "\x03\x01" + std::string(60, 'x'));
+  put("r.vdb", lost);
+  lost[11] = 0;
+  put("a.vdb", lost);
+  write("small.bmp", Grey(4, 4));
+  {
+    qcFileArchive archive(qf_Widen(file("r.vdb")), qcArchive::loading, kLittle, true);
+    archive.seek(qcArchive::Position(archive.records().end()[-2].at));
+    archive.removePointer();
+  }
   const struct {
     std::string arguments;
     int status;
@@ -849,6 +863,21 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
                {"verify s.vdb --max-elements 3", 4, "limit \"elements\""},
                {"verify s.vdb --max-bytes 20", 4, "at byte "},
                {"verify s.vdb --max-bytes 0", 2, "--max-bytes"},
+               {"verify small.bmp --max-bytes 50", 4, "at most 50"},
+               {"db list bare.arc", 3, "no tool database"},
+               {"db extract bare.arc -o rest", 3, "no tool database"},
+               {"db list r.vdb", 0, " none "},
+               {"db show r.vdb 3", 0, " none\n"},
+               {"db extract r.vdb -o rest", 3, "record 3 has no object"},
+               {"db check rest/record-2.vdb", 0, "1 records, 0 of them bad"},
+               {"db list a.vdb", 3, "damaged at byte 2"},
+               {"db show a.vdb 2", 3, "damaged at byte 2"},
+               {"db grade a.vdb 2 good", 3, "damaged at byte 2"},
+               {"db extract a.vdb 2 -o t.vdb", 3, "damaged at byte 2"},
+               {"info a.vdb", 0, "at byte 2"},
+               {"render a.vdb -o r.svg", 1, "damaged at byte 2"},
+               {"db salvage a.vdb -o a2.vdb", 0, "nothing was lost"},
+               {"db check a2.vdb", 0, "3 records, 0 of them bad"},
                {"db salvage missing -o t.vdb", 5, "missing"},
                {"db list missing", 5, "missing"}};
   for (const auto& c : cases) {
@@ -857,7 +886,7 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   }
   const std::string whole = text("d.vdb");
   const auto check = [&](const std::string& bytes, int status, const char* said) {
-    std::ofstream(file("e.vdb"), std::ios::binary) << bytes;
+    put("e.vdb", bytes);
     EXPECT_EQ(run("db check e.vdb"), status);
     EXPECT_NE(output.find(said), std::string::npos) << output;
   };

@@ -152,6 +152,9 @@ TEST(Database, GivesNumbersInOrderAndRecordsToTheirOwners) {
   qcVDBArchive& database = *memory.database;
   const std::string text = database.identification(), class_ = stored(kBig, false, std::string("qc_VDBIdentification"));
   EXPECT_TRUE(text.starts_with("Vantix Tool Database 1.0 gen 20"));
+  memory.archive->limits({.classes = qcArchiveLimits::Names()});
+  EXPECT_EQ(database.identification(), text);
+  memory.archive->limits({});
   const std::string body = class_ + fromHex("0000") + stored(kBig, false, text);
   EXPECT_NE(bytesOf(*memory.archive).find(body), std::string::npos);
   Result result(7);
@@ -169,6 +172,10 @@ TEST(Database, GivesNumbersInOrderAndRecordsToTheirOwners) {
   database.storeNewRecord(first.get());
   EXPECT_EQ(load(database)->value, 8);
   EXPECT_EQ(load(database)->header().recordNum(), qcVDBArchive::kLastNumber);
+  memory.archive->seek(qcArchive::Position(memory.archive->records().end()[-2].at));
+  memory.archive->removePointer();
+  EXPECT_THROW(static_cast<void>(load(database)), qcVDBRecordBase::NoResult);
+  EXPECT_THROW(static_cast<void>(database.recordTypeName()), qcVDBRecordBase::NoResult);
 }
 
 TEST(Database, RefusesWhatItCannotKeepAndStaysAsItWas) {

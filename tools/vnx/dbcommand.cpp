@@ -34,19 +34,48 @@ qcVDB::Grade gradeOf(const std::string& text) {
   throw WrongCall("a grade is unknown, good, bad or review, not \"" + text + '"');
 }
 
-void list(qcVDBArchive& database) {
+void requireChain(const qcArchive& archive, const std::string& path) {
+  if (!hasChain(archive, path)) throw FileError(path, "is no tool database: no chain of records begins at byte 2");
+}
+
+// What a command comes to on a database whose chain of records may be damaged: what lies behind was not seen.
+Exit exitOf(const qcArchive& archive, const std::string& path, Exit exit) {
+  if (archive.damaged() == qcArchive::Position(0)) return exit;
+  std::cerr << "vnx db: " << path << ": " << damageOf(archive) << "; vnx db salvage finds them\n";
+  return kMalformed;
+}
+
+std::string classOf(qcVDBArchive& database) {
+  try {
+    return database.recordTypeName();
+  } catch (const qcVDBRecordBase::NoResult&) {
+    return "none";
+  }
+}
+
+// False when a record could not be read.
+bool list(qcVDBArchive& database) {
+  bool isSound = true;
   std::printf("%10s %-8s %6s %12s  %-24s %s\n", "record", "grade", "type", "metric", "class", "comment");
   for (long number = database.firstRecord(); number != 0; number = database.nextRecord()) {
-    const qcVDBHeader header = database.loadHeader();
-    std::printf("%10ld %-8s %6ld %12g  %-24s %s\n", number, gradeText(header.currentGrade()).c_str(),
-                static_cast<long>(header.currentType()), double{header.distanceMetric()},
-                database.recordTypeName().c_str(), qf_Narrow(header.comment()).c_str());
+    try {
+      const qcVDBHeader header = database.loadHeader();
+      const std::string name = classOf(database);
+      std::printf("%10ld %-8s %6ld %12g  %-24s %s\n", number, gradeText(header.currentGrade()).c_str(),
+                  static_cast<long>(header.currentType()), double{header.distanceMetric()}, name.c_str(),
+                  qf_Narrow(header.comment()).c_str());
+    } catch (const qcException& error) {
+      if (faultOf(error) != Fault::content) throw;
+      isSound = false;
+      std::cerr << "vnx db: record " << number << ": " << textOf(error) << '\n';
+    }
   }
+  return isSound;
 }
 
 void show(qcVDBArchive& database) {
   const qcVDBHeader header = database.loadHeader();
-  std::cout << "  record        " << database.currentRecord() << "\n  class         " << database.recordTypeName()
+  std::cout << "  record        " << database.currentRecord() << "\n  class         " << classOf(database)
             << "\n  grade         " << gradeText(header.currentGrade()) << ", saved as "
             << gradeText(header.savedGrade()) << "\n  type          " << header.currentType() << ", saved as "
             << header.savedType() << "\n  metric        " << header.distanceMetric() << "\n  comment       "
@@ -55,6 +84,7 @@ void show(qcVDBArchive& database) {
     const std::unique_ptr<qcVDBRecordBase> record(database.loadRecord());
     describeObject(*record, std::cout);
   } catch (const qcArchive::UnknownType&) {  // the class is that of another program; its name is said
+  } catch (const qcVDBRecordBase::NoResult&) {
   }
 }
 
@@ -79,7 +109,7 @@ bool check(qcVDBArchive& database) {
   const std::streamoff unfinished = at(database.archive().unfinished()), damaged = at(database.archive().damaged());
   if (unfinished != 0)
     std::cout << "  an unfinished record from byte " << unfinished << " on: the next one stored takes its place\n";
-  if (damaged != 0) std::cout << "  damaged at byte " << damaged << ": records behind it are not found\n";
+  if (damaged != 0) std::cout << "  " << damageOf(database.archive()) << '\n';
   const long unlinked = database.archive().salvage();
   if (unlinked != 0)
     std::cout << "  " << unlinked << " heads of records that no link leads to: vnx db salvage finds them\n";
@@ -133,15 +163,18 @@ Exit DbCommand::run() const {
   const bool changes = remove_->parsed() || renumber_->parsed() || grade_->parsed();
   return onFile(file_, [&](const std::wstring& path) {
     qcVDBArchive database(path, false, !changes);
-    if (list_->parsed()) return list(database), kGood;
+    const qcArchive& archive = database.archive();
+    requireChain(archive, file_);
+    if (list_->parsed()) return exitOf(archive, file_, list(database) ? kGood : kMalformed);
     if (check_->parsed()) return check(database) ? kGood : kMalformed;
+    if (changes && archive.damaged() != qcArchive::Position(0)) return exitOf(archive, file_, kMalformed);
     try {
       database.gotoRecord(number_);
     } catch (const qcArchive::NotFound&) {
       std::cerr << "vnx db: nothing found: no record " << number_ << " in " << file_ << '\n';
-      return kNotFound;
+      return exitOf(archive, file_, kNotFound);
     }
-    if (show_->parsed()) return show(database), kGood;
+    if (show_->parsed()) return show(database), exitOf(archive, file_, kGood);
     if (remove_->parsed()) database.removeRecord();
     try {
       if (renumber_->parsed()) database.renumberRecord(other_);
@@ -166,18 +199,27 @@ Exit DbCommand::extract() const {
   requireReadable(file_);
   return onFile(file_, [&](const std::wstring&) {
     const auto archive = openArchive(file_);
+    requireChain(*archive, file_);
     if (number_ != 0) {
       if (isSameFile(file_, output_)) throw WrongCall("the database and -o must be different files");
-      if (extractRecord(*archive, file_, number_, output_)) return kGood;
+      if (extractRecord(*archive, file_, number_, output_)) return exitOf(*archive, file_, kGood);
       std::cerr << "vnx db: nothing found: no record " << number_ << " in " << file_ << '\n';
-      return kNotFound;
+      return exitOf(*archive, file_, kNotFound);
     }
     std::error_code failed;
     std::filesystem::create_directories(output_, failed);
     if (failed) throw FileError(output_, failed.message(), Fault::medium);
-    for (long mark = archive->firstMarkNum(); mark != 0; mark = archive->nextMarkNum(mark))
-      extractRecord(*archive, file_, mark, output_ + "/record-" + std::to_string(mark) + ".vdb");
-    return kGood;
+    Exit exit = kGood;
+    for (long mark = archive->firstMarkNum(); mark != 0; mark = archive->nextMarkNum(mark)) {
+      try {
+        extractRecord(*archive, file_, mark, output_ + "/record-" + std::to_string(mark) + ".vdb");
+      } catch (const FileError& error) {
+        if (error.fault() != Fault::content) throw;
+        std::cerr << "vnx db: " << error.what() << '\n';
+        exit = kMalformed;
+      }
+    }
+    return exitOf(*archive, file_, exit);
   });
 }
 

@@ -19,6 +19,11 @@ std::unique_ptr<qcFileArchive> openArchive(const std::string& path) {
   return std::make_unique<qcFileArchive>(qf_Widen(path), qcArchive::loading, qcArchive::littleEndian, isSeekable, true);
 }
 
+std::string damageOf(const qcArchive& archive) {
+  return "damaged at byte " + std::to_string(static_cast<std::streamoff>(archive.damaged())) +
+         ": records behind it are not found";
+}
+
 ObjectReader::ObjectReader(const std::string& path) : bytes_(path, std::ios::binary), archive_(openArchive(path)) {}
 
 std::optional<qcPersistent*> ObjectReader::next() {
@@ -33,6 +38,12 @@ std::optional<qcPersistent*> ObjectReader::next() {
     return std::nullopt;
   }
   return load();
+}
+
+// What is left of a damaged chain is no value.
+bool ObjectReader::isIndexed() const {
+  return isSeekable() && (archive_->firstObjectID() != 0 || archive_->firstMarkNum() != 0 ||
+                          archive_->damaged() != qcArchive::Position(0));
 }
 
 // The records of other programs may be of classes that are known to these alone.

@@ -14,6 +14,9 @@
 /// Opens an archive, seekable or not as its first byte says, for reading alone. Throws the archive's errors.
 std::unique_ptr<qcFileArchive> openArchive(const std::string& path);
 
+/// What is said of an archive whose chain of records is damaged.
+std::string damageOf(const qcArchive& archive);
+
 /// Objects that were loaded by pointer, and that live as long as this.
 class KeptObjects {
  public:
@@ -41,7 +44,7 @@ class ObjectReader {
   std::optional<std::streamoff> unnamed() const { return unnamed_; }
 
  private:
-  bool isIndexed() const { return isSeekable() && (archive_->firstObjectID() != 0 || archive_->firstMarkNum() != 0); }
+  bool isIndexed() const;
   std::optional<qcPersistent*> nextOfIndex();
   qcPersistent* load();
 

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <ostream>
+#include <set>
 #include <vector>
 
 #include <vnxstd/archive/file.h>
@@ -22,21 +23,23 @@ namespace {
 using Records = std::vector<qcArchiveRecord>;
 using Kind = qcArchiveRecord::Kind;
 
-// What a record of a database is made of.
+// What a record of a database is made of. The object is at 0 where there is none.
 struct Parts {
   qcArchiveRecord mark, pointer, object;
+  bool bringsObject() const { return object.at == pointer.at + pointer.size; }
 };
 
-// The records of a database: those of its marks that a pointer with its object follows.
+// The records of a database: those of its marks that a pointer follows.
 std::vector<Parts> databaseRecords(const Records& records) {
   std::map<long, qcArchiveRecord> objects;
   for (const auto& record : records)
     if (record.kind == Kind::object && !record.removed) objects.emplace(record.number, record);
   std::vector<Parts> found;
   for (std::size_t i = 0; i + 1 < records.size(); ++i) {
-    if (records[i].kind != Kind::mark || records[i].removed || records[i + 1].kind != Kind::pointer) continue;
+    if (records[i].kind != Kind::mark || records[i].removed) continue;
+    if (records[i + 1].kind != Kind::pointer || records[i + 1].removed) continue;
     const auto object = objects.find(records[i + 1].number);
-    if (object != objects.end()) found.push_back({records[i], records[i + 1], object->second});
+    found.push_back({records[i], records[i + 1], object == objects.end() ? qcArchiveRecord() : object->second});
   }
   return found;
 }
@@ -185,22 +188,25 @@ class Mending {
   // Marks as removed what cannot be loaded; true when there was something, since others may have referred to it.
   bool dropUnreadable() {
     const Records records = archive_->records();
-    std::map<long, Parts> owners;
-    for (const Parts& parts : databaseRecords(records)) owners.emplace(parts.object.number, parts);
+    std::set<qcInt64> owned;
     bool dropped = false;
-    for (const qcArchiveRecord& record : records) {
-      if (record.kind != Kind::object || record.removed) continue;
-      const auto owner = owners.find(record.number);
-      const std::string why = whyNot(record, owner == owners.end() ? nullptr : &owner->second);
+    for (const Parts& parts : databaseRecords(records)) {
+      if (parts.bringsObject()) owned.insert(parts.object.at);
+      const std::string why = parts.object.at != 0 || isDatabase_ ? whyNot(parts.pointer, &parts.mark) : "";
       if (why.empty()) continue;
       dropped = true;
-      if (owner == owners.end()) {
-        lose(record.at, "object " + std::to_string(record.number) + ": " + why);
-      } else {
-        lose(record.at, "record " + std::to_string(owner->second.mark.number) + ": " + why);
-        at(owner->second.pointer).removePointer();
-        at(owner->second.mark).removeMark();
-      }
+      lose(parts.bringsObject() ? parts.object.at : parts.pointer.at,
+           "record " + std::to_string(parts.mark.number) + ": " + why);
+      at(parts.pointer).removePointer();
+      at(parts.mark).removeMark();
+      if (parts.bringsObject()) at(parts.object).removeObject();
+    }
+    for (const qcArchiveRecord& record : records) {
+      if (record.kind != Kind::object || record.removed || owned.contains(record.at)) continue;
+      const std::string why = whyNot(record, nullptr);
+      if (why.empty()) continue;
+      dropped = true;
+      lose(record.at, "object " + std::to_string(record.number) + ": " + why);
       at(record).removeObject();
     }
     return dropped;
@@ -211,18 +217,21 @@ class Mending {
     return *archive_;
   }
 
-  // Why an object, or the record of a database that it belongs to, cannot be read; empty when it can.
-  std::string whyNot(const qcArchiveRecord& object, const Parts* owner) {
+  // Why an object, or a record of a database with this mark and pointer, cannot be read; empty when it can.
+  std::string whyNot(const qcArchiveRecord& record, const qcArchiveRecord* mark) {
     try {
       archive_->mode(qcArchive::loading);
       archive_->forgetObjects();
-      if (owner && isDatabase_) {
-        at(owner->mark).skipMark();
+      if (mark && isDatabase_) {
+        at(*mark).skipMark();
         qcVDBHeader header;
         *archive_ || header;
-        if (archive_->tell() != qcArchive::Position(owner->pointer.at)) return "its header is damaged";
+        if (archive_->tell() != qcArchive::Position(record.at)) return "its header is damaged";
       }
-      const std::unique_ptr<qcPersistent> loaded(at(object).loadObject());
+      at(record);
+      qcPersistent* loaded = nullptr;
+      qcPersistent::serializePointer(*archive_, nullptr, loaded);
+      const std::unique_ptr<qcPersistent> mine(loaded);
       return {};
     } catch (const qcArchive::UnknownType&) {
       return {};
@@ -263,11 +272,21 @@ qcInt64 soundPrefix(const std::string& path, std::ostream& report) {
 
 }  // namespace
 
+bool hasChain(const qcArchive& archive, const std::string& path) {
+  if (archive.damaged() != qcArchive::Position(0)) return true;
+  std::array<unsigned char, qc_format::kLinkedHead> head{};
+  std::ifstream file(path, std::ios::binary);
+  file.seekg(qc_format::kAnchorAt).read(reinterpret_cast<char*>(head.data()), head.size());
+  qc_Record anchor = qf_ParseHead(head.data(), false);
+  qf_ParseFields(anchor, head.data() + qc_format::kRecordHead, false);
+  return file && qf_IsRecord(head.data()) && anchor.is(qc_format::kAnchor) && anchor.isValid();
+}
+
 bool extractRecord(const qcArchive& from, const std::string& path, long number, const std::string& to) {
   const Records records = from.records();
   const std::vector<Parts> all = databaseRecords(records);
   const auto wanted = std::find_if(all.begin(), all.end(), [&](const Parts& p) { return p.mark.number == number; });
-  if (wanted == all.end()) {
+  if (wanted == all.end() || wanted->object.at == 0) {
     if (from.findMark(number) == qcArchive::Position(0)) return false;
     throw FileError(path, "record " + std::to_string(number) + " has no object");
   }

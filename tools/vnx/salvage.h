@@ -6,6 +6,9 @@
 
 #include <vnxstd/archive/archive.h>
 
+/// Whether an archive has a chain of records, be it damaged; `path` is the file that it reads.
+bool hasChain(const qcArchive& archive, const std::string& path);
+
 /// Writes a database that holds one record of another one, under its number, byte for byte as it is there; its class
 /// need not be known. `path` is the file that `from` reads. Returns false, and writes nothing, when there is no such
 /// record. Throws FileError, also for a record without an object.

@@ -1,5 +1,6 @@
 #include "verifycommand.h"
 
+#include <filesystem>
 #include <iostream>
 
 #include "inspect.h"
@@ -29,6 +30,10 @@ Exit VerifyCommand::run() const {
   const FileKind kind = kindOf(file_);
   if (kind == FileKind::other) throw FileError(file_, "neither a bitmap nor an archive");
   if (kind == FileKind::bitmap) {
+    const auto size = static_cast<qcInt64>(std::filesystem::file_size(file_));
+    if (size > limits_.bytes)
+      throw FileError(file_, std::to_string(size) + " bytes, but at most " + std::to_string(limits_.bytes) + " allowed",
+                      Fault::limit);
     const auto image = readBitmap(file_);
     std::cout << file_ << ": good: a bitmap of " << image.width() << " x " << image.height() << " px\n";
     return kGood;
