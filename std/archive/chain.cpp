@@ -123,10 +123,12 @@ void qc_RecordChain::settle(std::streamoff end) {
   }
 }
 
-// Where the last record did lead to; 0 for nowhere. A link in which one bit was set says nothing when that is lost.
+// Where the last record did lead to; 0 for nowhere. A link in which one bit was set says nothing when that is lost;
+// what was stored behind it has been announced since. Nothing is announced any more once a record was given up.
 std::streamoff qc_RecordChain::lostLink(std::streamoff end) {
   qc_Record record;
-  for (std::streamoff place = 1; place < end; place *= 2) {
+  const auto announced = static_cast<std::streamoff>(std::min(anchor_.size, static_cast<qcUInt64>(end)));
+  for (std::streamoff place = 1; place < announced; place *= 2) {
     const bool isBehind = place >= tail().end();
     if (isBehind && read(place, record) && record.previous == static_cast<qcUInt64>(tail().at)) return place;
   }
