@@ -179,6 +179,11 @@ TEST(Perspective, KnowsWhereItEnds) {
   for (const Perspective* far : {&shift, &small, &large}) {
     EXPECT_TRUE(qfRealEq(*far->inverseBase() * (*far * Point(3, 5)), Point(3, 5), 1e-6));
   }
+  const Point from[] = {{0, 0}, {1000, 0}, {1000, 1000}, {0, 1000}};
+  const Point to[] = {
+      {1e7 + 13.7, -7e6}, {1e7 + 913.1, -7e6 - 88.9}, {1e7 + 1101.3, -7e6 + 791.7}, {1e7 - 99.1, -7e6 + 1111.3}};
+  const Perspective tilted(from, to);
+  EXPECT_TRUE(qfRealEq(*tilted.inverseBase() * (tilted * Point(300, 500)), Point(300, 500), 1e-6));
 }
 
 TEST(Perspective, IsTheQuotientOfItsRows) {

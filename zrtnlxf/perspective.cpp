@@ -91,6 +91,13 @@ struct Determinant {
   bool isZero;
 };
 
+// a * d - b * c with the error of one rounding: W. Kahan's way with fused operations. Far from the origin both products
+// nearly cancel.
+double cofactor(double a, double b, double c, double d) {
+  const double bc = b * c, lost = std::fma(-b, c, bc);
+  return std::fma(a, d, -bc) + lost;
+}
+
 // The elements over a power of two, so that products of three neither overflow nor vanish; all 0 unless all are finite.
 Elements scaled(const Elements& h, int& exponent) {
   exponent = 0;
@@ -306,7 +313,7 @@ Status qmath_xformPerspective_getInverse(const qmath_xformPerspective* state,
   for (std::size_t i = 0; i < 3; ++i) {
     for (std::size_t j = 0; j < 3; ++j) {  // the cofactor of the transposed element
       const std::size_t a = (j + 1) % 3 * 3, b = (j + 2) % 3 * 3, c = (i + 1) % 3, d = (i + 2) % 3;
-      result[i * 3 + j] = std::scalbn((h[a + c] * h[b + d] - h[a + d] * h[b + c]) / determinant.value, -exponent);
+      result[i * 3 + j] = std::scalbn(cofactor(h[a + c], h[a + d], h[b + c], h[b + d]) / determinant.value, -exponent);
     }
   }
   return zrtnlxf::areFinite(result.data(), 9) ? make(result, inverse) : zrtnlxf::singular;

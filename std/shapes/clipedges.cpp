@@ -243,10 +243,12 @@ class Finder {
     const double squared = d * d, distance = start.cross(d) / std::sqrt(squared);
     const double half = (1 - std::fabs(distance)) * (1 + std::fabs(distance));
     const double middle = -(start * d) / squared, reach = half > 0 ? std::sqrt(half / squared) : 0;
+    const auto onLine = [&](bool leaves) { return leaves == forward ? middle + reach : middle - reach; };
     const auto onCut = [&](bool leaves) {
-      const double t = leaves == forward ? middle + reach : middle - reach;
+      const double t = onLine(leaves);
       return t > 0 ? std::min(t, 1.0) : 0;  // also where it is no number, on tiny edges
     };
+    const auto beyondCut = [&](bool leaves) { return std::max(-onLine(leaves), onLine(leaves) - 1); };
     const auto parameterAt = [&](double t) { return ellipse.parameter(pointBetween(start, end, t)); };
     const auto add = [&](bool leaves, int signOf) {
       const double t = onCut(leaves);
@@ -257,7 +259,8 @@ class Finder {
       const bool leaves = sign == turn;
       const double span = std::fabs(edge.placeTo - edge.placeFrom),
                    beyond = beyondArc(edge, parameterAt(onCut(leaves)));
-      const bool turned = beyond > 1e-3 * span && beyondArc(edge, parameterAt(onCut(!leaves))) < beyond;
+      const bool turned = (beyond > 1e-3 * span && beyondArc(edge, parameterAt(onCut(!leaves))) < beyond) ||
+                          (beyondCut(leaves) > 1e-3 && beyondCut(!leaves) < beyondCut(leaves));
       return add(leaves != turned, sign);
     }
     if (!(half > 2 * (ellipse.blur(u, d) + ellipse.blur(v, d)))) return;
@@ -294,13 +297,13 @@ class Finder {
     const double reach = kRounding * (std::fabs(p.x()) + std::fabs(p.y()));
     const auto isNear = [&](const V& q) { return qfRealEq(p, q, reach); };
     const bool atStart = isNear(edge.from), atArcsEnd = atStart || isNear(edge.to);
-    const bool atCutsEnd = isNear(cut.from) || isNear(cut.to);
+    const bool atCutsStart = isNear(cut.from), atCutsEnd = atCutsStart || isNear(cut.to);
     double place = placeOnArc(edge, phi);
     if (atArcsEnd) {
       place = atStart ? edge.placeFrom : edge.placeTo;
       p = atStart ? edge.from : edge.to;
     }
-    if (atCutsEnd) p = isNear(cut.from) ? cut.from : cut.to;
+    if (atCutsEnd) p = atCutsStart ? cut.from : cut.to;
     (atArcsEnd || atCutsEnd ? found_.touched : found_.crossed) = true;
     addCrossing(s, place, c, placeOn(cut.from, cut.to, p), p, sign);
   }

@@ -44,8 +44,9 @@ void addArc(ClipOutline& outline, const qcEllipse2& ellipse, double from, double
   const double phase = ellipse.phase().plain();
   const double first = std::min(from, to) + phase, last = std::max(from, to) + phase;
   std::vector<double> stops;
-  for (double k = std::floor(first / kRightAngle) + 1; k * kRightAngle < last; ++k) {
-    stops.push_back(k * kRightAngle - phase);
+  for (int i = 1; i <= 5; ++i) {  // by number, as far angles are further apart than right angles
+    const double stop = (std::floor(first / kRightAngle) + i) * kRightAngle;
+    if (stop < last) stops.push_back(stop - phase);
   }
   if (to < from) std::reverse(stops.begin(), stops.end());
   for (const double phi : stops) outline.addSegment(ellipse.point(qcRadian(phi)));

@@ -271,7 +271,8 @@ void qcEllipse2::serialize_(qcArchive& archive, unsigned char version) {
   archive || loaded.radii_ || loaded.angle_ || loaded.phase_ || loaded.rightHanded_ || loaded.map_;
   // Both forms are kept, but for whole turns, as stored. They must agree, at least as well as anybody computes them.
   const bool finite = std::isfinite(loaded.angle_.plain()) && std::isfinite(loaded.phase_.plain());
-  const double tolerance = 1e-9 * loaded.radii_.x() + 1e-9 * loaded.radii_.y();
+  // The smallest numbers are multiples of 5e-324.
+  const double tolerance = 1e-9 * loaded.radii_.x() + 1e-9 * loaded.radii_.y() + 1e-322;
   if (!areRadii(loaded.radii_) || !finite || !qfRealEq(loaded.dofToMatrix(), loaded.map_.matrix(), tolerance)) {
     throw archive.located(qcArchive::BadContent(kSource, kEllipse2), "an ellipse");
   }

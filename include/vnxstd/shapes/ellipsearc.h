@@ -28,7 +28,7 @@ class VNXSTD_EXPORT qc_EllipseArcOf : public qc_EllipseShape {
   void ellipse(const Ellipse& ellipse);
   /// Keeps the span.
   void phiStart(const qcRadian& phiStart);
-  /// Keeps the start.
+  /// Keeps the start, reduced into [-pi, pi).
   void phiSpan(const qcRadian& phiSpan);
 
   // None of these is inline: g++ on Windows does not export inline members of templates that are declared extern.
