@@ -1,8 +1,5 @@
 // Every class of shapes, and every operation of their interface: what works, what the geometry does not allow, and the
 // laws that hold for all of them.
-#include <gtest/gtest.h>
-
-#include <string>
 
 #include "support/bytes.h"
 #include "support/randomshapes.h"
@@ -23,9 +20,8 @@ std::string outcomes(const qcShape& shape) {
         {L"BadParams", 'P'},      {L"BadIndex", 'B'},  {L"BadGeom", 'G'}};
     const std::wstring error = errorOf(act);
     if (error.empty()) return '.';
-    for (const auto& [name, letter] : kLetters) {
+    for (const auto& [name, letter] : kLetters)
       if (error.starts_with(std::wstring(L"qcShapesError::") + name)) return letter;
-    }
     ADD_FAILURE() << std::string(error.begin(), error.end());
     return '?';
   };
@@ -67,9 +63,8 @@ std::string outcomes(const qcShape& shape) {
   for (int i = 0; i < 8; ++i) all.push_back(flags[i] ? "ORFETDVM"[i] : '-');
   for (const auto& group : groups) {
     all.push_back(' ');
-    for (const auto& act : group) {
+    for (const auto& act : group)
       if (act) all.push_back(outcome(act));
-    }
   }
   return all;
 }
@@ -316,9 +311,8 @@ TEST_P(ShapeLaws, PositionsRunAlongTheBoundaryByArcLength) {
     uniform.uniformMode(true);
     Result samples;
     if (shape.isOpenContour() && !is<qcPolyline>(shape)) shape.sample(uniform, samples);
-    for (std::size_t i = 0; i < samples.positions().size(); ++i) {
+    for (std::size_t i = 0; i < samples.positions().size(); ++i)
       EXPECT_NEAR_POINT(at(shape, (static_cast<double>(i) + 0.5) / 7 * total), samples.positions()[i], 1e-8);
-    }
     for (int i = 0; i < 20; ++i) {
       const double d = random.real(-total, 2 * total);
       const double expected = shape.isRegion() ? d - total * std::floor(d / total) : std::clamp(d, 0.0, total);
@@ -410,9 +404,8 @@ TEST_P(ShapeLaws, PartsOfTheBoundaryAreThatBoundary) {
       const double expected = std::min(length, shape.isRegion() ? total : total - from);
       EXPECT_TRUE(part->isOpenContour() || !isOneContour(shape));
       ASSERT_NEAR(lengthOf(*part), expected, 1e-8);
-      for (double t : {0.1, 0.3, 0.8, 0.9}) {
+      for (double t : {0.1, 0.3, 0.8, 0.9})
         EXPECT_NEAR_POINT(at(*part, t * expected), at(shape, from + t * expected), 1e-8);
-      }
     }
     EXPECT_NEAR(shape.subShape(info, {info.perimPos(start), 0})->perimeter(), 0, 1e-12);
     EXPECT_THROW(shape.subShape(info, {{0, 0}, -1e-300}), qcShapesError::BadParams);

@@ -1,14 +1,9 @@
 // The byte format: numbers, texts, headers, vectors, objects by value, the page that documents it.
-#include <gtest/gtest.h>
 
-#include <cstring>
-#include <fstream>
-#include <limits>
-#include <random>
-#include <sstream>
-
+#include "support/archivable.h"
 #include "support/bytes.h"
 #include "support/faulty.h"
+#include "support/test.h"
 #include "vnxstd/archive/text.h"
 
 namespace {
@@ -169,16 +164,14 @@ TYPED_TEST_SUITE(TextErrors, TextKinds);
 
 TYPED_TEST(TextErrors, EveryMismatchHasItsError) {
   for (const char* hex : {"", "80", "01", "01 FF", "01 22 41"}) expectTextError<qcArchive::Eof, TypeParam>(hex);
-  for (const char* hex : {"02 22 41", "01 FF FE 41", "01 FF FE 41 00", "01 FF FE 41 00 FF", "FF FF 22 41 41"}) {
+  for (const char* hex : {"02 22 41", "01 FF FE 41", "01 FF FE 41 00", "01 FF FE 41 00 FF", "FF FF 22 41 41"})
     expectTextError<qcArchive::BadBuffer, TypeParam>(hex);
-  }
   for (const char* hex : {"01 23 41 22", "01 22 41 21", "01 22 41 FF", "01 FF FF 41 00 FF FF", "01 FE FE 00 41 FE FE",
                           "01 FF FE 41 00 FE FF", "01 FE FF 00 41 FF FE", "00 FF FE FF FF"}) {
     expectTextError<qcArchive::BadType, TypeParam>(hex);
   }
-  for (const char* hex : {"01 FF FE 00 D8 FF FE", "01 FF FE 00 DC FF FE", "02 FF FE 00 D8 41 00 FF FE"}) {
+  for (const char* hex : {"01 FF FE 00 D8 FF FE", "01 FF FE 00 DC FF FE", "02 FF FE 00 D8 41 00 FF FE"})
     expectTextError<qcBadUnicodeChar, TypeParam>(hex);
-  }
   if constexpr (std::is_same_v<TypeParam, std::string>) return;  // which any bytes may be
   for (const char* hex : {"01 22 80 22", "02 22 C3 41 22"}) expectTextError<qcBadUnicodeChar, TypeParam>(hex);
 }
@@ -286,26 +279,16 @@ TEST(Vectors, LoadOverWhateverTheyHeldBefore) {
 }  // namespace
 
 // The class of the page's worked example.
-class ExampleMark : public qcPersistent, public qcRepBase {
- public:
-  static qcPersistent* make() { return new ExampleMark; }
+struct ExampleMark : Archivable<ExampleMark>, qcRepBase {
+  void fields(qcArchive& archive) { archive || text || size; }
   std::wstring text;
   double size = 0;
-
- protected:
-  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &ExampleMark::serialize_); }
-  void serialize_(qcArchive& archive, unsigned char version) {
-    qcArchive::checkVersion(version, 0, "example", 1);
-    qcPersistent::dispatchSerialize(archive);
-    archive || text || size;
-  }
 };
 
 namespace {
 
-const qc_Instantiator registered(typeid(ExampleMark), &ExampleMark::make);
-
 TEST(DocumentedExample, IsWhatTheLibraryReadsAndWrites) {
+  const ExampleMark registered;
   const std::string page = documentedBytes("archive-format.md");
   ASSERT_GT(page.size(), 2U);
   BytesArchive archive(page);

@@ -1,38 +1,23 @@
 // The index of seekable archives: marks, objects and pointers, and what interrupted writes and damage leave of them.
-#include <gtest/gtest.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <map>
-#include <random>
-
+#include "support/archivable.h"
 #include "support/bytes.h"
 #include "support/faulty.h"
-#include "vnxstd/archive/file.h"
-#include "vnxstd/archive/registry.h"
+#include "support/folder.h"
+#include "vnxstd/archive.h"
 
 namespace {
 
 using Dir = qcArchive::Direction;
 
 /// A number, a text, and a handle on another one.
-class Item : public qcPersistent, public qcRepBase {
- public:
+struct Item : Archivable<Item>, qcRepBase {
   explicit Item(int n = 0) : number(n) {}
-  static qcPersistent* make() { return new Item; }
+  void fields(qcArchive& archive) { archive || number || other; }
   int number;
   qcPtrHandle<Item> other;
-
- protected:
-  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &Item::serialize_); }
-  void serialize_(qcArchive& archive, unsigned char version) {
-    qcArchive::checkVersion(version, 0, "item", 1);
-    qcPersistent::dispatchSerialize(archive);
-    archive || number || other;
-  }
 };
 using ItemHandle = qcPtrHandle<Item>;
-const qc_Instantiator registered(typeid(Item), Item::make);
 
 int numberAt(qcArchive& archive, long id) {
   archive.mode(qcArchive::loading);
@@ -47,28 +32,6 @@ std::vector<long> marksOf(const qcArchive& archive) {
   for (long mark = archive.lastMarkNum(); mark != 0; mark = archive.prevMarkNum(mark)) backwards.push_back(mark);
   EXPECT_TRUE(std::equal(forwards.begin(), forwards.end(), backwards.rbegin(), backwards.rend()));
   return forwards;
-}
-
-TEST(Index, HasTheBytesThatItsPageShows) {
-  qcMemoryArchive archive(kBig, true);
-  archive.writeNewMark(10);
-  archive << static_cast<unsigned char>(0xAA);
-  ItemHandle item(new Item(5));
-  archive << item << item;
-  const std::string name = stored(kBig, false, std::string("(anonymous namespace)::Item"));
-  const auto word = [](qcUInt64 value) { return stored(kBig, false, value); };
-  const auto head = [&](const char* id, const char* kind, qcUInt64 size, qcUInt64 next, qcUInt64 before,
-                        qcUInt64 last) {
-    return fromHex("4FE5705501") + fromHex(id) + fromHex(kind) + word(size) + word(next) + word(before) + word(last);
-  };
-  const std::string object = name + fromHex("F1664BDF 6F8B6844 00") + fromHex("00000018") + name +
-                             fromHex("0000 00000005") + fromHex("4FE5705401 00000000 00") + std::string(8, '\0');
-  const qcUInt64 mark = 44, pointer = 87, body = 129, second = 171 + object.size();
-  EXPECT_EQ(toHex(bytesOf(archive)), toHex(fromHex("03 00") + head("00000000", "10", second, mark, 0, 1) +
-                                           head("0000000A", "12", 0, pointer, 2, 0) + fromHex("AA") +
-                                           head("00000001", "15", 0, body, mark, body) +
-                                           head("00000001", "19", object.size(), second, pointer, 1) + object +
-                                           head("00000001", "14", 0, 0, body, body)));
 }
 
 TEST(Index, IsNotTakenForMissingWhereItsAnchorIsCut) {
@@ -555,30 +518,25 @@ TEST(Index, SalvageFindsWhatLiesBetweenDamage) {
   }
 }
 
-class Files : public testing::Test {
- protected:
-  ~Files() override { std::filesystem::remove(path_); }
-  std::filesystem::path path_ =
-      std::filesystem::temp_directory_path() / ("index-" + std::to_string(std::random_device()()));
-};
+using Files = InFolder;
 
 TEST_F(Files, HaveOneWriter) {
   const auto tryOpen = [this](Dir direction, bool readOnly) {
     try {
-      qcFileArchive(path_.wstring(), direction, kLittle, true, readOnly);
+      qcFileArchive(path(), direction, kLittle, true, readOnly);
       return true;
     } catch (const qcArchive::BadFile& error) {
-      EXPECT_EQ(error.message(false), L"File is in use: " + path_.wstring());
+      EXPECT_EQ(error.message(false), L"File is in use: " + path());
       return false;
     }
   };
   {
-    qcFileArchive writer(path_.wstring(), Dir::storing, kLittle, true);
+    qcFileArchive writer(path(), Dir::storing, kLittle, true);
     writer.writeNewMark();
     writer.sync();
     EXPECT_TRUE(!tryOpen(Dir::storing, false) && !tryOpen(Dir::loading, false) && tryOpen(Dir::loading, true));
   }
-  qcFileArchive reader(path_.wstring(), Dir::loading, kLittle, true, true);
+  qcFileArchive reader(path(), Dir::loading, kLittle, true, true);
   EXPECT_EQ(reader.firstMarkNum(), 1) << "nothing was truncated";
   EXPECT_THROW(reader.append(), qcArchive::BadBuffer);
   reader.seek(reader.findMark(1));
@@ -590,31 +548,31 @@ TEST_F(Files, HaveOneWriter) {
 TEST_F(Files, GrowBeyond4GiB) {
   Item early(1), late(2);
   {
-    qcFileArchive archive(path_.wstring(), Dir::storing, kBig, true);
+    qcFileArchive archive(path(), Dir::storing, kBig, true);
     archive.writeNewMark(1);
     archive.storeObject(&early);
     archive.sync();
-    std::filesystem::resize_file(path_, (std::uintmax_t{4} << 30) + 12345);  // a hole
+    std::filesystem::resize_file(path(), (std::uintmax_t{4} << 30) + 12345);  // a hole
     archive.append();
     late.other = ItemHandle(new Item(3));
     archive.writeNewMark(2);
     archive.storeObject(&late);
     EXPECT_EQ(numberAt(archive, 2), 2);
   }
-  qcFileArchive archive(path_.wstring(), Dir::loading, kBig, true, true);
+  qcFileArchive archive(path(), Dir::loading, kBig, true, true);
   EXPECT_GT(static_cast<std::streamoff>(archive.findMark(2)), std::streamoff{1} << 32);
   EXPECT_TRUE(numberAt(archive, 1) == 1 && numberAt(archive, 2) == 2);
 }
 
 TEST_F(Files, LoseWhatAnInterruptedProgramHasBegunAndNoMore) {
-  { qcFileArchive(path_.wstring(), Dir::storing, kLittle, true).writeNewMark(1); }
-  const auto whole = std::filesystem::file_size(path_);
-  std::ofstream(path_, std::ios::binary) << withUnlinkedMark(2);
-  qcFileArchive archive(path_.wstring(), Dir::loading, kLittle, true);
+  { qcFileArchive(path(), Dir::storing, kLittle, true).writeNewMark(1); }
+  const auto whole = std::filesystem::file_size(path());
+  write("file", withUnlinkedMark(2));
+  qcFileArchive archive(path(), Dir::loading, kLittle, true);
   EXPECT_EQ(static_cast<std::uintmax_t>(static_cast<std::streamoff>(archive.unfinished())), whole);
   archive.append();
   archive.sync();
-  EXPECT_EQ(std::filesystem::file_size(path_), whole);
+  EXPECT_EQ(std::filesystem::file_size(path()), whole);
 }
 
 }  // namespace

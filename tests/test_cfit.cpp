@@ -1,12 +1,7 @@
-#include <gtest/gtest.h>
 
-#include <cmath>
-#include <random>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "support/bytes.h"
+#include "support/test.h"
 #include "vnxstd/cfit.h"
 
 namespace {
@@ -43,18 +38,16 @@ Numbers numbers(const qcXform<2>& x) {
 }
 
 void expectNear(const Numbers& actual, const Numbers& expected, double tolerance) {
-  for (std::size_t i = 0; i < actual.size(); ++i) {
+  for (std::size_t i = 0; i < actual.size(); ++i)
     EXPECT_NEAR(actual[i], expected[i], tolerance * (1 + std::fabs(expected[i]))) << "number " << i;
-  }
 }
 
 // The least-squares solution of rows (coefficients..., right-hand side): normal equations, Gauss-Jordan elimination.
 Numbers leastSquares(const Rows& rows) {
   const std::size_t n = rows[0].size() - 1;
   Rows m(n, std::vector<Wide>(n + 1));
-  for (const auto& row : rows) {
+  for (const auto& row : rows)
     for (std::size_t i = 0; i < n * (n + 1); ++i) m[i / (n + 1)][i % (n + 1)] += row[i / (n + 1)] * row[i % (n + 1)];
-  }
   for (std::size_t k = 0; k < n; ++k) {
     for (std::size_t i = 0; i < n; ++i) {
       const Wide factor = i == k ? 0 : m[i][k] / m[k][k];
@@ -116,9 +109,8 @@ void expectFits(const Fitter& fitter, const Conditions& conditions, double scale
     EXPECT_NEAR(error, squares(conditions, fitted), 1e-10 * (1 + error));
     EXPECT_TRUE(freedom < exactFrom || squares(conditions, fitted) < 1e-18) << freedom;
     Rows rows;
-    for (const auto& [nx, ny, d, q] : conditions) {
+    for (const auto& [nx, ny, d, q] : conditions)
       rows.push_back({nx * q.x(), nx * q.y(), nx, ny * q.x(), ny * q.y(), ny, d});
-    }
     Numbers expected = leastSquares(rows);
     if (freedom < 6) {
       const double angle = std::atan2(fitted.matrix().element(1, 0), fitted.matrix().element(0, 0));
@@ -206,9 +198,8 @@ TYPED_TEST(EveryFitter, BulkAndMergedSumsAreThoseOfSinglePointsWithinTheCount) {
 
 TYPED_TEST(EveryFitter, EqualPointsAndWhatIsNoNumberAreUnstable) {
   for (const Point& p : {Point(0, 0), Point(0.1, 0.3), Point(4711.7, -0.123), Point(1e-7, 3e-6)}) {
-    for (std::size_t n : {0U, 1U, 6U, 7U, 30000U}) {
+    for (std::size_t n : {0U, 1U, 6U, 7U, 30000U})
       EXPECT_THROW(TypeParam::fit(this->filled(Points(n, p))), typename TypeParam::Fitter::UnstableErr) << n;
-    }
     for (double bad : {HUGE_VAL, -HUGE_VAL, std::nan(""), 1e200, 1e308}) {
       Points points = this->random.cloud(16, 1, p);
       points[7] = p.x() == 0 ? Point(bad, 1) : Point(1, bad);
@@ -339,9 +330,8 @@ TEST(LineFit, PointsWithoutDirectionLeaveTheLineUntouched) {
   const Points square = {{.1, .1}, {.1, 1.1}, {1.1, .1}, {1.1, 1.1}};
   qcFLine line(qcDegree(12), 34);
   double error = 56;
-  for (const Points& points : {Points(), Points(3, Point(.1, .7)), square}) {
+  for (const Points& points : {Points(), Points(3, Point(.1, .7)), square})
     EXPECT_FALSE(qcLSLineFitter(points).fit(line) || qcLSLineFitter(points).fitAndError(&line, &error));
-  }
   const qcLSLineFitter tiny({{0, 0}, {1e-7, 0}});  // within the absolute limit of fitAndError only
   EXPECT_FALSE(tiny.fitAndError(&line, &error));
   Random random;

@@ -1,15 +1,10 @@
 // Objects that refer to each other in long chains: destroyed, stored and loaded on a small stack.
-#include <gtest/gtest.h>
 
-#include <atomic>
-#include <functional>
-#include <random>
-#include <thread>
 #include <unordered_map>
 
 #include "support/smallstack.h"
-#include "vnxstd/archive/memory.h"
-#include "vnxstd/archive/pool.h"
+#include "support/test.h"
+#include "vnxstd/archive.h"
 
 namespace {
 

@@ -1,7 +1,5 @@
 // Clipping of every kind of shape by polygons.
 
-#include <gtest/gtest.h>
-
 #include "support/randomshapes.h"
 
 namespace {
@@ -175,14 +173,12 @@ INSTANTIATE_TEST_SUITE_P(All, Regions, testing::ValuesIn(kRegions));
 
 TEST_P(Regions, FallApartIntoInsideAndOutside) {
   long clippedCases = 0, points = 0;
-  for (unsigned seed = 0; seed < GetParam().cases / kShare; ++seed) {
-    SCOPED_TRACE(seed);
-    Random r(seed);
+  forSeeds<Random>(GetParam().cases / kShare, [&](Random& r, unsigned seed) {
     const double grid = seed % 3;
     const qcPolyline polygon(r.star(r.snapped(r.point(2), grid), 1, 8, grid), true);
     const Shape shape = GetParam().make(r, grid);
     const double whole = area(*shape);
-    if (polygon.area() == 0 || whole == 0) continue;
+    if (polygon.area() == 0 || whole == 0) return;
     Result result;
     const Shape inside = shape->clip(polygon, result, r.integer(0, 1) == 1),
                 outside = shape->clip(outsideOf(polygon), false);
@@ -201,14 +197,14 @@ TEST_P(Regions, FallApartIntoInsideAndOutside) {
       ++points;
     }
     // What bounds the inside lies on either boundary, and of that the part inside the other.
-    if (seed % 16 != 0 || isEmpty(*inside)) continue;
+    if (seed % 16 != 0 || isEmpty(*inside)) return;
     if (shape->isReversible()) {
       ASSERT_NEAR(inside->perimeter(), shape->reverse()->clip(polygon, false)->perimeter(), 1e-9);
     }
     qcShape::qcSampleResult samples;
     inside->sample(qcShape::qcSampleParams(0, 1, 1000), samples);
     for (const V& p : samples.positions()) ASSERT_LT(std::min(distance(*shape, p), distance(polygon, p)), 1e-9);
-  }
+  });
   EXPECT_GT(clippedCases, GetParam().cases / kShare / 3);
   EXPECT_GT(points, GetParam().cases / kShare);
 }
@@ -230,14 +226,12 @@ class Contours : public testing::TestWithParam<Kind> {};
 INSTANTIATE_TEST_SUITE_P(All, Contours, testing::ValuesIn(kContours));
 
 TEST_P(Contours, FallApartIntoInsideAndOutside) {
-  for (unsigned seed = 0; seed < GetParam().cases / kShare; ++seed) {
-    SCOPED_TRACE(seed);
-    Random r(seed);
+  forSeeds<Random>(GetParam().cases / kShare, [&](Random& r, unsigned seed) {
     const double grid = seed % 3;
     const qcPolyline polygon(r.star(r.snapped(r.point(2), grid), 1, 8, grid), true);
     const Shape shape = GetParam().make(r, grid);
     const double whole = shape->perimeter();
-    if (polygon.area() == 0 || whole == 0) continue;
+    if (polygon.area() == 0 || whole == 0) return;
     Result result;
     const Shape inside = shape->clip(polygon, result, false), outside = shape->clip(outsideOf(polygon), false);
     const double sum = length(*inside) + length(*outside);
@@ -261,13 +255,11 @@ TEST_P(Contours, FallApartIntoInsideAndOutside) {
       ASSERT_EQ(distance(*inside, p) < 1e-9, polygon.within(p));
       ASSERT_EQ(distance(*outside, p) < 1e-9, !polygon.within(p));
     }
-  }
+  });
 }
 
 TEST(Lines, AreCutLikeLongSegments) {
-  for (unsigned seed = 0; seed < 2000; ++seed) {
-    SCOPED_TRACE(seed);
-    Random r(seed);
+  forSeeds<Random>(2000, [&](Random& r, unsigned seed) {
     const qcPolyline polygon(r.star(r.point(2), 1, 8, seed % 2), true);
     const V p = r.point(5), d(1, qcRadian(r.real(-3, 3)));
     const Shape cut = qcLineSeg(p - 1e3 * d, p + 1e3 * d).clip(polygon, false);
@@ -278,7 +270,7 @@ TEST(Lines, AreCutLikeLongSegments) {
       EXPECT_NEAR(length(*clipped), length(*cut), 1e-9);
       EXPECT_EQ(parts(*clipped).size(), parts(*cut).size());
     }
-  }
+  });
   const qcPolyline square({{495, 0}, {505, 0}, {505, 10}, {495, 10}}, true);
   for (const double far : {1e17, 1e20, 1e300}) EXPECT_EQ(length(*qcLine({1, 0}, {far, 5}).clip(square, true)), 10);
 }
@@ -330,33 +322,27 @@ Shape bulged(Random& r, const qcPolyline& polygon) {
 
 // Boundaries that cross themselves are what they wind around.
 TEST(CrossingBoundaries, AreClippedWhereTheyWind) {
-  for (unsigned seed = 0; seed < 8000 / kShare; ++seed) {
-    SCOPED_TRACE(seed);
-    Random r(seed);
+  forSeeds<Random>(8000 / kShare, [&](Random& r, unsigned seed) {
     const bool curved = seed >= 4000 / kShare;
     Points points[2];
-    for (Points& p : points) {
+    for (Points& p : points)
       for (int i = r.integer(3, 7); i > 0; --i) p.push_back(r.snapped(r.point(6), seed % 2));
-    }
     const qcPolyline a(points[0], true), b(points[1], true);
     const Shape shape = !curved ? a.clone() : seed % 4 == 0 ? nestedStars(r, 1) : bulged(r, a);
     const Shape both = shape->clip(b, false);
-    for (const qcShape* part : parts(*both)) {
+    for (const qcShape* part : parts(*both))
       ASSERT_TRUE(area(*part) < kNear || part->isRightHanded() == shape->isRightHanded());
-    }
     for (int i = 0; i < 20; ++i) {
       const V p = r.point(6);
       if (distance(*shape, p) < kNear || distance(b, p) < kNear) continue;
       ASSERT_EQ(within(*both, p), shape->within(p) && b.within(p)) << p.x() << " " << p.y();
     }
-  }
+  });
 }
 
 // What was cut off is a shape like any other.
 TEST(PartsOfParts, FallApartIntoInsideAndOutside) {
-  for (unsigned seed = 0; seed < 4200 / kShare; ++seed) {
-    SCOPED_TRACE(seed);
-    Random r(seed);
+  forSeeds<Random>(4200 / kShare, [&](Random& r, unsigned seed) {
     const double grid = seed % 3;
     Shape shape = kRegions[seed % 7].make(r, grid);
     for (int i = 0; i < 4; ++i) {
@@ -366,7 +352,7 @@ TEST(PartsOfParts, FallApartIntoInsideAndOutside) {
       ASSERT_NEAR(area(*inside) + area(*outside), area(*shape), 1e-9);
       shape = area(*inside) > area(*outside) ? inside : outside;
     }
-  }
+  });
 }
 
 TEST(PartsOfParts, OfAnArcByATriangleFromItsStartLieOnIt) {
@@ -392,8 +378,7 @@ TEST(PartsOfParts, OfAnArcByATriangleFromItsStartLieOnIt) {
 
 // Whatever they come to, clipping ends, and errors are those of the library.
 TEST(ExtremeCoordinates, AreBorne) {
-  for (unsigned seed = 0; seed < 20000 / kShare; ++seed) {
-    Random r(seed);
+  forSeeds<Random>(20000 / kShare, [&](Random& r, unsigned seed) {
     const auto extreme = [&r] {
       const double special[] = {0, -0.0, 5e-324, 1e-300, 1e-150, 1, 1, 2, 1e150, 1e300, 1e308, HUGE_VAL};
       return special[r.integer(0, r.integer(0, 9) == 0 ? 11 : 10)] * r.integer(-2, 2);
@@ -411,7 +396,7 @@ TEST(ExtremeCoordinates, AreBorne) {
       if (!isEmpty(*inside)) inside->boundingBox();
     } catch (const qcException&) {
     }
-  }
+  });
 }
 
 // ---- examples

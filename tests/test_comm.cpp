@@ -1,12 +1,7 @@
 // Connections to other processes, and what crosses them.
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <csignal>
-#include <functional>
-#include <memory>
-#include <numeric>
-#include <thread>
 
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -15,11 +10,11 @@
 
 #include "support/bytes.h"
 #include "support/peer.h"
+#include "support/test.h"
 #include "vnxstd/comm.h"
 #include "vnxstd/except/catalogue.h"
 #include "vnxstd/math/vector.h"
-#include "vnxstd/timer/timeout.h"
-#include "vnxstd/timer/timer.h"
+#include "vnxstd/timer.h"
 
 namespace {
 

@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 
 #include "support/randomshapes.h"
 
@@ -56,8 +55,7 @@ TEST(EllipseForms, DegreesOfFreedomReproduceTheMatrix) {
 }
 
 TEST(EllipseForms, MappingKeepsPointsAndSimilaritiesKeepTheForm) {
-  for (unsigned seed = 0; seed < 500; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(500, [&](Random& random, unsigned) {
     const qcEllipse2 e = random.ellipse(2);
     const double eps = 1e-12 * (largest(e.radii()) + 20);
     const qcXform<2> affine({random.real(-2, 2), random.real(-2, 2), random.real(-2, 2), random.real(-2, 2)},
@@ -68,9 +66,9 @@ TEST(EllipseForms, MappingKeepsPointsAndSimilaritiesKeepTheForm) {
     const qcEllipse2 similar = e.rotate(by).scale({3, 3}).translate({1, 2});
     EXPECT_NEAR_POINT(similar.radii(), 3 * e.radii(), 3 * eps);
     EXPECT_EQ(similar.isRightHanded(), e.isRightHanded());
-    if (std::fabs(e.radii().x() / e.radii().y() - 1) < 1e-3) continue;
+    if (std::fabs(e.radii().x() / e.radii().y() - 1) < 1e-3) return;
     EXPECT_TRUE(qfRealEq(similar.phase(), e.phase(), 1e-10) && qfRealEq(similar.angle(), e.angle() + by, 1e-10));
-  }
+  });
 }
 
 TEST(EllipseForms, SettersKeepBothFormsInStepAndRefuse) {
@@ -95,8 +93,7 @@ TEST(EllipseForms, SettersKeepBothFormsInStepAndRefuse) {
 }
 
 TEST(EllipseForms, OlderClassesAreTheSameCurves) {
-  for (unsigned seed = 0; seed < 200; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(200, [&](Random& random, unsigned) {
     const qcEllipse2 e = random.ellipse(1);
     const qcEllipseArc2 arc(e, random.angle(), qcRadian(random.real(-6, 6)));
     const qcXform<2> mirror({1, 2, 3, 4}, {5, 6});
@@ -106,14 +103,13 @@ TEST(EllipseForms, OlderClassesAreTheSameCurves) {
     EXPECT_NEAR_POINT(oldArc.endPoint(), mirror * arc.endPoint(), eps);
     EXPECT_NEAR(oldArc.tangentRotation().plain(), arc.map(mirror).tangentRotation().plain(), 1e-9);
     EXPECT_EQ(qcEllipse2(e.oldEllipse()).oldEllipse(), e.oldEllipse());
-  }
+  });
 }
 
 // ---- conics
 
 TEST(EllipseConics, CoefficientsVanishOnTheCurveAndComeBack) {
-  for (unsigned seed = 0; seed < 500; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(500, [&](Random& random, unsigned) {
     const qcEllipse2 e(random.point(), random.angle(), {random.size(-1.5, 1), random.size(-1.5, 1)}, true,
                        random.angle());
     const double larger = largest(e.radii()), reach = (larger + e.center().len()) / -largest(-e.radii());
@@ -130,7 +126,7 @@ TEST(EllipseConics, CoefficientsVanishOnTheCurveAndComeBack) {
     EXPECT_NEAR_POINT(back.center(), e.center(), eps);
     EXPECT_NEAR_POINT(back.nearestPoint(p), p, eps);
     EXPECT_NEAR(back.perimeter(), e.perimeter(), 4 * eps);
-  }
+  });
   // An empty set, a point, hyperbola, parabola, line, nothing, no numbers.
   const double bad[][6] = {{1, 0, 1, 0, 0, 1}, {1, 0, 1, 0, 0, 0}, {1, 3, 1, 0, 0, 1},     {1, 2, 1, 3, 0, -1},
                            {0, 0, 0, 1, 1, 1}, {0, 0, 0, 0, 0, 0}, {kInf, 0, 1, 0, 0, -1}, {1, 0, 1, 0, 0, kNan}};
@@ -168,8 +164,7 @@ double lengthByQuadrature(const V& r, double from, double to) {
 }
 
 TEST(EllipseLengths, AgreeWithMeansWithQuadratureAndAddUp) {
-  for (unsigned seed = 0; seed < 300; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(300, [&](Random& random, unsigned seed) {
     const qcEllipse2 e = random.ellipse(seed % 7);
     const V r = e.radii();
     EXPECT_NEAR(e.perimeter(), perimeterByMeans(r.x(), r.y()), 2e-15 * largest(r) * (seed % 7 < 3 ? 4 : 1e8));
@@ -189,7 +184,7 @@ TEST(EllipseLengths, AgreeWithMeansWithQuadratureAndAddUp) {
       EXPECT_NEAR(rest.perimeter() + place.distance(), info.perimeter(), 4e-15 * largest(r));
       EXPECT_EQ(rest.phiEnd(), arc.phiEnd());
     }
-  }
+  });
   // Where rounding of lengths moves parameters by much, near the tips.
   Random random(7);
   for (int i = 0; i < 4000; ++i) {
@@ -299,8 +294,7 @@ TEST(EllipseNearest, NothingIsNearerThanTheNearestPoint) {
 // ---- directions, sweeps, samples
 
 TEST(EllipseDirections, ParametersOfPointsAndTangents) {
-  for (unsigned seed = 0; seed < 500; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(500, [&](Random& random, unsigned seed) {
     const qcEllipse2 e = random.ellipse(2);
     const qcRadian phi = random.angle();
     const V p = e.point(phi), step = e.point(phi + qcRadian(1e-6)) - p;
@@ -319,7 +313,7 @@ TEST(EllipseDirections, ParametersOfPointsAndTangents) {
     for (std::size_t i = 1; i < result.tangents().size(); ++i)
       turned += (result.tangents()[i] - result.tangents()[i - 1]).signedNorm().plain();
     EXPECT_NEAR(part.tangentRotation().plain(), turned, 1e-9);
-  }
+  });
   const qcEllipse2 flat(qcXform<2>({3, 0, 0, 0}, {1, 0}));
   EXPECT_TRUE(flat.isDegenerate());
   EXPECT_THROW(flat.tangent(qcRadian(1)), qcShapesError::NoTangent);
@@ -330,8 +324,7 @@ TEST(EllipseDirections, ParametersOfPointsAndTangents) {
 
 // A point moved to the left by very little sees what the point on the arc reports.
 TEST(EllipseDirections, PointsOfArcsWindAsFromTheLeft) {
-  for (unsigned seed = 0; seed < 2000; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(2000, [&](Random& random, unsigned seed) {
     const qcEllipse2 e = random.ellipse(1);
     const double span = random.integer(0, 3) ? random.real(0.1, 6.2) : 2 * kPi;
     const qcEllipseArc2 arc(e, random.angle(), qcRadian(random.integer(0, 1) ? span : -span));
@@ -346,7 +339,7 @@ TEST(EllipseDirections, PointsOfArcsWindAsFromTheLeft) {
     const double scale = std::ldexp(1, seed % 2 ? 700 : -700);  // squares leave the range of doubles
     const auto scaled = qcEllipseArc2(arc).map({{scale, 0, 0, scale}, {}});
     EXPECT_NEAR(scaled.windingAngle(scale * (p + left)).plain(), arc.windingAngle(p + left).plain(), 1e-7) << seed;
-  }
+  });
   EXPECT_EQ(qcEllipseArc2(qcEllipse2(qcXform<2>({0, 0, 0, 0}, {})), {}, qcRadian(1)).windingAngle({0, 0}).plain(), 0);
 }
 

@@ -2,17 +2,12 @@
 // status codes to exceptions.
 
 #include <cxxabi.h>
-#include <gtest/gtest.h>
 
-#include <fstream>
 #include <locale>
-#include <map>
-#include <memory>
 #include <regex>
-#include <sstream>
-#include <thread>
 
 #include "support/bytes.h"
+#include "support/test.h"
 #include "vnxstd/archive.h"
 #include "vnxstd/except.h"
 
@@ -69,9 +64,6 @@ std::unique_ptr<qcException> makeError(const std::string& name) {
   return std::unique_ptr<qcException>(error);
 }
 
-// The body of an object: what follows the object marker.
-std::string bodyOf(const qcPersistent& object) { return stored(kLittle, false, object).substr(4); }
-
 TEST(Errors, AreThoseOfThePublishedTableAlsoWhenThrownAgain) {
   const std::vector<Row> rows = publishedTable();
   ASSERT_EQ(rows.size(), 190U);
@@ -108,43 +100,6 @@ TEST(Errors, AreThoseOfThePublishedTableAlsoWhenThrownAgain) {
         EXPECT_TRUE(static_cast<decltype(byName)*>(context)->contains(entry.name)) << entry.name;
       },
       &byName);
-}
-
-TEST(Errors, BodyBytes) {
-  std::string wide;
-  for (const char c : std::string("Internal error code: 0xFFFFFFFF")) wide += {c, '\0'};
-  EXPECT_EQ(toHex(bodyOf(qcInvariantFailure())), "000000");
-  EXPECT_EQ(toHex(bodyOf(qcRPCHandler::DuplicateHandler())), "00000000");
-  EXPECT_EQ(bodyOf(qcArchive::NotFound("x", 258)), fromHex("00000000 01FFFE7800FFFE 02010000"));
-  EXPECT_EQ(bodyOf(qcArchive::UnknownType("T", "", 0)), fromHex("00000000 00FFFEFFFE 00000000 01225422"));
-  EXPECT_EQ(bodyOf(qcPel::BadCoord()).size(), 4U + 8U);
-  EXPECT_EQ(bodyOf(qcUnknownError(-1)), fromHex("00000000 1FFFFE") + wide + fromHex("FFFE"));
-}
-
-// A newer version byte is refused at every level, and the error names the level's class or its place in the source.
-TEST(Errors, NewerVersionBytesAreRefusedLevelByLevel) {
-  for (const Row& row : publishedTable()) {
-    const auto error = makeError(row.name);
-    const bool archiveGroup = row.base == "qcArchive::Errors";
-    const bool withText = dynamic_cast<qcExceptionWithString*>(error.get()) != nullptr;
-    std::vector<std::pair<std::wstring, int>> levels{{std::wstring(row.name.begin(), row.name.end()), 0}};
-    if (archiveGroup) levels.emplace_back(L"archive", 1229);
-    if (!archiveGroup && row.base.ends_with("::Errors"))
-      levels.emplace_back(std::wstring(row.base.begin(), row.base.end()), 0);
-    if (withText) levels.emplace_back(L"std/except/except", 98);
-    levels.emplace_back(L"std/except/except", 61);
-    for (std::size_t level = 0; level < levels.size(); ++level) {
-      std::string body = bodyOf(*error);
-      body[level] = 1;
-      try {
-        *BytesArchive(headOf(kLittle) + fromHex("F1664BDF") + body) >> *error;
-        ADD_FAILURE() << row.name << " level " << level;
-      } catch (const qcArchive::UnknownVersion& newer) {
-        EXPECT_EQ(newer.file(), levels[level].first) << row.name << " level " << level;
-        EXPECT_EQ(newer.line(), levels[level].second) << row.name << " level " << level;
-      }
-    }
-  }
 }
 
 TEST(Errors, Messages) {

@@ -1,20 +1,20 @@
 // Archives of every class in both byte orders, kept as files, beside a seekable archive with its index and a tool
 // database: what was written once is read for ever and on every platform, and written again byte for byte.
-// VNXSTD_WRITE_GOLDEN=1 in the environment writes the files that are missing; those that exist never change.
+// VNXSTD_WRITE_GOLDEN=1 in the environment writes the archives that are missing; those that exist never change. It
+// writes anew what damage of them comes to, for which the differences are to be read.
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <sstream>
-#include <thread>
+#include <regex>
 
 #include "support/samples.h"
-#include "vnxstd/archive/registry.h"
+#include "support/test.h"
+#include "vnxstd/archive.h"
 #include "vnxstd/math/range.h"
 #include "vnxstd/pelbuf/buffer.h"
 #include "vnxstd/shapes/circle.h"
 
 namespace {
+
+const std::filesystem::path kFolder = VNXSTD_SOURCE_DIR "/tests/golden";
 
 qcArchive::Ordering orderingOf(const std::string& bytes) { return bytes.at(1) == 0 ? kBig : kLittle; }
 
@@ -32,22 +32,61 @@ void expectBytes(const Case& c, const std::string& expected) {
 }
 
 TEST(Golden, EveryClassReadsAndRewritesItsFiles) {
-  const std::filesystem::path folder = VNXSTD_SOURCE_DIR "/tests/golden";
   const bool writing = std::getenv("VNXSTD_WRITE_GOLDEN") != nullptr;
   for (const Case& c : cases()) {
     for (const auto ordering : kOrderings) {
       SCOPED_TRACE(c.name);
-      const std::filesystem::path path = folder / (c.name + (ordering == kBig ? ".be.arc" : ".le.arc"));
-      if (writing && !std::filesystem::exists(path)) {
-        std::filesystem::create_directories(folder);
-        std::ofstream(path, std::ios::binary) << c.make(ordering);
-      }
+      const std::filesystem::path path = kFolder / (c.name + (ordering == kBig ? ".be.arc" : ".le.arc"));
+      if (writing && !std::filesystem::exists(path)) std::ofstream(path, std::ios::binary) << c.make(ordering);
       const std::string golden = contents(path);
       ASSERT_FALSE(golden.empty());
       EXPECT_EQ(orderingOf(golden), ordering);
       expectBytes(c, golden);
     }
   }
+}
+
+/// What becomes of bytes: the error and its place, or whether they are stored again as they are.
+std::string outcomeOf(const Sample& sample, const std::string& bytes) {
+  static const std::wregex spared(L"qcArchive::|UnknownType: [^;]*; |thrown from file: |, line");
+  try {
+    return sample.load(bytes)() == bytes ? "kept" : "taken otherwise";
+  } catch (const qcException& error) {
+    return qf_Narrow(std::regex_replace(error.message(true), spared, L""));
+  }
+}
+
+// Each byte with its lowest bit changed, with all its bits set, and as the end of what is no number: which versions and
+// values every class refuses, and with which error. Bytes next to each other that come to the same are one line.
+TEST(Golden, DamageIsAnsweredAsItWas) {
+  std::string all;
+  looksAtFailedLoads = true;
+  for (const Sample& sample : samples()) {
+    if (sample.name.starts_with("graph") || sample.name.ends_with("seekable") || sample.name == "database") continue;
+    for (const char change : std::string(sample.bytes.size() < 5000 ? "^FN" : "^")) {
+      all += sample.name + ' ' + change + '\n';
+      std::string last;
+      for (std::size_t at = 0; at < sample.bytes.size(); ++at) {
+        std::string bytes = sample.bytes;
+        if (change == '^') bytes[at] = static_cast<char>(bytes[at] ^ 1);
+        if (change == 'F') bytes[at] = '\xFF';
+        if (change == 'N') bytes.replace(at, 2, bytes[1] == 0 ? "\x7F\xF8" : "\xF8\x7F");
+        const std::string outcome = outcomeOf(sample, bytes);
+        if (outcome != last) all += ' ' + std::to_string(at) + ' ' + outcome + '\n';
+        last = outcome;
+      }
+    }
+  }
+  const std::filesystem::path path = kFolder / "damage.txt";
+  if (std::getenv("VNXSTD_WRITE_GOLDEN")) std::ofstream(path, std::ios::binary) << all;
+  std::istringstream now(all), then(contents(path));
+  std::string block, expected, line;
+  while (std::getline(then, expected)) {
+    std::getline(now, line);
+    if (line[0] != ' ') block = line;
+    ASSERT_EQ(line, expected) << block;
+  }
+  EXPECT_FALSE(std::getline(now, line)) << block;
 }
 
 TEST(Golden, WorkedExamplesOfThePagesAreWhatIsWritten) {

@@ -1,34 +1,24 @@
 // What errors of loads know of their place, and the limits of loads.
-#include <gtest/gtest.h>
 
-#include <functional>
-
+#include "support/archivable.h"
 #include "support/bytes.h"
 #include "support/faulty.h"
+#include "support/test.h"
 #include "vnxstd/except/catalogue.h"
 #include "vnxstd/math/vector.h"
 
 // A list whose fields can be made wrong. It is named in errors.
-class Link : public qcRepBase, public qcPersistent {
- public:
-  static qcPersistent* make() { return new Link; }
-  std::string name;
-  std::vector<float> data;
-  qcPtrHandle<Link> next;
-
- protected:
-  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &Link::serialize_); }
-  void serialize_(qcArchive& archive, unsigned char version) {
-    qcArchive::checkVersion(version, 0, "link", 7);
-    qcPersistent::dispatchSerialize(archive);
+struct Link : Archivable<Link>, qcRepBase {
+  void fields(qcArchive& archive) {
     archive || name || data || next;
     if (archive.isLoading() && name == "bad") throw qcInvariantFailure();
   }
+  std::string name;
+  std::vector<float> data;
+  qcPtrHandle<Link> next;
 };
 
 namespace {
-
-const qc_Instantiator linkRegistered(typeid(Link), &Link::make);
 
 qcPtrHandle<Link> chainOf(int links, const std::string& lastName = "last") {
   qcPtrHandle<Link> first;

@@ -1,8 +1,5 @@
 // Pel-wise arithmetic against naive references: every pair of types, every instruction-set level, odd windows in
 // watched memory, in place and elsewhere.
-#include <gtest/gtest.h>
-
-#include <cmath>
 
 #include "support/pelcomponents.h"
 #include "support/scene.h"
@@ -97,11 +94,9 @@ TYPED_TEST(NewImages, HoldWhatDestinationsDo) {
   using T = TypeParam;
   const qcPelRect window(5, -3, 9, 4);
   qcPelBuffer<T> a(window), b(window), c(window), to(window);
-  for (const auto& image : {a, b, c}) {
-    for (long y = -3; y < 1; ++y) {
+  for (const auto& image : {a, b, c})
+    for (long y = -3; y < 1; ++y)
       for (long x = 5; x < 14; ++x) image.put(x, y, anyPel<T>());
-    }
-  }
   const auto expectEqual = [&](const qcPelBuffer<T>& image) {
     EXPECT_TRUE(qfPelEqual(image, to));
     EXPECT_EQ(image.window(), window);

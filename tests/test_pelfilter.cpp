@@ -1,9 +1,4 @@
 // Pixel functions that look at other pels than their own, against naive references: arranging, filtering, colours.
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cmath>
-#include <utility>
 
 #include "support/pelcomponents.h"
 #include "support/scene.h"
@@ -220,11 +215,9 @@ void expectFiltered(const Size& size, const qcPelRect& shape,
       Scene<D> other(size.x(), size.y());
       src.buffer.offset(10, 20);
       other.buffer.offset(10 + below(5) - 2, 20 + below(5) - 2);
-      for (qcStoredPel<S>& pel : src.memory) {
-        for (int i = 0; i < kComponents<S>; ++i) {
+      for (qcStoredPel<S>& pel : src.memory)
+        for (int i = 0; i < kComponents<S>; ++i)
           if (component<S>(pel, i) != component<S>(pel, i) && !hasNan) setComponent<S>(pel, i, 0);
-        }
-      }
       const Scene<S> old = src;
       const auto check = [&](Scene<D>& dst, qcPelBuffer<D> target) {
         const Scene<D> before = dst;
@@ -335,7 +328,7 @@ TYPED_TEST(FilteredPel, BinomialAverages) {
 
 TYPED_TEST(FilteredPel, MediansOfThreeByThree) {
   using T = TypeParam;
-  for (const Size size : {Size{3, 3}, {2, 5}, {35, 4}, {67, 5}, {131, 3}, {300, 7}}) {
+  for (const Size size : {Size{3, 3}, {2, 5}, {35, 4}, {67, 5}, {131, 3}, {300, 7}})
     expectFiltered<T, T>(
         size, qcPelRect(-1, -1, 3, 3), [](const auto& src, auto& dst) { qfPelMedian3x3(src, dst); },
         [](const Near<T>& near) {
@@ -345,7 +338,6 @@ TYPED_TEST(FilteredPel, MediansOfThreeByThree) {
           return values[4];
         },
         false);
-  }
 }
 
 template <class T>
@@ -454,10 +446,9 @@ TEST(PelColour, GreyOfEveryColour) {
   for (std::uint32_t red = 0; red < 256; red += 16) {  // sixteen reds at a time
     for (std::uint32_t i = 0; i < 1u << 20; ++i) colours.rep()->pels()[i] = qcPackedRGB32Pel::fromWord((red << 16) + i);
     qfConvertColorPelBuffer(colours, greys);
-    for (std::uint32_t i = 0; i < 1u << 20; ++i) {
+    for (std::uint32_t i = 0; i < 1u << 20; ++i)
       ASSERT_EQ(greys.rep()->pels()[i],
                 (299 * (red + (i >> 16)) + 587 * (i >> 8 & 255) + 114 * (i & 255) + 500) / 1000);
-    }
   }
 }
 

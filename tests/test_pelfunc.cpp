@@ -1,9 +1,5 @@
 // The free pixel functions against naive references: every pel type, odd and misaligned windows, every instruction-set
 // level, with all pels around the window guarded.
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <sstream>
 
 #include "support/pelcomponents.h"
 #include "support/scene.h"

@@ -1,7 +1,4 @@
 // Pels divided by values, standard deviations over series, and look-up tables, against naive references.
-#include <gtest/gtest.h>
-
-#include <cmath>
 
 #include "support/pelcomponents.h"
 #include "vnxstd/pelbuf.h"
@@ -46,8 +43,8 @@ TYPED_TEST_SUITE(Division, QuotientTypes);
 TYPED_TEST(Division, TruncatesOrRoundsAndSaturates) {
   using S = typename TypeParam::Source;
   using D = typename TypeParam::Destination;
-  for (const bool isRounded : {false, true}) {
-    for (int round = 0; round < 3; ++round) {
+  for (const bool isRounded : {false, true})
+    for (int round = 0; round < 3; ++round)
       checkPelwise<S, S, D, Component<S>>(
           [=](auto& src, auto&, auto&, auto& to, int i) { qfPelDivideByVal(src, to, kDivisors[i], isRounded); },
           [=](auto x, auto, auto, int i) {
@@ -61,8 +58,6 @@ TYPED_TEST(Division, TruncatesOrRoundsAndSaturates) {
               return static_cast<Component<D>>(static_cast<double>(x) / d);
             }
           });
-    }
-  }
 }
 
 // Every 8-bit quotient, and 16-bit ones next to the multiples and halves of the divisor.
@@ -80,10 +75,9 @@ TEST(Division, ByWholeNumbersIsExact) {
       for (int i = 0; d < 600 && i < 256; ++i)
         ASSERT_EQ(quotients.get(i, 0), static_cast<unsigned char>(wholeQuotient(i, d, isRounded))) << i << " / " << d;
       qfPelIntDivideByVal(words, wordQuotients, d, isRounded);
-      for (int i = 0; i < 60; ++i) {
+      for (int i = 0; i < 60; ++i)
         ASSERT_EQ(wordQuotients.get(i, 0), static_cast<unsigned short>(wholeQuotient(words.get(i, 0), d, isRounded)))
             << words.get(i, 0) << " / " << d;
-      }
     }
   }
 }

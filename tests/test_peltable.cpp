@@ -1,12 +1,9 @@
 // The families of pixel functions in every shape and for every type that they are meant for: what is missing does not
 // compile or link. Clear images stay clear through all of them.
-#include <gtest/gtest.h>
 
 #include <concepts>
-#include <sstream>
-#include <type_traits>
-#include <vector>
 
+#include "support/test.h"
 #include "vnxstd/pelbuf.h"
 
 namespace {

@@ -1,7 +1,5 @@
 // Polylines and parallelograms beyond what the laws of test_allshapes hold for every shape.
 
-#include <gtest/gtest.h>
-
 #include "std/shapes/winding.h"
 #include "support/randomshapes.h"
 #include "vnxstd/math/rigid.h"
@@ -29,9 +27,8 @@ Integrals integrals(const Points& p, bool closed, bool area, long double shift) 
     const V middles[] = {(a + b) / 2, (a + p[0]) / 2, (b + p[0]) / 2};
     const double length = std::hypot(b.x() - a.x(), b.y() - a.y());
     const auto add = [&](long double weight, const V& q) { sum.add(weight, q.x() + shift, q.y() + shift); };
-    for (const V& q : middles) {
+    for (const V& q : middles)
       if (area) add(static_cast<long double>((a - p[0]).cross(b - p[0])) / 6, q);
-    }
     if (area) continue;
     add(length / 6.0L, a);
     add(length / 1.5L, middles[0]);
@@ -45,9 +42,7 @@ INSTANTIATE_TEST_SUITE_P(AreaAndArcLength, Moments, testing::Bool());
 
 TEST_P(Moments, AreExactFarFromTheOrigin) {
   const bool area = GetParam();
-  for (unsigned seed = 0; seed < 300; ++seed) {
-    SCOPED_TRACE(seed);
-    Random random(seed);
+  forSeeds<Random>(300, [&](Random& random, unsigned seed) {
     const double shift = seed % 3 == 0 ? 0 : 1e6;
     Points local = random.gridPoints(random.integer(3, 12), 64), far;
     for (V& p : local) p /= 64;
@@ -55,7 +50,7 @@ TEST_P(Moments, AreExactFarFromTheOrigin) {
     const bool closed = area || random.flip();
     const qcPolyline line(far, closed);
     const Integrals near = integrals(local, closed, area, 0), here = integrals(local, closed, area, shift);
-    if (std::fabs(near.of[0]) < 0.05L) continue;  // of which rounding leaves less
+    if (std::fabs(near.of[0]) < 0.05L) return;  // of which rounding leaves less
     double m[6], first[3];
     V center, moments;
     qc2Rigid frame;
@@ -91,7 +86,7 @@ TEST_P(Moments, AreExactFarFromTheOrigin) {
     EXPECT_NEAR(moments.x() * s * s + moments.y() * c * c, sign * static_cast<double>(yy), 1e-12);
     EXPECT_GE(moments.x(), moments.y());
     EXPECT_TRUE(frame.angle().plain() > -90 && frame.angle().plain() <= 90);
-  }
+  });
 }
 
 TEST(Polylines, RefuseWhatTheyHaveTooFewVerticesFor) {
@@ -156,8 +151,7 @@ V stepAside(const V& p, const Points& points, bool closed) {
 }
 
 TEST(PolylineWinding, AgreesWithAnglesSweptOnGrids) {
-  for (unsigned seed = 0; seed < 20000; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(20000, [&](Random& random, unsigned seed) {
     const bool closed = random.integer(0, 3) > 0;
     const Points points = random.gridPoints(random.integer(1, 9), 4);
     // Powers of two change no angle, also where squares leave the range of doubles.
@@ -169,7 +163,7 @@ TEST(PolylineWinding, AgreesWithAnglesSweptOnGrids) {
     const double swept = sweptAround(aside, points, closed);
     ASSERT_NEAR(line.generalWindingAngle(scale * p).plain(), swept, closed ? 1e-12 : 0.02) << seed;
     ASSERT_TRUE(!closed || line.within(scale * p) == (std::fabs(swept) > kPi)) << seed;
-  }
+  });
 }
 
 // The points around one on the slanted side, one step of the last bit apart: rounding puts many on the wrong side.
@@ -201,8 +195,7 @@ qc_shapes::Winding windingOnGrid(const Points& points, const V& p) {
 
 // At every instruction-set level and by way of cells, in polygons of all sizes: tangled ones, combs and thin ones.
 TEST(PolylineWinding, IsTheSameInEveryWay) {
-  for (unsigned seed = 0; seed < 1500; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(1500, [&](Random& random, unsigned seed) {
     const int count = random.integer(1, seed % 4 == 0 ? 200 : 20), size = random.flip() ? 6 : 1000;
     Points points = random.gridPoints(count, size);
     for (int i = 0; seed % 3 == 0 && i < count; ++i) points[static_cast<std::size_t>(i)] = V(i, i % 2 * size);
@@ -224,14 +217,13 @@ TEST(PolylineWinding, IsTheSameInEveryWay) {
       }
       ASSERT_TRUE(expected.touches || far != 0 || prepared.within(at) == (expected.number != 0)) << seed;
     }
-  }
+  });
   EXPECT_THROW(qcPreparedPolygon(qcPolyline({{0, 0}, {1, 0}, {1, 1}}, false)), qcShapesError::NotRegion);
 }
 
 // Positions are recorded piece by piece and joined afterwards; points alone are written joined.
 TEST(PolylineSampling, GivesTheSamePointsInBothWays) {
-  for (unsigned seed = 0; seed < 2000; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(2000, [&](Random& random, unsigned seed) {
     const Points points = random.gridPoints(random.integer(1, seed % 50 == 0 ? 200 : 9), random.integer(0, 9));
     const qcPolyline line(points, random.flip());
     qcShape::qcSampleParams params(0, random.integer(0, 3) * 0.7, random.flip() ? 4 : 1000, false, false);
@@ -249,15 +241,13 @@ TEST(PolylineSampling, GivesTheSamePointsInBothWays) {
     params.recordPositions_(true);
     ASSERT_EQ(throws(apart), overflows) << seed;
     ASSERT_EQ(joined, apart) << seed;
-  }
+  });
 }
 
 // ---- hulls and distances
 
 TEST(PolylineHulls, AreConvexAndHoldEveryVertex) {
-  for (unsigned seed = 0; seed < 2000; ++seed) {
-    SCOPED_TRACE(seed);
-    Random random(seed);
+  forSeeds<Random>(2000, [&](Random& random, unsigned) {
     const int size = random.integer(0, 9), count = random.integer(1, 60);
     Points points = random.gridPoints(count, size);
     const qcPolyline line(points, random.flip()), hull = line.convexHull();
@@ -281,16 +271,14 @@ TEST(PolylineHulls, AreConvexAndHoldEveryVertex) {
     points.insert(points.begin() + random.integer(0, count), V(NAN, 1));
     points.push_back({0, NAN});
     EXPECT_EQ(qcPolyline(points, true).convexHull(), hull);
-  }
+  });
   Points circle;  // of which every vertex stays
   for (int i = 0; i < 1000; ++i) circle.push_back(V(1, qcRadian(i * kPi / 500)));
   EXPECT_EQ(qcPolyline(circle, true).convexHull().numVertices(), 1000);
 }
 
 TEST(PolylineDistances, AreTheLeastOfAWalk) {
-  for (unsigned seed = 0; seed < 300; ++seed) {
-    SCOPED_TRACE(seed);
-    Random random(seed);
+  forSeeds<Random>(300, [&](Random& random, unsigned) {
     const auto made = [&random] {
       Points points;
       const V around = random.point();
@@ -312,16 +300,15 @@ TEST(PolylineDistances, AreTheLeastOfAWalk) {
     }
     EXPECT_LE(distance, least + 1e-12);
     EXPECT_GE(distance, least - spacing);
-  }
+  });
   V p, q;
   // Ends a few steps of the last bit beside the same line.
-  for (unsigned seed = 0; seed < 20000; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(20000, [&](Random& random, unsigned seed) {
     const auto near = [&random](double t) { return V(t, 0.7 * t) + std::ldexp(1, -52) * random.gridPoint(6); };
     const qcPolyline a({near(-1), near(1)}, false), b({near(random.real(-1, 0)), near(random.real(0, 1))}, false);
     a.nearestPoints(b, p, q);
     ASSERT_LE(p.distance(q) + a.nearestPoint(p).distance(p) + b.nearestPoint(q).distance(q), 4e-15) << seed;
-  }
+  });
   for (const Points& later : {Points{{8, 1}, {8, -1}, {2, -1}, {2, 1}}, Points{{8, 1}, {2, 1}}}) {
     qcPolyline({{0, 0}, {10, 0}}, false).nearestPoints(qcPolyline(later, false), p, q);
     EXPECT_EQ(p, V(2, 0));  // the first along a, though the last along the other
@@ -331,8 +318,7 @@ TEST(PolylineDistances, AreTheLeastOfAWalk) {
 // No number crashes or hangs what is measured.
 TEST(PolylineMeasures, AnswerAnyNumbers) {
   const double numbers[] = {0, -0.0, 1, -1, 1e-320, 1e308, -1e308, HUGE_VAL, -HUGE_VAL, std::nan(""), 3};
-  for (unsigned seed = 0; seed < 3000; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(3000, [&](Random& random, unsigned) {
     const auto point = [&] { return V(numbers[random.integer(0, 10)], numbers[random.integer(0, 10)]); };
     Points points, others;
     for (int n = random.integer(1, 30); n > 0; --n) points.push_back(point()), others.push_back(point());
@@ -352,7 +338,7 @@ TEST(PolylineMeasures, AnswerAnyNumbers) {
     rect.within(point());
     rect.encloseImageRect({{q.x(), p.x(), q.y(), p.y()}, point()});
     if (std::isfinite(p.x())) qcAffineRectangle(rect).xRotation(qcRadian(p.x()));
-  }
+  });
 }
 
 // ---- affine rectangles
@@ -451,8 +437,7 @@ TEST(AffineRectangles, RefuseWhatSpansNoAreaAndStayAsTheyAre) {
 
 // Corners and points of the sides are inside, also where rounding would put them elsewhere.
 TEST(AffineRectangles, HoldTheirSides) {
-  for (unsigned seed = 0; seed < 2000; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(2000, [&](Random& random, unsigned seed) {
     const V po = random.gridPoint(40), x = random.gridPoint(40) - V(20, 20), y = random.gridPoint(40) - V(20, 20);
     const Rect rect({{x.x(), y.x(), x.y(), y.y()}, po});
     const qcGenRect same(po, x, y);
@@ -467,7 +452,7 @@ TEST(AffineRectangles, HoldTheirSides) {
     }
     EXPECT_EQ(same.degen(), rect.degen());
     EXPECT_EQ(rect.distToPoint(po + x / 4), 0);
-  }
+  });
 }
 
 TEST(AffineRectangles, CoverExactlyThePixelsThatTheirImageTouches) {
@@ -478,8 +463,7 @@ TEST(AffineRectangles, CoverExactlyThePixelsThatTheirImageTouches) {
   EXPECT_EQ(around({1 - tiny, 0.5}, 1 + tiny), qcPelRect(0, 0, 3, 2));  // from 1 - 2^-60 on
   EXPECT_EQ(around({1e300, -1e300}, 1), qcPelRect(2147483647, -2147483647 - 1, 0, 0));
   // Products of 24 bits and their sums fit extended precision.
-  for (unsigned seed = 0; seed < 2000; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(2000, [&](Random& random, unsigned seed) {
     const int bits = seed % 2 ? 2 : 20;
     const auto number = [&] { return std::ldexp(random.integer(-(8 << bits), 8 << bits), -bits); };
     const qcXform<2> rect({number(), number(), number(), number()}, {number(), number()});
@@ -498,7 +482,7 @@ TEST(AffineRectangles, CoverExactlyThePixelsThatTheirImageTouches) {
               qcPelRect::fromCorners(static_cast<long>(low[0]), static_cast<long>(low[1]), static_cast<long>(high[0]),
                                      static_cast<long>(high[1])))
         << seed;
-  }
+  });
 }
 
 }  // namespace

@@ -1,22 +1,8 @@
 // Pools of pixel roots.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <climits>
-#include <cstdint>
-#include <functional>
-#include <memory>
-#include <mutex>
-#include <optional>
-#include <random>
-#include <thread>
-#include <vector>
 
 #include "support/bytes.h"
-#include "vnxstd/pelbuf/fill.h"
-#include "vnxstd/pelbuf/rootpool.h"
+#include "support/test.h"
+#include "vnxstd/pelbuf.h"
 #include "vnxstd/timer/timeout.h"
 
 namespace {

@@ -2,16 +2,11 @@
 // the bytes are, reading them gives a documented error or objects that can be stored, within bounds of time and memory,
 // and leaves nothing behind. VNXSTD_MUTATIONS in the environment is the number of random changes.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
-#include <random>
 
 #include "support/allocations.h"
 #include "support/samples.h"
+#include "support/test.h"
 #include "vnxstd/dib/dib.h"
 #include "vnxstd/vdb/vdbr_com.h"
 

@@ -1,22 +1,13 @@
 // Databases in files whose every call of the system fails in its turn, and programs that are killed at any of them.
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <csignal>
-#include <cstdint>
-#include <cstdio>
-#include <filesystem>
-#include <functional>
-#include <map>
-#include <random>
-#include <set>
-#include <vector>
 
 #include <dlfcn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/archivable.h"
+#include "support/folder.h"
 #include "vnxstd/archive.h"
 #include "vnxstd/vdb.h"
 
@@ -82,21 +73,12 @@ extern "C" int fsync(int) { return goesWrong(Call::sync) ? errno = plan.error, -
 
 namespace {
 
-class Entry : public virtual qcVDBRecordBase {
- public:
+struct Entry : Archivable<Entry, qcVDBRecordBase> {
   explicit Entry(int v = 0) : value(v), text(static_cast<std::size_t>(v) * 37 % 400, 'x') {}
-  static qcPersistent* make() { return new Entry; }
+  void fields(qcArchive& archive) { archive || value || text; }
   int value;
   std::string text;
-
- protected:
-  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &Entry::serialize_); }
-  void serialize_(qcArchive& archive, unsigned char) {
-    qcVDBRecordBase::dispatchSerialize(archive);
-    archive || value || text;
-  }
 };
-const qc_Instantiator registered(typeid(Entry), Entry::make);
 
 /// A change of a database: what record `number` holds from then on. It is nothing once it is removed.
 struct Change {
@@ -112,18 +94,10 @@ qcVDBHeader graded(int grade) {
 }
 
 /// A database file of its own. `done` tells what was done, and `begun` what has been begun last.
-class Files : public testing::Test {
+class Files : public InFolder {
  protected:
-  Files() {
-    plan = Plan();
-    std::filesystem::create_directory(folder_);
-  }
-  ~Files() override {
-    plan = Plan();
-    std::filesystem::remove_all(folder_);
-  }
-
-  std::wstring path() const { return (folder_ / "base").wstring(); }
+  Files() { plan = Plan(); }
+  ~Files() override { plan = Plan(); }
 
   /// Holds the file against what was done; `begun` may have happened or not. Nothing else is there, and the file takes
   /// another record.
@@ -146,18 +120,14 @@ class Files : public testing::Test {
       const int grade = static_cast<int>(header.currentGrade());
       EXPECT_TRUE(grade == found->second.grade || (asBegun && grade == begun.grade)) << number << ' ' << grade;
     }
-    for (const auto& [number, change] : kept) {
+    for (const auto& [number, change] : kept)
       EXPECT_TRUE(numbers.count(number) != 0 || (number == begun.number && begun.value == 0)) << number;
-    }
     const Entry next(12345);
     database.gotoRecord(database.storeNewRecord(&next));
     const std::unique_ptr<qcVDBRecordBase> again(database.loadRecord());
     EXPECT_EQ(dynamic_cast<Entry&>(*again).value, 12345);
     EXPECT_EQ(database.archive().unfinished(), qcArchive::Position(0));
   }
-
-  std::filesystem::path folder_ =
-      std::filesystem::temp_directory_path() / ("files-" + std::to_string(std::random_device()()));
 };
 
 void enter(std::map<long, Change>& kept, const Change& change) {
@@ -249,7 +219,7 @@ TEST_F(Files, KeepWhatWasAcknowledgedWhicheverCallFails) {
     make(database, {{1, 1, 1}, {2, 2, 1}, {3, 300, 1}, {7, 7, 1}}, {},
          [&](const Change& change, bool) { base[change.number] = change; });
   }
-  std::filesystem::copy_file(path(), folder_ / "kept");
+  std::filesystem::copy_file(path(), path("kept"));
   const Changes operations[] = {{},          {{4, 4, 1}, {5, 255, 3}}, {{2, 2, 2}}, {{3, 33, 2}},
                                 {{7, 0, 0}}, {{7, 0, 0}, {7, 8, 2}}};
   const Plan faults[] = {{.call = Call::read, .error = EIO},
@@ -269,7 +239,7 @@ TEST_F(Files, KeepWhatWasAcknowledgedWhicheverCallFails) {
       for (std::size_t operation = 0; operation < std::size(operations); ++operation) {
         bool reached = true;
         for (int at = 0; reached; ++at) {
-          std::filesystem::copy_file(folder_ / "kept", path(), std::filesystem::copy_options::overwrite_existing);
+          std::filesystem::copy_file(path("kept"), path(), std::filesystem::copy_options::overwrite_existing);
           std::map<long, Change> kept = base;
           Change begun;
           bool failed = false;

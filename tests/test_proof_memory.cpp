@@ -1,17 +1,13 @@
 // Every allocation fails in its turn, alone and with all behind it: operations throw std::bad_alloc, lose nothing and
 // leave what they work on as it was.
 
-#include <gtest/gtest.h>
-
-#include <functional>
-
 #include "support/allocations.h"
 #include "support/samples.h"
+#include "support/test.h"
 #include "vnxstd/cfit.h"
 #include "vnxstd/dib.h"
 #include "vnxstd/math.h"
 #include "vnxstd/pelbuf.h"
-#include "vnxstd/pelbuf/rootpool.h"
 #include "vnxstd/rlebuf.h"
 #include "vnxstd/shapes.h"
 #include "vnxstd/vdb/vdbarch.h"
@@ -57,27 +53,18 @@ using Edits = std::vector<std::function<void(T&)>>;
 /// Each edit of copies of an object that can be archived.
 template <class T>
 void expectSafeEdits(const T& start, const Edits<T>& edits) {
-  for (std::size_t i = 0; i < edits.size(); ++i) {
+  for (std::size_t i = 0; i < edits.size(); ++i)
     expectSafe(
         "edit " + std::to_string(i), [&] { return std::make_unique<T>(start); }, edits[i],
         [](const T& target) { return stored(kBig, false, target); });
-  }
 }
 
 TEST(Memory, StoresAndLoads) {
-  for (const ArchiveSample& sample : archiveSamples()) {
+  for (const ArchiveSample& sample : archiveSamples())
     expectSafe(
         "store " + sample.name, [&] { return &sample; },
-        [](const ArchiveSample& s) {
-          qcMemoryArchive archive(kLittle, true);
-          s.store(archive);
-        },
-        [](const ArchiveSample& s) {
-          qcMemoryArchive archive(kLittle, false);
-          s.store(archive);
-          return bytesOf(archive);
-        });
-  }
+        [](const ArchiveSample& s) { bytesOf(s.store, kLittle, true); },
+        [](const ArchiveSample& s) { return bytesOf(s.store, kLittle); });
   for (const Sample& sample : samples()) {
     // Graphs need memory to be taken apart; the long ones take long, and have nothing that others have not.
     if (sample.name.starts_with("graph") || sample.bytes.size() > 6000) continue;
@@ -127,11 +114,10 @@ TEST(Memory, Computations) {
       runs, {[](auto& image) { image = image.gmorphMin(qcRLEBuffer::square); },
              [](auto& image) { image = qcRLEBuffer(7, 5, 3); }, [](auto& image) { image.image(); },
              [](auto& image) { image = image.mask(image, 1, 2); }, [](auto& image) { qcRLERegions regions(image); }});
-  for (const auto& edit : Edits<qcDIB>{[&](auto& dib) { dib.init(pels); }, [&](auto& dib) { dib = bitmap; }}) {
+  for (const auto& edit : Edits<qcDIB>{[&](auto& dib) { dib.init(pels); }, [&](auto& dib) { dib = bitmap; }})
     expectSafe(
         "bitmap", [&] { return std::make_unique<qcDIB>(small); }, edit,
         [](const qcDIB& dib) { return std::pair(dib.pixels(), dib.rowBytes()); });
-  }
 }
 
 /// A database in memory, whose last record is the current one.

@@ -1,13 +1,7 @@
 // Shapes drawn into images: against every pel asked by itself, in windows with sentinels around them.
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cmath>
-#include <functional>
-#include <limits>
-#include <vector>
 
 #include "std/pelbuf/dispatch.h"
+#include "support/test.h"
 #include "vnxstd/math/random.h"
 #include "vnxstd/pelbuf.h"
 #include "vnxstd/shapes.h"
@@ -344,9 +338,8 @@ TEST(RasterizeTest, ThinContoursAreConnectedAndNear) {
     });
     // What can be reached from one pel is all.
     std::vector<std::array<long, 2>> left, reached;
-    for (long k = 0; k < 36 * 36; ++k) {
+    for (long k = 0; k < 36 * 36; ++k)
       if (canvas.isSet(k % 36 - 2, k / 36 - 2)) left.push_back({k % 36, k / 36});
-    }
     ASSERT_FALSE(left.empty());
     reached = {left[0]};
     for (std::size_t next = 0; next < reached.size(); ++next) {

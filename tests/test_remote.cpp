@@ -1,30 +1,14 @@
 // Images on the other side of a connection.
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <climits>
 #include <csignal>
-#include <cstring>
-#include <memory>
-#include <random>
-#include <string>
-#include <thread>
-#include <tuple>
-#include <typeinfo>
-#include <vector>
 
 #include "support/bytes.h"
 #include "support/peer.h"
+#include "support/test.h"
 #include "vnxstd/archive/memory.h"
 #include "vnxstd/comm/transfer.h"
-#include "vnxstd/except/catalogue.h"
-#include "vnxstd/except/typename.h"
-#include "vnxstd/pelbuf/arith.h"
-#include "vnxstd/pelbuf/copy.h"
-#include "vnxstd/pelbuf/fill.h"
-#include "vnxstd/pelbuf/measure.h"
+#include "vnxstd/except.h"
+#include "vnxstd/pelbuf.h"
 #include "vnxstd/timer/timeout.h"
 
 namespace {
@@ -41,9 +25,8 @@ qcPelBuffer<T> noise(long width, long height, unsigned seed = 1) {
     if constexpr (std::is_floating_point_v<T>) {
       pel = static_cast<T>(random());
     } else {  // any bits are a pel, of pairs of floats these
-      for (std::size_t i = 0; i < sizeof pel; ++i) {
+      for (std::size_t i = 0; i < sizeof pel; ++i)
         reinterpret_cast<unsigned char*>(&pel)[i] = static_cast<unsigned char>(random() % 100);
-      }
     }
   }
   image.copyFromBuffer(pels.data());

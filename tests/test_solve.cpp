@@ -1,14 +1,7 @@
 // Quadratic equations against exact integer discriminants, dense systems against integer solutions and published
 // condition numbers.
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
-#include <limits>
-#include <random>
-#include <vector>
-
+#include "support/test.h"
 #include "vnxstd/math/solve.h"
 
 namespace {

@@ -1,22 +1,11 @@
 // Many threads on what they share: nothing is lost, nothing is handed out twice, and no wait ends early.
-#include <gtest/gtest.h>
 
-#include <array>
-#include <atomic>
 #include <barrier>
-#include <cstdlib>
-#include <functional>
-#include <memory>
-#include <mutex>
-#include <random>
-#include <thread>
-#include <vector>
 
-#include "vnxstd/archive/memory.h"
-#include "vnxstd/archive/pool.h"
+#include "support/test.h"
+#include "vnxstd/archive.h"
 #include "vnxstd/math/xflinear.h"
-#include "vnxstd/pelbuf/fill.h"
-#include "vnxstd/pelbuf/rootpool.h"
+#include "vnxstd/pelbuf.h"
 #include "vnxstd/sync/sync.h"
 #include "vnxstd/timer/timeout.h"
 

@@ -1,17 +1,10 @@
 // Timers, time limits and what waits.
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-#include <functional>
 #include <future>
-#include <memory>
-#include <thread>
-#include <vector>
 
+#include "support/test.h"
 #include "vnxstd/sync/sync.h"
-#include "vnxstd/timer/timeout.h"
-#include "vnxstd/timer/timer.h"
+#include "vnxstd/timer.h"
 
 namespace {
 
@@ -99,25 +92,8 @@ TEST(Timers, AgreeOnSeconds) {
 
 // --- waiting --------------------------------------------------------------------------------------------------------
 
-TEST(Semaphore, GivesEachUnitToOneThread) {
-  constexpr long kThreads = 4, kUnits = 500;
-  qcSemaphore semaphore(kUnits);
-  qcMutex mutex;
-  long taken = 0;
-  {
-    std::vector<std::jthread> threads;
-    for (long i = 0; i < kThreads; ++i) {
-      threads.emplace_back([&] {
-        for (long k = 0; k < kUnits; ++k) {
-          semaphore.acquire(qcDeadline());
-          const qcLock guard(mutex);
-          ++taken;
-        }
-      });
-    }
-    for (long k = 0; k < (kThreads - 1) * kUnits; ++k) semaphore.release();
-  }
-  EXPECT_EQ(taken, kThreads * kUnits);
+TEST(Semaphore, AnyDeadlineIsPassed) {
+  qcSemaphore semaphore(0);
   for (const double seconds : {0.001, 0.0, -1.0, -1e300, std::nan("")})
     EXPECT_FALSE(semaphore.acquire(qcDeadline(seconds)));
   semaphore.release();

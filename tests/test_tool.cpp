@@ -1,21 +1,14 @@
 // The tool: how near its measurements come to drawn truth, what it saves, and its exit statuses.
 
-#include <gtest/gtest.h>
 #include <png.h>
 #include <sys/wait.h>
 
-#include <algorithm>
-#include <cmath>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <limits>
 #include <nlohmann/json.hpp>
-#include <numbers>
-#include <set>
-#include <sstream>
 
+#include "support/archivable.h"
 #include "support/bytes.h"
+#include "support/folder.h"
+#include "support/test.h"
 #include "support/xml.h"
 #include "tools/vnx/blobs.h"
 #include "tools/vnx/gauge.h"
@@ -244,19 +237,13 @@ TEST(Blobs, ThresholdIsNotBetweenTwoThatAreAlike) {
   EXPECT_EQ(otsuThreshold(image), 50);
 }
 
-class Tool : public testing::Test {
+class Tool : public InFolder {
  protected:
-  void SetUp() override {
-    folder_ = std::filesystem::temp_directory_path() / ("vnx_tool_" + std::to_string(::getpid()));
-    std::filesystem::create_directories(folder_);
-  }
-  void TearDown() override { std::filesystem::remove_all(folder_); }
-
-  std::string file(const char* name) const { return (folder_ / name).string(); }
+  using InFolder::write;
   qcDIB write(const char* name, const Grey& image) const {
     qcDIB bitmap;
     bitmap.init(image);
-    bitmap.write(qf_Widen(file(name)));
+    bitmap.write(path(name));
     return bitmap;
   }
   // The exit status; what was printed goes to `output`.
@@ -268,13 +255,20 @@ class Tool : public testing::Test {
     errors = text("err");
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
-  std::string text(const char* name) const {
-    std::ostringstream all;
-    all << std::ifstream(file(name)).rdbuf();
-    return all.str();
+  /// Runs the calls of a file, on each line: the exit status, the arguments and, behind a #, something that is said.
+  void expectCalls(const std::string& name) {
+    std::ifstream calls(VNXSTD_SOURCE_DIR "/tests/golden/" + name);
+    int count = 0;
+    for (std::string line; std::getline(calls, line); ++count) {
+      const std::size_t end = line.find(" # ");
+      EXPECT_EQ(run(line.substr(1, end - 1)), line[0] - '0') << line << '\n' << output << errors;
+      EXPECT_EQ(errors.empty(), line[0] == '0') << line << errors;
+      EXPECT_TRUE(errors.empty() || errors.starts_with("vnx")) << errors;
+      const std::string said = end == std::string::npos ? "" : line.substr(end + 3);
+      EXPECT_NE((output + errors).find(said), std::string::npos) << line << '\n' << output << errors;
+    }
+    EXPECT_GT(count, 30);
   }
-
-  std::filesystem::path folder_;
   std::string output, errors;
 };
 
@@ -469,7 +463,7 @@ void store(qcArchive& archive, T*... objects) {
 TEST_F(Tool, RendersWhatArchivesHold) {
   const double nan = std::numeric_limits<double>::quiet_NaN(), inf = std::numeric_limits<double>::infinity();
   {
-    qcFileArchive archive(qf_Widen(file("shapes.arc")), qcArchive::storing);
+    qcFileArchive archive(path("shapes.arc"), qcArchive::storing);
     auto* image = new qcPelRoot<float>(4, 3);
     const float pels[] = {-5, 0, 5, 10, std::nanf(""), INFINITY, -INFINITY, -5, 10, 2.5F, -5, -5};
     for (long i = 0; i < 12; ++i) image->pels()[i / 4 * image->rowUpdate() + i % 4] = pels[i];
@@ -630,14 +624,8 @@ TEST_F(Tool, TellsArchivesByteForByte) {
 }
 
 /// One field of every kind.
-class Fields : public qcPersistent {
- public:
-  static qcPersistent* make() { return new Fields; }
-
- protected:
-  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &Fields::serialize_); }
-  void serialize_(qcArchive& archive, unsigned char) {
-    qcPersistent::dispatchSerialize(archive);
+struct Fields : Archivable<Fields> {
+  static void fields(qcArchive& archive) {
     using Limits = std::numeric_limits<double>;
     const auto put = [&archive](auto... values) { (static_cast<void>(archive || values), ...); };
     put(true, static_cast<unsigned char>(200), static_cast<signed char>(-3), 'a', short{-300},
@@ -649,7 +637,6 @@ class Fields : public qcPersistent {
     archive.reserve16();
   }
 };
-const qc_Instantiator fieldsRegistered(typeid(Fields), Fields::make);
 
 TEST_F(Tool, TellsTheKindAndValueOfEachField) {
   const std::string expected =
@@ -661,7 +648,7 @@ TEST_F(Tool, TellsTheKindAndValueOfEachField) {
     Fields fields;
     qcPersistent* pointer = &fields;
     {
-      qcFileArchive archive(qf_Widen(file("fields.arc")), qcArchive::storing, order);
+      qcFileArchive archive(path("fields.arc"), qcArchive::storing, order);
       qcPersistent::serializePointer(archive, &fields, pointer);
     }
     const Told told(file("fields.arc"));
@@ -670,7 +657,8 @@ TEST_F(Tool, TellsTheKindAndValueOfEachField) {
       said += told.entries[i].kind;
       for (const auto& fact : told.entries[i].facts) said += ' ' + fact.value;
       said += "; ";
-      EXPECT_EQ(told.entries[i].path, "/0/(anonymous namespace)::Fields/" + std::to_string(i - 4));
+      EXPECT_EQ(told.entries[i].path,
+                "/0/Archivable<(anonymous namespace)::Fields,qcPersistent>/" + std::to_string(i - 4));
     }
     EXPECT_EQ(said, expected) << static_cast<int>(told.fault);
   }
@@ -699,7 +687,7 @@ TEST_F(Tool, ListsAndDrawsBlobs) {
   EXPECT_EQ(rows[3], (std::vector<double>{1, 200, 20, 5, 10, 0, 20, 10, 0, 2}));
   EXPECT_EQ(rows[4], (std::vector<double>{2, 1, 50.5, 20.5, 50, 20, 1, 1, 0, 1}));
   qcDIB overlay;
-  overlay.init(qf_Widen(file("o.bmp")));
+  overlay.init(path("o.bmp"));
   EXPECT_EQ(overlay.width(), 240);
   qcPelBuffer<qcPackedRGB32Pel> drawn;
   overlay.pelBuffer(drawn);
@@ -719,68 +707,12 @@ TEST_F(Tool, ExitStatuses) {
   std::ofstream(file("text")) << "nothing of ours";
   qcDIB::BadFormat error(L"twice");
   qcPersistent* pointer = &error;
-  qcFileArchive twice(qf_Widen(file("twice.arc")), qcArchive::storing);
+  qcFileArchive twice(path("twice.arc"), qcArchive::storing);
   for (int i = 0; i < 2; ++i) qcPersistent::serializePointer(twice, &error, pointer);
   twice.close();
   bitmap.xOffset(std::numeric_limits<std::int32_t>::max());
-  bitmap.write(qf_Widen(file("far.bmp")));
-  const struct {
-    int status;
-    const char* call;  // with each of the words in place of *
-    std::vector<const char*> words;
-  } groups[] = {
-      {0,
-       "*",
-       {"gauge edge.bmp --roi -15,35,110,90 --find line", "gauge --roi -15,35,110,90 edge.bmp --find line", "--version",
-        "--help", "blobs edge.bmp", "gauge edge.bmp --roi '-15, 35,110, 90' --find line",
-        "gauge edge.bmp --roi affine:40,80,100,80,30 --find line",
-        "gauge edge.bmp --roi -15,35,110,90 --find line --save m.arc", "render m.arc -o r.svg"}},
-      {0, "info *", {"far.bmp", "twice.arc", "edge.bmp"}},
-      {1,
-       "*",
-       {"gauge edge.bmp --roi -15,35,30,90 --find line", "gauge edge.bmp --roi 1000,35,110,90 --find line",
-        "gauge edge.bmp --roi -15,35,110,90 --find circle", "render twice.arc -o r.svg",
-        "blobs edge.bmp --threshold 255"}},
-      {1,
-       "gauge edge.bmp --roi *",
-       {"ring:40,80,10,30 --find circle", "ring:4e9,80,10,30 --find circle", "oval:40,80,30,20,5,10 --find ellipse"}},
-      {2,
-       "gauge edge.bmp --roi * --find line",
-       {"-15,35,110", "-15,35,0,90", "-15,35,nan,90", "-15,1e308,110,1e308", "-15,35,110,90,1",
-        "affine:40,80,100,80,30,90", "affine:40,80,100,80", "affine:40,80,1e308,1e308,30", "affine:40,80,-100,80,30",
-        "ring:40,80,10,30", "square:1,2,3,4"}},
-      {2,
-       "*",
-       {"gauge edge.bmp --roi -15,35,110,90 --find square", "gauge edge.bmp --roi ring:40,80,30,10 --find circle",
-        "gauge edge.bmp --roi oval:40,80,30,20,5,40 --find ellipse", "gauge edge.bmp --find line", "", "measure",
-        "render twice.arc", "render twice.arc -o ./twice.arc", "blobs", "render -o r.svg"}},
-      {2,
-       "gauge edge.bmp --roi -15,35,110,90 --find line --*",
-       {"scans 4", "polarity up", "save edge.bmp", "overlay ./edge.bmp", "save new --overlay ./new", "unit mm",
-        "transform linear", "calib text --overlay text"}},
-      {2,
-       "blobs edge.bmp --*",
-       {"threshold 256", "threshold -1", "threshold 1x", "min-area 0", "overlay ./edge.bmp", "overlay x.svg"}},
-      {3, "gauge edge.bmp --roi -15,35,110,90 --find line --*", {"calib cut.bmp", "calib text"}},
-      {5,
-       "gauge edge.bmp --roi -15,35,110,90 --find line --*",
-       {"calib missing", "calib .", "overlay /nowhere/x.svg", "save /nowhere/x.arc"}},
-      {3, "gauge * --roi 0,0,9,9 --find line", {"cut.bmp", "text"}},
-      {3, "*", {"render edge.bmp -o r.svg", "render cut.arc -o r.svg", "info text", "info cut.arc", "blobs cut.bmp"}},
-      {3, "*", {"gauge far.bmp --roi -15,35,110,90 --find line", "blobs twice.arc", "dump text", "dump cut.arc"}},
-      {5, "*", {"render missing -o r.svg", "render m.arc -o /nowhere/r.svg", "info missing", "info .", "dump missing"}},
-      {5, "*", {"gauge missing.bmp --roi 0,0,9,9 --find line", "blobs edge.bmp --overlay /nowhere/x.bmp", "dump ."}},
-      {0, "dump twice.arc *", {"", "--json", "--hex", "--path /1"}},
-      {1, "dump twice.arc --path *", {"/2", "/0/qc"}},
-      {2, "dump *", {"", "twice.arc --path 0", "twice.arc --path /0/", "twice.arc --xml"}}};
-  for (const auto& [status, pattern, words] : groups) {
-    for (const char* word : words) {
-      std::string call = pattern;
-      EXPECT_EQ(run(call.replace(call.find('*'), 1, word)), status) << call << '\n' << output << errors;
-      EXPECT_EQ(errors.empty(), status == 0) << call;
-      EXPECT_TRUE(errors.empty() || errors.starts_with("vnx")) << errors;
-    }
-  }
+  bitmap.write(path("far.bmp"));
+  expectCalls("calls.txt");
   EXPECT_EQ(text("edge.bmp").substr(0, 2), "BM");
   if (!std::filesystem::exists("/dev/full")) return;
   for (const char* call :
@@ -791,108 +723,39 @@ TEST_F(Tool, ExitStatuses) {
 }
 
 /// A record of a class that the tool does not know.
-class Foreign : public virtual qcVDBRecordBase {
- public:
-  static qcPersistent* make() { return new Foreign; }
+struct Foreign : Archivable<Foreign, qcVDBRecordBase> {
+  void fields(qcArchive& archive) { archive || circle || same; }
   qcPtrHandle<qcCircle> circle{new qcCircle({1, 2}, 3)}, same = circle;
-
- protected:
-  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &Foreign::serialize_); }
-  void serialize_(qcArchive& archive, unsigned char) {
-    qcVDBRecordBase::dispatchSerialize(archive);
-    archive || circle || same;
-  }
 };
-const qc_Instantiator foreignRegistered(typeid(Foreign), Foreign::make);
 
 TEST_F(Tool, ListsChecksAndChangesDatabases) {
   {
-    qcVDBArchive database(qf_Widen(file("d.vdb")), true, false);
+    qcVDBArchive database(path("d.vdb"), true, false);
     Foreign record;
     record.header().comment(L"M\u00FCll");
     for (int i = 0; i < 3; ++i) database.storeNewRecord(&record);
   }
-  const auto put = [&](const char* name, const std::string& bytes) {
-    std::ofstream(file(name), std::ios::binary) << bytes;
-  };
   std::string lost = text("d.vdb");
-  put("bare.arc", "\x03\x01" + std::string(60, 'x'));
-  put("r.vdb", lost);
+  write("bare.arc", "\x03\x01" + std::string(60, 'x'));
+  write("r.vdb", lost);
   lost[11] = 0;
-  put("a.vdb", lost);
+  write("a.vdb", lost);
   write("small.bmp", Grey(4, 4));
   {
-    qcFileArchive archive(qf_Widen(file("r.vdb")), qcArchive::loading, kLittle, true);
+    qcFileArchive archive(path("r.vdb"), qcArchive::loading, kLittle, true);
     archive.seek(qcArchive::Position(archive.records().end()[-2].at));
     archive.removePointer();
   }
-  const struct {
-    std::string arguments;
-    int status;
-    const char* said;
-  } cases[] = {{"db list d.vdb", 0, "M\u00FCll"},
-               {"db show d.vdb 2", 0, "(anonymous namespace)::Foreign"},
-               {"db check d.vdb", 0, "3 records, 0 of them bad"},
-               {"db grade d.vdb 2 bad --type 7 --metric 0.25", 0, ""},
-               {"db show d.vdb 2", 0, "bad, saved as good"},
-               {"db renumber d.vdb 2 20", 0, ""},
-               {"db renumber d.vdb 1 20", 2, "taken"},
-               {"db remove d.vdb 1", 0, ""},
-               {"db show d.vdb 1", 1, "no record 1"},
-               {"db list d.vdb", 0, "        20 bad           7         0.25"},
-               {"info d.vdb", 0, "vnx db list"},
-               {"render d.vdb -o r.svg", 1, "nothing found"},
-               {"db grade d.vdb 3 excellent", 2, "excellent"},
-               {"db grade d.vdb 3 bad --type 128", 2, "-128"},
-               {"db renumber d.vdb 3 0", 2, "number"},
-               {"db show d.vdb", 2, "which record"},
-               {"db", 2, "what?"},
-               {"db extract d.vdb 20 -o one.vdb", 0, ""},
-               {"db show one.vdb 20", 0, "bad, saved as good"},
-               {"db extract d.vdb -o all", 0, ""},
-               {"db check all/record-3.vdb", 0, "1 records, 0 of them bad; 1 of classes"},
-               {"db extract d.vdb 4 -o four.vdb", 1, "no record 4"},
-               {"db extract d.vdb 3 -o ./d.vdb", 2, "different"},
-               {"db extract d.vdb 3", 2, "-o"},
-               {"db extract d.vdb -o d.vdb", 5, "d.vdb"},
-               {"db salvage d.vdb", 2, "--in-place"},
-               {"db salvage d.vdb -o one.vdb", 2, "exists"},
-               {"db salvage d.vdb -o s.vdb", 0, "nothing was lost"},
-               {"verify s.vdb", 0, "good: 1 objects"},
-               {"verify s.vdb --max-objects 1 --max-bytes 5000 --max-elements 1000 --max-depth 1", 0, "good"},
-               {"verify s.vdb --max-elements 3", 4, "limit \"elements\""},
-               {"verify s.vdb --max-bytes 20", 4, "at byte "},
-               {"verify s.vdb --max-bytes 0", 2, "--max-bytes"},
-               {"verify small.bmp --max-bytes 50", 4, "at most 50"},
-               {"db list bare.arc", 3, "no tool database"},
-               {"db extract bare.arc -o rest", 3, "no tool database"},
-               {"db list r.vdb", 0, " none "},
-               {"db show r.vdb 3", 0, " none\n"},
-               {"db extract r.vdb -o rest", 3, "record 3 has no object"},
-               {"db check rest/record-2.vdb", 0, "1 records, 0 of them bad"},
-               {"db list a.vdb", 3, "damaged at byte 2"},
-               {"db show a.vdb 2", 3, "damaged at byte 2"},
-               {"db grade a.vdb 2 good", 3, "damaged at byte 2"},
-               {"db extract a.vdb 2 -o t.vdb", 3, "damaged at byte 2"},
-               {"info a.vdb", 0, "at byte 2"},
-               {"render a.vdb -o r.svg", 1, "damaged at byte 2"},
-               {"db salvage a.vdb -o a2.vdb", 0, "nothing was lost"},
-               {"db check a2.vdb", 0, "3 records, 0 of them bad"},
-               {"db salvage missing -o t.vdb", 5, "missing"},
-               {"db list missing", 5, "missing"}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(run(c.arguments), c.status) << c.arguments << output << errors;
-    EXPECT_NE((output + errors).find(c.said), std::string::npos) << c.arguments << '\n' << output << errors;
-  }
+  expectCalls("calls_db.txt");
   const std::string whole = text("d.vdb");
   const auto check = [&](const std::string& bytes, int status, const char* said) {
-    put("e.vdb", bytes);
+    write("e.vdb", bytes);
     EXPECT_EQ(run("db check e.vdb"), status);
     EXPECT_NE(output.find(said), std::string::npos) << output;
   };
   std::string damaged = whole;
   const auto third = static_cast<std::size_t>(static_cast<std::streamoff>(
-      qcFileArchive(qf_Widen(file("d.vdb")), qcArchive::loading, qcArchive::littleEndian, true, true).findMark(3)));
+      qcFileArchive(path("d.vdb"), qcArchive::loading, qcArchive::littleEndian, true, true).findMark(3)));
   damaged[third] = 0;
   check(damaged, 3, "damaged at byte");
   EXPECT_EQ(run("dump e.vdb --json"), 3);
@@ -908,7 +771,7 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   EXPECT_EQ(run("verify e.vdb"), 3);
   EXPECT_NE(errors.find("at byte " + std::to_string(third)), std::string::npos) << errors;
   {
-    qcVDBArchive writing(qf_Widen(file("e.vdb")), false, false);
+    qcVDBArchive writing(path("e.vdb"), false, false);
     EXPECT_EQ(run("db salvage e.vdb --in-place"), 5);
     EXPECT_NE(errors.find("in use"), std::string::npos) << errors;
   }
@@ -933,7 +796,7 @@ TEST_F(Tool, SalvagesWhatIsNotDamaged) {
   for (const auto order : kOrderings) {
     std::vector<std::size_t> ends;
     {
-      qcVDBArchive database(new qcFileArchive(qf_Widen(file("d.vdb")), qcArchive::storing, order, true));
+      qcVDBArchive database(new qcFileArchive(path("d.vdb"), qcArchive::storing, order, true));
       for (int i = 1; i < 5; ++i) {
         record.header().comment(std::wstring(static_cast<std::size_t>(i), L'x'));
         database.storeNewRecord(&record);
@@ -944,7 +807,7 @@ TEST_F(Tool, SalvagesWhatIsNotDamaged) {
     const std::string whole = text("d.vdb");
     for (long number = 1; number < 5; ++number) {
       ASSERT_TRUE(extractRecord(*openArchive(file("d.vdb")), file("d.vdb"), number, file("one.vdb")));
-      qcVDBArchive one(qf_Widen(file("one.vdb")), false, false);
+      qcVDBArchive one(path("one.vdb"), false, false);
       expectRecord(one, number);
       EXPECT_NE(one.storeNewRecord(&record), number);
       expectRecord(one, number);
@@ -960,7 +823,7 @@ TEST_F(Tool, SalvagesWhatIsNotDamaged) {
       EXPECT_EQ(text("e.vdb"), bytes);
       EXPECT_EQ(isWhole, report.str().find("lost:") == std::string::npos) << report.str();
       EXPECT_EQ(Told(file("s.vdb")).fault, Fault::none) << at << report.str();
-      qcVDBArchive saved(qf_Widen(file("s.vdb")), false, false);
+      qcVDBArchive saved(path("s.vdb"), false, false);
       for (std::size_t i = 0; i < ends.size(); ++i) {
         if (at < ends[i] && (i == 0 ? at >= 44 : at >= ends[i - 1])) continue;
         SCOPED_TRACE(std::to_string(at) + report.str());

@@ -1,7 +1,5 @@
 // Trees of shapes beyond the laws of test_allshapes.
 
-#include <gtest/gtest.h>
-
 #include "support/archived.h"
 #include "support/randomshapes.h"
 #include "support/smallstack.h"
@@ -54,9 +52,7 @@ struct Nest {
 };
 
 TEST(RegionTrees, AreWhatAnOddNumberOfBoundariesSurrounds) {
-  for (unsigned seed = 0; seed < 60; ++seed) {
-    SCOPED_TRACE(seed);
-    Random random(seed);
+  forSeeds<Random>(60, [&](Random& random, unsigned seed) {
     const auto made = random.region(random.point(), 20, seed % 2, 4);
     const qcRegionTree& tree = *made;
     const Nest nest(tree);
@@ -89,7 +85,7 @@ TEST(RegionTrees, AreWhatAnOddNumberOfBoundariesSurrounds) {
     EXPECT_NEAR(tree.perimeter(), perimeter, 1e-9);
     EXPECT_EQ(tree.unregionize()->numChildren(), count);
     EXPECT_TRUE(asRegion(*flipped).flip()->equal_(tree) && !flipped->equal_(tree));
-  }
+  });
 }
 
 // Squares and cubes, over [-4, 4] x [-4, 4] one to one.
@@ -163,8 +159,7 @@ TEST(RegionTrees, TakeWhatLiesInsideAndAlternates) {
 // Small numbers, so that everything that can cross, touch and coincide does.
 TEST(RegionTrees, NestPolygonsLikeAWalkAlongTheirEdges) {
   int fitting = 0;
-  for (unsigned seed = 0; seed < 4000; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(4000, [&](Random& random, unsigned seed) {
     const qcPolyline outer(random.gridPoints(random.integer(3, 5), 4), true);
     Points corners = random.gridPoints(random.integer(3, 5), 2);
     for (V& corner : corners) corner += V(1, 1);
@@ -178,16 +173,14 @@ TEST(RegionTrees, NestPolygonsLikeAWalkAlongTheirEdges) {
     const std::wstring error = errorOf([&] { qcRegionTree(outer).addChild(qcRegionTree(inner, true)); });
     EXPECT_TRUE(inside ? error.empty() : error.starts_with(L"qcShapesError::BadGeom")) << seed;
     fitting += inside;
-  }
+  });
   EXPECT_GT(fitting, 200);
 }
 
 // ---- contours
 
 TEST(ContourTrees, OfSegmentsAreThePolylineThroughTheirEnds) {
-  for (unsigned seed = 0; seed < 300; ++seed) {
-    SCOPED_TRACE(seed);
-    Random random(seed);
+  forSeeds<Random>(300, [&](Random& random, unsigned seed) {
     const bool closed = seed % 2, simple = seed % 3 == 0;
     std::vector<V> corners;
     const int n = random.integer(2, 9);
@@ -197,9 +190,8 @@ TEST(ContourTrees, OfSegmentsAreThePolylineThroughTheirEnds) {
     }
     const qcPolyline line(corners, closed);
     qcContourTree tree(closed);
-    for (std::size_t i = 0; i + (closed ? 0 : 1) < corners.size(); ++i) {
+    for (std::size_t i = 0; i + (closed ? 0 : 1) < corners.size(); ++i)
       tree.addChild(qcLineSeg(corners[i], corners[(i + 1) % corners.size()]));
-    }
     const qcShapeInfo info(line);
     EXPECT_EQ(info, qcShapeInfo(tree));
     for (int i = 0; i < 30; ++i) {
@@ -226,15 +218,13 @@ TEST(ContourTrees, OfSegmentsAreThePolylineThroughTheirEnds) {
       tree.sample(params, result);
       EXPECT_TRUE(result == expected || !simple);
     }
-  }
+  });
 }
 
 // The end before a jump is no place behind it, whether it is asked for through trees or maps, straight or bent.
 TEST(ContourTrees, HavePlacesOnBothSidesOfAJump) {
   const qcPolyline flat({{2, 0}, {3, 0}, {3, 0}}, false);
-  for (unsigned seed = 0; seed < 40; ++seed) {
-    SCOPED_TRACE(seed);
-    Random random(seed);
+  forSeeds<Random>(40, [&](Random& random, unsigned seed) {
     const bool closed = seed % 2;
     const qcPtrHandle<qcContourTree> contour(new qcContourTree(closed));
     V end(-3, -3);
@@ -263,7 +253,7 @@ TEST(ContourTrees, HavePlacesOnBothSidesOfAJump) {
       EXPECT_NEAR_POINT(shape->perimPoint(info, place), nearest, 1e-9);
       EXPECT_NEAR_POINT(shape->subShape(info, {place, 0.1})->nearestPoint(nearest), nearest, 1e-9);
     }
-  }
+  });
 }
 
 // Pieces without length take the tangent behind or before them, up to a jump.
@@ -306,11 +296,10 @@ TEST(ContourTrees, HaveMappedPieces) {
 }
 
 TEST(ContourTrees, EncloseTheAreaOfTheirSamples) {
-  for (unsigned seed = 0; seed < 100; ++seed) {
-    Random random(seed);
+  forSeeds<Random>(100, [&](Random& random, unsigned seed) {
     const auto contour = random.contour(true);
     EXPECT_NEAR(contour->area(), chains(*contour, 1e-5)[0].areaMoment0(), 0.02) << seed;
-  }
+  });
   const qcEllipse2 ellipse({5, 7}, qcRadian(1), {3, 2}, false, qcRadian(0.5));
   const qcContourTree around({Child(new qcEllipseArc2(ellipse, qcRadian(0), qcRadian(2))),
                               Child(new qcEllipseArc2(ellipse, qcRadian(2), qcRadian(2 * kPi - 2)))},
@@ -322,9 +311,7 @@ TEST(ContourTrees, EncloseTheAreaOfTheirSamples) {
 }
 
 TEST(GeneralTrees, ConnectWhatWasTakenApart) {
-  for (unsigned seed = 0; seed < 100; ++seed) {
-    SCOPED_TRACE(seed);
-    Random random(seed);
+  forSeeds<Random>(100, [&](Random& random, unsigned seed) {
     std::vector<Child> pieces;
     const int count = random.integer(1, 4);
     double perimeter = 0;
@@ -349,7 +336,7 @@ TEST(GeneralTrees, ConnectWhatWasTakenApart) {
     }
     EXPECT_EQ(joined->flatten(false)->size(true), apart.size(true));
     for (const double bad : {-1.0, kNan}) EXPECT_THROW(apart.connect(bad), qcShapesError::BadParams);
-  }
+  });
   const qcLineSeg a({0, 0}, {4, 0}), b({4, 0}, {4, 4}), c({4, 4}, {0, 0});
   const auto triangle = qcGeneralShapeTree({Child(b.clone()), Child(c.clone()), Child(a.clone())}, false).connect();
   EXPECT_TRUE(triangle->numChildren() == 1 && triangle->child(0).within({3, 1}));
@@ -501,22 +488,6 @@ TEST(Trees, AndMappedShapesInTurnAreMeasuredOnce) {
     nest = qcPtrHandle_const<qcShape>(new qcMappedShape(tree, qc2XformLinear(), false));
   }
   EXPECT_EQ(nest->boundingBox(), qcRect(V(1, 2), V(3, 4)));
-}
-
-TEST(Trees, AreRefusedInNewerVersions) {
-  const auto check = [](auto tree, const wchar_t* place) {
-    const std::string bytes = archived(kBig, false, tree);
-    const wchar_t* const places[] = {place, L"shaptree, line: 597", L"shapes, line: 599"};
-    for (std::size_t level = 0; level < 3; ++level) {
-      std::string newer = bytes;
-      newer[6 + level] = 1;  // behind the header and the object marker
-      const std::wstring error = errorOf([&] { load(newer, tree); });
-      EXPECT_TRUE(error.starts_with(L"qcArchive::UnknownVersion") && error.ends_with(places[level])) << level;
-    }
-  };
-  check(qcContourTree(), L"shaptree, line: 2713");
-  check(qcRegionTree(square(0, 1)), L"shaptree, line: 4074");
-  check(qcGeneralShapeTree(), L"shaptree");
 }
 
 TEST(Trees, AreRefusedWhenTheyContradictThemselves) {

@@ -1,14 +1,9 @@
 // The tool database: numbers, records, grades, and what interrupted programs leave.
-#include <gtest/gtest.h>
 
-#include <filesystem>
-#include <map>
-#include <random>
-#include <set>
-#include <thread>
-
+#include "support/archivable.h"
 #include "support/bytes.h"
 #include "support/faulty.h"
+#include "support/folder.h"
 #include "vnxstd/archive/registry.h"
 #include "vnxstd/except/catalogue.h"
 #include "vnxstd/vdb.h"
@@ -16,28 +11,17 @@
 namespace {
 
 /// A part that records share.
-class Shared : public qcPersistent, public qcRepBase {
- public:
-  static qcPersistent* make() { return new Shared; }
+struct Shared : Archivable<Shared>, qcRepBase {
+  void fields(qcArchive&) {}
 };
 
-class Result : public virtual qcVDBRecordBase {
- public:
+struct Result : Archivable<Result, qcVDBRecordBase> {
   explicit Result(int v = 0) : value(v) {}
-  static qcPersistent* make() { return new Result; }
+  void fields(qcArchive& archive) { archive || value || part || again; }
   int value;
   qcPtrHandle<Shared> part, again;
-
- protected:
-  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &Result::serialize_); }
-  void serialize_(qcArchive& archive, unsigned char version) {
-    qcArchive::checkVersion(version, 0, "result", 1);
-    qcVDBRecordBase::dispatchSerialize(archive);
-    archive || value || part || again;
-  }
 };
 class Stranger : public virtual qcVDBRecordBase {};
-const qc_Instantiator sharedRegistered(typeid(Shared), Shared::make), registered(typeid(Result), Result::make);
 
 std::unique_ptr<Result> load(qcVDBArchive& database) {
   std::unique_ptr<qcVDBRecordBase> record(database.loadRecord());
@@ -215,28 +199,6 @@ TEST(Database, MarksBeyondTheNumbersOfRecordsAreNone) {
   EXPECT_EQ(memory.database->nextRecord(), 0);
 }
 
-TEST(Database, HeadersHaveTheBytesOfTheirPage) {
-  qcVDBHeader header;
-  header.currentGrade(static_cast<qcVDB::Grade>(200));
-  header.savedType(static_cast<qcVDB::ResultType>(5));
-  header.distanceMetric(1.5F);
-  header.comment(L"\u00E4");
-  const std::string bytes = stored(kLittle, false, header);
-  EXPECT_EQ(toHex(bytes), "00C80001050000C03F01FFFEE400FFFE");
-  BytesArchive archive(headOf(kLittle) + bytes);
-  qcVDBHeader back;
-  *archive || back;
-  EXPECT_EQ(back.currentGrade(), -56);
-  EXPECT_TRUE(back.savedType() == 5 && back.comment() == header.comment());
-  BytesArchive newer(headOf(kLittle) + "\x01" + bytes.substr(1));
-  try {
-    *newer || back;
-    FAIL();
-  } catch (const qcArchive::UnknownVersion& error) {
-    EXPECT_TRUE(error.file() == L"std/vdb/vdbr_com" && error.line() == 110);
-  }
-}
-
 TEST(Database, LosesNothingSyncedWhateverElseReachesTheMedium) {
   std::mt19937 random(7);
   int images = 0;
@@ -346,17 +308,12 @@ TEST(Database, HidesNoRecordBehindABitThatIsWrong) {
   }
 }
 
-class DatabaseFiles : public testing::Test {
- protected:
-  ~DatabaseFiles() override { std::filesystem::remove(path_); }
-  std::filesystem::path path_ =
-      std::filesystem::temp_directory_path() / ("vdb-" + std::to_string(std::random_device()()));
-};
+using DatabaseFiles = InFolder;
 
 TEST_F(DatabaseFiles, ChangeNothingWhenReadOnly) {
   const Result first(5);
-  qcVDBArchive(path_.wstring(), true, false).storeNewRecord(&first);
-  qcVDBArchive reader(path_.wstring(), false, true);
+  qcVDBArchive(path(), true, false).storeNewRecord(&first);
+  qcVDBArchive reader(path(), false, true);
   EXPECT_TRUE(reader.isReadOnly());
   const Result result(1);
   EXPECT_THROW(reader.storeNewRecord(&result), qcArchive::BadBuffer);

@@ -14,12 +14,10 @@ inline constexpr qcArchive::Ordering kOrderings[] = {kBig, kLittle};
 /// The bytes that the hexadecimal digits of `text` stand for; all else is skipped.
 inline std::string fromHex(std::string_view text) {
   std::string digits, bytes;
-  for (const char c : text) {
+  for (const char c : text)
     if (std::isxdigit(static_cast<unsigned char>(c))) digits.push_back(c);
-  }
-  for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
+  for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
     bytes.push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
-  }
   return bytes;
 }
 
@@ -36,9 +34,8 @@ inline std::string documentedBytes(const std::string& page) {
 
 inline std::string toHex(std::string_view bytes) {
   std::string text;
-  for (const char c : bytes) {
+  for (const char c : bytes)
     for (const int shift : {4, 0}) text.push_back("0123456789ABCDEF"[(static_cast<unsigned char>(c) >> shift) & 15]);
-  }
   return text;
 }
 

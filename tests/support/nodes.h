@@ -9,11 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "vnxstd/archive/archive.h"
-#include "vnxstd/archive/handle.h"
-#include "vnxstd/archive/persistent.h"
-#include "vnxstd/archive/registry.h"
-#include "vnxstd/archive/text.h"
+#include "vnxstd/archive.h"
 
 namespace {
 

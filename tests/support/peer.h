@@ -1,16 +1,10 @@
 // Another process at the other end of a connection.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <iostream>
-#include <memory>
-#include <typeinfo>
-
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/test.h"
 #include "vnxstd/comm/communicator.h"
 
 /// It does its work and goes; what its work throws, or false, fails the test.

@@ -1,11 +1,6 @@
 // The components of pels, one by one, and pel-wise functions against naive references.
 #pragma once
 
-#include <algorithm>
-#include <cstdint>
-#include <limits>
-#include <type_traits>
-
 #include "support/scene.h"
 #include "vnxstd/pelbuf/pel.h"
 

@@ -1,14 +1,7 @@
 // Random shapes for tests that compare their operations with each other, and the short names of such tests.
 #pragma once
 
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <limits>
-#include <numbers>
-#include <random>
-#include <vector>
-
+#include "support/test.h"
 #include "vnxstd/shapes.h"
 
 using V = qcVector<2>;
@@ -108,3 +101,13 @@ class Random {
  private:
   std::mt19937 engine_;
 };
+
+/// Calls check(random numbers, seed) for as many seeds, until one fails.
+template <class R, class Check>
+void forSeeds(unsigned count, const Check& check) {
+  for (unsigned seed = 0; seed < count && !testing::Test::HasFailure(); ++seed) {
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    R random(seed);
+    check(random, seed);
+  }
+}

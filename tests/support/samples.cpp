@@ -2,34 +2,23 @@
 
 #include <sstream>
 
+#include "support/archivable.h"
 #include "support/nodes.h"
 #include "vnxstd/archive.h"
 #include "vnxstd/dib.h"
 #include "vnxstd/math.h"
-#include "vnxstd/pelbuf/buffer.h"
-#include "vnxstd/pelbuf/fill.h"
+#include "vnxstd/pelbuf.h"
 #include "vnxstd/rlebuf/rlebuf.h"
 #include "vnxstd/shapes.h"
 #include "vnxstd/vdb.h"
 
 /// A record of a database. What its two handles refer to may be one shape.
-class GoldenRecord : public virtual qcVDBRecordBase {
- public:
-  static qcPersistent* make() { return new GoldenRecord; }
+struct GoldenRecord : Archivable<GoldenRecord, qcVDBRecordBase> {
+  void fields(qcArchive& archive) { archive || found || expected; }
   qcPtrHandle<qcShape> found, expected;
-
- protected:
-  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &GoldenRecord::serialize_); }
-  void serialize_(qcArchive& archive, unsigned char version) {
-    qcArchive::checkVersion(version, 0, "golden", 1);
-    qcVDBRecordBase::dispatchSerialize(archive);
-    archive || found || expected;
-  }
 };
 
 namespace {
-
-const qc_Instantiator registered(typeid(GoldenRecord), GoldenRecord::make);
 
 using ShapeHandle = qcPtrHandle<qcShape>;
 
@@ -131,6 +120,11 @@ std::vector<ArchiveSample> archiveSamples() {
   // A mapped shape of a mapped shape.
   const qcMappedShape::Held seen(
       new qcMappedShape(contourShape, qc2XformPerspective(qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 9)), false));
+  qcVDBHeader header;
+  header.currentGrade(static_cast<qcVDB::Grade>(200));
+  header.savedType(static_cast<qcVDB::ResultType>(5));
+  header.distanceMetric(1.5F);
+  header.comment(L"\u00E4");
   qcShape::qcSampleParams params(0.5, 2, 40, true, false);
   params.uniformMode(true);
   qcShape::qcSampleResult samples;
@@ -141,17 +135,17 @@ std::vector<ArchiveSample> archiveSamples() {
       value("text_wide", std::wstring(L"\u03C0 and \U00010348")),
       value("text_32", std::u32string(U"\x3C0 and \U00010348")),
       value("vector_of_doubles", std::vector<double>{0, -0.0, 1, 1e308, -5e-324}),
-      value("vector_of_bools", std::vector<bool>{true, false, true}), value("qcVector2", qcVector<2>(1.5, -2)),
-      value("qcVector3", qcVector<3>(1, 2, 3)), value("qcMatrix2", qcMatrix<2>(1, 2, 3, 4)),
-      value("qcMatrix3", qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4)),
+      value("vector_of_bools", std::vector<bool>{true, false, true}), value("qcPair", qcPair<long>(-2, 3)),
+      value("qcVector2", qcVector<2>(1.5, -2)), value("qcVector3", qcVector<3>(1, 2, 3)),
+      value("qcMatrix2", qcMatrix<2>(1, 2, 3, 4)), value("qcMatrix3", qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4)),
       value("qcXform2", qcXform<2>(qcMatrix<2>(1, 2, 3, 4), qcVector<2>(5, 6))),
       value("qcXform3", qcXform<3>(qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4), qcVector<3>(5, 6, 7))),
       value("qcRadian", qcRadian(0.25)), value("qcDegree", qcDegree(-30)), value("qcAngle8", qcAngle8(200)),
       value("qcAngle16", qcAngle16(40000)), value("qcRange", qcRange(-1, 3)),
-      value("qcRange_full", qcRange::FullRange()),
+      value("qcRange_full", qcRange::FullRange()), value("qcRange_empty", qcRange()),
       value("qcAngleRange", qcAngleRange(qcRadian(0.5), qcRadian(1.5), false)),
-      value("qcStatistics", qcStatistics(std::vector<double>{1, 2, 4})), value("qcRandomUniform", uniform),
-      value("qcRandomGaussian", qcRandomGaussian(-5)),
+      value("qcStatistics", qcStatistics(std::vector<double>{1, 2, 4})), value("qcStatistics_none", qcStatistics()),
+      value("qcVDBHeader", header), value("qcRandomUniform", uniform), value("qcRandomGaussian", qcRandomGaussian(-5)),
       xform("qc2XformLinear", new qc2XformLinear(qcMatrix<2>(1, 2, 3, 4), qcVector<2>(5, 6))),
       xform("qc2XformComposed", composed),
       xform("qc2XformPerspective", new qc2XformPerspective(qcMatrix<3>(2, 0, 1, 0, 3, 0, 1, 0, 4))),
@@ -368,13 +362,12 @@ Sample bitmap(unsigned bits, unsigned header) {
 }  // namespace
 
 Sample archivedSample(const ArchiveSample& sample, qcArchive::Ordering ordering, bool seekable) {
-  qcMemoryArchive archive(ordering, seekable);
-  sample.store(archive);
   const bool image = sample.name.starts_with("image");
   const bool flat =
       image || sample.name.starts_with("text") || sample.name.starts_with("vector") || sample.name == "qcRLEBuffer";
-  return {sample.name + (ordering == kBig ? " big" : " little") + (seekable ? " seekable" : ""), bytesOf(archive), flat,
-          image, [load = sample.load, ordering, seekable](std::string_view bytes) -> Sample::Again {
+  return {sample.name + (ordering == kBig ? " big" : " little") + (seekable ? " seekable" : ""),
+          bytesOf(sample.store, ordering, seekable), flat, image,
+          [load = sample.load, ordering, seekable](std::string_view bytes) -> Sample::Again {
             qcMemoryArchive from(bytes.data(), static_cast<long>(bytes.size()), seekable);
             return [=, store = load(from)] {
               qcMemoryArchive to(ordering, seekable);
@@ -386,17 +379,10 @@ Sample archivedSample(const ArchiveSample& sample, qcArchive::Ordering ordering,
 }
 
 Case plain(const ArchiveSample& sample) {
-  return {sample.name,
-          [sample](qcArchive::Ordering ordering) {
-            qcMemoryArchive made(ordering, false);
-            sample.store(made);
-            return bytesOf(made);
-          },
+  return {sample.name, [sample](qcArchive::Ordering ordering) { return bytesOf(sample.store, ordering); },
           [sample](const std::string& bytes) {
             BytesArchive from(bytes);
-            qcMemoryArchive to(from->ordering(), false);
-            sample.load (*from)(to);
-            return bytesOf(to);
+            return bytesOf(sample.load(*from), from->ordering());
           }};
 }
 
@@ -422,12 +408,10 @@ std::vector<Sample> samples() {
     all.push_back(archivedSample(values[i], kOrderings[i % 2], false));
     all.push_back(archivedSample(values[i], kOrderings[1 - i % 2], true));
   }
-  for (const Case& c : {seekable(), database()}) {
+  for (const Case& c : {seekable(), database()})
     all.push_back({c.name, c.make(kLittle), false, false,
                    [c](std::string_view bytes) { return [again = c.rewrite(std::string(bytes))] { return again; }; }});
-  }
-  for (const unsigned bits : {1U, 4U, 8U, 16U, 24U, 32U}) {
+  for (const unsigned bits : {1U, 4U, 8U, 16U, 24U, 32U})
     for (const unsigned header : {40U, 124U}) all.push_back(bitmap(bits, header));
-  }
   return all;
 }

@@ -12,6 +12,15 @@
 /// Stores what was loaded.
 using Store = std::function<void(qcArchive&)>;
 
+inline std::string bytesOf(const Store& store, qcArchive::Ordering ordering, bool seekable = false) {
+  qcMemoryArchive archive(ordering, seekable);
+  store(archive);
+  return bytesOf(archive);
+}
+
+/// Whether samples are held against what they were before a load that failed.
+inline bool looksAtFailedLoads = false;
+
 /// A value that can be archived.
 struct ArchiveSample {
   std::string name;
@@ -24,8 +33,16 @@ ArchiveSample held(const std::string& name, std::shared_ptr<T> object) {
   return {name, [object](qcArchive& to) { to || *object; },
           [](qcArchive& from) -> Store {
             const auto loaded = std::make_shared<T>();
-            from || *loaded;
-            return [loaded](qcArchive& to) { to || *loaded; };
+            const Store store = [loaded](qcArchive& to) { to || *loaded; };
+            constexpr bool isVector = requires(T t) { t.pop_back(); };
+            const std::string before = looksAtFailedLoads ? bytesOf(store, kBig) : "";
+            try {
+              from || *loaded;
+            } catch (const qcException&) {  // which leaves all but vectors as they were
+              if (looksAtFailedLoads && !isVector && bytesOf(store, kBig) != before) throw std::logic_error("changed");
+              throw;
+            }
+            return store;
           }};
 }
 

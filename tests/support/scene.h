@@ -2,16 +2,8 @@
 // tested at.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <functional>
-#include <limits>
-#include <random>
-#include <type_traits>
-#include <vector>
-
 #include "std/pelbuf/dispatch.h"
+#include "support/test.h"
 #include "vnxstd/pelbuf.h"
 
 namespace scene {
@@ -54,9 +46,8 @@ struct Scene {
         pitch(width + 2 * margin + (fillsRows ? 0 : kPadding)),
         memory(static_cast<std::size_t>(pitch * (height + 2 * margin) + 1)) {
     const long rarity = 1 + below(2) * 7, kinds = 1 + below(5);
-    for (Stored& pel : memory) {
+    for (Stored& pel : memory)
       for (int i = 0; i < qcPelTraits<T>::elements; ++i) element<T>(pel, i) = randomNumber<Element<T>>(rarity, kinds);
-    }
     buffer = qcPelBuffer<T>(
         qcPtrHandle<qcPelRoot<T>>(new qcPelRoot<T>(pitch, height + 2 * margin, pitch, memory.data() + 1, 1)));
     buffer.subWindow(margin, margin, width, height);
@@ -91,17 +82,15 @@ inline void forEachCase(const std::function<void(long width, long height, bool f
 
 /// Visits the places of a window row by row.
 void forEachPel(const qcPelRect& window, const auto& visit) {
-  for (long y = window.y0(); y < window.y1(); ++y) {
+  for (long y = window.y0(); y < window.y1(); ++y)
     for (long x = window.x0(); x < window.x1(); ++x) visit(x, y);
-  }
 }
 
 /// Expects the window to be what `expected` says, and all other memory, padding included, as it was in `old`.
 template <class T>
 void expectWindow(Scene<T>& scene, Scene<T> old, const std::function<qcStoredPel<T>(long x, long y)>& expected) {
-  for (long y = 0; y < scene.buffer.height(); ++y) {
+  for (long y = 0; y < scene.buffer.height(); ++y)
     for (long x = 0; x < scene.buffer.width(); ++x) old.at(x, y) = expected(x, y);
-  }
   EXPECT_EQ(std::memcmp(scene.memory.data(), old.memory.data(), old.memory.size() * sizeof old.memory[0]), 0);
 }
 

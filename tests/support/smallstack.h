@@ -1,10 +1,8 @@
 // Runs what must get by on little stack.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <pthread.h>
-
-#include <functional>
+#include "support/test.h"
 
 /// Calls `run` in a thread whose stack has that many bytes, and waits for it.
 inline void onStackOf(std::size_t bytes, std::function<void()> run) {

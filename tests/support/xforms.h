@@ -30,9 +30,8 @@ inline NamedXforms transforms() {
     add("polynomial " + std::to_string(order), new qc2XformPoly(order, x, y, {0.5, -1}, {0.1, 0.08}));
   }
   std::vector<qcVector<2>> from, to;
-  for (int i = -2; i <= 2; ++i) {
+  for (int i = -2; i <= 2; ++i)
     for (int j = -2; j <= 2; ++j) from.emplace_back(5.0 * i, 5.0 * j);
-  }
   for (const qcVector<2>& p : from) to.push_back(p + qcVector<2>(0.5 * unit(engine), 0.5 * unit(engine)));
   for (const double d : {-0.1, 0.0, 0.1}) {
     from.emplace_back(3 + d, 2);
