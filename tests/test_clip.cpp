@@ -350,6 +350,7 @@ TEST(PartsOfParts, FallApartIntoInsideAndOutside) {
       if (polygon.area() == 0) continue;
       const Shape inside = shape->clip(polygon, false), outside = shape->clip(outsideOf(polygon), false);
       ASSERT_NEAR(area(*inside) + area(*outside), area(*shape), 1e-9);
+      ASSERT_NEAR(area(*inside->clip(polygon, false)) + area(*outside->clip(polygon, false)), area(*inside), 1e-9);
       shape = area(*inside) > area(*outside) ? inside : outside;
     }
   });
@@ -463,6 +464,11 @@ const Example kExamples[] = {
     {"a circle around", new qcCircle({5, 5}, 8), kBox, Result::clipped, 100, 1},
     {"a point", new qcCircle({5, 5}, 0), kBox, Result::inside, 0, 1},
     {"a point outside", new qcCircle({5, 15}, 0), kBox, Result::outside, 0, 0},
+    {"a whole turn, and on",
+     new qcContourTree({Child(new qcEllipseArc2({{5, 5}, {}, {1, 1}, true, {}}, {}, qcRadian(2 * kPi))),
+                        Child(new qcLineSeg({12, 2}, {12, 8}))},
+                       true, false),
+     kBox, Result::clipped, kPi + 8, 1},
     {"a hole kept", withHole(box(2, 2, 12, 8), qcCircle({5, 5}, 1)), kBox, Result::clipped, 48 - kPi, 1},
     {"a hole opened", withHole(box(2, 2, 12, 8), qcCircle({10, 5}, 1)), kBox, Result::clipped, 48 - kPi / 2, 1},
     {"a ring cut in two", withHole(qcCircle({5, 5}, 20), qcCircle({5, 5}, 18)), box(-30, 0, 40, 2), Result::clipped, -1,

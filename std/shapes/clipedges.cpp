@@ -267,7 +267,8 @@ class Finder {
     // The part of the line in the ellipse holds neither end of the cut, nor does it cross the chord: all of it is on
     // the cut or none, and on one side of the chord.
     if (!(middle > 0 && middle < 1)) return;
-    const int side = sideU == sideV ? sideU : orientation(a, b, pointBetween(low, high, middle));
+    const bool beforeChord = sideU == sideV || middle < exactCrossing(low, high, a, b);
+    const int side = beforeChord == forward ? sideU : sideV;
     if (side == turn) return;
     add(false, -turn);
     add(true, turn);

@@ -58,7 +58,8 @@ class Collector {
  public:
   Collector(ClipOutline& outline, bool closed) : outline_(outline), closed_(closed) {}
 
-  void add(const qcShape& shape) {
+  /// `alone` is a shape that is all of the contour.
+  void add(const qcShape& shape, bool alone = true) {
     if (const auto* segment = dynamic_cast<const qcLineSeg*>(&shape)) {
       goTo(segment->p1());
       outline_.addSegment(segment->p2());
@@ -70,18 +71,19 @@ class Collector {
       const double from = arc->phiStart().plain(), to = arc->phiEnd().plain();
       // The seam of a whole ellipse is best where no polygon touches it that has it for an incircle.
       constexpr double kAside = 0.7;
-      const bool whole = closed_ && outline_.chains.size() == before_ && std::fabs(to - from) >= qcRadian::turn;
+      const bool whole = alone && closed_ && std::fabs(to - from) >= qcRadian::turn;
       const double aside = whole && !arc->ellipse().isDegenerate() ? kAside : 0;
       const V start = aside != 0 ? arc->ellipse().point(qcRadian(from + aside)) : arc->startPoint();
       goTo(start);
       addArc(outline_, arc->ellipse(), from + aside, to + aside, aside != 0 ? start : arc->endPoint());
     } else if (const auto* contour = dynamic_cast<const qcContourTree*>(&shape)) {
-      for (const qcShape* element : contour->elements_()) add(*element);
+      const std::vector<const qcShape*> elements = contour->elements_();
+      for (const qcShape* element : elements) add(*element, alone && elements.size() == 1);
     } else {
       const Handle held = shape.decompose();
       const qcShape& parts = *held;
       if (typeid(parts) == typeid(shape)) throw qcShapesError::NotImplemented();  // a primitive that is not known here
-      add(parts);
+      add(parts, alone);
     }
   }
 
