@@ -160,6 +160,15 @@ TEST(ShapeInfo, BuildersCombineTheLengthsOfPieces) {
   positions = {{1, 0}, {0, 1}, {2, 1}};
   qfConvertPerimPositions(round, 2, gaps, 0, positions);
   EXPECT_EQ(positions, (std::vector<qcPerimPos>{{2, 5}, {2, 2}, {0, 1}}));
+  positions = {{3, 8}};  // the start may lie elsewhere
+  qfConvertPerimPositions(taken, 0, taken, 0, positions);
+  EXPECT_EQ(positions[0], qcPerimPos(3, 8));
+  info.extract_(2, other);
+  positions = {{0, 9}};
+  qfConvertPerimPositions(other, 0, info, 2, positions);
+  EXPECT_EQ(positions[0], qcPerimPos(2, 5));
+  EXPECT_TRUE(alone.distanceAlong({0, 15}) == 13 && alone.perimPos({0, 15}, -3) == qcPerimPos(1, 5));
+  EXPECT_TRUE(round.distanceAlong({3, 2}) == 12 && round.distanceAlong({3, 3}) == 1);
   for (const qcShapeInfo& closed : {round, qcShapeInfo(qcRect())}) {
     EXPECT_THROW(closed.distanceAlong({0, kInf}), qcShapesError::BadParams);
     EXPECT_THROW(closed.perimPos(kInf), qcShapesError::BadParams);

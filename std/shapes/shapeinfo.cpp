@@ -8,6 +8,14 @@ namespace {
 
 constexpr double kRounding = 1e-12;  // of lengths, relatively
 
+// A distance from the start as one on the boundary. The whole length stays what it is.
+double onBoundary(double along, double total, bool closed) {
+  if (std::isnan(along) || (closed && std::isinf(along))) throw qcShapesError::BadParams();
+  if (!closed || total == 0 || (along >= 0 && along <= total)) return std::clamp(along, 0.0, total);
+  const double rest = std::fmod(along, total);
+  return rest < 0 ? rest + total : rest;
+}
+
 }  // namespace
 
 qcShapeInfo::qcShapeInfo(const qcShape& shape) : qcShapeInfo() {
@@ -22,13 +30,7 @@ double qcShapeInfo::startOf(long piece) const { return checkedPiece(piece).start
 qcPerimPos qcShapeInfo::perimPos(double distance) const {
   if (numPieces() == 0) throw qcShapesError::EmptyShape();
   const double total = perimeter();
-  if (std::isnan(distance) || (closed_ && std::isinf(distance))) throw qcShapesError::BadParams();
-  if (closed_ && total > 0) {
-    distance = std::fmod(distance, total);
-    if (distance < 0) distance += total;
-    if (distance >= total) distance = 0;  // a tiny step back from the start, rounded
-  }
-  distance = std::max(distance, 0.0);
+  distance = onBoundary(distance, total, closed_);
   if (distance >= total) {
     const auto last = static_cast<std::int32_t>(numPieces() - 1);
     return closed_ ? qcPerimPos() : qcPerimPos(last, pieceLength(last));
@@ -45,15 +47,14 @@ qcPerimPos qcShapeInfo::perimPos(const qcPerimPos& from, double distance) const 
   const Piece& piece = checkedPiece(from.index());
   // On the same piece no digits are lost to the distance of the piece from the start.
   const double moved = from.distance() + distance;
-  if (moved >= 0 && moved < piece.length) return {from.index(), moved};
-  return perimPos(piece.start + moved);
+  const bool isOnPiece = from.distance() >= 0 && from.distance() <= piece.length;
+  if (isOnPiece && moved >= 0 && moved < piece.length) return {from.index(), moved};
+  return perimPos(distanceAlong(from) + distance);
 }
 
 double qcShapeInfo::distanceAlong(const qcPerimPos& position) const {
   if (numPieces() == 0) throw qcShapesError::EmptyShape();
-  const double start = startOf(position.index()), distance = position.distance();
-  if (std::isnan(distance) || (closed_ && std::isinf(distance))) throw qcShapesError::BadParams();
-  return start + distance;
+  return onBoundary(startOf(position.index()) + position.distance(), perimeter(), closed_);
 }
 
 qcShapeInfo qcShapeInfo::reverse_() const {
@@ -129,14 +130,27 @@ void qfConvertPerimPositions(const qcShapeInfo& from, long fromPiece, const qcSh
   const double toStart = to.startOf(toPiece), fromStart = from.startOf(fromPiece);
   std::vector<qcPerimPos> converted;
   converted.reserve(positions.size());
-  for (const qcPerimPos& position : positions) {
+  const double blur = kRounding * std::max(from.perimeter(), to.perimeter());
+  const bool wraps = from.isClosed() && !to.isClosed();
+  for (qcPerimPos position : positions) {
+    const double most = from.pieceLength(position.index()) * (1 + kRounding);
+    if (!(position.distance() >= 0 && position.distance() <= most)) position = from.perimPos(position, 0);
+    const double length = from.pieceLength(position.index());
+    const long ahead = position.index() - fromPiece, piece = toPiece + ahead;
+    if ((ahead >= 0 || !wraps) && piece >= 0 && piece < to.numPieces()) {
+      // A piece that is the same in both keeps its positions, also those on either side of a jump.
+      const double apart = (to.startOf(piece) - toStart) - (from.startOf(position.index()) - fromStart);
+      const double same = to.pieceLength(piece);
+      if (std::fabs(apart) <= blur && std::fabs(same - length) <= blur) {
+        converted.emplace_back(static_cast<std::int32_t>(piece), std::min(position.distance(), same));
+        continue;
+      }
+    }
     double distance = from.distanceAlong(position) - fromStart;
     // What lies before the stretch on a closed boundary is reached at the end of it.
-    const bool wraps = from.isClosed() && !to.isClosed();
     if (wraps && distance < -kRounding * from.perimeter()) distance += from.perimeter();
     qcPerimPos place = to.perimPos(toStart + distance);
     // The end of a piece stays one: the next piece may lie elsewhere. Only a piece without length ends on another one.
-    const double length = from.pieceLength(position.index());
     const bool isEnd = std::fabs(position.distance() - length) <= kRounding * length;
     while (isEnd && place.index() > 0 && place.distance() <= kRounding * to.perimeter() &&
            (length > 0 || to.pieceLength(place.index()) > 0)) {

@@ -39,7 +39,7 @@ class VNXSTD_EXPORT qcShapeInfo {
   qcPerimPos perimPos(double distance) const;
   /// The position reached by moving by a signed distance from a position.
   qcPerimPos perimPos(const qcPerimPos& from, double distance) const;
-  /// The distance from the start: the inverse of perimPos(double).
+  /// The distance from the start, at most the perimeter: the inverse of perimPos(double).
   double distanceAlong(const qcPerimPos& position) const;
 
   /// The information of the reversed shape.
@@ -79,9 +79,10 @@ class VNXSTD_EXPORT qcShapeInfo {
 
 /// Carries positions from one shape's information to that of a related shape. The stretch of boundary that starts with
 /// piece `fromPiece` of the one is the stretch that starts with piece `toPiece` of the other, as with a shape and its
-/// decomposition (0 and 0), or a child and the tree that holds it. Arc lengths from the start of these pieces are kept;
-/// the end of a piece stays the end of one, and what lies before the piece on a closed boundary is taken to come behind
-/// it where the other one is open. Throws qcShapesError::BadIndex when a piece does not exist, and like perimPos and
+/// decomposition (0 and 0), or a child and the tree that holds it. A piece that is the same in both, of one length and
+/// as far from the start, keeps its positions. Else arc lengths from the start of these pieces are kept; the end of a
+/// piece stays the end of one, and what lies before the piece on a closed boundary is taken to come behind it where the
+/// other one is open. Throws qcShapesError::BadIndex when a piece does not exist, and like perimPos and
 /// distanceAlong; the positions are then unchanged.
 VNXSTD_EXPORT void qfConvertPerimPositions(const qcShapeInfo& from, long fromPiece, const qcShapeInfo& to, long toPiece,
                                            std::vector<qcPerimPos>& positions);
