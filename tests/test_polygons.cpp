@@ -150,6 +150,26 @@ V stepAside(const V& p, const Points& points, bool closed) {
   return p;
 }
 
+// Rounding adds no corner to parts between corners, which would have no direction.
+TEST(Polylines, PartsHaveTheCornersBetween) {
+  for (unsigned seed = 0; seed < 100; ++seed) {
+    Random random(seed);
+    const qcPolyline line(random.gridPoints(6, 10000), seed % 2 == 0);
+    const qcShapeInfo info(line);
+    qcContourTree tree(line.isClosed());
+    for (long i = 0; i < info.numPieces(); ++i) tree.addChild(qcLineSeg(line.vertex(i), line.vertex((i + 1) % 6)));
+    for (std::int32_t i = 0; i < 16; ++i) {
+      const std::int32_t from = i / 4, to = from + 1 + i % (4 - from);
+      const double length = info.startOf(to) - info.startOf(from);
+      const qcPerimPos start = info.perimPos({from, 0}, length);
+      const Shape before = line.subShape(info, {{from, 0}, length}), behind = line.subShape(info, {start, 1e6});
+      EXPECT_EQ(dynamic_cast<const qcPolyline&>(*before).numVertices(), to - from + 1);
+      EXPECT_EQ(dynamic_cast<const qcPolyline&>(*behind).numVertices(), line.isClosed() ? 7 : 6 - to);
+      EXPECT_EQ(tree.subShape(info, {start, 1e6})->startAngle(), behind->startAngle());
+    }
+  }
+}
+
 TEST(PolylineWinding, AgreesWithAnglesSweptOnGrids) {
   forSeeds<Random>(20000, [&](Random& random, unsigned seed) {
     const bool closed = random.integer(0, 3) > 0;

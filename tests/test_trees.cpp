@@ -270,6 +270,9 @@ TEST(ContourTrees, PassPiecesWithoutLength) {
   ended->perimPointAndTangent(qcShapeInfo(*ended), {2, 0}, point, tangent);
   EXPECT_TRUE(point == V(0, 1) && tangent == qcRadian(kPi / 2));
   EXPECT_THROW(alone->perimPointAndTangent(qcShapeInfo(*alone), {1, 0}, point, tangent), qcShapesError::NoTangent);
+  const qcContourTree joint({Child(new qcPolyline({{-1, 0}, {0, 0}, {0, 0}}, false)), ended}, false, false);
+  joint.perimPointAndTangent(qcShapeInfo(joint), {0, 1}, point, tangent);
+  EXPECT_TRUE(point == V(0, 0) && tangent == qcRadian(kPi / 2));
   for (const V& second : {V(1, 1), V(2, 1)}) {
     Result result;
     contour({{1, 1}, {1, 1}, second, second})->sample(Params(0, 0, 2), result);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 #include "std/shapes/exact.h"
 #include "std/shapes/samplewriter.h"
@@ -13,6 +14,8 @@
 #include "vnxstd/shapes/shapeinfo.h"
 
 namespace {
+
+constexpr double kRounding = 1e-12;  // of lengths, relatively
 
 const qc_Instantiator registered(typeid(qcPolyline), &qcPolyline::make);
 
@@ -238,16 +241,23 @@ qcPtrHandle<qcShape> qcPolyline::reverse() const {
 qcPtrHandle<qcShape> qcPolyline::subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const {
   checkNotEmpty();
   if (!(piece.second >= 0)) throw qcShapesError::BadParams();
-  const qcPerimPos start = normalized(info, piece.first);
+  qcPerimPos start = normalized(info, piece.first);
+  // What rounding leaves of a piece has no direction: it is not worth a vertex.
+  const double least = kRounding * info.perimeter();
+  const bool isAtEnd = info.pieceLength(start.index()) - start.distance() <= least;
+  if (isAtEnd && (closed_ || start.index() + 1 < numPieces())) {
+    start = qcPerimPos(static_cast<std::int32_t>((start.index() + 1) % numPieces()), 0);
+  }
   qcPtrHandle<qcPolyline> part(new qcPolyline);
   std::vector<qcVector<2>>& vertices = part->vertices_;
   vertices.push_back(pointOnPiece(start));
   const bool wholeRound = closed_ && piece.second >= info.perimeter();
   double left = piece.second, from = start.distance();
   long index = start.index();
-  for (long count = numPieces(); count > 0 && left > 0; --count) {
+  for (long count = numPieces(); count > 0; --count) {
+    if (!wholeRound && left <= (vertices.size() > 1 ? least : 0)) return part;
     const double rest = info.pieceLength(index) - from;
-    if (left < rest && !wholeRound) {
+    if (left < rest - least && !wholeRound) {
       vertices.push_back(pointOnPiece({static_cast<std::int32_t>(index), from + left}));
       return part;
     }
@@ -261,8 +271,12 @@ qcPtrHandle<qcShape> qcPolyline::subShape(const qcShapeInfo& info, const std::pa
   }
   // Round to the piece on which it started.
   if (wholeRound) {
-    if (start.distance() > 0) vertices.push_back(vertices.front());
-  } else if (left > 0) {
+    if (start.distance() > least) {
+      vertices.push_back(vertices.front());
+    } else {
+      vertices.back() = vertices.front();
+    }
+  } else if (left > least) {
     vertices.push_back(pointOnPiece({start.index(), std::min(left, start.distance())}));
   }
   return part;

@@ -98,7 +98,9 @@ class Pieces {
     for (std::size_t i = 0; oneContour && i < count() && place.distance() >= info.pieceLength(place.index()); ++i) {
       const std::size_t element = elementOf(place.index()), last = count() - 1;
       const std::size_t next = element < last ? element + 1 : 0;
-      if (place.index() + 1 != first_[element + 1] || (next == 0 && !info.isClosed()) || jumps(element, next)) break;
+      long behind = place.index() + 1;
+      while (behind < first_[element + 1] && info.pieceLength(behind) == 0) ++behind;
+      if (behind != first_[element + 1] || (next == 0 && !info.isClosed()) || jumps(element, next)) break;
       place = onTree(next, {});
     }
     return {place.index(), std::min(place.distance(), info.pieceLength(place.index()))};
@@ -433,7 +435,12 @@ void qcShapeTree::perimPointAndTangent_(const qcShapeInfo& info, const qcPerimPo
 qcPtrHandle<qcShape> qcShapeTree::subShape(const qcShapeInfo& info, const std::pair<qcPerimPos, double>& piece) const {
   if (!(piece.second >= 0)) throw qcShapesError::BadParams();
   const Pieces pieces(elements_());
-  const qcPerimPos start = pieces.placed(info, piece.first, isOneContour_());
+  qcPerimPos start = pieces.placed(info, piece.first, isOneContour_());
+  // What rounding leaves of an element has no direction.
+  const double end = info.pieceLength(start.index());
+  if (end - start.distance() <= kRounding * info.perimeter()) {
+    start = pieces.placed(info, {start.index(), end}, isOneContour_());
+  }
   const std::size_t startElement = pieces.elementOf(start.index());
   std::vector<std::vector<Child>> contours;
   std::size_t i = startElement, previous = pieces.count();
