@@ -84,6 +84,51 @@ TEST(Sampling, UniformModePutsMidpointsOfEqualArcs) {
   EXPECT_EQ(none.numChains(), 0);
 }
 
+// The merge step by step, one erasure after another.
+void mergeSlowly(const Params& params, std::size_t first, bool closed, Result& result) {
+  auto& breaks = result.breaks();
+  for (std::size_t k = breaks.size(); !params.duplicateCorners() && k-- > first;) {
+    if (k == first && !closed) break;
+    const auto start = static_cast<std::size_t>(breaks[k]);
+    const std::size_t j = k > first ? start - 1 : result.positions().size() - 1;
+    if (j == static_cast<std::size_t>(breaks[first])) break;
+    if (!result.tangents().empty()) {
+      const qcRadian a = result.tangents()[j], b = result.tangents()[start], d = (b - a).norm();
+      result.tangents()[start] = (d.plain() <= kPi ? a + d / 2 : b + (qcRadian(2 * kPi) - d) / 2).signedNorm();
+      result.tangents().erase(result.tangents().begin() + static_cast<long>(j));
+    }
+    result.positions().erase(result.positions().begin() + static_cast<long>(j));
+  }
+  breaks.resize(first + 1);
+  result.closedFlags().resize(first + 1);
+  result.closedFlags()[first] = closed;
+}
+
+TEST(Sampling, MergingIsErasingJointByJoint) {
+  forSeeds<Random>(400, [&](Random& random, unsigned) {
+    const bool tangents = random.integer(0, 1), closed = random.integer(0, 1);
+    const Params params(0, 0, 2, tangents, random.integer(0, 3) == 0);
+    Result fast;
+    for (int chain = random.integer(1, 6); chain > 0; --chain) {
+      fast.breaks().push_back(static_cast<std::int32_t>(fast.positions().size()));
+      fast.closedFlags().push_back(random.integer(0, 1));
+      for (int n = random.integer(1, 3); n > 0; --n) {
+        fast.positions().push_back(random.point());
+        if (tangents) fast.tangents().push_back(qcRadian(random.real(-3, 3)));
+      }
+    }
+    Result slow = fast;
+    const int first = random.integer(0, static_cast<int>(fast.numChains()) - 1);
+    mergeSlowly(params, static_cast<std::size_t>(first), closed, slow);
+    qfMergeSubchains(params, first, closed, fast);
+    ASSERT_EQ(fast, slow);
+    EXPECT_TRUE(fast.isValid_());
+    qfMergeSubchains(params, static_cast<int>(fast.numChains()), true, fast);
+    EXPECT_EQ(fast, slow);
+    EXPECT_THROW(qfMergeSubchains(params, -1, true, fast), qcShapesError::BadIndex);
+  });
+}
+
 TEST(Sampling, CornersKeepOnePointWithTheBisectorAndChainsBecomePolylines) {
   const qcRect square({0, 0}, {1, 1});
   Result result;
@@ -97,10 +142,6 @@ TEST(Sampling, CornersKeepOnePointWithTheBisectorAndChainsBecomePolylines) {
   ASSERT_EQ(polylines.size(), 2u);
   EXPECT_TRUE(polylines[0].equal_(*square.decompose()));
   EXPECT_EQ(polylines[1], qcPolyline({{5, 5}, {6, 5}}, false));
-  const Result before = result;
-  qfMergeSubchains(Params(0, 0, 2, true, false), 2, true, result);
-  EXPECT_EQ(result, before);
-  EXPECT_THROW(qfMergeSubchains(Params(0, 0, 2, true, false), -1, true, result), qcShapesError::BadIndex);
   using Breaks = std::vector<std::int32_t>;
   for (const Breaks& breaks : {Breaks{1, 4}, {0, 6}, {0, -1}, {4, 0}, {0, 0}, {0}}) {
     result.breaks() = breaks;
