@@ -539,6 +539,7 @@ TEST_F(Files, HaveOneWriter) {
   qcFileArchive reader(path(), Dir::loading, kLittle, true, true);
   EXPECT_EQ(reader.firstMarkNum(), 1) << "nothing was truncated";
   EXPECT_THROW(reader.append(), qcArchive::BadBuffer);
+  EXPECT_NO_THROW(reader.sync());
   reader.seek(reader.findMark(1));
   EXPECT_THROW(reader.removeMark(), qcArchive::BadBuffer);
   EXPECT_EQ(reader.firstMarkNum(), 1);
@@ -552,7 +553,9 @@ TEST_F(Files, GrowBeyond4GiB) {
     archive.writeNewMark(1);
     archive.storeObject(&early);
     archive.sync();
-    std::filesystem::resize_file(path(), (std::uintmax_t{4} << 30) + 12345);  // a hole
+    std::error_code refused;
+    std::filesystem::resize_file(path(), (std::uintmax_t{4} << 30) + 12345, refused);  // a hole
+    if (refused) GTEST_SKIP() << "files that are written are kept from others";
     archive.append();
     late.other = ItemHandle(new Item(3));
     archive.writeNewMark(2);

@@ -205,9 +205,11 @@ TEST(StoragePool, RoundsBlocksAndDoublesChunks) {
 
 TEST(StoragePool, SizesThatOverflowAreRefused) {
   constexpr auto kMax = std::numeric_limits<long>::max();
-  EXPECT_THROW(qcStoragePool(8, kMax), std::bad_alloc);
   EXPECT_THROW(qcStoragePool(std::numeric_limits<unsigned>::max(), kMax), std::bad_alloc);
-  EXPECT_THROW(qcStoragePool(24, kMax / 24), std::bad_alloc);
+  if (sizeof(long) == sizeof(std::size_t)) {
+    EXPECT_THROW(qcStoragePool(8, kMax), std::bad_alloc);
+    EXPECT_THROW(qcStoragePool(24, kMax / 24), std::bad_alloc);
+  }
   for (const long count : {0L, -1L, std::numeric_limits<long>::min()}) {
     qcStoragePool pool(8, count);
     pool.free(pool.alloc());

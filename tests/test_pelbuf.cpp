@@ -1,5 +1,9 @@
 // Pixel types, rectangles, roots and buffers.
+#if !defined(_WIN32)
 #include <sys/mman.h>
+#endif
+
+#include <bit>
 
 #include "support/archived.h"
 #include "support/faulty.h"
@@ -37,10 +41,11 @@ TEST(Pel, PackedWordsKeepTheirFieldsApart) {
 }
 
 TEST(Pel, BytesLieBlueFirst) {
+  const bool isBig = std::endian::native == std::endian::big;  // words then begin with alpha
   qcPackedRGB32Pel pel(1, 2, 3, 4);
-  EXPECT_EQ(std::memcmp(&pel, "\3\2\1\4", 4), 0);
+  EXPECT_EQ(std::memcmp(&pel, isBig ? "\4\1\2\3" : "\3\2\1\4", 4), 0);
   pel.r(0xA1), pel.g(0xA2), pel.b(0xA3), pel.a(0xA4);
-  EXPECT_EQ(std::memcmp(&pel, "\xA3\xA2\xA1\xA4", 4), 0);
+  EXPECT_EQ(std::memcmp(&pel, isBig ? "\xA4\xA1\xA2\xA3" : "\xA3\xA2\xA1\xA4", 4), 0);
   const qcPackedRGB24Pel parts(1, 2, 3), whole(0xFF010203ul);
   EXPECT_TRUE(parts == whole && std::memcmp(&whole, "\3\2\1", sizeof whole) == 0);
 }
@@ -158,6 +163,7 @@ TEST(Root, AdoptedMemoryIsTrustedButNotFreed) {
   EXPECT_THROW(U16(3, 4, odd, 1), qcPelFunc::BadParams);
 }
 
+#if defined(__LP64__)  // addresses that cost no memory
 TEST(Root, PelsBeyondTwoGibibytesAreReached) {
   constexpr std::size_t kSide = 66000;  // 4.06 GiB of addresses, of which two pages are touched
   void* const memory =
@@ -172,6 +178,7 @@ TEST(Root, PelsBeyondTwoGibibytesAreReached) {
   EXPECT_EQ(corner, (std::vector<unsigned char>{0, 77}));
   munmap(memory, kSide * kSide);
 }
+#endif
 
 // Copies between places of one root and of two, against pels moved one by one out of a snapshot.
 TEST(Root, CopyMovesWhatLiesInBothRoots) {
@@ -280,7 +287,8 @@ TEST(Buffer, WindowsFollowTheModel) {
   Random random(3);
   const auto number = [&](bool isExtreme) {
     static constexpr long kExtremes[] = {
-        0, 1, -1, INT32_MIN, INT32_MIN + 1L, INT32_MAX, INT32_MAX - 3L, LONG_MIN, LONG_MAX, INT32_MIN + 4L, 1L << 40};
+        0,           1, -1, INT32_MIN, INT32_MIN + 1L, INT32_MAX, INT32_MAX - 3L, LONG_MIN, LONG_MAX, INT32_MIN + 4L,
+        LONG_MAX / 2};
     return isExtreme ? kExtremes[random() % std::size(kExtremes)] : uniform(random, -6, 14);
   };
   for (int round = 0; round < 300; ++round) {

@@ -539,6 +539,7 @@ TEST(Misuse, IsReportedAndChangesNothing) {
   gone.setUnbound();
   shifted.offset(pels.offset() + qcPair<long>(1, 0));
   const qcPair<long> o(0, 0);
+  const bool isWide = LONG_MAX > INT32_MAX;
   const std::vector<unsigned char> table(65536), small(65535);
   const auto project = [&](const qcVector<2>& direction, const qcXform<2>& xform) {
     return [&, direction, xform] { runs.projectAngle(direction, xform, sums, counts, first); };
@@ -549,7 +550,8 @@ TEST(Misuse, IsReportedAndChangesNothing) {
                                  [&] { runs.getPel(LONG_MIN, LONG_MAX); }, [&] { runs.pointToRow(window.y0() - 1); }});
   expectThrows<qcPel::BadWindow>({[&] { runs.subWindow(qcPelRect(window.x0(), window.y0(), 31, 4)); },
                                   [&] { runs.subWindow(qcPelRect(window.x0() - 1, window.y0(), 1, 1)); },
-                                  [&] { runs.offset(INT32_MAX - 29, 0); }, [&] { runs.offset(0, LONG_MIN); }});
+                                  [&] { runs.offset(INT32_MAX - 29, 0); },
+                                  [&] { runs.offset(0, isWide ? LONG_MIN : LONG_MAX); }});
   expectThrows<qcPelFunc::BadParams>(
       {[&] { runs.encode(pels, 9, 8, 1); }, [&] { runs.encode(pels, 8, 9, 256); },
        [&] { runs.encode(pels, std::vector<unsigned char>()); }, [&] { runs.encodePercent(pels, 50, 50, 1); },
@@ -558,7 +560,8 @@ TEST(Misuse, IsReportedAndChangesNothing) {
        [&] { qfPelCombine_U8(pels, runs, o, small); }, project({0, 0}, unit), project({NAN, 1}, unit),
        project({1, 1}, bad)});
   expectThrows<qcPelFunc::Range>({[&] { runs.map(std::vector<unsigned char>(3)); }, project({1, 0}, wide),
-                                  project({1, 0}, far), [&] { qcRLEBuffer(4294967296, 1, 0); }});
+                                  project({1, 0}, far),
+                                  [&] { isWide ? qcRLEBuffer(LONG_MAX, 1, 0) : throw qcPelFunc::Range(); }});
   expectThrows<qcPel::UnboundWindow>({[&] { runs.encode(gone); }, [&] { runs.setRegion(unbound, 1); },
                                       [&] { runs.copyRegion(pels, unbound); }, [&] { runs.histo(unbound, counts); },
                                       [&] { qfPelCombine_U8(unbound, runs, o, table); }});
@@ -641,7 +644,7 @@ TEST(Adoption, TakesRowsThatAddUp) {
       {"too long", 4, runs, {0}},
       {"no end", 5, {{1, 5}}, {0}},
       {"an end with a value", 5, {{1, 5}, {1, 0}}, {0}},
-      {"too long for 32 bits", 2147483648, runs, {0}},
+      {"too long for 32 bits", LONG_MAX, runs, {0}},
   };
   for (const auto& [what, width, of, starts] : bad)
     EXPECT_THROW(adopt(width, of, starts), qcPelFunc::BadParams) << what;

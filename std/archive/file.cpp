@@ -62,7 +62,7 @@ Opened openFile(const std::filesystem::path& path, bool truncate, bool readOnly)
   return {nullptr, inUse};
 }
 
-bool syncFile(std::FILE* file) { return ::fsync(::fileno(file)) == 0 || errno == EINVAL || errno == EROFS; }
+bool syncFile(std::FILE* file) { return ::fsync(::fileno(file)) == 0 || errno == EINVAL; }
 bool truncateFile(std::FILE* file, long long size) { return ::ftruncate(::fileno(file), size) == 0; }
 
 #endif
@@ -109,12 +109,13 @@ class qcFileArchive::Stream : public std::streambuf {
     if (opened.inUse) throw BadFile((L"File is in use: " + path_).c_str(), 0);
     if (!opened.file) throw BadFile((L"Could not open file: " + path_).c_str(), 0);
     file_ = opened.file;
+    readOnly_ = readOnly;
     std::setvbuf(file_, nullptr, _IONBF, 0);
   }
 
   bool syncToMedium() {
     if (!flush()) return false;
-    if (file_ && !syncFile(file_)) failed_ = true;
+    if (file_ && !readOnly_ && !syncFile(file_)) failed_ = true;
     return !failed_;
   }
 
@@ -303,6 +304,7 @@ class qcFileArchive::Stream : public std::streambuf {
 
   std::wstring path_;
   std::FILE* file_ = nullptr;
+  bool readOnly_ = false;
   std::vector<char> buffer_;
   off_type at_ = 0;
   bool moved_ = false;  // the file is not where at_ says

@@ -1,6 +1,6 @@
 // Counts the heap of the test program, fills it and lets allocations fail on purpose. Include from one source file of a
-// program: it replaces the functions that allocate. Where sanitizers replace them, these are operator new and delete
-// alone, and memory that is allocated in another way is not seen.
+// program: it replaces the functions that allocate. Where sanitizers replace them, and in static programs, these are
+// operator new and delete alone, and memory that is allocated in another way is not seen.
 #pragma once
 
 #include <malloc.h>
@@ -10,6 +10,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+
+#if defined(_WIN32)
+inline std::size_t malloc_usable_size(void* block) { return _msize(block); }
+#endif
 
 inline std::atomic<std::size_t> liveBytes{0}, peakBytes{0};
 /// Allocations that still succeed; negative means any number.
@@ -46,7 +50,7 @@ inline void* allocated(void* block, std::size_t size) {
   return block;
 }
 
-#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if defined(__GLIBC__) && !defined(VNXSTD_STATIC) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
 extern "C" {
 void* __libc_malloc(std::size_t);

@@ -399,8 +399,8 @@ class VNXSTD_EXPORT qcPelBuffer<qc3PlanePel> : public qcPelBuffer_const<qc3Plane
   void putRemote(long x, long y, qc3PlanePel value) const;
 };
 
-// g++ on Windows does not export inline members of templates that are declared extern: programs make their own there.
-#if !defined(__MINGW32__) || defined(VNXSTD_BUILDING)
+// The library holds the code of these for all programs. On Windows that takes more than export.h declares, whose
+// exports leave inline members of templates out: see --export-all-symbols in the build.
 #define VNXSTD_DECLARE(T)                     \
   extern template class qc_TypedPelBuffer<T>; \
   extern template class qcPelBuffer_const<T>; \
@@ -408,4 +408,3 @@ class VNXSTD_EXPORT qcPelBuffer<qc3PlanePel> : public qcPelBuffer_const<qc3Plane
 VNXSTD_FOR_ARRAY_PELS(VNXSTD_DECLARE)
 extern template class qc_TypedPelBuffer<qc3PlanePel>;
 #undef VNXSTD_DECLARE
-#endif
