@@ -1,5 +1,5 @@
-// Tool databases from arbitrary bytes: walked in both directions and loaded; then changed, as far as that is possible,
-// after which the same records are there when it is opened anew.
+// Tool databases from arbitrary bytes, new ones where they are none: walked in both directions and loaded; then
+// changed, as far as that is possible, after which the same records are there when it is opened anew.
 
 #include "fuzz/fuzz.h"
 #include "vnxstd/archive/registry.h"
@@ -52,17 +52,19 @@ void readAll(qcVDBArchive& database) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const Input input(data, size);
-  if (!input.isSeekable()) return 0;
   succeeds([&] {
-    auto* archive = new qcMemoryArchive(input.bytes.data(), static_cast<long>(size), true);
+    auto* archive = input.isSeekable() ? new qcMemoryArchive(input.bytes.data(), static_cast<long>(size), true)
+                                       : new qcMemoryArchive(qcArchive::littleEndian, true);
     qcVDBArchive database(archive);
     if (input.isLimited) archive->limits({.bytes = 2000, .nesting = 9, .objects = 50, .elements = 900});
-    readAll(database);
+    if ((input.choice & 4) == 0) readAll(database);
     bool isWhole = archive->salvage() == 0;
     if (!isWhole) readAll(database);
     archive->limits({});
     if ((input.choice & 1) != 0) isWhole = succeeds([&] { archive->relink(); });
     GoldenRecord record;
+    record.header().recordNum(input.choice >> 1);
+    succeeds([&] { database.gotoRecord(input.choice); });
     succeeds([&] { demand(database.storeNewRecord(&record) != 0 && database.isPositioned()); });
     succeeds([&] { database.firstRecord(), database.replaceRecord(&record); });
     succeeds([&] { database.nextRecord(), database.renumberRecord(input.choice + 1); });

@@ -22,14 +22,14 @@ void readAll(qcArchive& archive) {
   archive.mode(qcArchive::loading);
   visitAll(archive, [&](const qcArchiveRecord& record) {
     long number = 0;
-    qcUInt64 size = 0;
+    unsigned long size = 0;
     qcArchive::Position body;
     if (record.kind == qcArchiveRecord::mark) {
       archive.readMark(number);
       demand(number == record.number && archive.findMark(number) == qcArchive::Position(record.at));
       demand(archive.nextMarkNum(archive.prevMarkNum(number)) == number);
     } else if (record.kind == qcArchiveRecord::object) {
-      archive.readObjectHeader64(number, size, body);
+      archive.readObjectHeader(number, size, body);
       static_cast<void>(archive.objectTypeName());
       archive.forgetObjects();
       objects.emplace_back(archive.loadObject());
@@ -113,10 +113,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Input input(data, size);
   if (!input.isSeekable()) return 0;
   input.read([&](qcArchive& archive) {
-    readAll(archive);
+    demand(archive.unfinished() == qcArchive::Position(0) || archive.damaged() == qcArchive::Position(0));
+    if ((input.choice & 2) == 0) readAll(archive);
     const bool isWhole = archive.salvage() == 0, isMended = (input.choice & 1) != 0;
     if (!isWhole) readAll(archive);
     if (isMended) archive.relink();
+    if (count == 0 && !isMended) return;  // nothing is changed
     change(archive, std::string(data + size - 1 - count, data + size - 1));
     readAll(archive);
     if ((!isWhole && !isMended) || archive.damaged() != qcArchive::Position(0)) return;
