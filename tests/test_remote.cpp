@@ -9,7 +9,7 @@
 #include "vnxstd/comm/transfer.h"
 #include "vnxstd/except.h"
 #include "vnxstd/pelbuf.h"
-#include "vnxstd/timer/timeout.h"
+#include "vnxstd/timer.h"
 
 namespace {
 
@@ -365,6 +365,16 @@ TEST(RemoteRoots, ThreadsShareAConnection) {
   threads.clear();
 }
 
+TEST(RemoteRoots, ConnectionsMayGoWhileAnAnswerIsUnderWay) {
+  Pair near, far;
+  Grey image(4, 4), middle = near.lend(image), end = far.lend(middle);
+  std::jthread passing([&serving = *far.owner] { EXPECT_TRUE(serving.serve(30)); });
+  std::jthread asking([&] { EXPECT_THROW(end.get(0, 0), qcTcpip::ConnectionBroken); });
+  near.owner->receive(std::array<char, 32>().data(), 32, qcDeadline(30.0));  // passed on
+  far.out.reset(), far.home.reset(), far.owner.reset();
+  near.owner->finishSending();
+}
+
 // --- what comes from a peer that means no good ----------------------------------------------------------------------
 
 /// A call as bytes.
@@ -483,6 +493,44 @@ TEST(RemoteRoots, PeersThatAskEachOtherThroughThisSideEndSoon) {
   for (auto* pair : {&first, &second}) pair->user->timeOut(0.5);
   EXPECT_FALSE(first.user->serve(0.1));
   first.user.reset(), second.user.reset();
+}
+
+TEST(RemoteRoots, SecondRepliesChangeNothing) {
+  Pair pair;
+  Grey image(9, 9), proxy = pair.lend(image);
+  std::jthread serving([&] { EXPECT_TRUE(pair.user->serve(30)); }), answering([&] {
+    for (int round = 0; round < 500; ++round) {
+      std::string call(32, 0), replies;
+      pair.owner->receive(call.data(), 32, qcDeadline(30.0));
+      for (const char* pel : {"01", "02"})
+        replies += fromHex("080000A0") + call.substr(4, 4) + fromHex("020101") + fromHex(pel);
+      pair.owner->send(replies.data(), replies.size(), qcDeadline(30.0));
+    }
+    pair.owner->finishSending();
+  });
+  for (int round = 0; round < 500; ++round) EXPECT_EQ(proxy.get(0, 0), 1);
+}
+
+TEST(RemoteRoots, BadNoticesWaitForNoObject) {
+  qcMemoryArchive object(qcArchive::littleEndian, false);
+  object << qcBadPointer();
+  std::string bytes(object.bytes().begin() + 2, object.bytes().end());  // behind the header
+  for (const std::string& call : {callOf(), callOf('\1'), callOf('\4', 1), callOf('\x9')}) {
+    const std::string notice = call.substr(0, 4) + std::string(4, 0) + call.substr(8);
+    Pair pair;
+    std::jthread serving([&] { EXPECT_TRUE(pair.user->serve(30)); }), hostile([&] {
+      pair.out->raw(bytes.data(), 3);
+      pair.out->flush();
+      qcTimer::sleep(0.02);  // until the object waits for its rest
+      pair.owner->send(notice.data(), notice.size(), qcDeadline(30.0));
+      pair.out->raw(bytes.data() + 3, 4);
+      pair.out->flush();
+      pair.owner->finishSending();
+    });
+    qcBadPointer back;
+    qcTimer::sleep(0.01);  // until the other one reads
+    EXPECT_NO_THROW(*pair.in >> back);
+  }
 }
 
 TEST(RemoteRoots, FloodsProlongNoWait) {

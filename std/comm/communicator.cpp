@@ -152,7 +152,11 @@ void qcCommunicator::receive(char* data, std::size_t count, const qcDeadline& de
   }
 }
 
-bool qcCommunicator::serve(double seconds) { return link_->serve(qcDeadline(seconds)); }
+bool qcCommunicator::serve(double seconds) {
+  const auto link = link_;  // this may go while an answer is under way
+  return link->serve(qcDeadline(seconds));
+}
+
 void qcCommunicator::timeOut(double seconds) noexcept { link_->timeOut = seconds; }
 double qcCommunicator::timeOut() const noexcept { return link_->timeOut; }
 void qcCommunicator::peerStorage(qcUInt64 bytes) noexcept { link_->peerStorage = bytes; }

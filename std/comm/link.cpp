@@ -195,7 +195,7 @@ void qc_Link::handOn(Lock& lock) {
     const std::uint32_t number = loadWord(body.data());
     const auto caller = calls_.find(number);
     if (caller != calls_.end()) {
-      caller->second->reply = std::move(body);
+      if (!caller->second->isThere) caller->second->reply = std::move(body);  // which is the caller's from then on
       caller->second->isThere = true;
     } else if (making_.erase(number) != 0) {  // its caller's time was up
       lock.unlock();
@@ -464,6 +464,9 @@ void qc_Link::answer(const std::vector<char>& call, const qcDeadline& deadline) 
   bool isGood = true;
   std::vector<char> frame;
   const auto fail = [&](qcException& error) {
+    // Who carries out a notice is the one that reads, and must wait for no thread that waits for what it reads: one in
+    // the middle of an object has the lock under which an error is stored.
+    if (number == 0) return;
     qcMemoryArchive reply(qcArchive::littleEndian, false);
     isGood = false;
     reply || isGood;

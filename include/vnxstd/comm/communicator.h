@@ -33,8 +33,9 @@ class VNXSTD_EXPORT qcCommunicator {
   /// Takes over a connected socket, also when this throws. Throws qcTcpip::AccessFailed when it is no stream socket, or
   /// not connected: one that listens, or whose connection is still being made or was reset.
   explicit qcCommunicator(int socket);
-  /// Ends the connection, after the waits of other threads on it. Images that were lent to the peer are let go of; the
-  /// peer's throw qcTcpip::ConnectionBroken from now on.
+  /// Ends the connection, after the waits of other threads that serve it or use images of the peer; none may be in
+  /// another operation, or be making an image on it. Images that were lent to the peer are let go of; the peer's throw
+  /// qcTcpip::ConnectionBroken from now on.
   ~qcCommunicator();
   qcCommunicator(const qcCommunicator&) = delete;
   qcCommunicator& operator=(const qcCommunicator&) = delete;
@@ -59,7 +60,8 @@ class VNXSTD_EXPORT qcCommunicator {
   /// Answers the calls of the peer for so many seconds; whether the peer has gone meanwhile. Messages that come are set
   /// aside for the archive that loads them, 64 MiB at most: then nothing is answered until some are loaded. Any number
   /// of threads may serve. An answer for which another side has to be asked takes at most the time that a call there
-  /// may take.
+  /// may take. A call that fails is answered with an error, which is an object: both sides store and load it when no
+  /// other thread of the process is in the middle of one, however long that takes.
   bool serve(double seconds);
   /// Seconds that a call may take, 30 unless set; beyond it qcTcpip::Timeout is thrown. As those of an archive.
   void timeOut(double seconds) noexcept;
