@@ -8,13 +8,8 @@
 
 namespace {
 
-#ifdef __SANITIZE_ADDRESS__  // frames are several times as large, and unwinding is slow
-constexpr std::size_t kStack = 8U << 20U;
-constexpr int kMany = 100000;
-#else
-constexpr std::size_t kStack = 1U << 20U;
-constexpr int kMany = 1000000;
-#endif
+constexpr std::size_t kStack = (kInstrumented ? 8U : 1U) << 20U;
+constexpr int kMany = kInstrumented ? 100000 : 1000000;
 
 std::atomic<long> alive{0};
 

@@ -8,11 +8,7 @@ using Child = qcPtrHandle_const<qcShape>;
 using Result = qcShape::ClipResult;
 constexpr double kNear = 1e-7;
 
-#ifdef __SANITIZE_ADDRESS__
-constexpr unsigned kShare = 20;
-#else
-constexpr unsigned kShare = 1;
-#endif
+constexpr unsigned kShare = kInstrumented ? 20 : 1;
 
 struct Random : ::Random {
   using ::Random::Random;

@@ -32,3 +32,10 @@
 #include <tuple>
 #include <typeinfo>
 #include <vector>
+
+/// Whether the address sanitizer is built in: then frames are several times as large, and unwinding and forks are slow.
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool kInstrumented = true;
+#else
+constexpr bool kInstrumented = false;
+#endif
