@@ -1,5 +1,7 @@
 // Shapes seen through transforms of any kind, and what these tell about how much they bend.
 
+#include <thread>
+
 #include "support/archived.h"
 #include "support/randomshapes.h"
 #include "support/xforms.h"
@@ -126,6 +128,10 @@ TEST(MappedShape, AgreesWithDenseBruteForce) {
     const qcShapeInfo info(c.mapped);
     EXPECT_NEAR(info.perimeter(), length, 1e-5 * length);
     EXPECT_EQ(info.numPieces(), qcShapeInfo(*c.shape).numPieces());
+    // The end of a closed element of a collection is not its start.
+    const qcMappedShape all(Held(new qcGeneralShapeTree({c.shape}, false)), *c.xform, false);
+    const qcShapeInfo ofAll(all);
+    EXPECT_LT(qcShapeInfo(*all.subShape(ofAll, {ofAll.perimPos(1e9), 1})).perimeter(), 1e-9 * length);
     for (int i = 0; i < 12; ++i) {
       const V p(box.ul().x() + (1.4 * unit(engine) - 0.2) * box.width(),
                 box.ul().y() + (1.4 * unit(engine) - 0.2) * box.height());
@@ -417,6 +423,18 @@ TEST(MappedShape, EmptyInfiniteAndMissingShapes) {
     EXPECT_EQ(samples.positions().size(), 1U);
     EXPECT_THROW(point.sample(Params(0.1, 0, 9, true), samples), qcShapesError::BadParams);
   }
+}
+
+// Copies are separate objects, even if what they were made from has been asked before.
+TEST(MappedShape, CopiesAreAskedByThreads) {
+  const qcMappedShape first(Held(new qcCircle({2, 0}, 1)), *transforms()[0].second, false);
+  first.nearestPoint({});
+  const qcMappedShape second(first);
+  double length = 0;
+  std::thread other([&] { length = qcShapeInfo(second).perimeter(); });
+  EXPECT_GT(qcShapeInfo(first).perimeter(), 1);
+  other.join();
+  EXPECT_EQ(qcShapeInfo(first).perimeter(), length);
 }
 
 TEST(MappedShape, ThousandsOfLevels) {

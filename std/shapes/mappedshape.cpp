@@ -114,7 +114,8 @@ qcRadian angleOf(Held shape, Xform xform, bool atStart) {
   return qc_shapes::segmentAngle({}, along);
 }
 
-// The place on the curve that a position means. The end of a contour, but for rounding, is no place on the next one.
+// The place on the curve that a position means, which may be the end of a piece. The end of a contour, but for
+// rounding, is no place on the next one.
 MappedCurve::Place placeOf(const MappedCurve& curve, const qcShapeInfo& info, const qcPerimPos& position) {
   constexpr double kRounding = 1e-12;  // of lengths, relatively
   const qcPerimPos moved = info.perimPos(position, 0);
@@ -122,7 +123,7 @@ MappedCurve::Place placeOf(const MappedCurve& curve, const qcShapeInfo& info, co
   const double length = info.pieceLength(position.index()) * (1 + kRounding);
   const bool isOnPiece = position.distance() >= 0 && position.distance() <= length;
   const qcPerimPos& place = isOnPiece ? position : moved;
-  return curve.normal(curve.placeOn(place.index(), place.distance()));
+  return curve.placeOn(place.index(), place.distance());
 }
 
 }  // namespace
@@ -138,7 +139,8 @@ qcMappedShape::qcMappedShape(const Held& shape, const qc2XformBase& xform, bool 
   xform_ = inner ? Xform(xform.composeBase(*inner->overallMapXform())) : Xform(xform.clone());
 }
 
-qcMappedShape::qcMappedShape(const qcMappedShape& other) = default;
+// Without what questions computed: some of it is completed by later ones, which may come from another thread.
+qcMappedShape::qcMappedShape(const qcMappedShape& other) : qcMappedShape(other.shape_, other.xform_) {}
 
 // The other may be below this one, and go with it.
 qcMappedShape& qcMappedShape::operator=(const qcMappedShape& other) {
@@ -148,9 +150,7 @@ qcMappedShape& qcMappedShape::operator=(const qcMappedShape& other) {
   mutating();
   shape_ = kept.shape_;
   xform_ = kept.xform_;
-  explicit_ = kept.explicit_;
-  overall_ = kept.overall_;
-  curve_ = kept.curve_;
+  dropCaches();
   return *this;
 }
 
@@ -235,7 +235,7 @@ const qcShape* qcMappedShape::exact() const {
 }
 
 const MappedCurve& qcMappedShape::curve() const {
-  if (!curve_) curve_ = std::make_shared<const MappedCurve>(underlyingShape(), overallMapXform());
+  if (!curve_) curve_ = std::make_unique<const MappedCurve>(underlyingShape(), overallMapXform());
   return *curve_;
 }
 
@@ -342,7 +342,10 @@ qcPtrHandle<qcShape> qcMappedShape::subShape(const qcShapeInfo& info,
   if (const qcShape* shape = exact()) return shape->subShape(info, piece);
   if (!(piece.second >= 0)) throw qcShapesError::BadParams();
   const MappedCurve &mapped = curve(), &source = mapped.source();
-  const MappedCurve::Place place = placeOf(mapped, info, piece.first);
+  // Only a single closed contour goes round again from its very end; others lead on to the next contour, if any.
+  const MappedCurve::Place at = placeOf(mapped, info, piece.first), next = mapped.normal(at);
+  const bool goesRound = info.isClosed() && !isMultipleContours_();
+  const MappedCurve::Place place = goesRound || next.piece > at.piece ? next : at;
   const double from = mapped.lengthTo(place), sourceFrom = source.lengthTo(place);
   const double total = mapped.length(), sourceTotal = source.length();
   const auto sourceAt = [&](double length) { return source.lengthTo(mapped.placeAt(length)); };
@@ -399,7 +402,7 @@ bool qcMappedShape::equal_(const qcShape& that) const {
 void qcMappedShape::perimPointAndTangent_(const qcShapeInfo& info, const qcPerimPos& position, qcVector<2>& point,
                                           qcRadian* tangent) const {
   if (const qcShape* shape = exact()) return shape->perimPointAndTangent_(info, position, point, tangent);
-  point = curve().image(placeOf(curve(), info, position), tangent);
+  point = curve().image(curve().normal(placeOf(curve(), info, position)), tangent);
 }
 
 void qcMappedShape::pieceLengths_(std::vector<double>& lengths) const {

@@ -35,8 +35,9 @@ class MappedCurve;
 /// qc2XformPerspectiveDefs::NumericalError where the shape crosses the line at infinity. Every operation of a mapped
 /// shape without a shape throws qcBadPointer. Nothing is changed by what throws.
 ///
-/// What questions compute is kept, until the shape or the transform is set. A shape that is shared by several threads
-/// must be asked once before they start, or under a lock. Shapes that are held are not to be changed by others.
+/// What questions compute is kept, until the shape or the transform is set; copies compute it anew. A shape that is
+/// shared by several threads, by itself or in what holds it, must be asked once before they start, or under a lock.
+/// Shapes that are held are not to be changed by others.
 class VNXSTD_EXPORT qcMappedShape : public qcShape {
  public:
   using Held = qcPtrHandle_const<qcShape>;
@@ -153,7 +154,7 @@ class VNXSTD_EXPORT qcMappedShape : public qcShape {
   Xform xform_;
   mutable Held explicit_;
   mutable Xform overall_;
-  mutable std::shared_ptr<const qc_shapes::MappedCurve> curve_;  // of an overall transform that is not linear
+  mutable std::unique_ptr<const qc_shapes::MappedCurve> curve_;  // of an overall transform that is not linear
 };
 
 /// Whether a linear transform keeps angles, up to a mirroring: its aspect is within `aspectTol` of 1 or -1, and its
