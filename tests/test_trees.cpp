@@ -189,9 +189,13 @@ TEST(ContourTrees, OfSegmentsAreThePolylineThroughTheirEnds) {
       corners.push_back(simple ? V(0, 0) + V(random.real(1, 9), qcRadian(6.0 * i / n)) : corner);
     }
     const qcPolyline line(corners, closed);
-    qcContourTree tree(closed);
-    for (std::size_t i = 0; i + (closed ? 0 : 1) < corners.size(); ++i)
-      tree.addChild(qcLineSeg(corners[i], corners[(i + 1) % corners.size()]));
+    qcContourTree tree(closed), jumping(closed);  // the latter also along the lines of jumps, and through points
+    for (std::size_t i = 0; i + (closed ? 0 : 1) < corners.size(); ++i) {
+      const V& next = corners[(i + 1) % corners.size()];
+      tree.addChild(qcLineSeg(corners[i], next));
+      jumping.addChild(qcLineSeg(corners[i], random.flip() ? next : corners[i]));
+    }
+    if (!closed) jumping.addChild(qcLineSeg(corners.back(), corners.back()));
     const qcShapeInfo info(line);
     EXPECT_EQ(info, qcShapeInfo(tree));
     for (int i = 0; i < 30; ++i) {
@@ -206,6 +210,7 @@ TEST(ContourTrees, OfSegmentsAreThePolylineThroughTheirEnds) {
         return closed ? shape.within(p) : shape.windingAngle(p).plain();
       };
       EXPECT_NEAR(around(tree), around(line), 1e-12) << p.x() << " " << p.y();
+      EXPECT_NEAR(around(jumping), around(line), 1e-12) << p.x() << " " << p.y();
     }
     EXPECT_NEAR(closed ? tree.area() : 0, closed ? line.areaMoment0() : 0, 1e-12);
     const auto turned = [&](const qcShape& shape) { return closed || !simple ? 0 : shape.tangentRotation().plain(); };
@@ -296,6 +301,14 @@ TEST(ContourTrees, HaveMappedPieces) {
   }
   const Shape cut = tree.clip(square(-15, 15), true), alone = bent->clip(square(-15, 15), true);
   EXPECT_NEAR(qcShapeInfo(*cut).perimeter(), qcShapeInfo(*alone).perimeter(), 1e-9);
+  // To (x^3, x^2), and nearly: where the length is estimated, the image stands still, or is 1e-10 times as fast.
+  for (const double speed : {0.0, 1e-10}) {
+    const qc2XformPoly still(3, {0, speed, 0, 0, 0, 0, 1, 0, 0, 0}, {0, 0, 1, 1, 0, 0, 0, 0, 0, 0});
+    const Child cusp(new qcMappedShape(new qcLineSeg({1, 0}, {-1, 0}), still, false));
+    EXPECT_NEAR(qcContourTree({cusp}, true, false).area(), -0.8, 1e-5);
+    const long once = chains(*cusp, 0.01)[0].numVertices();
+    EXPECT_GT(chains(qcContourTree({cusp, cusp}, false, false), 0.01)[0].numVertices(), once);
+  }
 }
 
 TEST(ContourTrees, EncloseTheAreaOfTheirSamples) {

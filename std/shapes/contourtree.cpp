@@ -9,6 +9,7 @@
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/shapes/ellipsearc.h"
 #include "vnxstd/shapes/lineseg.h"
+#include "vnxstd/shapes/mappedshape.h"
 #include "vnxstd/shapes/polyline.h"
 #include "vnxstd/shapes/shapeinfo.h"
 
@@ -20,8 +21,22 @@ constexpr double kRounding = 1e-12;  // of the direction in which a contour turn
 
 const qc_Instantiator registered(typeid(qcContourTree), &qcContourTree::make);
 
+double sweptTwice(const qcShape& shape, const qcVector<2>& origin);
+
+// Of elements that follow each other from the origin on, and of the lines along which the contour jumps between them.
+double sweptTwice(const Elements& elements, const qcVector<2>& origin) {
+  double sum = 0;
+  qcVector<2> end = origin;
+  for (const qcShape* element : elements) {
+    sum += (end - origin).cross(element->startPoint() - origin) + sweptTwice(*element, origin);
+    end = element->endPoint();
+  }
+  return sum;
+}
+
 // The integral of x * dy - y * dx from the start of an open contour to its end, in coordinates from an origin: twice
-// the area that it sweeps, seen from there.
+// the area that it sweeps, seen from there. What is mapped may stand still or be squeezed into next to nothing, which
+// its decomposition takes care of.
 double sweptTwice(const qcShape& shape, const qcVector<2>& origin) {
   if (const auto* polyline = dynamic_cast<const qcPolyline*>(&shape)) {
     double sum = 0;
@@ -37,17 +52,14 @@ double sweptTwice(const qcShape& shape, const qcVector<2>& origin) {
     return (ellipse.isRightHanded() ? sector : -sector) + (ellipse.center() - origin).cross(end - start);
   }
   if (typeid(shape) == typeid(qcLineSeg)) return (start - origin).cross(end - origin);
-  if (!shape.isDecomposed()) {
+  if (!shape.isDecomposed() || dynamic_cast<const qcMappedShape*>(&shape)) {
     const qcPtrHandle<qcShape> decomposed = shape.decompose();
     const auto* tree = dynamic_cast<const qcShapeTree*>(decomposed.rep());
-    if (!tree) return sweptTwice(*decomposed, origin);
-    double sum = 0;
-    for (const qcShape* element : tree->elements_()) sum += sweptTwice(*element, origin);
-    return sum;
+    return tree ? sweptTwice(tree->elements_(), origin) : sweptTwice(*decomposed, origin);
   }
   // A primitive that is not known here, by chords.
   qcShape::qcSampleResult samples;
-  shape.sample(qcShape::qcSampleParams(1e-6 * shape.perimeter(), 0, INT32_MAX), samples);
+  shape.sample(qcShape::qcSampleParams(1e-6 * qcShapeInfo(shape).perimeter(), 0, INT32_MAX), samples);
   return sweptTwice(qcPolyline(samples.positions(), false), origin);
 }
 
@@ -122,39 +134,59 @@ qcRadian qcContourTree::windingAngle(const qcVector<2>& p) const {
   return qcRadian(swept(p));
 }
 
-// The angle swept around p. Each element takes a point on it as seen from the left of its own direction; where two meet
-// at the point, what is between both views is the turn of the contour there.
+// The angle swept around p. Each element, and each line of a jump, takes a point on it as seen from the left of its own
+// direction; where two meet at the point, what is between both views is the turn of the contour there. Single points
+// are no more than places to jump to and from.
 double qcContourTree::swept(const qcVector<2>& p) const {
   const Elements elements = elements_();
+  if (elements.empty()) return 0;
   double sum = 0;
-  const auto join = [&](const qcShape& before, const qcShape& after) {
-    const qcVector<2> from = before.endPoint(), to = after.startPoint();
-    if (from != to) {
-      sum += qc_shapes::angleSubtended(from, to, p, (to - from).perpendicular());
-    } else if (from == p && before.hasTangent() && after.hasTangent()) {
-      const double turn = (after.startAngle() - before.endAngle()).signedNorm().plain();
-      sum += turn < std::numbers::pi - kRounding ? turn : turn - qcRadian::turn;  // straight back is to the right
+  struct Direction {
+    bool isKnown = false;
+    qcRadian angle;
+  };
+  Direction arrived, firstLeft;  // at p: last, and at the very beginning
+  bool isBeginning = true;
+  // There is none where the image of a mapped piece stands still at its end.
+  const auto direction = [](const qcShape& element, bool atStart) -> Direction {
+    if (!element.hasTangent()) return {};
+    try {
+      return {true, atStart ? element.startAngle() : element.endAngle()};
+    } catch (const qcShapesError::NoTangent&) {
+      return {};
     }
   };
-  for (std::size_t i = 0; i < elements.size(); ++i) {
-    if (i > 0) join(*elements[i - 1], *elements[i]);
-    sum += elements[i]->windingAngle(p).plain();
+  const auto leave = [&](const Direction& along) {
+    if (isBeginning) firstLeft = along;
+    if (!arrived.isKnown || !along.isKnown) return;
+    const double turn = (along.angle - arrived.angle).signedNorm().plain();
+    sum += turn < std::numbers::pi - kRounding ? turn : turn - qcRadian::turn;  // straight back is to the right
+  };
+  qcVector<2> from = closed_ ? elements.back()->endPoint() : elements.front()->startPoint();
+  for (const qcShape* element : elements) {
+    const qcVector<2> start = element->startPoint(), end = element->endPoint();
+    if (from != start) {
+      const Direction along{true, qc_shapes::segmentAngle(from, start)};
+      if (from == p) leave(along);
+      sum += qc_shapes::angleSubtended(from, start, p, (start - from).perpendicular());
+      arrived = start == p ? along : Direction{};
+      isBeginning = false;
+    }
+    from = end;
+    sum += element->windingAngle(p).plain();
+    if (start == end && !element->hasTangent()) continue;
+    if (start == p) leave(direction(*element, true));
+    arrived = end == p ? direction(*element, false) : Direction{};
+    isBeginning = false;
   }
-  if (closed_ && !elements.empty()) join(*elements.back(), *elements.front());
+  if (closed_) leave(firstLeft);
   return sum;
 }
 
 double qcContourTree::area() const {
   const Elements elements = elements_();
   if (!closed_ || elements.empty()) throw qcShapesError::NotRegion();
-  const qcVector<2> origin = elements.front()->startPoint();
-  double sum = 0;
-  qcVector<2> end = origin;
-  for (const qcShape* element : elements) {
-    sum += (end - origin).cross(element->startPoint() - origin) + sweptTwice(*element, origin);
-    end = element->endPoint();
-  }
-  return sum / 2;
+  return sweptTwice(elements, elements.front()->startPoint()) / 2;
 }
 
 bool qcContourTree::isRightHanded() const { return area() >= 0; }

@@ -63,6 +63,13 @@ long numPieces(const qcShape& shape) {
   return static_cast<long>(lengths.size());
 }
 
+// Whether a shape is more than a point. The perimeter of what is mapped, an estimate, does not tell.
+bool hasLength(const qcShape& shape) {
+  std::vector<double> lengths;
+  shape.pieceLengths_(lengths);
+  return std::any_of(lengths.begin(), lengths.end(), [](double length) { return length != 0; });
+}
+
 // The elements of a tree and the numbers of their pieces.
 class Pieces {
  public:
@@ -115,7 +122,7 @@ class Pieces {
         if (forward ? jumps(at, next) : jumps(next, at)) break;
         at = next;
         if (element(at).hasTangent()) return forward ? element(at).startAngle() : element(at).endAngle();
-        if (element(at).perimeter() > 0) break;
+        if (hasLength(element(at))) break;
       }
     }
     throw qcShapesError::NoTangent();
@@ -492,11 +499,12 @@ void qcShapeTree::sampleElements_(const qcSampleParams& params, qcSampleResult& 
   const bool leaveOut = params.computeTangents() && hasTangent();
   // A contour that is a single point is sampled once.
   const bool isPoint = isOneContour_() && std::all_of(elements.begin(), elements.end(), [&](const qcShape* element) {
-                         return element->perimeter() == 0 && element->startPoint() == elements.front()->startPoint();
+                         const qcVector<2> point = elements.front()->startPoint();
+                         return element->startPoint() == point && element->endPoint() == point && !hasLength(*element);
                        });
   for (std::size_t i = 0; i < elements.size(); ++i) {
     const qcShape& element = *elements[i];
-    if ((isPoint && i > 0) || (leaveOut && !element.hasTangent() && element.perimeter() == 0)) {
+    if ((isPoint && i > 0) || (leaveOut && !element.hasTangent() && !hasLength(element))) {
       for (long n = numPieces(element); n > 0; --n) writer.takePiece();
       continue;
     }
