@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 #include "std/shapes/segment.h"
 #include "vnxstd/archive/archive.h"
@@ -15,42 +16,54 @@ using Elements = std::vector<const qcShape*>;
 
 const qc_Instantiator registered(typeid(qcGeneralShapeTree), &qcGeneralShapeTree::make);
 
-// Open contours by where they start; each can be taken once.
+// Open contours by where they start, in cells twice as wide as the tolerance: however quotients are rounded, what is
+// within the tolerance is in the same cell or in one next to it. Without a tolerance each point is a cell.
 class Starts {
  public:
   Starts(const Elements& shapes, double tolerance) : tolerance_(tolerance) {
-    for (std::size_t i = 0; i < shapes.size(); ++i) {
+    for (std::size_t i = shapes.size(); i-- > 0;) {
       if (!shapes[i]->isOpenContour()) continue;
       const qcVector<2> start = shapes[i]->startPoint();
-      if (!std::isnan(start.x())) starts_.push_back({start, i, false});
+      if (isFinite(start)) cells_[{cell(start.x()), cell(start.y())}].push_back({start, i});
     }
-    std::sort(starts_.begin(), starts_.end(), [](const Start& a, const Start& b) { return a.point.x() < b.point.x(); });
   }
 
   static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
-  /// The first shape that starts at the point and is not taken.
+  /// The first shape that starts at the point; it is not found again.
   std::size_t take(const qcVector<2>& point) {
-    const auto leftOf = [](const Start& start, double x) { return start.point.x() < x; };
-    Start* found = nullptr;
-    for (auto start = std::lower_bound(starts_.begin(), starts_.end(), point.x() - tolerance_, leftOf);
-         start != starts_.end() && start->point.x() <= point.x() + tolerance_; ++start) {
-      if (start->taken || qc_shapes::segmentLength(start->point, point) > tolerance_) continue;
-      if (!found || start->shape < found->shape) found = &*start;
+    if (!isFinite(point)) return kNone;
+    std::vector<Start>* nearest = nullptr;
+    std::ptrdiff_t found = 0;
+    std::size_t first = kNone;
+    const int reach = tolerance_ > 0 ? 1 : 0;
+    for (int i = -reach; i <= reach; ++i) {
+      for (int j = -reach; j <= reach; ++j) {
+        const auto starts = cells_.find({cell(point.x()) + i, cell(point.y()) + j});
+        if (starts == cells_.end()) continue;
+        std::vector<Start>& all = starts->second;
+        for (std::size_t k = all.size(); k > 0 && all[k - 1].shape < first; --k) {
+          if (!(qc_shapes::segmentLength(all[k - 1].point, point) <= tolerance_)) continue;
+          nearest = &all;
+          found = static_cast<std::ptrdiff_t>(k - 1);
+          first = all[k - 1].shape;
+        }
+      }
     }
-    if (!found) return kNone;
-    found->taken = true;
-    return found->shape;
+    if (nearest) nearest->erase(nearest->begin() + found);
+    return first;
   }
 
  private:
   struct Start {
     qcVector<2> point;
     std::size_t shape;
-    bool taken;
   };
 
-  std::vector<Start> starts_;
+  static bool isFinite(const qcVector<2>& p) { return std::isfinite(p.x()) && std::isfinite(p.y()); }
+  double cell(double x) const { return tolerance_ > 0 ? std::floor(x / (2 * tolerance_)) : x; }
+
+  std::map<std::pair<double, double>, std::vector<Start>> cells_;  // the last shape first
   double tolerance_;
 };
 

@@ -16,7 +16,7 @@ class VNXSTD_EXPORT qcGeneralShapeTree : public qcShapeTree {
   /// tree, which is closed when it ends where it starts. Of several that start there the first is taken. Directions are
   /// kept. Everything else stays as it is; nested collections are dissolved, and a contour stands where the first of
   /// its pieces stood. Shapes are shared with this tree. Throws qcShapesError::BadParams for a tolerance that is
-  /// negative or NaN. Takes time in proportion to n log n where few contours start close together.
+  /// negative or NaN. Takes time in proportion to n log n; with a tolerance, where few contours start close together.
   qcPtrHandle<qcGeneralShapeTree> connect(double tolerance = 0) const;
 
   /// Contours become the open shapes that they consist of, regions their boundaries.
