@@ -98,6 +98,9 @@ TEST(Semaphore, HoldsItsUnitsAndPassesAnyDeadline) {
     EXPECT_FALSE(semaphore.acquire(qcDeadline(seconds)));
   for (int i = 0; i < 3; ++i) semaphore.release();
   for (int i = 0; i < 4; ++i) EXPECT_EQ(semaphore.acquire(qcDeadline(-1)), i < 3);
+  qcSemaphore full(LONG_MAX);
+  full.release();
+  EXPECT_TRUE(full.acquire(qcDeadline(0.0)));
 }
 
 TEST(Mutex, IsForOneThread) {

@@ -1,6 +1,7 @@
 #include "vnxstd/sync/sync.h"
 
 #include <algorithm>
+#include <limits>
 #include <thread>
 
 #include "std/sync/wait.h"
@@ -62,6 +63,6 @@ bool qcSemaphore::acquire(const qcDeadline& deadline) {
 
 void qcSemaphore::release() {
   const std::lock_guard lock(mutex_);
-  ++units_;
+  if (units_ < std::numeric_limits<long>::max()) ++units_;
   added_.notify_one();  // under the lock: whoever has taken the unit may destroy the semaphore
 }

@@ -80,7 +80,7 @@ class VNXSTD_EXPORT qcSemaphore final : public qc_Resource {
 
   /// Takes a unit. Throws qcTimeout::Expired or Cancel when a time limit on this thread ends the wait first.
   bool acquire(const qcDeadline& deadline) override;
-  /// Adds a unit and wakes one of the threads that wait.
+  /// Adds a unit, unless there are as many as a long can count, and wakes one of the threads that wait.
   void release() override;
 
  private:

@@ -10,7 +10,7 @@
 /// A time limit on what a thread does while this object lives. It interrupts nothing that runs; a wait of the thread
 /// that outlasts it, for a semaphore, an image from a pool, a message or a span of time, throws Expired, and Cancel
 /// within 10 ms after another thread has called cancel. A wait that begins later throws at once. What is there without
-/// waiting is taken all the same, and a resource without a deadline is waited for to the end. Of several limits the
+/// waiting is taken all the same, and a mutex without a deadline is waited for to the end. Of several limits the
 /// earliest counts. An object belongs to the thread that made it; cancel alone is for all threads.
 ///
 ///     const qcTimeout limit(0.5);
