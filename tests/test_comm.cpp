@@ -94,6 +94,8 @@ TEST(Transfer, TimeOutsCoverWholeMessages) {
   EXPECT_EQ(number, 5);
   // Nothing comes: one can wait again.
   for (int i = 0; i < 2; ++i) EXPECT_THROW(*in || number, qcTcpip::Timeout);
+  const qcDeadline before(qcDeadline::Clock::time_point::min());
+  EXPECT_THROW(mine->receive(std::make_unique<char>().get(), 1, before), qcTcpip::Timeout);
   {
     const qcTimeout limit(0.01);
     EXPECT_THROW(*in || number, qcTimeout::Expired);

@@ -2,6 +2,9 @@
 
 #include <csignal>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include "support/bytes.h"
 #include "support/peer.h"
 #include "support/test.h"
@@ -43,10 +46,24 @@ bool sameBytes(const qcPelBuffer_const<T>& a, const qcPelBuffer_const<T>& b) {
 
 std::string nameOf(const qcException& error) { return qcDevEnv::canonicalTypeName(typeid(error).name()); }
 
+using Ends = std::pair<std::unique_ptr<qcCommunicator>, std::unique_ptr<qcCommunicator>>;
+
+Ends overTcp() {
+  const int listener = socket(AF_INET, SOCK_STREAM, 0), first = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+  socklen_t size = sizeof address;
+  auto* const at = reinterpret_cast<sockaddr*>(&address);
+  EXPECT_TRUE(bind(listener, at, size) == 0 && listen(listener, 1) == 0 && getsockname(listener, at, &size) == 0 &&
+              connect(first, at, size) == 0);
+  const int second = accept(listener, nullptr, nullptr);
+  close(listener);
+  return {std::make_unique<qcCommunicator>(first), std::make_unique<qcCommunicator>(second)};
+}
+
 /// Both ends of a connection within this thread, and an image that one has lent to the other.
 struct Pair {
-  Pair() {
-    std::tie(owner, user) = qcCommunicator::loopback();
+  explicit Pair(Ends ends = qcCommunicator::loopback()) {
+    std::tie(owner, user) = std::move(ends);
     out = owner->archive(Dir::storing), back = user->archive(Dir::storing);
     out->flush(), back->flush();
     in = user->archive(Dir::loading), home = owner->archive(Dir::loading);
@@ -365,12 +382,47 @@ TEST(RemoteRoots, ThreadsShareAConnection) {
   threads.clear();
 }
 
-TEST(RemoteRoots, ConnectionsMayGoWhileAnAnswerIsUnderWay) {
+TEST(RemoteRoots, WhatASideLeavesWhenItsTimeIsUpIsSentByAnother) {
+  Pair pair;
+  Grey image = noise<unsigned char>(1000, 1000), proxy = pair.lend(image);
+  pair.user->timeOut(0);
+  EXPECT_THROW(qfPelCopy(proxy), qcTcpip::Timeout);  // has asked
+  std::jthread brief([&] { EXPECT_FALSE(pair.owner->serve(0.1)); });
+  std::vector<char> reply(1000011);
+  pair.user->receive(reply.data(), 1, qcDeadline(30.0));
+  std::jthread steady([&] { EXPECT_TRUE(pair.owner->serve(30)); });
+  brief.join();
+  EXPECT_NO_THROW(pair.user->receive(reply.data(), 1000010, qcDeadline(5.0)));
+  pair.user.reset();
+}
+
+TEST(RemoteRoots, WhatWasFlushedOutlivesTheSenderOverTcp) {
+  Pair pair(overTcp());
+  Grey image(8, 8);
+  pair.lend(image);  // and lets go of it, which the owner does not read
+  std::vector<double> sent(15000, 1.5), come;
+  *pair.out || sent;
+  pair.out->flush();
+  pair.out.reset(), pair.home.reset(), pair.owner.reset();
+  EXPECT_NO_THROW(*pair.in || come);
+  EXPECT_TRUE(come == sent);
+}
+
+TEST(RemoteRoots, ConnectionsAndTimeMayEndWhileAnAnswerIsUnderWay) {
   Pair near, far;
   Grey image(4, 4), middle = near.lend(image), end = far.lend(middle);
+  char call[32];
+  far.user->timeOut(5);
+  {
+    const std::jthread passing([&] {
+      const qcTimeout limit(0.02);
+      EXPECT_THROW(far.owner->serve(30), qcTimeout::Expired);
+    });
+    EXPECT_THROW(end.get(0, 0), qcTimeout::Expired) << "of the side between";
+  }
   std::jthread passing([&serving = *far.owner] { EXPECT_TRUE(serving.serve(30)); });
   std::jthread asking([&] { EXPECT_THROW(end.get(0, 0), qcTcpip::ConnectionBroken); });
-  near.owner->receive(std::array<char, 32>().data(), 32, qcDeadline(30.0));  // passed on
+  for (int passedOn = 0; passedOn < 2; ++passedOn) near.owner->receive(call, 32, qcDeadline(30.0));
   far.out.reset(), far.home.reset(), far.owner.reset();
   near.owner->finishSending();
 }

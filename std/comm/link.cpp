@@ -23,6 +23,10 @@ constexpr std::size_t kMostSetAside = std::size_t{64} << 20, kFrameCost = 128;
 // What is kept for a peer that takes nothing.
 constexpr std::size_t kMostUnsent = std::size_t{16} << 20;
 
+// Seconds after which a thread that waits for the connection looks again at what another one may have left to it
+// meanwhile, since that cannot wake it.
+constexpr double kLook = 0.01;
+
 // While a thread waits for the answer to one call it answers others, which may take calls. Peers could go on with that
 // until the stack is used up.
 constexpr int kMostCallsWithin = 16;
@@ -149,7 +153,7 @@ bool qc_Link::readOn(bool isRoom) {
 // only what there is already without a deadline. False when that passes first. An error ends the receiving.
 bool qc_Link::read(Lock& lock, bool takesMessages, const qcDeadline* deadline) {
   const bool isRoom = takesMessages || asideBytes_ < kMostSetAside;
-  const bool isSomethingLeft = !unsent_.empty() && !isSending_ && !isSendingOver_;
+  bool canSendRest = isSomethingLeft();
   isReading_ = true;
   lock.unlock();
   const auto stopReading = [&] {
@@ -160,9 +164,14 @@ bool qc_Link::read(Lock& lock, bool takesMessages, const qcDeadline* deadline) {
   bool isWhole = false, isInTime = true;
   try {
     while (!(isWhole = readOn(isRoom)) && deadline && !isMessageWithoutRoom(isRoom)) {
-      const qcCommunicator::Ready ready = communicator_->waitFor(isSomethingLeft, true, *deadline);
-      isInTime = ready.canSend || ready.canReceive;
-      if (!ready.canReceive) break;
+      const qcDeadline look = canSendRest ? *deadline : std::min(*deadline, qcDeadline(kLook));
+      const qcCommunicator::Ready ready = communicator_->waitFor(canSendRest, true, look);
+      if (ready.canReceive) continue;
+      isInTime = ready.canSend || !deadline->hasPassed();
+      if (ready.canSend || !isInTime) break;
+      lock.lock();
+      canSendRest = isSomethingLeft();
+      lock.unlock();
     }
     if (isWhole && (head_ & kCall) != 0 && loadWord(body_.data()) == 0) {
       isWhole = false;
@@ -323,9 +332,12 @@ void qc_Link::transmit(Lock& lock, const char* frame, std::size_t size, const qc
   if (frame) sendRest(lock);  // what others have left meanwhile
 }
 
+// Whether there is something to send that nobody is sending.
+bool qc_Link::isSomethingLeft() const { return !unsent_.empty() && !isSending_ && !isSendingOver_; }
+
 // Sends what is left as far as that needs no waiting.
 void qc_Link::sendRest(Lock& lock) {
-  if (unsent_.empty() || isSending_ || isSendingOver_) return;
+  if (!isSomethingLeft()) return;
   std::size_t sent = 0;
   try {
     transmit(lock, nullptr, 0, nullptr, sent);
@@ -335,7 +347,6 @@ void qc_Link::sendRest(Lock& lock) {
 
 // Waits until the connection takes more. Reads meanwhile: a peer that sends itself may take nothing before.
 void qc_Link::waitToSend(const qcDeadline& deadline) {
-  constexpr double kLook = 0.01;  // seconds; whoever reads now may stop, and cannot wake this thread
   const auto reads = [this] { return !isReading_ && !isReceivingOver_ && asideBytes_ < kMostSetAside; };
   Lock lock(mutex_);
   const bool isReader = reads();
@@ -481,10 +492,7 @@ void qc_Link::answer(const std::vector<char>& call, const qcDeadline& deadline) 
     if (!answering) throw qcTcpip::NotSupported();
     number == 0 ? answering->notice(body) : answering->answer(body, reply);
     frame = frameOf(number, reply.bytes());
-  } catch (qcTimeout::Errors& error) {
-    if (zrtsys::checkAttention() < 0) throw;  // of this thread; otherwise of another side that it has asked
-    fail(error);
-  } catch (qcException& error) {
+  } catch (qcException& error) {  // also when the time of this thread is up, which its next wait throws again
     fail(error);
   } catch (const std::bad_alloc&) {
     qcTcpip::AccessFailed error;

@@ -112,6 +112,7 @@ class qc_Link {
   void endReceiving(Lock& lock);
   void transmit(Lock& lock, const char* frame, std::size_t size, const qcDeadline* deadline, std::size_t& sent);
   void waitToSend(const qcDeadline& deadline);
+  bool isSomethingLeft() const;
   void sendRest(Lock& lock);
 
   mutable std::mutex mutex_;

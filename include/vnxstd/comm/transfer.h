@@ -31,7 +31,9 @@ class VNXSTD_EXPORT qcTransferArchive : public qcArchive {
   void timeOut(double seconds) noexcept;
   double timeOut() const noexcept;
 
-  /// Sends what was stored, and ends the message.
+  /// Sends what was stored, and ends the message. Over TCP that can still be lost, when the communicator goes before
+  /// the peer has loaded it and the peer then sends something, as it does when it lets go of an image. To be sure,
+  /// finish sending, and serve until the peer has gone, before the communicator goes.
   void flush();
   /// The same as flush.
   void sync() override { flush(); }
