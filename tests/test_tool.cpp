@@ -738,6 +738,7 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   std::string lost = text("d.vdb");
   write("bare.arc", "\x03\x01" + std::string(60, 'x'));
   write("r.vdb", lost);
+  write("cut.vdb", lost.substr(0, lost.size() - 5));
   lost[11] = 0;
   write("a.vdb", lost);
   write("small.bmp", Grey(4, 4));

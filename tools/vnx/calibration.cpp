@@ -206,7 +206,7 @@ std::size_t Calibration::outside(const std::vector<qcVector<2>>& image) const {
 }
 
 std::vector<CalibrationPoint> readCalibrationPoints(const std::string& path) {
-  requireReadable(path);
+  requireReadable(path, true);
   std::string text(kLargestFile + 1, '\0');
   std::ifstream file(path, std::ios::binary);
   file.read(text.data(), static_cast<std::streamsize>(text.size()));

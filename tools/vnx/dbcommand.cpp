@@ -40,17 +40,24 @@ void requireChain(const qcArchive& archive, const std::string& path) {
 
 // What a command comes to on a database whose chain of records may be damaged: what lies behind was not seen.
 Exit exitOf(const qcArchive& archive, const std::string& path, Exit exit) {
-  if (archive.damaged() == qcArchive::Position(0)) return exit;
-  std::cerr << "vnx db: " << path << ": " << damageOf(archive) << "; vnx db salvage finds them\n";
+  const std::string damage = damageOf(archive);
+  if (damage.empty()) return exit;
+  std::cerr << "vnx db: " << path << ": " << damage << "; vnx db salvage finds them\n";
   return kMalformed;
 }
 
+// That of a record whose object was removed is none; throws when the object was never stored in full.
 std::string classOf(qcVDBArchive& database) {
   try {
     return database.recordTypeName();
   } catch (const qcVDBRecordBase::NoResult&) {
-    return "none";
   }
+  try {
+    delete database.loadRecord();
+  } catch (const qcVDBRecordBase::NoResult&) {
+  } catch (const qcArchive::NotFound&) {
+  }
+  return "none";
 }
 
 // False when a record could not be read.
@@ -123,7 +130,8 @@ DbCommand::DbCommand(CLI::App& app)
   command_->require_subcommand(0, 1);
   const auto add = [this](const char* name, const char* what) {
     CLI::App* sub = command_->add_subcommand(name, what);
-    sub->add_option("file", file_, "A tool database");
+    sub->add_option("file", file_,
+                    name == std::string("salvage") ? "A tool database or any other archive" : "A tool database");
     return sub;
   };
   list_ = add("list", "A line for each record");
@@ -153,6 +161,7 @@ Exit DbCommand::run() const {
   if (salvage_->parsed()) return salvage();
   const bool isOne = !list_->parsed() && !check_->parsed();
   if (isOne && number_ < 1) throw WrongCall("which record? Its number is needed");
+  if (number_ > qcVDBArchive::kLastNumber) throw WrongCall("no record has that number");
   if (renumber_->parsed() && (other_ < 1 || other_ > qcVDBArchive::kLastNumber))
     throw WrongCall("the new number must be one from 1 to " + std::to_string(qcVDBArchive::kLastNumber));
   const qcVDB::Grade grade = grade_->parsed() ? gradeOf(wanted_) : qcVDB::unknown;
@@ -201,7 +210,6 @@ Exit DbCommand::extract() const {
     const auto archive = openArchive(file_);
     requireChain(*archive, file_);
     if (number_ != 0) {
-      if (isSameFile(file_, output_)) throw WrongCall("the database and -o must be different files");
       if (extractRecord(*archive, file_, number_, output_)) return exitOf(*archive, file_, kGood);
       std::cerr << "vnx db: nothing found: no record " << number_ << " in " << file_ << '\n';
       return exitOf(*archive, file_, kNotFound);

@@ -21,12 +21,15 @@ Fault faultOf(const qcException& error) {
 
 std::string textOf(const qcException& error) {
   const qcLoadContext* context = error.loadContext();
-  return qf_NarrowLossy(error.message(true)) + (context ? "; " + context->text() : "");
+  const bool isWriting = !context && dynamic_cast<const qcArchive::BadBuffer*>(&error);
+  return qf_NarrowLossy(error.message(true)) + (context ? "; " + context->text() : isWriting ? "; writing failed" : "");
 }
 
-void requireReadable(const std::string& path) {
+void requireReadable(const std::string& path, bool isReadOnce) {
   std::error_code ignored;
   if (std::filesystem::is_directory(path, ignored)) throw FileError(path, "is a directory", Fault::medium);
+  if (!isReadOnce && std::filesystem::exists(path, ignored) && !std::filesystem::is_regular_file(path, ignored))
+    throw FileError(path, "is a device or a pipe, not a file", Fault::medium);
   errno = 0;
   if (const std::ifstream file(path, std::ios::binary); !file)
     throw FileError(path, "cannot be read: " + std::generic_category().message(errno), Fault::medium);

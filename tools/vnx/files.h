@@ -45,8 +45,9 @@ auto onFile(const std::string& path, Work work) {
   }
 }
 
-/// Throws a FileError with the system's reason when the file cannot be opened for reading or is a directory.
-void requireReadable(const std::string& path);
+/// Throws a FileError with the system's reason when the file cannot be opened for reading, is a directory or, unless it
+/// is read once from its start to its end, a device or a pipe.
+void requireReadable(const std::string& path, bool isReadOnce = false);
 
 /// What a file is, by its first bytes.
 enum class FileKind { bitmap, archive, other };

@@ -75,11 +75,9 @@ void describeIndex(const qcArchive& archive, std::ostream& out) {
   long marks = 0;
   for (long mark = archive.firstMarkNum(); mark != 0; mark = archive.nextMarkNum(mark)) ++marks;
   if (marks != 0) row(out, "marks", formatted("%ld, %ld to %ld", marks, archive.firstMarkNum(), archive.lastMarkNum()));
-  const auto place = [](qcArchive::Position at) { return static_cast<long long>(static_cast<std::streamoff>(at)); };
-  if (const auto at = archive.unfinished(); at != qcArchive::Position(0))
-    row(out, "unfinished", formatted("a record, from byte %lld on, that its writer did not live to finish", place(at)));
-  if (const auto at = archive.damaged(); at != qcArchive::Position(0))
-    row(out, "damaged", formatted("at byte %lld; records behind it are not shown", place(at)));
+  if (const auto at = static_cast<std::streamoff>(archive.unfinished()); at != 0)
+    row(out, "unfinished",
+        formatted("a record, from byte %lld on, that its writer did not live to finish", static_cast<long long>(at)));
 }
 
 void describeArchive(const std::string& path, std::ostream& out) {
@@ -90,16 +88,18 @@ void describeArchive(const std::string& path, std::ostream& out) {
   row(out, "seekable", reader.isSeekable() ? "yes" : "no");
   if (reader.isSeekable()) describeIndex(reader.archive(), out);
   row(out, "bytes", formatted("%lld", reader.archive().remaining() + reader.archive().tell()));
-  if (reader.isSeekable() && describeDatabase(qf_Widen(path), out)) return;
-  while (const auto object = reader.next()) {
-    if (*object)
-      describeObject(**object, out);
-    else
-      row(out, "object", "none (a null pointer)");
+  if (!reader.isSeekable() || !describeDatabase(qf_Widen(path), out)) {
+    while (const auto object = reader.next()) {
+      if (*object)
+        describeObject(**object, out);
+      else
+        row(out, "object", "none (a null pointer)");
+    }
   }
   if (const auto at = reader.unnamed())
     row(out, "data",
         formatted("values that only their writer can name, from byte %lld on", static_cast<long long>(*at)));
+  if (const std::string damage = damageOf(reader.archive()); !damage.empty()) throw FileError(path, damage);
 }
 
 }  // namespace

@@ -304,9 +304,17 @@ class Inspection {
     walkBetween(at, end, false);
     if (damaged == 0 && unfinished == 0) return;
     teller_.beginItem();
+    // A writer that was interrupted leaves no pointer in the chain whose object is not there.
+    if (damaged == 0 && !records.empty() && isDangling(records.back()))
+      fail(qcArchive::Eof(L"the object is not there in full", 0));
     if (damaged != 0) fail(qcArchive::BadContent(L"the chain of records is broken here", 0));
     if (end < all)
       teller_.opaque({end, all - end}, damaged != 0 ? "what follows the damage" : "what its writer has not finished");
+  }
+
+  bool isDangling(const qcArchiveRecord& record) const {
+    return record.kind == qcArchiveRecord::pointer && !record.removed &&
+           archive_.findObject(record.number) == qcArchive::Position(0);
   }
 
   void walkRecord(const qcArchiveRecord& record) {

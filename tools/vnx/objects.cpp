@@ -20,6 +20,7 @@ std::unique_ptr<qcFileArchive> openArchive(const std::string& path) {
 }
 
 std::string damageOf(const qcArchive& archive) {
+  if (!archive.isSeekable() || archive.damaged() == qcArchive::Position(0)) return {};
   return "damaged at byte " + std::to_string(static_cast<std::streamoff>(archive.damaged())) +
          ": records behind it are not found";
 }

@@ -14,7 +14,7 @@
 /// Opens an archive, seekable or not as its first byte says, for reading alone. Throws the archive's errors.
 std::unique_ptr<qcFileArchive> openArchive(const std::string& path);
 
-/// What is said of an archive whose chain of records is damaged.
+/// What is said of an archive whose chain of records is damaged; empty for any other.
 std::string damageOf(const qcArchive& archive);
 
 /// Objects that were loaded by pointer, and that live as long as this.

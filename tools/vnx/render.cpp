@@ -164,8 +164,7 @@ class Renderer {
         collect(**object);
     }
     if (reader.unnamed()) skip("values that only their writer can name", "");
-    if (reader.isSeekable() && reader.archive().damaged() != qcArchive::Position(0))
-      skip("archive", damageOf(reader.archive()));
+    result_.damage = damageOf(reader.archive());
     if (!result_.drawn.empty()) draw();
     return std::move(result_);
   }

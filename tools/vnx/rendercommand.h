@@ -10,7 +10,8 @@ class RenderCommand {
   explicit RenderCommand(CLI::App& app);
   bool wanted() const { return command_->parsed(); }
 
-  /// Draws and says what. Returns whether there was something to draw. Throws WrongCall and FileError.
+  /// Draws and says what. Returns whether there was something to draw. Throws WrongCall and FileError, the
+  /// latter also when what was drawn is only what lies before the damage to an archive.
   bool run() const;
 
  private:

@@ -17,6 +17,7 @@
 #include "inspect.h"
 #include "objects.h"
 #include "std/archive/record.h"
+#include "wrongcall.h"
 
 namespace {
 
@@ -44,11 +45,16 @@ std::vector<Parts> databaseRecords(const Records& records) {
   return found;
 }
 
-// Does `work` on a file beside the one that is wanted, which takes its name when all went well.
+// Does `work` on a file beside the one that is wanted, which takes its name when all went well. Nothing that is not a
+// file loses its name to it, and `from` does not either.
 template <class Work>
-void writeWhole(const std::string& to, Work work) {
+void writeWhole(const std::string& from, const std::string& to, Work work) {
   const std::string part = to + ".part";
   std::error_code failed;
+  if (isSameFile(from, to)) throw WrongCall("what is read and what is written must be different files; both are " + to);
+  if (std::filesystem::exists(part, failed)) throw WrongCall(part + " exists already");
+  if (std::filesystem::exists(to, failed) && !std::filesystem::is_regular_file(to, failed))
+    throw FileError(to, "is no regular file", Fault::medium);
   try {
     work(part);
     std::filesystem::rename(part, to);
@@ -290,7 +296,7 @@ bool extractRecord(const qcArchive& from, const std::string& path, long number, 
     if (from.findMark(number) == qcArchive::Position(0)) return false;
     throw FileError(path, "record " + std::to_string(number) + " has no object");
   }
-  writeWhole(to, [&](const std::string& part) {
+  writeWhole(path, to, [&](const std::string& part) {
     onFile(part, [&](const std::wstring& name) {
       std::ifstream bytes(path, std::ios::binary);
       qcFileArchive archive(name, qcArchive::storing, from.ordering(), true);
@@ -304,7 +310,7 @@ bool extractRecord(const qcArchive& from, const std::string& path, long number, 
 
 bool salvageArchive(const std::string& path, const std::string& to, std::ostream& report) {
   bool isWhole = true;
-  writeWhole(to, [&](const std::string& part) {
+  writeWhole(path, to, [&](const std::string& part) {
     const bool isSeekable = onFile(path, [&](const std::wstring&) {
       if (kindOf(path) != FileKind::archive) throw FileError(path, "does not begin like an archive");
       return openArchive(path)->isSeekable();
