@@ -96,17 +96,6 @@ void loadByValue(qcArchive& archive, std::size_t which) {
   archive >> *object;
 }
 
-void loadTexts(const Input& input) {
-  loadEach<std::string, std::wstring, std::u32string, std::vector<double>, std::vector<bool>,
-           std::vector<std::vector<short>>, std::vector<std::pair<std::wstring, long>>,
-           std::vector<std::pair<unsigned long, float>>,
-           std::pair<std::pair<char, short>, std::pair<unsigned short, long long>>>(input);
-}
-
-void loadImages(const Input& input) {
-  loadEach<qcPelBuffer<unsigned char>, qcPelBuffer<qc3PlanePel>, qcPelBuffer<float>, qc2XformCache>(input);
-}
-
 /// Of the old format, whose objects have neither marker nor version.
 class Old : public qcPersistent {
  public:
@@ -120,28 +109,23 @@ class Old : public qcPersistent {
   int number_ = 0;
 };
 
+void (*const kWays[])(const Input&) = {
+    [](const Input& input) { input.read(loadAll<AnyHandle>); },
+    [](const Input& input) { input.read(loadAll<std::unique_ptr<qcPersistent>>); },
+    [](const Input& input) { input.read([&input](qcArchive& archive) { loadByValue(archive, input.bytes.size()); }); },
+    [](const Input& input) { input.read(loadRaw); },
+    loadEach<std::vector<qcPtrHandle<qcShape>>, std::vector<qcPtrHandle_const<qc2XformBase>>,
+             std::vector<std::unique_ptr<qcException>>, std::vector<qcPtrHandle<qc_PelRoot>>>,
+    loadEach<Old>,
+    loadEach<std::string, std::wstring, std::u32string, std::vector<double>, std::vector<bool>,
+             std::vector<std::vector<short>>, std::vector<std::pair<std::wstring, long>>,
+             std::vector<std::pair<unsigned long, float>>,
+             std::pair<std::pair<char, short>, std::pair<unsigned short, long long>>>,
+    loadEach<qcPelBuffer<unsigned char>, qcPelBuffer<qc3PlanePel>, qcPelBuffer<float>, qc2XformCache>};
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const Input input(data, size);
-  switch (input.choice) {
-    case 0:
-      return input.read(loadAll<AnyHandle>), 0;
-    case 1:
-      return input.read(loadAll<std::unique_ptr<qcPersistent>>), 0;
-    case 2:
-      return input.read([&](qcArchive& archive) { loadByValue(archive, size); }), 0;
-    case 3:
-      return input.read(loadRaw), 0;
-    case 4:
-      loadEach<std::vector<qcPtrHandle<qcShape>>, std::vector<qcPtrHandle_const<qc2XformBase>>,
-               std::vector<std::unique_ptr<qcException>>, std::vector<qcPtrHandle<qc_PelRoot>>>(input);
-      return 0;
-    case 5:
-      return loadEach<Old>(input), 0;
-    case 6:
-      return loadTexts(input), 0;
-    default:
-      return loadImages(input), 0;
-  }
+  return kWays[input.choice](input), 0;
 }

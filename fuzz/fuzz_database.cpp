@@ -2,29 +2,17 @@
 // changed, as far as that is possible, after which the same records are there when it is opened anew.
 
 #include "fuzz/fuzz.h"
-#include "vnxstd/archive/registry.h"
+#include "tests/support/archivable.h"
 #include "vnxstd/shapes/circle.h"
 #include "vnxstd/vdb.h"
 
 /// What the databases among the golden files hold.
-class GoldenRecord : public virtual qcVDBRecordBase {
- public:
-  static qcPersistent* make() { return new GoldenRecord; }
-
- protected:
-  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &GoldenRecord::serialize_); }
-  void serialize_(qcArchive& archive, unsigned char) {
-    qcVDBRecordBase::dispatchSerialize(archive);
-    archive || found_ || expected_;
-  }
-
- private:
-  qcPtrHandle<qcShape> found_{new qcCircle({1, 2}, 3)}, expected_ = found_;
+struct GoldenRecord : Archivable<GoldenRecord, qcVDBRecordBase> {
+  void fields(qcArchive& archive) { archive || found || expected; }
+  qcPtrHandle<qcShape> found{new qcCircle({1, 2}, 3)}, expected = found;
 };
 
 namespace {
-
-const qc_Instantiator registered(typeid(GoldenRecord), GoldenRecord::make);
 
 std::vector<long> numbersOf(qcVDBArchive& database) {
   std::vector<long> numbers;

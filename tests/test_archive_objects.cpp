@@ -33,35 +33,25 @@ TEST(Objects, HaveTheBytesOfTheFormat) {
   EXPECT_EQ(stored(kBig, true, pet), kMarker + fromHex("6F8B6844 00 00000003") + kPetName + fromHex("010007"));
 }
 
-class Base : public qcPersistent {
- protected:
-  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 3, &Base::serialize_); }
-  void serialize_(qcArchive& archive, unsigned char) {
-    qcPersistent::dispatchSerialize(archive);
-    archive << static_cast<unsigned char>(0xBA);
-  }
+struct Base : Archivable<Base> {
+  static void fields(qcArchive& archive) { archive << static_cast<unsigned char>(0xBA); }
 };
-template <int N>
-class Side : public virtual Base {
- protected:
-  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, N, &Side::serialize_); }
-  void serialize_(qcArchive& archive, unsigned char) { Base::dispatchSerialize(archive); }
+template <unsigned char N>
+struct Side : Archivable<Side<N>, Base> {
+  static void fields(qcArchive& archive) { archive << N; }
 };
-class Both : public Side<1>, public Side<2> {
- public:
-  static qcPersistent* make() { return static_cast<Side<1>*>(new Both); }
-
- protected:
-  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 9, &Both::serialize_); }
-  void serialize_(qcArchive& archive, unsigned char) {
+struct Sides : Side<1>, Side<2> {
+  void dispatchSerialize(qcArchive& archive) override {
     Side<1>::dispatchSerialize(archive);
     Side<2>::dispatchSerialize(archive);
   }
 };
-const qc_Instantiator bothRegistered(typeid(Both), &Both::make);
+struct Both : Archivable<Both, Sides> {
+  static void fields(qcArchive&) {}
+};
 
 TEST(Objects, StoreABaseThatIsReachedTwiceOnce) {
-  EXPECT_EQ(stored(kBig, false, Both()), kMarker + fromHex("09 01 03 00 BA 02"));
+  EXPECT_EQ(stored(kBig, false, Both()), kMarker + fromHex("00 00 00 00 BA 01 00 02"));
 }
 
 TEST(Objects, AThrowInTheMiddleLeavesNoMarksBehind) {
@@ -167,21 +157,17 @@ TEST(Pointers, AnObjectGivenAsAPlainPointerStaysWithTheCaller) {
   for (const std::string& bytes : {record(1, 1, node("", 0)) + self, record(1, 1, node("", 0)) + record(1, 0),
                                    record(1, 1, node(inside, 2)) + record(1, 0)}) {
     BytesArchive archive(headOf(kBig) + bytes);
-    qcPersistent *first = nullptr, *again = nullptr;
-    qcPersistent::serializePointer(*archive, nullptr, first);
-    qcPersistent::serializePointer(*archive, nullptr, again);
-    EXPECT_EQ(first, again);
+    const qcPersistent* const first = loadPointer(*archive);
+    EXPECT_EQ(first, loadPointer(*archive));
     EXPECT_GT(alive, 0);
     delete first;
     ASSERT_EQ(alive, 0);
   }
   BytesArchive archive(headOf(kBig) + record(1, 1, node("", 0)) + record(1, 0));
-  qcPersistent* first = nullptr;
-  qcPersistent::serializePointer(*archive, nullptr, first);
+  const std::unique_ptr<qcPersistent> first(loadPointer(*archive));
   qcPtrHandle<CountedPet> wrong;
   EXPECT_THROW(*archive || wrong, qcArchive::BadType);
   EXPECT_EQ(alive, 1);
-  delete first;
 }
 
 // Graphs.
@@ -398,15 +384,12 @@ TEST(HeldObjects, AreStoredAnewOnceTheyChange) {
 TEST(HeldObjects, AreStoredAnewOnceTheyAreAssignedTo) {
   qcArchive::BadFile error("a", 0);
   qcMemoryArchive archive(kBig, false);
-  qcPersistent* ignored = nullptr;
-  qcPersistent::serializePointer(archive, &error, ignored);
+  storePointer(archive, error);
   error = qcArchive::BadFile("b", 0);
-  qcPersistent::serializePointer(archive, &error, ignored);
+  storePointer(archive, error);
   BytesArchive in(bytesOf(archive));
   for (const wchar_t* text : {L"a", L"b"}) {
-    qcPersistent* loaded = nullptr;
-    qcPersistent::serializePointer(*in, nullptr, loaded);
-    const std::unique_ptr<qcPersistent> owner(loaded);
+    const std::unique_ptr<qcPersistent> loaded(loadPointer(*in));
     EXPECT_EQ(dynamic_cast<qcArchive::BadFile&>(*loaded).file(), text);
   }
 }
@@ -437,8 +420,8 @@ TEST(HeldObjects, ANewObjectAtAFreedAddressIsANewObject) {
   alignas(Pet) unsigned char place[sizeof(Pet)];
   qcMemoryArchive archive(kBig, false);
   for (int i = 1; i <= 2; ++i) {
-    qcPersistent* pet = new (place) Pet(static_cast<unsigned char>(i));
-    qcPersistent::serializePointer(archive, pet, pet);
+    qcPersistent* const pet = new (place) Pet(static_cast<unsigned char>(i));
+    storePointer(archive, *pet);
     pet->~qcPersistent();
   }
   EXPECT_EQ(bytesOf(archive),

@@ -31,12 +31,7 @@ void expectSamePels(qcPelBuffer<T> image, const Scene<T>& src) {
     ASSERT_EQ(std::memcmp(image.pointToRow(y + image.offset().y()), &src.at(0, y), bytes), 0);
 }
 
-long floorDivide(long a, long b) {
-  long q = 0;
-  while (q * b > a) --q;
-  while ((q + 1) * b <= a) ++q;
-  return q;
-}
+long floorDivide(long a, long b) { return std::lround(std::floor(static_cast<double>(a) / static_cast<double>(b))); }
 
 template <class T>
 struct ArrangedPel : testing::Test {};
@@ -205,12 +200,11 @@ template <class S, class D>
 void expectFiltered(const Size& size, const qcPelRect& shape,
                     const std::function<void(const qcPelBuffer_const<S>&, qcPelBuffer<D>&)>& filter,
                     const std::function<Component<D>(const Near<S>&)>& reference, bool hasNan = true) {
-  for (const Level level : {Level::Baseline, Level::Avx2, Level::Permutes}) {
-    if (vnxstd::simd::setLevel(level) != level) continue;
+  forEachLevel([&] {
     for (const bool inPlace : {false, true}) {
       if (inPlace && !std::is_same_v<S, D>) continue;
-      SCOPED_TRACE(testing::Message() << "level " << static_cast<int>(level) << ", " << size.x() << " x " << size.y()
-                                      << " by " << shape.width() << " x " << shape.height() << " in place " << inPlace);
+      SCOPED_TRACE(testing::Message() << size.x() << " x " << size.y() << " by " << shape.width() << " x "
+                                      << shape.height() << " in place " << inPlace);
       Scene<S> src(size.x(), size.y(), !inPlace && below(2) == 0);
       Scene<D> other(size.x(), size.y());
       src.buffer.offset(10, 20);
@@ -252,8 +246,7 @@ void expectFiltered(const Size& size, const qcPelRect& shape,
       }
       check(other, other.buffer);
     }
-  }
-  vnxstd::simd::setLevel(vnxstd::simd::highest());
+  });
 }
 
 template <class S, class D>

@@ -569,8 +569,7 @@ TEST_F(Tool, TellsArchivesByteForByte) {
       archive << circle << circle;
       store(archive, new qcPelRoot<float>(4, 3));
       qcDIB::BadFormat text(L"\u00FC\"\x01");
-      qcPersistent* pointer = &text;
-      qcPersistent::serializePointer(archive, pointer, pointer);
+      storePointer(archive, text);
       if (seekable) archive.writeNewMark(7);
       if (seekable) archive << static_cast<const qcPersistent&>(*circle);
       archive << 17L << std::string("end");
@@ -646,10 +645,9 @@ TEST_F(Tool, TellsTheKindAndValueOfEachField) {
       "u8 3 [1, 2, 255]; u8 2 [0, 0]; ";
   for (const auto order : kOrderings) {
     Fields fields;
-    qcPersistent* pointer = &fields;
     {
       qcFileArchive archive(path("fields.arc"), qcArchive::storing, order);
-      qcPersistent::serializePointer(archive, &fields, pointer);
+      storePointer(archive, fields);
     }
     const Told told(file("fields.arc"));
     std::string said;
@@ -706,9 +704,8 @@ TEST_F(Tool, ExitStatuses) {
   std::ofstream(file("cut.arc"), std::ios::binary).write("\x02\x01\x4F\xE5\x70\x54\x01\x01", 8);
   std::ofstream(file("text")) << "nothing of ours";
   qcDIB::BadFormat error(L"twice");
-  qcPersistent* pointer = &error;
   qcFileArchive twice(path("twice.arc"), qcArchive::storing);
-  for (int i = 0; i < 2; ++i) qcPersistent::serializePointer(twice, &error, pointer);
+  for (int i = 0; i < 2; ++i) storePointer(twice, error);
   twice.close();
   bitmap.xOffset(std::numeric_limits<std::int32_t>::max());
   bitmap.write(path("far.bmp"));

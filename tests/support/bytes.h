@@ -73,6 +73,17 @@ class BytesArchive {
   qcMemoryArchive archive_;
 };
 
+/// Stores an object by a pointer.
+inline void storePointer(qcArchive& archive, qcPersistent& object) {
+  qcPersistent* ignored = nullptr;
+  qcPersistent::serializePointer(archive, &object, ignored);
+}
+inline qcPersistent* loadPointer(qcArchive& archive) {
+  qcPersistent* loaded = nullptr;
+  qcPersistent::serializePointer(archive, nullptr, loaded);
+  return loaded;
+}
+
 /// Loads the values from bytes that begin with a header.
 template <class T, class... More>
 T& load(const std::string& bytes, T& first, More&... more) {

@@ -103,3 +103,11 @@ class StreamArchive : public qcArchive {
   }
   ~StreamArchive() override { dtorStarting(); }
 };
+
+/// Loads a value through a pipe, which cannot tell how many bytes are left.
+template <class T>
+void loadFromPipe(const std::string& bytes, T& value) {
+  FaultyBuffer pipe(bytes, {.chunk = 5000, .seeks = false});
+  StreamArchive archive(pipe, qcArchive::loading);
+  archive || value;
+}

@@ -44,8 +44,7 @@ ArchiveSample errors() {
   using Errors = std::vector<std::shared_ptr<qcPersistent>>;
   const auto storing = [](const std::shared_ptr<Errors>& all) -> Store {
     return [all](qcArchive& to) {
-      qcPersistent* ignored = nullptr;
-      for (const auto& error : *all) qcPersistent::serializePointer(to, error.get(), ignored);
+      for (const auto& error : *all) storePointer(to, *error);
     };
   };
   const auto every = std::make_shared<Errors>();
@@ -59,8 +58,7 @@ ArchiveSample errors() {
   return {"errors", storing(every), [=, size = every->size()](qcArchive& from) -> Store {
             const auto all = std::make_shared<Errors>();
             while (all->size() < size) {
-              qcPersistent* loaded = nullptr;
-              qcPersistent::serializePointer(from, nullptr, loaded);
+              qcPersistent* const loaded = loadPointer(from);
               const auto known = std::find_if(all->begin(), all->end(), [&](auto& o) { return o.get() == loaded; });
               all->push_back(known != all->end() ? *known : std::shared_ptr<qcPersistent>(loaded));
             }

@@ -65,19 +65,26 @@ struct Scene {
 using Size = qcPair<long>;
 inline constexpr Size kSizes[] = {{1, 1}, {3, 1}, {1, 5}, {15, 2}, {17, 3}, {64, 2}, {67, 4}, {129, 3}, {1030, 2}};
 
-/// Runs a check for every size, in images with padding and in images that are one long row, at every level.
-inline void forEachCase(const std::function<void(long width, long height, bool fillsRows)>& check) {
+/// Runs a check at every instruction-set level that there is.
+inline void forEachLevel(const std::function<void()>& check) {
   for (const Level level : {Level::Baseline, Level::Avx2, Level::Permutes}) {
     if (vnxstd::simd::setLevel(level) != level) continue;
+    SCOPED_TRACE(testing::Message() << "level " << static_cast<int>(level));
+    check();
+  }
+  vnxstd::simd::setLevel(vnxstd::simd::highest());
+}
+
+/// Runs a check for every size, in images with padding and in images that are one long row, at every level.
+inline void forEachCase(const std::function<void(long width, long height, bool fillsRows)>& check) {
+  forEachLevel([&] {
     for (const Size size : kSizes) {
       for (const bool fillsRows : {false, true}) {
-        SCOPED_TRACE(testing::Message() << "level " << static_cast<int>(level) << ", " << size.x() << " x " << size.y()
-                                        << (fillsRows ? ", one row" : ""));
+        SCOPED_TRACE(testing::Message() << size.x() << " x " << size.y() << (fillsRows ? ", one row" : ""));
         check(size.x(), size.y(), fillsRows);
       }
     }
-  }
-  vnxstd::simd::setLevel(vnxstd::simd::highest());
+  });
 }
 
 /// Visits the places of a window row by row.
