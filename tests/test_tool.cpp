@@ -741,9 +741,12 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   write("small.bmp", Grey(4, 4));
   {
     qcFileArchive archive(path("r.vdb"), qcArchive::loading, kLittle, true);
-    archive.seek(qcArchive::Position(archive.records().end()[-2].at));
+    const qcInt64 pointer = archive.records().end()[-2].at;
+    archive.seek(qcArchive::Position(pointer));
     archive.removePointer();
+    write("mark.vdb", text("d.vdb").substr(0, static_cast<std::size_t>(pointer)));
   }
+  EXPECT_EQ(run("db salvage mark.vdb -o marked.vdb"), 3);
   expectCalls("calls_db.txt");
   const std::string whole = text("d.vdb");
   const auto check = [&](const std::string& bytes, int status, const char* said) {

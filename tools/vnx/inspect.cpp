@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <typeindex>
 
 #include <vnxstd/archive/observer.h>
@@ -289,12 +290,24 @@ class Inspection {
     const qcInt64 end = damaged != 0 ? damaged : unfinished != 0 ? unfinished : all;
     qcInt64 at = place();
     bool isBehindMark = false;
-    for (const qcArchiveRecord& record : records) {
-      if (exhausted_) break;
+    std::set<long> objects;
+    for (const qcArchiveRecord& record : records)
+      if (record.kind == qcArchiveRecord::object) objects.insert(record.number);
+    const bool hasResults = isDatabase();
+    for (std::size_t i = 0; i < records.size() && !exhausted_; ++i) {
+      const qcArchiveRecord& record = records[i];
       walkBetween(at, record.at, isBehindMark);
       isBehindMark = record.kind == qcArchiveRecord::mark;
       walkRecord(record);
       at = std::max(at, record.at + record.size + record.body);
+      if (!hasResults || !isResult(record)) continue;
+      if (hasPointer(records, i)) {
+        const qcArchiveRecord& pointer = records[i + 1];
+        if (!pointer.removed && !objects.contains(pointer.number)) loadUntold(pointer);
+      } else if (damaged == 0 || i + 1 < records.size()) {
+        teller_.beginItem();
+        fail(qcArchive::NotFound(L"no object belongs to this mark", 0));
+      }
     }
     if (exhausted_) {
       teller_.beginItem();
@@ -304,17 +317,16 @@ class Inspection {
     walkBetween(at, end, false);
     if (damaged == 0 && unfinished == 0) return;
     teller_.beginItem();
-    // A writer that was interrupted leaves no pointer in the chain whose object is not there.
-    if (damaged == 0 && !records.empty() && isDangling(records.back()))
-      fail(qcArchive::Eof(L"the object is not there in full", 0));
     if (damaged != 0) fail(qcArchive::BadContent(L"the chain of records is broken here", 0));
     if (end < all)
       teller_.opaque({end, all - end}, damaged != 0 ? "what follows the damage" : "what its writer has not finished");
   }
 
-  bool isDangling(const qcArchiveRecord& record) const {
-    return record.kind == qcArchiveRecord::pointer && !record.removed &&
-           archive_.findObject(record.number) == qcArchive::Position(0);
+  bool isDatabase() {
+    return holds([&] {
+      archive_.seek(archive_.findObject(archive_.firstObjectID()));
+      return archive_.objectTypeName() == "qc_VDBIdentification";
+    });
   }
 
   void walkRecord(const qcArchiveRecord& record) {
@@ -333,6 +345,22 @@ class Inspection {
       archive_.seek(qcArchive::Position(record.at));
       kept_.add(archive_.loadObject());
     });
+  }
+
+  // Loads what a pointer brings along that is no record by itself, for its faults alone.
+  void loadUntold(const qcArchiveRecord& pointer) {
+    archive_.observer(nullptr);
+    try {
+      archive_.seek(qcArchive::Position(pointer.at));
+      qcPersistent* object = nullptr;
+      qcPersistent::serializePointer(archive_, nullptr, object);
+      kept_.add(object);
+    } catch (const qcArchive::UnknownType&) {
+    } catch (const qcException& error) {
+      teller_.beginItem();
+      fail(error);
+    }
+    archive_.observer(&teller_);
   }
 
   // What lies between records: the header of a result, objects that are not linked, or what nobody else can name.

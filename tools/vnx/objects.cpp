@@ -5,6 +5,7 @@
 
 #include <vnxstd/archive/persistent.h>
 #include <vnxstd/archive/text.h>
+#include <vnxstd/vdb/vdbarch.h>
 
 void KeptObjects::add(qcPersistent* object) {
   if (auto* counted = dynamic_cast<qcRepBase*>(object))
@@ -23,6 +24,14 @@ std::string damageOf(const qcArchive& archive) {
   if (!archive.isSeekable() || archive.damaged() == qcArchive::Position(0)) return {};
   return "damaged at byte " + std::to_string(static_cast<std::streamoff>(archive.damaged())) +
          ": records behind it are not found";
+}
+
+bool isResult(const qcArchiveRecord& mark) {
+  return mark.kind == qcArchiveRecord::mark && !mark.removed && mark.number <= qcVDBArchive::kLastNumber;
+}
+
+bool hasPointer(const std::vector<qcArchiveRecord>& records, std::size_t mark) {
+  return mark + 1 < records.size() && records[mark + 1].kind == qcArchiveRecord::pointer;
 }
 
 ObjectReader::ObjectReader(const std::string& path) : bytes_(path, std::ios::binary), archive_(openArchive(path)) {}

@@ -17,6 +17,11 @@ std::unique_ptr<qcFileArchive> openArchive(const std::string& path);
 /// What is said of an archive whose chain of records is damaged; empty for any other.
 std::string damageOf(const qcArchive& archive);
 
+/// Whether a record of a tool database begins with this mark; others are of applications.
+bool isResult(const qcArchiveRecord& mark);
+/// Whether what such a mark begins has the pointer to its object, which may be null.
+bool hasPointer(const std::vector<qcArchiveRecord>& records, std::size_t mark);
+
 /// Objects that were loaded by pointer, and that live as long as this.
 class KeptObjects {
  public:

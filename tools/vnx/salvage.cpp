@@ -196,6 +196,12 @@ class Mending {
     const Records records = archive_->records();
     std::set<qcInt64> owned;
     bool dropped = false;
+    for (std::size_t i = 0; isDatabase_ && i < records.size(); ++i) {
+      if (!isResult(records[i]) || hasPointer(records, i)) continue;
+      dropped = true;
+      lose(records[i].at, "record " + std::to_string(records[i].number) + ": no object belongs to its mark");
+      at(records[i]).removeMark();
+    }
     for (const Parts& parts : databaseRecords(records)) {
       if (parts.bringsObject()) owned.insert(parts.object.at);
       const std::string why = parts.object.at != 0 || isDatabase_ ? whyNot(parts.pointer, &parts.mark) : "";
