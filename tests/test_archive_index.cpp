@@ -330,7 +330,9 @@ TEST(Index, LoadsCirclesBackToTheirBeginning) {
   const long id = out.storeObject(first.rep());
   out << first;
   second->other.release();
-  BytesArchive in(bytesOf(out), true);
+  std::string moved = bytesOf(out);  // as of a copy: the way back tells an older place
+  moved[moved.find(fromHex("4F E5 70 54 01 05 00 00 00 00")) + 14] = 1;
+  BytesArchive in(moved, true);
   ItemHandle known, same;
   for (ItemHandle* handle : {&known, &same}) {
     in->seek(in->firstPointerPos());

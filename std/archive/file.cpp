@@ -115,13 +115,13 @@ class qcFileArchive::Stream : public std::streambuf {
 
   bool syncToMedium() {
     if (!flush()) return false;
-    if (file_ && !readOnly_ && !syncFile(file_)) failed_ = true;
+    if (file_ && !readOnly_ && !syncFile(file_)) fail();
     return !failed_;
   }
 
   /// Whether the file could be cut.
   bool truncate(off_type end) {
-    if (!file_ || !flush()) return false;
+    if (!file_ || !flush() || failed_) return false;
     drop();
     at_ = end;
     moved_ = true;
@@ -131,7 +131,7 @@ class qcFileArchive::Stream : public std::streambuf {
   /// Whether all went well.
   bool close() {
     if (!file_) return true;
-    const bool flushed = flush();
+    const bool flushed = flush() && !failed_;
     std::FILE* file = std::exchange(file_, nullptr);
     drop();
     return std::fclose(file) == 0 && flushed;
@@ -166,7 +166,7 @@ class qcFileArchive::Stream : public std::streambuf {
   }
 
   int_type overflow(int_type c) override {
-    if (!startWriting() || !flush()) return traits_type::eof();
+    if (!startWriting() || !flush() || failed_) return traits_type::eof();
     setp(buffer_.data(), buffer_.data() + buffer_.size());
     if (!traits_type::eq_int_type(c, traits_type::eof())) {
       *pptr() = traits_type::to_char_type(c);
@@ -288,15 +288,20 @@ class qcFileArchive::Stream : public std::streambuf {
       }
     }
     at_ += static_cast<off_type>(put);
-    if (put < count) failed_ = true;
+    if (put < count) fail();
     return put;
   }
 
-  // Writes what is buffered; nothing is written any more once a write has failed.
+  // Nothing is taken any more, nor tried again. What is there can be read.
+  void fail() {
+    failed_ = true;
+    setp(nullptr, nullptr);
+  }
+
+  // Writes what is buffered, and tells of its loss once.
   bool flush() {
     const auto count = static_cast<std::size_t>(pptr() - pbase());
-    if (count == 0) return !failed_;
-    if (failed_) return false;
+    if (count == 0) return true;
     const std::size_t put = writeFile(pbase(), count);
     setp(nullptr, nullptr);
     return put == count;

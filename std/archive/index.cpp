@@ -648,8 +648,10 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
     archive_.observer_->record(told);
   }
   std::streamoff behind = -1;
-  if (record.isLinked()) record = unlinked(record, behind);
-  checkPlace(record);
+  if (record.isLinked()) {
+    record = unlinked(record, behind);
+    checkPlace(record);  // within a body, which may have been copied, the identifier alone counts
+  }
   if (record.id == 0) {
     if (behind >= 0) archive_.seekTo(behind);
     return {};

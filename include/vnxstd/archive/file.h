@@ -28,8 +28,8 @@ class VNXSTD_EXPORT qcFileArchive : public qcArchive {
   /// takes no further data afterwards. Closing twice does nothing.
   void close();
 
-  /// Returns when the system reports that the data is on the medium. After a failure the archive takes no more data:
-  /// what has reached the medium is unknown then.
+  /// Returns when the system reports that the data is on the medium. After a failure, here or in any other write, the
+  /// archive takes no more data: what has reached the medium is unknown then. What has can still be read.
   void sync() override;
 
  protected:
