@@ -165,9 +165,12 @@ TEST_F(Files, AFullDiskIsReportedAndNeverByADestructor) {
   EXPECT_THROW(large << std::vector<double>(100000), qcArchive::BadBuffer);
   qcFileArchive swapped(full, Dir::storing, qcArchive::bigEndian);
   EXPECT_THROW(swapped << std::vector<double>(100000), qcArchive::BadBuffer);
+  char byte = 0;
   qcFileArchive readable(full, Dir::storing, kLittle, true);
   EXPECT_THROW(readable.mode(Dir::loading), qcArchive::BadBuffer);
-  EXPECT_NO_THROW(readable.mode(Dir::loading)) << "what has been written before can be read";
+  readable.mode(Dir::loading);
+  readable.seek(0, 0);
+  EXPECT_NO_THROW(readable.raw(&byte, 1)) << "what is there can be read";
   EXPECT_THROW(readable.writeNewMark(), qcArchive::BadBuffer);
   readable.append();
   EXPECT_THROW(readable.writeNewMark(), qcArchive::BadBuffer);

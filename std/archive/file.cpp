@@ -296,6 +296,7 @@ class qcFileArchive::Stream : public std::streambuf {
   void fail() {
     failed_ = true;
     setp(nullptr, nullptr);
+    std::clearerr(file_);
   }
 
   // Writes what is buffered, and tells of its loss once.
