@@ -370,6 +370,18 @@ TEST(Index, WhatIsStoredBehindSomethingUnfinishedStays) {
   BytesArchive again(bytesOf(static_cast<qcMemoryArchive&>(*archive)), true);
   EXPECT_EQ(marksOf(*again), (std::vector<long>{1, 5}));
 
+  // So does data of other kinds, whether the link was written or what it leads to.
+  for (const bool linked : {false, true}) {
+    std::string bytes = withUnlinkedMark(2);
+    if (linked) bytes.replace(44 + 18, 8, std::string{86, 0, 0, 0, 0, 0, 0, 0}).resize(86);
+    BytesArchive cut(bytes, true);
+    EXPECT_EQ(cut->unfinished(), qcArchive::Position(86));
+    cut->append();
+    *cut << 0x12345678;
+    BytesArchive later(bytesOf(static_cast<qcMemoryArchive&>(*cut)), true);
+    EXPECT_TRUE(later->unfinished() == qcArchive::Position(0) && later->damaged() == qcArchive::Position(0)) << linked;
+  }
+
   // Nor is other data taken for a record that was begun: what a transaction without records stored, or what lies where
   // an announcement that was cut short leads.
   qcMemoryArchive out(kLittle, true);

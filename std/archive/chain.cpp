@@ -474,6 +474,10 @@ void qc_RecordChain::cutUnfinished() {
   // What was stored since the archive was opened lies behind it, and stays.
   if (archive_.endOffset() == openedEnd_ && archive_.truncate(unfinished_)) archive_.highWater_ = unfinished_;
   archive_.seekTo(archive_.endOffset());
+  if (tail().position != 0) {  // else it leads into what is stored next
+    qc_Record& last = records_.empty() ? anchor_ : records_.back();
+    overwrite<std::uint64_t>(last.at + kPositionField, last.position = 0);
+  }
   announce(0, static_cast<std::int32_t>(anchor_.last));
   unfinished_ = 0;
 }
