@@ -3,22 +3,15 @@
 
 #include <concepts>
 
-#include "support/test.h"
+#include "support/scene.h"
 #include "vnxstd/pelbuf.h"
 
 namespace {
 
-template <class... T>
-struct Types {
-  template <class F>
-  static void each(const F& f) {
-    (f(std::type_identity<T>()), ...);
-  }
-};
+using scene::forEachType;
+using testing::Types;
 using Words = Types<unsigned char, signed char, unsigned short, short>;
 using Integers = Types<unsigned char, signed char, unsigned short, short, unsigned long, long>;
-using Numerics = Types<unsigned char, signed char, unsigned short, short, unsigned long, long, float, double,
-                       qcPair<long>, qcPair<float>>;
 using Colours = Types<unsigned char, qcPackedRGB16Pel, qcPackedRGB32Pel, qc3PlanePel>;
 using All = Types<unsigned char, signed char, unsigned short, short, unsigned long, long, float, double, qcPair<long>,
                   qcPair<float>, qcPackedRGB16Pel, qcPackedRGB32Pel, qc3PlanePel>;
@@ -50,7 +43,7 @@ void expectClearOf(const Form&... form) {
 }
 
 TEST(PelTable, FillingCopyingAndArranging) {
-  All::each([]<class T>(std::type_identity<T>) {
+  forEachType(All(), []<class T>(std::type_identity<T>) {
     auto a = clear<T>();
     qfPelSet(a, T());
     qfPelBorderSet(a, T());
@@ -72,12 +65,12 @@ TEST(PelTable, FillingCopyingAndArranging) {
 }
 
 TEST(PelTable, Measuring) {
-  All::each([]<class T>(std::type_identity<T>) {
+  forEachType(All(), []<class T>(std::type_identity<T>) {
     T lo, hi;
     qfPelMinmax(clear<T>(), lo, hi);
     EXPECT_TRUE(lo == T() && hi == T() && qfPelMin(clear<T>()) == T() && qfPelMax(clear<T>()) == T());
   });
-  Words::each([]<class T>(std::type_identity<T>) {
+  forEachType(Words(), []<class T>(std::type_identity<T>) {
     std::vector<unsigned long> counts;
     bool dropped;
     qfPelHistogram(clear<T>(), counts);
@@ -87,12 +80,12 @@ TEST(PelTable, Measuring) {
 }
 
 TEST(PelTable, Arithmetic) {
-  All::each([]<class S>(std::type_identity<S>) {
+  forEachType(All(), []<class S>(std::type_identity<S>) {
     const auto a = clear<S>(), b = clear<S>();
     expectClearOf<S>([&](auto& to) { qfPelMin(a, b, to); }, [&](auto& to) { qfPelMax(a, b, to); });
     expectClear(qfPelMin(a, b), qfPelMax(a, b), qfPelAdd(a, b), qfPelAdd(a, b, 1), qfPelSub(a, b), qfPelSub(a, b, 1),
                 qfPelMult(a, b), qfPelMult(a, b, 1), qfPelDivideByVal(a, 3));
-    All::each([&]<class D>(std::type_identity<D>) {
+    forEachType(All(), [&]<class D>(std::type_identity<D>) {
       if constexpr (qcPelHolds<S, D>) {
         const auto c = clear<D>();
         expectClearOf<D>([&](auto& to) { qfPelAdd(a, b, to); }, [&](auto& to) { qfPelAdd(a, b, to, 1); },
@@ -112,9 +105,34 @@ TEST(PelTable, Arithmetic) {
       }
     });
   });
-  Numerics::each([]<class T>(std::type_identity<T>) {
+  forEachType(scene::NumericPels(), []<class T>(std::type_identity<T>) {
     expectClearOf<T>([&](auto& to) { qfPelStandardDeviation(clear<T>(), clear<T>(), 2, to); });
   });
+}
+
+// Rows are sources and columns destinations, in the order of All: s for sums and products, q for quotients, b for both.
+TEST(PelTable, DestinationsOfEverySource) {
+  std::string table;
+  forEachType(All(), [&]<class S>(std::type_identity<S>) {
+    forEachType(All(), [&]<class D>(std::type_identity<D>) {
+      table += ".sqb"[(qcPelHolds<S, D> ? 1 : 0) + (qcPelQuotient<S, D> ? 2 : 0)];
+    });
+    table += '\n';
+  });
+  EXPECT_EQ(table,
+            "b.ssssbb.....\n"
+            ".b.s.sbb.....\n"
+            "q.b.ssbb.....\n"
+            "qq.b.sbb.....\n"
+            "q.q.b.qb.....\n"
+            "qqqq.bqb.....\n"
+            "......bb.....\n"
+            "......qb.....\n"
+            "........b....\n"
+            ".........b...\n"
+            "..........b..\n"
+            "...........b.\n"
+            "............b\n");
 }
 
 TEST(PelTable, MapsAndColours) {
@@ -124,13 +142,13 @@ TEST(PelTable, MapsAndColours) {
                                      [&](auto& to) { qfPelMap(a, table, to, isBeyond); });
     expectClear(qfPelMap(a, table), qfPelMap(a, table, isBeyond));
   };
-  Integers::each([&]<class S>(std::type_identity<S>) {
-    All::each([&]<class E>(std::type_identity<E>) { maps(clear<S>(), std::vector<E>(1)); });
+  forEachType(Integers(), [&]<class S>(std::type_identity<S>) {
+    forEachType(All(), [&]<class E>(std::type_identity<E>) { maps(clear<S>(), std::vector<E>(1)); });
   });
   maps(clear<qcPackedRGB32Pel>(), std::vector<unsigned char>(1));
   maps(clear<qc3PlanePel>(), std::vector<unsigned char>(1));
-  Colours::each([]<class S>(std::type_identity<S>) {
-    Colours::each([]<class D>(std::type_identity<D>) {
+  forEachType(Colours(), []<class S>(std::type_identity<S>) {
+    forEachType(Colours(), []<class D>(std::type_identity<D>) {
       qcPelBuffer<D> to;
       qfConvertColorPelBuffer(clear<S>(), to);
       if constexpr (!std::same_as<D, qcPackedRGB32Pel>) expectClear(to);  // which gets an alpha

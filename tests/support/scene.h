@@ -107,4 +107,10 @@ using FlatPels = testing::Types<unsigned char, signed char, unsigned short, shor
 using NumericPels = testing::Types<unsigned char, signed char, unsigned short, short, unsigned long, long, float,
                                    double, qcPair<long>, qcPair<float>>;
 
+/// Calls act(std::type_identity<T>()) for every type of a list.
+template <class... T>
+void forEachType(testing::Types<T...>, const auto& act) {
+  (act(std::type_identity<T>()), ...);
+}
+
 }  // namespace scene
