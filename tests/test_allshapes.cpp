@@ -148,6 +148,7 @@ struct Kind {
 };
 std::ostream& operator<<(std::ostream& out, const Kind& kind) { return out << kind.name; }
 
+const qcRect kUpright({}, {1, 2});
 const Kind kKinds[] = {
     {"segment", [](Random& r) -> Shape { return new qcLineSeg(r.point(), r.point()); }},
     {"circle", [](Random& r) -> Shape { return new qcCircle(r.point(), r.real(0.5, 9)); }},
@@ -156,10 +157,7 @@ const Kind kKinds[] = {
     {"arc", [](Random& r) { return r.arc<qcEllipseArc2>(r.ellipse()); }},
     {"older arc", [](Random& r) { return r.arc<qcEllipseArc>(r.ellipse().oldEllipse()); }},
     {"rectangle", [](Random& r) -> Shape { return new qcRect(r.point(), r.point()); }},
-    {"general rectangle",
-     [](Random& r) -> Shape {
-       return new qcGenRect(qcRect({}, {1, 2}).map(r.affine()));
-     }},
+    {"general rectangle", [](Random& r) -> Shape { return new qcGenRect(kUpright.map(r.affine())); }},
     {"affine rectangle", [](Random& r) -> Shape { return new qcAffineRectangle(r.affine()); }},
     {"open polyline", [](Random& r) -> Shape { return new qcPolyline(r.polyline(false)); }},
     {"closed polyline", [](Random& r) -> Shape { return new qcPolyline(r.polyline(true)); }},
@@ -263,14 +261,6 @@ bool isStraight(const qcShape& shape) {
 V at(const qcShape& shape, double distance) {
   const qcShapeInfo info(shape);
   return shape.perimPoint(info, info.perimPos(distance));
-}
-/// Points at most `spacing` apart along the boundary, by the perimeter alone.
-std::vector<V> walk(const qcShape& shape, double spacing) {
-  const qcShapeInfo info(shape);
-  const auto n = static_cast<int>(std::ceil(info.perimeter() / spacing));
-  std::vector<V> points;
-  for (int i = 0; i <= n; ++i) points.push_back(shape.perimPoint(info, info.perimPos(info.perimeter() * i / n)));
-  return points;
 }
 Shape otherDirection(const qcShape& shape) { return shape.isReversible() ? shape.reverse() : shape.clone(); }
 
@@ -407,11 +397,10 @@ TEST_P(ShapeLaws, PartsOfTheBoundaryAreThatBoundary) {
 
 TEST_P(ShapeLaws, WindingAndInsideAgreeWithDenseSamples) {
   forMany([](const qcShape& shape, const qcShapeInfo&, Random& random) {
-    Result samples;
-    shape.sample(Params(0, 0.05, INT32_MAX), samples);
-    std::vector<qcPolyline> chains;
-    samples.getPolylines(chains);
-    const qcRect box = shape.boundingBox(), sampled = qcPolyline(samples.positions(), false).boundingBox();
+    const std::vector<qcPolyline> chains = chainsOf(shape, Params(0, 0.05, INT32_MAX));
+    qcRect sampled = chains[0].boundingBox();
+    for (const qcPolyline& chain : chains) sampled = sampled.enclose(chain.boundingBox());
+    const qcRect box = shape.boundingBox();
     EXPECT_NEAR_POINT(box.origin(), sampled.origin(), 0.1);
     EXPECT_NEAR_POINT(box.size(), sampled.size(), 0.1);
     EXPECT_NEAR_POINT(box.enclose(sampled).origin(), box.origin(), 1e-9);

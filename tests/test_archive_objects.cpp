@@ -381,19 +381,6 @@ TEST(HeldObjects, AreStoredAnewOnceTheyChange) {
   }
 }
 
-TEST(HeldObjects, AreStoredAnewOnceTheyAreAssignedTo) {
-  qcArchive::BadFile error("a", 0);
-  qcMemoryArchive archive(kBig, false);
-  storePointer(archive, error);
-  error = qcArchive::BadFile("b", 0);
-  storePointer(archive, error);
-  BytesArchive in(bytesOf(archive));
-  for (const wchar_t* text : {L"a", L"b"}) {
-    const std::unique_ptr<qcPersistent> loaded(loadPointer(*in));
-    EXPECT_EQ(dynamic_cast<qcArchive::BadFile&>(*loaded).file(), text);
-  }
-}
-
 struct Owner : Archivable<Owner> {
   void fields(qcArchive& archive) { archive || node || pet; }
   NodeHandle node{new Node};

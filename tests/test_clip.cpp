@@ -353,8 +353,7 @@ TEST(PartsOfParts, FallApartIntoInsideAndOutside) {
 }
 
 TEST(PartsOfParts, OfAnArcByATriangleFromItsStartLieOnIt) {
-  for (unsigned seed = 0; seed < 20000; ++seed) {
-    Random r(seed);
+  forSeeds<Random>(20000, [&](Random& r, unsigned seed) {
     const qcEllipse2 ellipse(r.point(1), r.angle(), {r.real(0.5, 4), r.real(0.5, 4)}, true, r.angle());
     const double from = r.real(-3, 3);
     const auto point = [&] { return ellipse.point(r.angle()); };
@@ -363,14 +362,14 @@ TEST(PartsOfParts, OfAnArcByATriangleFromItsStartLieOnIt) {
     const Shape part = qcEllipseArc2::between(ellipse, qcRadian(from),
                                               qcRadian(from + (r.flip() ? 1 : -1) * std::min(r.real(1, 8), 2 * kPi)))
                            .clip(triangle, false);
-    if (part->isEmpty()) continue;
+    if (part->isEmpty()) return;
     const qcShapeInfo info(*part);
     for (int i = 0; i < 8; ++i) {
       const V p = part->perimPoint(info, info.perimPos(info.perimeter() * i / 8));
       ASSERT_LE(distance(ellipse, p), 1e-6) << seed;
       ASSERT_TRUE(triangle.within(p) || distance(triangle, p) < 1e-6) << seed;
     }
-  }
+  });
 }
 
 // Whatever they come to, clipping ends, and errors are those of the library.

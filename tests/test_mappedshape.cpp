@@ -158,19 +158,18 @@ TEST(MappedShape, AgreesWithDenseBruteForce) {
       }
     }
     for (const double tolerance : {1e-2, 1e-5}) {
-      Result samples;
-      c.mapped.sample(Params(tolerance, 0, 1000000, false, false), samples);
-      std::vector<qcPolyline> chains;
-      samples.getPolylines(chains);
+      const std::vector<qcPolyline> chains = chainsOf(c.mapped, Params(tolerance, 0, 1000000, false, false));
       ASSERT_EQ(chains.size(), images.size());
+      long points = 0;
       for (std::size_t k = 0; k < chains.size(); ++k) {
+        points += chains[k].numVertices();
         for (long i = 0; i < images[k].numVertices(); i += 29)
           EXPECT_LE(distanceTo({chains[k]}, images[k].vertex(i)), tolerance);
         for (long i = 0; i < chains[k].numVertices(); i += chains[k].numVertices() / 20 + 1)
           EXPECT_LT(distanceTo({images[k]}, chains[k].vertex(i)), slack);
       }
       // Not many more than what deviates by the tolerance would need at the strongest bend.
-      EXPECT_LT(static_cast<double>(samples.positions().size()), 60 + 6 * length / std::sqrt(tolerance)) << tolerance;
+      EXPECT_LT(static_cast<double>(points), 60 + 6 * length / std::sqrt(tolerance)) << tolerance;
     }
     if (!c.mapped.isOpenContour()) continue;
     EXPECT_LT((c.mapped.startPoint() - images[0].startPoint()).len(), 1e-9);

@@ -313,11 +313,7 @@ TEST(PolylineDistances, AreTheLeastOfAWalk) {
     EXPECT_LE(a.nearestPoint(p).distance(p) + b.nearestPoint(q).distance(q), 1e-12);
     EXPECT_NEAR(s.distance(t), distance, 1e-12);
     double least = HUGE_VAL;
-    const qcShapeInfo info(a);
-    for (double d = 0; d <= info.perimeter(); d += spacing) {
-      const V along = a.perimPoint(info, info.perimPos(d));
-      least = std::min(least, b.nearestPoint(along).distance(along));
-    }
+    for (const V& along : walk(a, spacing)) least = std::min(least, b.nearestPoint(along).distance(along));
     EXPECT_LE(distance, least + 1e-12);
     EXPECT_GE(distance, least - spacing);
   });

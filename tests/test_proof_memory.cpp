@@ -77,6 +77,7 @@ TEST(Memory, StoresAndLoads) {
 TEST(Memory, Computations) {
   const Points points = {{0, 0}, {4, 1}, {8, 0}, {5, 4}, {8, 8}, {4, 6}, {0, 8}, {2, 4}};
   const qcRegionTree hole(qcCircle({6, 2}, 1), true);
+  const qcXform<2> shear({2, 1, 0, 1}, {3, 4});
   Image pels(50, 40);
   qfPelSet(pels, static_cast<unsigned char>(7));
   qcRLEBuffer runs;
@@ -99,16 +100,11 @@ TEST(Memory, Computations) {
       qcRegionTree(qcRect({-3, -3}, {12, 12})),
       {[&](auto& tree) { tree.addChild(hole); }, [&](auto& tree) { tree.insertChild(0, hole); },
        [&](auto& tree) { tree.clip(qcPolyline(points, true), true); }, [&](auto& tree) { tree.decompose(); },
-       [&](auto& tree) {
-         tree.mapShape(qcXform<2>({2, 1, 0, 1}, {3, 4}));
-       },
-       [&](auto& tree) { qfRasterize(tree, Image(9, 9), 1); }});
+       [&](auto& tree) { tree.mapShape(shear); }, [&](auto& tree) { qfRasterize(tree, Image(9, 9), 1); }});
   expectSafeEdits<Image>(pels,
                          {[](auto& image) { qfPelNoShare(image); }, [](auto& image) { image = qfPelTranspose(image); },
                           [](auto& image) { image = qfPelSpatialAvg(image, 3, 5, 2); },
-                          [](auto& image) {
-                            image.clientFromImageXform(qcXform<2>({2, 1, 0, 1}, {3, 4}));
-                          },
+                          [&](auto& image) { image.clientFromImageXform(shear); },
                           [](auto&) { qcBasicPelRootPool(65536U).tryGet<unsigned char>(100, 100); }});
   expectSafeEdits<qcRLEBuffer>(
       runs, {[](auto& image) { image = image.gmorphMin(qcRLEBuffer::square); },

@@ -22,6 +22,7 @@
 #include "vnxstd/archive.h"
 #include "vnxstd/dib/dib.h"
 #include "vnxstd/math.h"
+#include "vnxstd/pelbuf.h"
 #include "vnxstd/shapes.h"
 #include "vnxstd/vdb/vdbarch.h"
 
@@ -198,9 +199,8 @@ TEST(Gauge, SimilaritiesMapWhatIsMeasured) {
 TEST(Gauge, NoiseAloneIsNoFeature) {
   for (std::int32_t seed = 1; seed < 6; ++seed) {
     const auto image = drawn([](const V&) { return 0.0; }, 4, seed);
-    EXPECT_FALSE(gauge(image, {kRegion, Feature::line, Polarity::any}));
-    EXPECT_FALSE(gauge(image, {kRegion, Feature::circle, Polarity::any}));
-    EXPECT_FALSE(gauge(image, {kRegion, Feature::ellipse, Polarity::any}));
+    for (const Feature feature : {Feature::line, Feature::circle, Feature::ellipse})
+      EXPECT_FALSE(gauge(image, {kRegion, feature, Polarity::any}));
   }
   const auto image = drawn([](const V& p) { return p.x(); }, 0, 1);
   for (const qcRect& region : {qcRect(V(1e9, 0), V(50, 50)), qcRect(V(0, 0), V(1, 1))})
@@ -210,8 +210,8 @@ TEST(Gauge, NoiseAloneIsNoFeature) {
 TEST(Gauge, StraightEdgesNearTheMiddleAreNotRound) {
   for (double offset = -8; offset < 8; offset += 0.7) {
     const auto image = drawn([=](const V& p) { return p.x() - 40 - offset - 0.01 * p.y(); }, 1, 3);
-    EXPECT_FALSE(gauge(image, {kRegion, Feature::circle, Polarity::any})) << offset;
-    EXPECT_FALSE(gauge(image, {kRegion, Feature::ellipse, Polarity::any})) << offset;
+    for (const Feature feature : {Feature::circle, Feature::ellipse})
+      EXPECT_FALSE(gauge(image, {kRegion, feature, Polarity::any})) << offset;
   }
 }
 
@@ -291,15 +291,7 @@ TEST_F(Tool, SavesWhatItMeasured) {
   const auto& circle = dynamic_cast<const qcCircle&>(*saved->shape);
   EXPECT_LT(circle.center().distance(part.inImage(part.hole)), 0.05);
   EXPECT_LT(saved->points.size(), 49U);
-  EXPECT_EQ(saved->image.width(), 640);
-  const Grey original = bitmap.pelBuffer();
-  for (long y = 0; y < 480; y += 7)
-    for (long x = 0; x < 640; x += 5) ASSERT_EQ(saved->image.get(x, y), original.get(x, y));
-  ASSERT_EQ(run("info c.arc"), 0) << errors;
-  EXPECT_NE(output.find("vnxMeasurement"), std::string::npos);
-  EXPECT_NE(output.find("circle: centre"), std::string::npos);
-  ASSERT_EQ(run("info c.bmp"), 0);
-  EXPECT_NE(output.find("32 bits"), std::string::npos);
+  EXPECT_TRUE(qfPelEqual(saved->image, bitmap.pelBuffer()));
 }
 
 TEST_F(Tool, ReadsMeasurementsOfItsFirstVersion) {

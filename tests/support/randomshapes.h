@@ -13,6 +13,24 @@ constexpr double kPi = std::numbers::pi, kInf = std::numeric_limits<double>::inf
 
 #define EXPECT_NEAR_POINT(a, b, eps) EXPECT_LE((V(a) - V(b)).len(), eps)
 
+/// The polylines of a shape's samples.
+inline std::vector<qcPolyline> chainsOf(const qcShape& shape, const Params& params) {
+  Result samples;
+  shape.sample(params, samples);
+  std::vector<qcPolyline> chains;
+  samples.getPolylines(chains);
+  return chains;
+}
+
+/// Points at most `spacing` apart along the boundary, by the perimeter alone.
+inline Points walk(const qcShape& shape, double spacing) {
+  const qcShapeInfo info(shape);
+  const int n = std::max(1, static_cast<int>(std::ceil(info.perimeter() / spacing)));
+  Points points;
+  for (int i = 0; i <= n; ++i) points.push_back(shape.perimPoint(info, info.perimPos(info.perimeter() * i / n)));
+  return points;
+}
+
 /// The same sequence of numbers, and of what is made from them, for the same seed.
 class Random {
  public:
