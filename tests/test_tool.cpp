@@ -249,7 +249,7 @@ class Tool : public InFolder {
   // The exit status; what was printed goes to `output`.
   int run(const std::string& arguments, const std::string& to = "out") {
     const std::string command =
-        "cd '" + folder_.string() + "' && '" VNXSTD_TOOL "' " + arguments + " >" + to + " 2>err";
+        "cd '" + folder_.string() + "' && " + limit + " '" VNXSTD_TOOL "' " + arguments + " >" + to + " 2>err";
     const int status = std::system(command.c_str());
     output = text("out");
     errors = text("err");
@@ -269,7 +269,7 @@ class Tool : public InFolder {
     }
     EXPECT_GT(count, 30);
   }
-  std::string output, errors;
+  std::string output, errors, limit;
 };
 
 TEST_F(Tool, DemoHoldsItsTolerance) {
@@ -703,6 +703,17 @@ TEST_F(Tool, ExitStatuses) {
   bitmap.write(path("far.bmp"));
   expectCalls("calls.txt");
   EXPECT_EQ(text("edge.bmp").substr(0, 2), "BM");
+  const std::string saved = text("m.arc"), measured = "gauge edge.bmp --roi -15,35,110,90 --find line ";
+  limit = "ulimit -f 1;";  // what is written in part takes the name of nothing
+  for (const std::string& call : {measured + "--save m.arc", measured + "--overlay m.arc", measured + "--overlay o.svg",
+                                  std::string("render m.arc -o o.bmp"), std::string("db salvage m.arc --in-place")}) {
+    EXPECT_EQ(run(call), 5) << call;
+    EXPECT_NE(errors.find("too large"), std::string::npos) << errors;
+    EXPECT_EQ(text("m.arc"), saved) << call;
+  }
+  for (const char* name : {"m.arc.part", "m.arc.damaged", "o.svg", "o.svg.part", "o.bmp", "o.bmp.part"})
+    EXPECT_FALSE(std::filesystem::exists(file(name))) << name;
+  limit.clear();
   if (!std::filesystem::exists("/dev/full")) return;
   for (const char* call :
        {"info edge.bmp", "--help", "dump twice.arc --json", "gauge edge.bmp --roi -15,35,110,90 --find line", "demo"}) {
@@ -730,6 +741,7 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   write("cut.vdb", lost.substr(0, lost.size() - 5));
   lost[11] = 0;
   write("a.vdb", lost);
+  std::filesystem::create_symlink("d.vdb", file("link.part"));
   write("small.bmp", Grey(4, 4));
   {
     qcFileArchive archive(path("r.vdb"), qcArchive::loading, kLittle, true);
@@ -798,8 +810,10 @@ TEST_F(Tool, SalvagesWhatIsNotDamaged) {
       }
     }
     const std::string whole = text("d.vdb");
+    std::ifstream source(file("d.vdb"), std::ios::binary);
     for (long number = 1; number < 5; ++number) {
-      ASSERT_TRUE(extractRecord(*openArchive(file("d.vdb")), file("d.vdb"), number, file("one.vdb")));
+      std::filesystem::remove(file("one.vdb"));
+      ASSERT_TRUE(extractRecord(*openArchive(file("d.vdb")), source, file("d.vdb"), number, file("one.vdb")));
       qcVDBArchive one(path("one.vdb"), false, false);
       expectRecord(one, number);
       EXPECT_NE(one.storeNewRecord(&record), number);

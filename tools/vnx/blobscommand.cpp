@@ -5,11 +5,10 @@
 #include <iostream>
 #include <numbers>
 
-#include <vnxstd/dib/dib.h>
-
 #include "files.h"
 #include "overlay.h"
 #include "svg.h"
+#include "wholefile.h"
 #include "wrongcall.h"
 
 namespace {
@@ -78,8 +77,6 @@ bool BlobsCommand::run() const {
     return false;
   }
   print(blobs, wanted.isDark);
-  if (!overlay_.empty()) {
-    onFile(overlay_, [&](const std::wstring& path) { qcDIB::writePelBuffer(path, drawBlobs(image, blobs)); });
-  }
+  if (!overlay_.empty()) writeBitmap(overlay_, drawBlobs(image, blobs));
   return true;
 }

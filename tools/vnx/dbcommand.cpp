@@ -4,8 +4,10 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <limits>
+#include <map>
 #include <memory>
 #include <utility>
 
@@ -142,7 +144,8 @@ DbCommand::DbCommand(CLI::App& app)
   grade_ = add("grade", "Give a record another grade");
   extract_ = add("extract", "Write a record, or each of them, to a database of its own, byte for byte");
   salvage_ = add("salvage", "Write what can be read of a damaged archive or database, and say what is lost");
-  extract_->add_option("-o,--output", output_, "The file to write; without a number a folder, for record-NUMBER.vdb");
+  extract_->add_option("-o,--output", output_,
+                       "The file to write, which must not exist; without a number a folder, for record-NUMBER.vdb");
   salvage_->add_option("-o,--output", output_, "The file to write, which must not exist");
   salvage_->add_flag("--in-place", inPlace_, "Take the file's place; the file as it was is kept as FILE.damaged");
   for (CLI::App* sub : {show_, remove_, renumber_, grade_, extract_})
@@ -208,19 +211,25 @@ Exit DbCommand::extract() const {
   requireReadable(file_);
   return onFile(file_, [&](const std::wstring&) {
     const auto archive = openArchive(file_);
+    std::ifstream bytes(file_, std::ios::binary);
     requireChain(*archive, file_);
     if (number_ != 0) {
-      if (extractRecord(*archive, file_, number_, output_)) return exitOf(*archive, file_, kGood);
+      if (extractRecord(*archive, bytes, file_, number_, output_)) return exitOf(*archive, file_, kGood);
       std::cerr << "vnx db: nothing found: no record " << number_ << " in " << file_ << '\n';
       return exitOf(*archive, file_, kNotFound);
     }
     std::error_code failed;
     std::filesystem::create_directories(output_, failed);
     if (failed) throw FileError(output_, failed.message(), Fault::medium);
-    Exit exit = kGood;
+    std::map<long, std::string> files;
     for (long mark = archive->firstMarkNum(); mark != 0; mark = archive->nextMarkNum(mark)) {
+      const auto& file = files[mark] = output_ + "/record-" + std::to_string(mark) + ".vdb";
+      if (std::filesystem::exists(std::filesystem::symlink_status(file))) throw WrongCall(file + " exists already");
+    }
+    Exit exit = kGood;
+    for (const auto& [mark, file] : files) {
       try {
-        extractRecord(*archive, file_, mark, output_ + "/record-" + std::to_string(mark) + ".vdb");
+        extractRecord(*archive, bytes, file_, mark, file);
       } catch (const FileError& error) {
         if (error.fault() != Fault::content) throw;
         std::cerr << "vnx db: " << error.what() << '\n';
@@ -234,22 +243,7 @@ Exit DbCommand::extract() const {
 Exit DbCommand::salvage() const {
   if (output_.empty() == !inPlace_) throw WrongCall("where to? -o NEW or --in-place");
   requireReadable(file_);
-  const std::string kept = file_ + ".damaged", to = inPlace_ ? file_ + ".salvaged" : output_;
-  for (const std::string& path : {to, kept})
-    if ((inPlace_ || path == to) && std::filesystem::exists(path)) throw WrongCall(path + " exists already");
-  // Nobody may write to the file while another takes its place.
-  const auto held = onFile(file_, [&](const std::wstring& path) {
-    return inPlace_ ? std::make_unique<qcFileArchive>(path, qcArchive::loading, qcArchive::littleEndian,
-                                                      openArchive(file_)->isSeekable(), false)
-                    : nullptr;
-  });
-  const bool isWhole = salvageArchive(file_, to, std::cout);
-  if (inPlace_) {
-    std::error_code failed;
-    std::filesystem::rename(file_, kept, failed);
-    if (!failed) std::filesystem::rename(to, file_, failed);
-    if (failed) throw FileError(file_, failed.message(), Fault::medium);
-  }
+  const bool isWhole = salvageArchive(file_, inPlace_ ? file_ : output_, std::cout, inPlace_ ? file_ + ".damaged" : "");
   std::cout << (isWhole ? "nothing was lost\n" : "all else was saved\n");
   return isWhole ? kGood : kMalformed;
 }

@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <ostream>
 
-#include <vnxstd/dib/dib.h>
 #include <vnxstd/pelbuf/rootpool.h>
 #include <vnxstd/shapes/circle.h>
 #include <vnxstd/shapes/line.h>
@@ -16,6 +15,7 @@
 #include "overlay.h"
 #include "part.h"
 #include "platedemo.h"
+#include "wholefile.h"
 
 namespace {
 
@@ -69,7 +69,7 @@ double errorOf(const Part& part, const Job& job, const qcShape& shape) {
 
 bool measurePart(std::ostream& out) {
   const Part part;
-  onFile(kImage, [&](const std::wstring& path) { qcDIB::writePelBuffer(path, drawPart(part, kWidth, kHeight)); });
+  writeBitmap(kImage, drawPart(part, kWidth, kHeight));
   const auto image = readBitmap(kImage);
 
   char text[200];
@@ -90,7 +90,7 @@ bool measurePart(std::ostream& out) {
     saveMeasurement(archive, *result.measurement);
     // What is printed and drawn is what the archive gives back.
     const qcPtrHandle<vnxMeasurement> loaded = loadMeasurement(archive);
-    onFile(overlay, [&](const std::wstring& path) { qcDIB::writePelBuffer(path, drawOverlay(*loaded, result.scans)); });
+    writeBitmap(overlay, drawOverlay(*loaded, result.scans));
     const double error = errorOf(part, job, *loaded->shape);
     good = good && error <= kTolerance;
     std::snprintf(text, sizeof text, "%-7s %-58s %6ld %8.4f %9.4f %8.3f\n", job.name, loaded->shapeText().c_str(),

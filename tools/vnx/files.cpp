@@ -19,10 +19,15 @@ Fault faultOf(const qcException& error) {
   return isMedium ? Fault::medium : Fault::content;
 }
 
+std::string causeText(int cause) { return std::generic_category().message(cause); }
+
 std::string textOf(const qcException& error) {
-  const qcLoadContext* context = error.loadContext();
-  const bool isWriting = !context && dynamic_cast<const qcArchive::BadBuffer*>(&error);
-  return qf_NarrowLossy(error.message(true)) + (context ? "; " + context->text() : isWriting ? "; writing failed" : "");
+  const int cause = errno;  // of the write that was refused
+  const std::string text = qf_NarrowLossy(error.message(true));
+  if (const qcLoadContext* context = error.loadContext()) return text + "; " + context->text();
+  const bool isArchive = dynamic_cast<const qcArchive::BadBuffer*>(&error);
+  if (!isArchive && !dynamic_cast<const qcDIB::WriteError*>(&error)) return text;
+  return text + (isArchive ? "; writing failed" : "") + (cause == 0 ? "" : ": " + causeText(cause));
 }
 
 void requireReadable(const std::string& path, bool isReadOnce) {
@@ -32,7 +37,7 @@ void requireReadable(const std::string& path, bool isReadOnce) {
     throw FileError(path, "is a device or a pipe, not a file", Fault::medium);
   errno = 0;
   if (const std::ifstream file(path, std::ios::binary); !file)
-    throw FileError(path, "cannot be read: " + std::generic_category().message(errno), Fault::medium);
+    throw FileError(path, "cannot be read: " + causeText(errno), Fault::medium);
 }
 
 FileKind kindOf(const std::string& path) {

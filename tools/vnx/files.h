@@ -26,7 +26,11 @@ class FileError : public std::runtime_error {
   Fault fault_;
 };
 
-/// The message of an error, with the place in the file, what was expected there and what was found.
+/// What the system says of an error number.
+std::string causeText(int cause);
+
+/// The message of an error, with the system's reason where writing failed, with the place in the file, what was
+/// expected there and what was found.
 std::string textOf(const qcException& error);
 
 /// Calls `work(path)` with the path as the library takes it; a failure becomes a FileError.

@@ -6,12 +6,11 @@
 #include <iostream>
 #include <optional>
 
-#include <vnxstd/dib/dib.h>
-
 #include "calibration.h"
 #include "files.h"
 #include "overlay.h"
 #include "svg.h"
+#include "wholefile.h"
 
 namespace {
 
@@ -141,8 +140,6 @@ bool GaugeCommand::run() const {
   if (isSvg(overlay_))
     writeText(overlay_, overlaySvg(*result.measurement, result.scans, image_));
   else
-    onFile(overlay_, [&](const std::wstring& path) {
-      qcDIB::writePelBuffer(path, drawOverlay(*result.measurement, result.scans));
-    });
+    writeBitmap(overlay_, drawOverlay(*result.measurement, result.scans));
   return true;
 }

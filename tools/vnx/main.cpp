@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <iostream>
 
@@ -71,10 +73,15 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+#if defined(SIGXFSZ)
+  std::signal(SIGXFSZ, SIG_IGN);  // past the largest file that is allowed, writing fails as on a full medium
+#endif
   try {
     const int status = run(argc, argv);
+    errno = 0;
     if (std::cout.flush() && std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
-    std::cerr << "vnx: writing to standard output failed\n";
+    const std::string cause = errno == 0 ? "" : ": " + causeText(errno);
+    std::cerr << "vnx: writing to standard output failed" << cause << '\n';
   } catch (const FileError& error) {
     std::cout.flush();
     std::cerr << "vnx: " << error.what() << '\n';

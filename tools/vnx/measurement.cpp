@@ -10,6 +10,7 @@
 
 #include "files.h"
 #include "format.h"
+#include "wholefile.h"
 
 namespace {
 
@@ -169,8 +170,8 @@ std::string vnxMeasurement::shapeText() const {
 }
 
 void saveMeasurement(const std::string& path, vnxMeasurement& measurement) {
-  onFile(path, [&](const std::wstring& name) {
-    qcFileArchive archive(name, qcArchive::storing);
+  writeWhole(path, Existing::replaced, [&](const std::string& part) {
+    qcFileArchive archive(qf_Widen(part), qcArchive::storing);
     qcPtrHandle<vnxMeasurement> handle(&measurement);
     archive || handle;
     archive.close();

@@ -64,6 +64,7 @@ class vnxMeasurement : public qcRepBase, public qcPersistent {
   std::string number(double length) const;
 };
 
-/// Writes the measurement as the first object of a file archive. Throws FileError, as loading does.
+/// Writes the measurement as the first object of a file archive, which may replace an earlier one. Throws FileError, as
+/// loading does.
 void saveMeasurement(const std::string& path, vnxMeasurement& measurement);
 qcPtrHandle<vnxMeasurement> loadMeasurement(const std::string& path);

@@ -2,13 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <functional>
 #include <iomanip>
 #include <ostream>
+#include <sstream>
 
 #include <vnxstd/archive/file.h>
-#include <vnxstd/dib/dib.h>
 #include <vnxstd/shapes/line.h>
 
 #include "blobs.h"
@@ -20,6 +19,7 @@
 #include "plate.h"
 #include "render.h"
 #include "svg.h"
+#include "wholefile.h"
 
 namespace {
 
@@ -38,7 +38,7 @@ constexpr const char *kBoard = "board.bmp", *kBoardPoints = "board.csv", *kPlate
 // Finds the dots of the board and writes, for each, its place in the image and on the board.
 void writeBoardPoints(const Camera& camera, const Board& board, const qcPelBuffer<unsigned char>& image) {
   const Blobs blobs = findBlobs(image, {{}, false, 100});
-  std::ofstream file(kBoardPoints);
+  std::ostringstream file;
   file << "image_x,image_y,world_x,world_y\n" << std::setprecision(9);
   for (int row = 0; row < board.rows; ++row)
     for (int column = 0; column < board.columns; ++column) {
@@ -50,7 +50,7 @@ void writeBoardPoints(const Camera& camera, const Board& board, const qcPelBuffe
       const qcVector<2> at = blobs.regions.region(*nearest).centroid;
       file << at.x() << ',' << at.y() << ',' << world.x() << ',' << world.y() << '\n';
     }
-  if (!file.flush()) throw FileError(kBoardPoints, "cannot be written", Fault::medium);
+  writeText(kBoardPoints, file.str());
 }
 
 struct WorldJob {
@@ -94,8 +94,8 @@ std::vector<WorldJob> worldJobs(const Camera& camera, const Plate& plate) {
 void drawInMillimetres(const Plate& plate, const std::vector<qcPtrHandle<qcShape>>& measured) {
   std::vector<qcPtrHandle<qcShape>> shapes{qcPtrHandle<qcShape>(new qcRect(plate.low, plate.high - plate.low))};
   shapes.insert(shapes.end(), measured.begin(), measured.end());
-  onFile(kShapes, [&](const std::wstring& path) {
-    qcFileArchive archive(path, qcArchive::storing);
+  writeWhole(kShapes, Existing::replaced, [&](const std::string& part) {
+    qcFileArchive archive(qf_Widen(part), qcArchive::storing);
     for (qcPtrHandle<qcShape>& shape : shapes) archive || shape;
     archive.close();
   });
@@ -111,7 +111,7 @@ bool measurePlate(std::ostream& out) {
   const auto picture = [&](const char* name, const auto& thing) {
     auto drawn =
         drawPicture([&](const qcVector<2>& p) { return thing.contains(camera.toWorld(p)); }, {}, kWidth, kHeight);
-    onFile(name, [&](const std::wstring& path) { qcDIB::writePelBuffer(path, drawn); });
+    writeBitmap(name, drawn);
     return drawn;
   };
   writeBoardPoints(camera, board, picture(kBoard, board));

@@ -4,6 +4,7 @@
 
 #include "files.h"
 #include "render.h"
+#include "wholefile.h"
 #include "wrongcall.h"
 
 RenderCommand::RenderCommand(CLI::App& app)

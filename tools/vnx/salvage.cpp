@@ -17,6 +17,7 @@
 #include "inspect.h"
 #include "objects.h"
 #include "std/archive/record.h"
+#include "wholefile.h"
 #include "wrongcall.h"
 
 namespace {
@@ -45,26 +46,8 @@ std::vector<Parts> databaseRecords(const Records& records) {
   return found;
 }
 
-// Does `work` on a file beside the one that is wanted, which takes its name when all went well. Nothing that is not a
-// file loses its name to it, and `from` does not either.
-template <class Work>
-void writeWhole(const std::string& from, const std::string& to, Work work) {
-  const std::string part = to + ".part";
-  std::error_code failed;
+void requireDistinct(const std::string& from, const std::string& to) {
   if (isSameFile(from, to)) throw WrongCall("what is read and what is written must be different files; both are " + to);
-  if (std::filesystem::exists(part, failed)) throw WrongCall(part + " exists already");
-  if (std::filesystem::exists(to, failed) && !std::filesystem::is_regular_file(to, failed))
-    throw FileError(to, "is no regular file", Fault::medium);
-  try {
-    work(part);
-    std::filesystem::rename(part, to);
-  } catch (const std::filesystem::filesystem_error& error) {
-    std::filesystem::remove(part, failed);
-    throw FileError(to, error.code().message(), Fault::medium);
-  } catch (...) {
-    std::filesystem::remove(part, failed);
-    throw;
-  }
 }
 
 // Copies `size` bytes from a place in a file.
@@ -294,7 +277,8 @@ bool hasChain(const qcArchive& archive, const std::string& path) {
   return file && qf_IsRecord(head.data()) && anchor.is(qc_format::kAnchor) && anchor.isValid();
 }
 
-bool extractRecord(const qcArchive& from, const std::string& path, long number, const std::string& to) {
+bool extractRecord(const qcArchive& from, std::ifstream& bytes, const std::string& path, long number,
+                   const std::string& to) {
   const Records records = from.records();
   const std::vector<Parts> all = databaseRecords(records);
   const auto wanted = std::find_if(all.begin(), all.end(), [&](const Parts& p) { return p.mark.number == number; });
@@ -302,27 +286,25 @@ bool extractRecord(const qcArchive& from, const std::string& path, long number, 
     if (from.findMark(number) == qcArchive::Position(0)) return false;
     throw FileError(path, "record " + std::to_string(number) + " has no object");
   }
-  writeWhole(path, to, [&](const std::string& part) {
-    onFile(part, [&](const std::wstring& name) {
-      std::ifstream bytes(path, std::ios::binary);
-      qcFileArchive archive(name, qcArchive::storing, from.ordering(), true);
-      writeRecord(*wanted, bytes, archive);
-      archive.sync();
-      archive.close();
-    });
+  requireDistinct(path, to);
+  bytes.clear();
+  writeWhole(to, Existing::refused, [&](const std::string& part) {
+    qcFileArchive archive(qf_Widen(part), qcArchive::storing, from.ordering(), true);
+    writeRecord(*wanted, bytes, archive);
+    archive.close();
   });
   return true;
 }
 
-bool salvageArchive(const std::string& path, const std::string& to, std::ostream& report) {
+bool salvageArchive(const std::string& path, const std::string& to, std::ostream& report, const std::string& kept) {
   bool isWhole = true;
-  writeWhole(path, to, [&](const std::string& part) {
+  if (kept.empty()) requireDistinct(path, to);
+  const auto mend = [&](const std::string& part) {
     const bool isSeekable = onFile(path, [&](const std::wstring&) {
       if (kindOf(path) != FileKind::archive) throw FileError(path, "does not begin like an archive");
       return openArchive(path)->isSeekable();
     });
-    std::filesystem::copy_file(path, part, std::filesystem::copy_options::overwrite_existing);
-    std::filesystem::permissions(part, std::filesystem::perms::owner_write, std::filesystem::perm_options::add);
+    copyFile(path, part);
     onFile(path, [&](const std::wstring&) {
       if (isSeekable) {
         isWhole = Mending(part, report).run();
@@ -332,6 +314,7 @@ bool salvageArchive(const std::string& path, const std::string& to, std::ostream
         std::filesystem::resize_file(part, static_cast<std::uintmax_t>(sound));
       }
     });
-  });
+  };
+  writeWhole(to, kept.empty() ? Existing::refused : Existing::replaced, mend, kept);
   return isWhole;
 }

@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 
 #include <vnxstd/archive/text.h>
 
-#include "files.h"
 #include "format.h"
 #include "pngfile.h"
 
@@ -167,13 +165,6 @@ double roundLength(double limit) {
   for (const double digit : {5.0, 2.0})
     if (digit * decade <= limit) return digit * decade;
   return decade;
-}
-
-void writeText(const std::string& path, const std::string& text) {
-  std::ofstream file(path, std::ios::binary);
-  if (!file) throw FileError(path, "cannot be opened for writing", Fault::medium);
-  if (!file.write(text.data(), static_cast<std::streamsize>(text.size())).flush())
-    throw FileError(path, "writing failed", Fault::medium);
 }
 
 bool isSvg(const std::string& path) {

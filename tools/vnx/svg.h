@@ -55,8 +55,5 @@ class Svg {
 /// The largest of 1, 2 and 5 times a power of ten that is no larger than `limit`, a positive number.
 double roundLength(double limit);
 
-/// Writes the text to a file. Throws FileError.
-void writeText(const std::string& path, const std::string& text);
-
 /// The file's name ends in .svg, in small or capital letters.
 bool isSvg(const std::string& path);

@@ -1,0 +1,150 @@
+#include "wholefile.h"
+
+#include <cerrno>
+#include <fstream>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#if defined(_WIN32)
+#include <io.h>
+#include <share.h>
+#else
+#include <sys/file.h>
+#include <unistd.h>
+#endif
+
+#include "wrongcall.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kMostParts = 100;            // of one file, as calls that were killed leave them
+constexpr std::size_t kLongestName = 200;  // bytes of a file's name to which .part can be added everywhere
+
+#if defined(_WIN32)
+
+std::FILE* openHeld(const char* path) { return _fsopen(path, "r+b", _SH_DENYWR); }
+bool syncFile(std::FILE* file) { return _commit(_fileno(file)) == 0; }
+
+#else
+
+std::FILE* openHeld(const char* path) {
+  std::FILE* file = std::fopen(path, "r+b");
+  if (!file || ::flock(::fileno(file), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return file;
+  std::fclose(file);
+  errno = EWOULDBLOCK;
+  return nullptr;
+}
+
+bool syncFile(std::FILE* file) { return ::fsync(::fileno(file)) == 0 || errno == EINVAL; }
+
+#endif
+
+[[noreturn]] void fail(const std::string& path, int cause) {
+  throw FileError(path, "cannot be written: " + causeText(cause), Fault::medium);
+}
+
+void requireUnused(const std::string& path) {
+  if (fs::exists(fs::symlink_status(path))) throw WrongCall(path + " exists already");
+}
+
+// Gives a file a further name, which nothing has; false when the medium knows no such names.
+bool nameAlso(const std::string& path, const std::string& other) {
+  std::error_code failed;
+  fs::create_hard_link(path, other, failed);
+  if (failed) requireUnused(other);
+  return !failed;
+}
+
+void syncByName(const std::string& path) {
+  std::FILE* file = std::fopen(path.c_str(), "r+b");
+  const bool isSynced = file && syncFile(file);
+  const int cause = errno;
+  if (file) std::fclose(file);
+  if (!isSynced) fail(path, cause);
+}
+
+}  // namespace
+
+WholeFile::WholeFile(const std::string& path, Existing existing, std::string kept)
+    : path_(path), kept_(std::move(kept)), existing_(existing), held_(nullptr, &std::fclose) {
+  if (existing == Existing::refused) requireUnused(path);
+  if (!kept_.empty()) requireUnused(kept_);
+  const fs::file_status status = fs::status(path_);
+  if (fs::exists(status) && !fs::is_regular_file(status)) {
+    part_ = path_;
+    return;
+  }
+  if (fs::is_symlink(path)) path_ = fs::canonical(path).string();
+  if (fs::exists(status)) {
+    held_.reset(openHeld(path_.c_str()));
+    if (!held_ && errno == EWOULDBLOCK) throw FileError(path, "is in use", Fault::medium);
+    if (!held_) fail(path, errno);
+  }
+  create();
+  std::error_code ignored;
+  if (held_) fs::permissions(part_, status.permissions() | fs::perms::owner_read | fs::perms::owner_write, ignored);
+}
+
+WholeFile::~WholeFile() {
+  std::error_code ignored;
+  if (isMade_) fs::remove(part_, ignored);
+}
+
+// Nothing that exists is opened, be it a link that leads nowhere.
+void WholeFile::create() {
+  const fs::path wanted(path_);
+  std::string name = wanted.filename().string();
+  if (name.size() > kLongestName) {
+    std::size_t end = kLongestName;
+    while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) --end;  // within a character of UTF-8
+    name.resize(end);
+  }
+  for (int i = 1; i <= kMostParts; ++i) {
+    part_ = (wanted.parent_path() / (name + (i == 1 ? "" : '.' + std::to_string(i)) + ".part")).string();
+    if (std::FILE* file = std::fopen(part_.c_str(), "wbx")) {
+      isMade_ = true;
+      std::fclose(file);
+      return;
+    }
+    if (errno != EEXIST) break;
+  }
+  fail(path_, errno);
+}
+
+void WholeFile::finish() {
+  if (!isMade_) return;
+  syncByName(part_);
+  if (!kept_.empty() && !nameAlso(path_, kept_)) {
+    writeWhole(kept_, Existing::refused, [this](const std::string& part) { copyFile(path_, part); });
+  }
+  if (existing_ == Existing::refused && nameAlso(part_, path_)) return;  // the other name goes with this object
+#if defined(_WIN32)
+  held_.reset();  // what is open keeps its name there
+#endif
+  std::error_code failed, ignored;
+  fs::rename(part_, path_, failed);
+  isMade_ = static_cast<bool>(failed);
+  if (failed && !kept_.empty()) fs::remove(kept_, ignored);
+  if (failed) fail(path_, failed.value());
+}
+
+// The standard library's way does not say why it fails.
+void copyFile(const std::string& from, const std::string& part) {
+  std::ifstream in(from, std::ios::binary);
+  std::ofstream out(part, std::ios::binary);
+  std::vector<char> bytes(65536);
+  while (out && (in.read(bytes.data(), static_cast<std::streamsize>(bytes.size())), in.gcount() > 0))
+    out.write(bytes.data(), in.gcount());
+  if (in.bad() || !in.eof() || !out.flush()) fail(part, errno);
+  fs::permissions(part, fs::status(from).permissions() | fs::perms::owner_write);
+}
+
+void writeText(const std::string& path, const std::string& text) {
+  writeWhole(path, Existing::replaced, [&](const std::string& part) {
+    std::ofstream file(part, std::ios::binary);
+    if (!file.write(text.data(), static_cast<std::streamsize>(text.size())).flush()) fail(path, errno);
+  });
+}
