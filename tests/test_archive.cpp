@@ -82,8 +82,6 @@ TEST(Numbers, LongsThatDoNotFitAreRefusedBeforeAByteIsWritten) {
   }
 }
 
-// Texts.
-
 // What a text is stored as is loaded again, whichever kind is asked for.
 void checkText(const std::u32string& text, const std::string& prefix, const std::string& narrowWire,
                const std::string& wideWire) {
@@ -219,8 +217,6 @@ TEST(TextConversions, AreExactBothWays) {
   }
 }
 
-// Headers.
-
 TEST(Header, IsCheckedInTheOrderOfItsFields) {
   const std::tuple<const char*, bool, const wchar_t*> cases[] = {{"", false, L"Eof 65"},
                                                                  {"02", false, L"Eof 65"},
@@ -243,8 +239,6 @@ TEST(Header, IsCheckedInTheOrderOfItsFields) {
   EXPECT_EQ(BytesArchive(fromHex("02 00"))->ordering(), kBig);
   EXPECT_EQ(qcMemoryArchive(static_cast<qcArchive::Ordering>(7), false).storage()[1], 0);
 }
-
-// Vectors.
 
 TEST(Vectors, HoldACountAndTheElements) {
   EXPECT_EQ(stored(kBig, false, std::vector<short>{1, -1}), fromHex("00000002 0001 FFFF"));

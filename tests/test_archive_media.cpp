@@ -10,8 +10,6 @@ using Dir = qcArchive::Direction;
 
 using Files = InFolder;
 
-// Memory.
-
 // Random reading, writing and moving about give what the same steps on a vector of bytes give.
 void walk(qcArchive& archive, std::string expected, const std::function<std::string()>& bytes, unsigned seed) {
   std::mt19937 random(seed);
@@ -89,8 +87,6 @@ TEST(MemoryArchive, FreesBytesThatItOwnsAlsoWhenTheHeaderIsBad) {  // the addres
   EXPECT_THROW(qcMemoryArchive(bytes("02 01"), -5, false, true), qcArchive::Eof);
   EXPECT_THROW(qcMemoryArchive(nullptr, 100, false), qcArchive::Eof);
 }
-
-// Files.
 
 TEST_F(Files, ReadWriteAndMoveLikeAVector) {
   for (unsigned seed = 1; seed <= 4; ++seed) {
@@ -182,8 +178,6 @@ TEST_F(Files, AReadErrorIsNotTheEndOfTheData) {
   if (!std::filesystem::exists("/proc/self/mem")) return;
   EXPECT_THROW(qcFileArchive(L"/proc/self/mem", Dir::loading, kLittle, false, true), qcArchive::BadFile);
 }
-
-// The pool.
 
 TEST(StoragePool, RoundsBlocksAndDoublesChunks) {
   for (const auto& [asked, given] : {std::pair{0U, 8U}, {1U, 8U}, {8U, 8U}, {9U, 16U}, {12U, 16U}, {100U, 104U}}) {

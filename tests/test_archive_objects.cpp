@@ -22,8 +22,6 @@ const std::string kPetName = stored(kBig, false, std::string("(anonymous namespa
 const std::string kNodeName = stored(kBig, false, std::string("(anonymous namespace)::Node"));
 std::string petObject(int number) { return kMarker + std::string{1, 0, static_cast<char>(number)}; }
 
-// Framing.
-
 TEST(Objects, HaveTheBytesOfTheFormat) {
   const Pet pet(7);
   EXPECT_EQ(stored(kBig, false, pet), petObject(7));
@@ -86,8 +84,6 @@ TEST(Objects, OldLayoutsAreReadWhereTheClassHasThem) {
   EXPECT_THROW(*old << NodeHandle(new Node), qcArchive::CannotWriteToOldArchive);
   EXPECT_THROW(old->storeObject(&pet), qcArchive::CannotWriteToOldArchive);
 }
-
-// Pointers.
 
 TEST(Pointers, HaveTheBytesOfTheFormat) {
   Pet pet(7);
@@ -169,8 +165,6 @@ TEST(Pointers, AnObjectGivenAsAPlainPointerStaysWithTheCaller) {
   EXPECT_THROW(*archive || wrong, qcArchive::BadType);
   EXPECT_EQ(alive, 1);
 }
-
-// Graphs.
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr std::size_t kStack = 16 << 20;  // instrumented functions take much more
@@ -432,8 +426,6 @@ TEST(HeldObjects, AReferenceToALoadedObjectThatIsGoneNeedsASeekableArchive) {
     }
   }
 }
-
-// Seekable archives.
 
 TEST(SeekableArchives, OnlyTheyCanTurnAndMove) {
   BytesArchive plain(fromHex("02 00 00"));

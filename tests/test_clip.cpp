@@ -395,8 +395,6 @@ TEST(ExtremeCoordinates, AreBorne) {
   });
 }
 
-// ---- examples
-
 qcPolyline box(double x0, double y0, double x1, double y1) { return {{{x0, y0}, {x1, y0}, {x1, y1}, {x0, y1}}, true}; }
 
 struct Example {

@@ -17,8 +17,6 @@ struct Random : ::Random {
 
 double largest(const V& v) { return std::max(v.x(), v.y()); }
 
-// ---- the two forms
-
 // The sum of squares is taken of scaled elements, and the error compared with the scaled norm.
 double relativeError(const qcMatrix<2>& a, const qcMatrix<2>& b) {
   double size = 0, error = 0, norm = 0;
@@ -106,8 +104,6 @@ TEST(EllipseForms, OlderClassesAreTheSameCurves) {
   });
 }
 
-// ---- conics
-
 TEST(EllipseConics, CoefficientsVanishOnTheCurveAndComeBack) {
   forSeeds<Random>(500, [&](Random& random, unsigned) {
     const qcEllipse2 e(random.point(), random.angle(), {random.size(-1.5, 1), random.size(-1.5, 1)}, true,
@@ -136,8 +132,6 @@ TEST(EllipseConics, CoefficientsVanishOnTheCurveAndComeBack) {
   EXPECT_THROW(qcEllipse2(qcXform<2>({1, 0, 0, 0}, {})).coeffs(out, out, out, out, out, out),
                qcShapesError::DegenerateShape);
 }
-
-// ---- lengths
 
 // Gauss's way: the arithmetic-geometric mean of the radii.
 double perimeterByMeans(double a, double b) {
@@ -209,8 +203,6 @@ TEST(EllipseLengths, AgreeWithMeansWithQuadratureAndAddUp) {
     EXPECT_DOUBLE_EQ(qcEllipse({}, {r, r / 2}, {}).perimeter(), 4.844224110273838 * r);
   }
 }
-
-// ---- nearest points
 
 /// The least distance from `p` to the part of (a cos t, b sin t) from t0 to t1, by looking for it everywhere: at the
 /// ends and at every change of sign of the slope on a grid that is finer towards the axes.
@@ -290,8 +282,6 @@ TEST(EllipseNearest, NothingIsNearerThanTheNearestPoint) {
   for (const double far : {1e-200, 1e200})
     EXPECT_NEAR_POINT(qcEllipse({}, {2 * far, far}, {}).nearestPoint({0, 9 * far}) / far, V(0, 1), 1e-12);
 }
-
-// ---- directions, sweeps, samples
 
 TEST(EllipseDirections, ParametersOfPointsAndTangents) {
   forSeeds<Random>(500, [&](Random& random, unsigned seed) {

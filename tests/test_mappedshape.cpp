@@ -1,7 +1,5 @@
 // Shapes seen through transforms of any kind, and what these tell about how much they bend.
 
-#include <thread>
-
 #include "support/archived.h"
 #include "support/randomshapes.h"
 #include "support/xforms.h"
@@ -443,8 +441,6 @@ TEST(MappedShape, ThousandsOfLevels) {
   const Shape copy = shape->clone();
   EXPECT_TRUE(copy->equal_(*shape));
 }
-
-// ---- archives
 
 TEST(MappedShape, LoadedInPlaceForgetsWhatItComputed) {
   const Held circle(new qcCircle({2, 0}, 1));

@@ -2,7 +2,6 @@
 // watched memory, in place and elsewhere.
 
 #include "support/pelcomponents.h"
-#include "support/scene.h"
 #include "vnxstd/pelbuf.h"
 
 namespace {
@@ -33,11 +32,7 @@ void check(Call call, Formula formula, bool isAccumulated = false) {
   checkPelwise<S, S, D, Exact<S, D>>(call, formula, isAccumulated);
 }
 
-template <class T>
-struct Arithmetic : testing::Test {};
-TYPED_TEST_SUITE(Arithmetic, FlatPels);
-
-TYPED_TEST(Arithmetic, IsExactShiftedAndSaturated) {
+TYPED_TEST(EveryPel, IsReckonedExactlyShiftedAndSaturated) {
   using S = TypeParam;
   forEachType(FlatPels(), []<class D>(std::type_identity<D>) {
     if constexpr (qcPelHolds<S, D>) {
@@ -73,9 +68,7 @@ TYPED_TEST(NewImages, HoldWhatDestinationsDo) {
   using T = TypeParam;
   const qcPelRect window(5, -3, 9, 4);
   qcPelBuffer<T> a(window), b(window), c(window), to(window);
-  for (const auto& image : {a, b, c})
-    for (long y = -3; y < 1; ++y)
-      for (long x = 5; x < 14; ++x) image.put(x, y, anyPel<T>());
+  for (const auto& image : {a, b, c}) forEachPel(window, [&image](long x, long y) { image.put(x, y, anyPel<T>()); });
   const auto expectEqual = [&](const qcPelBuffer<T>& image) {
     EXPECT_TRUE(qfPelEqual(image, to));
     EXPECT_EQ(image.window(), window);

@@ -7,15 +7,16 @@
 
 #include "support/archived.h"
 #include "support/faulty.h"
+#include "support/scene.h"
 #include "vnxstd/pelbuf/buffer.h"
 
 namespace {
 
+using namespace scene;
+
 using Random = std::mt19937_64;
 
 long uniform(Random& random, long low, long high) { return std::uniform_int_distribution<long>(low, high)(random); }
-
-// --- pels -----------------------------------------------------------------------------------------------------------
 
 // Every word and component value: the field read back, the other fields and, for red, the bit above it.
 template <class Pel>
@@ -50,14 +51,11 @@ TEST(Pel, BytesLieBlueFirst) {
   EXPECT_TRUE(parts == whole && std::memcmp(&whole, "\3\2\1", sizeof whole) == 0);
 }
 
-// --- rectangles -----------------------------------------------------------------------------------------------------
-
 using Cells = std::set<std::pair<long, long>>;
 
 Cells cells(const qcPelRect& r) {
   Cells result;
-  for (long y = r.y0(); y < r.y1(); ++y)
-    for (long x = r.x0(); x < r.x1(); ++x) result.insert({x, y});
+  forEachPel(r, [&result](long x, long y) { result.insert({x, y}); });
   return result;
 }
 
@@ -73,13 +71,11 @@ TEST(Rect, OperationsAreThoseOfSetsOfPels) {
       if (cells(b).count(p)) both.insert(p);
       for (const auto& q : cells(b)) sum.insert({p.first + q.first, p.second + q.second});
     }
-    for (long y = -16; !b.isNull() && y < 16; ++y) {
-      for (long x = -16; x < 16; ++x) {
-        bool isInside = true;
-        for (const auto& q : cells(b)) isInside = isInside && a.contains(q.first + x, q.second + y);
-        if (isInside) positions.insert({x, y});
-      }
-    }
+    forEachPel(qcPelRect(-16, -16, 32, 32), [&](long x, long y) {
+      bool isInside = !b.isNull();
+      for (const auto& q : cells(b)) isInside = isInside && a.contains(q.first + x, q.second + y);
+      if (isInside) positions.insert({x, y});
+    });
     ASSERT_EQ(a.overlaps(b), !both.empty());
     if (both.empty()) {
       EXPECT_THROW((void)(a & b), qcRectErrors::NoOverlap);
@@ -100,8 +96,6 @@ TEST(Rect, RefusesWhatIsNoRegion) {
   EXPECT_THROW(qcPelSpan(INT32_MAX, 0) + qcPelSpan(1, 0), qcPelFunc::Range);
 }
 
-// --- roots ----------------------------------------------------------------------------------------------------------
-
 TEST(Root, PaddingIsTheSmallestThatAlignsTheRow) {
   for (long align = 1; align <= 70; ++align) {
     for (const unsigned pelSize : {1u, 2u, 3u, 4u, 8u}) {
@@ -115,8 +109,8 @@ TEST(Root, PaddingIsTheSmallestThatAlignsTheRow) {
   EXPECT_EQ(qcPelRoot<unsigned long>::padPelsNeeded(3, 16), 1);  // four bytes on every platform
 }
 
-template <class T>
-void checkAlignment() {
+TYPED_TEST(EveryPel, HasRowsAlignedToTheModulusAndToItself) {
+  using T = TypeParam;
   for (const long align : {1L, 2L, 3L, 24L, 64L, 1000L, 65536L}) {
     const qcPelRoot<T> root(5, 3, align);
     root.repInvariant();
@@ -126,12 +120,6 @@ void checkAlignment() {
       std::memset(reinterpret_cast<void*>(row), 1, static_cast<std::size_t>(root.rowUpdate()) * sizeof(qcStoredPel<T>));
     }
   }
-}
-
-TEST(Root, EveryRowIsAlignedToTheModulusAndThePel) {
-#define CHECK(T) checkAlignment<T>();
-  VNXSTD_FOR_ARRAY_PELS(CHECK)
-#undef CHECK
 }
 
 TEST(Root, RefusesImpossibleSizes) {
@@ -267,18 +255,16 @@ void checkAgainst(const Model& m, const qcPelBuffer<qcPair<long>>& buffer) {
              h = static_cast<long>(m.h), dx = static_cast<long>(m.toRootX), dy = static_cast<long>(m.toRootY);
   ASSERT_EQ(buffer.windowRoot(), qcPelRect(x, y, w, h));
   ASSERT_EQ(buffer.offset(), qcPair<long>(x - dx, y - dy));
-  for (long ry = y - 1; ry <= y + h; ++ry) {
-    for (long rx = x - 1; rx <= x + w; ++rx) {
-      const long ix = rx - dx, iy = ry - dy;
-      if (rx >= x && rx < x + w && ry >= y && ry < y + h) {
-        ASSERT_EQ(buffer.get(ix, iy), qcPair<long>(rx, ry));
-        ASSERT_EQ(qcPair<long>(buffer.pointToRow(iy)[rx - x]), qcPair<long>(rx, ry));
-        ASSERT_TRUE(buffer.contains(buffer.pointToPel(ix, iy)));
-      } else {
-        ASSERT_THROW(buffer.get(ix, iy), qcPel::BadCoord) << ix << ' ' << iy;
-      }
+  forEachPel(qcPelRect(x - 1, y - 1, w + 2, h + 2), [&](long rx, long ry) {
+    const long ix = rx - dx, iy = ry - dy;
+    if (rx >= x && rx < x + w && ry >= y && ry < y + h) {
+      ASSERT_EQ(buffer.get(ix, iy), qcPair<long>(rx, ry));
+      ASSERT_EQ(qcPair<long>(buffer.pointToRow(iy)[rx - x]), qcPair<long>(rx, ry));
+      ASSERT_TRUE(buffer.contains(buffer.pointToPel(ix, iy)));
+    } else {
+      ASSERT_THROW(buffer.get(ix, iy), qcPel::BadCoord) << ix << ' ' << iy;
     }
-  }
+  });
 }
 
 TEST(Buffer, WindowsFollowTheModel) {
@@ -430,8 +416,6 @@ TEST(Buffer, PackedArraysAndPlanesCarryTheWindow) {
   reals.copyToBuffer(back);
   EXPECT_TRUE(std::equal(row, row + 4, back) && reals.get(2, 1) == 2 && reals.get(1, 2) == 3);
 }
-
-// --- archives -------------------------------------------------------------------------------------------------------
 
 constexpr wchar_t kEof[] = L"qcArchive::Eof", kContent[] = L"qcArchive::BadContent";
 

@@ -1,7 +1,6 @@
 // Pixel functions that look at other pels than their own, against naive references: arranging, filtering, colours.
 
 #include "support/pelcomponents.h"
-#include "support/scene.h"
 #include "vnxstd/pelbuf.h"
 
 namespace {
@@ -33,11 +32,7 @@ void expectSamePels(qcPelBuffer<T> image, const Scene<T>& src) {
 
 long floorDivide(long a, long b) { return std::lround(std::floor(static_cast<double>(a) / static_cast<double>(b))); }
 
-template <class T>
-struct ArrangedPel : testing::Test {};
-TYPED_TEST_SUITE(ArrangedPel, FlatPels);
-
-TYPED_TEST(ArrangedPel, Mirrors) {
+TYPED_TEST(EveryPel, IsMirrored) {
   using T = TypeParam;
   forEachCase([](long width, long height, bool fillsRows) {
     for (const bool inPlace : {false, true}) {
@@ -59,7 +54,7 @@ TYPED_TEST(ArrangedPel, Mirrors) {
   });
 }
 
-TYPED_TEST(ArrangedPel, TransposesCornerToCorner) {
+TYPED_TEST(EveryPel, IsTransposedCornerToCorner) {
   using T = TypeParam;
   for (const Size size : {Size{1, 1}, {5, 1}, {16, 16}, {37, 70}, {131, 64}, {129, 129}, {200, 17}}) {
     Scene<T> src(size.x(), size.y()), dst(size.y() + below(5) - 2 + 2 * (size.y() < 3), size.x() + below(3));
@@ -82,7 +77,7 @@ TYPED_TEST(ArrangedPel, TransposesCornerToCorner) {
   }
 }
 
-TYPED_TEST(ArrangedPel, SamplesAndExpandsByImageCoordinates) {
+TYPED_TEST(EveryPel, IsSampledAndExpandedByImageCoordinates) {
   using T = TypeParam;
   forEachCase([](long width, long height, bool fillsRows) {
     for (const long x : {1L, 2L, 3L, 50L}) {
@@ -287,11 +282,7 @@ TEST(PelSpatialAvg, SumsOfBoxesBetweenAllTypes) {
   expectBoxSumsAmong<qcPackedRGB32Pel>();
 }
 
-template <class T>
-struct FilteredPel : testing::Test {};
-TYPED_TEST_SUITE(FilteredPel, FlatPels);
-
-TYPED_TEST(FilteredPel, BinomialAverages) {
+TYPED_TEST(EveryPel, HasBinomialAverages) {
   using T = TypeParam;
   using E = Component<T>;
   for (const qcPair<int> half :
@@ -319,7 +310,7 @@ TYPED_TEST(FilteredPel, BinomialAverages) {
   }
 }
 
-TYPED_TEST(FilteredPel, MediansOfThreeByThree) {
+TYPED_TEST(EveryPel, HasMediansOfThreeByThree) {
   using T = TypeParam;
   for (const Size size : {Size{3, 3}, {2, 5}, {35, 4}, {67, 5}, {131, 3}, {300, 7}})
     expectFiltered<T, T>(

@@ -2,16 +2,11 @@
 // level, with all pels around the window guarded.
 
 #include "support/pelcomponents.h"
-#include "support/scene.h"
 #include "vnxstd/pelbuf.h"
 
 namespace {
 
 using namespace scene;
-
-template <class T>
-struct EveryPel : testing::Test {};
-TYPED_TEST_SUITE(EveryPel, FlatPels);
 
 template <class T>
 struct NumericPel : testing::Test {};
@@ -84,12 +79,10 @@ TYPED_TEST(NumericPel, ExtremesOfAWindow) {
     qfPelMinmax(scene.buffer, lo, hi);
     for (int i = 0; i < perPel; ++i) {  // NaN is passed over, zeros have no sign
       std::vector<E> values;
-      for (long y = 0; y < height; ++y) {
-        for (long x = 0; x < width; ++x) {
-          const E value = element<T>(scene.at(x, y), i);
-          if (value == value) values.push_back(value == 0 ? 0 : value);
-        }
-      }
+      forEachPel(qcPelRect(width, height), [&](long x, long y) {
+        const E value = element<T>(scene.at(x, y), i);
+        if (value == value) values.push_back(value == 0 ? 0 : value);
+      });
       auto storedLo = qcPelTraits<T>::store(lo), storedHi = qcPelTraits<T>::store(hi);
       const E results[] = {element<T>(storedLo, i), element<T>(storedHi, i)};
       if (values.empty()) {

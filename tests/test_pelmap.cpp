@@ -26,11 +26,7 @@ Int128 quotient(Int128 x, double d, bool isRounded) {
   return static_cast<Int128>(isRounded ? std::round(q) : std::trunc(q));
 }
 
-template <class T>
-struct Division : testing::Test {};
-TYPED_TEST_SUITE(Division, FlatPels);
-
-TYPED_TEST(Division, TruncatesOrRoundsAndSaturates) {
+TYPED_TEST(EveryPel, IsDividedTruncatedOrRoundedAndSaturated) {
   using S = TypeParam;
   const auto check = []<class D>(bool isRounded, std::type_identity<D>) {
     checkPelwise<S, S, D, Component<S>>(

@@ -7,8 +7,6 @@
 
 namespace {
 
-// ---- moments
-
 /// The integrals of 1, x, y, x * x, x * y and y * y.
 struct Integrals {
   long double of[6] = {};
@@ -114,8 +112,6 @@ TEST(Polylines, RefuseWhatTheyHaveTooFewVerticesFor) {
                                            [&] { open.nearestPoints(empty, moments, moments); }};
   for (const auto& call : refused) EXPECT_THROW(call(), qcShapesError::EmptyShape) << &call - refused;
 }
-
-// ---- winding
 
 /// The angle swept along the points around q, which is not on the way.
 double sweptAround(const V& q, const Points& points, bool closed) {
@@ -264,8 +260,6 @@ TEST(PolylineSampling, GivesTheSamePointsInBothWays) {
   });
 }
 
-// ---- hulls and distances
-
 TEST(PolylineHulls, AreConvexAndHoldEveryVertex) {
   forSeeds<Random>(2000, [&](Random& random, unsigned) {
     const int size = random.integer(0, 9), count = random.integer(1, 60);
@@ -356,8 +350,6 @@ TEST(PolylineMeasures, AnswerAnyNumbers) {
     if (std::isfinite(p.x())) qcAffineRectangle(rect).xRotation(qcRadian(p.x()));
   });
 }
-
-// ---- affine rectangles
 
 using Rect = qcAffineRectangle;
 

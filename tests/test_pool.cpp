@@ -296,8 +296,6 @@ TEST(Pool, ImagesAreArchivedLikeOthers) {
   EXPECT_EQ(pool.tryGet<unsigned char>(3, 2).pointToOffset(), pels);
 }
 
-// --- waiting --------------------------------------------------------------------------------------------------------
-
 void untilWaiting(const qcPelRootPool& pool, long count) {
   while (pool.waiters() != count) std::this_thread::yield();
 }

@@ -100,8 +100,6 @@ Pel of(const Pels& pels) {
   return [&pels](long x, long y) -> int { return pels.get(x, y); };
 }
 
-// --- encoding -------------------------------------------------------------------------------------------------------
-
 TEST(Encode, DecodesToTheSamePelsAlsoOfCopiesAndArchives) {
   forEachImage([](const Pels& pels, const qcRLEBuffer& plain) {
     qcRLEBuffer runs;
@@ -167,8 +165,6 @@ TEST(Encode, Classifies) {
     EXPECT_TRUE(runs == expected);
   });
 }
-
-// --- operations against pels ----------------------------------------------------------------------------------------
 
 TEST(Operations, MorphologyTakesTheExtremeOfTheNeighbourhood) {
   forEachImage([](const Pels& pels, const qcRLEBuffer& runs) {
@@ -289,8 +285,6 @@ TEST(Operations, TakeMemoryForTheRunsThereAre) {
   EXPECT_LT(peak.bytes(), 40 * runs.numRuns());
 }
 
-// --- measuring ------------------------------------------------------------------------------------------------------
-
 /// Sums of pels over bins that a function tells, the first of which is `first`.
 Counts binned(const Pels& pels, std::size_t bins, const std::function<long(long, long)>& bin, bool isCount = false) {
   Counts sums(bins);
@@ -384,8 +378,6 @@ TEST(Measuring, ProjectsWhereRoundingIsCoarse) {
     EXPECT_EQ(sums, expected) << size;
   }
 }
-
-// --- regions --------------------------------------------------------------------------------------------------------
 
 /// The numbers of regions by flooding, row by row; 0 where there is none.
 qcPelBuffer<long> flooded(const Pels& pels, bool isEight) {
@@ -516,8 +508,6 @@ TEST(Regions, TellHowTheyLie) {
   EXPECT_EQ(qcRLERegions(square).region(0).angle().plain(), 0);  // it lies in no direction
 }
 
-// --- misuse ---------------------------------------------------------------------------------------------------------
-
 template <class Error>
 void expectThrows(const std::vector<std::function<void()>>& calls) {
   for (std::size_t i = 0; i < calls.size(); ++i) EXPECT_THROW(calls[i](), Error) << i;
@@ -646,8 +636,6 @@ TEST(Adoption, TakesRowsThatAddUp) {
   for (const auto& [what, width, of, starts] : bad)
     EXPECT_THROW(adopt(width, of, starts), qcPelFunc::BadParams) << what;
 }
-
-// --- archives -------------------------------------------------------------------------------------------------------
 
 TEST(Archive, TheWorkedExample) {
   const std::string bytes = documentedBytes("archive-runs.md");

@@ -6,8 +6,6 @@
 
 namespace {
 
-// ---- sampling
-
 TEST(Sampling, CountsOfTheTable) {
   const qcCircle circle({0, 0}, 10);
   const qcLineSeg segment({0, 0}, {10, 0});
@@ -151,8 +149,6 @@ TEST(Sampling, CornersKeepOnePointWithTheBisectorAndChainsBecomePolylines) {
     EXPECT_THROW(qfMergeSubchains(Params(0, 0, 2, true, false), 0, true, result), qcShapesError::BadParams);
   }
 }
-
-// ---- the bookkeeping of perimeters
 
 TEST(ShapeInfo, BuildersCombineTheLengthsOfPieces) {
   const auto lengths = [](const qcShapeInfo& info) {

@@ -1,7 +1,5 @@
 // Trees of shapes beyond the laws of test_allshapes.
 
-#include <map>
-
 #include "support/archived.h"
 #include "support/randomshapes.h"
 #include "support/smallstack.h"
@@ -23,8 +21,6 @@ qcPolyline square(double low, double high) { return {{{low, low}, {high, low}, {
 std::vector<qcPolyline> chains(const qcShape& shape, double tolerance) {
   return chainsOf(shape, Params(tolerance, 0, 1000000, false, false));
 }
-
-// ---- regions
 
 /// The boundaries of a region, in the order of a walk.
 struct Nest {
@@ -174,8 +170,6 @@ TEST(RegionTrees, NestPolygonsLikeAWalkAlongTheirEdges) {
   });
   EXPECT_GT(fitting, 200);
 }
-
-// ---- contours
 
 TEST(ContourTrees, OfSegmentsAreThePolylineThroughTheirEnds) {
   forSeeds<Random>(300, [&](Random& random, unsigned seed) {
@@ -452,8 +446,6 @@ TEST(Trees, GrowNoFurtherThanTheyCanBeWalked) {
   EXPECT_TRUE(twin->clone()->clone()->equal_(*doubled));  // a thousand million nodes
 }
 
-// ---- depth
-
 /// Everything that walks a tree, on a stack that its levels would overflow if they were called one from the other.
 void walkDeepTrees() {
   constexpr long kLevels = 10000;
@@ -495,8 +487,6 @@ TEST(Trees, OfAnyDepthNeedNoStack) {
   for (int i = 0; i < 600; ++i) deep = new qcGeneralShapeTree({deep}, false);
   EXPECT_THROW(archived(kBig, false, deep), qcArchive::BadContent);
 }
-
-// ---- archives
 
 TEST(Trees, AndMappedShapesInTurnAreMeasuredOnce) {
   qcPtrHandle_const<qcShape> nest(new qcRect(V(1, 2), V(3, 4)));

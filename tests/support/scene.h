@@ -96,8 +96,8 @@ void forEachPel(const qcPelRect& window, const auto& visit) {
 /// Expects the window to be what `expected` says, and all other memory, padding included, as it was in `old`.
 template <class T>
 void expectWindow(Scene<T>& scene, Scene<T> old, const std::function<qcStoredPel<T>(long x, long y)>& expected) {
-  for (long y = 0; y < scene.buffer.height(); ++y)
-    for (long x = 0; x < scene.buffer.width(); ++x) old.at(x, y) = expected(x, y);
+  forEachPel(qcPelRect(scene.buffer.width(), scene.buffer.height()),
+             [&](long x, long y) { old.at(x, y) = expected(x, y); });
   EXPECT_EQ(std::memcmp(scene.memory.data(), old.memory.data(), old.memory.size() * sizeof old.memory[0]), 0);
 }
 
@@ -106,6 +106,10 @@ using FlatPels = testing::Types<unsigned char, signed char, unsigned short, shor
                                 qcPair<long>, qcPair<float>, qcPackedRGB16Pel, qcPackedRGB32Pel>;
 using NumericPels = testing::Types<unsigned char, signed char, unsigned short, short, unsigned long, long, float,
                                    double, qcPair<long>, qcPair<float>>;
+
+template <class T>
+struct EveryPel : testing::Test {};
+TYPED_TEST_SUITE(EveryPel, FlatPels);
 
 /// Calls act(std::type_identity<T>()) for every type of a list.
 template <class... T>
