@@ -303,7 +303,7 @@ TEST_P(ShapeLaws, PositionsRunAlongTheBoundaryByArcLength) {
       EXPECT_NEAR(info.perimPos(d).distance(), expected - info.startOf(piece), 1e-9);
       // From a joint, or from anywhere.
       const double joint = info.startOf(random.integer(0, static_cast<int>(info.numPieces()) - 1));
-      const double start = random.integer(0, 1) ? joint : random.real(0, total);
+      const double start = random.flip() ? joint : random.real(0, total);
       const qcPerimPos moved = info.perimPos(info.perimPos(start), d - start);
       const double error = info.distanceAlong(moved) - expected;
       EXPECT_NEAR(shape.isRegion() ? std::remainder(error, total) : error, 0, 1e-8);
@@ -322,7 +322,7 @@ TEST_P(ShapeLaws, PositionsRunAlongTheBoundaryByArcLength) {
 
 TEST_P(ShapeLaws, MappingThenMeasuringIsMeasuringThenScaling) {
   forMany([](const qcShape& shape, const qcShapeInfo& info, Random& random) {
-    const bool mirrors = random.integer(0, 1) == 1;
+    const bool mirrors = random.flip();
     const qcXform<2> xform = random.similarity(true, mirrors);
     const Shape mapped = shape.mapShape(xform);
     qcShapeInfo scaled;
@@ -554,7 +554,7 @@ TEST_P(ShapeLaws, AnyNumbersAreAnswered) {
       Shape shape = GetParam().make(random);
       if (kind == 0) shape = new qcPolyline({point(), point(), point()}, random.integer(0, 1));
       if (kind == 1) shape = shape->mapShape({{number(), number(), number(), number()}, point()});
-      if (random.integer(0, 1)) shape = otherDirection(*shape);
+      if (random.flip()) shape = otherDirection(*shape);
       if (shape->isRegion()) shape->within(point());
       if (shape->isOpenContour()) shape->windingAngle(point());
       shape->nearestPoint(point());

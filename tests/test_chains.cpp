@@ -2,6 +2,7 @@
 
 #include <unordered_map>
 
+#include "support/archivable.h"
 #include "support/smallstack.h"
 #include "support/test.h"
 #include "vnxstd/archive.h"
@@ -14,8 +15,7 @@ constexpr int kMany = kInstrumented ? 100000 : 1000000;
 std::atomic<long> alive{0};
 
 // Lies in blocks of a pool, and refers to others in three ways.
-class Station : public qcPersistent, public virtual qcRepBase {
- public:
+struct Station : Archivable<Station>, virtual qcRepBase {
   explicit Station(int n = 0) : number(n) { ++alive; }
   ~Station() override {
     --alive;
@@ -24,7 +24,6 @@ class Station : public qcPersistent, public virtual qcRepBase {
   Station(const Station&) = delete;
   static void* operator new(std::size_t size) { return pool(size).alloc(); }
   static void operator delete(void* block, std::size_t size) { pool(size).free(block); }
-  static qcPersistent* make() { return new Station; }
   int number;
   std::unique_ptr<Station> own;
   std::vector<qcPtrHandle<Station>> next;
@@ -33,10 +32,7 @@ class Station : public qcPersistent, public virtual qcRepBase {
   static inline long loads = 0;
   static inline bool swallows = false;  // what is no exception of the library or the standard
 
- protected:
-  void dispatchSerialize(qcArchive& archive) override { serializeLevel(archive, this, 0, &Station::serialize_); }
-  void serialize_(qcArchive& archive, unsigned char) {
-    qcPersistent::dispatchSerialize(archive);
+  void fields(qcArchive& archive) {
     ++loads;
     try {
       archive || own || next;
@@ -59,7 +55,6 @@ class Station : public qcPersistent, public virtual qcRepBase {
     return pool;
   }
 };
-const qc_Instantiator stationRegistered(typeid(Station), &Station::make);
 using StationHandle = qcPtrHandle<Station>;
 using Stations = std::vector<StationHandle>;
 

@@ -30,16 +30,14 @@ struct Random : ::Random {
   }
 };
 
-bool isEmpty(const qcShape& shape) { return shape.isEmpty(); }
-
 std::vector<const qcShape*> parts(const qcShape& shape) {
   const auto* tree = dynamic_cast<const qcGeneralShapeTree*>(&shape);
   if (tree) return tree->elements_();
-  return isEmpty(shape) ? std::vector<const qcShape*>() : std::vector<const qcShape*>{&shape};
+  return shape.isEmpty() ? std::vector<const qcShape*>() : std::vector<const qcShape*>{&shape};
 }
 
 double area(const qcShape& shape) {
-  if (isEmpty(shape)) return 0;
+  if (shape.isEmpty()) return 0;
   double sum = 0;
   if (const auto* polygon = dynamic_cast<const qcPolyline*>(&shape)) return polygon->area();
   if (const auto* contour = dynamic_cast<const qcContourTree*>(&shape)) return std::fabs(contour->area());
@@ -60,10 +58,10 @@ bool within(const qcShape& shape, const V& p) {
   return std::any_of(all.begin(), all.end(), [&](const qcShape* part) { return part->within(p); });
 }
 
-double length(const qcShape& shape) { return isEmpty(shape) ? 0 : shape.perimeter(); }
+double length(const qcShape& shape) { return shape.isEmpty() ? 0 : shape.perimeter(); }
 
 double distance(const qcShape& shape, const V& p) {
-  return isEmpty(shape) ? HUGE_VAL : shape.nearestPoint(p).distance(p);
+  return shape.isEmpty() ? HUGE_VAL : shape.nearestPoint(p).distance(p);
 }
 
 /// A polygon around everything outside another one: a frame, and a way in to the polygon and out again.
@@ -90,11 +88,8 @@ struct Kind {
 /// One in four is thin, by a factor of up to 1e5.
 qcEllipse2 anyEllipse(Random& r) {
   const double thin = r.integer(0, 3) == 0 ? std::pow(10, -r.real(0, 5)) : 1;
-  return {r.point(4),
-          qcRadian(r.real(-3, 3)),
-          {r.real(0.5, 7) * thin, r.real(0.5, 7)},
-          r.integer(0, 1) == 1,
-          qcRadian(r.real(-3, 3))};
+  return {
+      r.point(4), qcRadian(r.real(-3, 3)), {r.real(0.5, 7) * thin, r.real(0.5, 7)}, r.flip(), qcRadian(r.real(-3, 3))};
 }
 
 /// Arcs and segments by turns, around a centre.
@@ -115,7 +110,7 @@ Shape roundedContour(Random& r, bool closed) {
     tree->addChild(qcLineSeg(last, tree->startPoint()));
     tree->isClosed(true);
   }
-  if (r.integer(0, 1) == 1) return tree->reverse();
+  if (r.flip()) return tree->reverse();
   return tree;
 }
 
@@ -156,7 +151,7 @@ const Kind kRegions[] = {
     {"rect",
      [](Random& r, double g) -> Shape {
        const V p = r.snapped(r.point(5), g), size = r.snapped(r.point(4) + V(5, 5), g);
-       if (r.integer(0, 1) == 1) return new qcAffineRectangle(p, p + V(0, size.y()), p + V(size.x(), 0));
+       if (r.flip()) return new qcAffineRectangle(p, p + V(0, size.y()), p + V(size.x(), 0));
        return new qcRect(p, size);
      },
      5000},
@@ -176,11 +171,10 @@ TEST_P(Regions, FallApartIntoInsideAndOutside) {
     const double whole = area(*shape);
     if (polygon.area() == 0 || whole == 0) return;
     Result result;
-    const Shape inside = shape->clip(polygon, result, r.integer(0, 1) == 1),
-                outside = shape->clip(outsideOf(polygon), false);
+    const Shape inside = shape->clip(polygon, result, r.flip()), outside = shape->clip(outsideOf(polygon), false);
     ASSERT_NEAR(area(*inside) + area(*outside), whole, 1e-9);
-    ASSERT_EQ(result == Result::outside, isEmpty(*inside));
-    ASSERT_EQ(result == Result::outside || result == Result::inside, inside->equal_(*shape) || isEmpty(*inside));
+    ASSERT_EQ(result == Result::outside, inside->isEmpty());
+    ASSERT_EQ(result == Result::outside || result == Result::inside, inside->equal_(*shape) || inside->isEmpty());
     ASSERT_TRUE(grid > 0 || (result == Result::inside) == (whole - area(*inside) < 1e-12));
     for (const qcShape* part : parts(*inside)) ASSERT_EQ(part->isRightHanded(), shape->isRightHanded());
     clippedCases += result == Result::clipped;
@@ -193,7 +187,7 @@ TEST_P(Regions, FallApartIntoInsideAndOutside) {
       ++points;
     }
     // What bounds the inside lies on either boundary, and of that the part inside the other.
-    if (seed % 16 != 0 || isEmpty(*inside)) return;
+    if (seed % 16 != 0 || inside->isEmpty()) return;
     if (shape->isReversible()) {
       ASSERT_NEAR(inside->perimeter(), shape->reverse()->clip(polygon, false)->perimeter(), 1e-9);
     }
@@ -233,7 +227,7 @@ TEST_P(Contours, FallApartIntoInsideAndOutside) {
     const double sum = length(*inside) + length(*outside);
     // What runs along the polygon is on both sides of it.
     ASSERT_TRUE(sum > whole - 1e-9 && (sum < whole + 1e-9 || grid > 0));
-    ASSERT_EQ(result == Result::outside, isEmpty(*inside));
+    ASSERT_EQ(result == Result::outside, inside->isEmpty());
     ASSERT_EQ(result == Result::inside, inside->equal_(*shape));
     const qcShapeInfo info(*shape);
     double along = -1e-9;
@@ -262,7 +256,7 @@ TEST(Lines, AreCutLikeLongSegments) {
     for (const Shape& line : {Shape(new qcLine(7 * d, p)), Shape(new qcFLine(p, p + d))}) {
       Result result;
       const Shape clipped = line->clip(polygon, result, true);
-      EXPECT_EQ(result, isEmpty(*cut) ? Result::outside : Result::clipped);
+      EXPECT_EQ(result, cut->isEmpty() ? Result::outside : Result::clipped);
       EXPECT_NEAR(length(*clipped), length(*cut), 1e-9);
       EXPECT_EQ(parts(*clipped).size(), parts(*cut).size());
     }
@@ -306,10 +300,10 @@ Shape bulged(Random& r, const qcPolyline& polygon) {
   for (long i = 0; i < polygon.numVertices(); ++i) {
     const V &p = polygon.vertex(i), &q = polygon.vertex((i + 1) % polygon.numVertices());
     const V radii(p.distance(q) / 2, r.real(0.1, 5));
-    if (radii.x() == 0 || r.integer(0, 1) == 1) {
+    if (radii.x() == 0 || r.flip()) {
       tree->addChild(qcLineSeg(p, q));
     } else {
-      const qcEllipse2 ellipse((p + q) / 2, (p - q).angle(), radii, r.integer(0, 1) == 1, qcRadian(0));
+      const qcEllipse2 ellipse((p + q) / 2, (p - q).angle(), radii, r.flip(), qcRadian(0));
       tree->addChild(qcEllipseArc2(ellipse, qcRadian(0), qcRadian(kPi)));
     }
   }
@@ -342,7 +336,7 @@ TEST(PartsOfParts, FallApartIntoInsideAndOutside) {
     const double grid = seed % 3;
     Shape shape = kRegions[seed % 7].make(r, grid);
     for (int i = 0; i < 4; ++i) {
-      const qcPolyline polygon(r.star(r.snapped(r.point(2), grid), 1, 8, r.integer(0, 1) == 1 ? grid : 0), true);
+      const qcPolyline polygon(r.star(r.snapped(r.point(2), grid), 1, 8, r.flip() ? grid : 0), true);
       if (polygon.area() == 0) continue;
       const Shape inside = shape->clip(polygon, false), outside = shape->clip(outsideOf(polygon), false);
       ASSERT_NEAR(area(*inside) + area(*outside), area(*shape), 1e-9);
@@ -385,11 +379,11 @@ TEST(ExtremeCoordinates, AreBorne) {
       return result;
     };
     try {
-      const qcPolyline polygon(points(), true), line(points(), r.integer(0, 1) == 1);
+      const qcPolyline polygon(points(), true), line(points(), r.flip());
       const qcCircle circle(line.vertex(0), std::fabs(extreme()));
       const qcShape& shape = seed % 2 == 0 ? static_cast<const qcShape&>(line) : circle;
       const Shape inside = shape.clip(polygon, false);
-      if (!isEmpty(*inside)) inside->boundingBox();
+      if (!inside->isEmpty()) inside->boundingBox();
     } catch (const qcException&) {
     }
   });
@@ -506,7 +500,7 @@ TEST(Examples, AreAsComputedByHandAloneAndTogether) {
     EXPECT_THROW(shape.clip(none, true), qcShapesError::NotRegion);
     together.addChild(shape);
     expected += parts(*shape.clip(kBox, true)).size();
-    if (isEmpty(shape)) continue;
+    if (shape.isEmpty()) continue;
     EXPECT_THROW(shape.clip(broken, false), qcShapesError::BadGeom);
   }
   EXPECT_EQ(parts(*together.clip(kBox, result, true)).size(), expected);

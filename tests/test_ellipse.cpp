@@ -252,18 +252,18 @@ TEST(EllipseNearest, NothingIsNearerThanTheNearestPoint) {
     if (kind == 3) p = {0, p.y()};                                                     //
     if (kind == 4) p = {d / a * c * c * c, -d / b * s * s * s};                        // on the evolute
     if (kind == 5) p = {d / a * c * c * c * 0.999999, -d / b * s * s * s * 0.999999};  // just inside
-    if (kind == 6) p = random.integer(0, 1) ? V() : V(d / a, 0);                       // the centre, a cusp
-    const bool swapped = random.integer(0, 1);
+    if (kind == 6) p = random.flip() ? V() : V(d / a, 0);                              // the centre, a cusp
+    const bool swapped = random.flip();
     const qcEllipse e({}, swapped ? V(b, a) : V(a, b), {});
     const V q = swapped ? V(p.y(), p.x()) : p, foot = e.nearestPoint(q);
     worst = std::max(worst, (q.distance(foot) - leastDistance(a, b, p, -kPi, kPi)) / a);
     EXPECT_NEAR(std::hypot(foot.x() / e.radii().x(), foot.y() / e.radii().y()), 1, 1e-14);
     EXPECT_NEAR_POINT(foot, q, kind == 1 && b > 0.1 * a ? 1e-8 * a : kInf);
-    if (random.integer(0, 1)) continue;
+    if (random.flip()) continue;
     // The same arc in four guises.
     const double start = random.angle().plain(), span = random.integer(0, 9) ? random.real(0, 6.28) : 0;
-    const double u = random.angle().plain(), from = random.integer(0, 1) ? start : start + span;
-    const double sense = random.integer(0, 1) ? 1 : -1, to = from == start ? start + span : start;
+    const double u = random.angle().plain(), from = random.flip() ? start : start + span;
+    const double sense = random.flip() ? 1 : -1, to = from == start ? start + span : start;
     const qcEllipseArc2 arc = qcEllipseArc2::between(qcEllipse2({}, qcRadian(0), {a, b}, sense > 0, qcRadian(u)),
                                                      qcRadian(sense * from - u), qcRadian(sense * to - u));
     const V on = arc.nearestPoint(p);
@@ -292,7 +292,7 @@ TEST(EllipseDirections, ParametersOfPointsAndTangents) {
     EXPECT_TRUE(qfRealEq(e.phi(e.center()), -e.phase(), 1e-15));
     EXPECT_TRUE(qfRealEq(e.tangent(phi), step.angle(), 1e-3));
     EXPECT_TRUE(qfRealEq(e.phiFromDir(e.tangent(phi)), phi, 1e-9));
-    const qcEllipseArc2 arc(e, phi, qcRadian(random.integer(0, 1) ? 2 * kPi : -2 * kPi));
+    const qcEllipseArc2 arc(e, phi, qcRadian(random.flip() ? 2 * kPi : -2 * kPi));
     qcEllipseArc2 moved(arc);
     for (int i = 0; i < 30; ++i) moved.phiStart(random.angle());
     EXPECT_TRUE(moved.startPoint() == moved.endPoint() && moved.phiSpan() == arc.phiSpan()) << seed;
@@ -317,7 +317,7 @@ TEST(EllipseDirections, PointsOfArcsWindAsFromTheLeft) {
   forSeeds<Random>(2000, [&](Random& random, unsigned seed) {
     const qcEllipse2 e = random.ellipse(1);
     const double span = random.integer(0, 3) ? random.real(0.1, 6.2) : 2 * kPi;
-    const qcEllipseArc2 arc(e, random.angle(), qcRadian(random.integer(0, 1) ? span : -span));
+    const qcEllipseArc2 arc(e, random.angle(), qcRadian(random.flip() ? span : -span));
     const qcShapeInfo info(arc);
     const int end = random.integer(0, 4);
     V p;

@@ -1,17 +1,14 @@
 // Shapes drawn into images: against every pel asked by itself, in windows with sentinels around them.
 
 #include "std/pelbuf/dispatch.h"
-#include "support/test.h"
+#include "support/randomshapes.h"
 #include "vnxstd/math/random.h"
 #include "vnxstd/pelbuf.h"
-#include "vnxstd/shapes.h"
 
 namespace {
 
-using Points = std::vector<qcVector<2>>;
 using Buffer = qcPelBuffer<unsigned char>;
 using Mode = qcRasterizationDefs::BoundaryFillMode;
-constexpr double kInfinity = std::numeric_limits<double>::infinity(), kNan = std::numeric_limits<double>::quiet_NaN();
 
 /// A window at odd places in a larger root, on which what is drawn is compared, and around which nothing changes.
 class Canvas {
@@ -45,10 +42,10 @@ class Canvas {
   Buffer whole_, window_;
 };
 
-qcVector<2> centerOf(long x, long y) { return {static_cast<double>(x) + 0.5, static_cast<double>(y) + 0.5}; }
+V centerOf(long x, long y) { return {static_cast<double>(x) + 0.5, static_cast<double>(y) + 0.5}; }
 
 /// Inside by the definition of a region tree, for points that are on no boundary.
-bool isInside(const qcRegionTree& region, const qcVector<2>& p) {
+bool isInside(const qcRegionTree& region, const V& p) {
   bool inside = region.boundary().within(p);
   for (long i = 0; i < region.numChildren(); ++i) inside = inside && !isInside(region.child(i), p);
   return inside;
@@ -56,14 +53,14 @@ bool isInside(const qcRegionTree& region, const qcVector<2>& p) {
 
 /// The piece has a point inside the pel, its border not counted: no side of the square and not the piece itself has all
 /// of the other on one side. Exact for multiples of 1/16.
-bool touches(const qcVector<2>& a, const qcVector<2>& b, long x, long y) {
+bool touches(const V& a, const V& b, long x, long y) {
   const auto apart = [](double p, double q, long from) {
     return std::max(p, q) <= static_cast<double>(from) || std::min(p, q) >= static_cast<double>(from + 1);
   };
   if (apart(a.x(), b.x(), x) || apart(a.y(), b.y(), y)) return false;
   int left = 0, right = 0;
   for (const auto& corner : {std::array{x, y}, {x + 1, y}, {x, y + 1}, {x + 1, y + 1}}) {
-    const qcVector<2> c(static_cast<double>(corner[0]), static_cast<double>(corner[1]));
+    const V c(static_cast<double>(corner[0]), static_cast<double>(corner[1]));
     const double side = (b - a).cross(c - a);
     left += side >= 0;
     right += side <= 0;
@@ -83,7 +80,7 @@ struct Source : qcRandomUniform {
   using qcRandomUniform::qcRandomUniform;
   long below(long n) { return static_cast<long>(next(0, static_cast<double>(n) - 1e-9)); }
   double snapped(double low, double high, double grid) { return std::floor(next(low, high) / grid) * grid; }
-  Points polygon(const qcVector<2>& low, const qcVector<2>& high, long count, double grid) {
+  Points polygon(const V& low, const V& high, long count, double grid) {
     Points points(static_cast<std::size_t>(count));
     for (auto& p : points) p = {snapped(low.x(), high.x(), grid), snapped(low.y(), high.y(), grid)};
     return points;
@@ -108,7 +105,7 @@ void expectFilled(const qcRegionTree& region, const qcPelRect& window) {
     qfRasterize(region, canvas.window(), 5, mode);
     canvas.expect([&](long x, long y) {
       if (mode != qcRasterizationDefs::center && touches(region, x, y)) return mode == qcRasterizationDefs::touched;
-      return isInside(region, centerOf(x, y) + qcVector<2>(0x1p-20, 0x1p-44));
+      return isInside(region, centerOf(x, y) + V(0x1p-20, 0x1p-44));
     });
   }
 }
@@ -119,8 +116,8 @@ TEST(RasterizeTest, PolygonsOfAnyFormAgreeWithEachPelAskedAlone) {
     SCOPED_TRACE(i);
     const double grid = std::ldexp(1.0, -static_cast<int>(random.below(5))), reach = i % 3 ? 5 : 40;
     const qcPelRect window(random.below(100) - 50, random.below(100) - 50, 1 + random.below(20), 1 + random.below(14));
-    const qcVector<2> low(static_cast<double>(window.x0()) - reach, static_cast<double>(window.y0()) - reach);
-    const qcVector<2> high(static_cast<double>(window.x1()) + reach, static_cast<double>(window.y1()) + reach);
+    const V low(static_cast<double>(window.x0()) - reach, static_cast<double>(window.y0()) - reach);
+    const V high(static_cast<double>(window.x1()) + reach, static_cast<double>(window.y1()) + reach);
     expectFilled(regionOf(qcPolyline(random.polygon(low, high, 1 + random.below(9), grid), true)), window);
   }
 }
@@ -179,7 +176,7 @@ TEST(RasterizeTest, NeighboursShareNoPelAndLeaveNone) {
     const qcPelRect window(-5, 2, 13, 11);
     const double grid = i % 2 ? 0.5 : 0x1p-40, far = i % 3 ? 1 : 1e9;
     const qcPolyline frame = box(-5 - far, 2 - far, 13 + 2 * far, 11 + 2 * far);
-    const qcVector<2> hub(random.snapped(-5, 8, grid), random.snapped(2, 13, grid));
+    const V hub(random.snapped(-5, 8, grid), random.snapped(2, 13, grid));
     std::array<int, 13 * 11> owners{};
     Points ring = frame.vertices();
     ring.insert(ring.begin() + 1, {random.snapped(-5, 8, grid), 2 - far});
@@ -229,7 +226,7 @@ TEST(RasterizeTest, CirclesAndEllipsesAreExactWhereCentresDecide) {
   for (int i = 0; i < 200; ++i) {
     SCOPED_TRACE(i);
     vnxstd::simd::setLevel(i % 3 ? vnxstd::simd::highest() : vnxstd::simd::Level::Baseline);
-    const qcVector<2> center(random.next(-30, 30), random.next(0, 50)), radii(random.next(0, 30), random.next(0, 30));
+    const V center(random.next(-30, 30), random.next(0, 50)), radii(random.next(0, 30), random.next(0, 30));
     const qcEllipse2 ellipse(center, qcRadian(random.next(-4, 4)), radii, i % 2, qcRadian(1));
     const qcPtrHandle<qcShape> shape = i % 4 == 3   ? qcCircle(center, radii.x()).clone()
                                        : i % 4 == 2 ? ellipse.oldEllipse().clone()
@@ -290,7 +287,7 @@ TEST(RasterizeTest, HugeContoursAreDrawnWhereTheyAre) {
     SCOPED_TRACE(exponent);
     const double r = std::ldexp(1, exponent), half = 2.3;
     const auto fromCircle = [&](long x, long y) {  // the one around (-r, 0) through the origin
-      const qcVector<2> p = centerOf(x, y);
+      const V p = centerOf(x, y);
       return (p * p + 2 * p.x() * r) / (std::hypot(p.x() + r, p.y()) + r);
     };
     const auto expectStroke = [&](const qcShape& shape, const auto& distance) {
@@ -298,7 +295,7 @@ TEST(RasterizeTest, HugeContoursAreDrawnWhereTheyAre) {
       qfRasterizeContour(shape, canvas.window(), 1, 2 * half, few);
       canvas.expect([&](long x, long y) { return near(std::fabs(distance(x, y)) - half); });
     };
-    const auto fromLine = [](long x, long y) { return centerOf(x, y) * qcVector<2>(2, 3) / std::sqrt(13.0); };
+    const auto fromLine = [](long x, long y) { return centerOf(x, y) * V(2, 3) / std::sqrt(13.0); };
     expectStroke(qcLineSeg({-3 * r, 2 * r}, {6 * r, -4 * r}), fromLine);
     qcGeneralShapeTree tree({qcContourTree::Child(new qcCircle({9 * r, 9 * r}, r)),
                              qcContourTree::Child(new qcPolyline({{-3 * r, 2 * r}, {3 * r, -2 * r}}, false))},
@@ -350,7 +347,7 @@ TEST(RasterizeTest, ThinContoursAreConnectedAndNear) {
     }
     EXPECT_TRUE(left.empty());
     if (points.size() == 2 && i % 4 && i % 2 == 0) {
-      const qcVector<2> d = points[1] - points[0];
+      const V d = points[1] - points[0];
       EXPECT_LE(static_cast<double>(reached.size() - 1), std::max(std::fabs(d.x()), std::fabs(d.y())) + 2);
     }
   }
@@ -367,7 +364,7 @@ TEST(RasterizeTest, WrongArgumentsChangeNoPel) {
   const auto draw = [&](const qcShape& shape, double width, const auto&... params) {
     qfRasterizeContour(shape, canvas.window(), 1, width, params...);
   };
-  for (const double bad : {kNan, kInfinity, -kInfinity}) {
+  for (const double bad : {kNan, kInf, -kInf}) {
     EXPECT_THROW(fill(polygon(bad), 0), qcShapesError::BadGeom);
     EXPECT_THROW(fill(qcCircle({3, bad}, 3), 0), qcShapesError::BadGeom);
     EXPECT_THROW(draw(polygon(bad), 0), qcShapesError::BadGeom);

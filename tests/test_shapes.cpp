@@ -104,7 +104,7 @@ void mergeSlowly(const Params& params, std::size_t first, bool closed, Result& r
 
 TEST(Sampling, MergingIsErasingJointByJoint) {
   forSeeds<Random>(400, [&](Random& random, unsigned) {
-    const bool tangents = random.integer(0, 1), closed = random.integer(0, 1);
+    const bool tangents = random.flip(), closed = random.integer(0, 1);
     const Params params(0, 0, 2, tangents, random.integer(0, 3) == 0);
     Result fast;
     for (int chain = random.integer(1, 6); chain > 0; --chain) {
