@@ -379,6 +379,8 @@ TEST(MappedShape, CollapsesAndMeasuresByTheExpansion) {
       EXPECT_LT((nested.overallMapXform()->mapPoint(p) - image).len(), 1e-15);
       EXPECT_LT((collapsed.mapXform()->mapPoint(p) - image).len(), 1e-15);
       EXPECT_FALSE(nested.equal_(collapsed));
+      EXPECT_TRUE(qcMappedShape(circle, qc2XformLinear(qcXform<2>().inverse()), false)
+                      .equal_(qcMappedShape(circle, qc2XformLinear(), false)));
       EXPECT_TRUE(nested.equal_(*qcMappedShape(inner->clone(), *second, false).clone()));
     }
   }

@@ -3,6 +3,7 @@
 #include "std/pelbuf/dispatch.h"
 #include "support/randomshapes.h"
 #include "vnxstd/math/random.h"
+#include "vnxstd/math/xfpersp.h"
 #include "vnxstd/pelbuf.h"
 
 namespace {
@@ -317,6 +318,15 @@ TEST(RasterizeTest, HugeContoursAreDrawnWhereTheyAre) {
     }
     if (exponent <= 40) expectStroke(qcCircle({-r, 0}, r), fromCircle);
   }
+  // A circle that nearly reaches the line at infinity, and the ellipse that it comes to.
+  const qcMappedShape far(new qcCircle({0, 0}, 9.999), qc2XformPerspective(qcMatrix<3>(1, 0, 0, 0, 1, 0, -0.1, 0, 1)),
+                          false);
+  const qcRect box = far.boundingBox();
+  const Canvas bent(window), plain(window);
+  qfRasterizeContour(far, bent.window(), 1, 2, few);
+  qfRasterizeContour(qcEllipse2(box.origin() + box.size() / 2, {}, box.size() / 2, true, {}), plain.window(), 1, 2,
+                     few);
+  bent.expect([&](long x, long y) { return plain.window().get(x, y) == 1; });
 }
 
 TEST(RasterizeTest, ThinContoursAreConnectedAndNear) {

@@ -52,6 +52,14 @@ qcArchive& operator||(qcArchive& archive, qc2XformCache& cache) {
   qcArchive::checkVersion(archive, version, 0, kSource, kVersionLine);
   qc2XformCache::Handle xform = cache.xform_.handle, inverse = cache.inverse_.handle;
   bool isLinear = cache.isLinear();
+  if (archive.isStoring()) {
+    // Those who never set a transform share one without knowing. Stored as a shared object, it would be gone for those
+    // loaded after the first when that goes.
+    const qc2XformCache::Handle own(new qc2XformLinear);
+    for (qc2XformCache::Handle* handle : {&xform, &inverse}) {
+      if (*handle == identity()) *handle = own;
+    }
+  }
   archive || xform || inverse || isLinear;
   if (archive.isLoading()) {
     if (!xform && !inverse) {

@@ -55,7 +55,7 @@ qc2XformLinear expansion(const qc2XformBase& xform, const qcShape& shape) {
   return xform.linearXform(box.origin() + 0.5 * box.size());
 }
 
-// Of the same class and equal in all that they archive; compositions member by member.
+// Of the same class, and linear ones equal, others in all that they archive; compositions member by member.
 bool areEqual(const qc2XformBase& first, const qc2XformBase& second) {
   std::vector<std::pair<const qc2XformBase*, const qc2XformBase*>> waiting{{&first, &second}};
   while (!waiting.empty()) {
@@ -63,6 +63,10 @@ bool areEqual(const qc2XformBase& first, const qc2XformBase& second) {
     waiting.pop_back();
     if (a == b) continue;
     if (!a || !b || typeid(*a) != typeid(*b)) return false;
+    if (const auto* linear = dynamic_cast<const qc2XformLinear*>(a)) {  // by value, as 0 has two forms
+      if (*linear != static_cast<const qc2XformLinear&>(*b)) return false;
+      continue;
+    }
     const auto* composed = dynamic_cast<const qc2XformComposed*>(a);
     if (!composed) {
       if (bytesOf(*a) != bytesOf(*b)) return false;

@@ -14,6 +14,7 @@
 #include "vnxstd/shapes/parallelogram.h"
 #include "vnxstd/shapes/polyline.h"
 #include "vnxstd/shapes/rect.h"
+#include "vnxstd/shapes/shapeinfo.h"
 
 namespace qc_shapes {
 
@@ -97,14 +98,46 @@ void RasterChains::add(const qcShape& shape, bool alone) {
   }
   const bool round = dynamic_cast<const qcCircle*>(&shape) || dynamic_cast<const qc_EllipseShape*>(&shape);
   if (round || dynamic_cast<const qc_ParallelogramShape*>(&shape)) {
-    const qcVector<2> size = shape.boundingBox().size();
-    if (round && !(std::max(size.x(), size.y()) > large_)) return addSamples(shape, alone);
+    if (round && !isLarge(shape)) return addSamples(shape, alone);
     const qcPtrHandle<qcShape> primitive = shape.decompose();
     const auto* arc = dynamic_cast<const qcEllipseArc2*>(primitive.rep());
     return arc ? addArc(*arc) : add(*primitive, alone);
   }
   if (const auto* mapped = linearlyMapped(shape)) return add(*mapped->explicitShape(), alone);
+  const auto* bent = dynamic_cast<const qcMappedShape*>(&shape);
+  if (bent && isLarge(shape) && !shape.isMultipleContours_()) return addBent(*bent);
   addSamples(shape, alone);
+}
+
+bool RasterChains::isLarge(const qcShape& shape) const {
+  const qcVector<2> size = shape.boundingBox().size();
+  return std::max(size.x(), size.y()) > large_;
+}
+
+// Halves the shape before it is mapped until the images of its parts are away or small.
+void RasterChains::addBent(const qcMappedShape& mapped) {
+  const qcShape& shape = *mapped.underlyingShape();
+  const qc2XformBase& xform = *mapped.overallMapXform();
+  const qcShapeInfo info(shape);
+  constexpr double kShortest = 1e-15;  // of the whole
+  std::vector<std::pair<double, double>> left{{0.0, info.perimeter()}};
+  while (!left.empty()) {
+    const auto [from, to] = left.back();
+    left.pop_back();
+    const qcMappedShape part(shape.subShape(info, {info.perimPos(from), to - from}), xform, false);
+    if (part.isEmpty()) continue;
+    if (misses(part)) {
+      put(part.startPoint());  // to which the contour may jump
+    } else if (isLarge(part) && to - from > kShortest * info.perimeter()) {
+      const double middle = from + (to - from) / 2;
+      left.emplace_back(middle, to);
+      left.emplace_back(from, middle);
+      continue;
+    } else {
+      addSamples(part, false);
+    }
+    put(part.endPoint());
+  }
 }
 
 // Halves the arc until its parts are away, small, or as straight as doubles make them.
@@ -120,9 +153,8 @@ void RasterChains::addArc(const qcEllipseArc2& arc) {
     const qcEllipseArc2 part = qcEllipseArc2::between(ellipse, qcRadian(from), qcRadian(to));
     const double span = to - from;
     const bool straight = larger / reach * span * span < std::numeric_limits<double>::epsilon();
-    const qcVector<2> size = part.boundingBox().size();
     if (!straight && !misses(part)) {
-      if (std::max(size.x(), size.y()) > large_) {
+      if (isLarge(part)) {
         const double middle = from + span / 2;
         left.emplace_back(middle, to);
         left.emplace_back(from, middle);

@@ -8,6 +8,7 @@
 #include "vnxstd/shapes/sampling.h"
 
 class qcEllipseArc2;
+class qcMappedShape;
 
 namespace qc_shapes {
 
@@ -34,12 +35,14 @@ class RasterChains {
   // To the last chain. A shape that stands alone may come in several, which say whether they are closed.
   void add(const qcShape& shape, bool alone);
   void addArc(const qcEllipseArc2& arc);
+  void addBent(const qcMappedShape& mapped);
   void addSamples(const qcShape& shape, bool alone);
   void put(const qcVector<2>& p);
+  bool isLarge(const qcShape& shape) const;
 
   qcShape::qcSampleParams params_;
   ClipBox near_;
-  double large_;  // curves with larger boxes are not sampled as a whole
+  double large_;  // the longest side of the boxes of curves that are sampled as a whole
   std::vector<RasterChain> chains_;
 };
 

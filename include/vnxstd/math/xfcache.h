@@ -15,6 +15,9 @@ class qcArchive;
 /// for, and kept; the errors of the inversion (qcMathError::Singular) reach whoever asked, and leave the cache as it
 /// was. So asking for an absent half changes the cache, which is for one thread at a time. A null handle where a
 /// transform is needed throws qcBadPointer. Setters change everything or nothing.
+///
+/// In an archive, caches that share a transform go on doing so, and it must live on between the loads of one after the
+/// other (see qcArchive::forgetObjects); the identity of those that were never set is stored by each for itself.
 class VNXSTD_EXPORT qc2XformCache {
  public:
   using Handle = qcPtrHandle_const<qc2XformBase>;

@@ -7,8 +7,8 @@
 // Only pels of the buffer's window are written, and what lies outside takes no time per pel. Finite coordinates of any
 // magnitude are safe. Of circles, ellipses and their arcs only what comes near to the window is sampled, in parts that
 // are some windows long, and a part of radius r by about 0.35 points per pel of its length / sqrt(r * tolerance); where
-// a part needs more than maxPoints, SampleOverflow is thrown. Straight pieces are never sampled. What a transform that
-// is not linear maps is sampled as a whole.
+// a part needs more than maxPoints, SampleOverflow is thrown. Straight pieces are never sampled. The same holds for a
+// contour that a transform which is not linear maps; a mapped tree of several contours is sampled as a whole.
 //
 // All errors are thrown before a pel is written: qcPel::UnboundWindow for an unbound buffer, qcShapesError::BadGeom for
 // a coordinate that is NaN or infinite (but a shape whose bounding box misses the window is not looked at), and what
