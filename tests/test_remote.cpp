@@ -427,6 +427,21 @@ TEST(RemoteRoots, ConnectionsAndTimeMayEndWhileAnAnswerIsUnderWay) {
   near.owner->finishSending();
 }
 
+TEST(RemoteRoots, ComeHomeInAMessageThatWasReceivedBeforeTheEnd) {
+  Pair pair;
+  Grey image(9, 9), home;
+  Grey proxy = pair.lend(image);
+  *pair.back || proxy;
+  pair.back->flush();
+  pair.user->finishSending();
+  EXPECT_TRUE(pair.owner->serve(30));
+  *pair.home || home;
+  EXPECT_EQ(home.rep(), image.rep());
+  EXPECT_THROW(*pair.home || home, qcTcpip::ConnectionBroken);
+  home = Grey();
+  EXPECT_EQ(image.rep()->refc(), 1) << "what was lent is let go of";
+}
+
 // --- what comes from a peer that means no good ----------------------------------------------------------------------
 
 /// A call as bytes.

@@ -87,12 +87,13 @@ qcCommunicator::qcCommunicator(int socket) : qcCommunicator() {
   // costs each call some 40 ms.
   const int on = 1;
   isTcp_ = ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) == 0;
+  process_ = ::getpid();
 }
 
 qcCommunicator::~qcCommunicator() {
   if (socket_ < 0) return;
   if (link_) link_->close();
-  if (isTcp_ && hasSent_) {
+  if (isTcp_ && hasSent_ && process_ == ::getpid()) {
     // Closing a TCP socket with bytes unread takes back what is on its way to the peer. It is not shut down, which
     // would end the connection for other processes that have inherited the socket, too. A peer may send on and on.
     constexpr std::size_t kMost = std::size_t{64} << 20;

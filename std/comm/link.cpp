@@ -78,6 +78,7 @@ void qc_Link::close() noexcept {
   Lock lock(mutex_);
   isSendingOver_ = true;
   endReceiving(lock);
+  letGo(lock);
   changed_.wait(lock, [this] { return !isReading_ && !isSending_; });
   communicator_ = nullptr;
 }
@@ -98,12 +99,17 @@ std::shared_ptr<qc_CallService> qc_Link::lastService() const {
 
 // --- reading --------------------------------------------------------------------------------------------------------
 
-// Nothing comes any more, so the peer can use nothing of what it was given here.
+// Nothing comes any more, so the peer can use nothing of what it was given here; only messages yet to be loaded may
+// bring some of it back.
 void qc_Link::endReceiving(Lock& lock) {
   isReceivingOver_ = true;
   for (const auto& call : callsOfThePeer_) asideBytes_ -= call.size() + kFrameCost;
   callsOfThePeer_.clear();
   changed_.notify_all();
+  if (inbox_.empty()) letGo(lock);
+}
+
+void qc_Link::letGo(Lock& lock) {
   std::shared_ptr<qc_CallService> last = std::exchange(service_, nullptr);
   if (!last) return;
   lock.unlock();  // what it holds goes without the lock
@@ -250,6 +256,7 @@ bool qc_Link::await(Lock& lock, const qcDeadline& deadline, bool takesMessages, 
 qc_Link::Frame qc_Link::receiveMessageFrame(const qcDeadline& deadline) {
   Lock lock(mutex_);
   if (dropsMessages_) throw qcTcpip::ConnectionBroken();
+  if (isReceivingOver_ && inbox_.empty()) letGo(lock);
   if (!await(lock, deadline, true, [this] { return !inbox_.empty(); })) throw qcTcpip::Timeout();
   Frame frame = std::move(inbox_.front());
   inbox_.pop_front();
@@ -264,12 +271,13 @@ bool qc_Link::isInMessageFrame() const {
 }
 
 void qc_Link::breakMessages(bool isStoring) {
-  const Lock lock(mutex_);
+  Lock lock(mutex_);
   (isStoring ? sendsNoMessages_ : dropsMessages_) = true;
   if (isStoring) return;
   for (const Frame& frame : inbox_) asideBytes_ -= frame.bytes.size() + kFrameCost;
   inbox_.clear();
   changed_.notify_all();
+  if (isReceivingOver_) letGo(lock);
 }
 
 bool qc_Link::serve(const qcDeadline& deadline) {

@@ -110,6 +110,7 @@ class qc_Link {
   void answer(const std::vector<char>& call, const qcDeadline& deadline);
   void undo(const std::vector<char>& reply) noexcept;
   void endReceiving(Lock& lock);
+  void letGo(Lock& lock);
   void transmit(Lock& lock, const char* frame, std::size_t size, const qcDeadline* deadline, std::size_t& sent);
   void waitToSend(const qcDeadline& deadline);
   bool isSomethingLeft() const;

@@ -36,7 +36,8 @@ class VNXSTD_EXPORT qcCommunicator {
   /// Ends the connection, after the waits of other threads that serve it or use images of the peer; none may be in
   /// another operation, or be making an image on it. Images that were lent to the peer are let go of; the peer's throw
   /// qcTcpip::ConnectionBroken from now on. What was sent gets there, over TCP unless the peer itself sends something
-  /// afterwards (qcTransferArchive::flush); what has come unread is discarded.
+  /// afterwards (qcTransferArchive::flush); what has come unread is discarded. A process forked from the one that made
+  /// it discards nothing; if it is to go on with the connection, the maker must let go last.
   ~qcCommunicator();
   qcCommunicator(const qcCommunicator&) = delete;
   qcCommunicator& operator=(const qcCommunicator&) = delete;
@@ -95,5 +96,6 @@ class VNXSTD_EXPORT qcCommunicator {
 
   int socket_ = -1;
   bool isTcp_ = false, hasSent_ = false;
+  long process_ = 0;  // that made it
   std::shared_ptr<qc_Link> link_;
 };
