@@ -491,6 +491,18 @@ TEST(RootArchive, ImagesArriveThroughPipes) {
   EXPECT_THROW(loadFromPipe(huge, loaded), qcArchive::Eof);
 }
 
+TEST(BufferArchive, BuffersOfOneRootShareItAgain) {
+  qcPelBuffer<double> whole(64, 64), part(whole), other(0, 0), wholeBack, partBack, otherBack;
+  std::memset(static_cast<void*>(whole.rep()->pels()), 0, 64 * 64 * 8);
+  part.window(3, 4, 5, 6, false);
+  const std::string bytes = archived(kBig, false, whole, part, other);
+  EXPECT_LT(bytes.size(), 64u * 64 * 8 + 2000);  // the pels once
+  load(bytes, wholeBack, partBack, otherBack);
+  EXPECT_TRUE(partBack.sharesPels(wholeBack) && wholeBack.refc() == 2 && otherBack.isBound());
+  wholeBack.put(3, 4, 99);
+  EXPECT_EQ(partBack.get(3, 4), 99);
+}
+
 TEST(BufferArchive, ImagesOfTheirOwnLoadOneAfterTheOther) {
   qcMemoryArchive archive(kLittle, false);
   for (long width = 1; width <= 3; ++width) {
