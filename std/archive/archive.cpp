@@ -150,6 +150,7 @@ void qcArchive::mode(Direction direction) {
   const Direction before = std::exchange(direction_, direction);
   try {
     seekTo(position);
+    if (isStoring()) index_->chain().keepBehind(position);
   } catch (...) {
     direction_ = before;
     throw;
@@ -158,8 +159,9 @@ void qcArchive::mode(Direction direction) {
 
 void qcArchive::append() {
   if (!seekable_) throw NotSeekable(kArchiveSource, kAppendLine);
+  const std::streamoff unfinished = index_->chain().unfinished();
   mode(storing);
-  index_->chain().cutUnfinished();
+  index_->chain().cutUnfinished(unfinished);
   seekTo(std::max(highWater_, endOffset()));
 }
 
@@ -248,6 +250,7 @@ void qcArchive::seek(Position position) {
   if (target < 0 || target > std::max(highWater_, endOffset())) throw BadBuffer(kArchiveSource, kSeekLine);
   highWater_ = isStoring() ? std::max(highWater_, offset()) : highWater_;
   seekTo(target);
+  if (isStoring()) index_->chain().keepBehind(target);
 }
 
 void qcArchive::seek(long offset, int origin) {

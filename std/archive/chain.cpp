@@ -58,7 +58,7 @@ void qc_RecordChain::open() {
     return archive_.seekTo(kAnchorAt);
   }
   anchor_ = anchor;
-  follow(end);
+  broken_ = follow(end);
   settle(end);
   archive_.seekTo(anchor_.end());
 }
@@ -84,17 +84,17 @@ bool qc_RecordChain::isAnchorLost(std::streamoff end) {
   return std::any_of(heads.begin(), heads.end(), [&](std::streamoff at) { return read(at, record); });
 }
 
-// Takes in the records that the last one leads to. Links only lead forwards.
-void qc_RecordChain::follow(std::streamoff end) {
+// Takes in the records that the last one leads to; returns where the chain is broken, or 0. Links only lead forwards.
+std::streamoff qc_RecordChain::follow(std::streamoff end) {
   while (tail().position != 0) {
     const auto place = static_cast<std::streamoff>(std::min(tail().position, static_cast<qcUInt64>(end)));
     qc_Record record;
     if (place < tail().end() || !read(place, record) || record.previous != static_cast<qcUInt64>(tail().at) ||
         !isInside(record, end) || !add(record)) {
-      broken_ = place;
-      return;
+      return place;
     }
   }
+  return 0;
 }
 
 bool qc_RecordChain::isInside(const qc_Record& record, std::streamoff end) const noexcept {
@@ -124,10 +124,12 @@ void qc_RecordChain::settle(std::streamoff end) {
 }
 
 // Where the last record did lead to; 0 for nowhere. A link in which one bit was set says nothing when that is lost;
-// what was stored behind it has been announced since. Nothing is announced any more once a record was given up.
+// what was stored behind it has been announced since, and is there. Nothing is announced any more once a record was
+// given up.
 std::streamoff qc_RecordChain::lostLink(std::streamoff end) {
   qc_Record record;
   const auto announced = static_cast<std::streamoff>(std::min(anchor_.size, static_cast<qcUInt64>(end)));
+  if (!read(announced, record)) return 0;  // nor has what was stored behind it reached the medium
   for (std::streamoff place = 1; place < announced; place *= 2) {
     const bool isBehind = place >= tail().end();
     if (isBehind && read(place, record) && record.previous == static_cast<qcUInt64>(tail().at)) return place;
@@ -141,9 +143,10 @@ bool qc_RecordChain::isMissing(std::streamoff place, std::streamoff end) {
   constexpr std::streamoff kSector = 512;
   const auto head = std::min(end - place, static_cast<std::streamoff>(kLinkedHead));
   qc_Record record;
+  bool isCut = false;
   if (place < tail().end() || tail().position >> kFarthest != 0) return false;
   if (head == static_cast<std::streamoff>(kLinkedHead)) {
-    const bool isCut = read(place, record) && record.previous == static_cast<qcUInt64>(tail().at);
+    isCut = read(place, record) && record.previous == static_cast<qcUInt64>(tail().at);
     if (isCut && (isInside(record, end) || isWhole(record, end))) return false;
     if (!isCut) {
       std::array<unsigned char, kLinkedHead> bytes{};
@@ -156,11 +159,11 @@ bool qc_RecordChain::isMissing(std::streamoff place, std::streamoff end) {
       if (!frontGone && (boundary == head || !std::all_of(middle, bytes.end(), isZero))) return false;
     }
   }
-  // What a body that was cut holds is no record of its own.
+  // What a body that was cut holds, be it an archive, is no record of this chain.
   const auto heads = candidates(tail().end());
   return std::none_of(heads.begin(), heads.end(), [&](std::streamoff at) {
     return at != place && read(at, record) && record.previous >= static_cast<qcUInt64>(tail().at) &&
-           record.previous < static_cast<qcUInt64>(at);
+           record.previous < static_cast<qcUInt64>(at) && (!isCut || isNamed(record, end));
   });
 }
 
@@ -210,10 +213,24 @@ void qc_RecordChain::scan(std::streamoff from, Found found) {
   }
 }
 
+// The places of what may be linked records.
 std::vector<std::streamoff> qc_RecordChain::candidates(std::streamoff from) {
   std::vector<std::streamoff> places;
-  scan(from, [&places](std::streamoff place, const unsigned char*) { places.push_back(place); });
+  scan(from, [&](std::streamoff place, const unsigned char* head) {
+    if (qf_ParseHead(head, archive_.swapBytes_).isLinked()) places.push_back(place);
+  });
   return places;
+}
+
+// Where the last record ends. A record that it leads to, and that names it, tells better than a size that leads
+// farther.
+std::streamoff qc_RecordChain::tailEnd() {
+  const std::streamoff end = tail().end();
+  if (tail().position < static_cast<qcUInt64>(tail().bodyAt()) || tail().position >= static_cast<qcUInt64>(end))
+    return end;
+  const auto place = static_cast<std::streamoff>(tail().position);
+  qc_Record next;
+  return read(place, next) && next.previous == static_cast<qcUInt64>(tail().at) ? place : end;
 }
 
 long qc_RecordChain::salvage() {
@@ -225,25 +242,50 @@ long qc_RecordChain::salvage() {
     anchor_.kind = kAnchor;
     anchor_.wide = true;
   }
+  if (!records_.empty() && tail().position == 0 && broken_ < tail().at)
+    return 0;  // searched already, up to the last record
   const std::size_t before = records_.size();
   const std::streamoff here = archive_.offset(), end = archive_.endOffset();
-  const auto heads = candidates(tail().end());
-  const std::streamoff reported = broken_;
-  // Of those that follow the last record by what they say, the last one did: what lies before it was given up.
-  const auto next = std::find_if(heads.rbegin(), heads.rend(), [&](std::streamoff place) {
+  const auto heads = candidates(tailEnd());
+  // Of those that follow the last record by what they say, the last one did: what lies before it was given up. One that
+  // has no neighbour to confirm it may be other data, and stands for none but itself.
+  std::streamoff follower = -1;
+  bool isSure = false;
+  for (auto place = heads.rbegin(); place != heads.rend() && !isSure; ++place) {
     qc_Record record;
-    return read(place, record) && isInside(record, end) && record.previous == static_cast<qcUInt64>(tail().at);
-  });
-  const std::streamoff follower = next == heads.rend() ? -1 : *next;
+    if (!read(*place, record) || !isFollowing(record, end)) continue;
+    isSure = tail().position == static_cast<qcUInt64>(*place) || isNamedByNext(record, end);
+    if (isSure || follower == -1) follower = *place;
+  }
   for (const std::streamoff place : heads) {
     qc_Record record;
-    if (place < tail().end() || !read(place, record)) continue;
-    if ((place != follower && !isInChain(record, end)) || !add(record)) continue;
-    follow(end);
+    if ((isSure && place < follower) || (place < tail().end() && place < tailEnd()) || !read(place, record)) continue;
+    if (place != follower) {
+      const bool follows = record.previous == static_cast<qcUInt64>(tail().at), isLast = tail().position == 0;
+      if (follows && isLast && static_cast<qcUInt64>(place) == anchor_.size) break;  // begun, and never linked
+      if (follows ? isLast || !isFollowing(record, end) : !isInChain(record, end)) continue;
+    }
+    if (add(record)) follow(end);
   }
-  broken_ = reported;
   archive_.seekTo(here);
   return static_cast<long>(records_.size() - before);
+}
+
+// The size of an object that is followed by a record before the end that it states: by its own entry, if that can be.
+qcUInt64 qc_RecordChain::sizeBefore(const qc_Record& object, std::streamoff next) {
+  const std::streamoff here = archive_.offset();
+  const auto direction = archive_.direction_;
+  std::streamoff end = next;
+  archive_.mode(qcArchive::loading);
+  try {
+    const qc_ArchiveIndex::Body body = archive_.index_->readBodyOf(object);
+    if (body.at <= next && body.size <= static_cast<qcUInt64>(next - body.at))
+      end = body.at + static_cast<std::streamoff>(body.size);
+  } catch (const qcException&) {  // all of it is the object's
+  }
+  archive_.seekTo(here);
+  archive_.mode(direction);
+  return static_cast<qcUInt64>(end - object.bodyAt());
 }
 
 void qc_RecordChain::relink() {
@@ -258,20 +300,39 @@ void qc_RecordChain::relink() {
     if (i != 0 && record.previous != before)
       overwrite<std::uint64_t>(record.at + kPreviousField, record.previous = before);
     if (record.position != next) overwrite<std::uint64_t>(record.at + kPositionField, record.position = next);
+    if (next != 0 && static_cast<qcUInt64>(record.end()) > next)
+      overwrite<std::uint64_t>(record.at + kSizeField,
+                               record.size = sizeBefore(record, static_cast<std::streamoff>(next)));
   }
   anchored_ = true;
   broken_ = 0;
   announce(0, std::max(lastId, static_cast<std::int32_t>(anchor_.last)));
 }
 
+// Whether a record follows the last one by what it says. It leads ahead; or it is the last one itself, which never lies
+// before the one that was begun last.
+bool qc_RecordChain::isFollowing(const qc_Record& record, std::streamoff end) const noexcept {
+  const auto place = static_cast<qcUInt64>(record.at);
+  const bool leadsAhead = record.position == 0 ? place >= anchor_.size : record.position > place;
+  return record.previous == static_cast<qcUInt64>(tail().at) && leadsAhead && isInside(record, end);
+}
+
 // Whether a record that was come across was linked: a neighbour names its place, be the rest of it damaged. Other data
 // may look like a record.
 bool qc_RecordChain::isInChain(const qc_Record& record, std::streamoff end) {
-  const auto place = static_cast<qcUInt64>(record.at);
   if (!isInside(record, end)) return false;
-  if (record.previous <= static_cast<qcUInt64>(tail().at) || record.previous >= place) return false;
-  if (record.position == 0 || isNamedAt(record.previous + kPositionField, record.at, end)) return true;
-  return record.position > place && record.position < static_cast<qcUInt64>(end) &&
+  const auto place = static_cast<qcUInt64>(record.at);
+  return tail().position == place || (record.position == 0 && place == anchor_.size) || isNamed(record, end);
+}
+
+bool qc_RecordChain::isNamed(const qc_Record& record, std::streamoff end) {
+  const bool isBehind = record.previous >= static_cast<qcUInt64>(tail().at) &&  //
+                        record.previous < static_cast<qcUInt64>(record.at);
+  return isNamedByNext(record, end) || (isBehind && isNamedAt(record.previous + kPositionField, record.at, end));
+}
+
+bool qc_RecordChain::isNamedByNext(const qc_Record& record, std::streamoff end) {
+  return record.position > static_cast<qcUInt64>(record.at) && record.position < static_cast<qcUInt64>(end) &&
          isNamedAt(record.position + kPreviousField, record.at, end);
 }
 
@@ -293,7 +354,7 @@ std::int32_t qc_RecordChain::largestIdentifier() {
   };
   count(anchor_.last);
   for (const qc_Record& record : records_) {
-    if (record.is(kObject)) count(record.last);
+    if (record.is(kObject)) count(record.last), count(static_cast<qcUInt64>(record.id));
     if (record.is(kPointer)) count(static_cast<qcUInt64>(record.number()));  // its object may be missing
   }
   const std::streamoff here = archive_.offset();
@@ -469,10 +530,16 @@ void qc_RecordChain::announce(std::streamoff place, std::int32_t lastId) {
   writeAt(anchor_.at, [this] { writeHead(anchor_); });
 }
 
-void qc_RecordChain::cutUnfinished() {
-  if (unfinished_ == 0 || broken_ != 0) return;
+void qc_RecordChain::keepBehind(std::streamoff place) {
+  if (unfinished_ == 0 || broken_ != 0 || place <= unfinished_) return;
+  announce(0, static_cast<std::int32_t>(anchor_.last));
+  unfinished_ = 0;
+}
+
+void qc_RecordChain::cutUnfinished(std::streamoff unfinished) {
+  if (unfinished == 0 || broken_ != 0) return;
   // What was stored since the archive was opened lies behind it, and stays.
-  if (archive_.endOffset() == openedEnd_ && archive_.truncate(unfinished_)) archive_.highWater_ = unfinished_;
+  if (archive_.endOffset() == openedEnd_ && archive_.truncate(unfinished)) archive_.highWater_ = unfinished;
   archive_.seekTo(archive_.endOffset());
   if (tail().position != 0) {  // else it leads into what is stored next
     qc_Record& last = records_.empty() ? anchor_ : records_.back();

@@ -35,8 +35,10 @@ class qc_RecordChain {
 
   std::streamoff unfinished() const noexcept { return unfinished_; }
   std::streamoff damaged() const noexcept { return broken_; }
-  /// Cuts off what an interrupted program has left.
-  void cutUnfinished();
+  /// Cuts off what an interrupted program has left, which began there.
+  void cutUnfinished(std::streamoff unfinished);
+  /// What is stored from that place on is not cut off with what an interrupted program has left before it.
+  void keepBehind(std::streamoff place);
   /// Takes in the records that can be found behind the place where the chain is broken; returns how many.
   long salvage();
   /// Writes links from each record taken in to the next one.
@@ -81,9 +83,14 @@ class qc_RecordChain {
 
   bool read(std::streamoff place, qc_Record& record);
   bool isAnchorLost(std::streamoff end);
-  void follow(std::streamoff end);
+  std::streamoff follow(std::streamoff end);
   bool isInside(const qc_Record& record, std::streamoff end) const noexcept;
   bool isInChain(const qc_Record& record, std::streamoff end);
+  bool isFollowing(const qc_Record& record, std::streamoff end) const noexcept;
+  bool isNamed(const qc_Record& record, std::streamoff end);
+  bool isNamedByNext(const qc_Record& record, std::streamoff end);
+  std::streamoff tailEnd();
+  qcUInt64 sizeBefore(const qc_Record& object, std::streamoff next);
   bool isMissing(std::streamoff place, std::streamoff end);
   bool isWhole(const qc_Record& record, std::streamoff end);
   std::streamoff lostLink(std::streamoff end);
