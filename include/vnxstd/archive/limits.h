@@ -22,10 +22,10 @@ struct qcArchiveLimits {
   /// Bytes that are read in all, those that are read twice and those skipped within objects included. Numbers take a
   /// little longer to read where there is such a limit.
   qcInt64 bytes = kUnlimited;
-  /// How deep objects may nest within each other, when loading and when storing. What is below 1 counts as 1. Chains of
-  /// references to objects that lie elsewhere in a seekable archive, or that came before, may be longer: where there is
-  /// no room for another object, those further down are loaded first and those above are begun anew, which has most of
-  /// them loaded twice or three times (and counted as often by the other limits). Circles of objects elsewhere have no
+  /// How deep objects may nest within each other; below 1 counts as 1. Each level takes up to 2 KiB of stack, 3 KiB on
+  /// s390x; what it cannot hold ends the program. Chains of references to objects elsewhere in a seekable archive,
+  /// or that came before, may be longer: where there is no room, those further down are loaded first and those above
+  /// begun anew, most of them two or three times (which the other limits count). Circles of objects elsewhere have no
   /// more room than what is nested. Some classes have to limit the length of chains, too (qcArchive::checkDepth).
   long nesting = 512;
   /// Objects that are loaded or skipped, by pointer or by value.
