@@ -19,6 +19,7 @@
 #include "tools/vnx/pngfile.h"
 #include "tools/vnx/render.h"
 #include "tools/vnx/salvage.h"
+#include "tools/vnx/svg.h"
 #include "vnxstd/archive.h"
 #include "vnxstd/dib/dib.h"
 #include "vnxstd/math.h"
@@ -459,6 +460,9 @@ TEST_F(Tool, RendersWhatArchivesHold) {
     auto* image = new qcPelRoot<float>(4, 3);
     const float pels[] = {-5, 0, 5, 10, std::nanf(""), INFINITY, -INFINITY, -5, 10, 2.5F, -5, -5};
     for (long i = 0; i < 12; ++i) image->pels()[i / 4 * image->rowUpdate() + i % 4] = pels[i];
+    qcRLEBuffer runs(3, 2, 9);
+    runs.offset(5, 7);
+    storePointer(archive, runs);
     store(archive, image, new qcPelRoot<qc3PlanePel>(7, 5), new qcPelRoot<qcPair<long>>(7, 5),
           new qcPelRoot<unsigned char>(0, 0));
     store(archive, new qcCircle({1, 2}, 3), new qcCircle({1e300, 2}, 3), new qcCircle({nan, 2}, 3),
@@ -492,9 +496,14 @@ TEST_F(Tool, RendersWhatArchivesHold) {
         "not drawn: 1 of qcGeneralShapeTree (too much to draw)", "\ndrawn: 1 of qcGeneralShapeTree\n",
         "drawn: 1 of qcRegionTree\n", "\ndrawn: 1 of qcMappedShape\n", "not drawn: 1 of qcMappedShape ("})
     EXPECT_NE(output.find(line), std::string::npos) << line << output;
+  Svg svg(9, 9, "\uFFFE\uFFFF\x9B");
+  const std::size_t empty = svg.finished().size();
+  svg.dot({1, nan}, 3, "red");
+  EXPECT_EQ(svg.finished().size(), empty);
+  EXPECT_NE(svg.finished().find("<title>??\uFFFD<"), std::string::npos);
   const auto found = xml::elements(text("s.svg"));
   ASSERT_FALSE(found.empty());
-  EXPECT_EQ(found.at("image"), 2);
+  EXPECT_EQ(found.at("image"), 3);
   EXPECT_EQ(found.at("ellipse"), 4);  // a casing and the stroke, of one alone and one in a collection
   const std::string drawing = text("s.svg"), region = drawing.substr(0, drawing.rfind("\"><title>qcRegionTree"));
   const std::string borders = region.substr(region.rfind('"') + 1);
@@ -699,6 +708,8 @@ TEST_F(Tool, ExitStatuses) {
   qcFileArchive twice(path("twice.arc"), qcArchive::storing);
   for (int i = 0; i < 2; ++i) storePointer(twice, error);
   twice.close();
+  write("short.arc", text("twice.arc").substr(0, 24));
+  write("u\xFF", text("twice.arc"));
   bitmap.xOffset(std::numeric_limits<std::int32_t>::max());
   bitmap.write(path("far.bmp"));
   expectCalls("calls.txt");
@@ -732,13 +743,16 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   {
     qcVDBArchive database(path("d.vdb"), true, false);
     Foreign record;
-    record.header().comment(L"M\u00FCll");
+    record.header().comment(L"M\u00FC\nll");
     for (int i = 0; i < 3; ++i) database.storeNewRecord(&record);
   }
   std::string lost = text("d.vdb");
   write("bare.arc", "\x03\x01" + std::string(60, 'x'));
   write("r.vdb", lost);
   write("cut.vdb", lost.substr(0, lost.size() - 5));
+  std::string header = lost;
+  header[header.rfind(std::string("l\0l", 3)) + 1] = '\xD8';  // half a character
+  write("header.vdb", header);
   lost[11] = 0;
   write("a.vdb", lost);
   std::filesystem::create_symlink("d.vdb", file("link.part"));

@@ -17,6 +17,7 @@
 
 #include "files.h"
 #include "info.h"
+#include "json.h"
 #include "objects.h"
 #include "salvage.h"
 #include "wrongcall.h"
@@ -51,7 +52,7 @@ Exit exitOf(const qcArchive& archive, const std::string& path, Exit exit) {
 // That of a record whose object was removed is none; throws when the object was never stored in full.
 std::string classOf(qcVDBArchive& database) {
   try {
-    return database.recordTypeName();
+    return lineText(database.recordTypeName());
   } catch (const qcVDBRecordBase::NoResult&) {
   }
   try {
@@ -63,7 +64,7 @@ std::string classOf(qcVDBArchive& database) {
 }
 
 // False when a record could not be read.
-bool list(qcVDBArchive& database) {
+bool list(qcVDBArchive& database, const std::string& path) {
   bool isSound = true;
   std::printf("%10s %-8s %6s %12s  %-24s %s\n", "record", "grade", "type", "metric", "class", "comment");
   for (long number = database.firstRecord(); number != 0; number = database.nextRecord()) {
@@ -72,11 +73,11 @@ bool list(qcVDBArchive& database) {
       const std::string name = classOf(database);
       std::printf("%10ld %-8s %6ld %12g  %-24s %s\n", number, gradeText(header.currentGrade()).c_str(),
                   static_cast<long>(header.currentType()), double{header.distanceMetric()}, name.c_str(),
-                  qf_Narrow(header.comment()).c_str());
+                  lineText(qf_NarrowLossy(header.comment())).c_str());
     } catch (const qcException& error) {
       if (faultOf(error) != Fault::content) throw;
       isSound = false;
-      std::cerr << "vnx db: record " << number << ": " << textOf(error) << '\n';
+      std::cerr << "vnx db: " << path << ": record " << number << ": " << textOf(error) << '\n';
     }
   }
   return isSound;
@@ -88,7 +89,7 @@ void show(qcVDBArchive& database) {
             << "\n  grade         " << gradeText(header.currentGrade()) << ", saved as "
             << gradeText(header.savedGrade()) << "\n  type          " << header.currentType() << ", saved as "
             << header.savedType() << "\n  metric        " << header.distanceMetric() << "\n  comment       "
-            << qf_Narrow(header.comment()) << '\n';
+            << lineText(qf_NarrowLossy(header.comment())) << '\n';
   try {
     const std::unique_ptr<qcVDBRecordBase> record(database.loadRecord());
     describeObject(*record, std::cout);
@@ -98,7 +99,7 @@ void show(qcVDBArchive& database) {
 }
 
 // Reads every record whose class is known, and every header.
-bool check(qcVDBArchive& database) {
+bool check(qcVDBArchive& database, const std::string& path) {
   long sound = 0, unknown = 0, bad = 0;
   for (long number = database.firstRecord(); number != 0; number = database.nextRecord()) {
     try {
@@ -109,7 +110,7 @@ bool check(qcVDBArchive& database) {
     } catch (const qcException& error) {
       if (faultOf(error) != Fault::content) throw;
       ++bad;
-      std::cout << "  record " << number << ": " << textOf(error) << '\n';
+      std::cout << "  " << path << ": record " << number << ": " << textOf(error) << '\n';
     }
   }
   std::cout << "  " << sound + unknown + bad << " records, " << bad << " of them bad; " << unknown
@@ -177,8 +178,8 @@ Exit DbCommand::run() const {
     qcVDBArchive database(path, false, !changes);
     const qcArchive& archive = database.archive();
     requireChain(archive, file_);
-    if (list_->parsed()) return exitOf(archive, file_, list(database) ? kGood : kMalformed);
-    if (check_->parsed()) return check(database) ? kGood : kMalformed;
+    if (list_->parsed()) return exitOf(archive, file_, list(database, file_) ? kGood : kMalformed);
+    if (check_->parsed()) return check(database, file_) ? kGood : kMalformed;
     if (changes && archive.damaged() != qcArchive::Position(0)) return exitOf(archive, file_, kMalformed);
     try {
       database.gotoRecord(number_);

@@ -37,7 +37,7 @@ class Printer {
   }
 
   void operator()(const Entry& entry) {
-    if (!isWanted(entry.path)) return;
+    if (entry.kind != "fault" && !isWanted(entry.path)) return;
     ++count_;
     if (json_)
       printJson(entry);
@@ -119,6 +119,7 @@ Exit DumpCommand::run() const {
   if (!path_.empty() && (path_.front() != '/' || path_.back() == '/'))
     throw WrongCall("a path is one such as /0/qcCircle/1, not \"" + path_ + '"');
   requireReadable(file_);
+  onFile(file_, [](const std::wstring&) {});  // has a name that the library takes
   Printer print(file_, path_, json_, hex_);
   Fault fault = Fault::none;
   bool begun = false;

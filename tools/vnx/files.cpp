@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <system_error>
 
 #include <vnxstd/archive/archive.h>
@@ -30,19 +31,45 @@ std::string textOf(const qcException& error) {
   return text + (isArchive ? "; writing failed" : "") + (cause == 0 ? "" : ": " + causeText(cause));
 }
 
+namespace {
+
+FileError unreadable(const std::string& path) { return {path, "cannot be read: " + causeText(errno), Fault::medium}; }
+
+}  // namespace
+
 void requireReadable(const std::string& path, bool isReadOnce) {
   std::error_code ignored;
   if (std::filesystem::is_directory(path, ignored)) throw FileError(path, "is a directory", Fault::medium);
   if (!isReadOnce && std::filesystem::exists(path, ignored) && !std::filesystem::is_regular_file(path, ignored))
     throw FileError(path, "is a device or a pipe, not a file", Fault::medium);
   errno = 0;
-  if (const std::ifstream file(path, std::ios::binary); !file)
-    throw FileError(path, "cannot be read: " + causeText(errno), Fault::medium);
+  if (const std::ifstream file(path, std::ios::binary); !file) throw unreadable(path);
+}
+
+FileError errorOf(const std::string& path, const qcException& error) {
+  std::string text = textOf(error);
+  const bool isShort = dynamic_cast<const qcDIB::ReadError*>(&error) != nullptr;
+  std::ifstream file(path, std::ios::binary);
+  if (!file || !(isShort || dynamic_cast<const qcDIB::BadFormat*>(&error))) return {path, text, faultOf(error)};
+  // Reading it once more shows how far that comes.
+  try {
+    qcDIB().init(file);
+  } catch (const qcException&) {
+  }
+  file.clear();
+  const std::streamoff at = file.tellg();
+  file.ignore(std::numeric_limits<std::streamsize>::max());
+  if (file.bad() || at < 0) return unreadable(path);
+  text += "; at byte " + std::to_string(at);
+  if (isShort) text += ": expected more than the " + std::to_string(file.gcount()) + " bytes found";
+  return {path, text};
 }
 
 FileKind kindOf(const std::string& path) {
   std::array<char, 2> head{};
-  std::ifstream(path, std::ios::binary).read(head.data(), head.size());
+  std::ifstream file(path, std::ios::binary);
+  file.read(head.data(), head.size());
+  if (file.bad()) throw unreadable(path);
   const auto [first, second] = head;
   if (first == 'B' && second == 'M') return FileKind::bitmap;
   if ((first == 2 || first == 3) && (second == 0 || second == 1)) return FileKind::archive;

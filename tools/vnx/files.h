@@ -33,6 +33,9 @@ std::string causeText(int cause);
 /// expected there and what was found.
 std::string textOf(const qcException& error);
 
+/// The same as an error of a file. Of a bitmap that cannot be read it says how far reading came.
+FileError errorOf(const std::string& path, const qcException& error);
+
 /// Calls `work(path)` with the path as the library takes it; a failure becomes a FileError.
 template <class Work>
 auto onFile(const std::string& path, Work work) {
@@ -45,7 +48,7 @@ auto onFile(const std::string& path, Work work) {
   try {
     return work(wide);
   } catch (const qcException& error) {
-    throw FileError(path, textOf(error), faultOf(error));
+    throw errorOf(path, error);
   }
 }
 
@@ -53,7 +56,7 @@ auto onFile(const std::string& path, Work work) {
 /// is read once from its start to its end, a device or a pipe.
 void requireReadable(const std::string& path, bool isReadOnce = false);
 
-/// What a file is, by its first bytes.
+/// What a file is, by its first bytes. Throws FileError when they cannot be read.
 enum class FileKind { bitmap, archive, other };
 FileKind kindOf(const std::string& path);
 

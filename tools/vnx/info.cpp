@@ -12,13 +12,14 @@
 
 #include "files.h"
 #include "format.h"
+#include "json.h"
 #include "measurement.h"
 #include "objects.h"
 
 namespace {
 
 void row(std::ostream& out, const char* name, const std::string& value) {
-  out << "  " << std::left << std::setw(14) << name << value << '\n';
+  out << "  " << std::left << std::setw(14) << name << lineText(value) << '\n';
 }
 std::string sizeText(long width, long height) { return formatted("%ld x %ld px", width, height); }
 std::string boxText(const qcRect& box) {
@@ -44,7 +45,7 @@ void describeBitmap(const std::wstring& name, std::ostream& out) {
 
 void describeObject(qcPersistent& object, std::ostream& out) {
   row(out, "object", qcDevEnv::canonicalTypeName(typeid(object).name()));
-  if (auto* error = dynamic_cast<qcException*>(&object)) row(out, "  message", qf_Narrow(error->message(false)));
+  if (auto* error = dynamic_cast<qcException*>(&object)) row(out, "  message", qf_NarrowLossy(error->message(false)));
   if (auto* measurement = dynamic_cast<vnxMeasurement*>(&object)) {
     row(out, "  image", sizeText(measurement->image.width(), measurement->image.height()));
     row(out, "  region", boxText(measurement->region.outline().boundingBox()));

@@ -100,9 +100,9 @@ class Teller : public qcArchiveObserver {
   void opaque(Span span, const std::string& what, const std::string& className = {}) {
     Facts facts{words("what", what)};
     if (!className.empty()) facts.insert(facts.begin(), words("class", className));
-    tell(nextPath(), "opaque", span, std::move(facts));
+    tell(failedPath(), "opaque", span, std::move(facts));
   }
-  void fault(const qcException& error) { entry_(faultEntry(nextPath(), error, behind_)); }
+  void fault(const qcException& error) { entry_(faultEntry(failedPath(), error, behind_)); }
 
   void numbers(Span span, qcArchive::Number kind, unsigned size, const void* data, std::size_t count) override {
     const NumberType type = typeOf(kind, size);
@@ -180,6 +180,9 @@ class Teller : public qcArchiveObserver {
     if (std::exchange(isWhole_, false) && frames_.size() == 1) return frames_.front().path;
     return frames_.back().path + '/' + std::to_string(frames_.back().fields++);
   }
+
+  // The path of what has failed: of the object that was announced, or of the next field.
+  std::string failedPath() { return expected_.empty() ? nextPath() : expected_; }
 
   const std::string& nameOf(const std::type_info& type) {
     std::string& name = names_[type];
@@ -289,15 +292,17 @@ class Inspection {
     const qcInt64 all = place() + archive_.remaining();
     const qcInt64 end = damaged != 0 ? damaged : unfinished != 0 ? unfinished : all;
     qcInt64 at = place();
-    bool isBehindMark = false;
     std::set<long> objects;
     for (const qcArchiveRecord& record : records)
       if (record.kind == qcArchiveRecord::object) objects.insert(record.number);
     const bool hasResults = isDatabase();
     for (std::size_t i = 0; i < records.size() && !exhausted_; ++i) {
       const qcArchiveRecord& record = records[i];
-      walkBetween(at, record.at, isBehindMark);
-      isBehindMark = record.kind == qcArchiveRecord::mark;
+      const bool isBehindMark = i > 0 && records[i - 1].kind == qcArchiveRecord::mark;
+      if (isBehindMark && hasResults && isResult(records[i - 1]))
+        walkHeader(std::min(at, record.at), record.at);
+      else
+        walkBetween(at, record.at, isBehindMark);
       walkRecord(record);
       at = std::max(at, record.at + record.size + record.body);
       if (!hasResults || !isResult(record)) continue;
@@ -363,16 +368,22 @@ class Inspection {
     archive_.observer(&teller_);
   }
 
+  // The header of a result, which fills these bytes.
+  void walkHeader(qcInt64 from, qcInt64 to) {
+    teller_.behind(from);
+    teller_.beginItem("header", {from, to - from}, {});
+    teller_.behind(from);
+    attempt(to, [&] {
+      load<qcVDBHeader>(from);
+      if (place() != to) throw qcArchive::BadContent(L"the header of a result has another size", 0);
+    });
+  }
+
   // What lies between records: the header of a result, objects that are not linked, or what nobody else can name.
   void walkBetween(qcInt64 from, qcInt64 to, bool isBehindMark) {
     for (bool isFirst = true; from < to; isFirst = false) {
       teller_.behind(from);
-      if (isFirst && isBehindMark && isHeader(from, to)) {
-        teller_.beginItem("header", {from, to - from}, {});
-        teller_.behind(from);
-        load<qcVDBHeader>(from);
-        return;
-      }
+      if (isFirst && isBehindMark && isHeader(from, to)) return walkHeader(from, to);
       teller_.beginItem();
       const bool isPointer = isUnlinkedRecord(from);
       const qc_RegistryEntry* entry = !isPointer && isMarker(from) ? entryAt(from) : nullptr;

@@ -111,7 +111,8 @@ qcPelBuffer<unsigned char> greyOf(const qcPelBuffer_const<T>& image) {
   double least = INFINITY, most = -INFINITY;
   const auto each = [&](auto work) {
     for (long y = 0; y < image.height(); ++y)
-      for (long x = 0; x < image.width(); ++x) work(x, y, static_cast<double>(Number(image.pointToRow(y)[x])));
+      for (long x = 0; x < image.width(); ++x)
+        work(x, y, static_cast<double>(Number(image.pointToRow(y + image.offset().y())[x])));
   };
   each([&](long, long, double value) {
     if (!std::isfinite(value)) return;

@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include <vnxstd/archive/text.h>
-
 #include "format.h"
+#include "json.h"
 #include "pngfile.h"
 
 namespace {
@@ -42,15 +41,8 @@ std::string placed(const qcVector<2>& at) { return " x=\"" + svgNumber(at.x()) +
 }  // namespace
 
 std::string escaped(std::string_view text) {
-  bool isUtf8 = true;
-  try {
-    qf_Widen(std::string(text));
-  } catch (const qcBadUnicodeChar&) {
-    isUtf8 = false;
-  }
   std::string result;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
+  for (const char c : lineText(text)) {
     if (c == '&')
       result += "&amp;";
     else if (c == '<')
@@ -60,7 +52,7 @@ std::string escaped(std::string_view text) {
     else if (c == '"')
       result += "&quot;";
     else
-      result += byte < 0x20 || byte == 0x7F || (!isUtf8 && byte > 0x7F) ? '?' : c;
+      result += c;
   }
   return result;
 }
@@ -121,6 +113,7 @@ void Svg::casedText(const qcVector<2>& at, std::string_view words, std::string_v
 }
 
 void Svg::dot(const qcVector<2>& at, double radius, std::string_view colour, std::string_view tip) {
+  if (std::isnan(at.x()) || std::isnan(at.y())) return;
   text_ += withTip("<circle class=\"dot\" cx=\"" + svgNumber(at.x()) + "\" cy=\"" + svgNumber(at.y()) + "\" r=\"" +
                        svgNumber(radius) + (radius < 2 ? "\" style=\"stroke: none" : "") + "\" fill=\"" +
                        std::string(colour) + '"',

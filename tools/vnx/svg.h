@@ -9,7 +9,7 @@
 
 #include "chains.h"
 
-/// A text as XML takes it: what is not UTF-8, and control characters, become question marks.
+/// A text on one line (lineText) as XML takes it.
 std::string escaped(std::string_view text);
 
 /// A coordinate or length, in hundredths.
@@ -32,7 +32,8 @@ class Svg {
   void text(const qcVector<2>& at, std::string_view words, std::string_view kind);
   /// A text that can be read on any image.
   void casedText(const qcVector<2>& at, std::string_view words, std::string_view kind);
-  /// Has a border unless the radius is below 2, where dots may lie so close that the borders would cover them.
+  /// Has a border unless the radius is below 2, where dots may lie so close that the borders would cover them. Left out
+  /// where a coordinate is no number.
   void dot(const qcVector<2>& at, double radius, std::string_view colour, std::string_view tip = {});
   /// A cross of two strokes, cased.
   void cross(const qcVector<2>& at, double arm, std::string_view kind);

@@ -7,6 +7,10 @@
 #include "objects.h"
 #include "wrongcall.h"
 
+namespace {
+constexpr long long kDeepest = 2048;  // half of a stack of 8 MiB
+}
+
 VerifyCommand::VerifyCommand(CLI::App& app)
     : command_(app.add_subcommand("verify", "Read all of a file under limits, and say whether it is good")) {
   command_->footer(
@@ -14,14 +18,14 @@ VerifyCommand::VerifyCommand(CLI::App& app)
       "is\n"
       "said how many bytes these are.");
   command_->add_option("file", file_, "A bitmap, an archive or a tool database, of any program");
-  const auto limit = [this](const char* name, auto& value, const char* what) {
-    command_->add_option(name, value, what)
-        ->check(CLI::Range(1LL, static_cast<long long>(qcArchiveLimits::kUnlimited)));
+  const auto limit = [this](const char* name, auto& value, const char* what, long long most) {
+    command_->add_option(name, value, what)->check(CLI::Range(1LL, most));
   };
-  limit("--max-bytes", limits_.bytes, "Bytes that are read in all");
-  limit("--max-depth", limits_.nesting, "How deep objects may nest, 512 unless set");
-  limit("--max-objects", limits_.objects, "Objects in all");
-  limit("--max-elements", limits_.elements, "Elements of vectors, texts and images in all");
+  limit("--max-bytes", limits_.bytes, "Bytes that are read in all", qcArchiveLimits::kUnlimited);
+  limit("--max-depth", limits_.nesting, "How deep objects may nest, 512 unless set", kDeepest);
+  limit("--max-objects", limits_.objects, "Objects in all", qcArchiveLimits::kUnlimited);
+  limit("--max-elements", limits_.elements, "Elements of vectors, texts and images in all",
+        qcArchiveLimits::kUnlimited);
 }
 
 Exit VerifyCommand::run() const {
