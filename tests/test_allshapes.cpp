@@ -459,6 +459,7 @@ TEST_P(ShapeLaws, SamplesKeepSpacingToleranceAndPositions) {
       EXPECT_EQ(piece.pieceNumber_(), 7 + info.numPieces());
       const qcPerimPos &last = result.perimPositions_().back(), &moved = piece.perimPositions_().back();
       EXPECT_EQ(moved, qcPerimPos(last.index() + 7, last.distance()));
+      EXPECT_LE(last.distance(), info.pieceLength(last.index()));
     }
   });
 }

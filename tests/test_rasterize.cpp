@@ -198,6 +198,9 @@ TEST(RasterizeTest, CoordinatesOfAnySizeAreSafe) {
   Source random(3);
   const qcPelRect window(-3, 5, 9, 8);
   for (const double size : {1e9, 1e15, 1e100, 1e300, 1.7e308}) {
+    const Canvas full(window);
+    qfRasterizeContour(qcCircle({0, 0}, 4), full.window(), 1, size);
+    full.expect([](long, long) { return 1; });
     for (int i = 0; i < 60; ++i) {
       SCOPED_TRACE(testing::Message() << size << ' ' << i);
       Points points{{random.next(-3, 6), random.next(5, 13)}};

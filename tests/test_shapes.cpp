@@ -197,6 +197,10 @@ TEST(ShapeInfo, BuildersCombineTheLengthsOfPieces) {
   positions = {{1, 0}, {0, 1}, {2, 1}};
   qfConvertPerimPositions(round, 2, gaps, 0, positions);
   EXPECT_EQ(positions, (std::vector<qcPerimPos>{{2, 5}, {2, 2}, {0, 1}}));
+  positions = {{1, 0}, {1, 0.3}};
+  qfConvertPerimPositions(qcShapeInfo(qcPolyline({{0, 0}, {0.3, 0}}, true)), 0,
+                          qcShapeInfo(qcPolyline({{0, 0}, {0.1, 0}, {0.1, 0.2}, {0, 0.2}}, true)), 0, positions);
+  EXPECT_EQ(positions, (std::vector<qcPerimPos>{{2, 0}, {3, 0.2}}));
   positions = {{3, 8}};  // the start may lie elsewhere
   qfConvertPerimPositions(taken, 0, taken, 0, positions);
   EXPECT_EQ(positions[0], qcPerimPos(3, 8));

@@ -188,6 +188,8 @@ TEST(ContourTrees, OfSegmentsAreThePolylineThroughTheirEnds) {
       jumping.addChild(qcLineSeg(corners[i], random.flip() ? next : corners[i]));
     }
     if (!closed) jumping.addChild(qcLineSeg(corners.back(), corners.back()));
+    if (closed) corners.push_back(corners.front());
+    const qcContourTree whole({Child(new qcPolyline(corners, false))}, closed, false);
     const qcShapeInfo info(line);
     EXPECT_EQ(info, qcShapeInfo(tree));
     for (int i = 0; i < 30; ++i) {
@@ -203,6 +205,7 @@ TEST(ContourTrees, OfSegmentsAreThePolylineThroughTheirEnds) {
       };
       EXPECT_NEAR(around(tree), around(line), 1e-12) << p.x() << " " << p.y();
       EXPECT_NEAR(around(jumping), around(line), 1e-12) << p.x() << " " << p.y();
+      EXPECT_NEAR(around(whole), around(line), 1e-12) << p.x() << " " << p.y();
     }
     EXPECT_NEAR(closed ? tree.area() : 0, closed ? line.areaMoment0() : 0, 1e-12);
     const auto turned = [&](const qcShape& shape) { return closed || !simple ? 0 : shape.tangentRotation().plain(); };

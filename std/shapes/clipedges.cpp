@@ -356,6 +356,11 @@ double ClipEllipse::blur(const qcVector<2>& p, const qcVector<2>& d) const {
   return kRounding * (1 + reach(p) * across / d.len());
 }
 
+double ClipEllipse::slack(const qcVector<2>& p) const {
+  const double a = ellipse_.radii().x(), b = ellipse_.radii().y(), larger = std::max(a, b);
+  return 4 * std::min(kRounding * larger / std::min(a, b), 1.0) * (larger + reach(p));
+}
+
 double ClipEllipse::reach(const qcVector<2>& p) const {
   const V& c = ellipse_.center();
   return std::fabs(p.x()) + std::fabs(p.y()) + std::fabs(c.x()) + std::fabs(c.y());
@@ -371,8 +376,8 @@ ClipBox ClipOutline::boxOf(const ClipEdge& edge) const {
   box.add({meet, meet});
   const double reach =
       std::fabs(box.low.x()) + std::fabs(box.low.y()) + std::fabs(box.high.x()) + std::fabs(box.high.y());
-  const V margin(kRounding * reach, kRounding * reach);
-  return {box.low - margin, box.high + margin};
+  box.widen(kRounding * reach);
+  return box;
 }
 
 void ClipOutline::beginChain(const qcVector<2>& start) {
@@ -433,7 +438,12 @@ void ClipOutline::reverseChain() {
 
 ClipCrossings findCrossings(const ClipOutline& shape, const ClipOutline& polygon, int nudge) {
   Finder finder(shape, polygon, nudge);
-  forOverlaps(boxesOf(shape), boxesOf(polygon), [&](std::int32_t s, std::int32_t c) { finder.visit(s, c); });
+  std::vector<ClipBox> boxes = boxesOf(shape);
+  for (std::size_t i = 0; i < boxes.size(); ++i) {
+    const ClipEdge& edge = shape.edges[i];
+    if (edge.isArc()) boxes[i].widen(shape.ellipses[static_cast<std::size_t>(edge.ellipse)].slack(edge.from));
+  }
+  forOverlaps(boxes, boxesOf(polygon), [&](std::int32_t s, std::int32_t c) { finder.visit(s, c); });
   return finder.finish();
 }
 

@@ -29,6 +29,9 @@ class ClipEllipse {
   /// How far rounding may put a line in the direction d on the unit circle beside its place there, when it was made
   /// from a point.
   double blur(const qcVector<2>& p, const qcVector<2>& d) const;
+  /// How far from the ellipse a point may lie that seems to be in the unit circle, of an arc that starts at `p`: what
+  /// rounding makes there is stretched by the ratio of the radii.
+  double slack(const qcVector<2>& p) const;
 
  private:
   double reach(const qcVector<2>& p) const;
@@ -67,6 +70,10 @@ struct ClipBox {
   void add(const ClipBox& other) {
     low = {std::min(low.x(), other.low.x()), std::min(low.y(), other.low.y())};
     high = {std::max(high.x(), other.high.x()), std::max(high.y(), other.high.y())};
+  }
+  void widen(double margin) {
+    low -= {margin, margin};
+    high += {margin, margin};
   }
 };
 

@@ -1,6 +1,7 @@
 #include "vnxstd/shapes/contourtree.h"
 
 #include <cmath>
+#include <deque>
 #include <numbers>
 #include <typeinfo>
 
@@ -61,6 +62,22 @@ double sweptTwice(const qcShape& shape, const qcVector<2>& origin) {
   qcShape::qcSampleResult samples;
   shape.sample(qcShape::qcSampleParams(1e-6 * qcShapeInfo(shape).perimeter(), 0, INT32_MAX), samples);
   return sweptTwice(qcPolyline(samples.positions(), false), origin);
+}
+
+// A polyline that starts and ends at p shows it one side as a whole, and so is taken as its segments.
+Elements withoutLoops(const Elements& elements, const qcVector<2>& p, std::deque<qcLineSeg>& segments) {
+  Elements apart;
+  for (const qcShape* element : elements) {
+    const auto* line = dynamic_cast<const qcPolyline*>(element);
+    if (!line || line->startPoint() != p || line->endPoint() != p || !line->hasTangent()) {
+      apart.push_back(element);
+      continue;
+    }
+    for (long i = 1; i < line->numVertices(); ++i) {
+      apart.push_back(&segments.emplace_back(line->vertex(i - 1), line->vertex(i)));
+    }
+  }
+  return apart;
 }
 
 }  // namespace
@@ -138,7 +155,8 @@ qcRadian qcContourTree::windingAngle(const qcVector<2>& p) const {
 // direction; where two meet at the point, what is between both views is the turn of the contour there. Single points
 // are no more than places to jump to and from.
 double qcContourTree::swept(const qcVector<2>& p) const {
-  const Elements elements = elements_();
+  std::deque<qcLineSeg> segments;
+  const Elements elements = withoutLoops(elements_(), p, segments);
   if (elements.empty()) return 0;
   double sum = 0;
   struct Direction {

@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <numeric>
 
 #include "std/shapes/mappedcurve.h"
 #include "std/shapes/segment.h"
@@ -147,7 +148,10 @@ MappedCurve::Place MappedCurve::placeOn(std::int32_t number, double length) cons
 
 qcPerimPos MappedCurve::positionOf(const Place& place) const {
   const std::int32_t owner = pieces_[place.piece].owner;
-  return {owner, lengthTo(place) - starts()[firstOf(owner)]};
+  const double along = lengthOnPiece(place.piece, place.distance);
+  // Summed up like the lengths of the pieces, so that rounding puts nothing beyond them.
+  const auto first = lengths_.begin() + static_cast<std::ptrdiff_t>(firstOf(owner));
+  return {owner, std::accumulate(first, lengths_.begin() + static_cast<std::ptrdiff_t>(place.piece), 0.0) + along};
 }
 
 double MappedCurve::lengthOnPiece(std::size_t piece, double distance) const {

@@ -60,9 +60,10 @@ void qc_ParallelogramShape::sample(const qcSampleParams& params, qcSampleResult&
   sides.sample(alone, result);
   if (params.recordPositions_()) {
     const qcShapeInfo info(sides);
+    const double total = perimeter();  // which rounding may keep below the sum of the sides
     std::vector<qcPerimPos>& recorded = result.perimPositions_();
     for (std::size_t i = writer.firstPosition(); i < recorded.size(); ++i) {
-      recorded[i] = {piece, info.distanceAlong(recorded[i])};
+      recorded[i] = {piece, std::min(info.distanceAlong(recorded[i]), total)};
     }
   }
   writer.commit();

@@ -55,7 +55,10 @@ void addBoundary(RasterScan& scan, const qcShape& boundary, bool byCenters, Rast
 /// All of them wind the same way and share the points at which they meet, so that no centre falls between.
 class BroadLine {
  public:
-  BroadLine(RasterScan& scan, const qcPelRect& window, double width, double tolerance) : scan_(scan), half_(width / 2) {
+  // Bounded, so that products of coordinates stay in the range of doubles: what is that broad is so all over the
+  // window.
+  BroadLine(RasterScan& scan, const qcPelRect& window, double width, double tolerance)
+      : scan_(scan), half_(std::min(width / 2, 1e100)) {
     const qcVector<2> margin(half_ + 1, half_ + 1);
     low_ = qcVector<2>(static_cast<double>(window.x0()), static_cast<double>(window.y0())) - margin;
     high_ = qcVector<2>(static_cast<double>(window.x1()), static_cast<double>(window.y1())) + margin;

@@ -150,8 +150,17 @@ void qfConvertPerimPositions(const qcShapeInfo& from, long fromPiece, const qcSh
     // What lies before the stretch on a closed boundary is reached at the end of it.
     if (wraps && distance < -kRounding * from.perimeter()) distance += from.perimeter();
     qcPerimPos place = to.perimPos(toStart + distance);
-    // The end of a piece stays one: the next piece may lie elsewhere. Only a piece without length ends on another one.
+    // The start of a piece stays one, also where rounding puts it at the end of the piece before.
+    if (position.distance() <= kRounding * length) {
+      const qcPerimPos beyond = to.perimPos(toStart + distance + blur);
+      if (beyond.distance() <= blur) place = qcPerimPos(beyond.index(), 0);
+    }
+    // So does the end of one: the next piece may lie elsewhere. Only a piece without length ends on another one.
     const bool isEnd = std::fabs(position.distance() - length) <= kRounding * length;
+    if (isEnd && to.isClosed() && std::fabs(toStart + distance - to.perimeter()) <= blur) {
+      const long last = to.numPieces() - 1;
+      place = qcPerimPos(static_cast<std::int32_t>(last), to.pieceLength(last));
+    }
     while (isEnd && place.index() > 0 && place.distance() <= kRounding * to.perimeter() &&
            (length > 0 || to.pieceLength(place.index()) > 0)) {
       place = qcPerimPos(place.index() - 1, to.pieceLength(place.index() - 1));

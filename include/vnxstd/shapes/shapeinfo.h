@@ -42,7 +42,8 @@ class VNXSTD_EXPORT qcShapeInfo {
   /// The distance from the start, at most the perimeter: the inverse of perimPos(double).
   double distanceAlong(const qcPerimPos& position) const;
 
-  /// The information of the reversed shape.
+  /// The information of the reversed shape, for one contour of decomposed pieces, or a general tree of them. Of others,
+  /// as of region trees and rectangles, reversing rearranges the pieces: build it from the reversed shape.
   qcShapeInfo reverse_() const;
 
   // For those who build shapes out of pieces.
@@ -80,9 +81,9 @@ class VNXSTD_EXPORT qcShapeInfo {
 /// Carries positions from one shape's information to that of a related shape. The stretch of boundary that starts with
 /// piece `fromPiece` of the one is the stretch that starts with piece `toPiece` of the other, as with a shape and its
 /// decomposition (0 and 0), or a child and the tree that holds it. A piece that is the same in both, of one length and
-/// as far from the start, keeps its positions. Else arc lengths from the start of these pieces are kept; the end of a
-/// piece stays the end of one, and what lies before the piece on a closed boundary is taken to come behind it where the
-/// other one is open. Throws qcShapesError::BadIndex when a piece does not exist, and like perimPos and
-/// distanceAlong; the positions are then unchanged.
+/// as far from the start, keeps its positions. Else arc lengths from the start of these pieces are kept; the start of a
+/// piece stays the start of one and its end an end, and what lies before the piece on a closed boundary is taken to
+/// come behind it where the other one is open. Throws qcShapesError::BadIndex when a piece does not exist, and like
+/// perimPos and distanceAlong; the positions are then unchanged.
 VNXSTD_EXPORT void qfConvertPerimPositions(const qcShapeInfo& from, long fromPiece, const qcShapeInfo& to, long toPiece,
                                            std::vector<qcPerimPos>& positions);
