@@ -222,8 +222,8 @@ class VNXSTD_EXPORT qcArchive {
   /// Moves by `offset` bytes from the start (0), the current position (1) or the end (2).
   void seek(long offset, int origin);
 
-  // Skip 1, 2, 4 or 8 bytes: room for values that are filled in later. Storing leaves what is there as it is, and writes
-  // zeros behind the end of the data.
+  // Skip 1, 2, 4 or 8 bytes: room for values that are filled in later. Storing leaves what is there as it is, and
+  // writes zeros behind the end of the data.
   void reserve8();
   void reserve16();
   void reserve32();
