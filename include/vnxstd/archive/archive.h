@@ -211,7 +211,8 @@ class VNXSTD_EXPORT qcArchive {
   /// and BadBuffer when a read-only archive is asked to store, both before anything is changed.
   void mode(Direction direction);
   /// Turns a seekable archive to storing and goes to the end of its data, over what an interrupted program has left
-  /// unfinished there, unless it was turned to storing, or gone to in storing, behind where that begins. Throws like mode.
+  /// unfinished there, unless it was turned to storing, or gone to in storing, behind where that begins. Throws like
+  /// mode.
   void append();
 
   /// The position, from the start of the archive's header on; -1 where the medium has none.

@@ -1,6 +1,7 @@
 // A pair of numbers: integer coordinates and sizes in pixels, and the vector-valued pels.
 #pragma once
 
+#include <cstring>
 #include <type_traits>
 
 #include "vnxstd/export.h"
@@ -49,7 +50,7 @@ class VNXSTD_EXPORT qcPair {
   friend qcArchive& operator||(qcArchive& archive, qcPair& pair) {
     qcPair copy = pair;
     archive || copy.x_ || copy.y_;
-    pair = copy;
+    if (std::memcmp(&copy, &pair, sizeof copy) != 0) pair = copy;  // storing only reads, as other threads may do
     return archive;
   }
 
