@@ -64,11 +64,15 @@ double sweptTwice(const qcShape& shape, const qcVector<2>& origin) {
   return sweptTwice(qcPolyline(samples.positions(), false), origin);
 }
 
-// A polyline that starts and ends at p shows it one side as a whole, and so is taken as its segments.
+// A polyline that starts and ends at p shows it one side as a whole, and so is taken as its segments; also one that is
+// mapped linearly.
 Elements withoutLoops(const Elements& elements, const qcVector<2>& p, std::deque<qcLineSeg>& segments) {
   Elements apart;
   for (const qcShape* element : elements) {
-    const auto* line = dynamic_cast<const qcPolyline*>(element);
+    const auto* mapped = dynamic_cast<const qcMappedShape*>(element);
+    qcMappedShape::Held image;
+    if (mapped && mapped->overallMapXform()->isLinear()) image = mapped->explicitShape();
+    const auto* line = dynamic_cast<const qcPolyline*>(image ? image.rep() : element);
     if (!line || line->startPoint() != p || line->endPoint() != p || !line->hasTangent()) {
       apart.push_back(element);
       continue;

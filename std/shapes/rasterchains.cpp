@@ -118,6 +118,18 @@ bool RasterChains::isLarge(const qcShape& shape) const {
 void RasterChains::addBent(const qcMappedShape& mapped) {
   const qcShape& shape = *mapped.underlyingShape();
   const qc2XformBase& xform = *mapped.overallMapXform();
+  if (const auto* contour = dynamic_cast<const qcContourTree*>(&shape)) {  // to halve it takes time for each element
+    for (const qcShape* element : contour->elements_()) {
+      const qcMappedShape image(element->clone(), xform, false);
+      if (!misses(image)) {
+        add(image, false);
+      } else {
+        put(image.startPoint());
+        put(image.endPoint());
+      }
+    }
+    return;
+  }
   const qcShapeInfo info(shape);
   constexpr double kShortest = 1e-15;  // of the whole
   std::vector<std::pair<double, double>> left{{0.0, info.perimeter()}};
