@@ -602,7 +602,10 @@ TEST_F(Files, GrowBeyond4GiB) {
     archive.sync();
     std::error_code refused;
     std::filesystem::resize_file(path(), (std::uintmax_t{4} << 30) + 12345, refused);  // a hole
+#ifdef _WIN32
     if (refused) GTEST_SKIP() << "files that are written are kept from others";
+#endif
+    ASSERT_FALSE(refused) << refused.message();
     archive.append();
     late.other = ItemHandle(new Item(3));
     archive.writeNewMark(2);
