@@ -64,22 +64,34 @@ double sweptTwice(const qcShape& shape, const qcVector<2>& origin) {
   return sweptTwice(qcPolyline(samples.positions(), false), origin);
 }
 
-// A polyline that starts and ends at p shows it one side as a whole, and so is taken as its segments; also one that is
-// mapped linearly.
-Elements withoutLoops(const Elements& elements, const qcVector<2>& p, std::deque<qcLineSeg>& segments) {
-  Elements apart;
-  for (const qcShape* element : elements) {
-    const auto* mapped = dynamic_cast<const qcMappedShape*>(element);
-    qcMappedShape::Held image;
-    if (mapped && mapped->overallMapXform()->isLinear()) image = mapped->explicitShape();
-    const auto* line = dynamic_cast<const qcPolyline*>(image ? image.rep() : element);
-    if (!line || line->startPoint() != p || line->endPoint() != p || !line->hasTangent()) {
-      apart.push_back(element);
-      continue;
-    }
+// What an open contour that is no primitive is made of, as it is mapped; nothing for other shapes.
+std::vector<qcMappedShape::Held> piecesOf(const qcShape& shape) {
+  const auto* mapped = dynamic_cast<const qcMappedShape*>(&shape);
+  const qcShape& whole = mapped ? *mapped->underlyingShape() : shape;
+  std::vector<qcMappedShape::Held> pieces;
+  if (const auto* line = dynamic_cast<const qcPolyline*>(&whole)) {
     for (long i = 1; i < line->numVertices(); ++i) {
-      apart.push_back(&segments.emplace_back(line->vertex(i - 1), line->vertex(i)));
+      pieces.emplace_back(new qcLineSeg(line->vertex(i - 1), line->vertex(i)));
     }
+  } else if (const auto* tree = dynamic_cast<const qcContourTree*>(&whole)) {
+    for (const qcShape* element : tree->elements_()) pieces.emplace_back(element);
+  }
+  if (!mapped) return pieces;
+  for (qcMappedShape::Held& piece : pieces) piece = new qcMappedShape(piece, *mapped->overallMapXform(), false);
+  return pieces;
+}
+
+// What starts and ends at p shows it one side as a whole, and so is taken as its pieces, which are held apart.
+Elements withoutLoops(const Elements& elements, const qcVector<2>& p, std::deque<qcMappedShape::Held>& held) {
+  Elements waiting(elements.rbegin(), elements.rend()), apart;
+  while (!waiting.empty()) {
+    const qcShape* element = waiting.back();
+    waiting.pop_back();
+    const bool isLoop = element->startPoint() == p && element->endPoint() == p && element->hasTangent();
+    const auto pieces = isLoop ? piecesOf(*element) : std::vector<qcMappedShape::Held>();
+    if (pieces.empty()) apart.push_back(element);
+    for (auto piece = pieces.rbegin(); piece != pieces.rend(); ++piece)
+      waiting.push_back(held.emplace_back(*piece).rep());
   }
   return apart;
 }
@@ -159,8 +171,8 @@ qcRadian qcContourTree::windingAngle(const qcVector<2>& p) const {
 // direction; where two meet at the point, what is between both views is the turn of the contour there. Single points
 // are no more than places to jump to and from.
 double qcContourTree::swept(const qcVector<2>& p) const {
-  std::deque<qcLineSeg> segments;
-  const Elements elements = withoutLoops(elements_(), p, segments);
+  std::deque<qcMappedShape::Held> held;
+  const Elements elements = withoutLoops(elements_(), p, held);
   if (elements.empty()) return 0;
   double sum = 0;
   struct Direction {
