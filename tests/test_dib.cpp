@@ -233,6 +233,39 @@ TEST(Bitmaps, AnyTrailerIsReadAndPelsNeedRoom) {
   EXPECT_TRUE(std::filesystem::remove(std::filesystem::temp_directory_path() / u8"vnxstd_\u00E4\u4E2D\U0001F600.bmp"));
 }
 
+// One field of a bitmap of 1 x 2 pels of 32 bits is changed, or the end of the file.
+TEST(Bitmaps, ErrorsSayWhereAndWhy) {
+  const std::string whole = documentedBytes("bitmap-format.md");
+  const std::tuple<std::size_t, std::uint32_t, const char*> cases[] = {
+      {0, 0x4142, "at byte 2: expected the bytes 66 and 77, found 66 and 65"},
+      {10, 99999, "at byte 54: expected 99945 bytes, found 28"},
+      {14, 41, "at byte 18: expected a header of 40, 52, 56, 108 or 124 bytes, found 41"},
+      {14, 124, "at byte 18: expected 120 bytes, found 64"},
+      {18, 0, "at byte 22: expected a width from 1 on, found 0"},
+      {18, 9, "at byte 54: expected 72 bytes, found 28"},
+      {22, 0x80000000, "at byte 26: expected a height other than 0 and -2^31, found -2147483648"},
+      {22, 0x7FFFFFFF, "at byte 30: expected rows below 2 GiB in a file below 4 GiB, found 1 x 2147483647 pels"},
+      {26, 1 | 7 << 16, "at byte 30: expected 1, 4, 8, 16, 24 or 32 bits, found 7"},
+      {30, 1, "at byte 34: expected 0 or 3, found 1"},
+      {30, 3, "at byte 58: expected a mask of adjacent bits of the pel that no other has, found 134546951"},
+      {74, 0x7FFFFFFF,
+       "at byte 82: expected offsets that leave room for the image below 2^31, found 2147483647 and 0"}};
+  const std::filesystem::path path = std::filesystem::temp_directory_path() / "vnxstd_test_damaged.bmp";
+  for (const auto& [at, value, text] : cases) {
+    std::string bytes = whole;
+    for (std::size_t i = 0; i < 4; ++i) bytes[at + i] = static_cast<char>(value >> 8 * i);
+    std::ofstream(path, std::ios::binary) << bytes;
+    try {
+      qcDIB::readPelBuffer(path.wstring());
+      ADD_FAILURE() << text;
+    } catch (const qcDIB::Errors& error) {
+      ASSERT_TRUE(error.loadContext()) << text;
+      EXPECT_EQ(error.loadContext()->text(), text);
+    }
+  }
+  std::filesystem::remove(path);
+}
+
 TEST(Bitmaps, FailingMedia) {
   qcDIB dib;
   std::ostringstream stream;

@@ -207,8 +207,7 @@ qcPelBuffer<unsigned char> qcDIB::read(const std::wstring& path, qcPelRootPool* 
       }
     }
   });
-  const Placement placement = reader.trailer();
-  placement.check(format);
+  const Placement placement = reader.usableTrailer();
   buffer.offset(placement.xOffset, placement.yOffset);
   return buffer;
 }

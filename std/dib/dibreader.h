@@ -5,10 +5,12 @@
 #include <istream>
 #include <memory>
 
+#include "std/dib/dibbytes.h"
 #include "vnxstd/dib/dib.h"
 
 /// Goes over one bitmap in a stream whose position 0 is the bitmap's first byte. Every failure of the stream is
-/// qcDIB::ReadError, every unusable header qcDIB::BadFormat.
+/// qcDIB::ReadError, every unusable header qcDIB::BadFormat. What is wrong with the bytes has a qcLoadContext; a stream
+/// that fails has none.
 class qc_DIBReader {
  public:
   /// `available` bytes are there; a negative number means all up to the end of the stream.
@@ -22,8 +24,23 @@ class qc_DIBReader {
   void pixels(unsigned char* to, std::size_t count);
   /// Reads what follows the rows; values keep their defaults when it is no trailer.
   qcDIB::Placement trailer();
+  /// The same for pixel buffers: BadFormat where these have no room at the offsets.
+  qcDIB::Placement usableTrailer();
 
  private:
+  /// Says in an error where reading stood, and what was expected and found there.
+  static void locate(qcException& error, std::int64_t position, const std::string& expected, const std::string& found);
+  template <class E>
+  [[noreturn]] static void refuse(const wchar_t* text, std::int64_t position, const std::string& expected,
+                                  const std::string& found);
+  template <class E>
+  [[noreturn]] static void refuse(const wchar_t* text, std::int64_t position, const std::string& expected,
+                                  std::int64_t found);
+
+  std::int64_t infoStart() const noexcept { return fileHeader_ ? dib::kFileHeaderBytes : 0; }
+  void requireBytes(std::int64_t count) const;
+  /// Onwards or back.
+  void skipTo(std::int64_t position);
   void read(unsigned char* to, std::size_t count);
   void seek(std::int64_t position);
   void infoHeader();

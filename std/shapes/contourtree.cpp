@@ -90,8 +90,9 @@ Elements withoutLoops(const Elements& elements, const qcVector<2>& p, std::deque
     const bool isLoop = element->startPoint() == p && element->endPoint() == p && element->hasTangent();
     const auto pieces = isLoop ? piecesOf(*element) : std::vector<qcMappedShape::Held>();
     if (pieces.empty()) apart.push_back(element);
-    for (auto piece = pieces.rbegin(); piece != pieces.rend(); ++piece)
+    for (auto piece = pieces.rbegin(); piece != pieces.rend(); ++piece) {
       waiting.push_back(held.emplace_back(*piece).rep());
+    }
   }
   return apart;
 }

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <limits>
 #include <system_error>
 
 #include <vnxstd/archive/archive.h>
@@ -47,22 +46,9 @@ void requireReadable(const std::string& path, bool isReadOnce) {
 }
 
 FileError errorOf(const std::string& path, const qcException& error) {
-  std::string text = textOf(error);
-  const bool isShort = dynamic_cast<const qcDIB::ReadError*>(&error) != nullptr;
-  std::ifstream file(path, std::ios::binary);
-  if (!file || !(isShort || dynamic_cast<const qcDIB::BadFormat*>(&error))) return {path, text, faultOf(error)};
-  // Reading it once more shows how far that comes.
-  try {
-    qcDIB().init(file);
-  } catch (const qcException&) {
-  }
-  file.clear();
-  const std::streamoff at = file.tellg();
-  file.ignore(std::numeric_limits<std::streamsize>::max());
-  if (file.bad() || at < 0) return unreadable(path);
-  text += "; at byte " + std::to_string(at);
-  if (isShort) text += ": expected more than the " + std::to_string(file.gcount()) + " bytes found";
-  return {path, text};
+  // Not what the bitmap's bytes say, then.
+  if (!error.loadContext() && dynamic_cast<const qcDIB::ReadError*>(&error)) return unreadable(path);
+  return {path, textOf(error), faultOf(error)};
 }
 
 FileKind kindOf(const std::string& path) {

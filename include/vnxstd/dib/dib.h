@@ -76,7 +76,8 @@ class VNXSTD_EXPORT qcDIB {
   }
   ~qcDIB() = default;
 
-  // Reading. Each throws BadFormat or ReadError, and then leaves the bitmap as it was.
+  // Reading. Each throws BadFormat or ReadError, and then leaves the bitmap as it was. The error's loadContext() says
+  // where in the bitmap something is wrong, what was expected and what was found; it is null when the stream failed.
 
   /// Reads a bitmap file from a stream that can seek and in which the bitmap starts at position 0.
   void init(std::istream& stream);
@@ -181,8 +182,7 @@ class VNXSTD_EXPORT qcDIB {
     std::size_t imageBytes() const noexcept {
       return static_cast<std::size_t>(rowBytes) * static_cast<std::size_t>(height);
     }
-    /// Sets rowBytes from width and depth; throws BadFormat for a depth that is not read here and an image whose
-    /// file would pass 4 GiB.
+    /// Sets rowBytes from width and depth; throws BadFormat for an image whose file would pass 4 GiB.
     void layOutRows();
   };
   /// What the trailer carries.

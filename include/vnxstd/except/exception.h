@@ -60,6 +60,7 @@ class VNXSTD_EXPORT qcException : public qcPersistent {
 
  private:
   friend class qcArchive;
+  friend class qc_DIBReader;
   std::shared_ptr<const qcLoadContext> loadContext_;
 };
 
