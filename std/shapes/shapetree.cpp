@@ -498,7 +498,8 @@ void qcShapeTree::sampleElements_(const qcSampleParams& params, qcSampleResult& 
   }
   const bool leaveOut = params.computeTangents() && hasTangent();
   // A contour that is a single point is sampled once.
-  const bool isPoint = isOneContour_() && std::all_of(elements.begin(), elements.end(), [&](const qcShape* element) {
+  const bool isPoint = elements.size() > 1 && isOneContour_() &&
+                       std::all_of(elements.begin(), elements.end(), [&](const qcShape* element) {
                          const qcVector<2> point = elements.front()->startPoint();
                          return element->startPoint() == point && element->endPoint() == point && !hasLength(*element);
                        });
