@@ -824,10 +824,11 @@ TEST_F(Tool, SalvagesWhatIsNotDamaged) {
       }
     }
     const std::string whole = text("d.vdb");
-    std::ifstream source(file("d.vdb"), std::ios::binary);
+    const auto source = openArchive(file("d.vdb"));
+    RecordExtractor records(*source, file("d.vdb"));
     for (long number = 1; number < 5; ++number) {
       std::filesystem::remove(file("one.vdb"));
-      ASSERT_TRUE(extractRecord(*openArchive(file("d.vdb")), source, file("d.vdb"), number, file("one.vdb")));
+      ASSERT_TRUE(records.extract(number, file("one.vdb")));
       qcVDBArchive one(path("one.vdb"), false, false);
       expectRecord(one, number);
       EXPECT_NE(one.storeNewRecord(&record), number);

@@ -212,10 +212,10 @@ Exit DbCommand::extract() const {
   requireReadable(file_);
   return onFile(file_, [&](const std::wstring&) {
     const auto archive = openArchive(file_);
-    std::ifstream bytes(file_, std::ios::binary);
     requireChain(*archive, file_);
+    RecordExtractor records(*archive, file_);
     if (number_ != 0) {
-      if (extractRecord(*archive, bytes, file_, number_, output_)) return exitOf(*archive, file_, kGood);
+      if (records.extract(number_, output_)) return exitOf(*archive, file_, kGood);
       std::cerr << "vnx db: nothing found: no record " << number_ << " in " << file_ << '\n';
       return exitOf(*archive, file_, kNotFound);
     }
@@ -230,7 +230,7 @@ Exit DbCommand::extract() const {
     Exit exit = kGood;
     for (const auto& [mark, file] : files) {
       try {
-        extractRecord(*archive, bytes, file_, mark, file);
+        records.extract(mark, file);
       } catch (const FileError& error) {
         if (error.fault() != Fault::content) throw;
         std::cerr << "vnx db: " << error.what() << '\n';

@@ -25,18 +25,12 @@ namespace {
 using Records = std::vector<qcArchiveRecord>;
 using Kind = qcArchiveRecord::Kind;
 
-// What a record of a database is made of. The object is at 0 where there is none.
-struct Parts {
-  qcArchiveRecord mark, pointer, object;
-  bool bringsObject() const { return object.at == pointer.at + pointer.size; }
-};
-
 // The records of a database: those of its marks that a pointer follows.
-std::vector<Parts> databaseRecords(const Records& records) {
+std::vector<RecordParts> databaseRecords(const Records& records) {
   std::map<long, qcArchiveRecord> objects;
   for (const auto& record : records)
     if (record.kind == Kind::object && !record.removed) objects.emplace(record.number, record);
-  std::vector<Parts> found;
+  std::vector<RecordParts> found;
   for (std::size_t i = 0; i + 1 < records.size(); ++i) {
     if (records[i].kind != Kind::mark || records[i].removed) continue;
     if (records[i + 1].kind != Kind::pointer || records[i + 1].removed) continue;
@@ -80,7 +74,7 @@ void writeHead(qcArchive& to, const qc_Record& record, bool swap) {
   to.raw(bytes.data(), static_cast<long>(bytes.size()));
 }
 
-void writeRecord(const Parts& parts, std::ifstream& from, qcArchive& to) {
+void writeRecord(const RecordParts& parts, std::ifstream& from, qcArchive& to) {
   using namespace qc_format;
   const bool swap = (to.ordering() == qcArchive::littleEndian) != (std::endian::native == std::endian::little);
   constexpr qcUInt64 kHead = kLinkedHead;
@@ -185,7 +179,7 @@ class Mending {
       lose(records[i].at, "record " + std::to_string(records[i].number) + ": no object belongs to its mark");
       at(records[i]).removeMark();
     }
-    for (const Parts& parts : databaseRecords(records)) {
+    for (const RecordParts& parts : databaseRecords(records)) {
       if (parts.bringsObject()) owned.insert(parts.object.at);
       const std::string why = parts.object.at != 0 || isDatabase_ ? whyNot(parts.pointer, &parts.mark) : "";
       if (why.empty()) continue;
@@ -277,20 +271,22 @@ bool hasChain(const qcArchive& archive, const std::string& path) {
   return file && qf_IsRecord(head.data()) && anchor.is(qc_format::kAnchor) && anchor.isValid();
 }
 
-bool extractRecord(const qcArchive& from, std::ifstream& bytes, const std::string& path, long number,
-                   const std::string& to) {
-  const Records records = from.records();
-  const std::vector<Parts> all = databaseRecords(records);
-  const auto wanted = std::find_if(all.begin(), all.end(), [&](const Parts& p) { return p.mark.number == number; });
-  if (wanted == all.end() || wanted->object.at == 0) {
-    if (from.findMark(number) == qcArchive::Position(0)) return false;
-    throw FileError(path, "record " + std::to_string(number) + " has no object");
+RecordExtractor::RecordExtractor(const qcArchive& from, const std::string& path)
+    : from_(from), path_(path), bytes_(path, std::ios::binary) {
+  for (const RecordParts& parts : databaseRecords(from.records())) records_.emplace(parts.mark.number, parts);
+}
+
+bool RecordExtractor::extract(long number, const std::string& to) {
+  const auto wanted = records_.find(number);
+  if (wanted == records_.end() || wanted->second.object.at == 0) {
+    if (from_.findMark(number) == qcArchive::Position(0)) return false;
+    throw FileError(path_, "record " + std::to_string(number) + " has no object");
   }
-  requireDistinct(path, to);
-  bytes.clear();
+  requireDistinct(path_, to);
+  bytes_.clear();
   writeWhole(to, Existing::refused, [&](const std::string& part) {
-    qcFileArchive archive(qf_Widen(part), qcArchive::storing, from.ordering(), true);
-    writeRecord(*wanted, bytes, archive);
+    qcFileArchive archive(qf_Widen(part), qcArchive::storing, from_.ordering(), true);
+    writeRecord(wanted->second, bytes_, archive);
     archive.close();
   });
   return true;
