@@ -8,10 +8,6 @@ namespace {
 
 using namespace scene;
 
-template <class T>
-struct NumericPel : testing::Test {};
-TYPED_TEST_SUITE(NumericPel, NumericPels);
-
 TYPED_TEST(EveryPel, FillsChangeTheirPelsAndNothingElse) {
   using T = TypeParam;
   forEachCase([](long width, long height, bool fillsRows) {
@@ -69,36 +65,34 @@ TYPED_TEST(EveryPel, MovesWithinOneImageAreAsIfThroughACopy) {
   }
 }
 
-TYPED_TEST(NumericPel, ExtremesOfAWindow) {
+TYPED_TEST(EveryPel, ExtremesOfAWindow) {
   using T = TypeParam;
-  using E = Element<T>;
-  constexpr int perPel = qcPelTraits<T>::elements;
+  using C = Component<T>;
   forEachCase([](long width, long height, bool fillsRows) {
     Scene<T> scene(width, height, fillsRows);
     T lo, hi;
     qfPelMinmax(scene.buffer, lo, hi);
-    for (int i = 0; i < perPel; ++i) {  // NaN is passed over, zeros have no sign
-      std::vector<E> values;
+    for (int i = 0; i < kComponents<T>; ++i) {  // NaN is passed over, zeros have no sign
+      std::vector<C> values;
       forEachPel(qcPelRect(width, height), [&](long x, long y) {
-        const E value = element<T>(scene.at(x, y), i);
+        const C value = component<T>(scene.at(x, y), i);
         if (value == value) values.push_back(value == 0 ? 0 : value);
       });
-      auto storedLo = qcPelTraits<T>::store(lo), storedHi = qcPelTraits<T>::store(hi);
-      const E results[] = {element<T>(storedLo, i), element<T>(storedHi, i)};
+      const C results[] = {component<T>(qcPelTraits<T>::store(lo), i), component<T>(qcPelTraits<T>::store(hi), i)};
       if (values.empty()) {
         EXPECT_TRUE(results[0] != results[0] && results[1] != results[1]);
         continue;
       }
       const auto [min, max] = std::ranges::minmax(values);
-      const E expected[] = {min, max};
+      const C expected[] = {min, max};
       EXPECT_EQ(std::memcmp(results, expected, sizeof results), 0) << results[0] << ' ' << results[1];
     }
   });
 }
 
-TYPED_TEST(NumericPel, PelwiseExtremesAlsoInPlace) {
+TYPED_TEST(EveryPel, PelwiseExtremesAlsoInPlace) {
   using T = TypeParam;
-  using X = std::conditional_t<std::is_integral_v<Element<T>>, Int128, Element<T>>;
+  using X = std::conditional_t<std::is_integral_v<Component<T>>, Int128, Component<T>>;
   const auto least = [](X a, X b, X, int) { return a != a || b < a ? b : a; };  // NaN is passed over
   const auto largest = [](X a, X b, X, int) { return a != a || b > a ? b : a; };
   for (int round = 0; round < 4; ++round) {  // each with a random target
@@ -246,6 +240,7 @@ TEST(PelFunc, ThreePlanesTogether) {
     expected[0] = 3, expected[static_cast<std::size_t>(i + 1)] = 20, expected.back() = 12;
     EXPECT_EQ(counts, expected);
   }
+  EXPECT_TRUE(qfPelMin(image) == qc3PlanePel(0, 0, 0) && qfPelMax(image) == qc3PlanePel(10, 20, 30));
   qcPelBuffer<qc3PlanePel> copy = qfPelCopy(window);
   EXPECT_THROW(qfPelCopy(window, moved), qcPelFunc::Overlap);
   qfPelMove(window, moved);

@@ -126,4 +126,17 @@ void checkPelwise(Call call, Formula formula, bool isAccumulated = false) {
   });
 }
 
+/// Runs a function on a 3-plane image, and expects of every plane what the 8-bit function makes of it.
+void expectPlanes(const auto& function) {
+  qcPelBuffer<qc3PlanePel> image(qcPelRect(3, 4, 21, 17));
+  const auto byte = [] { return randomNumber<unsigned char>(1, 1); };
+  forEachPel(image.window(), [&](long x, long y) { image.put(x, y, {byte(), byte(), byte()}); });
+  qcPelBuffer<qc3PlanePel> result = function(image);
+  for (int plane = 0; plane < 3; ++plane) {
+    const auto expected = function(image.planeBuffer(plane));
+    EXPECT_EQ(result.window(), expected.window());
+    EXPECT_TRUE(qfPelEqual(result.planeBuffer(plane), expected));
+  }
+}
+
 }  // namespace scene
