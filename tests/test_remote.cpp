@@ -1,7 +1,5 @@
 // Images on the other side of a connection.
 
-#include <csignal>
-
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -153,23 +151,6 @@ TYPED_TEST(RemoteImage, IsReadAndWrittenByAnotherProcessAndComesHome) {
   in->reserve8();
 }
 
-TEST(RemoteRoots, AKilledProcessBreaksCallsInTheirMiddle) {
-  Peer peer([](qcCommunicator& communicator) {
-    Grey image = noise<unsigned char>(1000, 1000);
-    *communicator.archive(Dir::storing) || image;
-    communicator.serve(1e300);
-  });
-  Grey proxy;
-  const auto in = peer.end->archive(Dir::loading);
-  *in || proxy;
-  std::jthread killer([&] { kill(peer.process(), SIGKILL); });
-  EXPECT_THROW(for (;;) proxy.get(1, 1), qcTcpip::ConnectionBroken);
-  EXPECT_THROW(qfPelCopy(proxy), qcTcpip::ConnectionBroken);
-  EXPECT_THROW(*in || proxy, qcTcpip::ConnectionBroken);
-  killer.join();
-  EXPECT_EQ(peer.finish(), SIGKILL);
-}
-
 // --- who holds what -------------------------------------------------------------------------------------------------
 
 TEST(RemoteRoots, AreHeldAsLongAsThePeerHasThem) {
@@ -313,19 +294,6 @@ TEST(RemoteRoots, ThreadsOfBothSidesSendMoreThanTheConnectionHolds) {
   };
   std::jthread there([&] { exchange(proxy, mine, *pair.user, pair.back, pair.in); });
   exchange(other, yours, *pair.owner, pair.out, pair.home);
-}
-
-TEST(RemoteRoots, AnswersGoOnWhenServingDoes) {
-  Pair pair;
-  Grey image = noise<unsigned char>(1000, 1000);
-  const Grey proxy = pair.lend(image);
-  std::jthread serving([&](const std::stop_token& stop) {
-    while (!stop.stop_requested()) pair.owner->serve(0);
-  });
-  pair.user->timeOut(5);
-  const auto fetch = [&] { EXPECT_NO_THROW(qfPelCopy(proxy)); };  // together more than the connection holds
-  const std::jthread others[] = {std::jthread(fetch), std::jthread(fetch)};
-  EXPECT_TRUE(sameBytes<unsigned char>(proxy, image));
 }
 
 TEST(RemoteRoots, WhatComesTooLateOrNotAtAllIsNotKept) {

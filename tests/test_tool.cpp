@@ -216,19 +216,6 @@ TEST(Gauge, StraightEdgesNearTheMiddleAreNotRound) {
   }
 }
 
-// Grey levels of two kinds: the best threshold lies between them, and parts them as any brute search would.
-TEST(Blobs, ThresholdParts) {
-  qcRandomGaussian random(3);
-  for (int i = 0; i < 20; ++i) {
-    const double dark = 30 + 4 * i, bright = dark + 60 + i;
-    const auto image = imageOf(
-        qcPelRect(60, 50), [&](long x, long) { return std::lround(random.next(5, x < 10 + 2 * i ? dark : bright)); });
-    const unsigned char threshold = otsuThreshold(image);
-    EXPECT_GT(threshold, dark + 15) << i;
-    EXPECT_LT(threshold, bright - 14) << i;
-  }
-}
-
 // Mirrored levels: to part those below 99 from the rest is as good as to part those above 101, to part 99 from 101 is
 // worst.
 TEST(Blobs, ThresholdIsNotBetweenTwoThatAreAlike) {

@@ -38,7 +38,6 @@ class Peer {
     process_ = 0;
     return status;
   }
-  pid_t process() const { return process_; }
 
   std::unique_ptr<qcCommunicator> end;
 
