@@ -191,7 +191,7 @@ const Kind kKinds[] = {
        const V middle = box.origin() + box.size() / 2;
        return new qcMappedShape(shape->mapShape({{scale, 0, 0, scale}, -scale * middle}), *xform, r.integer(0, 1));
      },
-     6},
+     9},
     {"decomposed", [](Random& r) { return kKinds[r.integer(0, 15)].make(r)->decompose(); }}};
 
 class ShapeLaws : public testing::TestWithParam<Kind> {

@@ -1,5 +1,6 @@
 // Nonlinear transforms: fits against maps known by construction, laws over all classes, degenerate and hostile input.
 
+#include "std/math/mappoints.h"
 #include "support/records.h"
 #include "support/test.h"
 #include "vnxstd/except.h"
@@ -468,18 +469,24 @@ TEST(Family, BoundsOfOthersBendingMissNoPointWithoutDerivative) {
 
 TEST(Family, ArraysMapBitForBitLikePoints) {
   Source source;
-  std::vector<Handle> all = family(source);
-  for (const int level : {0, 1}) {
-    if (zrtnlxf::useLevel(level) != level) continue;
-    for (const Handle& xform : all) {
-      for (const std::size_t count : {0u, 1u, 3u, 4u, 5u, 8u, 9u, 300u}) {
-        const Points in = source.points(count, 100);
-        Points out = in, inPlace = in;
-        xform->mapPoints(in.data(), out.data(), count);
-        xform->mapPoints(inPlace.data(), inPlace.data(), count);
-        EXPECT_EQ(out, inPlace);
-        EXPECT_EQ(out, mapped(in, [&](const Point& p) { return *xform * p; }));
-      }
+  const Linear linear(qcMatrix<2>(0.8, 0.1, -0.1, 0.7), source.point(9));
+  std::vector<Handle> others = family(source);
+  others.insert(others.end(), {linear * *others[0], linear * *others[2], Handle(new qc2XformComposed)});
+  for (const std::size_t count : {0u, 1u, 2u, 3u, 4u, 5u, 7u, 8u, 9u, 300u, 2500u}) {
+    const Points in = source.points(count, 100);
+    const auto check = [&](const qc2XformBase& xform, const auto& map) {
+      Points out = in, inPlace = in;
+      map(in.data(), out.data());
+      map(inPlace.data(), inPlace.data());
+      EXPECT_EQ(out, inPlace);
+      EXPECT_EQ(out, mapped(in, [&](const Point& p) { return xform * p; }));
+    };
+    for (const auto mapper : vnxstd::pointMappers())
+      check(linear, [&](auto* from, auto* to) { mapper(linear, from, to, count); });
+    for (const int level : {0, 1}) {
+      if (zrtnlxf::useLevel(level) != level) continue;
+      for (const Handle& xform : others)
+        check(*xform, [&](auto* from, auto* to) { xform->mapPoints(from, to, count); });
     }
   }
   zrtnlxf::useLevel(1);

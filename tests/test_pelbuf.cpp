@@ -503,20 +503,6 @@ TEST(BufferArchive, BuffersOfOneRootShareItAgain) {
   EXPECT_EQ(partBack.get(3, 4), 99);
 }
 
-TEST(BufferArchive, ImagesOfTheirOwnLoadOneAfterTheOther) {
-  qcMemoryArchive archive(kLittle, false);
-  for (long width = 1; width <= 3; ++width) {
-    qcPelBuffer<unsigned char> image(width, 1);
-    archive || image;
-  }
-  qcMemoryArchive in(archive.storage(), static_cast<long>(archive.bytes().size()), false);
-  for (long width = 1; width <= 3; ++width) {  // none lives when the next one comes
-    qcPelBuffer<unsigned char> image;
-    in || image;
-    EXPECT_EQ(image.window().width(), width);
-  }
-}
-
 // Writes any version of the layout, field by field.
 std::string oldLayout(unsigned char version, const qcPelRect& window, qcPair<long> offset, qcPtrHandle<qc_PelRoot> root,
                       const qcXform<2>& xform) {

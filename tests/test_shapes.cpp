@@ -441,13 +441,17 @@ TEST(ShapeArchives, ForgetShapesThatChange) {
   const auto check = []<class T>(T, const auto& change) {
     auto* const shape = new T;
     const Shape stored(shape);
-    Shape first, second;
+    Shape first, same, second;
     qcMemoryArchive out(kLittle, false);
-    out << stored;
+    {
+      qcMemoryArchive other(kLittle, false);  // which holds it, too
+      other << stored;
+      out << stored << stored;
+    }
     change(*shape);
     out << stored;
-    load(bytesOf(out), first, second);
-    EXPECT_TRUE(!first->equal_(*second) && second->equal_(*shape));
+    load(bytesOf(out), first, same, second);
+    EXPECT_TRUE(first == same && !first->equal_(*second) && second->equal_(*shape));
   };
   check(qcLineSeg(), [](auto& s) { s.p2({9, 9}); });
   check(qcFLine(), [](auto& s) { s.distance(3); });

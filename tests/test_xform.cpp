@@ -1,6 +1,5 @@
 // The family of transforms: laws over random members, linear, bent and composed; caches; rigid transforms; archives.
 
-#include "std/math/mappoints.h"
 #include "support/records.h"
 #include "support/test.h"
 #include "vnxstd/except/pelerrors.h"
@@ -60,26 +59,6 @@ TEST(Family, LawsHoldForEveryPair) {
     const double h = 1e-5;
     for (const Point& e : {Point(h, 0), Point(0, h)})
       EXPECT_TRUE(qfRealEq(form.mapVector(e) / h, (*ab * (p + e) - *ab * (p - e)) / (2 * h), 1e-5));
-  }
-}
-
-TEST(Family, ArraysMapBitForBitLikePoints) {
-  Source source;
-  const Handle linear = source.linear(), bend(new Bend(0.3));
-  const Handle others[] = {bend, *bend * *linear, Handle(new qc2XformComposed)};
-  for (const std::size_t count : {0u, 1u, 2u, 3u, 7u, 2500u}) {
-    std::vector<Point> in(count), out(count);
-    for (Point& p : in) p = source.point();
-    const auto check = [&](const qc2XformBase& xform, const auto& map) {
-      std::vector<Point> inPlace = in;
-      map(in.data(), out.data());
-      map(inPlace.data(), inPlace.data());
-      EXPECT_EQ(out, inPlace);
-      for (std::size_t i = 0; i < count; ++i) ASSERT_EQ(out[i], xform * in[i]);
-    };
-    for (const auto mapper : vnxstd::pointMappers())
-      check(*linear, [&](auto* from, auto* to) { mapper(linear->linearXform(Point()), from, to, count); });
-    for (const Handle& other : others) check(*other, [&](auto* from, auto* to) { other->mapPoints(from, to, count); });
   }
 }
 
