@@ -139,7 +139,7 @@ Shape ringed(Random& r) {
   return tree;
 }
 
-const Kind kRegions[] = {
+const Kind kKinds[] = {
     {"polygon", [](Random& r, double g) -> Shape { return new qcPolyline(r.star(r.point(4), 1, 8, g), true); }, 60000},
     {"circle",
      [](Random& r, double g) -> Shape {
@@ -157,49 +157,7 @@ const Kind kRegions[] = {
      5000},
     {"contour", [](Random& r, double) { return roundedContour(r, true); }, 5000},
     {"nested", nestedStars, 3000},
-    {"ring", [](Random& r, double) { return ringed(r); }, 2000}};
-
-class Regions : public testing::TestWithParam<Kind> {};
-INSTANTIATE_TEST_SUITE_P(All, Regions, testing::ValuesIn(kRegions));
-
-TEST_P(Regions, FallApartIntoInsideAndOutside) {
-  long clippedCases = 0, points = 0;
-  forSeeds<Random>(GetParam().cases / kShare, [&](Random& r, unsigned seed) {
-    const double grid = seed % 3;
-    const qcPolyline polygon(r.star(r.snapped(r.point(2), grid), 1, 8, grid), true);
-    const Shape shape = GetParam().make(r, grid);
-    const double whole = area(*shape);
-    if (polygon.area() == 0 || whole == 0) return;
-    Result result;
-    const Shape inside = shape->clip(polygon, result, r.flip()), outside = shape->clip(outsideOf(polygon), false);
-    ASSERT_NEAR(area(*inside) + area(*outside), whole, 1e-9);
-    ASSERT_EQ(result == Result::outside, inside->isEmpty());
-    ASSERT_EQ(result == Result::outside || result == Result::inside, inside->equal_(*shape) || inside->isEmpty());
-    ASSERT_TRUE(grid > 0 || (result == Result::inside) == (whole - area(*inside) < 1e-12));
-    for (const qcShape* part : parts(*inside)) ASSERT_EQ(part->isRightHanded(), shape->isRightHanded());
-    clippedCases += result == Result::clipped;
-    for (int i = 0; i < 4; ++i) {
-      const V p = r.point(9);
-      if (distance(*shape, p) < kNear || distance(polygon, p) < kNear) continue;
-      const bool in = polygon.within(p);
-      ASSERT_EQ(within(*inside, p), in && shape->within(p)) << p.x() << " " << p.y();
-      ASSERT_EQ(within(*outside, p), !in && shape->within(p)) << p.x() << " " << p.y();
-      ++points;
-    }
-    // What bounds the inside lies on either boundary, and of that the part inside the other.
-    if (seed % 16 != 0 || inside->isEmpty()) return;
-    if (shape->isReversible()) {
-      ASSERT_NEAR(inside->perimeter(), shape->reverse()->clip(polygon, false)->perimeter(), 1e-9);
-    }
-    qcShape::qcSampleResult samples;
-    inside->sample(qcShape::qcSampleParams(0, 1, 1000), samples);
-    for (const V& p : samples.positions()) ASSERT_LT(std::min(distance(*shape, p), distance(polygon, p)), 1e-9);
-  });
-  EXPECT_GT(clippedCases, GetParam().cases / kShare / 3);
-  EXPECT_GT(points, GetParam().cases / kShare);
-}
-
-const Kind kContours[] = {
+    {"ring", [](Random& r, double) { return ringed(r); }, 2000},
     {"segment",
      [](Random& r, double g) -> Shape { return new qcLineSeg(r.snapped(r.point(9), g), r.snapped(r.point(9), g)); },
      20000},
@@ -210,42 +168,70 @@ const Kind kContours[] = {
        return new qcEllipseArc2(anyEllipse(r), qcRadian(r.real(-3, 3)), qcRadian(r.real(-6, 6)));
      },
      10000},
-    {"open contour", [](Random& r, double) { return roundedContour(r, false); }, 5000}};
+    {"open contour", [](Random& r, double) { return roundedContour(r, false); }, 5000},
+    {"part of a part",
+     [](Random& r, double g) {
+       Shape shape = kKinds[r.integer(0, 6)].make(r, g);
+       for (int i = 0; i < 3; ++i) {
+         const qcPolyline polygon(r.star(r.snapped(r.point(2), g), 1, 8, r.flip() ? g : 0), true);
+         const Shape part = shape->clip(polygon, false);
+         if (!part->isEmpty()) shape = parts(*part)[0]->clone();
+       }
+       return shape;
+     },
+     4000}};
 
-class Contours : public testing::TestWithParam<Kind> {};
-INSTANTIATE_TEST_SUITE_P(All, Contours, testing::ValuesIn(kContours));
+class Clipping : public testing::TestWithParam<Kind> {};
+INSTANTIATE_TEST_SUITE_P(All, Clipping, testing::ValuesIn(kKinds));
 
-TEST_P(Contours, FallApartIntoInsideAndOutside) {
+// By their areas and the points in them, or by their lengths and the points on them.
+TEST_P(Clipping, PartsInsideFromOutside) {
+  unsigned clippedCases = 0, points = 0;
   forSeeds<Random>(GetParam().cases / kShare, [&](Random& r, unsigned seed) {
     const double grid = seed % 3;
     const qcPolyline polygon(r.star(r.snapped(r.point(2), grid), 1, 8, grid), true);
     const Shape shape = GetParam().make(r, grid);
-    const double whole = shape->perimeter();
+    const bool region = shape->isRegion();
+    const double whole = region ? area(*shape) : length(*shape);
     if (polygon.area() == 0 || whole == 0) return;
     Result result;
-    const Shape inside = shape->clip(polygon, result, false), outside = shape->clip(outsideOf(polygon), false);
-    const double sum = length(*inside) + length(*outside);
+    const Shape inside = shape->clip(polygon, result, region && r.flip()),
+                outside = shape->clip(outsideOf(polygon), false);
+    const double in = region ? area(*inside) : length(*inside), out = region ? area(*outside) : length(*outside);
     // What runs along the polygon is on both sides of it.
-    ASSERT_TRUE(sum > whole - 1e-9 && (sum < whole + 1e-9 || grid > 0));
+    ASSERT_TRUE(in + out > whole - 1e-9 && (in + out < whole + 1e-9 || (!region && grid > 0)));
     ASSERT_EQ(result == Result::outside, inside->isEmpty());
     ASSERT_EQ(result == Result::inside, inside->equal_(*shape));
+    ASSERT_TRUE(!region || grid > 0 || (result == Result::inside) == (whole - in < 1e-12));
+    clippedCases += result == Result::clipped;
     const qcShapeInfo info(*shape);
     double along = -1e-9;
     for (const qcShape* part : parts(*inside)) {
-      ASSERT_TRUE(part->isOpenContour());
-      if (GetParam().name == std::string("segment") || GetParam().name == std::string("arc")) {
-        const double start = info.distanceAlong(shape->nearestPerimPos(info, part->startPoint()));
-        ASSERT_GT(start, along - 1e-9);
-        along = start + part->perimeter();
-      }
+      ASSERT_TRUE(region ? part->isRightHanded() == shape->isRightHanded() : part->isOpenContour());
+      if (GetParam().name != std::string("segment") && GetParam().name != std::string("arc")) continue;
+      const double start = info.distanceAlong(shape->nearestPerimPos(info, part->startPoint()));
+      ASSERT_GT(start, along - 1e-9);
+      along = start + part->perimeter();
     }
     for (int i = 0; i < 4; ++i) {
-      const V p = shape->perimPoint(info, info.perimPos(r.real(0, whole)));
-      if (distance(polygon, p) < kNear) continue;
-      ASSERT_EQ(distance(*inside, p) < 1e-9, polygon.within(p));
-      ASSERT_EQ(distance(*outside, p) < 1e-9, !polygon.within(p));
+      const V p = region ? r.point(9) : shape->perimPoint(info, info.perimPos(r.real(0, whole)));
+      if ((region && distance(*shape, p) < kNear) || distance(polygon, p) < kNear) continue;
+      const auto has = [&](const qcShape& part) { return region ? within(part, p) : distance(part, p) < 1e-9; };
+      ASSERT_EQ(has(*inside), polygon.within(p) && has(*shape)) << p.x() << " " << p.y();
+      ASSERT_EQ(has(*outside), !polygon.within(p) && has(*shape)) << p.x() << " " << p.y();
+      ++points;
     }
+    // What bounds the inside lies on either boundary, and of that the part inside the other.
+    if (!region || seed % 16 != 0 || inside->isEmpty()) return;
+    if (shape->isReversible()) {
+      ASSERT_NEAR(inside->perimeter(), shape->reverse()->clip(polygon, false)->perimeter(), 1e-9);
+    }
+    qcShape::qcSampleResult samples;
+    inside->sample(qcShape::qcSampleParams(0, 1, 1000), samples);
+    for (const V& p : samples.positions()) ASSERT_LT(std::min(distance(*shape, p), distance(polygon, p)), 1e-9);
   });
+  EXPECT_GT(clippedCases, GetParam().cases / kShare / 3);
+  EXPECT_GT(points, GetParam().cases / kShare);
 }
 
 TEST(Lines, AreCutLikeLongSegments) {
@@ -330,23 +316,7 @@ TEST(CrossingBoundaries, AreClippedWhereTheyWind) {
   });
 }
 
-// What was cut off is a shape like any other.
-TEST(PartsOfParts, FallApartIntoInsideAndOutside) {
-  forSeeds<Random>(4200 / kShare, [&](Random& r, unsigned seed) {
-    const double grid = seed % 3;
-    Shape shape = kRegions[seed % 7].make(r, grid);
-    for (int i = 0; i < 4; ++i) {
-      const qcPolyline polygon(r.star(r.snapped(r.point(2), grid), 1, 8, r.flip() ? grid : 0), true);
-      if (polygon.area() == 0) continue;
-      const Shape inside = shape->clip(polygon, false), outside = shape->clip(outsideOf(polygon), false);
-      ASSERT_NEAR(area(*inside) + area(*outside), area(*shape), 1e-9);
-      ASSERT_NEAR(area(*inside->clip(polygon, false)) + area(*outside->clip(polygon, false)), area(*inside), 1e-9);
-      shape = area(*inside) > area(*outside) ? inside : outside;
-    }
-  });
-}
-
-TEST(PartsOfParts, OfAnArcByATriangleFromItsStartLieOnIt) {
+TEST(Parts, OfAnArcByATriangleFromItsStartLieOnIt) {
   forSeeds<Random>(20000, [&](Random& r, unsigned seed) {
     const qcEllipse2 ellipse(r.point(1), r.angle(), {r.real(0.5, 4), r.real(0.5, 4)}, true, r.angle());
     const double from = r.real(-3, 3);
