@@ -509,48 +509,6 @@ TEST(Index, KeepsWhatAPointerRefersToUntilItsRedirectionIsWhole) {
   }
 }
 
-TEST(Index, DamageHidesNothingBeforeItAndSalvageFindsTheRest) {
-  qcMemoryArchive out(kBig, true);
-  std::vector<std::size_t> places;
-  for (int i = 1; i <= 6; ++i) {
-    places.push_back(static_cast<std::size_t>(static_cast<std::streamoff>(out.tell())));
-    out.writeNewMark(i);
-    Item item(i);
-    out.storeObject(&item);
-  }
-  const std::string sound = bytesOf(out);
-  std::mt19937 random(3);
-  for (int trial = 0; trial < 300; ++trial) {
-    const std::size_t hit = random() % 6;
-    const std::size_t byte = random() % 42;
-    if (hit == 5 || (byte >= 5 && byte < 9) || byte == 9 || byte >= 34) continue;  // other numbers, flags: no damage
-    if (byte >= 10 && byte < 18) continue;                                         // nothing follows a mark
-    std::string bytes = sound;
-    char& struck = bytes[places[hit] + byte];
-    struck = static_cast<char>(struck ^ static_cast<char>(1 + random() % 255));
-    BytesArchive archive(bytes, true);
-    if (byte == 4 && archive->damaged() == qcArchive::Position(0)) continue;  // record version 0 is read alike
-    EXPECT_NE(archive->damaged(), qcArchive::Position(0)) << hit << ' ' << byte;
-    for (long i = 1; i <= static_cast<long>(hit); ++i) EXPECT_EQ(numberAt(*archive, i), i);
-    archive->append();
-    EXPECT_THROW(archive->writeNewMark(), qcArchive::BadContent);
-    EXPECT_GT(archive->salvage(), 0);
-    // The mark itself is lost only when its own head does not tell what it is.
-    const bool isLink = byte >= 18 && byte < 26;
-    for (long i = static_cast<long>(hit) + (isLink ? 1 : 2); i <= 6; ++i)
-      EXPECT_EQ(numberAt(*archive, i), i) << hit << ' ' << byte;
-    // Mended, it is as good as any other that had those records, and grows.
-    const std::vector<long> marks = marksOf(*archive);
-    archive->relink();
-    archive->append();
-    archive->writeNewMark(99);
-    BytesArchive again(bytesOf(static_cast<qcMemoryArchive&>(*archive)), true);
-    EXPECT_EQ(again->damaged(), qcArchive::Position(0));
-    EXPECT_TRUE(again->lastMarkNum() == 99 && marksOf(*again).size() == marks.size() + 1) << hit << ' ' << byte;
-    for (const long i : marks) EXPECT_EQ(numberAt(*again, i), i) << hit << ' ' << byte;
-  }
-}
-
 TEST(Index, SalvageFindsWhatLiesBetweenDamage) {
   for (const std::size_t byte : {0U, 3U, 9U, 26U}) {
     qcMemoryArchive out(kLittle, true);

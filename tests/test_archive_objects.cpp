@@ -22,15 +22,6 @@ const std::string kPetName = stored(kBig, false, std::string("(anonymous namespa
 const std::string kNodeName = stored(kBig, false, std::string("(anonymous namespace)::Node"));
 std::string petObject(int number) { return kMarker + std::string{1, 0, static_cast<char>(number)}; }
 
-TEST(Objects, HaveTheBytesOfTheFormat) {
-  const Pet pet(7);
-  EXPECT_EQ(stored(kBig, false, pet), petObject(7));
-  // Leaf, group, exception, root: levels of the same size at the same address are told apart.
-  EXPECT_EQ(stored(kBig, false, qcArchive::Eof("a", 7)), kMarker + fromHex("00000000 01FFFE6100FFFE 00000007"));
-  // In a seekable archive: tag, variant, size of the body, name.
-  EXPECT_EQ(stored(kBig, true, pet), kMarker + fromHex("6F8B6844 00 00000003") + kPetName + fromHex("010007"));
-}
-
 struct Base : Archivable<Base> {
   static void fields(qcArchive& archive) { archive << static_cast<unsigned char>(0xBA); }
 };
@@ -72,14 +63,6 @@ TEST(Objects, OldLayoutsAreReadWhereTheClassHasThem) {
   EXPECT_THROW(*old << pet, qcArchive::CannotWriteToOldArchive);
   EXPECT_THROW(*old << NodeHandle(new Node), qcArchive::CannotWriteToOldArchive);
   EXPECT_THROW(old->storeObject(&pet), qcArchive::CannotWriteToOldArchive);
-}
-
-TEST(Pointers, HaveTheBytesOfTheFormat) {
-  Pet pet(7);
-  qcMemoryArchive archive(kBig, false);
-  qcPersistent* objects[] = {&pet, nullptr, &pet};
-  for (qcPersistent* object : objects) qcPersistent::serializePointer(archive, object, object);
-  EXPECT_EQ(bytesOf(archive), headOf(kBig) + record(1, 1, kPetName + petObject(7)) + record(0, 0) + record(1, 0));
 }
 
 TEST(Pointers, EveryBadRecordHasItsError) {
@@ -262,34 +245,7 @@ TEST_P(Graphs, NestingHasALimitBothWays) {
   dissolve(circle);
 }
 
-// `value` is refused before it takes much memory.
-void expectRefusedCheaply(qcArchive& archive, auto& value) {
-  const PeakAllocation peak;
-  EXPECT_THROW(archive || value, qcArchive::BadContent);
-  EXPECT_LT(peak.bytes(), 1000000U);
-}
-
 TEST(HostileArchives, RecordsThatOverlapDoNotMultiplyTheData) {
-  // Record i refers to record i + 1 by position, and its array of numbers covers all records behind it.
-  constexpr int kRecords = 300, kNumbers = 4000;
-  std::string bytes = headOf(kBig, true);
-  for (int i = 1; i <= kRecords; ++i) {
-    const auto start = static_cast<unsigned>(bytes.size());
-    std::string reference = record(i == kRecords ? 0 : i + 1, 0);
-    const std::string body = fromHex("0000") + stored(kBig, false, std::string(), 1);
-    const std::string entry = fromHex("6F8B6844 00 00FFFFFF") + kNodeName;
-    const std::size_t size = 18 + kNodeName.size() + kMarker.size() + entry.size() + body.size() + reference.size() + 4;
-    if (i < kRecords) reference.replace(14, 4, stored(kBig, false, start + static_cast<unsigned>(size)));
-    bytes += record(i, 1, kNodeName + kMarker + entry + body + reference) + stored(kBig, false, kNumbers);
-  }
-  bytes.resize(bytes.size() + kNumbers * 8 + 100);
-  BytesArchive archive(std::move(bytes), true);
-  NodeHandle root;
-  expectRefusedCheaply(*archive, root);
-  EXPECT_EQ(alive, 0);
-}
-
-TEST(HostileArchives, NorDoTheyWhenReferencesToThemFollowEachOther) {
   // A vector of references to nodes, each with numbers that cover all nodes behind it.
   constexpr std::size_t kRecords = 300, kNumbers = 2000, kStride = 144;
   const std::string name = stored(kBig, false, std::string(kStride - 44 - 2 * kNodeName.size(), 'n'));
@@ -308,7 +264,9 @@ TEST(HostileArchives, NorDoTheyWhenReferencesToThemFollowEachOther) {
                            std::string(kNumbers * 8, '\0') + record(0, 0) + record(0, 0),
                        true);
   std::vector<NodeHandle> nodes;
-  expectRefusedCheaply(*archive, nodes);
+  const PeakAllocation peak;
+  EXPECT_THROW(*archive || nodes, qcArchive::BadContent);
+  EXPECT_LT(peak.bytes(), 1000000U);
   // What is let go of makes room: the first one can be read as often as one likes.
   for (int round = 0; round < 100; ++round) {
     nodes.clear();
@@ -440,14 +398,6 @@ TEST(SeekableArchives, CanBeReadAtAnyObjectAndAppendedTo) {
         EXPECT_LT(static_cast<long>(archive->tell()) - before, 43);
         dissolve(known);
       }
-      // Back to reading, in the same archive: the objects are new ones.
-      archive->mode(qcArchive::loading);
-      archive->seek(places.back());
-      NodeHandle back;
-      *archive || back;
-      expectSame(written.back(), back);
-      EXPECT_NE(back.rep(), written.back().rep());
-      dissolve(back);
       bytes = bytesOf(static_cast<qcMemoryArchive&>(*archive));
     }
     BytesArchive archive(bytes, true);
@@ -461,23 +411,6 @@ TEST(SeekableArchives, CanBeReadAtAnyObjectAndAppendedTo) {
     for (const auto& root : written) dissolve(root);
   }
   EXPECT_EQ(alive, 0);
-}
-
-TEST(SeekableArchives, CanBeReadFromTheInsideOut) {
-  std::vector<NodeHandle> chain{NodeHandle(new Node)};
-  for (int i = 0; i < 100; ++i) {
-    chain.emplace_back(new Node);
-    chain.back()->edges = {chain[chain.size() - 2]};
-  }
-  qcMemoryArchive out(kBig, true);
-  out << chain.back();
-  const auto start = out.tell();
-  out << chain;
-  BytesArchive in(bytesOf(out), true);
-  in->seek(start);
-  std::vector<NodeHandle> back;
-  *in || back;
-  EXPECT_EQ(reachable(back.back()).size(), chain.size());
 }
 
 TEST(SeekableArchives, SkipWhatAClassDoesNotKnowAndCheckSizes) {
