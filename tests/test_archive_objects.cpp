@@ -314,24 +314,6 @@ TEST(HeldObjects, ANewObjectAtAFreedAddressIsANewObject) {
             headOf(kBig) + record(1, 1, kPetName + petObject(1)) + record(2, 1, kPetName + petObject(2)));
 }
 
-TEST(HeldObjects, AReferenceToALoadedObjectThatIsGoneNeedsASeekableArchive) {
-  const NodeHandle node(new Node);
-  node->name = "n";
-  for (const bool seekable : {false, true}) {
-    BytesArchive archive(headOf(kBig, seekable) + stored(kBig, seekable, node, node), seekable);
-    NodeHandle back;
-    *archive || back;
-    back.release();
-    if (seekable) {
-      *archive || back;
-      EXPECT_EQ(back->name, "n");
-      EXPECT_EQ(archive->remaining(), 0);
-    } else {
-      EXPECT_THROW(*archive || back, qcArchive::NotFound);
-    }
-  }
-}
-
 TEST(SeekableArchives, OnlyTheyCanTurnAndMove) {
   BytesArchive plain(fromHex("02 00 00"));
   EXPECT_EQ(errorOf([&] { plain->mode(qcArchive::storing); }),

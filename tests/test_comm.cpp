@@ -53,29 +53,6 @@ TEST(Transfer, CarriesObjectsToAnotherProcessAndBack) {
   EXPECT_FALSE(in->isConnected());
 }
 
-TEST(Transfer, ErrorsAreThrownAgainOnTheOtherSide) {
-  Peer peer([](qcCommunicator& communicator) {
-    const auto out = communicator.archive(Dir::storing);
-    qcPersistent* ignored = nullptr;
-    try {
-      throw qcArchive::UnknownType("Gauge", "there", 7);
-    } catch (qcException& error) {
-      qcPersistent::serializePointer(*out, &error, ignored);
-    }
-    out->flush();
-    char half[] = "\xF1\x66\x4B\xDF";  // of an object
-    out->raw(half, 4);
-    out->flush();
-  });
-  const auto in = peer.end->archive(Dir::loading);
-  qcPersistent* loaded = nullptr;
-  qcPersistent::serializePointer(*in, nullptr, loaded);
-  EXPECT_EQ(errorOf([&] { dynamic_cast<qcException&>(*loaded).suicideAndRethrow(); }),
-            L"qcArchive::UnknownType: Gauge; thrown from file: there, line: 7");
-  qcArchive::BadFile broken("", 0);
-  EXPECT_THROW(*in >> broken, qcTcpip::ConnectionBroken) << "in the middle of an object";
-}
-
 TEST(Transfer, TimeOutsCoverWholeMessages) {
   auto [mine, other] = qcCommunicator::loopback();
   const auto frame = [](std::uint32_t count, bool last, std::string bytes) {
