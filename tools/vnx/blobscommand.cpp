@@ -1,11 +1,12 @@
 #include "blobscommand.h"
 
-#include <charconv>
 #include <cstdio>
 #include <iostream>
+#include <limits>
 #include <numbers>
 
 #include "files.h"
+#include "numberoption.h"
 #include "overlay.h"
 #include "svg.h"
 #include "wholefile.h"
@@ -43,7 +44,8 @@ BlobsCommand::BlobsCommand(CLI::App& app)
                        "Grey value from 0 to 255 from which pixels are bright, or auto: the one that divides dark from "
                        "bright best, by Otsu's method (auto)");
   command_->add_flag("--dark", isDark_, "Look for the regions below the threshold");
-  command_->add_option("--min-area", leastArea_, "Leave out regions of fewer pixels (1)");
+  addNumber(*command_, "--min-area", leastArea_, "Leave out regions of fewer pixels (1)", 1L,
+            std::numeric_limits<long>::max());
   command_->add_option("--overlay", overlay_,
                        "Draw over the image, as a bitmap: the borders (yellow) and the centroids (green)");
 }
@@ -52,13 +54,10 @@ BlobParams BlobsCommand::params() const {
   if (image_.empty()) throw WrongCall("which image?");
   BlobParams params;
   if (threshold_ != "auto") {
-    unsigned char value = 0;
-    const char* const end = threshold_.data() + threshold_.size();
-    if (const auto read = std::from_chars(threshold_.data(), end, value); read.ec != std::errc() || read.ptr != end)
+    params.threshold = readNumber<unsigned char>(threshold_);
+    if (!params.threshold)
       throw WrongCall("--threshold takes a whole number from 0 to 255 or auto, not \"" + threshold_ + '"');
-    params.threshold = value;
   }
-  if (leastArea_ < 1) throw WrongCall("--min-area takes a number of pixels from 1 on");
   params.isDark = isDark_;
   params.leastArea = leastArea_;
   return params;

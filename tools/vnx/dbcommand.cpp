@@ -1,7 +1,6 @@
 #include "dbcommand.h"
 
 #include <array>
-#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -18,6 +17,7 @@
 #include "files.h"
 #include "info.h"
 #include "json.h"
+#include "numberoption.h"
 #include "objects.h"
 #include "salvage.h"
 #include "wrongcall.h"
@@ -150,11 +150,12 @@ DbCommand::DbCommand(CLI::App& app)
   salvage_->add_option("-o,--output", output_, "The file to write, which must not exist");
   salvage_->add_flag("--in-place", inPlace_, "Take the file's place; the file as it was is kept as FILE.damaged");
   for (CLI::App* sub : {show_, remove_, renumber_, grade_, extract_})
-    sub->add_option("number", number_, "Number of the record");
-  renumber_->add_option("new", other_, "Its new number");
+    addNumber(*sub, "number", number_, "Number of the record", 1L, qcVDBArchive::kLastNumber);
+  addNumber(*renumber_, "new", other_, "Its new number", 1L, qcVDBArchive::kLastNumber);
   grade_->add_option("grade", wanted_, "unknown, good, bad or review");
-  typeGiven_ = grade_->add_option("--type", type_, "Another type, -128 to 127, too");
-  metricGiven_ = grade_->add_option("--metric", metric_, "Another distance metric, too");
+  constexpr float kMost = std::numeric_limits<float>::max();
+  typeGiven_ = addNumber(*grade_, "--type", type_, "Another type, -128 to 127, too", -128L, 127L);
+  metricGiven_ = addNumber(*grade_, "--metric", metric_, "Another distance metric, too", -kMost, kMost);
 }
 
 Exit DbCommand::run() const {
@@ -164,14 +165,9 @@ Exit DbCommand::run() const {
   if (extract_->parsed()) return extract();
   if (salvage_->parsed()) return salvage();
   const bool isOne = !list_->parsed() && !check_->parsed();
-  if (isOne && number_ < 1) throw WrongCall("which record? Its number is needed");
-  if (number_ > qcVDBArchive::kLastNumber) throw WrongCall("no record has that number");
-  if (renumber_->parsed() && (other_ < 1 || other_ > qcVDBArchive::kLastNumber))
-    throw WrongCall("the new number must be one from 1 to " + std::to_string(qcVDBArchive::kLastNumber));
+  if (isOne && number_ == 0) throw WrongCall("which record? Its number is needed");
+  if (renumber_->parsed() && other_ == 0) throw WrongCall("which new number?");
   const qcVDB::Grade grade = grade_->parsed() ? gradeOf(wanted_) : qcVDB::unknown;
-  if (type_ < -128 || type_ > 127) throw WrongCall("a type is a number from -128 to 127");
-  if (std::isfinite(metric_) && std::abs(metric_) > std::numeric_limits<float>::max())
-    throw WrongCall("a metric is a number of single precision");
   requireReadable(file_);
   const bool changes = remove_->parsed() || renumber_->parsed() || grade_->parsed();
   return onFile(file_, [&](const std::wstring& path) {
@@ -198,7 +194,7 @@ Exit DbCommand::run() const {
       qcVDBHeader header = database.loadHeader();
       header.currentGrade(grade);
       if (typeGiven_->count() != 0) header.currentType(static_cast<qcVDB::ResultType>(type_));
-      if (metricGiven_->count() != 0) header.distanceMetric(static_cast<float>(metric_));
+      if (metricGiven_->count() != 0) header.distanceMetric(metric_);
       database.replaceGrade(header);
     }
     database.sync();
@@ -208,7 +204,6 @@ Exit DbCommand::run() const {
 
 Exit DbCommand::extract() const {
   if (output_.empty()) throw WrongCall("-o is missing");
-  if (number_ < 0 || number_ > qcVDBArchive::kLastNumber) throw WrongCall("no record has that number");
   requireReadable(file_);
   return onFile(file_, [&](const std::wstring&) {
     const auto archive = openArchive(file_);

@@ -24,7 +24,7 @@ class DbCommand {
   std::string file_, wanted_, output_;
   bool inPlace_ = false;
   long number_ = 0, other_ = 0;
-  double metric_ = 0;
+  float metric_ = 0;
   long type_ = 0;
   CLI::Option *typeGiven_, *metricGiven_;
 };

@@ -8,6 +8,7 @@
 
 #include "calibration.h"
 #include "files.h"
+#include "numberoption.h"
 #include "overlay.h"
 #include "svg.h"
 #include "wholefile.h"
@@ -76,7 +77,7 @@ GaugeCommand::GaugeCommand(CLI::App& app)
   command_->add_option("--polarity", polarity_,
                        "Change of grey along the scans, which run left to right, top to bottom or outwards: "
                        "dark-light, light-dark or any (any)");
-  command_->add_option("--scans", scans_, "Number of scans, 5 to 10000 (60)");
+  addNumber(*command_, "--scans", scans_, "Number of scans, 5 to 10000 (60)", kFewestScans, kMostScans);
   calibOption_ = command_->add_option("--calib", calib_, "Calibrate: a file of image and world points");
   transformOption_ = command_->add_option("--transform", transform_,
                                           "From image to world: linear, perspective, polynomial:ORDER (3) or "
@@ -93,7 +94,6 @@ GaugeParams GaugeCommand::params() const {
   if (image_.empty()) throw WrongCall("which image?");
   if (region_.empty()) throw WrongCall("--roi X,Y,W,H, or another region, is missing");
   if (feature_.empty()) throw WrongCall("--find line, circle or ellipse is missing");
-  if (scans_ < kFewestScans || scans_ > kMostScans) throw WrongCall("--scans takes 5 to 10000");
   GaugeParams params;
   params.region = Region::parsed(region_);
   params.feature = chosen<Feature>(

@@ -1,6 +1,5 @@
 #include "numbers.h"
 
-#include <charconv>
 #include <cmath>
 
 namespace {
@@ -18,12 +17,9 @@ std::optional<std::vector<double>> readNumbers(std::string_view text, char separ
   std::vector<double> numbers;
   for (;;) {
     const std::size_t end = text.find(separator);
-    std::string_view field = trimmed(text.substr(0, end));
-    if (field.starts_with('+') && !field.starts_with("+-")) field.remove_prefix(1);
-    double value = 0;
-    const auto read = std::from_chars(field.data(), field.data() + field.size(), value);
-    if (read.ec != std::errc() || read.ptr != field.data() + field.size() || !std::isfinite(value)) return std::nullopt;
-    numbers.push_back(value);
+    const auto value = readNumber<double>(trimmed(text.substr(0, end)));
+    if (!value || !std::isfinite(*value)) return std::nullopt;
+    numbers.push_back(*value);
     if (end == std::string_view::npos) return numbers;
     text.remove_prefix(end + 1);
   }

@@ -4,11 +4,12 @@
 #include <iostream>
 
 #include "inspect.h"
+#include "numberoption.h"
 #include "objects.h"
 #include "wrongcall.h"
 
 namespace {
-constexpr long long kDeepest = 2048;  // half of a stack of 8 MiB
+constexpr long kDeepest = 2048;  // half of a stack of 8 MiB
 }
 
 VerifyCommand::VerifyCommand(CLI::App& app)
@@ -18,8 +19,8 @@ VerifyCommand::VerifyCommand(CLI::App& app)
       "is\n"
       "said how many bytes these are.");
   command_->add_option("file", file_, "A bitmap, an archive or a tool database, of any program");
-  const auto limit = [this](const char* name, auto& value, const char* what, long long most) {
-    command_->add_option(name, value, what)->check(CLI::Range(1LL, most));
+  const auto limit = [this](const char* name, auto& value, const char* what, auto most) {
+    addNumber(*command_, name, value, what, decltype(most){1}, most);
   };
   limit("--max-bytes", limits_.bytes, "Bytes that are read in all", qcArchiveLimits::kUnlimited);
   limit("--max-depth", limits_.nesting, "How deep objects may nest, 512 unless set", kDeepest);
