@@ -464,7 +464,8 @@ TEST_F(Tool, RendersWhatArchivesHold) {
     collection->addChild(qcEllipse({1, 2}, {3, 4}, qcRadian(1)));
     const qc2XformPerspective slant(qcMatrix<3>(1, 0, 0, 0, 1, 0, 0.01, 0, 1));
     store(archive, region, collection, new qcMappedShape(qcMappedShape::Held(new qcCircle({1, 2}, 3)), slant, false),
-          new qcMappedShape(qcMappedShape::Held(line.clone()), slant, false));
+          new qcMappedShape(qcMappedShape::Held(line.clone()), slant, false),
+          new qcMappedShape(qcMappedShape::Held(new qcLineSeg({-200, 0}, {0, 0})), slant, false));
     qcPtrHandle<qcShape> bomb(new qcGeneralShapeTree);
     dynamic_cast<qcGeneralShapeTree&>(*bomb).addChild(qcCircle({1, 2}, 3));
     for (int level = 0; level < 3; ++level)
@@ -473,6 +474,7 @@ TEST_F(Tool, RendersWhatArchivesHold) {
     long number = 17;
     archive || number;
   }
+  EXPECT_EQ(run("info shapes.arc"), 0) << errors;
   ASSERT_EQ(run("render shapes.arc -o s.svg"), 0) << errors;
   for (const char* line :
        {"not drawn: 1 of qcPelRoot<qcPair<long>>\n", "not drawn: 1 of qcPolyline (empty)\n",
@@ -647,6 +649,7 @@ TEST_F(Tool, TellsTheKindAndValueOfEachField) {
                 "/0/Archivable<(anonymous namespace)::Fields,qcPersistent>/" + std::to_string(i - 4));
     }
     EXPECT_EQ(said, expected) << static_cast<int>(told.fault);
+    EXPECT_EQ(run("info fields.arc"), 0) << errors;
   }
 }
 
@@ -737,6 +740,7 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   write("bare.arc", "\x03\x01" + std::string(60, 'x'));
   write("r.vdb", lost);
   write("cut.vdb", lost.substr(0, lost.size() - 5));
+  write("first.vdb", lost.substr(0, 75));
   std::string header = lost;
   header[header.rfind(std::string("l\0l", 3)) + 1] = '\xD8';  // half a character
   write("header.vdb", header);

@@ -41,10 +41,7 @@ void describeBitmap(const std::wstring& name, std::ostream& out) {
   row(out, "offset", formatted("(%ld, %ld)", bitmap.xOffset(), bitmap.yOffset()));
 }
 
-}  // namespace
-
-void describeObject(qcPersistent& object, std::ostream& out) {
-  row(out, "object", qcDevEnv::canonicalTypeName(typeid(object).name()));
+void describeContents(qcPersistent& object, std::ostream& out) {
   if (auto* error = dynamic_cast<qcException*>(&object)) row(out, "  message", qf_NarrowLossy(error->message(false)));
   if (auto* measurement = dynamic_cast<vnxMeasurement*>(&object)) {
     row(out, "  image", sizeText(measurement->image.width(), measurement->image.height()));
@@ -61,6 +58,17 @@ void describeObject(qcPersistent& object, std::ostream& out) {
   if (auto* line = dynamic_cast<qcFLine*>(&object))
     row(out, "  line", formatted("angle %.4f deg, distance %g", line->angle().plain(), line->distance()));
   if (auto* xform = dynamic_cast<qc2XformBase*>(&object)) row(out, "  linear", xform->isLinear() ? "yes" : "no");
+}
+
+}  // namespace
+
+void describeObject(qcPersistent& object, std::ostream& out) {
+  row(out, "object", qcDevEnv::canonicalTypeName(typeid(object).name()));
+  try {
+    describeContents(object, out);
+  } catch (const qcException& error) {  // a sound object may have no finite box
+    row(out, "  unmeasured", qf_NarrowLossy(error.message(false)));
+  }
 }
 
 namespace {

@@ -34,26 +34,26 @@ bool hasPointer(const std::vector<qcArchiveRecord>& records, std::size_t mark) {
   return mark + 1 < records.size() && records[mark + 1].kind == qcArchiveRecord::pointer;
 }
 
-ObjectReader::ObjectReader(const std::string& path) : bytes_(path, std::ios::binary), archive_(openArchive(path)) {}
+// What is left of a damaged chain, or of the first record, is no value.
+ObjectReader::ObjectReader(const std::string& path) : bytes_(path, std::ios::binary), archive_(openArchive(path)) {
+  const auto isSome = [](qcArchive::Position place) { return place != qcArchive::Position(0); };
+  isIndexed_ =
+      isSeekable() && (isSome(archive_->damaged()) || isSome(archive_->unfinished()) || !archive_->records().empty());
+}
 
 std::optional<qcPersistent*> ObjectReader::next() {
-  if (isIndexed()) return nextOfIndex();
+  if (isIndexed_) return nextOfIndex();
   constexpr char kRecord[] = {0x4F, char(0xE5), 0x70};
   if (archive_->remaining() <= 0) return std::nullopt;
   const std::streamoff at = archive_->tell();
   std::array<char, 3> tag{};
   bytes_.seekg(at).read(tag.data(), tag.size());
-  if (!bytes_ || !std::equal(tag.begin(), tag.end(), kRecord)) {
-    unnamed_ = at;
-    return std::nullopt;
+  try {
+    if (bytes_ && std::equal(tag.begin(), tag.end(), kRecord)) return load();
+  } catch (const qcArchive::UnknownType&) {  // where it ends nobody else can tell
   }
-  return load();
-}
-
-// What is left of a damaged chain is no value.
-bool ObjectReader::isIndexed() const {
-  return isSeekable() && (archive_->firstObjectID() != 0 || archive_->firstMarkNum() != 0 ||
-                          archive_->damaged() != qcArchive::Position(0));
+  unnamed_ = at;
+  return std::nullopt;
 }
 
 // The records of other programs may be of classes that are known to these alone.

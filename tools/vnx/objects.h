@@ -34,8 +34,9 @@ class KeptObjects {
 };
 
 /// Reads an archive of any program, object by object; all of them live as long as the reader. Objects that stand by
-/// themselves carry their type; anything else only its writer can name. Of a seekable archive with an index the objects
-/// of the index are read whose classes are known. Damage throws the archive's errors.
+/// themselves carry their type; anything else only its writer can name, and so what begins with an object whose class
+/// is not known. Of a seekable archive with an index the objects of the index are read whose classes are known. Damage
+/// throws the archive's errors.
 class ObjectReader {
  public:
   explicit ObjectReader(const std::string& path);
@@ -49,10 +50,10 @@ class ObjectReader {
   std::optional<std::streamoff> unnamed() const { return unnamed_; }
 
  private:
-  bool isIndexed() const;
   std::optional<qcPersistent*> nextOfIndex();
   qcPersistent* load();
 
+  bool isIndexed_ = false;
   long id_ = 0;  // of the object of the index that was read last
   std::ifstream bytes_;
   std::unique_ptr<qcFileArchive> archive_;
