@@ -55,9 +55,6 @@ TEST(Objects, OldLayoutsAreReadWhereTheClassHasThem) {
   EXPECT_EQ(pet.number, 0x2C);
   load("00 00 2D", false);
   EXPECT_EQ(pet.number, 0x2D);
-  EXPECT_EQ(errorOf([&] { load("02 00 F1 66 4B DF 02", false); }),
-            L"qcArchive::UnknownVersion: thrown from file: pet, line: 5");
-  EXPECT_EQ(errorOf([&] { load("02 00 F1 66 4B DF 01 01", false); }), L"qcArchive::UnknownVersion: qcPersistent");
   BytesArchive old(fromHex("01 00"), true);
   old->mode(qcArchive::storing);
   EXPECT_THROW(*old << pet, qcArchive::CannotWriteToOldArchive);
@@ -65,20 +62,14 @@ TEST(Objects, OldLayoutsAreReadWhereTheClassHasThem) {
   EXPECT_THROW(old->storeObject(&pet), qcArchive::CannotWriteToOldArchive);
 }
 
-TEST(Pointers, EveryBadRecordHasItsError) {
+// What any one wrong byte comes to is kept as a file.
+TEST(Pointers, BadRecordsHaveTheirErrors) {
   const auto load = [](const std::string& bytes) {
     NodeHandle handle;
     ::load(headOf(kBig) + bytes, handle);
   };
-  std::string bad = record(0, 0);
-  bad[2] = 0x71;
-  EXPECT_THROW(load(bad), qcArchive::BadContent);
-  EXPECT_THROW(load(fromHex("4FE5705601") + record(0, 0).substr(5)), qcArchive::BadContent);
-  EXPECT_EQ(errorOf([&] { load(fromHex("4FE5705402") + record(0, 0).substr(5)); }),
-            L"qcArchive::UnknownVersion: thrown from file: archutil, line: 1850");
   load(fromHex("4FE5705400") + record(0, 0).substr(5));                         // record version 0
   load(fromHex("4FE5705501") + record(0, 0).substr(5) + std::string(8, '\0'));  // 64-bit fields
-  EXPECT_THROW(load(record(0, 1)), qcArchive::BadContent);
   EXPECT_THROW(load(record(-1, 0)), qcArchive::BadContent);
   for (const int kind : {0, 2, 255})
     EXPECT_EQ(errorOf([&] { load(record(1, kind)); }), L"qcArchive::NotFound: thrown from file: archutil, line: 1980");

@@ -120,15 +120,8 @@ long long least(Field qcArchiveLimits::*field, Limit limit, const std::function<
   }
 }
 
-struct Cost {
-  long long bytes, nesting, objects, elements;
-  bool operator==(const Cost&) const = default;
-};
-std::ostream& operator<<(std::ostream& out, const Cost& cost) {
-  return out << cost.bytes << ' ' << cost.nesting << ' ' << cost.objects << ' ' << cost.elements;
-}
-
-/// What a load takes at least.
+/// What a load takes at least: bytes, nesting, objects, elements.
+using Cost = std::array<long long, 4>;
 Cost costOf(const std::function<void(const qcArchiveLimits&)>& load) {
   return {least(&qcArchiveLimits::bytes, Limit::bytes, load), least(&qcArchiveLimits::nesting, Limit::nesting, load),
           least(&qcArchiveLimits::objects, Limit::objects, load),

@@ -378,21 +378,12 @@ Components stored(Components colour) {
   }
 }
 
-template <class T>
-T randomColour() {
-  if constexpr (std::is_same_v<T, qcPackedRGB16Pel>) return T::fromWord(randomNumber<std::uint16_t>(1, 1));
-  if constexpr (std::is_same_v<T, qcPackedRGB32Pel>) return T::fromWord(randomNumber<std::uint32_t>(1, 1));
-  const auto byte = randomNumber<unsigned char>(1, 1);
-  if constexpr (std::is_same_v<T, qc3PlanePel>) return {byte, static_cast<unsigned char>(below(256)), 7};
-  if constexpr (std::is_same_v<T, unsigned char>) return byte;
-}
-
 template <class S, class D>
 void expectConverted() {
   forEachCase([](long width, long height, bool) {
     qcPelBuffer<S> src(qcPelRect(-3, 5, width + 2, height));
-    forEachPel(src.window(), [&](long x, long y) { src.put(x, y, randomColour<S>()); });
-    const D guard = randomColour<D>();
+    forEachPel(src.window(), [&](long x, long y) { src.put(x, y, anyPel<S>()); });
+    const D guard = anyPel<D>();
     qcPelBuffer<D> dst(qcPelRect(-2, 4, width, height));
     qfPelSet(dst, guard);
     qfConvertColorPelBuffer(src, dst);

@@ -1,4 +1,4 @@
-// RleRun-length images against the same operations on decoded pels, pel by pel: masks, noise, images of one run, rows
+// Run-length images against the same operations on decoded pels, pel by pel: masks, noise, images of one run, rows
 // around every length at which runs are split, at every instruction-set level; runs and bytes by hand; adopted rows and
 // archives that lie.
 #include "vnxstd/rlebuf.h"

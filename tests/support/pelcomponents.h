@@ -76,7 +76,8 @@ T anyPel() {
     return {anyPel<unsigned char>(), anyPel<unsigned char>(), anyPel<unsigned char>()};
   } else {
     qcStoredPel<T> pel{};
-    for (int i = 0; i < kComponents<T>; ++i) setComponent<T>(pel, i, static_cast<Component<T>>(below(100)));
+    for (int i = 0; i < kComponents<T>; ++i)
+      setComponent<T>(pel, i, static_cast<Component<T>>(below(kIsColour<T> ? field<T>(i).mask + 1 : 256u)));
     return qcPelTraits<T>::load(pel);
   }
 }
