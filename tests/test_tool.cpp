@@ -326,6 +326,7 @@ TEST_F(Tool, CalibrationsAreReadOrRefusedWithTheReason) {
                {cut + cut, "perspective", 3, "3 different image points, of which a perspective transform needs 4"},
                {cut + "4.5,4.5,5,5\n", "perspective", 3, "determine no perspective"},
                {grid, "polynomial:5", 3, "needs 21"},
+               {"0,0,0,0\n9,0,1e30,0\n0,9,0,1e30\n9,9,1e30,1e30\n", "perspective", 0, "calibration: perspective"},
                {"0,0,0,0\n9,0,1,1\n0,9,2,2\n9,9,4,4\n", "linear", 3, "world points lie on one line"},
                {"0,0,0,0\n20,0,10,0\n40,0,1,0\n0,20,0,1\n20,20,10,1\n40,20,1,1\n0,40,0,2\n20,40,10,2\n40,40,1,2\n",
                 "polynomial:2", 3, "folds the image over near the point of line"},

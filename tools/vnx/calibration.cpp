@@ -86,14 +86,14 @@ std::string whyNot(const Lists& lists, const CalibrationModel& model) {
   if (model.kind == CalibrationKind::deformation && count > kMostBends)
     return formatted("%zu image points, of which a deformation takes at most %zu", count, kMostBends);
   try {
-    affine(lists.image, lists.world);
+    affine(lists.image, lists.image);
   } catch (const qcLSPointToPointFitter::UnstableErr&) {
-    return "the image points lie on one line";
+    return "the image points lie on one line, or too far apart";
   }
   try {
-    affine(lists.world, lists.image);
+    affine(lists.world, lists.world);
   } catch (const qcLSPointToPointFitter::UnstableErr&) {
-    return "the world points lie on one line";
+    return "the world points lie on one line, or too far apart";
   }
   return {};
 }

@@ -22,12 +22,13 @@ Fault faultOf(const qcException& error) {
 std::string causeText(int cause) { return std::generic_category().message(cause); }
 
 std::string textOf(const qcException& error) {
-  const int cause = errno;  // of the write that was refused
+  const int cause = errno;  // of what was refused
   const std::string text = qf_NarrowLossy(error.message(true));
   if (const qcLoadContext* context = error.loadContext()) return text + "; " + context->text();
-  const bool isArchive = dynamic_cast<const qcArchive::BadBuffer*>(&error);
-  if (!isArchive && !dynamic_cast<const qcDIB::WriteError*>(&error)) return text;
-  return text + (isArchive ? "; writing failed" : "") + (cause == 0 ? "" : ": " + causeText(cause));
+  if (faultOf(error) != Fault::medium) return text;
+  const bool isSaid = cause == 0 || cause == EWOULDBLOCK;  // that a file is in use
+  const bool isBuffer = dynamic_cast<const qcArchive::BadBuffer*>(&error);
+  return text + (isBuffer ? "; writing failed" : "") + (isSaid ? "" : ": " + causeText(cause));
 }
 
 namespace {

@@ -16,6 +16,7 @@
 namespace {
 
 constexpr int kFewestScans = 5, kMostScans = 10000;
+constexpr std::size_t kLongestUnit = 100;  // bytes
 
 template <class T>
 T chosen(const char* option, const std::string& text, const std::map<std::string, T>& choices) {
@@ -104,6 +105,8 @@ GaugeParams GaugeCommand::params() const {
   if (params.feature == Feature::line && params.region.isRing())
     throw WrongCall("--find line takes a rectangle as --roi, not a ring");
   params.scans = scans_;
+  if (unit_.size() > kLongestUnit)
+    throw WrongCall("--unit takes a name of at most " + std::to_string(kLongestUnit) + " bytes");
   if (!calibOption_->count() && (transformOption_->count() || unitOption_->count()))
     throw WrongCall("--transform and --unit belong to --calib, which is missing");
   if (calibOption_->count()) params.unit = unit_;
