@@ -745,8 +745,13 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   std::string header = lost;
   header[header.rfind(std::string("l\0l", 3)) + 1] = '\xD8';  // half a character
   write("header.vdb", header);
+  write("more.vdb", std::string(lost).insert(lost.find("Foreign"), "\r"));
+  header = lost;
+  header[header.find("Foreign") + 8] = 0;  // the object's marker
+  write("kind.vdb", header);
   lost[11] = 0;
   write("a.vdb", lost);
+  write("cuta.vdb", lost.substr(0, lost.size() - 5));
   std::filesystem::create_symlink("d.vdb", file("link.part"));
   write("small.bmp", Grey(4, 4));
   {
@@ -756,7 +761,13 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
     archive.removePointer();
     write("mark.vdb", text("d.vdb").substr(0, static_cast<std::size_t>(pointer)));
   }
-  EXPECT_EQ(run("db salvage mark.vdb -o marked.vdb"), 3);
+  for (const auto& [name, said] : std::map<std::string, std::string>{{"mark", "record 3: no object belongs"},
+                                                                     {"cuta", "record 3: "},
+                                                                     {"kind", "record 1: "},
+                                                                     {"more", "594 bytes in which no record"}}) {
+    EXPECT_EQ(run("db salvage " + name + ".vdb -o " + name + "ed.vdb"), 3);
+    EXPECT_NE(output.find(said), std::string::npos) << output;
+  }
   expectCalls("calls_db.txt");
   const std::string whole = text("d.vdb");
   const auto check = [&](const std::string& bytes, int status, const char* said) {

@@ -103,10 +103,13 @@ bool check(qcVDBArchive& database, const std::string& path) {
   long sound = 0, unknown = 0, bad = 0;
   for (long number = database.firstRecord(); number != 0; number = database.nextRecord()) {
     try {
-      const std::unique_ptr<qcVDBRecordBase> record(database.loadRecord());
-      ++sound;
-    } catch (const qcArchive::UnknownType&) {
-      ++unknown;
+      try {
+        const std::unique_ptr<qcVDBRecordBase> record(database.loadRecord());
+        ++sound;
+      } catch (const qcArchive::UnknownType&) {
+        static_cast<void>(database.recordTypeName());
+        ++unknown;
+      }
     } catch (const qcException& error) {
       if (faultOf(error) != Fault::content) throw;
       ++bad;

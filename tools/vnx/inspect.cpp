@@ -295,7 +295,7 @@ class Inspection {
     std::set<long> objects;
     for (const qcArchiveRecord& record : records)
       if (record.kind == qcArchiveRecord::object) objects.insert(record.number);
-    const bool hasResults = isDatabase();
+    const bool hasResults = saysDatabase();
     for (std::size_t i = 0; i < records.size() && !exhausted_; ++i) {
       const qcArchiveRecord& record = records[i];
       const bool isBehindMark = i > 0 && records[i - 1].kind == qcArchiveRecord::mark;
@@ -327,11 +327,13 @@ class Inspection {
       teller_.opaque({end, all - end}, damaged != 0 ? "what follows the damage" : "what its writer has not finished");
   }
 
-  bool isDatabase() {
-    return holds([&] {
-      archive_.seek(archive_.findObject(archive_.firstObjectID()));
-      return archive_.objectTypeName() == "qc_VDBIdentification";
-    });
+  // Finding out costs nothing of what the limits allow.
+  bool saysDatabase() {
+    const qcArchiveLimits limits = archive_.limits();
+    archive_.limits({});
+    const bool result = holds([&] { return isDatabase(archive_); });
+    archive_.limits(limits);
+    return result;
   }
 
   void walkRecord(const qcArchiveRecord& record) {
@@ -348,7 +350,13 @@ class Inspection {
     teller_.beginItem();
     attempt(body.at + body.size, [&] {
       archive_.seek(qcArchive::Position(record.at));
-      kept_.add(archive_.loadObject());
+      try {
+        kept_.add(archive_.loadObject());
+      } catch (const qcArchive::UnknownType&) {
+        archive_.seek(qcArchive::Position(record.at));
+        archive_.objectTypeName();  // what can be told of it without its class may be damaged, too
+        throw;
+      }
     });
   }
 
@@ -469,6 +477,36 @@ Entry faultEntry(const std::string& path, const qcException& error, qcInt64 at) 
   if (context->limit != qcLoadContext::Limit::none)
     entry.facts.push_back(words("limit", std::string(qf_LimitName(context->limit))));
   return entry;
+}
+
+qcInt64 headerEnd(qcArchive& archive, const qcArchiveRecord& mark) {
+  archive.seek(qcArchive::Position(mark.at + mark.size));
+  try {
+    qcVDBHeader header;
+    archive || header;
+    return static_cast<std::streamoff>(archive.tell());
+  } catch (const qcException& error) {
+    if (faultOf(error) == Fault::medium) throw;
+    return 0;
+  }
+}
+
+bool isDatabase(qcArchive& archive) {
+  try {
+    if (const long first = archive.firstObjectID(); first != 0) {
+      archive.seek(archive.findObject(first));
+      if (archive.objectTypeName() == "qc_VDBIdentification") return true;
+    }
+  } catch (const qcException& error) {  // what identifies it may be what is damaged
+    if (faultOf(error) == Fault::medium) throw;
+  }
+  const auto records = archive.records();
+  return std::any_of(records.begin(), records.end(), [&](const qcArchiveRecord& record) {
+    if (!isResult(record)) return false;
+    if (headerEnd(archive, record) != 0) return true;
+    const bool isCut = &record == &records.back() && archive.unfinished() != qcArchive::Position(0);
+    return isCut && archive.remaining() == 0;  // within the header
+  });
 }
 
 Fault inspect(qcArchive& archive, const std::string& path, const std::function<void(const Entry&)>& entry) {

@@ -36,5 +36,11 @@ struct Entry {
 /// one. What `entry` throws comes through, if it is no qcException. `path` names the file. Returns the worst fault.
 Fault inspect(qcArchive& archive, const std::string& path, const std::function<void(const Entry&)>& entry);
 
+/// Whether an archive that is loading is a tool database: it says so, or the header of a result lies behind one of its
+/// marks. Of a medium that fails it throws BadFile.
+bool isDatabase(qcArchive& archive);
+/// Where the header behind the mark of a result ends; 0 where there is none. Throws as isDatabase does.
+qcInt64 headerEnd(qcArchive& archive, const qcArchiveRecord& mark);
+
 /// A fault as an entry of that path, at the place that the error names, or else at `at`.
 Entry faultEntry(const std::string& path, const qcException& error, qcInt64 at);

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include <vnxstd/archive/file.h>
-#include <vnxstd/vdb/vdbarch.h>
+#include <vnxstd/vdb/vdbr_com.h>
 
 #include "files.h"
 #include "inspect.h"
@@ -114,12 +114,12 @@ class Mending {
   Mending(const std::string& path, std::ostream& report) : path_(path), report_(report) {}
 
   bool run() {
-    isDatabase_ = isDatabase();
     qcFileArchive archive(qf_Widen(path_), qcArchive::loading, qcArchive::littleEndian, true, false);
     archive_ = &archive;
     const auto damaged = static_cast<std::streamoff>(archive.damaged());
     const auto unfinished = static_cast<std::streamoff>(archive.unfinished());
     const long found = archive.salvage();
+    isDatabase_ = isDatabase(archive);  // what says so may have been found just now
     if (damaged != 0 || found != 0) {
       report_ << "the chain of records was broken at byte " << (damaged != 0 ? damaged : 2) << "; " << found
               << " records were found behind it\n";
@@ -138,34 +138,30 @@ class Mending {
   }
 
  private:
-  bool isDatabase() const {
-    try {
-      return !qcVDBArchive(qf_Widen(path_), false, true).identification().empty();
-    } catch (const qcException&) {
-      return true;  // what identifies it may be what is damaged
-    }
-  }
-
   void lose(qcInt64 at, const std::string& what) {
     lost_ = true;
     report_ << "lost: at byte " << at << ": " << what << '\n';
   }
 
-  // Of a database, all bytes from the damage on belong to records.
+  // Of a database, all bytes from the damage on belong to records and to the headers behind their marks.
   void reportGaps(qcInt64 damaged) {
+    archive_->mode(qcArchive::loading);
+    const qcInt64 all = static_cast<std::streamoff>(archive_->tell()) + archive_->remaining();
     qcInt64 end = std::max<qcInt64>(damaged, 44);
-    bool isBehindMark = false;
     const auto gap = [&](qcInt64 to) {
-      if (to > end && !isBehindMark) lose(end, std::to_string(to - end) + " bytes in which no record was found");
+      if (to > end) lose(end, std::to_string(to - end) + " bytes in which no record was found");
     };
-    for (const qcArchiveRecord& record : archive_->records()) {
+    const Records records = archive_->records();
+    for (std::size_t i = 0; i < records.size(); ++i) {
+      const qcArchiveRecord& record = records[i];
       if (record.at < damaged) continue;
       gap(record.at);
-      isBehindMark = record.kind == Kind::mark;
       end = record.at + record.size + record.body;
+      if (record.kind != Kind::mark) continue;
+      const qcInt64 behind = headerEnd(*archive_, record);
+      if (behind <= (i + 1 < records.size() ? records[i + 1].at : all)) end = std::max(end, behind);
     }
-    archive_->mode(qcArchive::loading);
-    gap(static_cast<std::streamoff>(archive_->tell()) + archive_->remaining());
+    gap(all);
   }
 
   // Marks as removed what cannot be loaded; true when there was something, since others may have referred to it.
@@ -181,7 +177,8 @@ class Mending {
     }
     for (const RecordParts& parts : databaseRecords(records)) {
       if (parts.bringsObject()) owned.insert(parts.object.at);
-      const std::string why = parts.object.at != 0 || isDatabase_ ? whyNot(parts.pointer, &parts.mark) : "";
+      const std::string why =
+          parts.object.at != 0 || isDatabase_ ? whyNot(parts.pointer, parts.object, &parts.mark) : "";
       if (why.empty()) continue;
       dropped = true;
       lose(parts.bringsObject() ? parts.object.at : parts.pointer.at,
@@ -192,7 +189,7 @@ class Mending {
     }
     for (const qcArchiveRecord& record : records) {
       if (record.kind != Kind::object || record.removed || owned.contains(record.at)) continue;
-      const std::string why = whyNot(record, nullptr);
+      const std::string why = whyNot(record, record, nullptr);
       if (why.empty()) continue;
       dropped = true;
       lose(record.at, "object " + std::to_string(record.number) + ": " + why);
@@ -206,8 +203,8 @@ class Mending {
     return *archive_;
   }
 
-  // Why an object, or a record of a database with this mark and pointer, cannot be read; empty when it can.
-  std::string whyNot(const qcArchiveRecord& record, const qcArchiveRecord* mark) {
+  // Why an object cannot be read from its own record, or from the pointer behind this mark; empty when it can.
+  std::string whyNot(const qcArchiveRecord& record, const qcArchiveRecord& object, const qcArchiveRecord* mark) {
     try {
       archive_->mode(qcArchive::loading);
       archive_->forgetObjects();
@@ -219,10 +216,12 @@ class Mending {
       }
       at(record);
       qcPersistent* loaded = nullptr;
-      qcPersistent::serializePointer(*archive_, nullptr, loaded);
+      try {
+        qcPersistent::serializePointer(*archive_, nullptr, loaded);
+      } catch (const qcArchive::UnknownType&) {
+        if (object.at != 0) at(object).objectTypeName();
+      }
       const std::unique_ptr<qcPersistent> mine(loaded);
-      return {};
-    } catch (const qcArchive::UnknownType&) {
       return {};
     } catch (const qcException& error) {
       switch (faultOf(error)) {
