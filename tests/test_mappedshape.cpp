@@ -276,6 +276,9 @@ TEST(MappedShape, NarrowBumpsAreFound) {
       EXPECT_NEAR(mapped.tangentRotation().plain(), 0, 1e-6);
     }
   }
+  const qc2XformPerspective flat(qcMatrix<3>(1, 0, 0, 0, 1, 0, 1e-17, 0, 1));  // bends by less than rounding errors
+  EXPECT_NEAR_POINT(qcMappedShape(Held(new qcLineSeg({0, 0}, {8, 0})), flat, false).nearestPoint({2.5, 1}), V(2.5, 0),
+                    1e-9);
 }
 
 // What needs the points of a shape.

@@ -96,11 +96,11 @@ MappedCurve::Place MappedCurve::nearest(const Vector& p) const {
   while (!candidates.empty() && candidates.top().least < distance - kPrecision * extent_) {
     const Span span = candidates.top().span;
     candidates.pop();
-    if (isShortest(span)) continue;
     double fraction;
     distanceToChord(p, span.from.image, span.to.image, fraction);
     const Piece& piece = pieces_[span.piece];
     look(span.piece, endAt(piece, span.from.distance + fraction * (span.to.distance - span.from.distance)));
+    if (isShortest(span)) continue;  // which a whole piece may be that the transform hardly bends
     Span first, second;
     halve(span, first, second);
     add(first);
