@@ -162,30 +162,6 @@ TEST(RasterizeTest, TreesOfAnyFormAgreeWithEachPelAskedAlone) {
   }
 }
 
-TEST(RasterizeTest, NeighboursShareNoPelAndLeaveNone) {
-  Source random(2);
-  for (int i = 0; i < 300; ++i) {
-    SCOPED_TRACE(i);
-    const qcPelRect window(-5, 2, 13, 11);
-    const double grid = i % 2 ? 0.5 : 0x1p-40, far = i % 3 ? 1 : 1e9;
-    const qcPolyline frame = box(-5 - far, 2 - far, 13 + 2 * far, 11 + 2 * far);
-    const V hub(random.snapped(-5, 8, grid), random.snapped(2, 13, grid));
-    std::array<int, 13 * 11> owners{};
-    Points ring = frame.vertices();
-    ring.insert(ring.begin() + 1, {random.snapped(-5, 8, grid), 2 - far});
-    for (std::size_t k = 0; k < ring.size(); ++k) {
-      // A triangle, and one side of it as two pieces where the middle is on it exactly.
-      Points triangle{hub, ring[k], ring[(k + 1) % ring.size()]};
-      if (grid == 0.5 && k % 2) triangle.insert(triangle.begin() + 1, (triangle[0] + triangle[1]) / 2);
-      if (k % 3 == 0) std::reverse(triangle.begin(), triangle.end());
-      const Canvas canvas(window);
-      qfRasterize(regionOf(qcPolyline(triangle, true)), canvas.window(), 1);
-      for (long p = 0; p < 13 * 11; ++p) owners[static_cast<std::size_t>(p)] += canvas.isSet(p % 13 - 5, p / 13 + 2);
-    }
-    for (const int count : owners) ASSERT_EQ(count, 1);
-  }
-}
-
 TEST(RasterizeTest, CoordinatesOfAnySizeAreSafe) {
   Source random(3);
   const qcPelRect window(-3, 5, 9, 8);
