@@ -406,15 +406,4 @@ TEST(SeekableArchives, SkipWhatAClassDoesNotKnowAndCheckSizes) {
             L"qcArchive::UnknownVersion: thrown from file: archutil, line: 663");
 }
 
-TEST(SeekableArchives, AReferenceLeadsOnlyToItsObject) {
-  for (const unsigned position : {0U, 1U, 2U, 20U, 0x7FFFFFFFU}) {
-    std::string reference = record(1, 0);
-    reference.replace(14, 4, stored(kBig, false, position));
-    BytesArchive archive(headOf(kBig, true) + record(2, 1) + reference, true);
-    archive->seek(18, 1);
-    NodeHandle handle;
-    EXPECT_THROW(*archive || handle, qcArchive::Errors);
-  }
-}
-
 }  // namespace

@@ -17,13 +17,11 @@ struct Random : ::Random {
 
 double largest(const V& v) { return std::max(v.x(), v.y()); }
 
-// The sum of squares is taken of scaled elements, and the error compared with the scaled norm.
 double relativeError(const qcMatrix<2>& a, const qcMatrix<2>& b) {
-  double size = 0, error = 0, norm = 0;
-  for (int i = 0; i < 4; ++i) size = std::max(size, std::fabs(a.element(i / 2, i % 2)));
-  for (int i = 0; i < 4 && size > 0; ++i) {
-    norm = std::hypot(norm, a.element(i / 2, i % 2) / size);
-    error = std::hypot(error, (a.element(i / 2, i % 2) - b.element(i / 2, i % 2)) / size);
+  double error = 0, norm = 0;
+  for (int i = 0; i < 4; ++i) {
+    norm = std::hypot(norm, a.element(i / 2, i % 2));
+    error = std::hypot(error, a.element(i / 2, i % 2) - b.element(i / 2, i % 2));
   }
   return norm > 0 ? error / norm : 0;
 }

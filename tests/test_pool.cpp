@@ -113,11 +113,7 @@ void compareWithModel(unsigned seed, unsigned slotSize, unsigned slots) {
   Model model(base, slotSize, slots);
   ASSERT_EQ(model.get({1, 1, 1}), base);  // the lane is there from now on
   model.release(base), model.flush();
-  struct Out {
-    qc_PelBuffer image;
-    std::uintptr_t pels;
-  };
-  std::vector<Out> out;
+  std::vector<std::pair<qc_PelBuffer, std::uintptr_t>> out;  // and where their pels are
   for (int step = 0; step < 3000; ++step) {
     const unsigned what = below(200);
     if (what == 0) {
@@ -139,10 +135,10 @@ void compareWithModel(unsigned seed, unsigned slotSize, unsigned slots) {
       if (!expected) continue;
       ASSERT_EQ(address(pels), *expected) << step;
       ASSERT_TRUE(image.width() == request.width && image.height() == request.height && image.isContiguous());
-      out.push_back({image, *expected});
+      out.emplace_back(image, *expected);
     } else if (!out.empty()) {
       std::swap(out[below(static_cast<unsigned>(out.size()))], out.back());
-      model.release(out.back().pels);
+      model.release(out.back().second);
       out.pop_back();
     }
   }
