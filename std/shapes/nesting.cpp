@@ -23,28 +23,32 @@ namespace {
 
 using V = qcVector<2>;
 using Held = qcPtrHandle_const<qcShape>;
+using Polygon = qcPtrHandle_const<qcPolyline>;
 
 constexpr double kFinest = 1e-3;  // how closely curved boundaries are looked at, relative to the outer one's size
 
-// The vertices of a region with straight edges, in order; none when it has others.
-std::vector<V> polygonOf(const qcShape& region) {
-  const auto straight = [](const qcShape& shape, std::vector<V>& vertices) {
-    if (const auto* polyline = dynamic_cast<const qcPolyline*>(&shape)) {
-      vertices.insert(vertices.end(), polyline->vertices().begin(), polyline->vertices().end());
-      return true;
-    }
-    if (typeid(shape) != typeid(qcLineSeg)) return false;
-    vertices.push_back(shape.startPoint());
-    vertices.push_back(shape.endPoint());
-    return true;
-  };
+// A region with straight edges as the polyline through its vertices, which answers far sooner than a tree of segments;
+// null when it has others.
+Polygon polygonOf(const qcShape& region) {
+  if (const auto* polyline = dynamic_cast<const qcPolyline*>(&region)) return new qcPolyline(*polyline);
   std::vector<V> vertices;
+  const auto add = [&vertices](const V& p) {
+    if (vertices.empty() || vertices.back() != p) vertices.push_back(p);
+  };
   const auto* tree = dynamic_cast<const qcShapeTree*>(&region);
-  if (!tree) return straight(region, vertices) ? vertices : std::vector<V>();
+  if (!tree) return {};
   for (const qcShape* element : tree->elements_()) {
-    if (!straight(*element, vertices)) return {};
+    if (const auto* polyline = dynamic_cast<const qcPolyline*>(element)) {
+      std::for_each(polyline->vertices().begin(), polyline->vertices().end(), add);
+    } else if (typeid(*element) == typeid(qcLineSeg)) {
+      add(element->startPoint());
+      add(element->endPoint());
+    } else {
+      return {};
+    }
   }
-  return vertices;
+  if (vertices.empty()) return {};
+  return new qcPolyline(vertices, true);
 }
 
 class Outer {
@@ -226,19 +230,22 @@ bool isVoid(const qcShape& boundary) {
 }
 
 bool liesInside(const qcShape& innerBoundary, const qcShape& outerBoundary, double tolerance) {
-  const Held innerWhole = withoutJumps(innerBoundary), outerWhole = withoutJumps(outerBoundary);
+  // Polygons are taken as they are, with an edge wherever they jump; the others are decomposed.
+  Polygon polygon = polygonOf(innerBoundary), edges = polygonOf(outerBoundary);
+  const Held innerWhole = polygon.isNull() ? withoutJumps(innerBoundary) : Held(polygon);
+  const Held outerWhole = edges.isNull() ? withoutJumps(outerBoundary) : Held(edges);
   const qcShape& inner = innerWhole.isNull() ? innerBoundary : *innerWhole;
   const qcShape& outer = outerWhole.isNull() ? outerBoundary : *outerWhole;
-  const Outer around(outer, tolerance);
-  if (!around.mayHold(inner.boundingBox())) return false;
-  // Polylines are taken as they are; the others are decomposed.
+  if (!Outer(outer, tolerance).mayHold(inner.boundingBox())) return false;
   Held a, b;
-  std::vector<V> polygon = polygonOf(inner), edges = polygonOf(outer);
-  if (polygon.empty()) polygon = polygonOf(*(a = inPrimitives(inner)));
-  if (edges.empty()) edges = polygonOf(*(b = inPrimitives(outer)));
-  const bool straight = !polygon.empty() && !edges.empty();
-  const bool inside = straight ? polygonInside(polygon, edges, around) : curveInside(a.isNull() ? inner : *a, around);
-  return inside && holdsNoCorner(inner, edges.empty() ? cornersOf(*b) : edges, around);
+  if (polygon.isNull()) polygon = polygonOf(*(a = inPrimitives(inner)));
+  if (edges.isNull()) edges = polygonOf(*(b = inPrimitives(outer)));
+  const Outer around(edges.isNull() ? outer : *edges, tolerance);
+  const bool inside = polygon.isNull() || edges.isNull()
+                          ? curveInside(a.isNull() ? inner : *a, around)
+                          : polygonInside(polygon->vertices(), edges->vertices(), around);
+  return inside &&
+         holdsNoCorner(polygon.isNull() ? inner : *polygon, edges.isNull() ? cornersOf(*b) : edges->vertices(), around);
 }
 
 }  // namespace qc_shapes

@@ -105,9 +105,7 @@ class Pieces {
     for (std::size_t i = 0; oneContour && i < count() && place.distance() >= info.pieceLength(place.index()); ++i) {
       const std::size_t element = elementOf(place.index()), last = count() - 1;
       const std::size_t next = element < last ? element + 1 : 0;
-      long behind = place.index() + 1;
-      while (behind < first_[element + 1] && info.pieceLength(behind) == 0) ++behind;
-      if (behind != first_[element + 1] || (next == 0 && !info.isClosed()) || jumps(element, next)) break;
+      if (!isEnd(info, element, place) || (next == 0 && !info.isClosed()) || jumps(element, next)) break;
       place = onTree(next, {});
     }
     return {place.index(), std::min(place.distance(), info.pieceLength(place.index()))};
@@ -129,9 +127,20 @@ class Pieces {
   }
 
  private:
-  bool jumps(std::size_t from, std::size_t to) const {
-    const qcVector<2> end = elements_[from]->endPoint(), start = elements_[to]->startPoint();
+  static bool differ(const qcVector<2>& end, const qcVector<2>& start) {
     return qc_shapes::segmentLength(end, start) > kRounding * (std::fabs(end.x()) + std::fabs(end.y()));
+  }
+  bool jumps(std::size_t from, std::size_t to) const {
+    return differ(elements_[from]->endPoint(), elements_[to]->startPoint());
+  }
+  // Whether the end of a piece is that of its element: only points follow, which one that is mapped may jump to.
+  bool isEnd(const qcShapeInfo& info, std::size_t i, const qcPerimPos& place) const {
+    long behind = place.index() + 1;
+    if (behind == first_[i + 1]) return true;
+    while (behind < first_[i + 1] && info.pieceLength(behind) == 0) ++behind;
+    if (behind != first_[i + 1]) return false;
+    const qcShapeInfo own(element(i));
+    return !differ(element(i).endPoint(), element(i).perimPoint(own, onElement(i, place)));
   }
 
   Elements elements_;
