@@ -406,4 +406,22 @@ TEST(SeekableArchives, SkipWhatAClassDoesNotKnowAndCheckSizes) {
             L"qcArchive::UnknownVersion: thrown from file: archutil, line: 663");
 }
 
+TEST(SeekableArchives, NeedNoMemoryForWhatWasForgotten) {
+  const NodeHandle node(new Node);
+  for (int i = 0; i < 500; ++i) node->edges.emplace_back(new Node);
+  qcMemoryArchive written(kLittle, true);
+  for (int i = 0; i < 20; ++i) {
+    written << node;
+    written.forgetObjects();
+  }
+  BytesArchive archive(bytesOf(written), true);
+  const PeakAllocation peak;
+  for (int i = 0; i < 20; ++i) {
+    NodeHandle loaded;
+    *archive || loaded;
+    archive->forgetObjects();
+  }
+  EXPECT_LT(peak.bytes(), 300000U);
+}
+
 }  // namespace

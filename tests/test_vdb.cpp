@@ -22,6 +22,12 @@ struct Result : Archivable<Result, qcVDBRecordBase> {
   qcPtrHandle<Shared> part, again;
 };
 class Stranger : public virtual qcVDBRecordBase {};
+/// No record, and a circle.
+struct Circle : Archivable<Circle>, qcRepBase {
+  void fields(qcArchive& archive) { archive || next; }
+  void preLoad() override { next.release(); }
+  qcPtrHandle<Circle> next;
+};
 
 std::unique_ptr<Result> load(qcVDBArchive& database) {
   std::unique_ptr<qcVDBRecordBase> record(database.loadRecord());
@@ -187,6 +193,21 @@ TEST(Database, RefusesWhatItCannotKeepAndStaysAsItWas) {
   EXPECT_EQ(bytesOf(*memory.archive).size(), before.size());
   EXPECT_THROW(qcVDBArchive(nullptr), qcBadPointer);
   EXPECT_THROW(qcVDBArchive(new qcMemoryArchive(kLittle, false)), qcArchive::NotSeekable);
+}
+
+TEST(Database, DropsWhatIsNoRecord) {
+  Memory memory;
+  memory.archive->append();
+  memory.archive->writeNewMark(1);
+  qcVDBHeader header;
+  *memory.archive || header;
+  const qcPtrHandle<Circle> circle(new Circle);
+  circle->next = circle;
+  *memory.archive << circle;
+  circle->next.release();
+  memory.database->gotoRecord(1);
+  memory.archive->forgetObjects();
+  EXPECT_THROW(memory.database->loadRecord(), qcArchive::BadType);
 }
 
 TEST(Database, MarksBeyondTheNumbersOfRecordsAreNone) {

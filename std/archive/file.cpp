@@ -139,8 +139,9 @@ class qcFileArchive::Stream : public std::streambuf {
 
  protected:
   int_type underflow() override {
+    const bool isFar = gone_;
     if (!startReading()) return traits_type::eof();
-    const std::size_t count = readFile(buffer_.data(), buffer_.size());
+    const std::size_t count = readFile(buffer_.data(), isFar ? kFirst : buffer_.size());
     setg(buffer_.data(), buffer_.data(), buffer_.data() + count);
     return count == 0 ? traits_type::eof() : traits_type::to_int_type(buffer_[0]);
   }
@@ -207,16 +208,20 @@ class qcFileArchive::Stream : public std::streambuf {
   pos_type seekpos(pos_type position, std::ios_base::openmode) override {
     const auto target = static_cast<off_type>(position);
     if (!file_ || target < 0) return pos_type(off_type(-1));
-    if (gptr()) {  // within what is read ahead
-      const off_type start = at_ - (egptr() - eback());
-      if (target >= start && target <= at_) {
-        setg(eback(), eback() + (target - start), egptr());
-        return position;
-      }
+    const bool isReading = gptr() != nullptr;
+    const std::ptrdiff_t size = isReading ? egptr() - eback() : kept_;
+    const off_type end = isReading ? at_ : keptEnd_;
+    if (size != 0 && target >= end - size && target <= end) {  // within what is read ahead
+      setg(buffer_.data(), buffer_.data() + (target - (end - size)), buffer_.data() + size);
+      moved_ = moved_ || !isReading;
+      gone_ = false;
+      at_ = end;
+      return position;
     }
     if (target == here()) return position;
     if (!flush()) return pos_type(off_type(-1));
-    drop();
+    gone_ = size == 0 || target < end - size || target > end + static_cast<off_type>(kFirst);
+    leave();
     at_ = target;
     moved_ = true;
     return position;
@@ -224,6 +229,7 @@ class qcFileArchive::Stream : public std::streambuf {
 
  private:
   static constexpr std::size_t kBuffer = 65536;
+  static constexpr std::size_t kFirst = 4096;  // read where the position has gone far: perhaps no more than a head
   enum class Access { none, reading, writing };
 
   // The position of the archive: at_ is that of the file, behind what is read ahead and before what is not yet written.
@@ -232,11 +238,21 @@ class qcFileArchive::Stream : public std::streambuf {
   void drop() {
     setg(nullptr, nullptr, nullptr);
     setp(nullptr, nullptr);
+    kept_ = 0;
+  }
+
+  // Keeps what is read ahead for when the position comes back, as from the end that was asked for.
+  void leave() {
+    const std::ptrdiff_t kept = gptr() ? egptr() - eback() : kept_;
+    if (gptr()) keptEnd_ = at_;
+    drop();
+    kept_ = kept;
   }
 
   bool startReading() {
     if (!file_ || !flush()) return false;
     drop();
+    gone_ = false;
     return place(Access::reading);
   }
 
@@ -248,6 +264,7 @@ class qcFileArchive::Stream : public std::streambuf {
       at_ = position;
       drop();
     }
+    kept_ = 0;
     return true;
   }
 
@@ -314,6 +331,10 @@ class qcFileArchive::Stream : public std::streambuf {
   std::vector<char> buffer_;
   off_type at_ = 0;
   bool moved_ = false;  // the file is not where at_ says
+  bool gone_ = false;   // the position has, far from what was read before
+  // What was read ahead before the position went elsewhere, at the start of the buffer, and where it ends in the file.
+  std::ptrdiff_t kept_ = 0;
+  off_type keptEnd_ = 0;
   Access last_ = Access::none;
   bool failed_ = false;  // a write was refused
 };

@@ -74,7 +74,9 @@ class qc_ArchiveIndex {
 
   /// Does nothing while an object is stored or loaded.
   void letGo() noexcept {
-    if (entered_ == 0) held_.letGo();
+    if (entered_ != 0) return;
+    held_.letGo();
+    positions_ = {};
   }
   /// What was stored under identifiers behind `id` is not in the archive any more.
   void forgetBehind(std::int32_t id) noexcept;

@@ -10,6 +10,7 @@
 #include "vnxstd/archive/file.h"
 #include "vnxstd/archive/registry.h"
 #include "vnxstd/except/catalogue.h"
+#include "vnxstd/except/typename.h"
 
 namespace {
 
@@ -32,6 +33,14 @@ std::string identificationOfToday() {
                 static_cast<int>(day.year()), static_cast<int>(static_cast<unsigned>(day.month())),
                 static_cast<int>(static_cast<unsigned>(day.day())));
   return text;
+}
+
+// An object that has a count may be held by its own parts, too, which it is asked to let go of.
+void discard(qcPersistent* loaded) {
+  const auto* counted = dynamic_cast<const qcRepBase*>(loaded);
+  if (!counted) return delete loaded;
+  const qcPtrHandle_const<qcRepBase> held(counted);
+  loaded->preLoad();
 }
 
 // A record belongs to whoever has it: what the archive knows of the objects of one must not reach into another.
@@ -198,10 +207,13 @@ qcVDBRecordBase* qcVDBArchive::loadRecord() {
   const Alone alone(*archive_);
   qcPersistent* loaded = nullptr;
   qcPersistent::serializePointer(*archive_, nullptr, loaded);
-  std::unique_ptr<qcPersistent> object(loaded);
+  std::unique_ptr<qcPersistent, decltype(&discard)> object(loaded, &discard);
   if (!object) throw archive_->located(qcVDBRecordBase::NoResult(), "an object behind the header");
-  auto* record = dynamic_cast<qcVDBRecordBase*>(object.get());
-  if (!record) throw archive_->located(qcArchive::BadType(kSource, kNoRecordLine), "a record");
+  auto* record = dynamic_cast<qcVDBRecordBase*>(loaded);
+  if (!record) {
+    throw archive_->located(qcArchive::BadType(kSource, kNoRecordLine), "a record",
+                            qcDevEnv::canonicalTypeName(typeid(*loaded).name()));
+  }
   record->header_ = header;
   record->database_ = this;
   static_cast<void>(object.release());
