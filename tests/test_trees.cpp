@@ -320,6 +320,22 @@ TEST(ContourTrees, HaveMappedPieces) {
   }
 }
 
+// However rounding parts the ends of arcs from those of other pieces, all of them are corners of the contour.
+TEST(ContourTrees, MeetArcsButForRounding) {
+  const Child arc(new qcEllipseArc2(qcEllipse2({1, 2}, {}, {3, 3}, true, {}), {}, qcRadian(kPi / 2)));
+  const Child from(new qcLineSeg({1, 2}, arc->startPoint())), back(new qcLineSeg(arc->endPoint(), {1, 2}));
+  for (int i = 1; i < 100; ++i) {
+    const qcXform<2> turn({}, 1, 1, {}, qcRadian(0.06 * i));
+    const Child turned = from->mapShape(turn), mapped(new qcMappedShape(arc, qc2XformLinear(turn), false)),
+                last = back->mapShape(turn), rest(new qcLineSeg(mapped->endPoint(), last->startPoint()));
+    for (const Child& middle : {Child(arc->mapShape(turn)), mapped}) {
+      const qcContourTree pie({turned, middle, rest, last}, true, false);
+      for (const Child& piece : pie.children())
+        EXPECT_TRUE(pie.within(piece->startPoint()) && pie.within(piece->endPoint())) << i;
+    }
+  }
+}
+
 TEST(ContourTrees, EncloseTheAreaOfTheirSamples) {
   forSeeds<Random>(100, [&](Random& random, unsigned seed) {
     const auto contour = random.contour(true);

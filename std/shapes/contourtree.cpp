@@ -1,7 +1,9 @@
 #include "vnxstd/shapes/contourtree.h"
 
+#include <algorithm>
 #include <cmath>
 #include <deque>
+#include <limits>
 #include <numbers>
 #include <typeinfo>
 
@@ -81,20 +83,67 @@ std::vector<qcMappedShape::Held> piecesOf(const qcShape& shape) {
   return pieces;
 }
 
-// What starts and ends at p shows it one side as a whole, and so is taken as its pieces, which are held apart.
-Elements withoutLoops(const Elements& elements, const qcVector<2>& p, std::deque<qcMappedShape::Held>& held) {
-  Elements waiting(elements.rbegin(), elements.rend()), apart;
+// Most pieces are none, which is to be known at once.
+const qcMappedShape* asMapped(const qcShape& shape) {
+  if (typeid(shape) == typeid(qcLineSeg) || typeid(shape) == typeid(qcEllipseArc2)) return nullptr;
+  return dynamic_cast<const qcMappedShape*>(&shape);
+}
+
+// The image under a linear transform stands for itself.
+const qcShape* unmapped(const qcShape* element, std::deque<qcMappedShape::Held>& held) {
+  const qcMappedShape* mapped = asMapped(*element);
+  if (!mapped || !mapped->overallMapXform()->isLinear()) return element;
+  return held.emplace_back(mapped->explicitShape()).rep();
+}
+
+double magnitude(const qcVector<2>& v) { return std::fabs(v.x()) + std::fabs(v.y()); }
+
+// How far the ends of an element may be off where they should be. Those of straight lines are given.
+double roundingOf(const qcShape& element) {
+  constexpr double kRelative = 16 * std::numeric_limits<double>::epsilon();
+  if (typeid(element) == typeid(qcLineSeg)) return 0;
+  if (const auto* arc = dynamic_cast<const qcEllipseArc2*>(&element)) {
+    return kRelative * (magnitude(arc->ellipse().center()) + magnitude(arc->ellipse().radii()));
+  }
+  if (dynamic_cast<const qcPolyline*>(&element)) return 0;
+  return kRelative * (magnitude(element.startPoint()) + magnitude(element.endPoint()));
+}
+
+// An element as it winds around p: an end that rounding keeps away from p is taken to be there.
+struct Link {
+  const qcShape* shape;
+  qcVector<2> start, end;
+  qcVector<2> seen;  // the point in place of p that the shape itself is to be asked about
+  bool isPoint;      // at p
+};
+
+// What starts and ends at p shows it one side as a whole, and so is taken as its pieces. Shapes that are made for this
+// are held apart.
+std::vector<Link> linksAround(const qcVector<2>& p, Elements waiting, std::deque<qcMappedShape::Held>& held) {
+  double rounding = 0;
+  for (const qcShape*& element : waiting) {
+    element = unmapped(element, held);
+    rounding = std::max(rounding, roundingOf(*element));
+  }
+  std::reverse(waiting.begin(), waiting.end());
+  std::vector<Link> links;
   while (!waiting.empty()) {
-    const qcShape* element = waiting.back();
+    const qcShape* shape = waiting.back();
     waiting.pop_back();
-    const bool isLoop = element->startPoint() == p && element->endPoint() == p && element->hasTangent();
-    const auto pieces = isLoop ? piecesOf(*element) : std::vector<qcMappedShape::Held>();
-    if (pieces.empty()) apart.push_back(element);
+    const qcVector<2> start = shape->startPoint(), end = shape->endPoint();
+    const double chord = asMapped(*shape) ? qc_shapes::segmentLength(start, end) : 0;
+    const double near = std::max(rounding, qcMappedShape::kOnBoundary * chord);
+    const bool atStart = qc_shapes::segmentLength(start, p) <= near, atEnd = qc_shapes::segmentLength(end, p) <= near;
+    const bool isPoint = atStart && atEnd && qcShapeInfo(*shape).perimeter() <= 4 * near;
+    const auto pieces = atStart && atEnd && !isPoint ? piecesOf(*shape) : std::vector<qcMappedShape::Held>();
+    if (pieces.empty()) {
+      links.push_back({shape, atStart ? p : start, atEnd ? p : end, atStart ? start : atEnd ? end : p, isPoint});
+    }
     for (auto piece = pieces.rbegin(); piece != pieces.rend(); ++piece) {
-      waiting.push_back(held.emplace_back(*piece).rep());
+      waiting.push_back(unmapped(held.emplace_back(*piece).rep(), held));
     }
   }
-  return apart;
+  return links;
 }
 
 }  // namespace
@@ -173,8 +222,8 @@ qcRadian qcContourTree::windingAngle(const qcVector<2>& p) const {
 // are no more than places to jump to and from.
 double qcContourTree::swept(const qcVector<2>& p) const {
   std::deque<qcMappedShape::Held> held;
-  const Elements elements = withoutLoops(elements_(), p, held);
-  if (elements.empty()) return 0;
+  const std::vector<Link> links = linksAround(p, elements_(), held);
+  if (links.empty()) return 0;
   double sum = 0;
   struct Direction {
     bool isKnown = false;
@@ -197,9 +246,8 @@ double qcContourTree::swept(const qcVector<2>& p) const {
     const double turn = (along.angle - arrived.angle).signedNorm().plain();
     sum += turn < std::numbers::pi - kRounding ? turn : turn - qcRadian::turn;  // straight back is to the right
   };
-  qcVector<2> from = closed_ ? elements.back()->endPoint() : elements.front()->startPoint();
-  for (const qcShape* element : elements) {
-    const qcVector<2> start = element->startPoint(), end = element->endPoint();
+  qcVector<2> from = closed_ ? links.back().end : links.front().start;
+  for (const auto& [shape, start, end, seen, isPoint] : links) {
     if (from != start) {
       const Direction along{true, qc_shapes::segmentAngle(from, start)};
       if (from == p) leave(along);
@@ -208,10 +256,11 @@ double qcContourTree::swept(const qcVector<2>& p) const {
       isBeginning = false;
     }
     from = end;
-    sum += element->windingAngle(p).plain();
-    if (start == end && !element->hasTangent()) continue;
-    if (start == p) leave(direction(*element, true));
-    arrived = end == p ? direction(*element, false) : Direction{};
+    if (isPoint) continue;
+    sum += shape->windingAngle(seen).plain();
+    if (start == end && !shape->hasTangent()) continue;
+    if (start == p) leave(direction(*shape, true));
+    arrived = end == p ? direction(*shape, false) : Direction{};
     isBeginning = false;
   }
   if (closed_) leave(firstLeft);

@@ -33,7 +33,8 @@ class VNXSTD_EXPORT qcContourTree : public qcShapeTree {
   qcRadian endAngle() const override;
   /// The rotations along the elements, and the turn between each and the next, in [-pi, pi).
   qcRadian tangentRotation() const override;
-  /// Where the contour passes a point more than once, the limit from the left of each element.
+  /// Where the contour passes a point more than once, the limit from the left of each element. In contours that have
+  /// curved pieces, ends that only rounding keeps away from the point lie on it.
   qcRadian windingAngle(const qcVector<2>& p) const override;
   /// The signed area is not negative.
   bool isRightHanded() const override;
