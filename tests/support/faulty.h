@@ -1,4 +1,4 @@
-// Media in memory that fail on purpose: short reads, refused writes, flipped bytes, buffers of any size.
+// Media in memory that fail on purpose: refused writes and seeks, buffers of any size.
 #pragma once
 
 #include <algorithm>
@@ -10,26 +10,19 @@
 
 struct Faults {
   static constexpr std::size_t kNone = ~std::size_t{0};
-  std::size_t readLimit = kNone;   // bytes that can be read, as of a short read
   std::size_t writeLimit = kNone;  // bytes that are taken before the medium is full
-  std::size_t flipAt = kNone;      // the byte whose bits are flipped
-  unsigned char flipMask = 0xFF;
-  std::size_t chunk = 1;  // bytes that are read ahead
+  std::size_t chunk = 1;           // bytes that are read ahead
   bool seeks = true;
 };
 
 class FaultyBuffer : public std::streambuf {
  public:
-  explicit FaultyBuffer(std::string data = {}, Faults faults = {}) : data_(std::move(data)), faults_(faults) {
-    if (faults_.flipAt < data_.size())
-      data_[faults_.flipAt] = static_cast<char>(data_[faults_.flipAt] ^ faults_.flipMask);
-  }
+  explicit FaultyBuffer(std::string data = {}, Faults faults = {}) : data_(std::move(data)), faults_(faults) {}
   const std::string& data() const { return data_; }
 
  protected:
   int_type underflow() override {
-    const std::size_t end = std::min(data_.size(), faults_.readLimit);
-    const std::size_t from = here(), to = std::min(end, from + faults_.chunk);
+    const std::size_t from = here(), to = std::min(data_.size(), from + faults_.chunk);
     if (from >= to) return traits_type::eof();
     setg(data_.data() + from, data_.data() + from, data_.data() + to);
     return traits_type::to_int_type(*gptr());

@@ -30,13 +30,9 @@ class Peer {
   }
   ~Peer() {
     end.reset();
-    EXPECT_EQ(finish(), 0);
-  }
-  int finish() {
     int status = 0;
-    if (process_ > 0) waitpid(process_, &status, 0);
-    process_ = 0;
-    return status;
+    waitpid(process_, &status, 0);
+    EXPECT_EQ(status, 0);
   }
 
   std::unique_ptr<qcCommunicator> end;
