@@ -65,12 +65,13 @@ TEST(Contexts, SayWhatWasFoundWhere) {
   EXPECT_EQ(placeOfLoad<std::vector<short>>(fromHex("0200 00000003 00010002")),
             "at byte 10: expected 2 bytes, found 0");
   EXPECT_EQ(placeOfLoad<std::string>(fromHex("0200 03 22 4142")), "at byte 4: expected 3 bytes of text, found 2");
-  EXPECT_EQ(placeOfLoad<std::string>(fromHex("0200 01 2241 21")), "at byte 6: expected a closing quote");
+  EXPECT_EQ(placeOfLoad<std::string>(fromHex("0200 01 2241 21")), "at byte 6: expected a closing quote, found 21");
   EXPECT_EQ(placeOfLoad<std::wstring>(fromHex("0200 01 22FF22")), "at byte 6");
   EXPECT_EQ(placeOfLoad<qcVector<2>>(fromHex("0200 07")), "at byte 3: expected a version up to 0, found 7");
   EXPECT_EQ(placeOfLoad<std::vector<qcVector<2>>>(fromHex("0200 00000001 07") + std::string(16, ' ')),
             "at byte 23: expected a version up to 0, found 7");
-  EXPECT_EQ(placeOfLoad<int>(fromHex("0300")), "at byte 1: expected a plain archive");
+  EXPECT_EQ(placeOfLoad<int>(fromHex("0300")), "at byte 1: expected a plain archive, found a seekable archive");
+  EXPECT_EQ(placeOfLoad<int>(fromHex("0300 4FE570"), true), "at byte 2: expected 42 bytes, found 3");
   EXPECT_EQ(placeOfLoad<Handle>(with(link, 3, "99")),
             "at byte 12: expected a pointer (4F E5 70 54 or 55), found 4F E5 70 99");
   EXPECT_EQ(placeOfLoad<Handle>(with(link, 26, "00")),

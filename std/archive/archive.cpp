@@ -112,7 +112,8 @@ void qcArchive::readHeader() {
   unsigned char head = 0, order = 0;
   *this || head;
   if (((head & kSeekableFlag) != 0) != seekable_) {
-    throw located(BadType(kArchiveSource, kSeekableFlagLine), seekable_ ? "a seekable archive" : "a plain archive");
+    const char* const kinds[] = {"a plain archive", "a seekable archive"};
+    throw located(BadType(kArchiveSource, kSeekableFlagLine), kinds[seekable_ ? 1 : 0], kinds[seekable_ ? 0 : 1]);
   }
   const auto version = static_cast<unsigned char>(head >> kVersionShift);
   if (version > kVersion) {
@@ -202,15 +203,13 @@ void qcArchive::settle() noexcept {
 }
 
 void qcArchive::checkCount(qcUInt64 count, std::size_t bytesEach) {
-  if (count > elementsLeft_) refuse(qcLoadContext::Limit::elements, limits_.elements);
+  if (count > elementsLeft_)
+    qc_Gate::refuse(*this, qcLoadContext::Limit::elements, limits_.elements, count - elementsLeft_);
   if (bytesEach != 0) gate_->check(count > kMostBytes / bytesEach ? kMostBytes : count * bytesEach);
 }
 
-void qcArchive::refuse(qcLoadContext::Limit limit, qcInt64 allowed) const {
-  BadContent error(kArchiveSource, limit == qcLoadContext::Limit::nesting ? kNestingLine : kLimitLine);
-  explain(error, "at most " + std::to_string(allowed), {}, limit);
-  throw error;
-}
+// One more than is allowed.
+void qcArchive::refuse(qcLoadContext::Limit limit, qcInt64 allowed) const { qc_Gate::refuse(*this, limit, allowed, 1); }
 
 void qcArchive::sync() { flush(); }
 

@@ -53,7 +53,11 @@ void qc_RecordChain::open() {
   if (!anchored_) {
     // What was cut within the anchor is no archive without one, whose values would be what is left of the anchor.
     const bool isShort = archive_.version() != 0 && end < kAnchorAt + static_cast<std::streamoff>(kLinkedHead);
-    if (isShort && isBegun(kAnchorAt)) throw qcArchive::Eof(kArchiveSource, kReadRawLine);
+    if (isShort && isBegun(kAnchorAt)) {
+      archive_.seekTo(kAnchorAt);
+      throw archive_.located(qcArchive::Eof(kArchiveSource, kReadRawLine), std::to_string(kLinkedHead) + " bytes",
+                             std::to_string(end - kAnchorAt));
+    }
     if (isAnchorLost(end)) broken_ = kAnchorAt;
     return archive_.seekTo(kAnchorAt);
   }

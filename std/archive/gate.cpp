@@ -1,12 +1,23 @@
 #include "std/archive/gate.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "std/archive/areas.h"
+#include "std/archive/format.h"
 
 void qc_Gate::check(qcUInt64 bytes) const {
-  if (bytes > left_ - static_cast<qcUInt64>(gptr() - eback()))
-    archive_.refuse(qcLoadContext::Limit::bytes, archive_.limits().bytes);
+  const qcUInt64 left = left_ - static_cast<qcUInt64>(gptr() - eback());
+  if (bytes > left) refuse(archive_, qcLoadContext::Limit::bytes, archive_.limits().bytes, bytes - left);
+}
+
+void qc_Gate::refuse(const qcArchive& archive, qcLoadContext::Limit limit, qcInt64 allowed, qcUInt64 beyond) {
+  using namespace qc_format;
+  qcArchive::BadContent error(kArchiveSource, limit == qcLoadContext::Limit::nesting ? kNestingLine : kLimitLine);
+  const auto most = static_cast<qcUInt64>(std::max<qcInt64>(allowed, 0));
+  const qcUInt64 found = most + std::min(beyond, std::numeric_limits<qcUInt64>::max() - most);
+  archive.explain(error, "at most " + std::to_string(most), std::to_string(found), limit);
+  throw error;
 }
 
 void qc_Gate::skip(qcUInt64 bytes) {

@@ -20,6 +20,9 @@ class qc_Gate : public std::streambuf {
   void skip(qcUInt64 bytes);
   /// Throws BadContent when so many more are too many.
   void check(qcUInt64 bytes) const;
+  /// Throws BadContent for what would come to so much more than a limit allows in all.
+  [[noreturn]] static void refuse(const qcArchive& archive, qcLoadContext::Limit limit, qcInt64 allowed,
+                                  qcUInt64 beyond);
   /// Tells the medium how much was read of what it shows; to be called before it is used other than through this.
   void settle() noexcept;
 

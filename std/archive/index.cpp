@@ -713,7 +713,8 @@ qcPersistent* qc_ArchiveIndex::loadAnew(std::int32_t id) {
 qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& behind) {
   if (record.is(kObject)) return inlineOf(record);
   if (!record.is(kPointer)) {
-    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine), "a pointer or an object");
+    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine), "a pointer or an object",
+                           "a mark");
   }
   qc_Record reference;
   if (!record.isRemoved()) reference.id = record.number();
@@ -723,7 +724,8 @@ qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& beh
   if (!record.isFollowed()) return reference;
   const qc_Record object = readRecord();
   if (!object.is(kObject)) {
-    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine), "the object of the pointer");
+    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine), "the object of the pointer",
+                           "another record");
   }
   if (static_cast<qcUInt64>(archive_.endOffset() - object.bodyAt()) < object.size) {
     throw archive_.located(qcArchive::Eof(kIndexSource, kRecordSizeLine),
@@ -739,11 +741,11 @@ void qc_ArchiveIndex::checkPlace(const qc_Record& reference) const {
   if (reference.kind == kInline || reference.position == 0) return;
   const qc_Record* object = chain_.object(reference.id);
   if (object && object->at != static_cast<std::streamoff>(reference.position))
-    throw missing(reference.id, kNotInIndexLine);
+    throw missing(reference.id, kNotInIndexLine, "its place given as byte " + std::to_string(reference.position));
 }
 
-qc_Record qc_ArchiveIndex::inlineOf(const qc_Record& object) {
-  if (object.isRemoved()) throw qcArchive::NotFound(kIndexSource, kNotInIndexLine);
+qc_Record qc_ArchiveIndex::inlineOf(const qc_Record& object) const {
+  if (object.isRemoved()) throw missing(object.id, kNotInIndexLine, "an object that was removed");
   qc_Record record = object;
   record.kind = kInline;
   return record;
@@ -845,12 +847,12 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const qc_Record& record, qc_P
   return given;
 }
 
-qcArchive::NotFound qc_ArchiveIndex::missing(std::int32_t id, int line) const {
-  return archive_.located(qcArchive::NotFound(kIndexSource, line), "object " + std::to_string(id));
+qcArchive::NotFound qc_ArchiveIndex::missing(std::int32_t id, int line, std::string_view found) const {
+  return archive_.located(qcArchive::NotFound(kIndexSource, line), "object " + std::to_string(id), found);
 }
 
 qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const qc_Record& record, qc_PointerCast cast, bool owned) {
-  if (!archive_.seekable_) throw missing(record.id, kNotInArchiveLine);
+  if (!archive_.seekable_) throw missing(record.id, kNotInArchiveLine, "none before it");
   auto position = static_cast<std::streamoff>(record.position);
   if (const qc_Record* object = chain_.object(record.id)) {
     position = object->at;
@@ -858,7 +860,7 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadElsewhere(const qc_Record& record, q
     position = found->second;
   }
   const std::streamoff here = archive_.offset();
-  if (position <= 0 || position >= archive_.endOffset()) throw missing(record.id, kNotInIndexLine);
+  if (position <= 0 || position >= archive_.endOffset()) throw missing(record.id, kNotInIndexLine, "none");
   const qcArchive::Hush hush(archive_);  // it is told of where it lies
   const Root root{record.id, position};
   const Given given = elsewhere_ ? loadAt(root, cast, owned) : loadFrom(root, cast, owned);
@@ -874,7 +876,7 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadAt(const Root& root, qc_PointerCast 
   archive_.seekTo(root.position);
   qc_Record target = readRecord();
   if (target.is(kObject)) target = inlineOf(target);
-  if (target.id != root.id || target.kind != kInline) throw missing(root.id, kNotInIndexLine);
+  if (target.id != root.id || target.kind != kInline) throw missing(root.id, kNotInIndexLine, "another record");
   std::optional<Elsewhere> here;
   if (!owned || !elsewhere_) here.emplace(*this, root);  // nobody else could be given one that has an owner
   const Given given = loadInline(target, cast, owned);
@@ -962,7 +964,8 @@ void qc_ArchiveIndex::charge(std::streamoff position, std::streamoff next) {
   charged_ += std::max<std::streamoff>(position - chargedFrom_, 0);
   chargedFrom_ = next;
   if (charged_ / 2 > archive_.endOffset()) {
-    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordOverlapLine), "records that do not overlap");
+    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordOverlapLine), "records that do not overlap",
+                           "more bytes in them than in the archive");
   }
 }
 

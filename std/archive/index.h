@@ -135,13 +135,13 @@ class qc_ArchiveIndex {
   void loadObject(qcPersistent& object);
 
   qc_Record unlinked(const qc_Record& record, std::streamoff& behind);
-  static qc_Record inlineOf(const qc_Record& object);
+  qc_Record inlineOf(const qc_Record& object) const;
   void checkPlace(const qc_Record& reference) const;
   Given loadInline(const qc_Record& record, qc_PointerCast cast, bool owned);
   Given loadElsewhere(const qc_Record& record, qc_PointerCast cast, bool owned);
   Given loadFrom(Root root, qc_PointerCast cast, bool owned);
   Given loadAt(const Root& root, qc_PointerCast cast, bool owned);
-  qcArchive::NotFound missing(std::int32_t id, int line) const;
+  qcArchive::NotFound missing(std::int32_t id, int line, std::string_view found) const;
   bool giveKnown(std::int32_t id, qc_PointerCast cast, Given& given);
   void readScratch(const qc_Record& record);
   Given makeObject(std::int32_t id, qc_PointerCast cast);

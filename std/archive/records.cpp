@@ -43,7 +43,8 @@ const qc_Record& recordAt(const qcArchive& archive, const qc_RecordChain& chain,
   const qc_Record* record = chain.at(place);
   if (!record || !record->is(kind) || record->isRemoved()) {
     const char* expected = kind == kMark ? "a mark" : kind == kPointer ? "a pointer" : "an object";
-    throw archive.located(qcArchive::NotFound(kIndexSource, kNoRecordLine), expected);
+    const char* found = !record ? "no record" : record->is(kind) ? "one that was removed" : "another record";
+    throw archive.located(qcArchive::NotFound(kIndexSource, kNoRecordLine), expected, found);
   }
   return *record;
 }

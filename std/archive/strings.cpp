@@ -76,7 +76,8 @@ void qcArchive::readText(Text& text) try {
     std::string narrow(length, '\0');
     readPayload(narrow.data(), length);
     *this || closing[0];
-    if (closing[0] != kQuote) throw located(BadType(kArchiveSource, kTextCloseLine), "a closing quote");
+    if (closing[0] != kQuote)
+      throw located(BadType(kArchiveSource, kTextCloseLine), "a closing quote", qf_Hex({closing.data(), 1}));
     return assign(text, std::move(narrow));
   }
   *this || mark[1];

@@ -211,7 +211,7 @@ void flagsWord(qcArchive& archive) {
   std::uint32_t flags = 0;
   archive || flags;
   if ((flags & ~(kFirstPelFollows | kSecondPelFollows)) != 0) {
-    throw archive.located(qcArchive::BadContent(kSource, 243), "known flags");
+    throw archive.located(qcArchive::BadContent(kSource, 243), "known flags", std::to_string(flags));
   }
   for (const std::uint32_t bit : {kFirstPelFollows, kSecondPelFollows}) {
     Element<T> dropped[qcPelTraits<T>::elements];

@@ -191,7 +191,8 @@ void qcCircle::serializeCommon(qcArchive& archive) {
   double radius = radius_;
   archive || center || radius;
   if (archive.isStoring()) return;
-  if (!isRadius(radius)) throw archive.located(qcArchive::BadContent("std/shapes/shapes", 3693), "a radius >= 0");
+  if (!isRadius(radius))
+    throw archive.located(qcArchive::BadContent("std/shapes/shapes", 3693), "a radius >= 0", std::to_string(radius));
   center_ = center;
   radius_ = radius;
 }

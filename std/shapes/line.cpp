@@ -93,7 +93,8 @@ void qcLine::serializeCommon(qcArchive& archive) {
   qcVector<2> dir = dir_, pos = pos_;
   archive || dir || pos;
   if (archive.isStoring()) return;
-  if (dir.isNull()) throw archive.located(qcArchive::BadContent("std/shapes/shapes", 2575), "a direction");
+  if (dir.isNull())
+    throw archive.located(qcArchive::BadContent("std/shapes/shapes", 2575), "a direction", "a null vector");
   dir_ = dir;
   pos_ = pos;
 }
@@ -177,6 +178,7 @@ void qcFLine::serializeCommon(qcArchive& archive) {
   double angle = angle_.plain(), distance = distance_;
   archive || angle || distance;
   if (archive.isStoring()) return;
-  if (!(distance >= 0)) throw archive.located(qcArchive::BadContent("std/shapes/shapes", 0), "a distance >= 0");
+  if (!(distance >= 0))
+    throw archive.located(qcArchive::BadContent("std/shapes/shapes", 0), "a distance >= 0", std::to_string(distance));
   set(qcDegree(angle), distance);
 }

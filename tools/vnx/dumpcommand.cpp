@@ -1,10 +1,12 @@
 #include "dumpcommand.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 
+#include "files.h"
 #include "format.h"
 #include "inspect.h"
 #include "json.h"
@@ -39,11 +41,12 @@ class Printer {
   void operator()(const Entry& entry) {
     if (entry.kind != "fault" && !isWanted(entry.path)) return;
     ++count_;
+    errno = 0;
     if (json_)
       printJson(entry);
     else
       printText(entry);
-    if (!std::cout) throw std::ios_base::failure("standard output");  // main says so
+    if (!std::cout) throw outputError();
   }
 
   void end(Fault fault) {

@@ -21,6 +21,10 @@ Fault faultOf(const qcException& error) {
 
 std::string causeText(int cause) { return std::generic_category().message(cause); }
 
+FileError outputError() {
+  return {"standard output", "writing failed" + (errno == 0 ? "" : ": " + causeText(errno)), Fault::medium};
+}
+
 std::string textOf(const qcException& error) {
   const int cause = errno;  // of what was refused
   const std::string text = qf_NarrowLossy(error.message(true));

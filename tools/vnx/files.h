@@ -29,6 +29,9 @@ class FileError : public std::runtime_error {
 /// What the system says of an error number.
 std::string causeText(int cause);
 
+/// That standard output takes no more; the reason is in errno.
+FileError outputError();
+
 /// The message of an error, with the system's reason where writing failed, with the place in the file, what was
 /// expected there and what was found.
 std::string textOf(const qcException& error);

@@ -22,6 +22,15 @@ namespace {
 
 constexpr const char* kCommands = "gauge, blobs, render, db, dump, verify, info and demo";
 
+// The file that a call is about: the first argument of its command.
+std::string fileOf(const CLI::App& app) {
+  const CLI::App* command = &app;
+  while (!command->get_subcommands().empty()) command = command->get_subcommands().front();
+  for (const CLI::Option* option : command->get_options())
+    if (option->get_positional() && option->count() != 0) return option->results().front();
+  return "the call";
+}
+
 int run(int argc, char** argv) {
   CLI::App app{"Measures features in bitmaps, finds regions, and says and draws what bitmaps and archives hold", "vnx"};
   app.set_version_flag("--version", "vnx " VNXSTD_VERSION);
@@ -66,6 +75,8 @@ int run(int argc, char** argv) {
     std::cerr << command << ": " << reason << '\n' << command << " --help says what can be asked.\n";
   } catch (const WrongCall& error) {
     std::cerr << command << ": " << error.what() << '\n' << command << " --help says what can be asked.\n";
+  } catch (const std::bad_alloc&) {
+    throw FileError(fileOf(app), "memory does not suffice for what it holds", Fault::limit);
   }
   return kWrongCall;
 }
@@ -80,8 +91,7 @@ int main(int argc, char** argv) {
     const int status = run(argc, argv);
     errno = 0;
     if (std::cout.flush() && std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
-    const std::string cause = errno == 0 ? "" : ": " + causeText(errno);
-    std::cerr << "vnx: writing to standard output failed" << cause << '\n';
+    throw outputError();
   } catch (const FileError& error) {
     std::cout.flush();
     std::cerr << "vnx: " << error.what() << '\n';
