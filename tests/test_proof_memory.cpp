@@ -5,6 +5,7 @@
 #include "support/samples.h"
 #include "support/test.h"
 #include "vnxstd/cfit.h"
+#include "vnxstd/comm.h"
 #include "vnxstd/dib.h"
 #include "vnxstd/math.h"
 #include "vnxstd/pelbuf.h"
@@ -75,6 +76,9 @@ TEST(Memory, StoresAndLoads) {
 }
 
 TEST(Memory, Computations) {
+  expectSafe(
+      "connect", [] { return std::make_unique<int>(); }, [](int&) { qcCommunicator::loopback(); },
+      [](int) { return 0; });
   const Points points = {{0, 0}, {4, 1}, {8, 0}, {5, 4}, {8, 8}, {4, 6}, {0, 8}, {2, 4}};
   const qcRegionTree hole(qcCircle({6, 2}, 1), true);
   const qcXform<2> shear({2, 1, 0, 1}, {3, 4});

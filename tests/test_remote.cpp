@@ -395,16 +395,21 @@ TEST(RemoteRoots, ConnectionsAndTimeMayEndWhileAnAnswerIsUnderWay) {
   near.owner->finishSending();
 }
 
-TEST(RemoteRoots, ComeHomeInAMessageThatWasReceivedBeforeTheEnd) {
-  Pair pair;
-  Grey image(9, 9), home;
+TEST(RemoteRoots, ComeAndComeHomeInAMessageThatWasReceivedBeforeTheEnd) {
+  Pair pair, other;
+  Grey image(9, 9), home, come;
+  int number = 0;
   Grey proxy = pair.lend(image);
-  *pair.back || proxy;
-  pair.back->flush();
-  pair.user->finishSending();
-  EXPECT_TRUE(pair.owner->serve(30));
+  *pair.back || number || proxy;
+  *other.out || number || image;
+  pair.back->flush(), other.out->flush();
+  pair.user->finishSending(), other.owner->finishSending();
+  *pair.home || number;
+  for (auto* end : {pair.owner.get(), other.user.get()}) EXPECT_TRUE(end->serve(30));
   *pair.home || home;
-  EXPECT_EQ(home.rep(), image.rep());
+  *other.in || number || come;
+  EXPECT_TRUE(home.rep() == image.rep() && come.isRemote());
+  other.owner.reset();
   EXPECT_THROW(*pair.home || home, qcTcpip::ConnectionBroken);
   home = Grey();
   EXPECT_EQ(image.rep()->refc(), 1) << "what was lent is let go of";
@@ -568,7 +573,11 @@ TEST(RemoteRoots, BadNoticesWaitForNoObject) {
   }
 }
 
-TEST(RemoteRoots, FloodsProlongNoWait) {
+TEST(RemoteRoots, FloodsAndOtherThreadsProlongNoWait) {
+  auto [going, asking] = qcCommunicator::loopback();
+  std::jthread serving([&end = *going] { EXPECT_TRUE(end.serve(1e9)); });
+  EXPECT_EQ(ask(*asking), "qcArchive::Eof");
+  going.reset();
   auto [mine, other] = qcCommunicator::loopback();
   std::string flood;
   for (int i = 0; i < 100; ++i) flood += fromHex("040000A0 09000000");  // replies that nobody waits for

@@ -85,11 +85,16 @@ void qc_Link::close() noexcept {
 
 std::shared_ptr<qc_CallService> qc_Link::service() {
   const Lock lock(mutex_);
-  if (!service_ && !isReceivingOver_ && qc_CallService::factory) {
-    service_ = qc_CallService::factory(*this);
-    lastService_ = service_;
-  }
+  if (!isReceivingOver_) makeService();
   return service_;
+}
+
+// Unless there is one.
+void qc_Link::makeService() {
+  if (!service_) service_ = lastService_.lock();
+  if (service_ || !qc_CallService::factory) return;
+  service_ = qc_CallService::factory(*this);
+  lastService_ = service_;
 }
 
 std::shared_ptr<qc_CallService> qc_Link::lastService() const {
@@ -156,7 +161,8 @@ bool qc_Link::readOn(bool isRoom) {
 }
 
 // Reads, as the one thread that does, until a frame is there and handed on, or something can be sent that was left;
-// only what there is already without a deadline. False when that passes first. An error ends the receiving.
+// only what there is already without a deadline. False when that passes first. An error ends the receiving, and the
+// communicator does when it goes.
 bool qc_Link::read(Lock& lock, bool takesMessages, const qcDeadline* deadline) {
   const bool isRoom = takesMessages || asideBytes_ < kMostSetAside;
   bool canSendRest = isSomethingLeft();
@@ -170,14 +176,16 @@ bool qc_Link::read(Lock& lock, bool takesMessages, const qcDeadline* deadline) {
   bool isWhole = false, isInTime = true;
   try {
     while (!(isWhole = readOn(isRoom)) && deadline && !isMessageWithoutRoom(isRoom)) {
-      const qcDeadline look = canSendRest ? *deadline : std::min(*deadline, qcDeadline(kLook));
+      const qcDeadline look = std::min(*deadline, qcDeadline(kLook));
       const qcCommunicator::Ready ready = communicator_->waitFor(canSendRest, true, look);
+      lock.lock();
+      canSendRest = isSomethingLeft();
+      const bool isOver = isReceivingOver_;
+      lock.unlock();
+      if (isOver) break;
       if (ready.canReceive) continue;
       isInTime = ready.canSend || !deadline->hasPassed();
       if (ready.canSend || !isInTime) break;
-      lock.lock();
-      canSendRest = isSomethingLeft();
-      lock.unlock();
     }
     if (isWhole && (head_ & kCall) != 0 && loadWord(body_.data()) == 0) {
       isWhole = false;
@@ -258,8 +266,11 @@ qc_Link::Frame qc_Link::receiveMessageFrame(const qcDeadline& deadline) {
   if (dropsMessages_) throw qcTcpip::ConnectionBroken();
   if (isReceivingOver_ && inbox_.empty()) letGo(lock);
   if (!await(lock, deadline, true, [this] { return !inbox_.empty(); })) throw qcTcpip::Timeout();
+  makeService();  // also when the end came first: what the frame refers to is there until the frame is used up
   Frame frame = std::move(inbox_.front());
   inbox_.pop_front();
+  frame.service = service_;
+  if (isReceivingOver_ && inbox_.empty()) service_ = nullptr;
   asideBytes_ -= frame.bytes.size() + kFrameCost;
   changed_.notify_all();
   return frame;
@@ -267,7 +278,7 @@ qc_Link::Frame qc_Link::receiveMessageFrame(const qcDeadline& deadline) {
 
 bool qc_Link::isInMessageFrame() const {
   const Lock lock(mutex_);
-  return !isReading_ && headCount_ > 0 && (headCount_ < kHead || (head_ & (kCall | kReply)) == 0);
+  return !isReading_ && headCount_ == kHead && (head_ & (kCall | kReply)) == 0;
 }
 
 void qc_Link::breakMessages(bool isStoring) {
@@ -359,10 +370,10 @@ void qc_Link::waitToSend(const qcDeadline& deadline) {
   Lock lock(mutex_);
   const bool isReader = reads();
   lock.unlock();
-  const qcCommunicator::Ready ready =
-      communicator_->waitFor(true, isReader, isReader ? deadline : std::min(deadline, qcDeadline(kLook)));
+  const qcCommunicator::Ready ready = communicator_->waitFor(true, isReader, std::min(deadline, qcDeadline(kLook)));
   if (ready.canSend) return;
   lock.lock();
+  if (isSendingOver_) throw qcTcpip::ConnectionBroken();
   if (ready.canReceive && reads()) {
     try {
       read(lock, false, nullptr);

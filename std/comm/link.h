@@ -54,9 +54,10 @@ class qc_Link {
   struct Frame {
     std::vector<char> bytes;
     bool isLast = false;
+    std::shared_ptr<qc_CallService> service{};  // keeps what the frame refers to until it is used up
   };
 
-  explicit qc_Link(qcCommunicator& communicator) noexcept : communicator_(&communicator) {}
+  explicit qc_Link(qcCommunicator& communicator) : communicator_(&communicator) {}
   qc_Link(const qc_Link&) = delete;
   qc_Link& operator=(const qc_Link&) = delete;
   ~qc_Link();
@@ -69,7 +70,7 @@ class qc_Link {
   /// Sends a frame of a message: `count` bytes behind room for the head.
   void sendMessageFrame(char* frame, std::size_t count, bool isLast, const qcDeadline& deadline);
   Frame receiveMessageFrame(const qcDeadline& deadline);
-  /// Whether a frame of a message has begun to come that nobody has read to its end.
+  /// Whether a frame is known to be one of a message, and nobody has read it to its end.
   bool isInMessageFrame() const;
   /// A message was broken off: there will be no further ones in this direction.
   void breakMessages(bool isStoring);
@@ -84,7 +85,8 @@ class qc_Link {
   /// Answers calls until the deadline, which gives false, or until the peer has gone.
   bool serve(const qcDeadline& deadline);
 
-  /// The service, which is made when it is first asked for; null once nothing can be received any more.
+  /// The service, which is made when it is first asked for; null once nothing can be received any more, and all that
+  /// was received is handed out.
   std::shared_ptr<qc_CallService> service();
   /// The same as long as any thread still uses it.
   std::shared_ptr<qc_CallService> lastService() const;
@@ -99,6 +101,7 @@ class qc_Link {
     std::vector<char> reply;
   };
 
+  void makeService();
   template <class IsThere>
   bool await(Lock& lock, const qcDeadline& deadline, bool takesMessages, IsThere isThere);
   bool isMessageWithoutRoom(bool isRoom) const;

@@ -28,7 +28,7 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
 
   void skipMessage() {
     while (inMessage_) receiveFrame();
-    setg(nullptr, nullptr, nullptr);
+    dropFrame();
   }
 
  protected:
@@ -46,14 +46,18 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
   // Positions are those of the bytes received so far; there is no going to any of them.
   pos_type seekoff(off_type offset, std::ios_base::seekdir from, std::ios_base::openmode which) override {
     if (offset != 0 || from != std::ios_base::cur || which != std::ios_base::in) return pos_type(off_type(-1));
-    return pos_type(received_ - (egptr() - gptr()));
+    return pos_type(received_ - (egptr() - gptr()) - (hasLast_ ? 1 : 0));
   }
 
   int_type underflow() override {
-    do {
-      receiveFrame();
-    } while (gptr() == egptr());
-    return traits_type::to_int_type(*gptr());
+    while (gptr() == egptr() && !hasLast_) receiveFrame();
+    return traits_type::to_int_type(gptr() == egptr() ? buffer_.back() : *gptr());
+  }
+
+  int_type uflow() override {
+    const int_type next = underflow();
+    gptr() == egptr() ? dropFrame() : gbump(1);
+    return next;
   }
 
  private:
@@ -84,19 +88,31 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
     beginStoring();
   }
 
+  void dropFrame() noexcept {
+    setg(nullptr, nullptr, nullptr);
+    hasLast_ = false;
+    service_ = nullptr;
+  }
+
   void receiveFrame() {
-    setg(nullptr, nullptr, nullptr);  // a failure leaves nothing to read
+    dropFrame();  // a failure leaves nothing to read
     timed(false, [&](const qcDeadline& deadline) {
       qc_Link::Frame frame = link_->receiveMessageFrame(deadline);
       buffer_ = std::move(frame.bytes);
-      setg(buffer_.data(), buffer_.data(), buffer_.data() + buffer_.size());
-      received_ += static_cast<off_type>(buffer_.size());
+      service_ = std::move(frame.service);
       inMessage_ = !frame.isLast;
     });
+    received_ += static_cast<off_type>(buffer_.size());
+    hasLast_ = !buffer_.empty();
+    if (hasLast_) setg(buffer_.data(), buffer_.data(), buffer_.data() + buffer_.size() - 1);
   }
 
   std::shared_ptr<qc_Link> link_;
   std::vector<char> buffer_;
+  // The last byte of a frame is taken by uflow, so that this knows when the frame is used up, and lets go at once of
+  // what keeps its images when the connection has ended.
+  bool hasLast_ = false;
+  std::shared_ptr<qc_CallService> service_;
   double seconds_;
   double waited_ = 0;       // in this message
   off_type received_ = 0;   // bytes of the archive

@@ -213,9 +213,10 @@ void qc_RemotePelRoots::answerPels(bool isWritten, qcArchive& call, qcArchive& r
 // --- roots of this side ---------------------------------------------------------------------------------------------
 
 std::shared_ptr<qc_RemotePelRoots> qc_RemotePelRoots::of(qc_Link& link) {
-  auto roots = std::static_pointer_cast<qc_RemotePelRoots>(link.service());
-  if (!roots) throw qcTcpip::ConnectionBroken();
-  return roots;
+  auto service = link.lastService();
+  if (!service) service = link.service();
+  if (!service) throw qcTcpip::ConnectionBroken();
+  return std::static_pointer_cast<qc_RemotePelRoots>(std::move(service));
 }
 
 // Under the lock.
@@ -376,6 +377,7 @@ void qf_TransferPelRoot(qcTransferArchive& archive, qcPtrHandle<qc_PelRoot>& roo
   bool isWritersOwn = isBound && !(root->isRemote() && &qc_RemotePelRoots::linkOf(*root) == link.get());
   std::uint32_t identity = 0;
   std::int32_t width = 0, height = 0;
+  std::shared_ptr<qc_CallService> service;
   if (archive.isStoring() && isBound) {
     width = static_cast<std::int32_t>(root->width());
     height = static_cast<std::int32_t>(root->height());
@@ -388,7 +390,9 @@ void qf_TransferPelRoot(qcTransferArchive& archive, qcPtrHandle<qc_PelRoot>& roo
     }
   }
   try {
-    archive || isBound || isWritersOwn || identity || width || height;
+    archive || isBound || isWritersOwn;
+    if (archive.isLoading()) service = link->lastService();  // which goes with the last byte of the frame
+    archive || identity || width || height;
   } catch (...) {  // a reference that does not get there whole counts for nothing
     if (archive.isStoring() && identity != 0) {
       const auto roots = std::static_pointer_cast<qc_RemotePelRoots>(link->lastService());

@@ -43,7 +43,7 @@ class qc_RemotePelRoots : public qc_CallService {
  public:
   explicit qc_RemotePelRoots(qc_Link& link) noexcept : link_(link) {}
 
-  /// Those of a connection. Throws qcTcpip::ConnectionBroken once it has ended.
+  /// Those of a connection. Throws qcTcpip::ConnectionBroken once it has ended and nobody uses them any more.
   static std::shared_ptr<qc_RemotePelRoots> of(qc_Link& link);
 
   /// Counts once more that the peer has a root of this side; returns its number.

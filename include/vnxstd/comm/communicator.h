@@ -33,11 +33,12 @@ class VNXSTD_EXPORT qcCommunicator {
   /// Takes over a connected socket, also when this throws. Throws qcTcpip::AccessFailed when it is no stream socket, or
   /// not connected: one that listens, or whose connection is still being made or was reset.
   explicit qcCommunicator(int socket);
-  /// Ends the connection, after the waits of other threads that serve it or use images of the peer; none may be in
-  /// another operation, or be making an image on it. Images that were lent to the peer are let go of; the peer's throw
-  /// qcTcpip::ConnectionBroken from now on. What was sent gets there, over TCP unless the peer itself sends something
-  /// afterwards (qcTransferArchive::flush); what has come unread is discarded. A process forked from the one that made
-  /// it discards nothing; if it is to go on with the connection, the maker must let go last.
+  /// Ends the connection, and the waits of other threads that serve it or use images of the peer, within some 10 ms,
+  /// but after an answer under way; none may be in another operation, or be making an image on it. Images that were
+  /// lent to the peer are let go of; the peer's throw qcTcpip::ConnectionBroken from now on. What was sent gets there,
+  /// over TCP unless the peer itself sends something afterwards (qcTransferArchive::flush); what has come unread is
+  /// discarded. A process forked from the one that made it discards nothing; if it is to go on with the connection, the
+  /// maker must let go last.
   ~qcCommunicator();
   qcCommunicator(const qcCommunicator&) = delete;
   qcCommunicator& operator=(const qcCommunicator&) = delete;
