@@ -13,7 +13,7 @@
 #include "support/test.h"
 #include "vnxstd/comm.h"
 #include "vnxstd/except/catalogue.h"
-#include "vnxstd/math/vector.h"
+#include "vnxstd/math/xflinear.h"
 #include "vnxstd/timer.h"
 
 namespace {
@@ -114,6 +114,24 @@ TEST(Transfer, TimeOutsCoverWholeMessages) {
   const auto out = other->archive(Dir::storing, 0.05);
   EXPECT_THROW(out->raw(std::vector<char>(10000000).data(), 10000000), qcTcpip::Timeout);
   EXPECT_THROW(out->flush(), qcTcpip::ConnectionBroken);
+}
+
+TEST(Transfer, MessagesStandAlone) {
+  auto [mine, other] = qcCommunicator::loopback();
+  const auto out = mine->archive(Dir::storing);
+  out->flush();  // the header
+  char header[6];
+  other->receive(header, 6, qcDeadline(30.0));
+  const qcPtrHandle_const<qc2XformBase> shared(new qc2XformLinear);
+  std::string messages[2];
+  for (std::string& message : messages) {
+    *out << shared;
+    out->flush();
+    message.resize(200);
+    other->receive(message.data(), 4, qcDeadline(30.0));
+    other->receive(message.data() + 4, static_cast<unsigned char>(message[0]), qcDeadline(30.0));
+  }
+  EXPECT_EQ(messages[1], messages[0]);
 }
 
 TEST(Transfer, WaitingForAMessageKeepsNobodyFromArchiving) {

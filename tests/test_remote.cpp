@@ -395,6 +395,23 @@ TEST(RemoteRoots, ConnectionsAndTimeMayEndWhileAnAnswerIsUnderWay) {
   near.owner->finishSending();
 }
 
+TEST(RemoteRoots, OfOneCalibrationAreLoadedMessageByMessage) {
+  Pair pair;
+  Grey first(4, 4), come;
+  first.clientFromImageXform(qcXform<2>(qcMatrix<2>(2, 0, 0, 3), {4, 5}));
+  for (const bool isSkipped : {false, true, false, false}) {
+    Grey frame(4, 4);
+    frame.copyXforms(first);
+    int number = 0;
+    *pair.out || number || frame;
+    pair.out->flush();
+    *pair.in || number;
+    come = Grey();
+    isSkipped ? pair.in->nextMessage() : static_cast<void>(*pair.in || come);
+    EXPECT_TRUE(isSkipped || come.clientFromImageXform() == first.clientFromImageXform());
+  }
+}
+
 TEST(RemoteRoots, ComeAndComeHomeInAMessageThatWasReceivedBeforeTheEnd) {
   Pair pair, other;
   Grey image(9, 9), home, come;

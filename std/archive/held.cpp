@@ -127,17 +127,17 @@ void qc_HeldTable::letGo() noexcept {
   (previous_ ? previous_->next_ : tables_) = next_;
   if (next_) next_->previous_ = previous_;
   for (Place place = 0; place < used_; ++place) {
-    const Entry& entry = (*this)[place];
-    if (!entry.object) continue;
+    qcPersistent* const object = std::exchange((*this)[place], {}).object;
+    if (!object) continue;
     unsigned char held = 0;
     for (qc_HeldTable* other = tables_; other; other = other->next_) {
-      if (const Entry* theirs = other->find(entry.object)) {
+      if (const Entry* theirs = other->find(object)) {
         held |= qcPersistent::kKnown | (theirs->stored != 0 ? qcPersistent::kStored : 0);
       }
     }
-    entry.object->held_.store(held, std::memory_order_release);
+    object->held_.store(held, std::memory_order_release);
   }
-  blocks_.clear();
+  if (blocks_.size() > 1) blocks_.resize(1);  // one is kept for those who do this again and again
   used_ = 0;
   free_ = kNone;
   elsewhere_.clear();

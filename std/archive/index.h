@@ -78,6 +78,11 @@ class qc_ArchiveIndex {
     held_.letGo();
     positions_ = {};
   }
+  /// Also begins the identifiers anew, as if nothing had been stored or loaded; for plain archives.
+  void beginAnew() noexcept {
+    letGo();
+    if (entered_ == 0) nextId_ = 1, lastLoaded_ = 0;
+  }
   /// What was stored under identifiers behind `id` is not in the archive any more.
   void forgetBehind(std::int32_t id) noexcept;
   /// The object of that identifier is not in the archive any more.

@@ -203,6 +203,7 @@ void qcArchive::removeObject() {
 
 void qcArchive::setStartingID(long id) { static_cast<void>(chain()), index_->numberFrom(clamped(id)); }
 void qcArchive::forgetObjects() noexcept { index_->letGo(); }
+void qcArchive::beginAnew() noexcept { index_->beginAnew(); }
 
 // Pointers.
 

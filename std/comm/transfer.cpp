@@ -22,8 +22,13 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
     setp(buffer_.data() + qc_Link::kHead, buffer_.data() + buffer_.size());
   }
 
+  /// Told when a message ends that is stored, and when one begins that is loaded.
+  void tell(qcTransferArchive& archive) noexcept { archive_ = &archive; }
+
   void sendMessage() {
-    if (pptr() != pbase() || inMessage_ || broken_) sendFrame(true);
+    if (pptr() == pbase() && !inMessage_ && !broken_) return;
+    archive_->beginAnew();  // also when the message does not get there
+    sendFrame(true);
   }
 
   void skipMessage() {
@@ -96,6 +101,7 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
 
   void receiveFrame() {
     dropFrame();  // a failure leaves nothing to read
+    const bool isFirst = !inMessage_;
     timed(false, [&](const qcDeadline& deadline) {
       qc_Link::Frame frame = link_->receiveMessageFrame(deadline);
       buffer_ = std::move(frame.bytes);
@@ -105,9 +111,11 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
     received_ += static_cast<off_type>(buffer_.size());
     hasLast_ = !buffer_.empty();
     if (hasLast_) setg(buffer_.data(), buffer_.data(), buffer_.data() + buffer_.size() - 1);
+    if (isFirst) archive_->beginAnew();
   }
 
   std::shared_ptr<qc_Link> link_;
+  qcTransferArchive* archive_ = nullptr;
   std::vector<char> buffer_;
   // The last byte of a frame is taken by uflow, so that this knows when the frame is used up, and lets go at once of
   // what keeps its images when the connection has ended.
@@ -131,6 +139,7 @@ qcTransferArchive::qcTransferArchive(std::unique_ptr<qc_StreamBufferWithTimeout>
     : qcArchive(stream.get(), direction, ordering, false, false),
       stream_(std::move(stream)),
       communicator_(communicator) {
+  stream_->tell(*this);
   if (isStoring()) stream_->beginStoring();
   ctorFinished();
 }

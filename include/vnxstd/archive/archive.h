@@ -406,6 +406,10 @@ class VNXSTD_EXPORT qcArchive {
   /// let go.
   void settle() noexcept;
 
+  /// For archives that are not seekable and go in messages, each of which stands alone: forgets all objects, as
+  /// forgetObjects does, and begins their identifiers anew. Does nothing while an object is being stored or loaded.
+  void beginAnew() noexcept;
+
   /// Drops what lies behind `end`; the put position is then anywhere. False when the medium cannot.
   virtual bool truncate(std::streamoff end);
 

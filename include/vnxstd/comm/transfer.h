@@ -10,17 +10,19 @@ class qcCommunicator;
 /// The stream buffer of a transfer archive.
 class qc_StreamBufferWithTimeout;
 
-/// An archive whose bytes go to another process, or come from it. What is stored between two flushes is a message.
+/// An archive whose bytes go to another process, or come from it. What is stored between two flushes is a message,
+/// which stands alone: an object that is stored again in a later one is stored in full, and is another object for the
+/// reader, while an image that goes by reference stays the same.
 ///
 /// The time that is spent waiting within one message, for the peer to send it or to take it, is at most timeOut();
 /// beyond it qcTcpip::Timeout is thrown, and qcTcpip::ConnectionBroken when the peer has gone. A message that was
 /// broken off so cannot be taken up again: from then on everything throws ConnectionBroken. Waiting in vain for a
 /// message to begin breaks nothing off. A load that fails for another reason leaves the rest of its message, which
-/// nextMessage skips; objects that were stored in it may be referred to later, and are then NotFound. An archive that
-/// goes before its message is loaded leaves the rest for the next one, which makes no sense there: nextMessage first.
-/// docs/archive-format.md gives the bytes of messages. For one thread at a time. An object is stored and loaded under
-/// the persistence lock, and so are waits in its middle: between two threads of one process, objects larger than what
-/// the connection takes at once (some 100 KB) time out, since neither side can go on without the lock.
+/// nextMessage skips. An archive that goes before its message is loaded leaves the rest for the next one, which makes
+/// no sense there: nextMessage first. docs/archive-format.md gives the bytes of messages. For one thread at a time. An
+/// object is stored and loaded under the persistence lock, and so are waits in its middle: between two threads of one
+/// process, objects larger than what the connection takes at once (some 100 KB) time out, since neither side can go on
+/// without the lock; and while a peer stalls there, no other thread of the process stores or loads objects.
 class VNXSTD_EXPORT qcTransferArchive : public qcArchive {
  public:
   /// What is stored and not yet flushed is sent; a failure to do so is lost here.
@@ -37,7 +39,9 @@ class VNXSTD_EXPORT qcTransferArchive : public qcArchive {
   void flush();
   /// The same as flush.
   void sync() override { flush(); }
-  /// Goes to the end of the message that is being loaded, if any.
+  /// Goes to the end of the message that is being loaded, if any. The peer's images in what is skipped, here or behind
+  /// a load that failed, are never told of: the peer keeps them until the connection ends. Images that a reader may
+  /// want to skip are best sent in messages of their own, when it has asked for them.
   void nextMessage();
 
   bool isConnected() const;
@@ -47,6 +51,7 @@ class VNXSTD_EXPORT qcTransferArchive : public qcArchive {
 
  private:
   friend class qcCommunicator;
+  friend class qc_StreamBufferWithTimeout;
   qcTransferArchive(std::unique_ptr<qc_StreamBufferWithTimeout> stream, Direction direction, Ordering ordering,
                     qcCommunicator& communicator);
 
