@@ -81,20 +81,21 @@ void qfPelMove(const qcPelBuffer_const<T>& src, qcPelBuffer<T>& dst) {
   if (!dst.isBound()) dst = to;
 }
 
-/// Whether anything else owns the buffer's root, or a plane of it.
+/// Whether anything else owns the buffer's root, or a plane of it; as another process does one that lives there.
 template <class T>
 bool qf_PelIsShared(const qcPelBuffer_const<T>& buffer) {
-  if (buffer.refc() > 1) return true;
+  if (buffer.refc() > 1 || buffer.isRemote()) return true;
   if constexpr (!qcFlatPelType<T>) {
-    for (int plane = 0; buffer.isBound() && !buffer.isRemote() && plane < 3; ++plane) {
+    for (int plane = 0; buffer.isBound() && plane < 3; ++plane) {
       if (buffer.planeBuffer(plane).refc() > 2) return true;  // the image's own count and that of this plane buffer
     }
   }
   return false;
 }
 
-/// Sees to it that no other buffer shares this buffer's pels: when its root has other owners, the buffer is bound to a
-/// new image with the pels of its window, its image coordinates and transform. An unbound buffer stays so.
+/// Sees to it that no other buffer shares this buffer's pels: when its root has other owners, or lives on the other
+/// side of a communicator, the buffer is bound to a new image here with the pels of its window, its image coordinates
+/// and transform. An unbound buffer stays so.
 template <class T>
 void qfPelNoShare(qcPelBuffer<T>& buffer) {
   if (qf_PelIsShared(buffer)) buffer = qfPelCopy(buffer);
