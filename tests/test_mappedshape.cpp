@@ -404,6 +404,10 @@ TEST(MappedShape, LoadedInPlaceForgetsWhatItComputed) {
   EXPECT_NEAR(target.boundingBox().width(), 10, 1e-12);
   load(archived(kBig, false, qcMappedShape(circle, qc2XformPerspective(), false)), target);
   EXPECT_NEAR(target.boundingBox().width(), 2, 1e-9);
+  qcMemoryArchive archive(kBig, false);
+  archive << qcMappedShape() << qcMappedShape();
+  qcMemoryArchive in(archive.storage(), static_cast<long>(archive.bytes().size()), false);
+  for (int i = 0; i < 2; ++i) EXPECT_NO_THROW(in >> std::make_unique<qcMappedShape>().operator*()) << "shares nothing";
 }
 
 // No shape is inside itself, whether built or loaded.

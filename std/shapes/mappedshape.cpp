@@ -35,11 +35,6 @@ const qc_Instantiator registered(typeid(qcMappedShape), &qcMappedShape::make);
 
 const qcMappedShape* asMapped(const Held& shape) { return dynamic_cast<const qcMappedShape*>(shape.rep()); }
 
-const Xform& identity() {
-  static const Xform xform(new qc2XformLinear);
-  return xform;
-}
-
 std::string bytesOf(const qc2XformBase& xform) {
   qcMemoryArchive archive(qcArchive::bigEndian, false);
   archive << static_cast<const qcPersistent&>(xform);
@@ -132,7 +127,9 @@ MappedCurve::Place placeOf(const MappedCurve& curve, const qcShapeInfo& info, co
 
 }  // namespace
 
-qcMappedShape::qcMappedShape() : xform_(identity()) {}
+// With an identity of its own: one that all shared would be stored once, and be gone for those that are loaded after
+// it.
+qcMappedShape::qcMappedShape() : xform_(new qc2XformLinear) {}
 
 qcMappedShape::qcMappedShape(const Held& shape, const Xform& xform) : shape_(shape), xform_(xform) {}
 
