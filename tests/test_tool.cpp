@@ -778,6 +778,14 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   std::string damaged = whole;
   const auto third = static_cast<std::size_t>(static_cast<std::streamoff>(
       qcFileArchive(path("d.vdb"), qcArchive::loading, qcArchive::littleEndian, true, true).findMark(3)));
+  damaged.replace(whole.find("\x4F\xE5\x70", third + 42) + 18, 8, 8, '\0');  // the link to the object
+  check(damaged, 3, "damaged at byte");
+  damaged = whole;
+  damaged[third + 18] = damaged[third + 19] = 1;  // a link that leads backwards
+  check(damaged, 3, ("damaged at byte " + std::to_string(third + 42)).c_str());
+  EXPECT_EQ(run("verify e.vdb"), 3);
+  EXPECT_NE(errors.find("found \"a link to byte 257\""), std::string::npos) << errors;
+  damaged = whole;
   damaged[third] = 0;
   check(damaged, 3, "damaged at byte");
   EXPECT_EQ(run("dump e.vdb --json"), 3);

@@ -64,6 +64,8 @@ void qc_RecordChain::open() {
   anchor_ = anchor;
   broken_ = follow(end);
   settle(end);
+  // A link that leads backwards says nothing of where: what is missing lies behind the last record.
+  if (broken_ != 0 && broken_ < tail().bodyAt()) broken_ = tail().end();
   archive_.seekTo(anchor_.end());
 }
 
@@ -132,6 +134,9 @@ void qc_RecordChain::settle(std::streamoff end) {
 // given up.
 std::streamoff qc_RecordChain::lostLink(std::streamoff end) {
   qc_Record record;
+  // A pointer that brought its object along was linked together with it.
+  const bool isFollowed = tail().is(kPointer) && tail().isFollowed() && read(tail().end(), record);
+  if (isFollowed && isFollowing(record, end) && record.id == tail().id && !object(record.id)) return record.at;
   const auto announced = static_cast<std::streamoff>(std::min(anchor_.size, static_cast<qcUInt64>(end)));
   if (!read(announced, record)) return 0;  // nor has what was stored behind it reached the medium
   for (std::streamoff place = 1; place < announced; place *= 2) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cstring>
 #include <fstream>
@@ -19,6 +20,8 @@
 
 #include "json.h"
 #include "objects.h"
+#include "std/archive/areas.h"
+#include "std/archive/record.h"
 
 namespace {
 
@@ -270,6 +273,12 @@ class Inspection {
     exhausted_ = exhausted_ || limit == Limit::bytes || limit == Limit::objects || limit == Limit::elements;
   }
 
+  template <class E>
+  void failAt(qcInt64 at, E&& error, std::string_view expected, std::string_view found) {
+    archive_.seek(qcArchive::Position(at));
+    fail(archive_.located(std::forward<E>(error), expected, found));
+  }
+
   void walkObjects(qcInt64 end) {
     while (place() < end) {
       const qcInt64 at = place();
@@ -295,23 +304,28 @@ class Inspection {
     std::set<long> objects;
     for (const qcArchiveRecord& record : records)
       if (record.kind == qcArchiveRecord::object) objects.insert(record.number);
-    const bool hasResults = saysDatabase();
+    isDatabase_ = saysDatabase();
     for (std::size_t i = 0; i < records.size() && !exhausted_; ++i) {
       const qcArchiveRecord& record = records[i];
       const bool isBehindMark = i > 0 && records[i - 1].kind == qcArchiveRecord::mark;
-      if (isBehindMark && hasResults && isResult(records[i - 1]))
+      if (isBehindMark && isDatabase_ && isResult(records[i - 1]))
         walkHeader(std::min(at, record.at), record.at);
       else
         walkBetween(at, record.at, isBehindMark);
       walkRecord(record);
       at = std::max(at, record.at + record.size + record.body);
-      if (!hasResults || !isResult(record)) continue;
+      if (!isDatabase_ || !isResult(record)) continue;
       if (hasPointer(records, i)) {
         const qcArchiveRecord& pointer = records[i + 1];
         if (!pointer.removed && !objects.contains(pointer.number)) loadUntold(pointer);
       } else if (damaged == 0 || i + 1 < records.size()) {
         teller_.beginItem();
-        fail(qcArchive::NotFound(L"no object belongs to this mark", 0));
+        const bool isLast = i + 1 == records.size();
+        failAt(record.at + record.size, qcArchive::NotFound(L"no object belongs to this mark", 0),
+               "a header, and a pointer to an object",
+               isLast                                         ? "the last record"
+               : records[i + 1].kind == qcArchiveRecord::mark ? "the next mark"
+                                                              : "an object");
       }
     }
     if (exhausted_) {
@@ -322,9 +336,41 @@ class Inspection {
     walkBetween(at, end, false);
     if (damaged == 0 && unfinished == 0) return;
     teller_.beginItem();
-    if (damaged != 0) fail(qcArchive::BadContent(L"the chain of records is broken here", 0));
-    if (end < all)
-      teller_.opaque({end, all - end}, damaged != 0 ? "what follows the damage" : "what its writer has not finished");
+    if (damaged != 0) failAtBreak(damaged, records.empty() ? qc_format::kAnchorAt : records.back().at);
+    if (const qcInt64 rest = std::max(end, teller_.behind()); rest < all)
+      teller_.opaque({rest, all - rest}, damaged != 0 ? "what follows the damage" : "what its writer has not finished");
+  }
+
+  // Says what the last record leads to, where that is no record which names it as the one before.
+  void failAtBreak(qcInt64 at, qcInt64 last) {
+    const auto [record, bytes] = headAt(at);
+    const auto link = static_cast<qcInt64>(headAt(last).first.position);
+    std::string expected = "a record behind the one at byte " + std::to_string(last), found;
+    if (at == qc_format::kAnchorAt)
+      expected = "the head of the chain, " + qf_Hex(qc_format::kRecordTag);
+    else if (link != at)
+      found = "a link to byte " + std::to_string(link);
+    else if (record.isLinked())
+      found = "one behind byte " + std::to_string(record.previous) +
+              (record.is(qc_format::kObject) ? ", of " + std::to_string(record.size) + " bytes" : "");
+    if (found.empty()) found = bytes.empty() ? "the end" : qf_Hex(bytes);
+    failAt(at, qcArchive::BadContent(L"the chain of records is broken here", 0), expected, found);
+  }
+
+  // What the head of a record there says, and its first bytes.
+  std::pair<qc_Record, std::vector<unsigned char>> headAt(qcInt64 at) {
+    std::vector<unsigned char> head(qc_format::kLinkedHead);
+    bytes_.clear();
+    const auto size = static_cast<std::streamsize>(head.size());
+    const auto got = bytes_.seekg(at).read(reinterpret_cast<char*>(head.data()), size).gcount();
+    const bool swap = (archive_.ordering() == qcArchive::littleEndian) != (std::endian::native == std::endian::little);
+    qc_Record record;
+    if (got == size && qf_IsRecord(head.data())) {
+      record = qf_ParseHead(head.data(), swap);
+      qf_ParseFields(record, head.data() + qc_format::kRecordHead, swap);
+    }
+    head.resize(std::min<std::size_t>(static_cast<std::size_t>(got), qc_format::kRecordHead));
+    return {record, head};
   }
 
   // Finding out costs nothing of what the limits allow.
@@ -383,7 +429,9 @@ class Inspection {
     teller_.behind(from);
     attempt(to, [&] {
       load<qcVDBHeader>(from);
-      if (place() != to) throw qcArchive::BadContent(L"the header of a result has another size", 0);
+      if (place() != to)
+        throw archive_.located(qcArchive::BadContent(L"the header of a result has another size", 0),
+                               "its end at byte " + std::to_string(to), "one at byte " + std::to_string(place()));
     });
   }
 
@@ -393,8 +441,9 @@ class Inspection {
       teller_.behind(from);
       if (isFirst && isBehindMark && isHeader(from, to)) return walkHeader(from, to);
       teller_.beginItem();
-      const bool isPointer = isUnlinkedRecord(from);
-      const qc_RegistryEntry* entry = !isPointer && isMarker(from) ? entryAt(from) : nullptr;
+      // Of a database this is what was given up, whatever it looks like.
+      const bool isPointer = !isDatabase_ && isUnlinkedRecord(from);
+      const qc_RegistryEntry* entry = !isDatabase_ && !isPointer && isMarker(from) ? entryAt(from) : nullptr;
       if (!isPointer && !entry) return teller_.opaque({from, to - from}, "values that only their writer can name");
       if (!attempt(to, [&] {
             archive_.seek(qcArchive::Position(from));
@@ -461,6 +510,7 @@ class Inspection {
   std::ifstream bytes_;
   Teller teller_;
   Fault found_ = Fault::none;
+  bool isDatabase_ = false;
   bool exhausted_ = false;  // no other load would come to its end
   KeptObjects kept_;        // others may refer to them
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -134,6 +135,7 @@ class Mending {
     archive.mode(qcArchive::loading);
     archive.sync();
     archive.close();
+    reportRest();
     return !lost_;
   }
 
@@ -154,14 +156,26 @@ class Mending {
     const Records records = archive_->records();
     for (std::size_t i = 0; i < records.size(); ++i) {
       const qcArchiveRecord& record = records[i];
-      if (record.at < damaged) continue;
-      gap(record.at);
-      end = record.at + record.size + record.body;
+      const qcInt64 next = i + 1 < records.size() ? records[i + 1].at : all;
+      if (next <= damaged) continue;
+      if (record.at >= damaged) {
+        gap(record.at);
+        end = record.at + record.size + record.body;
+      }
       if (record.kind != Kind::mark) continue;
-      const qcInt64 behind = headerEnd(*archive_, record);
-      if (behind <= (i + 1 < records.size() ? records[i + 1].at : all)) end = std::max(end, behind);
+      if (const qcInt64 behind = headerEnd(*archive_, record); behind <= next) end = std::max(end, behind);
     }
     gap(all);
+  }
+
+  // What still cannot be read, as objects between records, stays as it is.
+  void reportRest() {
+    const auto mended = openArchive(path_);
+    if (mended->version() != 0 && !hasChain(*mended, path_)) lose(2, "no chain of records begins here");
+    inspect(*mended, path_, [this](const Entry& entry) {
+      const bool isFault = entry.kind == "fault" && std::strcmp(entry.facts.back().name, "limit") != 0;
+      if (isFault) lose(entry.at, "what lies there stays damaged: " + entry.facts.front().value);
+    });
   }
 
   // Marks as removed what cannot be loaded; true when there was something, since others may have referred to it.
@@ -212,7 +226,8 @@ class Mending {
         at(*mark).skipMark();
         qcVDBHeader header;
         *archive_ || header;
-        if (archive_->tell() != qcArchive::Position(record.at)) return "its header is damaged";
+        if (archive_->tell() != qcArchive::Position(record.at))
+          return "its header does not end where its pointer begins";
       }
       at(record);
       qcPersistent* loaded = nullptr;
