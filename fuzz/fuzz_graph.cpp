@@ -4,12 +4,9 @@
 #include "fuzz/fuzz.h"
 #include "tests/support/nodes.h"
 
-[[maybe_unused]] constexpr auto* unused = &randomGraph;
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const Input input(data, size);
   std::vector<NodeHandle> roots;
-  Node::refusesCircles = (input.choice & 1) != 0;
   input.read([&](qcArchive& archive) {
     // From the last object of the index on, which leads to those before it, or from the start.
     long last = 0;
@@ -17,7 +14,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (last != 0) archive.seek(archive.findObject(last));
     while (archive.remaining() > 0) archive || roots.emplace_back();
   });
-  Node::refusesCircles = false;
   for (NodeHandle& root : roots) {
     const std::string bytes = stored(root, input.isSeekable());
     qcMemoryArchive archive(bytes.data(), static_cast<long>(bytes.size()), input.isSeekable());

@@ -10,8 +10,6 @@
 
 namespace {
 
-[[maybe_unused]] const std::pair unused(&randomGraph, &dissolve);
-
 // Objects that refer to those in front of them; they are read from the last one on, and nest deeper than limits allow.
 Sample chain() {
   qcMemoryArchive archive(kLittle, true);

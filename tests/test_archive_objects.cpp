@@ -3,12 +3,10 @@
 #include "support/allocations.h"
 #include "support/archivable.h"
 #include "support/bytes.h"
-#include "support/faulty.h"
 #include "support/nodes.h"
 #include "support/records.h"
 #include "support/smallstack.h"
 #include "support/test.h"
-#include "vnxstd/archive/text.h"
 
 namespace {
 

@@ -20,9 +20,7 @@ qcArchive::Ordering orderingOf(const std::string& bytes) { return bytes.at(1) ==
 
 std::string contents(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
-  std::ostringstream all;
-  all << file.rdbuf();
-  return all.str();
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // What is made here is stored as these bytes; they are read, and written again.

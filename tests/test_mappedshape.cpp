@@ -1,6 +1,6 @@
 // Shapes seen through transforms of any kind, and what these tell about how much they bend.
 
-#include "support/archived.h"
+#include "support/bytes.h"
 #include "support/randomshapes.h"
 #include "support/xforms.h"
 

@@ -1,8 +1,8 @@
 // Nonlinear transforms: fits against maps known by construction, laws over all classes, degenerate and hostile input.
 
 #include "std/math/mappoints.h"
+#include "support/randomshapes.h"
 #include "support/records.h"
-#include "support/test.h"
 #include "vnxstd/except.h"
 #include "vnxstd/math.h"
 #include "zrtnlxf/deform.h"
@@ -26,9 +26,8 @@ using NumericalError = qc2XformPerspectiveDefs::NumericalError;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN(), kMax = std::numeric_limits<double>::max();
 
-struct Source {
-  std::mt19937_64 engine{11};
-  double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine); }
+struct Source : Random {
+  Source() : Random(11) {}
   Point point(double reach = 500) { return {real(-reach, reach), real(-reach, reach)}; }
   Points points(std::size_t count, double reach = 500) {
     Points result(count);
@@ -92,7 +91,7 @@ TEST(PerspectiveFit, FindsTheMapThatMadeThePoints) {
     EXPECT_LT(distance(four, truth, probes), 1e-9);
     EXPECT_EQ(four, Perspective(corners, images));
     EXPECT_DOUBLE_EQ(four.matrix().element(2, 2), 1);
-    const Points many = source.points(5 + source.engine() % 40);
+    const Points many = source.points(static_cast<std::size_t>(source.integer(5, 44)));
     EXPECT_LT(distance(Perspective(many, mapped(many, map)), truth, probes), 1e-7);
     // Far from the origin, what the coordinates have lost to rounding is lost, and no more.
     const Point far(3e5, -2e5);
@@ -424,7 +423,7 @@ TEST(Inverse, UndoesALensFromCornerToCorner) {
 std::vector<Handle> family(Source& source) {
   std::vector<Handle> all;
   all.emplace_back(new Perspective(source.matrix()));
-  all.emplace_back(new Poly(source.poly(2 + static_cast<int>(source.engine() % 8), 90)));
+  all.emplace_back(new Poly(source.poly(source.integer(2, 9), 90)));
   all.emplace_back(new Deform(source.deform(15)));
   for (std::size_t i = 0, kinds = all.size(); i < kinds; ++i) all.push_back(all[i]->inverseBase());
   return all;

@@ -50,31 +50,28 @@ TEST(PelArith, InvertsBytes) {
                                       [](auto a, auto, auto, int) { return 255 - a; });
 }
 
-template <class T>
-struct NewImages : testing::Test {};
-using ImageTypes =
-    testing::Types<unsigned char, short, long, double, qcPair<float>, qcPackedRGB16Pel, qcPackedRGB32Pel, qc3PlanePel>;
-TYPED_TEST_SUITE(NewImages, ImageTypes);
-
-TYPED_TEST(NewImages, HoldWhatDestinationsDo) {
-  using T = TypeParam;
-  const qcPelRect window(5, -3, 9, 4);
-  qcPelBuffer<T> a(window), b(window), c(window), to(window);
-  for (const auto& image : {a, b, c}) forEachPel(window, [&image](long x, long y) { image.put(x, y, anyPel<T>()); });
-  const auto expectEqual = [&](const qcPelBuffer<T>& image) {
-    EXPECT_TRUE(qfPelEqual(image, to));
-    EXPECT_EQ(image.window(), window);
-  };
-  for (const int bits : {0, 3}) {
-    qfPelAdd(a, b, to, bits);
-    expectEqual(bits ? qfPelAdd(a, b, bits) : qfPelAdd(a, b));
-    qfPelSub(a, b, to, bits);
-    expectEqual(bits ? qfPelSub(a, b, bits) : qfPelSub(a, b));
-    qfPelMult(a, b, to, bits);
-    expectEqual(bits ? qfPelMult(a, b, bits) : qfPelMult(a, b));
-    qfPelMultAdd(a, b, c, to, bits);
-    expectEqual(bits ? qfPelMultAdd(a, b, c, bits) : qfPelMultAdd(a, b, c));
-  }
+TEST(PelArith, NewImagesHoldWhatDestinationsDo) {
+  using Types = testing::Types<unsigned char, short, long, double, qcPair<float>, qcPackedRGB16Pel, qcPackedRGB32Pel,
+                               qc3PlanePel>;
+  forEachType(Types(), []<class T>(std::type_identity<T>) {
+    const qcPelRect window(5, -3, 9, 4);
+    qcPelBuffer<T> a(window), b(window), c(window), to(window);
+    for (const auto& image : {a, b, c}) forEachPel(window, [&image](long x, long y) { image.put(x, y, anyPel<T>()); });
+    const auto expectEqual = [&](const qcPelBuffer<T>& image) {
+      EXPECT_TRUE(qfPelEqual(image, to));
+      EXPECT_EQ(image.window(), window);
+    };
+    for (const int bits : {0, 3}) {
+      qfPelAdd(a, b, to, bits);
+      expectEqual(bits ? qfPelAdd(a, b, bits) : qfPelAdd(a, b));
+      qfPelSub(a, b, to, bits);
+      expectEqual(bits ? qfPelSub(a, b, bits) : qfPelSub(a, b));
+      qfPelMult(a, b, to, bits);
+      expectEqual(bits ? qfPelMult(a, b, bits) : qfPelMult(a, b));
+      qfPelMultAdd(a, b, c, to, bits);
+      expectEqual(bits ? qfPelMultAdd(a, b, c, bits) : qfPelMultAdd(a, b, c));
+    }
+  });
 }
 
 TEST(PelArith, PlanesEachByItself) {

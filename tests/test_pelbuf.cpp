@@ -5,7 +5,7 @@
 
 #include <bit>
 
-#include "support/archived.h"
+#include "support/bytes.h"
 #include "support/faulty.h"
 #include "support/scene.h"
 #include "vnxstd/pelbuf/buffer.h"

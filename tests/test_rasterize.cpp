@@ -219,8 +219,6 @@ TEST(RasterizeTest, CirclesAndEllipsesAreExactWhereCentresDecide) {
   }
 }
 
-qcShape::qcSampleParams fine() { return qcShape::qcSampleParams(1e-4, 0, INT32_MAX, false, false); }
-
 // Which of the rows that it ends on a stroke sets.
 TEST(RasterizeTest, BroadContoursTakeOneOfTwoBorders) {
   for (const double y : {3.0, 3.25, 3.5, 3.75}) {  // one row each
@@ -232,7 +230,7 @@ TEST(RasterizeTest, BroadContoursTakeOneOfTwoBorders) {
 
 TEST(RasterizeTest, HugeContoursAreDrawnWhereTheyAre) {
   const qcPelRect window(-9, -8, 21, 19);
-  const qcShape::qcSampleParams few(1e-4, 0, 4000, false, false);
+  const Params few(1e-4, 0, 4000, false, false);
   const auto near = [](double distance) { return std::fabs(distance) < 1e-3 ? 2 : distance < 0; };
   for (const int exponent : {7, 20, 30, 40, 60, 200}) {
     SCOPED_TRACE(exponent);
@@ -288,7 +286,7 @@ TEST(RasterizeTest, ThinContoursAreConnectedAndNear) {
     const qcPtrHandle<qcShape> shape =
         i % 4 ? qcPolyline(points, i % 2).clone() : qcCircle({16, 16}, random.next(0, 15)).clone();
     const Canvas canvas(window);
-    qfRasterizeContour(*shape, canvas.window(), 1, 0, fine());
+    qfRasterizeContour(*shape, canvas.window(), 1, 0, Params(1e-4, 0, INT32_MAX, false, false));
     canvas.expect([&](long x, long y) {
       const double distance = shape->nearestPoint(centerOf(x, y)).distance(centerOf(x, y));
       return distance < 0.71 ? 2 : 0;

@@ -13,9 +13,8 @@ class InFolder : public testing::Test {
   std::string file(const std::string& name) const { return (folder_ / name).string(); }
   std::wstring path(const std::string& name = "file") const { return qf_Widen(file(name)); }
   std::string text(const std::string& name) const {
-    std::ostringstream all;
-    all << std::ifstream(folder_ / name, std::ios::binary).rdbuf();
-    return all.str();
+    std::ifstream stream(folder_ / name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
   }
   void write(const std::string& name, const std::string& bytes) const {
     std::ofstream(folder_ / name, std::ios::binary) << bytes;
