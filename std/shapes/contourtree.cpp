@@ -117,8 +117,8 @@ struct Link {
   bool isPoint;      // at p
 };
 
-// What starts and ends at p shows it one side as a whole, and so is taken as its pieces. Shapes that are made for this
-// are held apart.
+// What starts or ends at p, and passes it elsewhere, shows it one side as a whole, and so is taken as its pieces. Shapes
+// that are made for this are held apart.
 std::vector<Link> linksAround(const qcVector<2>& p, Elements waiting, std::deque<qcMappedShape::Held>& held) {
   double rounding = 0;
   for (const qcShape*& element : waiting) {
@@ -135,7 +135,7 @@ std::vector<Link> linksAround(const qcVector<2>& p, Elements waiting, std::deque
     const double near = std::max(rounding, qcMappedShape::kOnBoundary * chord);
     const bool atStart = qc_shapes::segmentLength(start, p) <= near, atEnd = qc_shapes::segmentLength(end, p) <= near;
     const bool isPoint = atStart && atEnd && qcShapeInfo(*shape).perimeter() <= 4 * near;
-    const auto pieces = atStart && atEnd && !isPoint ? piecesOf(*shape) : std::vector<qcMappedShape::Held>();
+    const auto pieces = (atStart || atEnd) && !isPoint ? piecesOf(*shape) : std::vector<qcMappedShape::Held>();
     if (pieces.empty()) {
       links.push_back({shape, atStart ? p : start, atEnd ? p : end, atStart ? start : atEnd ? end : p, isPoint});
     }
