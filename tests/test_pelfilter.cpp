@@ -311,23 +311,20 @@ TYPED_TEST(EveryPel, HasMediansOfThreeByThree) {
         false);
 }
 
-template <class T>
-struct LargestPel : testing::Test {};
-using LargestPels = testing::Types<float, double>;
-TYPED_TEST_SUITE(LargestPel, LargestPels);
-
-TYPED_TEST(LargestPel, SumsDoNotOverflow) {
-  const TypeParam most = std::numeric_limits<TypeParam>::max();
-  qcPelBuffer<TypeParam> image(9, 9), result(9, 9);
-  qfPelSet(image, most);
-  for (const qcPair<int> half : {qcPair<int>(0, 0), {1, 0}, {3, 0}, {0, 1}, {0, 3}, {1, 1}, {2, 3}}) {
-    qfPelSmooth(image, result, half.x(), half.y());
-    EXPECT_EQ(result.get(4, 4), most) << half.x() << ' ' << half.y();
-  }
-  for (const long width : {1L, 4L}) {
-    qfPelSpatialAvg(image, result, width, 4, width == 1 ? 2 : 4);
-    EXPECT_EQ(result.get(4, 4), most) << width;
-  }
+TEST(PelFilter, LargestSumsDoNotOverflow) {
+  forEachType(testing::Types<float, double>(), []<class T>(std::type_identity<T>) {
+    const T most = std::numeric_limits<T>::max();
+    qcPelBuffer<T> image(9, 9), result(9, 9);
+    qfPelSet(image, most);
+    for (const qcPair<int> half : {qcPair<int>(0, 0), {1, 0}, {3, 0}, {0, 1}, {0, 3}, {1, 1}, {2, 3}}) {
+      qfPelSmooth(image, result, half.x(), half.y());
+      EXPECT_EQ(result.get(4, 4), most) << half.x() << ' ' << half.y();
+    }
+    for (const long width : {1L, 4L}) {
+      qfPelSpatialAvg(image, result, width, 4, width == 1 ? 2 : 4);
+      EXPECT_EQ(result.get(4, 4), most) << width;
+    }
+  });
 }
 
 using Components = std::array<int, 4>;  // red, green, blue, alpha

@@ -101,34 +101,31 @@ TYPED_TEST(EveryPel, PelwiseExtremesAlsoInPlace) {
   }
 }
 
-template <class T>
-struct HistogramPel : testing::Test {};
-using HistogramPels = testing::Types<unsigned char, signed char, unsigned short, short>;
-TYPED_TEST_SUITE(HistogramPel, HistogramPels);
-
-TYPED_TEST(HistogramPel, CountsAccumulateAndDropWhatDoesNotFit) {
-  using T = TypeParam;
-  for (const Size size : {Size{1, 1}, Size{13, 7}, Size{67, 40}, Size{400, 300}}) {
-    for (const int bits : {2, 7, 16}) {
-      Scene<T> scene(size.x(), size.y(), bits == 7);
-      for (auto& pel : scene.memory) pel = static_cast<T>(pel >> std::max(0, static_cast<int>(8 * sizeof(T)) - bits));
-      std::vector<unsigned long> expected(65536);
-      for (long i = 0; i < size.x() * size.y(); ++i)
-        ++expected[static_cast<std::size_t>(scene.at(i % size.x(), i / size.x()) - std::numeric_limits<T>::min())];
-      while (expected.back() == 0) expected.pop_back();
-      const std::size_t used = expected.size();
-      std::vector<unsigned long> counts;
-      bool dropped;
-      qfPelHistogram(scene.buffer, counts, dropped);
-      EXPECT_EQ(counts, expected);
-      EXPECT_FALSE(dropped);
-      counts.resize(used - 1);  // no room for the largest value
-      qfPelHistogram(scene.buffer, counts, dropped);
-      EXPECT_EQ(dropped, used > 1);
-      ASSERT_EQ(counts.size(), used == 1 ? 1 : used - 1);
-      for (std::size_t i = 0; i + 1 < used; ++i) ASSERT_EQ(counts[i], 2 * expected[i]) << i;
+TEST(PelFunc, HistogramsAccumulateAndDropWhatDoesNotFit) {
+  using Types = testing::Types<unsigned char, signed char, unsigned short, short>;
+  forEachType(Types(), []<class T>(std::type_identity<T>) {
+    for (const Size size : {Size{1, 1}, Size{13, 7}, Size{67, 40}, Size{400, 300}}) {
+      for (const int bits : {2, 7, 16}) {
+        Scene<T> scene(size.x(), size.y(), bits == 7);
+        for (auto& pel : scene.memory) pel = static_cast<T>(pel >> std::max(0, static_cast<int>(8 * sizeof(T)) - bits));
+        std::vector<unsigned long> expected(65536);
+        for (long i = 0; i < size.x() * size.y(); ++i)
+          ++expected[static_cast<std::size_t>(scene.at(i % size.x(), i / size.x()) - std::numeric_limits<T>::min())];
+        while (expected.back() == 0) expected.pop_back();
+        const std::size_t used = expected.size();
+        std::vector<unsigned long> counts;
+        bool dropped;
+        qfPelHistogram(scene.buffer, counts, dropped);
+        EXPECT_EQ(counts, expected);
+        EXPECT_FALSE(dropped);
+        counts.resize(used - 1);  // no room for the largest value
+        qfPelHistogram(scene.buffer, counts, dropped);
+        EXPECT_EQ(dropped, used > 1);
+        ASSERT_EQ(counts.size(), used == 1 ? 1 : used - 1);
+        for (std::size_t i = 0; i + 1 < used; ++i) ASSERT_EQ(counts[i], 2 * expected[i]) << i;
+      }
     }
-  }
+  });
 }
 
 TEST(PelFunc, WindowsThatOverlapOtherwiseThanExactlyAreRefused) {

@@ -1,7 +1,7 @@
 // The family of transforms: laws over random members, linear, bent and composed; caches; rigid transforms; archives.
 
+#include "support/randomshapes.h"
 #include "support/records.h"
-#include "support/test.h"
 #include "vnxstd/except/pelerrors.h"
 #include "vnxstd/math.h"
 
@@ -26,15 +26,13 @@ struct Bend : qc2XformBase {  // (x, y) -> (x + k sin y, y)
   double k;
 };
 
-struct Source {
-  std::mt19937_64 engine{7};
-  double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(engine); }
+struct Source : Random {
+  Source() : Random(7) {}
   Point point() { return {real(-3, 3), real(-3, 3)}; }
-  qcRadian angle() { return qcRadian(real(-3, 3)); }
   qc2Rigid rigid() { return {qcDegree(real(-400, 400)), point()}; }
   Handle linear() { return new Linear(point(), real(0.5, 2), real(0.5, 2), qcRadian(real(-0.5, 0.5)), angle()); }
   Handle any(int depth = 2) {
-    const auto kind = engine() % (depth > 0 ? 4 : 2);
+    const int kind = integer(0, depth > 0 ? 3 : 1);
     if (kind < 2) return kind == 0 ? linear() : Handle(new Bend(real(-0.5, 0.5)));
     if (kind == 2) return new qc2XformComposed(any(depth - 1), true);
     return new qc2XformComposed(any(depth - 1), any(depth - 1), true, false);
