@@ -3,10 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <optional>
 #include <vector>
 
+#include "std/shapes/lazy.h"
 #include "std/shapes/samplewriter.h"
 #include "vnxstd/math/matrix.h"
 #include "vnxstd/math/xfbase.h"
@@ -174,7 +173,16 @@ class MappedCurve {
   double gauss(const Piece& piece, double from, double to) const;
   void measure(const Piece& piece, const Motion& from, const Motion& to, double whole, int depth, double& before,
                std::vector<Stretch>& stretches) const;
-  const std::vector<double>& starts() const;
+  // The stretches and the length of each piece, and what comes before it; behind the last one the whole length.
+  struct Measures {
+    std::vector<std::vector<Stretch>> stretches;
+    std::vector<double> lengths, starts;
+  };
+  Measures measured() const;
+  const Measures& measures() const {
+    return measures_.get([this] { return measured(); });
+  }
+  const std::vector<double>& starts() const { return measures().starts; }
   double lengthOnPiece(std::size_t piece, double distance) const;
   double distanceOnPiece(std::size_t piece, double length) const;
   std::size_t firstOf(std::int32_t owner) const;
@@ -194,11 +202,9 @@ class MappedCurve {
   std::vector<Span> spans_;
   double extent_ = 0;
 
-  // Found when first asked for.
-  mutable std::optional<qcRect> box_;
-  mutable std::vector<std::vector<Stretch>> stretches_;
-  mutable std::vector<double> starts_, lengths_;  // of each piece; behind the last start the whole length
-  mutable std::unique_ptr<const MappedCurve> before_;
+  Lazy<qcRect> box_;
+  Lazy<Measures> measures_;
+  Lazy<MappedCurve> before_;
 };
 
 // Calls `leaf` in order with the parts of a span for which `isDone` holds, or that cannot be cut.

@@ -105,8 +105,7 @@ void MappedCurve::measure(const Piece& piece, const Motion& from, const Motion& 
   measure(piece, middle, to, second, depth + 1, before, stretches);
 }
 
-const std::vector<double>& MappedCurve::starts() const {
-  if (!starts_.empty()) return starts_;
+MappedCurve::Measures MappedCurve::measured() const {
   std::vector<std::vector<Stretch>> stretches(pieces_.size());
   std::vector<double> starts{0}, lengths;
   for (const Span& span : spans_) {
@@ -118,16 +117,13 @@ const std::vector<double>& MappedCurve::starts() const {
     measure(piece, motionAt(piece, from), motionAt(piece, to), whole, 0, lengths.back(), stretches[span.piece]);
   }
   for (const double length : lengths) starts.push_back(starts.back() + length);
-  stretches_ = std::move(stretches);
-  lengths_ = std::move(lengths);
-  starts_ = std::move(starts);
-  return starts_;
+  return {std::move(stretches), std::move(lengths), std::move(starts)};
 }
 
 std::vector<double> MappedCurve::lengths() const {
-  starts();
+  const std::vector<double>& ofPieces = measures().lengths;
   std::vector<double> all(static_cast<std::size_t>(numOwners_));
-  for (std::size_t i = 0; i < pieces_.size(); ++i) all[static_cast<std::size_t>(pieces_[i].owner)] += lengths_[i];
+  for (std::size_t i = 0; i < pieces_.size(); ++i) all[static_cast<std::size_t>(pieces_[i].owner)] += ofPieces[i];
   return all;
 }
 
@@ -150,34 +146,35 @@ qcPerimPos MappedCurve::positionOf(const Place& place) const {
   const std::int32_t owner = pieces_[place.piece].owner;
   const double along = lengthOnPiece(place.piece, place.distance);
   // Summed up like the lengths of the pieces, so that rounding puts nothing beyond them.
-  const auto first = lengths_.begin() + static_cast<std::ptrdiff_t>(firstOf(owner));
-  return {owner, std::accumulate(first, lengths_.begin() + static_cast<std::ptrdiff_t>(place.piece), 0.0) + along};
+  const auto lengths = measures().lengths.begin();
+  const auto first = lengths + static_cast<std::ptrdiff_t>(firstOf(owner));
+  return {owner, std::accumulate(first, lengths + static_cast<std::ptrdiff_t>(place.piece), 0.0) + along};
 }
 
 double MappedCurve::lengthOnPiece(std::size_t piece, double distance) const {
-  starts();
   if (!(distance > 0)) return 0;
-  if (distance >= pieces_[piece].length) return lengths_[piece];
-  const std::vector<Stretch>& all = stretches_[piece];
+  const double whole = measures().lengths[piece];
+  if (distance >= pieces_[piece].length) return whole;
+  const std::vector<Stretch>& all = measures().stretches[piece];
   const auto isBefore = [](double place, const Stretch& stretch) { return place < stretch.from; };
   const Stretch& stretch = *(std::upper_bound(all.begin(), all.end(), distance, isBefore) - 1);
-  return std::min(stretch.before + gauss(pieces_[piece], stretch.from, distance), lengths_[piece]);
+  return std::min(stretch.before + gauss(pieces_[piece], stretch.from, distance), whole);
 }
 
 // By Newton's method, kept within the stretch.
 double MappedCurve::distanceOnPiece(std::size_t piece, double length) const {
-  starts();
   if (!(length > 0)) return 0;
-  if (length >= lengths_[piece]) return pieces_[piece].length;
-  const std::vector<Stretch>& all = stretches_[piece];
+  const double whole = measures().lengths[piece];
+  if (length >= whole) return pieces_[piece].length;
+  const std::vector<Stretch>& all = measures().stretches[piece];
   const auto isBefore = [](double place, const Stretch& stretch) { return place < stretch.before; };
   const auto next = std::upper_bound(all.begin(), all.end(), length, isBefore), stretch = next - 1;
   double low = stretch->from, high = next == all.end() ? pieces_[piece].length : next->from;
-  const double behind = next == all.end() ? lengths_[piece] : next->before;
+  const double behind = next == all.end() ? whole : next->before;
   double at = low + (length - stretch->before) / (behind - stretch->before) * (high - low);
   for (int i = 0; i < 50 && low < high; ++i) {
     const double error = stretch->before + gauss(pieces_[piece], stretch->from, at) - length;
-    if (std::fabs(error) <= 2 * kEpsilon * lengths_[piece]) break;
+    if (std::fabs(error) <= 2 * kEpsilon * whole) break;
     (error < 0 ? low : high) = at;
     const double step = at - error / motionAt(pieces_[piece], at).velocity.len();
     const double following = low < step && step < high ? step : low + (high - low) / 2;
@@ -210,8 +207,7 @@ MappedCurve::Place MappedCurve::normal(const Place& place) const {
 }
 
 const MappedCurve& MappedCurve::source() const {
-  if (!before_) before_.reset(new MappedCurve(given_, Xform(new qc2XformLinear), this));
-  return *before_;
+  return before_.get([this] { return MappedCurve(given_, Xform(new qc2XformLinear), this); });
 }
 
 }  // namespace qc_shapes

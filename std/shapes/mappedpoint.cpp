@@ -61,10 +61,9 @@ double MappedCurve::furthest(const Vector& towards) const {
 
 qcRect MappedCurve::boundingBox() const {
   if (spans_.empty()) throw qcShapesError::EmptyShape();
-  if (!box_) {
-    box_ = qcRect::fromCorners({-furthest({-1, 0}), -furthest({0, -1})}, {furthest({1, 0}), furthest({0, 1})});
-  }
-  return *box_;
+  return box_.get([this] {
+    return qcRect::fromCorners({-furthest({-1, 0}), -furthest({0, -1})}, {furthest({1, 0}), furthest({0, 1})});
+  });
 }
 
 // Best first: the part of the image that may come nearest is looked at next, until none may come nearer than what was

@@ -47,14 +47,14 @@ std::vector<double> MappedCurve::sampleDistances(const qcShape::qcSampleParams& 
   const double whole = pieces_[piece].length;
   const long limit = params.maxPoints() - (isRound ? 0 : 1), least = isRound ? 2 : 1;
   if (limit < least) throw qcShapesError::SampleOverflow();
-  if (params.spacing() > 0) starts();
-  const long steps = params.spacing() > 0 ? std::max(least, stepsFor(lengths_[piece], params.spacing(), limit)) : least;
+  const double length = params.spacing() > 0 ? measures().lengths[piece] : 0;
+  const long steps = params.spacing() > 0 ? std::max(least, stepsFor(length, params.spacing(), limit)) : least;
   std::vector<double> distances;
   End from = endAt(pieces_[piece], 0);
   for (long i = 1; i <= steps; ++i) {
     const double part = static_cast<double>(i) / static_cast<double>(steps);
     const double until = i == steps             ? whole
-                         : params.spacing() > 0 ? distanceOnPiece(piece, part * lengths_[piece])
+                         : params.spacing() > 0 ? distanceOnPiece(piece, part * length)
                                                 : part * whole;
     const End to = endAt(pieces_[piece], until);
     if (params.tolerance() > 0) {

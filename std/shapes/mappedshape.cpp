@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "std/shapes/held.h"
+#include "std/shapes/lazy.h"
 #include "std/shapes/mappedcurve.h"
 #include "std/shapes/segment.h"
 #include "vnxstd/archive/archive.h"
@@ -127,20 +128,25 @@ MappedCurve::Place placeOf(const MappedCurve& curve, const qcShapeInfo& info, co
 
 }  // namespace
 
+struct qcMappedShape::Found {
+  qc_shapes::Lazy<Held> image;
+  qc_shapes::Lazy<Xform> overall;
+  qc_shapes::Lazy<MappedCurve> curve;  // of an overall transform that is not linear
+};
+
 // With an identity of its own: one that all shared would be stored once, and be gone for those that are loaded after
 // it.
-qcMappedShape::qcMappedShape() : xform_(new qc2XformLinear) {}
+qcMappedShape::qcMappedShape() : qcMappedShape(Held(), Xform(new qc2XformLinear)) {}
 
-qcMappedShape::qcMappedShape(const Held& shape, const Xform& xform) : shape_(shape), xform_(xform) {}
+qcMappedShape::qcMappedShape(const Held& shape, const Xform& xform) : shape_(shape), xform_(xform), found_(new Found) {}
 
-qcMappedShape::qcMappedShape(const Held& shape, const qc2XformBase& xform, bool collapse) {
+qcMappedShape::qcMappedShape(const Held& shape, const qc2XformBase& xform, bool collapse) : found_(new Found) {
   if (shape.isNull()) throw qcBadPointer();
   const qcMappedShape* inner = collapse ? asMapped(shape) : nullptr;
   shape_ = inner ? inner->underlyingShape() : shape;
   xform_ = inner ? Xform(xform.composeBase(*inner->overallMapXform())) : Xform(xform.clone());
 }
 
-// Without what questions computed: some of it is completed by later ones, which may come from another thread.
 qcMappedShape::qcMappedShape(const qcMappedShape& other) : qcMappedShape(other.shape_, other.xform_) {}
 
 // The other may be below this one, and go with it.
@@ -190,9 +196,9 @@ void qcMappedShape::mapXform(const qc2XformBase& xform) {
 }
 
 void qcMappedShape::dropCaches() {
-  explicit_.release();
-  overall_.release();
-  curve_.reset();
+  found_->image.reset();
+  found_->overall.reset();
+  found_->curve.reset();
 }
 
 const Held& qcMappedShape::underlyingShape() const {
@@ -203,14 +209,14 @@ const Held& qcMappedShape::underlyingShape() const {
 }
 
 const Xform& qcMappedShape::overallMapXform() const {
-  if (!overall_.isNull()) return overall_;
-  std::vector<const qcMappedShape*> all{this};
-  while (const qcMappedShape* inner = asMapped(all.back()->shape_)) all.push_back(inner);
-  if (all.back()->shape_.isNull()) throw qcBadPointer();
-  Xform overall = all.back()->xform_;
-  for (std::size_t i = all.size() - 1; i-- > 0;) overall = Xform(all[i]->xform_->composeBase(*overall));
-  overall_ = overall;
-  return overall_;
+  return found_->overall.get([this] {
+    std::vector<const qcMappedShape*> all{this};
+    while (const qcMappedShape* inner = asMapped(all.back()->shape_)) all.push_back(inner);
+    if (all.back()->shape_.isNull()) throw qcBadPointer();
+    Xform overall = all.back()->xform_;
+    for (std::size_t i = all.size() - 1; i-- > 0;) overall = Xform(all[i]->xform_->composeBase(*overall));
+    return overall;
+  });
 }
 
 qc2XformLinear qcMappedShape::overallMapXformLinear(const qcVector<2>& at) const {
@@ -226,8 +232,7 @@ Held qcMappedShape::explicitShape(const qcVector<2>& at) const {
 }
 
 Held qcMappedShape::explicitShape() const {
-  if (explicit_.isNull()) explicit_ = imageOf(*underlyingShape(), overallMapXformLinear());
-  return explicit_;
+  return found_->image.get([this] { return imageOf(*underlyingShape(), overallMapXformLinear()); });
 }
 
 // The image itself, when the explicit shape is that; else null.
@@ -236,8 +241,7 @@ const qcShape* qcMappedShape::exact() const {
 }
 
 const MappedCurve& qcMappedShape::curve() const {
-  if (!curve_) curve_ = std::make_unique<const MappedCurve>(underlyingShape(), overallMapXform());
-  return *curve_;
+  return found_->curve.get([this] { return MappedCurve(underlyingShape(), overallMapXform()); });
 }
 
 qcPtrHandle<qcShape> qcMappedShape::clone() const {

@@ -32,12 +32,13 @@ class MappedCurve;
 ///
 /// An underlying infinite line can be asked for nothing that depends on its points unless the overall transform is
 /// linear: qcShapesError::InfiniteExtent. Errors of the transform at a point of the shape reach whoever asks:
-/// qc2XformPerspectiveDefs::NumericalError where the shape crosses the line at infinity. Every operation of a mapped
-/// shape without a shape throws qcBadPointer. Nothing is changed by what throws.
+/// qc2XformPerspectiveDefs::NumericalError where the shape crosses the line at infinity. What is asked of a mapped
+/// shape without a shape throws qcBadPointer; it can be copied, cloned, compared and archived all the same. Nothing is
+/// changed by what throws.
 ///
-/// What questions compute is kept, until the shape or the transform is set; copies compute it anew. A shape that is
-/// shared by several threads, by itself or in what holds it, must be asked once before they start, or under a lock.
-/// Shapes that are held are not to be changed by others.
+/// What questions compute is kept, until the shape or the transform is set; copies compute it anew. Several threads may
+/// ask at once, without a lock; what two compute at the same time is computed twice. Shapes that are held are not to be
+/// changed by others.
 class VNXSTD_EXPORT qcMappedShape : public qcShape {
  public:
   using Held = qcPtrHandle_const<qcShape>;
@@ -144,6 +145,8 @@ class VNXSTD_EXPORT qcMappedShape : public qcShape {
   void serialize_(qcArchive& archive, unsigned char version);
 
  private:
+  struct Found;
+
   qcMappedShape(const Held& shape, const Xform& xform);
 
   void dropCaches();
@@ -152,9 +155,7 @@ class VNXSTD_EXPORT qcMappedShape : public qcShape {
 
   Held shape_;
   Xform xform_;
-  mutable Held explicit_;
-  mutable Xform overall_;
-  mutable std::unique_ptr<const qc_shapes::MappedCurve> curve_;  // of an overall transform that is not linear
+  std::unique_ptr<Found> found_;  // never null
 };
 
 /// Whether a linear transform keeps angles, up to a mirroring: its aspect is within `aspectTol` of 1 or -1, and its
