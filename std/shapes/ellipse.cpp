@@ -274,7 +274,7 @@ void qcEllipse2::serialize_(qcArchive& archive, unsigned char version) {
   // The smallest numbers are multiples of 5e-324.
   const double tolerance = 1e-9 * loaded.radii_.x() + 1e-9 * loaded.radii_.y() + 1e-322;
   if (!areRadii(loaded.radii_) || !finite || !qfRealEq(loaded.dofToMatrix(), loaded.map_.matrix(), tolerance)) {
-    throw archive.located(qcArchive::BadContent(kSource, kEllipse2), "an ellipse");
+    throw archive.located(qcArchive::BadContent(kSource, kEllipse2), "radii and angles that make the map", "others");
   }
   radii_ = loaded.radii_;
   angle_ = loaded.angle_.signedNorm();
