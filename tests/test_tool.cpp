@@ -849,6 +849,7 @@ TEST_F(Tool, SalvagesWhatIsNotDamaged) {
     for (std::size_t at = 2; at < whole.size(); at += 7) {
       std::string bytes = whole;
       bytes[at] ^= static_cast<char>(1 << static_cast<int>(random.next(0, 8)));
+      if (at % 2 != 0) bytes.replace(at, 5, 5, '\0').resize(whole.size());
       std::ofstream(file("e.vdb"), std::ios::binary) << bytes;
       std::filesystem::remove(file("s.vdb"));
       std::ostringstream report;
@@ -858,7 +859,8 @@ TEST_F(Tool, SalvagesWhatIsNotDamaged) {
       EXPECT_EQ(Told(file("s.vdb")).fault, Fault::none) << at << report.str();
       qcVDBArchive saved(path("s.vdb"), false, false);
       for (std::size_t i = 0; i < ends.size(); ++i) {
-        if (at < ends[i] && (i == 0 ? at >= 44 : at >= ends[i - 1])) continue;
+        if (at < ends[i] && at + 5 > (i == 0 ? 44 : ends[i - 1])) continue;
+        if (i == 3 && report.str().find("has not finished") != std::string::npos) continue;  // its link is gone
         SCOPED_TRACE(std::to_string(at) + report.str());
         expectRecord(saved, static_cast<long>(i + 1));
       }

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <set>
 #include <vector>
@@ -25,6 +26,8 @@ namespace {
 
 using Records = std::vector<qcArchiveRecord>;
 using Kind = qcArchiveRecord::Kind;
+
+constexpr qcInt64 kLinkAt = 18;  // of the head of a record
 
 // The records of a database: those of its marks that a pointer follows.
 std::vector<RecordParts> databaseRecords(const Records& records) {
@@ -57,15 +60,26 @@ void copyBytes(std::ifstream& from, qcInt64 at, qcInt64 size, qcArchive& to) {
   }
 }
 
-// The largest identifier that was in use behind an object, from the end of its head.
-qcUInt64 lastIdentifier(std::ifstream& from, const qcArchiveRecord& object, bool swap) {
+bool isSwapped(const qcArchive& archive) {
+  return (archive.ordering() == qcArchive::littleEndian) != (std::endian::native == std::endian::little);
+}
+
+// The head of a linked record; nothing where there is none.
+std::optional<qc_Record> headAt(std::istream& from, qcInt64 at, bool swap) {
   std::array<unsigned char, qc_format::kLinkedHead> head{};
-  from.seekg(object.at);
-  if (!from.read(reinterpret_cast<char*>(head.data()), head.size()))
-    throw qcArchive::BadFile(L"the file cannot be read", 0);
+  from.seekg(at);
+  if (!from.read(reinterpret_cast<char*>(head.data()), head.size()) || !qf_IsRecord(head.data())) return std::nullopt;
   qc_Record record = qf_ParseHead(head.data(), swap);
   qf_ParseFields(record, head.data() + qc_format::kRecordHead, swap);
-  return record.last;
+  record.at = at;
+  return record.isLinked() && record.isValid() ? std::optional(record) : std::nullopt;
+}
+
+// The largest identifier that was in use behind an object, from the end of its head.
+qcUInt64 lastIdentifier(std::ifstream& from, const qcArchiveRecord& object, bool swap) {
+  const auto head = headAt(from, object.at, swap);
+  if (!head) throw qcArchive::BadFile(L"the file cannot be read", 0);
+  return head->last;
 }
 
 void writeHead(qcArchive& to, const qc_Record& record, bool swap) {
@@ -77,7 +91,7 @@ void writeHead(qcArchive& to, const qc_Record& record, bool swap) {
 
 void writeRecord(const RecordParts& parts, std::ifstream& from, qcArchive& to) {
   using namespace qc_format;
-  const bool swap = (to.ordering() == qcArchive::littleEndian) != (std::endian::native == std::endian::little);
+  const bool swap = isSwapped(to);
   constexpr qcUInt64 kHead = kLinkedHead;
   const qcInt64 headerAt = parts.mark.at + parts.mark.size, headerSize = parts.pointer.at - headerAt;
   qc_Record mark, pointer, object, anchor;
@@ -115,16 +129,19 @@ class Mending {
   Mending(const std::string& path, std::ostream& report) : path_(path), report_(report) {}
 
   bool run() {
+    mendLink();
     qcFileArchive archive(qf_Widen(path_), qcArchive::loading, qcArchive::littleEndian, true, false);
     archive_ = &archive;
     const auto damaged = static_cast<std::streamoff>(archive.damaged());
     const auto unfinished = static_cast<std::streamoff>(archive.unfinished());
+    const Records linked = archive.records();
     const long found = archive.salvage();
     isDatabase_ = isDatabase(archive);  // what says so may have been found just now
     if (damaged != 0 || found != 0) {
       report_ << "the chain of records was broken at byte " << (damaged != 0 ? damaged : 2) << "; " << found
               << " records were found behind it\n";
-      reportGaps(damaged);
+      const qcInt64 behind = linked.empty() ? 44 : linked.back().at + linked.back().size + linked.back().body;
+      reportGaps(isDatabase_ ? std::min<qcInt64>(damaged, behind) : damaged);
       archive.relink();
     } else if (unfinished != 0) {
       lose(unfinished, "a record that its writer has not finished");
@@ -145,11 +162,44 @@ class Mending {
     report_ << "lost: at byte " << at << ": " << what << '\n';
   }
 
+  // Where the chain ends although a record right behind it names its last one, the link to that one is gone. An anchor
+  // that leads nowhere although there are records is worth none.
+  void mendLink() {
+    const auto none = qcArchive::Position(0);
+    const auto archive = openArchive(path_);
+    if (archive->damaged() != none || archive->unfinished() != none || !hasChain(*archive, path_)) return;
+    const Records records = archive->records();
+    std::fstream file(path_, std::ios::in | std::ios::out | std::ios::binary);
+    const auto overwrite = [&file](qcInt64 at, const std::string& bytes) {
+      if (!file.seekp(at).write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush())
+        throw qcArchive::BadFile(L"the file cannot be written", 0);
+    };
+    if (records.empty()) {
+      std::string anchor(qc_format::kLinkedHead, '\0');
+      file.seekg(qc_format::kAnchorAt).read(anchor.data(), static_cast<std::streamsize>(anchor.size()));
+      overwrite(qc_format::kAnchorAt, std::string(anchor.size(), '\0'));
+      if (openArchive(path_)->damaged() == none) overwrite(qc_format::kAnchorAt, anchor);
+      return;
+    }
+    const qcArchiveRecord& last = records.back();
+    if (last.removed) return;  // what followed may have been given up
+    qcInt64 end = last.at + last.size + last.body;
+    if (last.kind == Kind::mark) end = std::max(end, headerEnd(*archive, last));
+    const bool swap = isSwapped(*archive);
+    const auto next = headAt(file, end, swap);
+    if (!next || next->previous != static_cast<qcUInt64>(last.at)) return;
+    if (static_cast<qcUInt64>(next->end()) > std::filesystem::file_size(path_)) return;
+    qc_Composer<sizeof(std::uint64_t)> link(swap);
+    link.word(static_cast<std::uint64_t>(end));
+    overwrite(last.at + kLinkAt, {reinterpret_cast<const char*>(link.data()), link.size()});
+    report_ << "the link at byte " << last.at + kLinkAt << " was gone: it leads to byte " << end << " again\n";
+  }
+
   // Of a database, all bytes from the damage on belong to records and to the headers behind their marks.
-  void reportGaps(qcInt64 damaged) {
+  void reportGaps(qcInt64 from) {
     archive_->mode(qcArchive::loading);
     const qcInt64 all = static_cast<std::streamoff>(archive_->tell()) + archive_->remaining();
-    qcInt64 end = std::max<qcInt64>(damaged, 44);
+    qcInt64 end = std::max<qcInt64>(from, 44);
     const auto gap = [&](qcInt64 to) {
       if (to > end) lose(end, std::to_string(to - end) + " bytes in which no record was found");
     };
@@ -157,8 +207,8 @@ class Mending {
     for (std::size_t i = 0; i < records.size(); ++i) {
       const qcArchiveRecord& record = records[i];
       const qcInt64 next = i + 1 < records.size() ? records[i + 1].at : all;
-      if (next <= damaged) continue;
-      if (record.at >= damaged) {
+      if (next <= from) continue;
+      if (record.at >= from) {
         gap(record.at);
         end = record.at + record.size + record.body;
       }
@@ -171,7 +221,8 @@ class Mending {
   // What still cannot be read, as objects between records, stays as it is.
   void reportRest() {
     const auto mended = openArchive(path_);
-    if (mended->version() != 0 && !hasChain(*mended, path_)) lose(2, "no chain of records begins here");
+    if (mended->version() != 0 && !hasChain(*mended, path_))
+      lose(2, "no chain of records begins here; what follows stays as it is");
     inspect(*mended, path_, [this](const Entry& entry) {
       const bool isFault = entry.kind == "fault" && std::strcmp(entry.facts.back().name, "limit") != 0;
       if (isFault) lose(entry.at, "what lies there stays damaged: " + entry.facts.front().value);
@@ -234,7 +285,8 @@ class Mending {
       try {
         qcPersistent::serializePointer(*archive_, nullptr, loaded);
       } catch (const qcArchive::UnknownType&) {
-        if (object.at != 0) at(object).objectTypeName();
+        if (object.at == 0) return "its object is not among the records";
+        at(object).objectTypeName();
       }
       const std::unique_ptr<qcPersistent> mine(loaded);
       return {};
@@ -277,12 +329,9 @@ qcInt64 soundPrefix(const std::string& path, std::ostream& report) {
 
 bool hasChain(const qcArchive& archive, const std::string& path) {
   if (archive.damaged() != qcArchive::Position(0)) return true;
-  std::array<unsigned char, qc_format::kLinkedHead> head{};
   std::ifstream file(path, std::ios::binary);
-  file.seekg(qc_format::kAnchorAt).read(reinterpret_cast<char*>(head.data()), head.size());
-  qc_Record anchor = qf_ParseHead(head.data(), false);
-  qf_ParseFields(anchor, head.data() + qc_format::kRecordHead, false);
-  return file && qf_IsRecord(head.data()) && anchor.is(qc_format::kAnchor) && anchor.isValid();
+  const auto anchor = headAt(file, qc_format::kAnchorAt, isSwapped(archive));
+  return anchor && anchor->is(qc_format::kAnchor);
 }
 
 RecordExtractor::RecordExtractor(const qcArchive& from, const std::string& path)
