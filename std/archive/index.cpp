@@ -736,11 +736,22 @@ qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& beh
   return object.id == reference.id && !object.isRemoved() ? inlineOf(object) : reference;
 }
 
-// A reference that names an object of the index tells its place, too: another one there means that it is damaged.
-void qc_ArchiveIndex::checkPlace(const qc_Record& reference) const {
+// A pointer tells the place of its object, too: another one there means that it is damaged. Of an object outside of the
+// index, a copy may be known instead.
+void qc_ArchiveIndex::checkPlace(const qc_Record& reference) {
   if (reference.kind == kInline || reference.position == 0) return;
+  const auto place = static_cast<std::streamoff>(reference.position);
   const qc_Record* object = chain_.object(reference.id);
-  if (object && object->at != static_cast<std::streamoff>(reference.position))
+  const auto known = positions_.find(reference.id);
+  bool isThere = object ? object->at == place : known == positions_.end() || known->second == place;
+  if (!object && !isThere && place > 0 && place < archive_.endOffset()) {
+    const std::streamoff here = archive_.offset();
+    archive_.seekTo(place);
+    const qc_Record record = readRecord();
+    isThere = record.id == reference.id && record.kind == kInline;
+    archive_.seekTo(here);
+  }
+  if (!isThere)
     throw missing(reference.id, kNotInIndexLine, "its place given as byte " + std::to_string(reference.position));
 }
 

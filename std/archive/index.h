@@ -141,7 +141,7 @@ class qc_ArchiveIndex {
 
   qc_Record unlinked(const qc_Record& record, std::streamoff& behind);
   qc_Record inlineOf(const qc_Record& object) const;
-  void checkPlace(const qc_Record& reference) const;
+  void checkPlace(const qc_Record& reference);
   Given loadInline(const qc_Record& record, qc_PointerCast cast, bool owned);
   Given loadElsewhere(const qc_Record& record, qc_PointerCast cast, bool owned);
   Given loadFrom(Root root, qc_PointerCast cast, bool owned);
