@@ -225,13 +225,20 @@ std::ios_base::openmode qcArchive::side() const noexcept {
   return isLoading() ? std::ios_base::in : std::ios_base::out;
 }
 
-std::streamoff qcArchive::offset() { return buffer_->pubseekoff(0, std::ios_base::cur, side()); }
+// A seekable archive needs its positions: where one cannot be told, nothing must be decided or written by it.
+std::streamoff qcArchive::offset() {
+  const std::streamoff here = buffer_->pubseekoff(0, std::ios_base::cur, side());
+  if (here < 0 && seekable_) throw BadBuffer(kArchiveSource, kSeekLine);
+  return here;
+}
 
 std::streamoff qcArchive::endOffset() {
   const std::streamoff here = offset();
   const std::streamoff end = buffer_->pubseekoff(0, std::ios_base::end, side());
-  if (here < 0 || end < 0 || buffer_->pubseekoff(here, std::ios_base::beg, side()) != std::streampos(here)) return -1;
-  return end;
+  if (here >= 0 && buffer_->pubseekoff(here, std::ios_base::beg, side()) == std::streampos(here) && end >= 0)
+    return end;
+  if (seekable_) throw BadBuffer(kArchiveSource, kSeekLine);
+  return -1;
 }
 
 void qcArchive::seekTo(std::streamoff position) {

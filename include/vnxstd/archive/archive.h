@@ -200,7 +200,7 @@ class VNXSTD_EXPORT qcArchive {
     words(const_cast<std::remove_cv_t<T>*>(data), count, sizeof(T), numberKind<std::remove_cv_t<T>>());
   }
 
-  /// How many bytes the medium can still deliver to a loading archive, or -1 when it cannot tell.
+  /// How many bytes the medium can still deliver to a loading archive, or -1 when it cannot tell. Throws like tell.
   qcInt64 remaining();
 
   /// Hands what was written to the medium, for good where the medium can promise that; throws BadBuffer or BadFile when
@@ -211,11 +211,12 @@ class VNXSTD_EXPORT qcArchive {
   /// and BadBuffer when a read-only archive is asked to store, both before anything is changed.
   void mode(Direction direction);
   /// Turns a seekable archive to storing and goes to the end of its data, over what an interrupted program has left
-  /// unfinished there, unless it was turned to storing, or gone to in storing, behind where that begins. Throws like
+  /// unfinished there, unless it was turned to storing, or gone to in storing, where that begins or behind. Throws like
   /// mode.
   void append();
 
-  /// The position, from the start of the archive's header on; -1 where the medium has none.
+  /// The position, from the start of the archive's header on; -1 where the medium of a plain archive has none. In a
+  /// seekable archive BadBuffer is thrown when the medium cannot tell it.
   Position tell();
   /// Throws NotSeekable on an archive that is not seekable, and BadBuffer when the position lies outside the data or
   /// the medium cannot go there.
@@ -509,7 +510,9 @@ using qc_PointerCast = void* (*)(qcPersistent* object, const qcRepBase*& count);
 VNXSTD_EXPORT void* qf_SerializeTypedPointer(qcArchive& archive, qcPersistent* in, qc_PointerCast cast);
 
 /// A shared object: stored once, however many handles refer to it, and shared again when loaded. Loading throws
-/// qcArchive::BadType when the object is no T; the handle is unchanged by a load that throws.
+/// qcArchive::BadType when the object is no T; the handle is unchanged by a load that throws. An archive keeps no object
+/// alive: once the last handle onto it is gone, a reference to it that follows is qcArchive::NotFound in a plain
+/// archive. A seekable one loads it anew.
 template <class Handle>
 requires requires(const Handle& handle) {
   typename Handle::element_type;
