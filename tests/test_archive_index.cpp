@@ -361,8 +361,10 @@ TEST(Index, LoadsCirclesBackToTheirBeginning) {
 std::string withUnlinkedMark(long number, const std::string& between = {}) {
   qcMemoryArchive out(kLittle, true);
   out.writeNewMark(1);
+  qcArchive::Transaction transaction(out);
   out.raw(const_cast<char*>(between.data()), static_cast<long>(between.size()));
   out.writeNewMark(number);
+  transaction.commit();
   return bytesOf(out).replace(44 + 18, 8, 8, '\0');
 }
 
@@ -399,14 +401,23 @@ TEST(Index, WhatIsStoredBehindSomethingUnfinishedStays) {
   std::string plain = bytesOf(out), torn = withUnlinkedMark(2, std::string(256, 'x'));
   torn.resize(torn.size() - 42);
   torn[13] = '\0';  // the announcement says 86, not 342
-  BytesArchive behind(withUnlinkedMark(2), true);
-  behind->mode(Dir::storing);
-  behind->seek(0, 2);
-  *behind << 7;
-  for (const std::string& bytes : {plain, torn, bytesOf(static_cast<qcMemoryArchive&>(*behind))}) {
+  std::vector<std::string> images{plain, torn};
+  // Nor does a link stay that was cut short, or that leads to the end of the data.
+  std::string half = withUnlinkedMark(2, std::string(300, 'x')).replace(44 + 18, 1, 1, '\x82');
+  std::string missing = withUnlinkedMark(2).replace(44 + 18, 1, 1, '\x56').substr(0, 86);
+  for (const std::string& bytes : {withUnlinkedMark(2), half, missing}) {
+    BytesArchive behind(bytes, true);
+    EXPECT_EQ(behind->unfinished(), qcArchive::Position(bytes == half ? 386 : 86));
+    behind->mode(Dir::storing);
+    behind->seek(0, 2);
+    *behind << 7;
+    images.push_back(bytesOf(static_cast<qcMemoryArchive&>(*behind)));
+  }
+  for (const std::string& bytes : images) {
     BytesArchive in(bytes, true);
     in->append();
     EXPECT_EQ(in->tell(), qcArchive::Position(static_cast<std::streamoff>(bytes.size())));
+    EXPECT_EQ(in->writeNewMark(9), 9);
   }
 }
 
@@ -423,6 +434,14 @@ TEST(Index, GrowsAgainWhenNothingOfWhatWasLinkedHasReachedTheMedium) {
       if (zeros && size == synced) bytes.resize(whole.size());
       BytesArchive archive(bytes, true);
       ASSERT_EQ(archive->damaged(), qcArchive::Position(0)) << size;
+      {
+        BytesArchive behind(bytes, true);
+        behind->mode(Dir::storing);
+        behind->seek(0, 2);
+        behind->raw(std::string(whole.size(), 'x').data(), static_cast<long>(whole.size()));
+        BytesArchive reopened(bytesOf(static_cast<qcMemoryArchive&>(*behind)), true);
+        EXPECT_EQ(reopened->damaged(), qcArchive::Position(0)) << size;
+      }
       archive->append();
       EXPECT_EQ(archive->firstMarkNum(), 1);
       Item item(9);
@@ -465,7 +484,8 @@ TEST(Index, GivesNoIdentifierTwice) {
   for (const long id : {1, 2, 3}) EXPECT_EQ(late->storeObject(&item), id);
   qcMemoryArchive other(kLittle, true);
   other.storeObject(&item);
-  BytesArchive struck(bytesOf(other).replace(44 + 5, 1, "\2"), true);
+  BytesArchive struck(bytesOf(other).replace(44 + 5, 1, "\2") + std::string(1000, 'x'), true);
+  struck->limits({.bytes = 10});  // of loading
   struck->append();
   EXPECT_EQ(struck->storeObject(&item), 3);
   // Over older data no link tells of them.
@@ -484,6 +504,72 @@ TEST(Index, GivesNoIdentifierTwice) {
     BytesArchive in(bytesOf(out), true);
     in->append();
     EXPECT_EQ(in->storeObject(&item), 3);
+  }
+  qcMemoryArchive together(kLittle, true);
+  {
+    qcArchive::Transaction transaction(together);
+    Item holder(10);
+    holder.other = ItemHandle(new Item(11));
+    together << holder;
+    together.writeNewMark(1);
+    transaction.commit();
+  }
+  BytesArchive in(bytesOf(together), true);
+  in->append();
+  EXPECT_EQ(in->storeObject(&item), 2);
+}
+
+TEST(Index, LetsNoPointerLeadToAnObjectOfAnotherPlace) {
+  qcMemoryArchive out(kLittle, true);
+  const ItemHandle item(new Item(1));
+  item->other = ItemHandle(new Item(2));
+  out.setStartingID(16);
+  out << item;
+  for (const bool isKnown : {false, true}) {
+    BytesArchive in(bytesOf(out).replace(44 + 5, 1, 1, '\x11'), true);  // the number of what lies within the object
+    std::unique_ptr<qcPersistent> known;
+    in->seek(in->findObject(16));
+    if (isKnown) known.reset(in->loadObject());
+    in->seek(in->firstPointerPos());
+    ItemHandle read;
+    EXPECT_THROW(*in || read, qcArchive::NotFound);
+  }
+}
+
+TEST(Index, NoSeekFailsUnnoticed) {
+  Item item(5);
+  const std::pair<Dir, std::function<void(qcArchive&)>> calls[] = {
+      {Dir::storing, [](qcArchive& archive) { archive.writeNewMark(5); }},
+      {Dir::storing, [&](qcArchive& archive) { archive.storeObject(&item); }},
+      {Dir::storing, [](qcArchive& archive) { archive << ItemHandle(new Item(9)); }},
+      {Dir::storing,
+       [](qcArchive& archive) {
+         archive.seek(archive.findObject(1));
+         archive << (archive.objectTypeName().size() > 4 ? 0x4F : 0);
+       }},
+      {Dir::loading, [](qcArchive& archive) {
+         archive.seek(archive.findObject(1));
+         archive.removeObject();
+       }}};
+  for (const auto& [direction, change] : calls) {
+    std::string whole;
+    for (std::size_t n = Faults::kNone;; ++n) {  // of one call nothing fails, of the next ones the first seek and so on
+      FaultyBuffer medium;
+      StreamArchive archive(medium, Dir::storing, kLittle, true);
+      archive.storeObject(&item);
+      archive.mode(direction);
+      medium.seeksLeft = n;
+      bool isWhole = true;
+      try {
+        change(archive);
+      } catch (const qcArchive::BadBuffer&) {
+        isWhole = false;
+      }
+      EXPECT_EQ(archive.isLoading(), direction == Dir::loading) << n;
+      if (n == Faults::kNone) whole = medium.data();
+      EXPECT_TRUE(!isWhole || medium.data() == whole) << n;
+      if (std::exchange(medium.seeksLeft, Faults::kNone) != Faults::kNone) break;
+    }
   }
 }
 

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "std/archive/areas.h"
+#include "std/archive/gate.h"
 #include "std/archive/index.h"
 
 using namespace qc_format;
@@ -30,6 +31,22 @@ bool isTorn(qcUInt64 link, qcUInt64 place) noexcept {
 }
 
 }  // namespace
+
+// Reads the medium itself while it lives: what has to be known before storing counts for no limit of loading.
+class qc_RecordChain::Ungated {
+ public:
+  explicit Ungated(qcArchive& archive) noexcept : archive_(archive), gate_(archive.buffer_) {
+    archive.settle();
+    if (archive.gate_) archive.buffer_ = &archive.gate_->medium();
+  }
+  ~Ungated() { archive_.buffer_ = gate_; }
+  Ungated(const Ungated&) = delete;
+  Ungated& operator=(const Ungated&) = delete;
+
+ private:
+  qcArchive& archive_;
+  std::streambuf* gate_;
+};
 
 // Reading.
 
@@ -366,6 +383,7 @@ std::int32_t qc_RecordChain::largestIdentifier() {
     if (record.is(kObject)) count(record.last), count(static_cast<qcUInt64>(record.id));
     if (record.is(kPointer)) count(static_cast<qcUInt64>(record.number()));  // its object may be missing
   }
+  const Ungated medium(archive_);
   const std::streamoff here = archive_.offset();
   scan(anchored_ && broken_ == 0 ? tail().end() : 0, [&](std::streamoff, const unsigned char* head) {
     const qc_Record record = qf_ParseHead(head, archive_.swapBytes_);
@@ -487,16 +505,25 @@ void qc_RecordChain::writeHead(const qc_Record& record) {
   qf_WriteBytes(*archive_.buffer_, out.data(), out.size(), kWriteRawLine);
 }
 
-// Writes over what is there, and leaves the archive where it was, in the direction that it had.
+// Writes over what is there, and leaves the archive where it was, in the direction that it had, also when that fails.
 template <class Write>
 void qc_RecordChain::writeAt(std::streamoff place, Write write) {
   const std::streamoff here = archive_.offset();
   const auto direction = archive_.direction_;
-  archive_.mode(qcArchive::storing);
-  archive_.seekTo(place);
-  write();
-  archive_.seekTo(here);
-  archive_.mode(direction);
+  try {
+    archive_.mode(qcArchive::storing);
+    archive_.seekTo(place);
+    write();
+    archive_.seekTo(here);
+    archive_.mode(direction);
+  } catch (...) {
+    archive_.direction_ = direction;
+    try {
+      archive_.seekTo(here);
+    } catch (...) {  // what has gone wrong first is under way already
+    }
+    throw;
+  }
 }
 
 template <class Word>
@@ -540,7 +567,20 @@ void qc_RecordChain::announce(std::streamoff place, std::int32_t lastId) {
 }
 
 void qc_RecordChain::keepBehind(std::streamoff place) {
-  if (unfinished_ == 0 || broken_ != 0 || place <= unfinished_) return;
+  if (unfinished_ != 0 && broken_ == 0 && place >= unfinished_) giveUp();
+}
+
+// Nothing leads to what is unfinished any more. A link that stayed would lead into what is stored next; and a head
+// behind its pointer, whose object was cut short, would be taken for the one that a lost link has led to, once there is
+// enough behind it.
+void qc_RecordChain::giveUp() {
+  if (tail().position != 0) {
+    qc_Record& last = records_.empty() ? anchor_ : records_.back();
+    overwrite<std::uint64_t>(last.at + kPositionField, 0);
+    last.position = 0;
+  }
+  const bool isOfPointer = tail().is(kPointer) && tail().isFollowed() && unfinished_ == tail().end();
+  if (isOfPointer && unfinished_ < archive_.endOffset()) overwrite<unsigned char>(unfinished_, 0);
   announce(0, static_cast<std::int32_t>(anchor_.last));
   unfinished_ = 0;
 }
@@ -550,12 +590,7 @@ void qc_RecordChain::cutUnfinished(std::streamoff unfinished) {
   // What was stored since the archive was opened lies behind it, and stays.
   if (archive_.endOffset() == openedEnd_ && archive_.truncate(unfinished)) archive_.highWater_ = unfinished;
   archive_.seekTo(archive_.endOffset());
-  if (tail().position != 0) {  // else it leads into what is stored next
-    qc_Record& last = records_.empty() ? anchor_ : records_.back();
-    overwrite<std::uint64_t>(last.at + kPositionField, last.position = 0);
-  }
-  announce(0, static_cast<std::int32_t>(anchor_.last));
-  unfinished_ = 0;
+  giveUp();
 }
 
 // What an addition that is open would take back must not change meanwhile.
@@ -628,6 +663,7 @@ void qc_RecordAddition::abandon() noexcept {
     const bool isCut = !linking_ && archive.truncate(start_);
     if (isCut) archive.highWater_ = std::min(archive.highWater_, start_);
     archive.seekTo(isCut ? start_ : archive.endOffset());
+    if (linking_) chain_.overwrite<std::uint64_t>(chain_.tail().at + kPositionField, 0);
     chain_.announce(0, static_cast<std::int32_t>(chain_.anchor_.last));
   } catch (...) {  // the medium refuses everything; the chain does not lead here
   }
@@ -659,22 +695,30 @@ void qc_RecordAddition::finish(std::int32_t lastId) {
   chain_.inObject_ = false;
 }
 
-void qc_RecordAddition::link() {
+void qc_RecordAddition::link(std::int32_t lastId) {
   if (linked_) return;
+  const bool hasRecords = chain_.records_.size() > before_;
+  const auto first = static_cast<qcUInt64>(hasRecords ? chain_.records_[before_].at : 0);
+  if (isOuter()) {
+    qcUInt64 told = chain_.anchor_.last;
+    for (std::size_t i = before_; i < chain_.records_.size(); ++i)
+      if (chain_.records_[i].is(kObject)) told = std::max(told, chain_.records_[i].last);
+    const bool isTold = told >= static_cast<qcUInt64>(lastId);
+    if (first != chain_.anchor_.size || !isTold)
+      chain_.announce(static_cast<std::streamoff>(first),
+                      isTold ? static_cast<std::int32_t>(chain_.anchor_.last) : lastId);
+  }
   if (isOuter() && !chain_.replaced_.empty()) {
     chain_.stale_.reserve(chain_.stale_.size() + chain_.replaced_.size());
     chain_.archive_.sync();  // what takes the place of others is on the medium, whole, before it does
   }
   // The first record of those that come together is linked by the one that stands by itself, when all are there.
   const bool isFirst = chain_.open_->before_ == before_;
-  if ((isOuter() || !isFirst) && chain_.records_.size() > before_) {
+  if ((isOuter() || !isFirst) && hasRecords) {
     qc_Record& tail = before_ == 0 ? chain_.anchor_ : chain_.records_[before_ - 1];
-    const qcUInt64 first = static_cast<qcUInt64>(chain_.records_[before_].at);
     linking_ = true;
     chain_.overwrite(tail.at + kPositionField, static_cast<std::uint64_t>(first));
     tail.position = first;
-  } else if (isOuter()) {
-    chain_.announce(0, static_cast<std::int32_t>(chain_.anchor_.last));
   }
   linked_ = true;
   if (!isOuter()) return;

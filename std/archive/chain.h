@@ -101,6 +101,8 @@ class qc_RecordChain {
   std::vector<std::streamoff> candidates(std::streamoff from);
   bool isNamedAt(qcUInt64 field, std::streamoff place, std::streamoff end);
 
+  class Ungated;
+  void giveUp();
   void cleanStale();
   void announce(std::streamoff place, std::int32_t lastId);
   void writeHead(const qc_Record& record);
@@ -145,7 +147,8 @@ class qc_RecordAddition {
   void begin(unsigned char kind, std::int32_t id, qcUInt64 last = 0);
   /// What follows the head of the last record is written.
   void finish(std::int32_t lastId);
-  void link();
+  /// Identifiers up to `lastId` are in use, also by other data that stands together with the records.
+  void link(std::int32_t lastId = 0);
 
  private:
   void abandon() noexcept;

@@ -49,7 +49,7 @@ const qc_Record& recordAt(const qcArchive& archive, const qc_RecordChain& chain,
   return *record;
 }
 
-// Turns an archive to loading, and back to where it was unless it is told that all went well.
+// Turns an archive to loading, and back to where it was unless it is to stay where it has gone.
 class Reading {
  public:
   explicit Reading(qcArchive& archive)
@@ -60,20 +60,24 @@ class Reading {
   }
   ~Reading() {
     try {
-      if (!succeeded_) archive_.seek(place_);
-      archive_.mode(direction_);
-    } catch (...) {  // what has gone wrong is under way already
+      if (!finished_) finish();
+    } catch (...) {
     }
   }
   Reading(const Reading&) = delete;
   Reading& operator=(const Reading&) = delete;
-  void succeed() noexcept { succeeded_ = true; }
+  void finish() {
+    if (goesBack_) archive_.seek(place_);
+    archive_.mode(direction_);
+    finished_ = true;
+  }
+  void stay() noexcept { goesBack_ = false; }
 
  private:
   qcArchive& archive_;
   qcArchive::Direction direction_;
   qcArchive::Position place_;
-  bool succeeded_ = false;
+  bool finished_ = false, goesBack_ = true;
 };
 
 }  // namespace
@@ -135,7 +139,7 @@ qcArchive::Transaction::~Transaction() {
   if (records_->isOuter()) archive_.index_->forgetBehind(lastID_);
 }
 
-void qcArchive::Transaction::commit() { records_->link(); }
+void qcArchive::Transaction::commit() { records_->link(archive_.index_->lastID()); }
 
 void qcArchive::renumberMark(long number) {
   const qc_Record& mark = recordAt(*this, chain(), offset(), kMark);
@@ -167,8 +171,9 @@ void qcArchive::readObjectHeader(long& id, unsigned long& size, Position& body) 
 
 void qcArchive::readObjectHeader64(long& id, qcUInt64& size, Position& body) {
   const qc_Record& object = recordAt(*this, chain(), offset(), kObject);
-  const Reading reading(*this);
+  Reading reading(*this);
   const qc_ArchiveIndex::Body read = index_->readBodyOf(object);
+  reading.finish();
   id = object.number();
   size = read.size;
   body = Position(read.at);
@@ -176,15 +181,17 @@ void qcArchive::readObjectHeader64(long& id, qcUInt64& size, Position& body) {
 
 std::string qcArchive::objectTypeName() {
   const qc_Record& object = recordAt(*this, chain(), offset(), kObject);
-  const Reading reading(*this);
-  return index_->readBodyOf(object).name;
+  Reading reading(*this);
+  std::string name = index_->readBodyOf(object).name;
+  reading.finish();
+  return name;
 }
 
 qcPersistent* qcArchive::loadObject() {
   const std::int32_t id = recordAt(*this, chain(), offset(), kObject).id;
   Reading reading(*this);
   qcPersistent* object = index_->loadAnew(id);
-  reading.succeed();
+  reading.stay();
   return object;
 }
 
@@ -227,15 +234,18 @@ qcArchive::Position qcArchive::damaged() const { return Position(chain().damaged
 
 long qcArchive::salvage() {
   static_cast<void>(chain());
-  const Reading reading(*this);
-  return explained([this] { return chain().salvage(); });
+  Reading reading(*this);
+  const long found = explained([this] { return chain().salvage(); });
+  reading.finish();
+  return found;
 }
 
 void qcArchive::relink() {
   static_cast<void>(chain());
   if (readOnly_) throw BadBuffer(kArchiveSource, kReadOnlyLine);
-  const Reading reading(*this);
+  Reading reading(*this);
   chain().relink();
+  reading.finish();
 }
 
 std::vector<qcArchiveRecord> qcArchive::records() const {

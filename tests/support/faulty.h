@@ -20,6 +20,8 @@ class FaultyBuffer : public std::streambuf {
   explicit FaultyBuffer(std::string data = {}, Faults faults = {}) : data_(std::move(data)), faults_(faults) {}
   const std::string& data() const { return data_; }
 
+  std::size_t seeksLeft = Faults::kNone;  // before one fails
+
  protected:
   int_type underflow() override {
     const std::size_t from = here(), to = std::min(data_.size(), from + faults_.chunk);
@@ -34,6 +36,7 @@ class FaultyBuffer : public std::streambuf {
     return c;
   }
   pos_type seekoff(off_type offset, std::ios_base::seekdir from, std::ios_base::openmode which) override {
+    if (seeksLeft != Faults::kNone && seeksLeft-- == 0) return pos_type(off_type(-1));
     if (from == std::ios_base::end) offset += static_cast<off_type>(data_.size());
     if (from == std::ios_base::cur) offset += static_cast<off_type>((which & std::ios_base::in) ? here() : writeAt_);
     return seekpos(pos_type(offset), which);
