@@ -117,8 +117,8 @@ struct Link {
   bool isPoint;      // at p
 };
 
-// What starts or ends at p, and passes it elsewhere, shows it one side as a whole, and so is taken as its pieces. Shapes
-// that are made for this are held apart.
+// What starts or ends at p, and passes it elsewhere, shows it one side as a whole, and so is taken as its pieces.
+// Shapes that are made for this are held apart.
 std::vector<Link> linksAround(const qcVector<2>& p, Elements waiting, std::deque<qcMappedShape::Held>& held) {
   double rounding = 0;
   for (const qcShape*& element : waiting) {
@@ -172,6 +172,11 @@ qcPtrHandle<qcShapeTree> qcContourTree::flatten(bool copyChildren) const {
   const Elements elements = elements_();
   flat->addChildren({elements.begin(), elements.end()}, copyChildren);
   return flat;
+}
+
+bool qcContourTree::isReversible() const {
+  const Elements elements = elements_();
+  return std::all_of(elements.begin(), elements.end(), [](const qcShape* element) { return element->isReversible(); });
 }
 
 // The pieces of an open contour.

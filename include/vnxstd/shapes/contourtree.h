@@ -26,6 +26,8 @@ class VNXSTD_EXPORT qcContourTree : public qcShapeTree {
   qcPtrHandle<qcShapeTree> flatten(bool copyChildren) const override;
   bool isOpenContour() const override { return !closed_ && !isLeaf(); }
   bool isRegion() const override { return closed_ && !isLeaf(); }
+  /// Each element is.
+  bool isReversible() const override;
   qcVector<2> startPoint() const override;
   qcVector<2> endPoint() const override;
   /// That of the first or last element that has a tangent.
