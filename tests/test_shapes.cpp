@@ -2,6 +2,7 @@
 #include "support/archived.h"
 #include "support/randomshapes.h"
 #include "vnxstd/math/rigid.h"
+#include "vnxstd/math/xfpersp.h"
 #include "vnxstd/pelspan/pelspan.h"
 
 namespace {
@@ -218,7 +219,10 @@ TEST(ShapeInfo, BuildersCombineTheLengthsOfPieces) {
 /// A shape with a decomposition of its own, which the defaults ask.
 struct Composite : qcRect {
   Composite(Shape shape, bool decomposed) : parts(shape), isPrimitive(decomposed) {}
-  bool isRegion() const override { return parts->startPoint() == parts->endPoint(); }
+  bool isOpenContour() const override { return parts->isOpenContour(); }
+  bool isRegion() const override { return parts->isRegion() || parts->startPoint() == parts->endPoint(); }
+  bool isReversible() const override { return false; }
+  bool isMultipleContours_() const override { return parts->isMultipleContours_(); }
   bool isDecomposed() const override { return isPrimitive; }
   Shape decompose() const override { return parts; }
   double perimeter() const override { return qcShape::perimeter(); }
@@ -249,6 +253,13 @@ TEST(ShapeDefaults, AskTheDecomposition) {
   const Shape segment(new qcLineSeg({0, 0}, {7, 0}));
   EXPECT_EQ(Composite(segment, true).perimPoint(info, {0, 2}), V(2, 0));
   EXPECT_THROW(Composite(new Composite(segment, true), true).perimPoint(info, {}), qcBadPointer);
+  EXPECT_FALSE(qcContourTree({new Composite(segment, false)}, false, false).isReversible());
+  qcRegionTree ring(qcCircle({0, 0}, 5));
+  ring.addChild(qcRegionTree(qcCircle({0, 0}, 2), true));
+  const qc2XformPerspective bends(qcMatrix<3>(1, 0, 0, 0, 1, 0, 0.01, 0, 1));
+  const qcMappedShape seen(new Composite(ring.decompose(), false), bends, false);
+  EXPECT_TRUE(!seen.within({0, 0}) && seen.within({3, 0}) && !seen.decompose()->within({0, 0}));
+  EXPECT_EQ(qcShapeInfo(seen).numPieces(), 1);
 }
 
 // ---- the classes one by one

@@ -61,19 +61,7 @@ MappedCurve::MappedCurve(const Held& shape, const Xform& xform) : MappedCurve(sh
 
 MappedCurve::MappedCurve(const Held& shape, const Xform& xform, const MappedCurve* mapped)
     : given_(shape), mapped_(mapped) {
-  std::vector<Seen> waiting{{shape, xform}};
-  while (!waiting.empty()) {
-    const Seen seen = unmapped(waiting.back());
-    waiting.pop_back();
-    if (const auto* general = dynamic_cast<const qcGeneralShapeTree*>(seen.shape.rep())) {
-      pushElements(*general, seen.xform, waiting);
-    } else if (const auto* region = dynamic_cast<const qcRegionTree*>(seen.shape.rep())) {
-      regions_.push_back({seen, chains_.size()});
-      addRegion(*region, seen.xform);
-    } else if (!seen.shape->isEmpty()) {
-      addContour(seen, false, -1);
-    }
-  }
+  addAll({shape, xform}, nullptr);
   for (Chain& chain : chains_) {
     const Piece& piece = pieces_[chain.first];
     chain.isRound = chain.closed && chain.last - chain.first == 1 && piece.length > 0 && piece.start == piece.end &&
@@ -82,20 +70,43 @@ MappedCurve::MappedCurve(const Held& shape, const Xform& xform, const MappedCurv
   cut();
 }
 
+// All contours. A shape that is no tree may be several of them, too, as its decomposition then tells.
+void MappedCurve::addAll(const Seen& all, Whole* whole) {
+  std::vector<Seen> waiting{all};
+  while (!waiting.empty()) {
+    const Seen seen = unmapped(waiting.back());
+    waiting.pop_back();
+    if (const auto* general = dynamic_cast<const qcGeneralShapeTree*>(seen.shape.rep())) {
+      pushElements(*general, seen.xform, waiting);
+    } else if (const auto* region = dynamic_cast<const qcRegionTree*>(seen.shape.rep())) {
+      regions_.push_back({seen, chains_.size()});
+      addRegion(*region, seen.xform, whole);
+    } else if (seen.shape->isEmpty()) {
+      continue;
+    } else if (!whole && !seen.shape->isDecomposed() && seen.shape->isMultipleContours_()) {
+      Whole own{qcShapeInfo(*seen.shape)};
+      addAll({Held(seen.shape->decompose()), seen.xform}, &own);
+      numOwners_ += own.info.numPieces();
+    } else {
+      addContour(seen, false, -1, whole);
+    }
+  }
+}
+
 // In the order of the tree's elements: each node before those below it.
-void MappedCurve::addRegion(const qcRegionTree& region, const Xform& xform) {
+void MappedCurve::addRegion(const qcRegionTree& region, const Xform& xform, Whole* whole) {
   std::vector<std::pair<const qcRegionTree*, std::ptrdiff_t>> waiting{{&region, -1}};
   while (!waiting.empty()) {
     const auto [node, parent] = waiting.back();
     waiting.pop_back();
     if (node->isEmpty()) continue;
     const auto chain = static_cast<std::ptrdiff_t>(chains_.size());
-    addContour({&node->boundary(), xform}, node->boundaryRightHanded() == node->isHole(), parent);
+    addContour({&node->boundary(), xform}, node->boundaryRightHanded() == node->isHole(), parent, whole);
     for (long i = node->numChildren(); i > 0; --i) waiting.emplace_back(&node->child(i - 1), chain);
   }
 }
 
-void MappedCurve::addContour(const Seen& contour, bool isTurned, std::ptrdiff_t parent) {
+void MappedCurve::addContour(const Seen& contour, bool isTurned, std::ptrdiff_t parent, Whole* whole) {
   const std::size_t first = pieces_.size();
   std::vector<Seen> waiting{contour};
   while (!waiting.empty()) {
@@ -104,7 +115,7 @@ void MappedCurve::addContour(const Seen& contour, bool isTurned, std::ptrdiff_t 
     if (const auto* tree = dynamic_cast<const qcContourTree*>(seen.shape.rep())) {
       pushElements(*tree, seen.xform, waiting);
     } else {
-      addPrimitives(seen);
+      addPrimitives(seen, whole);
     }
   }
   if (pieces_.size() == first) throw qcShapesError::EmptyShape();
@@ -129,22 +140,24 @@ void MappedCurve::addContour(const Seen& contour, bool isTurned, std::ptrdiff_t 
 }
 
 // Of what a shape that is no tree decomposes into, each piece is part of one of the shape's own, as they follow each
-// other.
-void MappedCurve::addPrimitives(const Seen& seen) {
-  if (seen.shape->isDecomposed()) {
+// other; the shape may be part of a whole that has been decomposed already.
+void MappedCurve::addPrimitives(const Seen& seen, Whole* whole) {
+  const bool isDecomposed = seen.shape->isDecomposed();
+  if (!whole && isDecomposed) {
     addElement(seen, [](long piece, double) { return piece; });
     numOwners_ += elements_.back().info.numPieces();
-    return;
+  } else if (!whole) {
+    Whole own{qcShapeInfo(*seen.shape)};
+    addPrimitives(seen, &own);
+    numOwners_ += own.info.numPieces();
+  } else {
+    const Held parts = isDecomposed ? seen.shape : Held(seen.shape->decompose());
+    const auto* tree = dynamic_cast<const qcShapeTree*>(parts.rep());
+    for (const qcShape* part : tree ? tree->elements_() : std::vector<const qcShape*>{parts.rep()}) {
+      const auto owner = [&](long, double middle) { return whole->info.perimPos(whole->start + middle).index(); };
+      whole->start += addElement({part, seen.xform}, owner);
+    }
   }
-  const qcShapeInfo given(*seen.shape);
-  const Held parts(seen.shape->decompose());
-  const auto* tree = dynamic_cast<const qcShapeTree*>(parts.rep());
-  double start = 0;
-  for (const qcShape* part : tree ? tree->elements_() : std::vector<const qcShape*>{parts.rep()}) {
-    const auto owner = [&](long, double middle) { return given.perimPos(start + middle).index(); };
-    start += addElement({part, seen.xform}, owner);
-  }
-  numOwners_ += given.numPieces();
 }
 
 // Appends the pieces of a primitive, and gives its length; `ownerOf` tells which piece of the shape that was given one

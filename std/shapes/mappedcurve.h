@@ -137,9 +137,15 @@ class MappedCurve {
 
   MappedCurve(const Held& shape, const Xform& xform, const MappedCurve* mapped);
 
-  void addRegion(const qcRegionTree& region, const Xform& xform);
-  void addContour(const Seen& contour, bool isTurned, std::ptrdiff_t parent);
-  void addPrimitives(const Seen& seen);
+  // A shape that is decomposed, whose pieces own those of its parts, and how long the parts are that have been added.
+  struct Whole {
+    qcShapeInfo info;
+    double start = 0;
+  };
+  void addAll(const Seen& all, Whole* whole);
+  void addRegion(const qcRegionTree& region, const Xform& xform, Whole* whole);
+  void addContour(const Seen& contour, bool isTurned, std::ptrdiff_t parent, Whole* whole);
+  void addPrimitives(const Seen& seen, Whole* whole);
   template <class OwnerOf>
   double addElement(const Seen& seen, const OwnerOf& ownerOf);
   void cut();

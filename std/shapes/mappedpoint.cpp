@@ -152,10 +152,13 @@ bool MappedCurve::within(const Vector& p, bool openRegion) const {
     isInside[i] = std::fabs(windingAngle(chains_[i], p, touches)) > qcRadian::turn / 2;
     if (touches) return !openRegion;
   }
+  bool isAny = false;
   for (std::size_t i = chains_.size(); i-- > 0;) {
-    if (isInside[i] && chains_[i].parent >= 0) isInside[static_cast<std::size_t>(chains_[i].parent)] = false;
+    if (!isInside[i]) continue;
+    if (chains_[i].parent < 0) isAny = true;
+    if (chains_[i].parent >= 0) isInside[static_cast<std::size_t>(chains_[i].parent)] = false;
   }
-  return !isInside.empty() && isInside.front();
+  return isAny;
 }
 
 Vector MappedCurve::image(const Place& place, qcRadian* tangent) const {
