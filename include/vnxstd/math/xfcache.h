@@ -16,8 +16,8 @@ class qcArchive;
 /// was. So asking for an absent half changes the cache, which is for one thread at a time. A null handle where a
 /// transform is needed throws qcBadPointer. Setters change everything or nothing.
 ///
-/// In an archive, or a message of a qcTransferArchive, caches that share a transform go on doing so. In a plain archive
-/// it must live on between the loads of one after the other (see qcArchive::forgetObjects). The identity of those that
+/// In an archive, or a message of a qcTransferArchive, caches that share a transform go on doing so, and it must live
+/// on between the loads of one after the other from there (see qcArchive::forgetObjects). The identity of those that
 /// were never set is stored by each for itself.
 class VNXSTD_EXPORT qc2XformCache {
  public:

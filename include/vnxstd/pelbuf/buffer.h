@@ -146,15 +146,15 @@ class VNXSTD_EXPORT qc_PelBuffer {
   void repInvariant() const;
 
   /// Stores or loads window, offset, transforms and, as a shared object, the root; versions 0 to 3 are read, 3 is
-  /// written. Of images in a plain archive that share a root or a calibration, those that are loaded after the first
-  /// need it to live on, or forgetObjects between the stores. To a transfer archive the root goes by reference: it
-  /// stays here, where the peer may read and write its pels from now on, and lives at least until the peer has let go
-  /// of it or the connection ends. The peer loads a buffer on a proxy of it, the same one while that lives; a buffer
-  /// that is sent back is on the root itself. A message that the peer never loads keeps its roots until the connection
-  /// ends. A buffer that takes roots of every type loads no new proxy: qcArchive::BadType. One of other pels throws
-  /// when these are asked for, not before: qcRemoteObject::ObjectMismatch. What the peer was not given is NotFound.
-  /// Loading throws BadType for any other root of pels that the buffer does not take, BadContent for a window outside
-  /// it or 32 bits; the buffer stays as it was.
+  /// written. Of images in a plain archive, or one message, that share a root or a calibration, those that are loaded
+  /// after the first need it to live on, or forgetObjects between the stores. To a transfer archive the root goes by
+  /// reference: it stays here, where the peer may read and write its pels from now on, and lives at least until the
+  /// peer has let go of it or the connection ends. The peer loads a buffer on a proxy of it, the same one while that
+  /// lives; a buffer that is sent back is on the root itself. What the peer never loads of messages keeps its roots
+  /// until the connection ends. A buffer that takes roots of every type loads no new proxy: qcArchive::BadType. One of
+  /// other pels throws when these are asked for, not before: qcRemoteObject::ObjectMismatch. What the peer was not
+  /// given is NotFound. Loading throws BadType for any other root of pels that the buffer does not take, BadContent for
+  /// a window outside it or 32 bits; the buffer stays as it was.
   friend VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, qc_PelBuffer& buffer);
 
  protected:
