@@ -178,17 +178,19 @@ class Mending {
       std::string anchor(qc_format::kLinkedHead, '\0');
       file.seekg(qc_format::kAnchorAt).read(anchor.data(), static_cast<std::streamsize>(anchor.size()));
       overwrite(qc_format::kAnchorAt, std::string(anchor.size(), '\0'));
-      if (openArchive(path_)->damaged() == none) overwrite(qc_format::kAnchorAt, anchor);
+      if (openArchive(path_)->salvage() == 0) overwrite(qc_format::kAnchorAt, anchor);
       return;
     }
     const qcArchiveRecord& last = records.back();
-    if (last.removed) return;  // what followed may have been given up
     qcInt64 end = last.at + last.size + last.body;
     if (last.kind == Kind::mark) end = std::max(end, headerEnd(*archive, last));
     const bool swap = isSwapped(*archive);
     const auto next = headAt(file, end, swap);
     if (!next || next->previous != static_cast<qcUInt64>(last.at)) return;
+    // What was given up stays where it is: an object that is cut, another one than the pointer's, or one that is there.
     if (static_cast<qcUInt64>(next->end()) > std::filesystem::file_size(path_)) return;
+    if (last.kind == Kind::pointer && next->id != headAt(file, last.at, swap)->id) return;
+    if (next->is(qc_format::kObject) && archive->findObject(next->id) != none) return;
     qc_Composer<sizeof(std::uint64_t)> link(swap);
     link.word(static_cast<std::uint64_t>(end));
     overwrite(last.at + kLinkAt, {reinterpret_cast<const char*>(link.data()), link.size()});
