@@ -248,9 +248,12 @@ TEST(ContourTrees, HavePlacesOnBothSidesOfAJump) {
     }
     Child shape = contour;
     if (closed && random.flip()) shape = region(*contour, false);
-    if (random.flip()) shape = new qcGeneralShapeTree({shape, Child(flat.clone())}, false);
+    if (random.flip()) shape = new qcGeneralShapeTree({shape, Child(flat.clone()), shape}, false);
+    const Child bare = shape;
     if (random.flip()) shape = new qcMappedShape(shape, kBends, false);
-    const qcShapeInfo info(*shape);
+    const qcShapeInfo info(*shape), own(*bare);
+    for (std::int32_t i = 0; i < info.numPieces() && shape != bare; ++i)
+      EXPECT_NEAR_POINT(shape->perimPoint(info, {i, 0}), kBends.mapPoint(bare->perimPoint(own, {i, 0})), 1e-9) << i;
     EXPECT_NEAR(qcShapeInfo(*shape->decompose()).perimeter(), info.perimeter(), 1e-4);
     if (shape->isOpenContour()) {
       EXPECT_TRUE(qfRealEq(shape->endAngle() - shape->startAngle(), shape->tangentRotation(), 1e-6));

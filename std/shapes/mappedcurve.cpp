@@ -127,8 +127,9 @@ void MappedCurve::addContour(const Seen& contour, bool isTurned, std::ptrdiff_t 
   const auto isCorner = [&](std::size_t i) {
     if (mapped_) return bool(mapped_->isCorner_[isCorner_.size()]);  // what rounding leaves of a jump may differ
     const Vector here = endAt(pieces_[i], 0).image;
-    return (kept > first && meet(endAt(pieces_[kept - 1], pieces_[kept - 1].length).image, here)) ||
-           (i + 1 < pieces_.size() && meet(here, endAt(pieces_[i + 1], 0).image));
+    const bool isEnd = kept > first && meet(endAt(pieces_[kept - 1], pieces_[kept - 1].length).image, here);
+    if (isEnd) ends_.push_back(pieces_[i].owner);
+    return isEnd || (i + 1 < pieces_.size() && meet(here, endAt(pieces_[i + 1], 0).image));
   };
   for (std::size_t i = first; i < pieces_.size(); ++i) {
     if (!(pieces_[i].length > 0)) isCorner_.push_back(isCorner(i));

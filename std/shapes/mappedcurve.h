@@ -198,9 +198,10 @@ class MappedCurve {
   std::vector<double> sampleDistances(const qcShape::qcSampleParams& params, std::size_t piece, bool isRound) const;
 
   Held given_;
-  const MappedCurve* mapped_;   // that which this one is the source of, or null
-  std::vector<bool> isCorner_;  // for each piece without length that was found
-  long numOwners_ = 0;          // of the pieces of the shape that was given
+  const MappedCurve* mapped_;       // that which this one is the source of, or null
+  std::vector<bool> isCorner_;      // for each piece without length that was found
+  std::vector<std::int32_t> ends_;  // owners of those where the piece before ends, in order
+  long numOwners_ = 0;              // of the pieces of the shape that was given
   std::vector<Element> elements_;
   std::vector<Piece> pieces_;
   std::vector<Chain> chains_;

@@ -136,7 +136,14 @@ std::size_t MappedCurve::firstOf(std::int32_t owner) const {
 MappedCurve::Place MappedCurve::placeOn(std::int32_t number, double length) const {
   const std::size_t first = firstOf(number), end = firstOf(number + 1);
   if (first == pieces_.size()) return {first - 1, pieces_.back().length};
-  if (first == end) return {first, 0};
+  if (first == end) {
+    // An owner without pieces, where the one before ends or the next one starts.
+    const Piece& last = pieces_[std::max<std::size_t>(first, 1) - 1];
+    const bool isOfElement = number - last.owner < elements_[last.element].info.numPieces() - last.index;
+    const bool isEnd = first > 0 && (isOfElement || std::binary_search(ends_.begin(), ends_.end(), number));
+    const Place before{first - 1, last.length}, next{first, 0};
+    return isEnd && normal(before).piece != first ? before : next;
+  }
   const double along = starts()[first] + length;
   if (along >= starts()[end]) return {end - 1, pieces_[end - 1].length};
   return placeAt(along);
