@@ -34,6 +34,16 @@ TEST(BendBound, HoldsAndIsNotLoose) {
           largest = std::max(largest, norm(xform->linearXform(at).matrix() - middle));
         }
         EXPECT_GE(bound, largest * 0.9999 - 1e-12);
+        for (const double width : {0.0, 0.1 * reach}) {
+          const auto [most, across] = xform->bendAlong(center, along, width);
+          const V aside = width / reach * along.perpendicular();
+          for (int i = 0; i < 20; ++i) {
+            const V at = center + 0.99 * unit(engine) * along + unit(engine) * aside;
+            const qcMatrix<2> change = xform->linearXform(at).matrix() - middle;
+            EXPECT_LE((change * along).len(), reach * (most * 1.0001 + 1e-12));
+            EXPECT_LE((change * aside).len(), width * (across * 1.0001 + 1e-12));
+          }
+        }
         if (reach <= 0.01) {
           EXPECT_LE(bound, 12 * largest + 1e-9) << reach;
         }
@@ -305,6 +315,20 @@ TEST(MappedShape, LineAtInfinity) {
   EXPECT_NEAR(qcShapeInfo(close).perimeter(), std::hypot(99900, 10), 1e-3);  // lines stay straight
   EXPECT_THROW(close.sample(Params(1e-3, 1, 50), samples), qcShapesError::SampleOverflow);
   EXPECT_EQ(samples.numChains(), 0);
+}
+
+// A line beside the one at infinity stays straight, as does one across a steep valley; what seems to bend without end
+// is not followed for all that.
+TEST(MappedShape, BendsAlongItsWayOnly) {
+  const Held line(new qcLineSeg({0, 0}, {1, 1}));
+  const qcMappedShape beside(line, qc2XformPerspective(qcMatrix<3>(1, 0, 0, 0, 1, 0, -1, 1, 1e-6)), false);
+  const qcMappedShape valley(line, qc2XformPoly(2, {0, 1, 0, 1e12, -2e12, 1e12}, {0, 0, 1, 0, 0, 0}), false);
+  EXPECT_NEAR_POINT(beside.boundingBox().size(), V(1e6, 1e6), 1e-3);
+  EXPECT_NEAR(qcShapeInfo(beside).perimeter(), 1e6 * std::sqrt(2), 1e-2);
+  EXPECT_NEAR_POINT(valley.boundingBox().size(), V(1, 1), 1e-3);
+  const qc2XformPoly deep(2, {-1e12, 1, 0, 1e12, 0, 1e12}, {0, 0, 1, 0, 0, 0});  // zero on the circle, and steep
+  const qcMappedShape around(Held(new qcCircle({0, 0}, 1)), deep, false);
+  EXPECT_THROW(around.boundingBox(), qc2XformPerspectiveDefs::NumericalError);
 }
 
 // ---- building

@@ -68,6 +68,12 @@ VNXSTD_EXPORT zrtnlxf::Status qmath_xformPerspective_getLinearXform(const qmath_
 VNXSTD_EXPORT zrtnlxf::Status qmath_xformPerspective_getBend(const qmath_xformPerspective* state,
                                                              const qmath_vect* center, double radius,
                                                              double* bend) noexcept;
+/// Upper bounds for the differences between the derivatives along `reach`, and across it, at `center` and at points not
+/// further from it than `reach` is long, nor further than `width` from the line through it along `reach`; infinite when
+/// one of these may have no finite image. atInfinity.
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPerspective_getBendAlong(const qmath_xformPerspective* state,
+                                                                  const qmath_vect* center, const qmath_vect* reach,
+                                                                  double width, double* along, double* across) noexcept;
 /// A new state that holds the inverse matrix. singular; outOfMemory.
 VNXSTD_EXPORT zrtnlxf::Status qmath_xformPerspective_getInverse(const qmath_xformPerspective* state,
                                                                 qmath_xformPerspective** inverse) noexcept;

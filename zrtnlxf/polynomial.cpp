@@ -145,6 +145,34 @@ void fitRange(const double* numbers, std::size_t count, double& middle, double& 
   factor = 1 / (high / 2 - low / 2);
 }
 
+// By how much the derivative changes over a reach: that of a term of degree n, in any direction, by at most n times the
+// largest value of the term over the radius. Along a line it is that of all terms of the degree at the reach; anywhere
+// around, where `reach` is the radius in both coordinates, signs are not known.
+double bendWithin(const qmath_xformPoly& poly, const qmath_vect& center, const qmath_vect& reach, double radius,
+                  bool anywhere) {
+  const double u = (center.x - poly.origin.x) * poly.scale.x, v = (center.y - poly.origin.y) * poly.scale.y;
+  const auto term = [anywhere](double value) { return anywhere ? std::fabs(value) : value; };
+  const double reachU = term(poly.scale.x * reach.x), reachV = term(poly.scale.y * reach.y);
+  double powersU[zrtnlxf::kMaxPolyOrder + 1] = {1}, powersV[zrtnlxf::kMaxPolyOrder + 1] = {1};
+  for (int i = 1; i <= poly.order; ++i) {
+    powersU[i] = powersU[i - 1] * reachU;
+    powersV[i] = powersV[i - 1] * reachV;
+  }
+  double sums[2] = {0, 0};
+  for (int k = 0; k < 2; ++k) {
+    double c[zrtnlxf::kMaxPolySize];
+    std::copy_n(poly.coefs + static_cast<std::size_t>(k) * sizeOf(poly.order), sizeOf(poly.order), c);
+    shift(poly.order, c, u, v);
+    for (int n = 2; n <= poly.order; ++n) {
+      double sum = 0;
+      for (int j = 0; j <= n; ++j) sum += term(c[n * (n + 1) / 2 + j]) * powersU[n - j] * powersV[j];
+      sums[k] += n * std::fabs(sum);
+    }
+  }
+  const double sum = std::hypot(sums[0], sums[1]);
+  return sum == 0 ? 0 : std::isfinite(sum) ? sum / radius : std::numeric_limits<double>::infinity();
+}
+
 }  // namespace
 
 Status qmath_xformPolySize(std::int32_t order) noexcept {
@@ -276,28 +304,17 @@ Status qmath_xformPolyDerivs_(const qmath_xformPoly* poly, const qmath_vect* poi
   return zrtnlxf::ok;
 }
 
-// The derivative of a term of degree n in any direction is at most n times its largest value over the radius.
 Status qmath_xformPolyBend_(const qmath_xformPoly* poly, const qmath_vect* center, double radius,
                             double* bend) noexcept {
   if (!isPoly(poly) || !center || !bend || !(radius >= 0)) return zrtnlxf::badArgument;
-  const double u = (center->x - poly->origin.x) * poly->scale.x, v = (center->y - poly->origin.y) * poly->scale.y;
-  const double reachU = std::fabs(poly->scale.x) * radius, reachV = std::fabs(poly->scale.y) * radius;
-  double powersU[zrtnlxf::kMaxPolyOrder + 1] = {1}, powersV[zrtnlxf::kMaxPolyOrder + 1] = {1};
-  for (int i = 1; i <= poly->order; ++i) {
-    powersU[i] = powersU[i - 1] * reachU;
-    powersV[i] = powersV[i - 1] * reachV;
-  }
-  double sums[2] = {0, 0};
-  for (int k = 0; k < 2; ++k) {
-    double c[zrtnlxf::kMaxPolySize];
-    std::copy_n(poly->coefs + static_cast<std::size_t>(k) * sizeOf(poly->order), sizeOf(poly->order), c);
-    shift(poly->order, c, u, v);
-    for (int n = 2; n <= poly->order; ++n) {
-      for (int j = 0; j <= n; ++j) sums[k] += n * std::fabs(c[n * (n + 1) / 2 + j]) * powersU[n - j] * powersV[j];
-    }
-  }
-  const double sum = std::hypot(sums[0], sums[1]);
-  *bend = sum == 0 ? 0 : std::isfinite(sum) ? sum / radius : std::numeric_limits<double>::infinity();
+  *bend = bendWithin(*poly, *center, {radius, radius}, radius, true);
+  return zrtnlxf::ok;
+}
+
+Status qmath_xformPolyBendAlong_(const qmath_xformPoly* poly, const qmath_vect* center, const qmath_vect* reach,
+                                 double* bend) noexcept {
+  if (!isPoly(poly) || !center || !reach || !bend) return zrtnlxf::badArgument;
+  *bend = bendWithin(*poly, *center, *reach, std::hypot(reach->x, reach->y), false);
   return zrtnlxf::ok;
 }
 

@@ -73,6 +73,10 @@ VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyLinearXform_(const qmath_xformPoly*
 VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyBend_(const qmath_xformPoly* poly, const qmath_vect* center, double radius,
                                                    double* bend) noexcept;
 
+/// The same for the derivative along `reach`, at the points of the line that leads as far as `reach` both ways.
+VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyBendAlong_(const qmath_xformPoly* poly, const qmath_vect* center,
+                                                        const qmath_vect* reach, double* bend) noexcept;
+
 /// The point that is mapped to `image`, found from the affine approximation at the origin as local.h says;
 /// notConverged.
 VNXSTD_EXPORT zrtnlxf::Status qmath_xformPolyInvMapPoint_(const qmath_xformPoly* poly, const qmath_vect* image,

@@ -55,6 +55,11 @@ double qc2XformBase::bendBound(const qcVector<2>& center, const qcVector<2>& rea
   return 2 * largest;
 }
 
+qc2XformBase::Bend qc2XformBase::bendAlong(const qcVector<2>& center, const qcVector<2>& reach, double) const {
+  const double bend = bendBound(center, reach);
+  return {bend, bend};
+}
+
 void qc2XformBase::dispatchSerialize(qcArchive& archive) {
   serializeLevel(archive, this, 0, &qc2XformBase::serialize_);
 }

@@ -1,6 +1,7 @@
 #include "vnxstd/math/xfcomp.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <unordered_set>
 #include <utility>
@@ -123,6 +124,34 @@ double qc2XformComposed::bendBound(const qcVector<2>& center, const qcVector<2>&
     at = local.mapPoint(at);
     factor = zrtnlxf::norm(whole) + bend;
     if (!(factor <= std::numeric_limits<double>::max())) return std::numeric_limits<double>::infinity();
+  }
+  return bend;
+}
+
+// The derivative along the reach of the members so far is D + d, with D that at the center, and the next member's is
+// G + g: what changes is G d + g D + g d. Likewise across. The curve strays from the line along D by what bends, too.
+qc2XformBase::Bend qc2XformComposed::bendAlong(const qcVector<2>& center, const qcVector<2>& reach,
+                                               double width) const {
+  const double radius = reach.len();
+  const qcVector<2> direction = radius > 0 ? 1 / radius * reach : qcVector<2>(1, 0);
+  qcMatrix<2> whole;
+  qcVector<2> at = center;
+  Bend bend{0, 0};
+  for (auto member = members_.rbegin(); member != members_.rend(); ++member) {
+    const qcXform<2> local = (*member)->linearXform(at);
+    const qcVector<2> along = whole * direction;
+    const double speed = along.len(), speedAcross = (whole * direction.perpendicular()).len();
+    const double off = bend.along * radius + (width > 0 ? (speedAcross + bend.across) * width : 0);
+    const double next = speed * radius + off;
+    const Bend own = (*member)->bendAlong(at, speed > 0 ? next / speed * along : qcVector<2>(next, 0), off);
+    const double norm = zrtnlxf::norm(local.matrix()), any = off > 0 ? std::hypot(own.along, own.across) : 0;
+    bend = {norm * bend.along + own.along * speed + any * bend.along,
+            norm * bend.across + any * (speedAcross + bend.across)};
+    whole = local.matrix() * whole;
+    at = local.mapPoint(at);
+    if (!std::isfinite(bend.along) || !std::isfinite(bend.across)) {
+      return {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity()};
+    }
   }
   return bend;
 }

@@ -136,6 +136,15 @@ double qc2XformPerspective::bendBound(const qcVector<2>& center, const qcVector<
   return bend;
 }
 
+qc2XformBase::Bend qc2XformPerspective::bendAlong(const qcVector<2>& center, const qcVector<2>& reach,
+                                                  double width) const {
+  const qmath_vect at = center, along = reach;
+  Bend bend{};
+  qfThrowExceptionOnFailure(
+      qmath_xformPerspective_getBendAlong(state_.get(), &at, &along, width, &bend.along, &bend.across));
+  return bend;
+}
+
 qcPtrHandle<qc2XformBase> qc2XformPerspective::composeBase(const qc2XformBase& other) const {
   if (const auto* perspective = dynamic_cast<const qc2XformPerspective*>(&other)) {
     return new qc2XformPerspective(matrix() * perspective->matrix());

@@ -131,6 +131,15 @@ double qc2XformPoly::bendBound(const qcVector<2>& center, const qcVector<2>& rea
   return bend;
 }
 
+qc2XformBase::Bend qc2XformPoly::bendAlong(const qcVector<2>& center, const qcVector<2>& reach, double width) const {
+  if (width > 0) return qc2XformBase::bendAlong(center, reach, width);
+  const qmath_vect at = center, along = reach;
+  const qmath_xformPoly p = poly();
+  double bend = 0;
+  qfThrowExceptionOnFailure(qmath_xformPolyBendAlong_(&p, &at, &along, &bend));
+  return {bend, bend};
+}
+
 qcPtrHandle<qc2XformBase> qc2XformPoly::leftCompose(const qcXform<2>& second) const {
   const std::size_t n = size(order_);
   std::vector<double> x(n), y(n);

@@ -214,6 +214,7 @@ void MappedCurve::cut() {
     if (piece == 0) low = high = from.image;
     for (const End& end : {from, to, wholes.back().middle}) include(end.image);
   }
+  Effort most = effort(kKept);
   for (const Span& whole : wholes) {
     Piece& piece = pieces_[whole.piece];
     piece.firstSpan = spans_.size();
@@ -227,9 +228,9 @@ void MappedCurve::cut() {
       return span.deviation <= kCoarse * extent_;
     };
     double travelled = 0;
-    refine(whole, isDone, [&](const Span& span) {
+    refine(whole, most, isDone, [&](const Span& span) {
       spans_.push_back(span);
-      travelled += span.norm * (span.to.distance - span.from.distance);
+      travelled += span.speed * (span.to.distance - span.from.distance);
     });
     furthest = std::max(furthest, travelled);
   }
@@ -295,21 +296,26 @@ MappedCurve::Motion MappedCurve::motionAt(const Piece& piece, double distance) c
 }
 
 // With J the derivative at the middle and E what the transform differs from its expansion there: J carries the curve's
-// own deviation along. E changes between two points by at most the bend times their distance, so that at a fraction s
-// of the length it is off its interpolation between the ends by at most 2 s (1 - s) times the bend and the length.
+// own deviation along. E changes between two points by at most the bend along the chord times their distance along it,
+// and that across times their distance across, so that at a fraction s of the length it is off its interpolation
+// between the ends by at most 2 s (1 - s) times the one and the length, and the other times the sagitta.
 MappedCurve::Span MappedCurve::spanBetween(std::size_t piece, const End& from, const End& to) const {
   const double length = to.distance - from.distance;
   const End middle = endAt(pieces_[piece], from.distance + length / 2);
   const Vector chord = to.source - from.source;
   const double chordLength = segmentLength(from.source, to.source);
-  const Vector reach = chordLength > 0 ? chord * (length / 2 / chordLength) : Vector(length / 2, 0);
+  const Vector along = chordLength > 0 ? chord / chordLength : Vector(1, 0);
   const qc2XformBase& xform = xformOf(pieces_[piece]);
-  const double norm = zrtnlxf::norm(xform.linearXform(middle.source).matrix());
-  const double bend = length > 0 ? xform.bendBound(middle.source, reach) : 0;
+  const qcMatrix<2> derivative = xform.linearXform(middle.source).matrix();
+  const double norm = zrtnlxf::norm(derivative), speed = (derivative * along).len();
   const double sagittaOfSource = sagitta(from.source, to.source, middle.source, length);
-  Span span{piece, from, to, middle, norm * sagittaOfSource + bend * length / 2, norm};
+  qc2XformBase::Bend bend{0, 0};
+  if (length > 0) bend = xform.bendAlong(middle.source, length / 2 * along, 2 * sagittaOfSource);
+  const double strays = bend.along * length / 2 + (sagittaOfSource > 0 ? bend.across * sagittaOfSource : 0);
+  // What stands still but for what bends may have been squeezed.
+  Span span{piece, from, to, middle, norm * sagittaOfSource + strays, bend.along < speed ? speed : norm};
   // A transform that jumps, as an inverse may between one solution and another, breaks its bound.
-  const double most = (norm + bend) * length / 2 + 1e-9 * (1 + magnitude(middle.image));
+  const double most = norm * length / 2 + strays + 1e-9 * (1 + magnitude(middle.image));
   const double moved = std::max(segmentLength(from.image, middle.image), segmentLength(to.image, middle.image));
   if (!(moved <= 1.001 * most)) span.deviation = std::numeric_limits<double>::infinity();
   return span;
@@ -327,6 +333,10 @@ void MappedCurve::halve(const Span& span, Span& first, Span& second) const {
 
 void MappedCurve::throwAtInfinity() {
   throw qc2XformPerspectiveDefs::NumericalError(L"the boundary has a point without a finite image");
+}
+
+void MappedCurve::throwTooBent() {
+  throw qc2XformPerspectiveDefs::NumericalError(L"the boundary bends too much to be followed");
 }
 
 }  // namespace qc_shapes

@@ -23,8 +23,8 @@ namespace qc_shapes {
 /// (qc2XformBase::bendBound), so that it holds for all points and not only for those that are looked at. Every question
 /// goes down to spans whose bound is small enough for the answer.
 ///
-/// Errors of the transform at a point reach whoever asks; a boundary of which some point has no finite image throws
-/// qc2XformPerspectiveDefs::NumericalError.
+/// Errors of the transform at a point reach whoever asks; a boundary of which some point has no finite image, or that
+/// bends too much for what spans there may be, throws qc2XformPerspectiveDefs::NumericalError.
 class MappedCurve {
  public:
   using Held = qcPtrHandle_const<qcShape>;
@@ -128,8 +128,26 @@ class MappedCurve {
     End from, to;
     End middle;
     double deviation;
-    double norm;  // by how much the expansion at the middle lengthens
+    double speed;  // by how much the expansion at the middle lengthens
   };
+  // How often one question may halve spans, and how much more often for each piece: what bends without end must not
+  // take all time and memory.
+  struct Limit {
+    std::size_t whole, each;
+  };
+  static constexpr Limit kKept{1 << 15, 16}, kLooked{1 << 18, 64}, kMeasured{1 << 15, 64}, kSampled{1 << 20, 64};
+  // How often it still may.
+  class Effort {
+   public:
+    Effort(const Limit& limit, std::size_t pieces) : left_(limit.whole + limit.each * pieces) {}
+    void spend() {
+      if (left_-- == 0) throwTooBent();
+    }
+
+   private:
+    std::size_t left_;
+  };
+  Effort effort(const Limit& limit) const { return {limit, pieces_.size()}; }
   // A stretch of a piece whose length is computed well by one rule, and the length of what comes before on the piece.
   struct Stretch {
     double from, before;
@@ -153,7 +171,7 @@ class MappedCurve {
   bool jumps(const Span& from, const Span& to) const;
   bool jumpsBehind(std::size_t span) const;
   const qc2XformBase& xformOf(const Piece& piece) const { return *elements_[piece.element].seen.xform; }
-  double windingAngle(const Chain& chain, const qcVector<2>& p, bool& touches) const;
+  double windingAngle(const Chain& chain, const qcVector<2>& p, Effort& effort, bool& touches) const;
 
   End endAt(const Piece& piece, double distance) const;
   qcVector<2> sourceTangent(const Piece& piece, double distance, qcVector<2>& point) const;
@@ -162,8 +180,9 @@ class MappedCurve {
   bool isShortest(const Span& span) const;
   void halve(const Span& span, Span& first, Span& second) const;
   [[noreturn]] static void throwAtInfinity();
+  [[noreturn]] static void throwTooBent();
   template <class IsDone, class Leaf>
-  void refine(const Span& whole, const IsDone& isDone, const Leaf& leaf) const;
+  void refine(const Span& whole, Effort& effort, const IsDone& isDone, const Leaf& leaf) const;
   double furthest(const qcVector<2>& towards) const;
   template <class Slope>
   Place lowestNear(const Place& place, const Slope& slope) const;
@@ -175,10 +194,10 @@ class MappedCurve {
   };
   Motion motionAt(const Piece& piece, double distance) const;
   double change(const Piece& piece, const Motion& from, const Motion& middle, const Motion& to) const;
-  double turning(const Piece& piece, const Motion& from, const Motion& to, int depth) const;
+  double turning(const Piece& piece, const Motion& from, const Motion& to, int depth, Effort& effort) const;
   double gauss(const Piece& piece, double from, double to) const;
-  void measure(const Piece& piece, const Motion& from, const Motion& to, double whole, int depth, double& before,
-               std::vector<Stretch>& stretches) const;
+  void measure(const Piece& piece, const Motion& from, const Motion& to, double whole, int depth, Effort& effort,
+               double& before, std::vector<Stretch>& stretches) const;
   // The stretches and the length of each piece, and what comes before it; behind the last one the whole length.
   struct Measures {
     std::vector<std::vector<Stretch>> stretches;
@@ -192,10 +211,11 @@ class MappedCurve {
   double lengthOnPiece(std::size_t piece, double distance) const;
   double distanceOnPiece(std::size_t piece, double length) const;
   std::size_t firstOf(std::int32_t owner) const;
-  qcPtrHandle<qcShape> outline(const Chain& chain, double tolerance) const;
+  qcPtrHandle<qcShape> outline(const Chain& chain, double tolerance, Effort& effort) const;
   std::int32_t takeNumbers(SampleWriter& writer) const;
   void add(SampleWriter& writer, const Place& place, std::int32_t firstNumber) const;
-  std::vector<double> sampleDistances(const qcShape::qcSampleParams& params, std::size_t piece, bool isRound) const;
+  std::vector<double> sampleDistances(const qcShape::qcSampleParams& params, std::size_t piece, bool isRound,
+                                      Effort& effort) const;
 
   Held given_;
   const MappedCurve* mapped_;       // that which this one is the source of, or null
@@ -216,7 +236,7 @@ class MappedCurve {
 
 // Calls `leaf` in order with the parts of a span for which `isDone` holds, or that cannot be cut.
 template <class IsDone, class Leaf>
-void MappedCurve::refine(const Span& whole, const IsDone& isDone, const Leaf& leaf) const {
+void MappedCurve::refine(const Span& whole, Effort& effort, const IsDone& isDone, const Leaf& leaf) const {
   std::vector<Span> waiting{whole};
   while (!waiting.empty()) {
     const Span span = waiting.back();
@@ -227,6 +247,7 @@ void MappedCurve::refine(const Span& whole, const IsDone& isDone, const Leaf& le
       leaf(span);
       continue;
     }
+    effort.spend();
     Span first, second;
     halve(span, first, second);
     waiting.push_back(second);

@@ -20,7 +20,6 @@ constexpr double kEpsilon = std::numeric_limits<double>::epsilon();
 constexpr double kPoint = 1e-7;    // what is shorter than this part of the extent may be a cusp
 constexpr double kLength = 1e-11;  // within which part of the extent the lengths of stretches are computed
 constexpr double kTiny = std::numeric_limits<double>::min();  // lengths below are not resolved
-constexpr std::size_t kMostStretches = std::size_t{1} << 20;  // of a piece; more say that its length has no bounds
 constexpr int kDeepest = 48;                                  // how often a span is halved
 
 double angleBetween(const Vector& a, const Vector& b) {
@@ -32,12 +31,13 @@ double angleBetween(const Vector& a, const Vector& b) {
 
 double MappedCurve::tangentRotation() const {
   double sum = 0;
+  Effort most = effort(kMeasured);
   Vector last;
   for (const Piece& piece : pieces_) {
     if (!(piece.length > 0)) continue;
     const Motion from = motionAt(piece, 0), to = motionAt(piece, piece.length);
     if (last != Vector()) sum += angleBetween(last, from.velocity);
-    sum += turning(piece, from, to, 0);
+    sum += turning(piece, from, to, 0, most);
     last = to.velocity;
   }
   return sum;
@@ -49,13 +49,15 @@ double MappedCurve::change(const Piece& piece, const Motion& from, const Motion&
   sourceTangent(piece, middle.distance, point);
   const double turned = std::max((from.tangent - middle.tangent).len(), (to.tangent - middle.tangent).len());
   const qc2XformBase& xform = xformOf(piece);
-  return xform.bendBound(point, 0.5 * (to.distance - from.distance) * middle.tangent) +
-         zrtnlxf::norm(xform.linearXform(point).matrix()) * turned;
+  const double half = (to.distance - from.distance) / 2;
+  const qc2XformBase::Bend bend = xform.bendAlong(point, half * middle.tangent, half * turned);
+  if (!(turned > 0)) return bend.along;
+  return bend.along + (bend.across + zrtnlxf::norm(xform.linearXform(point).matrix())) * turned;
 }
 
 // Where the velocity stays within 30 degrees of that in the middle, the turn is the angle between those at the ends. A
 // stretch that is as short as a point, a cusp, turns like a corner.
-double MappedCurve::turning(const Piece& piece, const Motion& from, const Motion& to, int depth) const {
+double MappedCurve::turning(const Piece& piece, const Motion& from, const Motion& to, int depth, Effort& effort) const {
   const double length = to.distance - from.distance;
   const Motion middle = motionAt(piece, from.distance + length / 2);
   const double off = change(piece, from, middle, to), speed = middle.velocity.len();
@@ -64,7 +66,9 @@ double MappedCurve::turning(const Piece& piece, const Motion& from, const Motion
   if (!isCut || depth == kDeepest) {
     return angleBetween(from.velocity, to.velocity);
   }
-  return turning(piece, from, middle, depth + 1) + turning(piece, middle, to, depth + 1);
+  effort.spend();
+  const double first = turning(piece, from, middle, depth + 1, effort);
+  return first + turning(piece, middle, to, depth + 1, effort);
 }
 
 // The rule of Gauss and Legendre with five points.
@@ -83,7 +87,7 @@ double MappedCurve::gauss(const Piece& piece, double from, double to) const {
 
 // Two rules must agree, and the velocity must be known to change little between the points that they look at.
 void MappedCurve::measure(const Piece& piece, const Motion& from, const Motion& to, double whole, int depth,
-                          double& before, std::vector<Stretch>& stretches) const {
+                          Effort& effort, double& before, std::vector<Stretch>& stretches) const {
   const double length = to.distance - from.distance;
   const Motion middle = motionAt(piece, from.distance + length / 2);
   const double first = gauss(piece, from.distance, middle.distance),
@@ -94,27 +98,28 @@ void MappedCurve::measure(const Piece& piece, const Motion& from, const Motion& 
   const bool isLost = !std::isfinite(first + second);
   const double allowed = std::max(kLength * extent_, kTiny);
   if ((isSteady && std::fabs(first + second - whole) <= allowed) || isLost || depth == kDeepest) {
-    if (stretches.size() > kMostStretches) throwAtInfinity();
     stretches.push_back({from.distance, before});
     before += first;
     stretches.push_back({middle.distance, before});
     before += second;
     return;
   }
-  measure(piece, from, middle, first, depth + 1, before, stretches);
-  measure(piece, middle, to, second, depth + 1, before, stretches);
+  effort.spend();
+  measure(piece, from, middle, first, depth + 1, effort, before, stretches);
+  measure(piece, middle, to, second, depth + 1, effort, before, stretches);
 }
 
 MappedCurve::Measures MappedCurve::measured() const {
   std::vector<std::vector<Stretch>> stretches(pieces_.size());
   std::vector<double> starts{0}, lengths;
+  Effort most = effort(kMeasured);
   for (const Span& span : spans_) {
     const Piece& piece = pieces_[span.piece];
     if (lengths.size() <= span.piece) lengths.push_back(0);
     if (!(piece.length > 0)) continue;
     const double from = span.from.distance, to = span.to.distance;
     const double whole = gauss(piece, from, to);
-    measure(piece, motionAt(piece, from), motionAt(piece, to), whole, 0, lengths.back(), stretches[span.piece]);
+    measure(piece, motionAt(piece, from), motionAt(piece, to), whole, 0, most, lengths.back(), stretches[span.piece]);
   }
   for (const double length : lengths) starts.push_back(starts.back() + length);
   return {std::move(stretches), std::move(lengths), std::move(starts)};

@@ -47,13 +47,14 @@ double MappedCurve::furthest(const Vector& towards) const {
   for (const Span& span : spans_) {
     for (const End* end : {&span.from, &span.to, &span.middle}) look(span.piece, *end);
   }
+  Effort halvings = effort(kLooked);
   for (const Span& whole : spans_) {
     const auto isDone = [&](const Span& span) {
       look(span.piece, span.middle);
       const double ends = std::max(span.from.image * towards, span.to.image * towards);
       return ends + span.deviation <= most + kPrecision * extent_;
     };
-    refine(whole, isDone, [](const Span&) {});
+    refine(whole, halvings, isDone, [](const Span&) {});
   }
   best = lowestNear(best, [&](const Motion& motion) { return -(motion.velocity * towards); });
   return std::max(most, image(best, nullptr) * towards);
@@ -92,9 +93,11 @@ MappedCurve::Place MappedCurve::nearest(const Vector& p) const {
     if (least < distance) candidates.push({least, span});
   };
   for (const Span& span : spans_) add(span);
+  Effort most = effort(kLooked);
   while (!candidates.empty() && candidates.top().least < distance - kPrecision * extent_) {
     const Span span = candidates.top().span;
     candidates.pop();
+    most.spend();
     double fraction;
     distanceToChord(p, span.from.image, span.to.image, fraction);
     const Piece& piece = pieces_[span.piece];
@@ -111,7 +114,7 @@ MappedCurve::Place MappedCurve::nearest(const Vector& p) const {
 
 // A chord subtends the same angle as its part of the image when the point lies further from the chord than the image
 // deviates, since the one can be moved onto the other without passing the point.
-double MappedCurve::windingAngle(const Chain& chain, const Vector& p, bool& touches) const {
+double MappedCurve::windingAngle(const Chain& chain, const Vector& p, Effort& effort, bool& touches) const {
   const double on = kOnCurve * extent_;
   double fraction;
   std::vector<Vector> vertices;
@@ -123,7 +126,7 @@ double MappedCurve::windingAngle(const Chain& chain, const Vector& p, bool& touc
       const double distance = distanceToChord(p, span.from.image, span.to.image, fraction);
       return distance > std::max(span.deviation, on) || span.deviation <= on;
     };
-    refine(spans_[i], isDone, [&](const Span& span) {
+    refine(spans_[i], effort, isDone, [&](const Span& span) {
       add(span.from.image);
       const double distance = distanceToChord(p, span.from.image, span.to.image, fraction);
       if (distance > std::max(span.deviation, on)) return;
@@ -138,18 +141,20 @@ double MappedCurve::windingAngle(const Chain& chain, const Vector& p, bool& touc
 double MappedCurve::windingAngle(const Vector& p, bool& touches) const {
   touches = false;
   double sum = 0;
-  for (const Chain& chain : chains_) sum += windingAngle(chain, p, touches);
+  Effort most = effort(kLooked);
+  for (const Chain& chain : chains_) sum += windingAngle(chain, p, most, touches);
   return sum;
 }
 
 // From the innermost regions outwards, as each takes what it holds from the one above.
 bool MappedCurve::within(const Vector& p, bool openRegion) const {
   std::vector<bool> isInside(chains_.size());
+  Effort most = effort(kLooked);
   for (std::size_t i = 0; i < chains_.size(); ++i) {
     const std::ptrdiff_t parent = chains_[i].parent;
     if (parent >= 0 && !isInside[static_cast<std::size_t>(parent)]) continue;
     bool touches = false;
-    isInside[i] = std::fabs(windingAngle(chains_[i], p, touches)) > qcRadian::turn / 2;
+    isInside[i] = std::fabs(windingAngle(chains_[i], p, most, touches)) > qcRadian::turn / 2;
     if (touches) return !openRegion;
   }
   bool isAny = false;

@@ -9,12 +9,13 @@ namespace qc_shapes {
 
 std::vector<qcPtrHandle<qcShape>> MappedCurve::outlines(double tolerance) const {
   std::vector<qcPtrHandle<qcShape>> all;
-  for (const Chain& chain : chains_) all.push_back(outline(chain, tolerance));
+  Effort most = effort(kLooked);
+  for (const Chain& chain : chains_) all.push_back(outline(chain, tolerance, most));
   return all;
 }
 
 // A polyline, or several where the contour jumps.
-qcPtrHandle<qcShape> MappedCurve::outline(const Chain& chain, double tolerance) const {
+qcPtrHandle<qcShape> MappedCurve::outline(const Chain& chain, double tolerance, Effort& effort) const {
   std::vector<std::vector<qcVector<2>>> runs(1);
   const auto add = [&](const qcVector<2>& p) {
     if (runs.back().empty() || runs.back().back() != p) runs.back().push_back(p);
@@ -22,7 +23,7 @@ qcPtrHandle<qcShape> MappedCurve::outline(const Chain& chain, double tolerance) 
   const std::size_t first = pieces_[chain.first].firstSpan, end = endOfSpans(chain.last);
   for (std::size_t i = first; i < end; ++i) {
     refine(
-        spans_[i], [tolerance](const Span& span) { return span.deviation <= tolerance; },
+        spans_[i], effort, [tolerance](const Span& span) { return span.deviation <= tolerance; },
         [&](const Span& span) { add(span.from.image); });
     if (i + 1 < end && !jumpsBehind(i)) continue;
     add(spans_[i].to.image);
@@ -42,8 +43,8 @@ qcPtrHandle<qcShape> MappedCurve::outline(const Chain& chain, double tolerance) 
   return new qcContourTree(parts, chain.closed, false);
 }
 
-std::vector<double> MappedCurve::sampleDistances(const qcShape::qcSampleParams& params, std::size_t piece,
-                                                 bool isRound) const {
+std::vector<double> MappedCurve::sampleDistances(const qcShape::qcSampleParams& params, std::size_t piece, bool isRound,
+                                                 Effort& effort) const {
   const double whole = pieces_[piece].length;
   const long limit = params.maxPoints() - (isRound ? 0 : 1), least = isRound ? 2 : 1;
   if (limit < least) throw qcShapesError::SampleOverflow();
@@ -59,7 +60,7 @@ std::vector<double> MappedCurve::sampleDistances(const qcShape::qcSampleParams& 
     const End to = endAt(pieces_[piece], until);
     if (params.tolerance() > 0) {
       refine(
-          spanBetween(piece, from, to), [&](const Span& span) { return span.deviation <= params.tolerance(); },
+          spanBetween(piece, from, to), effort, [&](const Span& span) { return span.deviation <= params.tolerance(); },
           [&](const Span& span) {
             distances.push_back(span.from.distance);
             if (distances.size() > static_cast<std::size_t>(limit)) throw qcShapesError::SampleOverflow();
@@ -94,6 +95,7 @@ void MappedCurve::sample(SampleWriter& writer) const {
   const qcShape::qcSampleParams& params = writer.params();
   qcShape::qcSampleResult& result = writer.result();
   const std::int32_t number = takeNumbers(writer);
+  Effort most = effort(kSampled);
   // Points among other shapes are left out where tangents are asked for.
   const bool hasLength =
       std::any_of(pieces_.begin(), pieces_.end(), [](const Piece& piece) { return piece.length > 0; });
@@ -105,7 +107,7 @@ void MappedCurve::sample(SampleWriter& writer) const {
       if (isPoint && params.computeTangents() && hasLength) continue;
       if (isPoint && params.computeTangents()) throw qcShapesError::NoTangent();
       const std::vector<double> distances =
-          isPoint ? std::vector<double>{0} : sampleDistances(params, i, chain.isRound);
+          isPoint ? std::vector<double>{0} : sampleDistances(params, i, chain.isRound, most);
       writer.openChain(chain.isRound, static_cast<long>(distances.size()));
       for (const double distance : distances) add(writer, {i, distance}, number);
     }

@@ -60,6 +60,17 @@ class VNXSTD_EXPORT qc2XformBase : public qcPersistent, public qcRepBase {
   /// transforms with features that these can miss must give its own bound.
   virtual double bendBound(const qcVector<2>& center, const qcVector<2>& reach) const;
 
+  /// By how much the derivatives in two directions change at most.
+  struct Bend {
+    double along, across;
+  };
+  /// How much the transform bends along a curve that leads through `center`: bounds like bendBound's for the
+  /// derivatives along `reach` and across it, at points that are no further from the center than the length of `reach`
+  /// and no further than `width` from the line through the center along `reach`. With a width of 0, for straight lines,
+  /// `across` means nothing. By default bendBound for both, which may be far above what the line itself sees: next to
+  /// the line at infinity of a perspective, say, along which nothing changes.
+  virtual Bend bendAlong(const qcVector<2>& center, const qcVector<2>& reach, double width) const;
+
   qcVector<2> operator*(const qcVector<2>& point) const { return mapPoint(point); }
   qcPtrHandle<qc2XformBase> operator*(const qc2XformBase& other) const { return composeBase(other); }
 

@@ -61,6 +61,7 @@ class VNXSTD_EXPORT qc2XformComposed : public qc2XformBase {
   qc2XformLinear linearXform(const qcVector<2>& point) const override;
   /// By the bounds of the members, each around the image of the center and as far as those before it may reach.
   double bendBound(const qcVector<2>& center, const qcVector<2>& reach) const override;
+  Bend bendAlong(const qcVector<2>& center, const qcVector<2>& reach, double width) const override;
   /// A copy of this composition with a deep copy of `other` appended.
   qcPtrHandle<qc2XformBase> composeBase(const qc2XformBase& other) const override;
   qcPtrHandle<qc2XformBase> inverseBase() const override;

@@ -27,7 +27,8 @@ class VNXSTD_EXPORT qc2XformPerspectiveDefs {
    public:
     using qc_ErrorLeaf::qc_ErrorLeaf;
   };
-  /// A point without a finite image, a transform without an inverse, points that determine no transform.
+  /// A point without a finite image, a transform without an inverse, points that determine no transform, a curve that
+  /// is bent too much to be followed.
   class VNXSTD_EXPORT NumericalError : public qc_ErrorLeaf<NumericalError, Errors, 0x10003D01> {
    public:
     using qc_ErrorLeaf::qc_ErrorLeaf;
@@ -79,6 +80,7 @@ class VNXSTD_EXPORT qc2XformPerspective : public qc2XformBase {
   bool isLinear() const override;
   qc2XformLinear linearXform(const qcVector<2>& point) const override;
   double bendBound(const qcVector<2>& center, const qcVector<2>& reach) const override;
+  Bend bendAlong(const qcVector<2>& center, const qcVector<2>& reach, double width) const override;
   /// A new qc2XformPerspective when `other` is one, or linear, of whatever class; else a composition.
   qcPtrHandle<qc2XformBase> composeBase(const qc2XformBase& other) const override;
   /// A new qc2XformPerspective. Throws qc2XformPerspectiveDefs::NumericalError when this one is singular.

@@ -74,6 +74,7 @@ class VNXSTD_EXPORT qc2XformPoly : public qc2XformBase {
   qc2XformLinear linearXform(const qcVector<2>& point) const override;
   /// By the magnitudes of the coefficients of its expansion at the center.
   double bendBound(const qcVector<2>& center, const qcVector<2>& reach) const override;
+  Bend bendAlong(const qcVector<2>& center, const qcVector<2>& reach, double width) const override;
   /// A new qc2XformInverse. Throws qc2XformPerspectiveDefs::NumericalError when the affine approximation at the origin
   /// is singular.
   qcPtrHandle<qc2XformBase> inverseBase() const override;

@@ -32,9 +32,10 @@ class MappedCurve;
 ///
 /// An underlying infinite line can be asked for nothing that depends on its points unless the overall transform is
 /// linear: qcShapesError::InfiniteExtent. Errors of the transform at a point of the shape reach whoever asks:
-/// qc2XformPerspectiveDefs::NumericalError where the shape crosses the line at infinity. What is asked of a mapped
-/// shape without a shape throws qcBadPointer; it can be copied, cloned, compared and archived all the same. Nothing is
-/// changed by what throws.
+/// qc2XformPerspectiveDefs::NumericalError where the shape crosses the line at infinity. The same is thrown where the
+/// image bends so much, as far as the bound tells, that a question would take more than some 30000 parts, or a million
+/// samples, and a few for each piece: no transform takes all memory. What is asked of one without a shape throws
+/// qcBadPointer; it can be copied, cloned, compared and archived all the same. Nothing is changed by what throws.
 ///
 /// What questions compute is kept, until the shape or the transform is set; copies compute it anew. Several threads may
 /// ask at once, without a lock; what two compute at the same time is computed twice. Shapes that are held are not to be
