@@ -192,6 +192,10 @@ qcPersistent* qcArchive::loadObject() {
   Reading reading(*this);
   qcPersistent* object = index_->loadAnew(id);
   reading.stay();
+  try {
+    reading.finish();
+  } catch (const Errors&) {  // the object is there; what has failed once is tried again
+  }
   return object;
 }
 
