@@ -95,6 +95,7 @@ qcArchive::~qcArchive() = default;
 
 void qcArchive::ctorFinished() {
   version_ = kVersion;
+  if (seekable_ && offset() > 0) throw NotSeekable(kArchiveSource, kSeekLine);
   if (isStoring()) {
     unsigned char head[2] = {static_cast<unsigned char>((seekable_ ? kSeekableFlag : 0) | (kVersion << kVersionShift)),
                              static_cast<unsigned char>(ordering_)};

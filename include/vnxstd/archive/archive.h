@@ -397,7 +397,8 @@ class VNXSTD_EXPORT qcArchive {
   /// never read-only.
   qcArchive(std::streambuf* buffer, Direction direction, Ordering ordering, bool seekable, bool readOnly);
 
-  /// Writes or reads the two-byte header; the last thing that a derived constructor does.
+  /// Writes or reads the two-byte header; the last thing that a derived constructor does. Throws NotSeekable when a
+  /// seekable archive does not begin where its stream buffer does.
   void ctorFinished();
   /// Flushes, without throwing, and lets go of all objects held; the first thing that a derived destructor does.
   void dtorStarting() noexcept;
@@ -510,8 +511,8 @@ using qc_PointerCast = void* (*)(qcPersistent* object, const qcRepBase*& count);
 VNXSTD_EXPORT void* qf_SerializeTypedPointer(qcArchive& archive, qcPersistent* in, qc_PointerCast cast);
 
 /// A shared object: stored once, however many handles refer to it, and shared again when loaded. Loading throws
-/// qcArchive::BadType when the object is no T; the handle is unchanged by a load that throws. An archive keeps no object
-/// alive: once the last handle onto it is gone, a reference to it that follows is qcArchive::NotFound in a plain
+/// qcArchive::BadType when the object is no T; the handle is unchanged by a load that throws. An archive keeps no
+/// object alive: once the last handle onto it is gone, a reference to it that follows is qcArchive::NotFound in a plain
 /// archive. A seekable one loads it anew.
 template <class Handle>
 requires requires(const Handle& handle) {
@@ -592,21 +593,29 @@ qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
   }
   const qcArchive::Position start = !isBlock && step < count ? archive.tell() : qcArchive::Position(-1);
   if (values.size() > step) values.resize(step);
-  for (std::size_t done = 0; done < count; done += step) {
-    step = std::min(count - done, std::max(step, done));
-    if (values.size() < done + step) values.resize(done + step);
-    if constexpr (isBlock) {
-      archive.block(values.data() + done, step);
-    } else {
-      for (std::size_t i = done; i < done + step; ++i) {
-        auto&& value = values[i];
-        qf_SerializeElement(archive, value);
-      }
-      // Elements without bytes would make any count good.
-      if (done == 0 && start != qcArchive::Position(-1) && archive.tell() == start) {
-        throw archive.located(qcArchive::BadContent("archive", 1302), "elements that take bytes");
+  std::size_t arrived = 0;
+  try {
+    for (std::size_t done = 0; done < count; done += step) {
+      step = std::min(count - done, std::max(step, done));
+      if (values.size() < done + step) values.resize(done + step);
+      if constexpr (isBlock) {
+        archive.block(values.data() + done, step);
+        arrived += step;
+      } else {
+        for (std::size_t i = done; i < done + step; ++i) {
+          auto&& value = values[i];
+          qf_SerializeElement(archive, value);
+          ++arrived;
+        }
+        // Elements without bytes would make any count good.
+        if (done == 0 && start != qcArchive::Position(-1) && archive.tell() == start) {
+          throw archive.located(qcArchive::BadContent("archive", 1302), "elements that take bytes");
+        }
       }
     }
+  } catch (...) {
+    values.resize(std::min(values.size(), arrived));
+    throw;
   }
   return archive;
 }
