@@ -236,6 +236,17 @@ TEST(MappedShape, NestsInTreesWithoutLoss) {
     for (std::size_t i = 0; i < samples.positions().size(); ++i)
       EXPECT_LE((samples.positions()[i] - flatSamples.positions()[i]).len(), 1e-8 * size) << i;
   }
+  for (int i = 1; i < 20; ++i) {  // however what comes before is rounded, a rectangle ends where it starts
+    const Held line(new qcLineSeg({0, 0}, {1 + 0.37 * i, 3})), box(new qcRect({5, 5}, {1 + 0.37 * i, 2}));
+    const qc2XformPerspective bent(qcMatrix<3>(1, 0, 0, 0, 1, 0, 0.01, 0.02, 1));
+    const qcMappedShape both(Held(new qcGeneralShapeTree({line, box}, false)), bent, false);
+    const qcShapeInfo info(both);
+    V at;
+    qcRadian start, end;
+    both.perimPointAndTangent(info, {1, 0}, at, start);
+    both.perimPointAndTangent(info, {1, info.pieceLength(1)}, at, end);
+    EXPECT_NEAR((end - start).signedNorm().plain(), 0, 1e-9) << i;
+  }
 }
 
 // ---- transforms that are hard to follow

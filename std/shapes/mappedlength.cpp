@@ -149,9 +149,13 @@ MappedCurve::Place MappedCurve::placeOn(std::int32_t number, double length) cons
     const Place before{first - 1, last.length}, next{first, 0};
     return isEnd && normal(before).piece != first ? before : next;
   }
-  const double along = starts()[first] + length;
-  if (along >= starts()[end]) return {end - 1, pieces_[end - 1].length};
-  return placeAt(along);
+  // Summed up like the lengths of the pieces, so that rounding puts no end before itself.
+  const std::vector<double>& lengths = measures().lengths;
+  std::size_t piece = first;
+  double before = 0;
+  while (piece < end && length >= before + lengths[piece]) before += lengths[piece++];
+  if (piece == end) return {end - 1, pieces_[end - 1].length};
+  return {piece, distanceOnPiece(piece, length - before)};
 }
 
 qcPerimPos MappedCurve::positionOf(const Place& place) const {
