@@ -558,6 +558,7 @@ TEST(Index, NoSeekFailsUnnoticed) {
       StreamArchive archive(medium, Dir::storing, kLittle, true);
       archive.storeObject(&item);
       archive.mode(direction);
+      const std::string before = medium.data();
       medium.seeksLeft = n;
       bool isWhole = true;
       try {
@@ -567,7 +568,8 @@ TEST(Index, NoSeekFailsUnnoticed) {
       }
       EXPECT_EQ(archive.isLoading(), direction == Dir::loading) << n;
       if (n == Faults::kNone) whole = medium.data();
-      EXPECT_TRUE(!isWhole || medium.data() == whole) << n;
+      const bool isChangedAtOnce = direction == Dir::loading;
+      EXPECT_TRUE(medium.data() == (isWhole ? whole : before) || !(isWhole || isChangedAtOnce)) << n;
       if (std::exchange(medium.seeksLeft, Faults::kNone) != Faults::kNone) break;
     }
   }

@@ -122,7 +122,7 @@ std::streamoff qc_RecordChain::follow(std::streamoff end) {
 
 bool qc_RecordChain::isInside(const qc_Record& record, std::streamoff end) const noexcept {
   const qcUInt64 room = static_cast<qcUInt64>(end - record.bodyAt());
-  return !record.is(kObject) || record.size <= room;
+  return !record.is(kObject) || (record.size != 0 && record.size <= room);  // 0 until the object is finished
 }
 
 // Tells what an interrupted program has left from damage. What was announced but never linked was not finished, also
@@ -506,23 +506,28 @@ void qc_RecordChain::writeHead(const qc_Record& record) {
 }
 
 // Writes over what is there, and leaves the archive where it was, in the direction that it had, also when that fails.
+// What has been written is no failure, if only the way back can be found at a second attempt.
 template <class Write>
 void qc_RecordChain::writeAt(std::streamoff place, Write write) {
   const std::streamoff here = archive_.offset();
   const auto direction = archive_.direction_;
+  bool isWritten = false, isBack = false;
   try {
     archive_.mode(qcArchive::storing);
     archive_.seekTo(place);
     write();
+    archive_.flush();
+    isWritten = true;
     archive_.seekTo(here);
     archive_.mode(direction);
   } catch (...) {
     archive_.direction_ = direction;
     try {
       archive_.seekTo(here);
+      isBack = true;
     } catch (...) {  // what has gone wrong first is under way already
     }
-    throw;
+    if (!isWritten || !isBack) throw;
   }
 }
 
@@ -574,19 +579,23 @@ void qc_RecordChain::keepBehind(std::streamoff place) {
 // behind its pointer, whose object was cut short, would be taken for the one that a lost link has led to, once there is
 // enough behind it.
 void qc_RecordChain::giveUp() {
-  if (tail().position != 0) {
-    qc_Record& last = records_.empty() ? anchor_ : records_.back();
-    overwrite<std::uint64_t>(last.at + kPositionField, 0);
-    last.position = 0;
-  }
+  cutLink();
   const bool isOfPointer = tail().is(kPointer) && tail().isFollowed() && unfinished_ == tail().end();
   if (isOfPointer && unfinished_ < archive_.endOffset()) overwrite<unsigned char>(unfinished_, 0);
   announce(0, static_cast<std::int32_t>(anchor_.last));
   unfinished_ = 0;
 }
 
+void qc_RecordChain::cutLink() {
+  if (tail().position == 0) return;
+  qc_Record& last = records_.empty() ? anchor_ : records_.back();
+  overwrite<std::uint64_t>(last.at + kPositionField, 0);
+  last.position = 0;
+}
+
 void qc_RecordChain::cutUnfinished(std::streamoff unfinished) {
   if (unfinished == 0 || broken_ != 0) return;
+  cutLink();  // first: one that was torn must not lead behind the end
   // What was stored since the archive was opened lies behind it, and stays.
   if (archive_.endOffset() == openedEnd_ && archive_.truncate(unfinished)) archive_.highWater_ = unfinished;
   archive_.seekTo(archive_.endOffset());
@@ -656,10 +665,11 @@ qc_RecordAddition::~qc_RecordAddition() {
 void qc_RecordAddition::abandon() noexcept {
   chain_.dropFrom(before_);
   chain_.inObject_ = false;
-  if (!isOuter()) return;
   try {
-    qcArchive& archive = chain_.archive_;
     // A link that may be there must lead somewhere.
+    if (!isOuter() && linking_) chain_.overwrite<std::uint64_t>(chain_.tail().at + kPositionField, 0);
+    if (!isOuter()) return;
+    qcArchive& archive = chain_.archive_;
     const bool isCut = !linking_ && archive.truncate(start_);
     if (isCut) archive.highWater_ = std::min(archive.highWater_, start_);
     archive.seekTo(isCut ? start_ : archive.endOffset());

@@ -102,6 +102,7 @@ class qc_RecordChain {
   bool isNamedAt(qcUInt64 field, std::streamoff place, std::streamoff end);
 
   class Ungated;
+  void cutLink();
   void giveUp();
   void cleanStale();
   void announce(std::streamoff place, std::int32_t lastId);

@@ -215,8 +215,9 @@ class VNXSTD_EXPORT qcArchive {
   /// mode.
   void append();
 
-  /// The position, from the start of the archive's header on; -1 where the medium of a plain archive has none. In a
-  /// seekable archive BadBuffer is thrown when the medium cannot tell it.
+  /// The position, from the start of the archive's header on, and of a plain archive from the start of its stream
+  /// buffer; -1 where the medium of a plain archive has none. In a seekable archive BadBuffer is thrown when the medium
+  /// cannot tell it.
   Position tell();
   /// Throws NotSeekable on an archive that is not seekable, and BadBuffer when the position lies outside the data or
   /// the medium cannot go there.
