@@ -328,6 +328,7 @@ TEST_F(Tool, CalibrationsAreReadOrRefusedWithTheReason) {
                {grid, "polynomial:5", 3, "needs 21"},
                {"0,0,0,0\n9,0,1e30,0\n0,9,0,1e30\n9,9,1e30,1e30\n", "perspective", 0, "calibration: perspective"},
                {"0,0,0,0\n9,0,1,1\n0,9,2,2\n9,9,4,4\n", "linear", 3, "world points lie on one line"},
+               {"0,0,0,0\n9,0,1e150,0\n0,9,0,1e150\n", "linear", 3, "too far apart for a linear"},
                {"0,0,0,0\n20,0,10,0\n40,0,1,0\n0,20,0,1\n20,20,10,1\n40,20,1,1\n0,40,0,2\n20,40,10,2\n40,40,1,2\n",
                 "polynomial:2", 3, "folds the image over near the point of line"},
                {grid, "polynomial:0", 2, "order from 1 to 9"},
@@ -342,6 +343,8 @@ TEST_F(Tool, CalibrationsAreReadOrRefusedWithTheReason) {
         << c.text << output << errors;
     EXPECT_NE((c.status == 0 ? output : errors).find(c.says), std::string::npos) << c.says << '\n' << output << errors;
   }
+  limit = "mkfifo pipe; cat points.csv >pipe & timeout 60";
+  EXPECT_EQ(run("gauge edge.bmp --roi -15,35,110,90 --find line --calib pipe"), 0) << errors;
 }
 
 // What the file says in the end: the image as it was, every point in its place and kind, and a text that any reader of
@@ -510,6 +513,7 @@ TEST_F(Tool, RendersWhatArchivesHold) {
     const int status = run("render cut.arc -o c.svg");
     EXPECT_TRUE(status == 0 || status == 1 || status == 3) << size << errors;
   }
+  EXPECT_NE(output.find("\ndrawn: 2 of qcCircle\n"), std::string::npos) << output << errors;
 }
 
 // What inspect tells of a file, and whether it all fits together.
@@ -699,6 +703,7 @@ TEST_F(Tool, ExitStatuses) {
   qcFileArchive twice(path("twice.arc"), qcArchive::storing);
   for (int i = 0; i < 2; ++i) storePointer(twice, error);
   twice.close();
+  write("old.arc", std::string("\0\1", 2));
   write("short.arc", text("twice.arc").substr(0, 24));
   write("u\xFF", text("twice.arc"));
   bitmap.xOffset(std::numeric_limits<std::int32_t>::max());

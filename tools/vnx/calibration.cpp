@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <string_view>
 
 #include <vnxstd/cfit/pointfit.h>
@@ -206,9 +205,8 @@ std::size_t Calibration::outside(const std::vector<qcVector<2>>& image) const {
 }
 
 std::vector<CalibrationPoint> readCalibrationPoints(const std::string& path) {
-  requireReadable(path, true);
+  std::ifstream file = openedOnce(path);
   std::string text(kLargestFile + 1, '\0');
-  std::ifstream file(path, std::ios::binary);
   file.read(text.data(), static_cast<std::streamsize>(text.size()));
   if (file.bad()) throw FileError(path, "cannot be read", Fault::medium);
   text.resize(static_cast<std::size_t>(file.gcount()));
@@ -247,8 +245,10 @@ Calibration calibrate(const std::string& path, std::vector<CalibrationPoint> poi
     requireUnfolded(path, calibration);
     calibration.worldFromImage->inverseBase();  // what cannot be undone cannot be drawn either
     measureResiduals(calibration);
+  } catch (const qcLSPointToPointFitter::UnstableErr&) {  // although neither list alone was too much
+    throw FileError(path, "the points lie too far apart for a " + model.text() + " transform");
   } catch (const qcException& error) {
-    throw FileError(path, "the points determine no " + model.text() + " transform: " + qf_Narrow(error.message(false)));
+    throw FileError(path, "the points determine no " + model.text() + " transform: " + qf_Narrow(error.message(true)));
   }
   calibration.leftOutRms = leftOutRms(calibration.points, model);
   return calibration;

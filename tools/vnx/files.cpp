@@ -1,9 +1,8 @@
 #include "files.h"
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
 
 #include <vnxstd/archive/archive.h>
@@ -41,13 +40,20 @@ FileError unreadable(const std::string& path) { return {path, "cannot be read: "
 
 }  // namespace
 
-void requireReadable(const std::string& path, bool isReadOnce) {
+std::ifstream openedOnce(const std::string& path) {
   std::error_code ignored;
   if (std::filesystem::is_directory(path, ignored)) throw FileError(path, "is a directory", Fault::medium);
-  if (!isReadOnce && std::filesystem::exists(path, ignored) && !std::filesystem::is_regular_file(path, ignored))
-    throw FileError(path, "is a device or a pipe, not a file", Fault::medium);
   errno = 0;
-  if (const std::ifstream file(path, std::ios::binary); !file) throw unreadable(path);
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw unreadable(path);
+  return file;
+}
+
+void requireReadable(const std::string& path) {
+  std::error_code ignored;
+  const auto status = std::filesystem::status(path, ignored);
+  if (std::filesystem::is_other(status)) throw FileError(path, "is a device or a pipe, not a file", Fault::medium);
+  openedOnce(path);
 }
 
 FileError errorOf(const std::string& path, const qcException& error) {
@@ -57,13 +63,16 @@ FileError errorOf(const std::string& path, const qcException& error) {
 }
 
 FileKind kindOf(const std::string& path) {
-  std::array<char, 2> head{};
+  std::array<char, 2 + kPointerTag.size()> head{};
   std::ifstream file(path, std::ios::binary);
   file.read(head.data(), head.size());
   if (file.bad()) throw unreadable(path);
-  const auto [first, second] = head;
+  const char first = head[0], second = head[1];
   if (first == 'B' && second == 'M') return FileKind::bitmap;
-  if ((first == 2 || first == 3) && (second == 0 || second == 1)) return FileKind::archive;
+  // A block that was lost often reads as zeros: a plain archive of version 0 must begin with a pointer.
+  const auto size = file.gcount();
+  const bool isLost = first == 0 && size > 2 && !std::equal(kPointerTag.begin(), kPointerTag.end(), head.begin() + 2);
+  if (size >= 2 && (first & ~3) == 0 && (second & ~1) == 0 && !isLost) return FileKind::archive;
   return FileKind::other;
 }
 

@@ -1,6 +1,8 @@
 // The files that a command reads and writes: what goes wrong with them is said with their names.
 #pragma once
 
+#include <array>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -55,9 +57,15 @@ auto onFile(const std::string& path, Work work) {
   }
 }
 
-/// Throws a FileError with the system's reason when the file cannot be opened for reading, is a directory or, unless it
-/// is read once from its start to its end, a device or a pipe.
-void requireReadable(const std::string& path, bool isReadOnce = false);
+/// Opens a file that is read once, from its start to its end, so that it may be a pipe. Throws a FileError with the
+/// system's reason when it cannot be opened for reading or is a directory.
+std::ifstream openedOnce(const std::string& path);
+
+/// Throws a FileError when the file cannot be opened so, or is a device or a pipe.
+void requireReadable(const std::string& path);
+
+/// What a pointer in an archive begins with.
+inline constexpr std::array<char, 3> kPointerTag{0x4F, char(0xE5), 0x70};
 
 /// What a file is, by its first bytes. Throws FileError when they cannot be read.
 enum class FileKind { bitmap, archive, other };

@@ -105,6 +105,8 @@ void describeArchive(const std::string& path, std::ostream& out) {
         row(out, "object", "none (a null pointer)");
     }
   }
+  if (const int count = reader.unknown(); count > 0)
+    row(out, "unknown", formatted("%d of classes that are not known here", count));
   if (const auto at = reader.unnamed())
     row(out, "data",
         formatted("values that only their writer can name, from byte %lld on", static_cast<long long>(*at)));

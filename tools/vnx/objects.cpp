@@ -1,11 +1,10 @@
 #include "objects.h"
 
-#include <algorithm>
-#include <array>
-
 #include <vnxstd/archive/persistent.h>
 #include <vnxstd/archive/text.h>
 #include <vnxstd/vdb/vdbarch.h>
+
+#include "files.h"
 
 void KeptObjects::add(qcPersistent* object) {
   if (auto* counted = dynamic_cast<qcRepBase*>(object))
@@ -43,13 +42,12 @@ ObjectReader::ObjectReader(const std::string& path) : bytes_(path, std::ios::bin
 
 std::optional<qcPersistent*> ObjectReader::next() {
   if (isIndexed_) return nextOfIndex();
-  constexpr char kRecord[] = {0x4F, char(0xE5), 0x70};
   if (archive_->remaining() <= 0) return std::nullopt;
   const std::streamoff at = archive_->tell();
-  std::array<char, 3> tag{};
+  auto tag = kPointerTag;
   bytes_.seekg(at).read(tag.data(), tag.size());
   try {
-    if (bytes_ && std::equal(tag.begin(), tag.end(), kRecord)) return load();
+    if (bytes_ && tag == kPointerTag) return load();
   } catch (const qcArchive::UnknownType&) {  // where it ends nobody else can tell
   }
   unnamed_ = at;
@@ -63,6 +61,7 @@ std::optional<qcPersistent*> ObjectReader::nextOfIndex() {
     try {
       return load();
     } catch (const qcArchive::UnknownType&) {
+      ++unknown_;
     }
   }
   return std::nullopt;

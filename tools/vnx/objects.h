@@ -48,6 +48,8 @@ class ObjectReader {
   std::optional<qcPersistent*> next();
   /// Where values begin that only their writer can name; nothing when there are none.
   std::optional<std::streamoff> unnamed() const { return unnamed_; }
+  /// How many objects of the index were passed over, since their classes are not known.
+  int unknown() const { return unknown_; }
 
  private:
   std::optional<qcPersistent*> nextOfIndex();
@@ -55,6 +57,7 @@ class ObjectReader {
 
   bool isIndexed_ = false;
   long id_ = 0;  // of the object of the index that was read last
+  int unknown_ = 0;
   std::ifstream bytes_;
   std::unique_ptr<qcFileArchive> archive_;
   KeptObjects kept_;

@@ -158,14 +158,21 @@ class Renderer {
 
   Rendering operator()() {
     ObjectReader reader(path_);
-    while (const auto object = reader.next()) {
-      if (!*object)
-        skip("null pointer", "");
-      else
-        collect(**object);
+    if (const std::string damage = damageOf(reader.archive()); !damage.empty())
+      result_.damage = FileError(path_, damage);
+    try {
+      while (const auto object = reader.next()) {
+        if (!*object)
+          skip("null pointer", "");
+        else
+          collect(**object);
+      }
+    } catch (const qcException& error) {
+      result_.damage = errorOf(path_, error);
+      if (result_.damage->fault() == Fault::medium) throw;
     }
     if (reader.unnamed()) skip("values that only their writer can name", "");
-    result_.damage = damageOf(reader.archive());
+    if (reader.unknown() > 0) result_.skipped["objects of unknown classes"] = reader.unknown();
     if (!result_.drawn.empty()) draw();
     return std::move(result_);
   }

@@ -2,17 +2,19 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 
 #include <vnxstd/shapes/shape.h>
 
+#include "files.h"
 #include "svg.h"
 
 struct Rendering {
   std::string svg;
   std::map<std::string, int> drawn;    // how many of each class
   std::map<std::string, int> skipped;  // the same of what cannot be drawn, with the reason
-  std::string damage;                  // of the archive, and where; what was found before it is drawn
+  std::optional<FileError> damage;     // of the archive, and where; what was found before it is drawn
 };
 
 /// Reads every object of an archive and draws the shapes, images and measurements among them, each class in a colour of

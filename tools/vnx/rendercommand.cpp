@@ -25,13 +25,13 @@ bool RenderCommand::run() const {
   const Rendering rendering = renderArchive(archive_);
   for (const auto& [name, count] : rendering.skipped) std::cout << "not drawn: " << count << " of " << name << '\n';
   if (rendering.svg.empty()) {
-    if (!rendering.damage.empty()) throw FileError(archive_, rendering.damage);
+    if (rendering.damage) throw *rendering.damage;
     std::cerr << "vnx render: nothing found: no shape or image in " << archive_ << '\n';
     return false;
   }
   for (const auto& [name, count] : rendering.drawn)
     if (count > 0) std::cout << "drawn: " << count << " of " << name << '\n';
   writeText(output_, rendering.svg);
-  if (!rendering.damage.empty()) throw FileError(archive_, rendering.damage);
+  if (rendering.damage) throw *rendering.damage;
   return true;
 }
