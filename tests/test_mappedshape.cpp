@@ -340,6 +340,10 @@ TEST(MappedShape, BendsAlongItsWayOnly) {
   const qc2XformPoly deep(2, {-1e12, 1, 0, 1e12, 0, 1e12}, {0, 0, 1, 0, 0, 0});  // zero on the circle, and steep
   const qcMappedShape around(Held(new qcCircle({0, 0}, 1)), deep, false);
   EXPECT_THROW(around.boundingBox(), qc2XformPerspectiveDefs::NumericalError);
+  qcGeneralShapeTree rings;
+  for (int i = 1; i <= 300; ++i) rings.addChild(qcCircle({0, 0}, i));
+  const qc2XformPerspective hardly(qcMatrix<3>(1, 0, 0, 0, 1, 0, 1e-5, 2e-5, 1));
+  EXPECT_FALSE(qcMappedShape(Held(new qcGeneralShapeTree(rings)), hardly, false).decompose()->isEmpty());
 }
 
 // ---- building

@@ -135,7 +135,8 @@ class MappedCurve {
   struct Limit {
     std::size_t whole, each;
   };
-  static constexpr Limit kKept{1 << 15, 16}, kLooked{1 << 18, 64}, kMeasured{1 << 15, 64}, kSampled{1 << 20, 64};
+  static constexpr Limit kKept{1 << 15, 16}, kLooked{1 << 18, 1 << 11}, kMeasured{1 << 15, 64},
+      kSampled{1 << 20, 1 << 12};
   // How often it still may.
   class Effort {
    public:

@@ -34,8 +34,9 @@ class MappedCurve;
 /// linear: qcShapesError::InfiniteExtent. Errors of the transform at a point of the shape reach whoever asks:
 /// qc2XformPerspectiveDefs::NumericalError where the shape crosses the line at infinity. The same is thrown where the
 /// image bends so much, as far as the bound tells, that a question would take more than some 30000 parts, or a million
-/// samples, and a few for each piece: no transform takes all memory. What is asked of one without a shape throws
-/// qcBadPointer; it can be copied, cloned, compared and archived all the same. Nothing is changed by what throws.
+/// samples, and some thousands for each piece: no transform takes all memory. What is asked of one without a shape
+/// throws qcBadPointer; it can be copied, cloned, compared and archived all the same. Nothing is changed by what
+/// throws.
 ///
 /// What questions compute is kept, until the shape or the transform is set; copies compute it anew. Several threads may
 /// ask at once, without a lock; what two compute at the same time is computed twice. Shapes that are held are not to be
