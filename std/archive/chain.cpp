@@ -64,8 +64,9 @@ bool qc_RecordChain::read(std::streamoff place, qc_Record& record) {
 }
 
 void qc_RecordChain::open() {
-  const std::streamoff end = openedEnd_ = archive_.endOffset();
+  std::streamoff end = archive_.endOffset();
   qc_Record anchor;
+  openedEnd_ = end;
   anchored_ = kAnchorAt + static_cast<std::streamoff>(kLinkedHead) <= end && read(kAnchorAt, anchor);
   if (!anchored_) {
     // What was cut within the anchor is no archive without one, whose values would be what is left of the anchor.
@@ -80,6 +81,7 @@ void qc_RecordChain::open() {
   }
   anchor_ = anchor;
   broken_ = follow(end);
+  openedEnd_ = end;
   settle(end);
   // A link that leads backwards says nothing of where: what is missing lies behind the last record.
   if (broken_ != 0 && broken_ < tail().bodyAt()) broken_ = tail().end();
@@ -108,14 +110,21 @@ bool qc_RecordChain::isAnchorLost(std::streamoff end) {
 }
 
 // Takes in the records that the last one leads to; returns where the chain is broken, or 0. Links only lead forwards.
-std::streamoff qc_RecordChain::follow(std::streamoff end) {
+// The end is looked for again where they lead behind it: somebody else may be adding records.
+std::streamoff qc_RecordChain::follow(std::streamoff& end) {
   while (tail().position != 0) {
-    const auto place = static_cast<std::streamoff>(std::min(tail().position, static_cast<qcUInt64>(end)));
+    std::streamoff place = 0;
     qc_Record record;
-    if (place < tail().end() || !read(place, record) || record.previous != static_cast<qcUInt64>(tail().at) ||
-        !isInside(record, end) || !add(record)) {
-      return place;
+    const auto leads = [&] {
+      place = static_cast<std::streamoff>(std::min(tail().position, static_cast<qcUInt64>(end)));
+      return place >= tail().end() && read(place, record) && record.previous == static_cast<qcUInt64>(tail().at) &&
+             isInside(record, end);
+    };
+    if (!leads()) {
+      end = archive_.endOffset();
+      if (!leads()) return place;
     }
+    if (!add(record)) return place;
   }
   return 0;
 }
@@ -132,6 +141,8 @@ void qc_RecordChain::settle(std::streamoff end) {
     unfinished_ = std::exchange(broken_, 0);
     return;
   }
+  if (broken_ == 0) broken_ = lostObject(end);
+  if (broken_ != 0 && tail().position == 0) return;
   const auto announced = static_cast<std::streamoff>(std::min(anchor_.size, static_cast<qcUInt64>(end)));
   if (announced >= tail().end() && isBegun(announced)) {
     if (broken_ != 0) {
@@ -146,14 +157,20 @@ void qc_RecordChain::settle(std::streamoff end) {
   }
 }
 
+// Where the object lies that the last record has brought along as a pointer, which was linked together with it, if the
+// link to it is gone; else 0.
+std::streamoff qc_RecordChain::lostObject(std::streamoff end) {
+  qc_Record record;
+  const bool isFollowed = tail().position == 0 && tail().is(kPointer) && tail().isFollowed();
+  if (!isFollowed || !read(tail().end(), record) || !isFollowing(record, end)) return 0;
+  return record.id == tail().id && !object(record.id) ? record.at : 0;
+}
+
 // Where the last record did lead to; 0 for nowhere. A link in which one bit was set says nothing when that is lost;
 // what was stored behind it has been announced since, and is there. Nothing is announced any more once a record was
 // given up.
 std::streamoff qc_RecordChain::lostLink(std::streamoff end) {
   qc_Record record;
-  // A pointer that brought its object along was linked together with it.
-  const bool isFollowed = tail().is(kPointer) && tail().isFollowed() && read(tail().end(), record);
-  if (isFollowed && isFollowing(record, end) && record.id == tail().id && !object(record.id)) return record.at;
   const auto announced = static_cast<std::streamoff>(std::min(anchor_.size, static_cast<qcUInt64>(end)));
   if (!read(announced, record)) return 0;  // nor has what was stored behind it reached the medium
   for (std::streamoff place = 1; place < announced; place *= 2) {
@@ -271,7 +288,8 @@ long qc_RecordChain::salvage() {
   if (!records_.empty() && tail().position == 0 && broken_ < tail().at)
     return 0;  // searched already, up to the last record
   const std::size_t before = records_.size();
-  const std::streamoff here = archive_.offset(), end = archive_.endOffset();
+  const std::streamoff here = archive_.offset();
+  std::streamoff end = archive_.endOffset();
   const auto heads = candidates(tailEnd());
   // Of those that follow the last record by what they say, the last one did: what lies before it was given up. One that
   // has no neighbour to confirm it may be other data, and stands for none but itself.

@@ -83,7 +83,7 @@ class qc_RecordChain {
 
   bool read(std::streamoff place, qc_Record& record);
   bool isAnchorLost(std::streamoff end);
-  std::streamoff follow(std::streamoff end);
+  std::streamoff follow(std::streamoff& end);
   bool isInside(const qc_Record& record, std::streamoff end) const noexcept;
   bool isInChain(const qc_Record& record, std::streamoff end);
   bool isFollowing(const qc_Record& record, std::streamoff end) const noexcept;
@@ -93,6 +93,7 @@ class qc_RecordChain {
   qcUInt64 sizeBefore(const qc_Record& object, std::streamoff next);
   bool isMissing(std::streamoff place, std::streamoff end);
   bool isWhole(const qc_Record& record, std::streamoff end);
+  std::streamoff lostObject(std::streamoff end);
   std::streamoff lostLink(std::streamoff end);
   bool isBegun(std::streamoff place);
   void settle(std::streamoff end);
