@@ -576,8 +576,8 @@ TEST(RemoteRoots, BadNoticesWaitForNoObject) {
     const std::string notice = call.substr(0, 4) + std::string(4, 0) + call.substr(8);
     Pair pair;
     std::jthread serving([&] { EXPECT_TRUE(pair.user->serve(30)); }), hostile([&] {
-      pair.out->raw(bytes.data(), 3);
-      pair.out->flush();
+      const std::string first = fromHex("03000000") + bytes.substr(0, 3);
+      pair.owner->send(first.data(), first.size(), qcDeadline(30.0));
       qcTimer::sleep(0.02);  // until the object waits for its rest
       pair.owner->send(notice.data(), notice.size(), qcDeadline(30.0));
       pair.out->raw(bytes.data() + 3, 4);
@@ -587,6 +587,44 @@ TEST(RemoteRoots, BadNoticesWaitForNoObject) {
     qcBadPointer back;
     qcTimer::sleep(0.01);  // until the other one reads
     EXPECT_NO_THROW(*pair.in >> back);
+  }
+}
+
+class Flushing : public qcPersistent {
+ public:
+  static qcPersistent* make() { return new Flushing; }
+  long number = 0;
+
+ protected:
+  void dispatchSerialize(qcArchive& archive) override {
+    archive.sync();
+    archive || number;
+  }
+};
+
+const qc_Instantiator flushingRegistered(typeid(Flushing), &Flushing::make);
+
+TEST(RemoteRoots, ObjectsLieInOneMessageAlsoWhenTheirStoreFails) {
+  for (const long number : {7L, 5'000'000'000L}) {  // which goes into four bytes, or not
+    Pair pair;
+    Flushing sent, come;
+    int next = 0;
+    sent.number = number;
+    const auto tried = [](qcArchive& archive, Flushing& object) {
+      try {
+        archive || object;
+      } catch (const qcException& error) {
+        return nameOf(error);
+      }
+      return std::string();
+    };
+    EXPECT_EQ(tried(*pair.out, sent), number == 7 ? "" : "qcArchive::BadContent");
+    pair.out->flush();
+    *pair.out << 11;
+    pair.out->flush();
+    EXPECT_EQ(tried(*pair.in, come), number == 7 ? "" : "qcArchive::Eof");
+    *pair.in || next;
+    EXPECT_TRUE(next == 11 && come.number == (number == 7 ? 7 : 0));
   }
 }
 

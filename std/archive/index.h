@@ -72,6 +72,9 @@ class qc_ArchiveIndex {
   /// Identifiers go on at `id`, or behind those in use when it is smaller.
   void numberFrom(std::int32_t id) noexcept { nextId_ = std::max(nextId_, id); }
 
+  /// Whether an object is being stored to `archive` or loaded from it.
+  static bool isWithinObject(const qcArchive& archive) noexcept { return archive.index_->entered_ != 0; }
+
   /// Does nothing while an object is stored or loaded.
   void letGo() noexcept {
     if (entered_ != 0) return;

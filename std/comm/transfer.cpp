@@ -4,6 +4,7 @@
 #include <streambuf>
 #include <vector>
 
+#include "std/archive/index.h"
 #include "std/comm/link.h"
 #include "vnxstd/comm/communicator.h"
 #include "vnxstd/except/catalogue.h"
@@ -25,10 +26,12 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
   /// Told when a message ends that is stored, and when one begins that is loaded.
   void tell(qcTransferArchive& archive) noexcept { archive_ = &archive; }
 
+  // Within an object the message goes on: the reader would not know what the rest belongs to.
   void sendMessage() {
-    if (pptr() == pbase() && !inMessage_ && !broken_) return;
+    const bool isLast = !qc_ArchiveIndex::isWithinObject(*archive_);
+    if (pptr() == pbase() && !(isLast && inMessage_) && !broken_) return;
     archive_->beginAnew();  // also when the message does not get there
-    sendFrame(true);
+    sendFrame(isLast);
   }
 
   void skipMessage() {
@@ -54,8 +57,12 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
     return pos_type(received_ - (egptr() - gptr()) - (hasLast_ ? 1 : 0));
   }
 
+  // A message that ends within an object was cut short by a store that failed; the next one is not the rest of it.
   int_type underflow() override {
-    while (gptr() == egptr() && !hasLast_) receiveFrame();
+    while (gptr() == egptr() && !hasLast_) {
+      if (!inMessage_ && qc_ArchiveIndex::isWithinObject(*archive_)) return traits_type::eof();
+      receiveFrame();
+    }
     return traits_type::to_int_type(gptr() == egptr() ? buffer_.back() : *gptr());
   }
 
