@@ -757,22 +757,40 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   lost[11] = 0;
   write("a.vdb", lost);
   write("cuta.vdb", lost.substr(0, lost.size() - 5));
+  write("none.vdb", lost.substr(0, 100));
   std::filesystem::create_symlink("d.vdb", file("link.part"));
   write("small.bmp", Grey(4, 4));
   {
     qcFileArchive archive(path("r.vdb"), qcArchive::loading, kLittle, true);
     const qcInt64 pointer = archive.records().end()[-2].at;
+    const auto at = [&](std::size_t i) { return static_cast<std::size_t>(archive.records()[i].at); };
+    write("pointer.vdb", text("d.vdb").replace(at(9) - 32, 17, 17, '\0'));
+    write("link.vdb", text("d.vdb").replace(at(3) + 18, 8, 8, '\0').substr(0, at(7) + 20));
     archive.seek(qcArchive::Position(pointer));
     archive.removePointer();
     write("mark.vdb", text("d.vdb").substr(0, static_cast<std::size_t>(pointer)));
   }
+  {
+    qcFileArchive archive(path("sound.vdb"), qcArchive::storing, kLittle, true);
+    const qcPtrHandle<qcShape> circle(new qcCircle), mapped(new qcMappedShape(circle, qc2XformPoly(), false));
+    qcArchive::Transaction both(archive);
+    archive.storeObject(circle.rep());
+    archive.limits({.nesting = 1});
+    EXPECT_THROW(archive.storeObject(mapped.rep()), qcException);
+    both.commit();
+  }
   for (const auto& [name, said] : std::map<std::string, std::string>{{"mark", "record 3: no object belongs"},
                                                                      {"cuta", "record 3: "},
                                                                      {"kind", "record 1: "},
+                                                                     {"link", "the link at byte"},
+                                                                     {"none", "56 bytes in which no record"},
+                                                                     {"pointer", "nothing was lost"},
+                                                                     {"sound", "nothing was lost"},
                                                                      {"more", "594 bytes in which no record"}}) {
-    EXPECT_EQ(run("db salvage " + name + ".vdb -o " + name + "ed.vdb"), 3);
+    EXPECT_EQ(run("db salvage " + name + ".vdb -o " + name + "ed.vdb"), said == "nothing was lost" ? 0 : 3) << name;
     EXPECT_NE(output.find(said), std::string::npos) << output;
   }
+  EXPECT_EQ(text("sounded.vdb"), text("sound.vdb"));
   expectCalls("calls_db.txt");
   const std::string whole = text("d.vdb");
   const auto check = [&](const std::string& bytes, int status, const char* said) {

@@ -67,6 +67,7 @@ bool isSwapped(const qcArchive& archive) {
 // The head of a linked record; nothing where there is none.
 std::optional<qc_Record> headAt(std::istream& from, qcInt64 at, bool swap) {
   std::array<unsigned char, qc_format::kLinkedHead> head{};
+  from.clear();
   from.seekg(at);
   if (!from.read(reinterpret_cast<char*>(head.data()), head.size()) || !qf_IsRecord(head.data())) return std::nullopt;
   qc_Record record = qf_ParseHead(head.data(), swap);
@@ -129,29 +130,47 @@ class Mending {
   Mending(const std::string& path, std::ostream& report) : path_(path), report_(report) {}
 
   bool run() {
-    mendLink();
-    qcFileArchive archive(qf_Widen(path_), qcArchive::loading, qcArchive::littleEndian, true, false);
-    archive_ = &archive;
-    const auto damaged = static_cast<std::streamoff>(archive.damaged());
-    const auto unfinished = static_cast<std::streamoff>(archive.unfinished());
-    const Records linked = archive.records();
-    const long found = archive.salvage();
-    isDatabase_ = isDatabase(archive);  // what says so may have been found just now
-    if (damaged != 0 || found != 0) {
+    constexpr int kMostRounds = 64;
+    std::unique_ptr<qcFileArchive> archive;
+    qcInt64 from = 0, unfinished = 0;  // where the first damage lay
+    long found = 1;
+    // What was linked again may show what else is missing: each round finds records, or is the last one.
+    for (int round = 0; found != 0 && round < kMostRounds; ++round) {
+      archive.reset();
+      while (mendLink()) {
+      }
+      archive =
+          std::make_unique<qcFileArchive>(qf_Widen(path_), qcArchive::loading, qcArchive::littleEndian, true, false);
+      archive_ = archive.get();
+      const qcInt64 damaged = static_cast<std::streamoff>(archive->damaged());
+      unfinished = static_cast<std::streamoff>(archive->unfinished());
+      const Records linked = archive->records();
+      found = archive->salvage();
+      isDatabase_ = isDatabase(*archive);  // what says so may have been found just now
+      if (damaged == 0 && found == 0) break;
       report_ << "the chain of records was broken at byte " << (damaged != 0 ? damaged : 2) << "; " << found
               << " records were found behind it\n";
       const qcInt64 behind = linked.empty() ? 44 : linked.back().at + linked.back().size + linked.back().body;
-      reportGaps(isDatabase_ ? std::min<qcInt64>(damaged, behind) : damaged);
-      archive.relink();
-    } else if (unfinished != 0) {
+      const qcInt64 gap = std::max<qcInt64>(isDatabase_ ? std::min(damaged, behind) : damaged, 2);
+      from = from == 0 ? gap : std::min(from, gap);
+      if (archive->records().empty() && damaged == qc_format::kAnchorAt) {
+        archive.reset();
+        writeAnchor();
+        found = 1;
+      } else {
+        archive->relink();
+      }
+    }
+    if (from != 0) reportGaps(from);
+    if (unfinished != 0 && archive->unfinished() != qcArchive::Position(0)) {
       lose(unfinished, "a record that its writer has not finished");
-      archive.append();
+      archive->append();
     }
     while (dropUnreadable()) {
     }
-    archive.mode(qcArchive::loading);
-    archive.sync();
-    archive.close();
+    archive->mode(qcArchive::loading);
+    archive->sync();
+    archive->close();
     reportRest();
     return !lost_;
   }
@@ -162,39 +181,91 @@ class Mending {
     report_ << "lost: at byte " << at << ": " << what << '\n';
   }
 
-  // Where the chain ends although a record right behind it names its last one, the link to that one is gone. An anchor
-  // that leads nowhere although there are records is worth none.
-  void mendLink() {
+  void overwrite(qcInt64 at, const std::string& bytes) {
+    std::fstream file(path_, std::ios::in | std::ios::out | std::ios::binary);
+    if (!file.seekp(at).write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush())
+      throw qcArchive::BadFile(L"the file cannot be written", 0);
+  }
+
+  // The head of a chain without records.
+  void writeAnchor() {
+    qc_Record anchor;
+    anchor.kind = qc_format::kAnchor;
+    anchor.wide = true;
+    qc_Composer<qc_format::kLinkedHead> head(isSwapped(*openArchive(path_)));
+    qf_ComposeRecord(head, anchor);
+    overwrite(qc_format::kAnchorAt, {reinterpret_cast<const char*>(head.data()), head.size()});
+  }
+
+  // Where the chain ends although a whole record right behind it names its last one, the link to that one is gone, and
+  // is written again. What was never linked looks the same: what tells is that the anchor announces records farther
+  // on, or that a mark lacks what belongs to it. An anchor that leads nowhere although there are records is worth none.
+  bool mendLink() {
     const auto none = qcArchive::Position(0);
     const auto archive = openArchive(path_);
-    if (archive->damaged() != none || archive->unfinished() != none || !hasChain(*archive, path_)) return;
+    if (archive->damaged() != none || !hasChain(*archive, path_)) return false;
     const Records records = archive->records();
-    std::fstream file(path_, std::ios::in | std::ios::out | std::ios::binary);
-    const auto overwrite = [&file](qcInt64 at, const std::string& bytes) {
-      if (!file.seekp(at).write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush())
-        throw qcArchive::BadFile(L"the file cannot be written", 0);
-    };
-    if (records.empty()) {
-      std::string anchor(qc_format::kLinkedHead, '\0');
-      file.seekg(qc_format::kAnchorAt).read(anchor.data(), static_cast<std::streamsize>(anchor.size()));
-      overwrite(qc_format::kAnchorAt, std::string(anchor.size(), '\0'));
-      if (openArchive(path_)->salvage() == 0) overwrite(qc_format::kAnchorAt, anchor);
-      return;
-    }
-    const qcArchiveRecord& last = records.back();
-    qcInt64 end = last.at + last.size + last.body;
-    if (last.kind == Kind::mark) end = std::max(end, headerEnd(*archive, last));
+    const qcInt64 unfinished = static_cast<std::streamoff>(archive->unfinished());
+    const auto size = static_cast<qcInt64>(std::filesystem::file_size(path_));
     const bool swap = isSwapped(*archive);
+    std::ifstream file(path_, std::ios::binary);
+    const qcInt64 at = records.empty() ? qc_format::kAnchorAt : records.back().at;
+    const auto last = headAt(file, at, swap), anchor = headAt(file, qc_format::kAnchorAt, swap);
+    // What is unfinished names the last record, so nothing is missing before it, unless that can no longer be read.
+    const auto head = static_cast<qcInt64>(qc_format::kLinkedHead);
+    if (!last || last->position != 0 || (unfinished != 0 && size - unfinished >= head)) return false;
+    const bool isMark = last->is(qc_format::kMark), isAhead = anchor->size > static_cast<qcUInt64>(at);
+    qcInt64 end = last->end();
+    if (isMark) end = std::max(end, headerEnd(*archive, records.back()));
+    if (unfinished == end) return false;
     const auto next = headAt(file, end, swap);
-    if (!next || next->previous != static_cast<qcUInt64>(last.at)) return;
+    if (records.empty()) {
+      const bool isLed = next && next->position != 0 && next->previous == static_cast<qcUInt64>(at);
+      if (!isLed && (unfinished != 0 || !isAhead)) return false;
+      std::string bytes(qc_format::kLinkedHead, '\0');
+      file.seekg(at).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+      overwrite(at, std::string(bytes.size(), '\0'));
+      if (openArchive(path_)->salvage() == 0) overwrite(at, bytes);
+      return false;
+    }
+    if (!isAhead && !(isMark && isResult(records.back()) && isDatabase(*archive))) return false;
+    if (!next || next->previous != static_cast<qcUInt64>(at) || next->end() > size) return false;
     // What was given up stays where it is: an object that is cut, another one than the pointer's, or one that is there.
-    if (static_cast<qcUInt64>(next->end()) > std::filesystem::file_size(path_)) return;
-    if (last.kind == Kind::pointer && next->id != headAt(file, last.at, swap)->id) return;
-    if (next->is(qc_format::kObject) && archive->findObject(next->id) != none) return;
-    qc_Composer<sizeof(std::uint64_t)> link(swap);
-    link.word(static_cast<std::uint64_t>(end));
-    overwrite(last.at + kLinkAt, {reinterpret_cast<const char*>(link.data()), link.size()});
-    report_ << "the link at byte " << last.at + kLinkAt << " was gone: it leads to byte " << end << " again\n";
+    if (last->is(qc_format::kPointer) && next->id != last->id) return false;
+    if (next->is(qc_format::kObject) && (next->size == 0 || archive->findObject(next->id) != none)) return false;
+    if (next->is(qc_format::kPointer) && next->isFollowed()) {
+      const auto object = headAt(file, next->end(), swap);
+      if (object && object->is(qc_format::kObject) && object->size == 0) return false;
+    }
+    const auto lead = [&](qcInt64 to) {
+      qc_Composer<sizeof(std::uint64_t)> link(swap);
+      link.word(static_cast<std::uint64_t>(to));
+      overwrite(at + kLinkAt, {reinterpret_cast<const char*>(link.data()), link.size()});
+    };
+    lead(end);
+    if (!isWhole(*next)) return lead(0), false;
+    report_ << "the link at byte " << at + kLinkAt << " was gone: it leads to byte " << end << " again\n";
+    return true;
+  }
+
+  // Whether a record that was linked is taken in, and an object ends where its head says.
+  bool isWhole(const qc_Record& record) {
+    const auto archive = openArchive(path_);
+    const Records records = archive->records();
+    if (std::none_of(records.begin(), records.end(), [&](const auto& other) { return other.at == record.at; }))
+      return false;
+    if (!record.is(qc_format::kObject) || record.isRemoved()) return true;
+    try {
+      long id = 0;
+      qcUInt64 size = 0;
+      qcArchive::Position body;
+      archive->seek(qcArchive::Position(record.at));
+      archive->readObjectHeader64(id, size, body);
+      return static_cast<std::streamoff>(body) + static_cast<qcInt64>(size) == record.end();
+    } catch (const qcException& error) {
+      if (faultOf(error) == Fault::medium) throw;
+      return false;
+    }
   }
 
   // Of a database, all bytes from the damage on belong to records and to the headers behind their marks.
