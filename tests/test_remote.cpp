@@ -386,13 +386,22 @@ TEST(RemoteRoots, ConnectionsAndTimeMayEndWhileAnAnswerIsUnderWay) {
       const qcTimeout limit(0.02);
       EXPECT_THROW(far.owner->serve(30), qcTimeout::Expired);
     });
-    EXPECT_THROW(end.get(0, 0), qcTimeout::Expired) << "of the side between";
+    EXPECT_THROW(end.get(0, 0), qcTcpip::Timeout) << "of the side between";
   }
   std::jthread passing([&serving = *far.owner] { EXPECT_TRUE(serving.serve(30)); });
   std::jthread asking([&] { EXPECT_THROW(end.get(0, 0), qcTcpip::ConnectionBroken); });
   for (int passedOn = 0; passedOn < 2; ++passedOn) near.owner->receive(call, 32, qcDeadline(30.0));
   far.out.reset(), far.home.reset(), far.owner.reset();
   near.owner->finishSending();
+}
+
+TEST(RemoteRoots, OfASideThatHasGoneDoNotEndTheConnectionThatPassedThemOn) {
+  Pair near, far;
+  Grey image(4, 4), middle = near.lend(image), end = far.lend(middle);
+  near.owner->finishSending();
+  const std::jthread passing([&] { EXPECT_TRUE(far.owner->serve(30)); });
+  EXPECT_THROW(end.get(0, 0), qcTcpip::AccessFailed);
+  far.user->finishSending();
 }
 
 TEST(RemoteRoots, OfOneCalibrationAreLoadedMessageByMessage) {

@@ -511,7 +511,13 @@ void qc_Link::answer(const std::vector<char>& call, const qcDeadline& deadline) 
     if (!answering) throw qcTcpip::NotSupported();
     number == 0 ? answering->notice(body) : answering->answer(body, reply);
     frame = frameOf(number, reply.bytes());
-  } catch (qcException& error) {  // also when the time of this thread is up, which its next wait throws again
+  } catch (qcTimeout::Errors&) {  // the time of this thread is not the caller's; its next wait throws this again
+    qcTcpip::Timeout error;
+    fail(error);
+  } catch (qcTcpip::ConnectionBroken&) {  // that to a third side, not the caller's
+    qcTcpip::AccessFailed error;
+    fail(error);
+  } catch (qcException& error) {
     fail(error);
   } catch (const std::bad_alloc&) {
     qcTcpip::AccessFailed error;
