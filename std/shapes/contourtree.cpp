@@ -7,6 +7,7 @@
 #include <numbers>
 #include <typeinfo>
 
+#include "std/shapes/rounding.h"
 #include "std/shapes/samplewriter.h"
 #include "std/shapes/segment.h"
 #include "vnxstd/archive/archive.h"
@@ -96,19 +97,6 @@ const qcShape* unmapped(const qcShape* element, std::deque<qcMappedShape::Held>&
   return held.emplace_back(mapped->explicitShape()).rep();
 }
 
-double magnitude(const qcVector<2>& v) { return std::fabs(v.x()) + std::fabs(v.y()); }
-
-// How far the ends of an element may be off where they should be. Those of straight lines are given.
-double roundingOf(const qcShape& element) {
-  constexpr double kRelative = 16 * std::numeric_limits<double>::epsilon();
-  if (typeid(element) == typeid(qcLineSeg)) return 0;
-  if (const auto* arc = dynamic_cast<const qcEllipseArc2*>(&element)) {
-    return kRelative * (magnitude(arc->ellipse().center()) + magnitude(arc->ellipse().radii()));
-  }
-  if (dynamic_cast<const qcPolyline*>(&element)) return 0;
-  return kRelative * (magnitude(element.startPoint()) + magnitude(element.endPoint()));
-}
-
 // An element as it winds around p: an end that rounding keeps away from p is taken to be there.
 struct Link {
   const qcShape* shape;
@@ -123,7 +111,7 @@ std::vector<Link> linksAround(const qcVector<2>& p, Elements waiting, std::deque
   double rounding = 0;
   for (const qcShape*& element : waiting) {
     element = unmapped(element, held);
-    rounding = std::max(rounding, roundingOf(*element));
+    rounding = std::max(rounding, qc_shapes::roundingOfEnds(*element));
   }
   std::reverse(waiting.begin(), waiting.end());
   std::vector<Link> links;

@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "std/shapes/held.h"
+#include "std/shapes/rounding.h"
 #include "std/shapes/samplewriter.h"
 #include "std/shapes/segment.h"
 #include "vnxstd/archive/archive.h"
@@ -127,11 +128,14 @@ class Pieces {
   }
 
  private:
-  static bool differ(const qcVector<2>& end, const qcVector<2>& start) {
-    return qc_shapes::segmentLength(end, start) > kRounding * (std::fabs(end.x()) + std::fabs(end.y()));
+  // A part at the origin tells by nothing but its shape how far its end may be off.
+  static bool differ(const qcVector<2>& end, const qcVector<2>& start, double rounding) {
+    const double near = kRounding * (std::fabs(end.x()) + std::fabs(end.y()));
+    return qc_shapes::segmentLength(end, start) > std::max(near, rounding);
   }
   bool jumps(std::size_t from, std::size_t to) const {
-    return differ(elements_[from]->endPoint(), elements_[to]->startPoint());
+    const double rounding = qc_shapes::roundingOfEnds(element(from)) + qc_shapes::roundingOfEnds(element(to));
+    return differ(element(from).endPoint(), element(to).startPoint(), rounding);
   }
   // Whether the end of a piece is that of its element: only points follow, which one that is mapped may jump to.
   bool isEnd(const qcShapeInfo& info, std::size_t i, const qcPerimPos& place) const {
@@ -140,7 +144,8 @@ class Pieces {
     while (behind < first_[i + 1] && info.pieceLength(behind) == 0) ++behind;
     if (behind != first_[i + 1]) return false;
     const qcShapeInfo own(element(i));
-    return !differ(element(i).endPoint(), element(i).perimPoint(own, onElement(i, place)));
+    return !differ(element(i).endPoint(), element(i).perimPoint(own, onElement(i, place)),
+                   qc_shapes::roundingOfEnds(element(i)));
   }
 
   Elements elements_;
