@@ -218,16 +218,14 @@ class Mending {
     qcInt64 end = last->end();
     if (isMark) end = std::max(end, headerEnd(*archive, records.back()));
     if (unfinished == end) return false;
-    const auto next = headAt(file, end, swap);
-    if (records.empty()) {
-      const bool isLed = next && next->position != 0 && next->previous == static_cast<qcUInt64>(at);
-      if (!isLed && (unfinished != 0 || !isAhead)) return false;
+    if (records.empty()) {  // one record may be other data that looks like it, two do not name each other by chance
       std::string bytes(qc_format::kLinkedHead, '\0');
       file.seekg(at).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
       overwrite(at, std::string(bytes.size(), '\0'));
-      if (openArchive(path_)->salvage() == 0) overwrite(at, bytes);
+      if (openArchive(path_)->salvage() < (isAhead ? 1 : 2)) overwrite(at, bytes);
       return false;
     }
+    const auto next = headAt(file, end, swap);
     if (!isAhead && !(isMark && isResult(records.back()) && isDatabase(*archive))) return false;
     if (!next || next->previous != static_cast<qcUInt64>(at) || next->end() > size) return false;
     // What was given up stays where it is: an object that is cut, another one than the pointer's, or one that is there.
