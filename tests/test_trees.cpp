@@ -292,8 +292,11 @@ TEST(ContourTrees, PassPiecesWithoutLength) {
   EXPECT_NEAR_POINT(on.perimPoint(info, {0, info.pieceLength(0)}), kBends.mapPoint({1, 0}), 1e-9);
   // The arc ends next to the origin, where nothing but its radius tells that this is rounding.
   const qcEllipseArc2 arc(qcEllipse2({1, 0}, qcRadian(0), {1, 1}, true, qcRadian(0)), qcRadian(0), qcRadian(kPi));
-  const qcContourTree rounded({Child(new qcEllipseArc2(arc)), contour({{0, 0}, {3, 0.5}})}, false, false);
-  EXPECT_EQ(rounded.nearestPerimPos(qcShapeInfo(rounded), {-1, 0}), qcPerimPos(1, 0));
+  const Child mapped(new qcMappedShape(Child(new qcEllipseArc2(arc)), qc2XformLinear(), false));
+  for (const Child& half : {Child(new qcEllipseArc2(arc)), Child(new qcEllipseArc(arc.oldEllipseArc())), mapped}) {
+    const qcContourTree rounded({half, contour({{0, 0}, {3, 0.5}})}, false, false);
+    EXPECT_EQ(rounded.nearestPerimPos(qcShapeInfo(rounded), {-1, 0}), qcPerimPos(1, 0));
+  }
   for (const V& second : {V(1, 1), V(2, 1)}) {
     Result result;
     contour({{1, 1}, {1, 1}, second, second})->sample(Params(0, 0, 2), result);
