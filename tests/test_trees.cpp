@@ -293,7 +293,11 @@ TEST(ContourTrees, PassPiecesWithoutLength) {
   // The arc ends next to the origin, where nothing but its radius tells that this is rounding.
   const qcEllipseArc2 arc(qcEllipse2({1, 0}, qcRadian(0), {1, 1}, true, qcRadian(0)), qcRadian(0), qcRadian(kPi));
   const Child mapped(new qcMappedShape(Child(new qcEllipseArc2(arc)), qc2XformLinear(), false));
-  for (const Child& half : {Child(new qcEllipseArc2(arc)), Child(new qcEllipseArc(arc.oldEllipseArc())), mapped}) {
+  const Child within(new qcMappedShape(new qcContourTree({mapped}, false, false), qc2XformLinear(), false));
+  const Child far(new qcMappedShape(new qcLineSeg({1e6 + 2, 0}, {1e6 + 2e-10, 0}),
+                                    qc2XformLinear(qcXform<2>(qcMatrix<2>(), {-1e6, 0})), false));
+  for (const Child& half :
+       {Child(new qcEllipseArc2(arc)), Child(new qcEllipseArc(arc.oldEllipseArc())), mapped, within, far}) {
     const qcContourTree rounded({half, contour({{0, 0}, {3, 0.5}})}, false, false);
     EXPECT_EQ(rounded.nearestPerimPos(qcShapeInfo(rounded), {-1, 0}), qcPerimPos(1, 0));
   }

@@ -5,6 +5,7 @@
 #include <limits>
 #include <typeinfo>
 
+#include "vnxstd/shapes/contourtree.h"
 #include "vnxstd/shapes/ellipsearc.h"
 #include "vnxstd/shapes/lineseg.h"
 #include "vnxstd/shapes/mappedshape.h"
@@ -29,6 +30,29 @@ double stretchAt(const qc2XformBase& xform, const qcVector<2>& p) {
   return magnitude(matrix * qcVector<2>(1, 0)) + magnitude(matrix * qcVector<2>(0, 1));
 }
 
+qcVector<2> endOf(const qcShape& contour, bool atStart) { return atStart ? contour.startPoint() : contour.endPoint(); }
+
+// How far the numbers reach that one end of a contour comes from: through maps and trees down to the arc or the point
+// that is given. What is held deeper is left out, so that deep alternations cost no more.
+double reachOfEnd(const qcShape& contour, bool atStart) {
+  constexpr int kLevels = 8;
+  double reach = 0, stretch = 1;
+  const qcShape* shape = &contour;
+  for (int level = 0; level < kLevels; ++level) {
+    const qcVector<2> end = endOf(*shape, atStart);
+    reach = std::max(reach, stretch * (magnitude(end) + reachOfArc(*shape)));
+    if (const auto* mapped = dynamic_cast<const qcMappedShape*>(shape)) {
+      shape = &*mapped->underlyingShape();
+      stretch *= stretchAt(*mapped->overallMapXform(), endOf(*shape, atStart));
+    } else if (const auto* tree = dynamic_cast<const qcContourTree*>(shape)) {
+      shape = &tree->child(atStart ? 0 : tree->numChildren() - 1);
+    } else {
+      break;
+    }
+  }
+  return reach;
+}
+
 }  // namespace
 
 double roundingOfEnds(const qcShape& contour) {
@@ -36,14 +60,7 @@ double roundingOfEnds(const qcShape& contour) {
   if (typeid(contour) == typeid(qcLineSeg)) return 0;
   if (const double reach = reachOfArc(contour); reach != 0) return kRelative * reach;
   if (dynamic_cast<const qcPolyline*>(&contour)) return 0;
-  const double ends = magnitude(contour.startPoint()) + magnitude(contour.endPoint());
-  const auto* mapped = dynamic_cast<const qcMappedShape*>(&contour);
-  const double reach = mapped ? reachOfArc(*mapped->underlyingShape()) : 0;
-  if (reach == 0) return kRelative * ends;
-  const qcShape& arc = *mapped->underlyingShape();
-  const qc2XformBase& xform = *mapped->overallMapXform();
-  const double stretch = std::max(stretchAt(xform, arc.startPoint()), stretchAt(xform, arc.endPoint()));
-  return kRelative * (ends + stretch * reach);
+  return kRelative * (reachOfEnd(contour, true) + reachOfEnd(contour, false));
 }
 
 }  // namespace qc_shapes
