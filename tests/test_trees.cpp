@@ -290,16 +290,17 @@ TEST(ContourTrees, PassPiecesWithoutLength) {
   const qcContourTree on({jumps, contour({jumps->endPoint(), {9, 9}})}, false, false);
   const qcShapeInfo info(on);
   EXPECT_NEAR_POINT(on.perimPoint(info, {0, info.pieceLength(0)}), kBends.mapPoint({1, 0}), 1e-9);
-  // The arc ends next to the origin, where nothing but its radius tells that this is rounding.
-  const qcEllipseArc2 arc(qcEllipse2({1, 0}, qcRadian(0), {1, 1}, true, qcRadian(0)), qcRadian(0), qcRadian(kPi));
+  // They end next to the origin, where nothing but the numbers that they come from tells that this is rounding.
+  const qcEllipseArc2 arc(qcEllipse2({0, 1e4}, qcRadian(0), {1e4, 1e4}, true, qcRadian(0)), qcRadian(-kPi / 2 - 1e-4),
+                          qcRadian(1e-4));
   const Child mapped(new qcMappedShape(Child(new qcEllipseArc2(arc)), qc2XformLinear(), false));
   const Child within(new qcMappedShape(new qcContourTree({mapped}, false, false), qc2XformLinear(), false));
-  const Child far(new qcMappedShape(new qcLineSeg({1e6 + 2, 0}, {1e6 + 2e-10, 0}),
+  const Child far(new qcMappedShape(new qcLineSeg({1e6 - 2, 0}, {1e6 + 2e-10, 0}),
                                     qc2XformLinear(qcXform<2>(qcMatrix<2>(), {-1e6, 0})), false));
   for (const Child& half :
        {Child(new qcEllipseArc2(arc)), Child(new qcEllipseArc(arc.oldEllipseArc())), mapped, within, far}) {
     const qcContourTree rounded({half, contour({{0, 0}, {3, 0.5}})}, false, false);
-    EXPECT_EQ(rounded.nearestPerimPos(qcShapeInfo(rounded), {-1, 0}), qcPerimPos(1, 0));
+    EXPECT_EQ(rounded.nearestPerimPos(qcShapeInfo(rounded), {0.1, -1}), qcPerimPos(1, 0));
   }
   for (const V& second : {V(1, 1), V(2, 1)}) {
     Result result;
