@@ -11,6 +11,7 @@
 #include "support/test.h"
 #include "support/xml.h"
 #include "tools/vnx/blobs.h"
+#include "tools/vnx/extract.h"
 #include "tools/vnx/gauge.h"
 #include "tools/vnx/inspect.h"
 #include "tools/vnx/objects.h"

@@ -14,6 +14,7 @@
 #include <vnxstd/archive/text.h>
 #include <vnxstd/vdb/vdbarch.h>
 
+#include "extract.h"
 #include "files.h"
 #include "info.h"
 #include "json.h"

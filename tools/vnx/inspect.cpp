@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <charconv>
 #include <cstring>
 #include <fstream>
@@ -20,8 +19,8 @@
 
 #include "json.h"
 #include "objects.h"
+#include "recordhead.h"
 #include "std/archive/areas.h"
-#include "std/archive/record.h"
 
 namespace {
 
@@ -343,8 +342,9 @@ class Inspection {
 
   // Says what the last record leads to, where that is no record which names it as the one before.
   void failAtBreak(qcInt64 at, qcInt64 last) {
-    const auto [record, bytes] = headAt(at);
-    const auto link = static_cast<qcInt64>(headAt(last).first.position);
+    const bool swap = isSwapped(archive_);
+    auto [bytes, record] = headAt(bytes_, at, swap);
+    const auto link = static_cast<qcInt64>(headAt(bytes_, last, swap).record.position);
     std::string expected = "a record behind the one at byte " + std::to_string(last), found;
     if (at == qc_format::kAnchorAt)
       expected = "the head of the chain, " + qf_Hex(qc_format::kRecordTag);
@@ -353,24 +353,9 @@ class Inspection {
     else if (record.isLinked())
       found = "one behind byte " + std::to_string(record.previous) +
               (record.is(qc_format::kObject) ? ", of " + std::to_string(record.size) + " bytes" : "");
+    bytes.resize(std::min(bytes.size(), qc_format::kRecordHead));
     if (found.empty()) found = bytes.empty() ? "the end" : qf_Hex(bytes);
     failAt(at, qcArchive::BadContent(L"the chain of records is broken here", 0), expected, found);
-  }
-
-  // What the head of a record there says, and its first bytes.
-  std::pair<qc_Record, std::vector<unsigned char>> headAt(qcInt64 at) {
-    std::vector<unsigned char> head(qc_format::kLinkedHead);
-    bytes_.clear();
-    const auto size = static_cast<std::streamsize>(head.size());
-    const auto got = bytes_.seekg(at).read(reinterpret_cast<char*>(head.data()), size).gcount();
-    const bool swap = (archive_.ordering() == qcArchive::littleEndian) != (std::endian::native == std::endian::little);
-    qc_Record record;
-    if (got == size && qf_IsRecord(head.data())) {
-      record = qf_ParseHead(head.data(), swap);
-      qf_ParseFields(record, head.data() + qc_format::kRecordHead, swap);
-    }
-    head.resize(std::min<std::size_t>(static_cast<std::size_t>(got), qc_format::kRecordHead));
-    return {record, head};
   }
 
   // Finding out costs nothing of what the limits allow.

@@ -5,6 +5,7 @@
 #include <vnxstd/vdb/vdbarch.h>
 
 #include "files.h"
+#include "recordhead.h"
 
 void KeptObjects::add(qcPersistent* object) {
   if (auto* counted = dynamic_cast<qcRepBase*>(object))
@@ -17,6 +18,13 @@ std::unique_ptr<qcFileArchive> openArchive(const std::string& path) {
   const int first = std::ifstream(path, std::ios::binary).get();
   const bool isSeekable = first != std::ifstream::traits_type::eof() && (first & 1) != 0;
   return std::make_unique<qcFileArchive>(qf_Widen(path), qcArchive::loading, qcArchive::littleEndian, isSeekable, true);
+}
+
+bool hasChain(const qcArchive& archive, const std::string& path) {
+  if (archive.damaged() != qcArchive::Position(0)) return true;
+  std::ifstream file(path, std::ios::binary);
+  const auto anchor = headAt(file, qc_format::kAnchorAt, isSwapped(archive)).linked();
+  return anchor && anchor->is(qc_format::kAnchor);
 }
 
 std::string damageOf(const qcArchive& archive) {

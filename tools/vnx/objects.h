@@ -14,6 +14,9 @@
 /// Opens an archive, seekable or not as its first byte says, for reading alone. Throws the archive's errors.
 std::unique_ptr<qcFileArchive> openArchive(const std::string& path);
 
+/// Whether an archive has a chain of records, be it damaged; `path` is the file that it reads.
+bool hasChain(const qcArchive& archive, const std::string& path);
+
 /// What is said of an archive whose chain of records is damaged; empty for any other.
 std::string damageOf(const qcArchive& archive);
 

@@ -68,6 +68,10 @@ void syncByName(const std::string& path) {
 
 }  // namespace
 
+void requireDistinct(const std::string& from, const std::string& to) {
+  if (isSameFile(from, to)) throw WrongCall("what is read and what is written must be different files; both are " + to);
+}
+
 WholeFile::WholeFile(const std::string& path, Existing existing, std::string kept)
     : path_(path), kept_(std::move(kept)), existing_(existing), held_(nullptr, &std::fclose) {
   if (existing == Existing::refused) requireUnused(path);

@@ -11,6 +11,9 @@
 
 #include "files.h"
 
+/// Throws WrongCall when what is read and what is written are one file.
+void requireDistinct(const std::string& from, const std::string& to);
+
 /// What becomes of a file that has the wanted name already.
 enum class Existing { refused, replaced };
 

@@ -1,0 +1,35 @@
+// Chains of records whose links or head are gone.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <utility>
+
+#include <vnxstd/archive/archive.h>
+
+#include "std/archive/record.h"
+
+/// Writes links again in a file that holds a seekable archive, while nobody has it open. All throw BadFile when the
+/// medium fails.
+class ChainMender {
+ public:
+  ChainMender(std::string path, std::ostream& report) : path_(std::move(path)), report_(report) {}
+
+  /// Where the chain ends although a whole record right behind it names its last one, the link to that one is gone, and
+  /// is written again, which is reported. What was never linked looks the same: what tells is that the anchor announces
+  /// records farther on, or that a mark lacks what belongs to it. An anchor that leads nowhere although there are
+  /// records is worth none, and is overwritten with zeros. Returns whether a link was written.
+  bool mendLink();
+  /// Writes the head of a chain without records.
+  void writeAnchor();
+
+ private:
+  void overwrite(qcInt64 at, const std::string& bytes);
+  void link(qcInt64 at, qcInt64 to, bool swap);
+  void dropAnchor(long fewest);
+  bool follows(qcArchive& archive, const qc_Record& next, const qc_Record& last);
+  bool isWhole(const qc_Record& record);
+
+  std::string path_;
+  std::ostream& report_;
+};
