@@ -419,6 +419,17 @@ TEST(Index, WhatIsStoredBehindSomethingUnfinishedStays) {
     EXPECT_EQ(in->tell(), qcArchive::Position(static_cast<std::streamoff>(bytes.size())));
     EXPECT_EQ(in->writeNewMark(9), 9);
   }
+
+  // A head of which only zeros lie in the next part of the medium is damaged, though, if a byte before them is.
+  qcMemoryArchive marks(kLittle, true);
+  marks.writeNewMark(1);
+  marks.raw(std::string(390, 'x').data(), 390);
+  marks.writeNewMark(2);
+  for (const std::size_t byte : {0, 4, 8, 27}) {
+    std::string flipped = bytesOf(marks);
+    flipped[476 + byte] ^= '\x80';
+    EXPECT_EQ(BytesArchive(flipped, true)->damaged(), qcArchive::Position(476)) << byte;
+  }
 }
 
 TEST(Index, GrowsAgainWhenNothingOfWhatWasLinkedHasReachedTheMedium) {

@@ -195,11 +195,12 @@ bool qc_RecordChain::isMissing(std::streamoff place, std::streamoff end) {
       std::array<unsigned char, kLinkedHead> bytes{};
       archive_.seekTo(place);
       if (qc_Areas::read(*archive_.buffer_, bytes.data(), bytes.size()) != bytes.size()) return false;
-      const auto boundary = std::min(kSector - place % kSector, head);
+      const auto boundary = static_cast<std::size_t>(std::min(kSector - place % kSector, head));
       const auto isZero = [](unsigned char byte) { return byte == 0; };
-      const auto middle = bytes.begin() + boundary;
-      const bool frontGone = std::all_of(bytes.begin(), middle, isZero);
-      if (!frontGone && (boundary == head || !std::all_of(middle, bytes.end(), isZero))) return false;
+      const auto middle = bytes.begin() + static_cast<std::ptrdiff_t>(boundary);
+      const bool isFrontGone = std::all_of(bytes.begin(), middle, isZero);
+      const bool isBackGone = boundary < bytes.size() && std::all_of(middle, bytes.end(), isZero);
+      if (!isFrontGone && !(isBackGone && isFront(bytes.data(), boundary))) return false;
     }
   }
   // What a body that was cut holds, be it an archive, is no record of this chain.
@@ -226,12 +227,26 @@ bool qc_RecordChain::isBegun(std::streamoff place) {
   std::array<unsigned char, kLinkedHead> head;
   archive_.seekTo(place);
   const std::size_t count = qc_Areas::read(*archive_.buffer_, head.data(), head.size());
-  const std::size_t known = std::min(count, kRecordTag.size());
-  if (!std::equal(head.begin(), head.begin() + known, kRecordTag.begin())) return false;
-  if (count > kRecordTag.size() && head[kRecordTag.size()] != kWideRecord) return false;
+  if (!isFront(head.data(), count)) return false;
   qc_Record record;
-  if (count >= kRecordHead && !(record = qf_ParseHead(head.data(), archive_.swapBytes_)).isLinked()) return false;
   return count < head.size() || (read(place, record) && record.previous == static_cast<qcUInt64>(tail().at));
+}
+
+// Whether these first bytes of a head can be those of a linked record that follows the last one.
+bool qc_RecordChain::isFront(const unsigned char* head, std::size_t count) {
+  const std::size_t known = std::min(count, kRecordTag.size());
+  if (!std::equal(head, head + known, kRecordTag.begin())) return false;
+  if (count > kRecordTag.size() && head[kRecordTag.size()] != kWideRecord) return false;
+  if (count > kRecordTag.size() + 1 && head[kRecordTag.size() + 1] > kRecordVersion) return false;
+  if (count >= kRecordHead) {
+    const qc_Record record = qf_ParseHead(head, archive_.swapBytes_);
+    if (!record.isLinked() || !record.isValid()) return false;
+  }
+  qc_Composer<sizeof(std::uint64_t)> previous(archive_.swapBytes_);
+  previous.word(static_cast<std::uint64_t>(tail().at));
+  constexpr std::size_t kNamedAt = kPreviousField;
+  const std::size_t named = std::min(std::max(count, kNamedAt) - kNamedAt, previous.size());
+  return std::equal(previous.data(), previous.data() + named, head + kPreviousField);
 }
 
 // Calls `found` with every place from `from` on where a record may begin, and with the bytes there.
@@ -681,15 +696,21 @@ qc_RecordAddition::~qc_RecordAddition() {
 }
 
 void qc_RecordAddition::abandon() noexcept {
+  const std::streamoff first = chain_.records_.size() > before_ ? chain_.records_[before_].at : 0;
   chain_.dropFrom(before_);
   chain_.inObject_ = false;
+  // It names the last record: a link that is torn later, or a search, could take it for what follows that one.
+  const auto voidFirst = [&] {
+    if (first != 0 && !linking_) chain_.overwrite<unsigned char>(first, 0);
+  };
   try {
     // A link that may be there must lead somewhere.
     if (!isOuter() && linking_) chain_.overwrite<std::uint64_t>(chain_.tail().at + kPositionField, 0);
-    if (!isOuter()) return;
+    if (!isOuter()) return voidFirst();
     qcArchive& archive = chain_.archive_;
     const bool isCut = !linking_ && archive.truncate(start_);
     if (isCut) archive.highWater_ = std::min(archive.highWater_, start_);
+    if (!isCut) voidFirst();
     archive.seekTo(isCut ? start_ : archive.endOffset());
     if (linking_) chain_.overwrite<std::uint64_t>(chain_.tail().at + kPositionField, 0);
     chain_.announce(0, static_cast<std::int32_t>(chain_.anchor_.last));

@@ -96,6 +96,7 @@ class qc_RecordChain {
   std::streamoff lostObject(std::streamoff end);
   std::streamoff lostLink(std::streamoff end);
   bool isBegun(std::streamoff place);
+  bool isFront(const unsigned char* head, std::size_t count);
   void settle(std::streamoff end);
   template <class Found>
   void scan(std::streamoff from, Found found);

@@ -72,8 +72,10 @@ class qc_ArchiveIndex {
   /// Identifiers go on at `id`, or behind those in use when it is smaller.
   void numberFrom(std::int32_t id) noexcept { nextId_ = std::max(nextId_, id); }
 
-  /// Whether an object is being stored to `archive` or loaded from it.
-  static bool isWithinObject(const qcArchive& archive) noexcept { return archive.index_->entered_ != 0; }
+  /// Whether an object, or a value of several parts, is being stored to `archive` or loaded from it.
+  static bool isWithin(const qcArchive& archive) noexcept {
+    return archive.index_->entered_ != 0 || archive.compounds_ != 0;
+  }
 
   /// Does nothing while an object is stored or loaded.
   void letGo() noexcept {

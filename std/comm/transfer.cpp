@@ -26,9 +26,9 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
   /// Told when a message ends that is stored, and when one begins that is loaded.
   void tell(qcTransferArchive& archive) noexcept { archive_ = &archive; }
 
-  // Within an object the message goes on: the reader would not know what the rest belongs to.
+  // Within an object or a value the message goes on: the reader would not know what the rest belongs to.
   void sendMessage() {
-    const bool isLast = !qc_ArchiveIndex::isWithinObject(*archive_);
+    const bool isLast = !qc_ArchiveIndex::isWithin(*archive_);
     if (pptr() == pbase() && !(isLast && inMessage_) && !broken_) return;
     archive_->beginAnew();  // also when the message does not get there
     sendFrame(isLast);
@@ -57,10 +57,10 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
     return pos_type(received_ - (egptr() - gptr()) - (hasLast_ ? 1 : 0));
   }
 
-  // A message that ends within an object was cut short by a store that failed; the next one is not the rest of it.
+  // A message that ends within one was cut short by a store that failed; the next one is not the rest of it.
   int_type underflow() override {
     while (gptr() == egptr() && !hasLast_) {
-      if (!inMessage_ && qc_ArchiveIndex::isWithinObject(*archive_)) return traits_type::eof();
+      if (!inMessage_ && qc_ArchiveIndex::isWithin(*archive_)) return traits_type::eof();
       receiveFrame();
     }
     return traits_type::to_int_type(gptr() == egptr() ? buffer_.back() : *gptr());

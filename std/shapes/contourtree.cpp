@@ -110,8 +110,8 @@ struct Link {
 std::vector<Link> linksAround(const qcVector<2>& p, Elements waiting, std::deque<qcMappedShape::Held>& held) {
   double rounding = 0;
   for (const qcShape*& element : waiting) {
-    element = unmapped(element, held);
     rounding = std::max(rounding, qc_shapes::roundingOfEnds(*element));
+    element = unmapped(element, held);
   }
   std::reverse(waiting.begin(), waiting.end());
   std::vector<Link> links;

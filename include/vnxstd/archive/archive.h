@@ -304,6 +304,20 @@ class VNXSTD_EXPORT qcArchive {
     std::unique_ptr<qc_RecordAddition> records_;
   };
 
+  /// Lives while a value of several parts is stored or loaded, from behind its first part on. A message of a transfer
+  /// archive that ends meanwhile was cut short by a store that failed: loading throws Eof there, and does not go on in
+  /// the next message. For operators of values; objects, vectors, pairs and images do so themselves.
+  class Compound {
+   public:
+    explicit Compound(qcArchive& archive) : archive_(archive) { ++archive_.compounds_; }
+    ~Compound() { --archive_.compounds_; }
+    Compound(const Compound&) = delete;
+    Compound& operator=(const Compound&) = delete;
+
+   private:
+    qcArchive& archive_;
+  };
+
   /// The smallest identifier of an object, and the next larger one; 0 for none.
   long firstObjectID() const;
   long nextObjectID(long id) const;
@@ -481,6 +495,7 @@ class VNXSTD_EXPORT qcArchive {
   bool seekable_;
   unsigned char version_ = 1;
   std::streamoff highWater_ = 0;
+  long compounds_ = 0;  // values that are being stored or loaded
   qcArchiveLimits limits_;
   qcUInt64 objectsLeft_ = qcArchiveLimits::kUnlimited;
   qcUInt64 elementsLeft_ = qcArchiveLimits::kUnlimited;
@@ -561,6 +576,7 @@ inline void qf_SerializeElement(qcArchive& archive, std::vector<bool>::reference
 template <class A, class B>
 qcArchive& operator||(qcArchive& archive, std::pair<A, B>& pair) {
   archive || pair.first;
+  const qcArchive::Compound compound(archive);
   archive || pair.second;
   return archive;
 }
@@ -576,6 +592,7 @@ qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
   if (archive.isStoring() && values.size() > UINT32_MAX) throw qcArchive::BadContent("archive", 1301);
   auto count = static_cast<std::uint32_t>(values.size());
   archive || count;
+  const qcArchive::Compound compound(archive);
   if (archive.isStoring()) {
     if constexpr (isBlock) {
       archive.block(values.data(), count);

@@ -18,8 +18,8 @@ class qc_StreamBufferWithTimeout;
 /// beyond it qcTcpip::Timeout is thrown, and qcTcpip::ConnectionBroken when the peer has gone. A message that was
 /// broken off so cannot be taken up again: from then on everything throws ConnectionBroken. Waiting in vain for a
 /// message to begin breaks nothing off. A load that fails for another reason leaves the rest of its message, which
-/// nextMessage skips. Where the message ends within an object, whose store has failed there, the load throws Eof, and
-/// the next message is untouched. An archive that goes before its message is loaded leaves the rest for the next one,
+/// nextMessage skips. Where the message ends within an object, a vector or an image, whose store has failed there,
+/// the load throws Eof, and the next message is untouched; other values see qcArchive::Compound. An archive that goes before its message is loaded leaves the rest for the next one,
 /// which makes no sense there: nextMessage first. docs/archive-format.md gives the bytes of messages. For one thread at
 /// a time. An object is stored and loaded under the persistence lock, and so are waits in its middle: between two
 /// threads of one process, objects larger than what the connection takes at once (some 100 KB) time out, since neither
@@ -35,7 +35,7 @@ class VNXSTD_EXPORT qcTransferArchive : public qcArchive {
   void timeOut(double seconds) noexcept;
   double timeOut() const noexcept;
 
-  /// Sends what was stored, and ends the message, but not within an object that is being stored. Over TCP that can
+  /// Sends what was stored, and ends the message, but not within an object, a vector or an image that is being stored. Over TCP that can
   /// still be lost, when the communicator goes before the peer has loaded it and the peer then sends something, as it
   /// does when it lets go of an image. To be sure, finish sending, and serve until the peer has gone, before the
   /// communicator goes.
