@@ -302,12 +302,18 @@ TEST(Database, HidesNoRecordBehindABitThatIsWrong) {
   const auto flip = [&](std::streamoff head, std::size_t bit) {
     ++changes;
     std::string bytes = bytesOf(*memory.archive);
-    char& struck = bytes[static_cast<std::size_t>(head) + bit / 8];
-    struck = static_cast<char>(struck ^ (1 << bit % 8));
-    if (bit == 42 * 8) bytes.replace(2, 42, 42, '\0');
+    const auto at = static_cast<std::size_t>(head);
+    char& struck = bytes[at + bit / 8];
+    if (bit < 42 * 8)
+      struck = static_cast<char>(struck ^ (1 << bit % 8));
+    else if (head == 2)
+      bytes.replace(at, 42, 42, '\0');
+    else
+      bytes.replace(at + 18, 8, 8, '\0');  // the link
     try {
       Memory again(bytes);
-      EXPECT_TRUE(isTold(*again.database)) << head << ' ' << bit / 8 << ' ' << bit % 8;
+      const bool isBegun = bit == 42 * 8 && again.archive->unfinished() != qcArchive::Position(0);
+      EXPECT_TRUE(isTold(*again.database) || isBegun) << head << ' ' << bit / 8 << ' ' << bit % 8;
       const bool isDamaged = again.archive->damaged() != qcArchive::Position(0);
       if (head > 2 && isDamaged) {
         again.archive->salvage();
@@ -332,7 +338,7 @@ TEST(Database, HidesNoRecordBehindABitThatIsWrong) {
   for (std::size_t bit = 0; bit <= 42 * 8; ++bit) flip(2, bit);
   for (const auto& record : memory.archive->records()) {
     const bool isMark = record.kind == qcArchiveRecord::mark;
-    for (std::size_t bit = 0; bit < 42 * 8; ++bit) {
+    for (std::size_t bit = 0; bit <= 42 * 8; ++bit) {
       if (isMark && ((bit >= 40 && bit < 72) || bit == 79)) continue;  // another number; removed
       flip(record.at, bit);
     }

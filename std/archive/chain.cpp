@@ -166,16 +166,15 @@ std::streamoff qc_RecordChain::lostObject(std::streamoff end) {
   return record.id == tail().id && !object(record.id) ? record.at : 0;
 }
 
-// Where the last record did lead to; 0 for nowhere. A link in which one bit was set says nothing when that is lost;
-// what was stored behind it has been announced since, and is there. Nothing is announced any more once a record was
+// Where the last record did lead to; 0 for nowhere. A link that says nothing when it is lost: what was stored behind it
+// has been announced since, is there, and names what was before it. Nothing is announced any more once a record was
 // given up.
 std::streamoff qc_RecordChain::lostLink(std::streamoff end) {
   qc_Record record;
-  const auto announced = static_cast<std::streamoff>(std::min(anchor_.size, static_cast<qcUInt64>(end)));
-  if (!read(announced, record)) return 0;  // nor has what was stored behind it reached the medium
-  for (std::streamoff place = 1; place < announced; place *= 2) {
-    const bool isBehind = place >= tail().end();
-    if (isBehind && read(place, record) && record.previous == static_cast<qcUInt64>(tail().at)) return place;
+  auto place = static_cast<std::streamoff>(std::min(anchor_.size, static_cast<qcUInt64>(end)));
+  while (place >= tail().end() && read(place, record) && record.previous < static_cast<qcUInt64>(place)) {
+    if (record.previous == static_cast<qcUInt64>(tail().at)) return place;
+    place = static_cast<std::streamoff>(record.previous);
   }
   return 0;
 }
@@ -608,13 +607,11 @@ void qc_RecordChain::keepBehind(std::streamoff place) {
   if (unfinished_ != 0 && broken_ == 0 && place >= unfinished_) giveUp();
 }
 
-// Nothing leads to what is unfinished any more. A link that stayed would lead into what is stored next; and a head
-// behind its pointer, whose object was cut short, would be taken for the one that a lost link has led to, once there is
-// enough behind it.
+// Nothing leads to what is unfinished any more. A link that stayed would lead into what is stored next; and a head that
+// follows the last record would be taken for the one that a lost link has led to.
 void qc_RecordChain::giveUp() {
   cutLink();
-  const bool isOfPointer = tail().is(kPointer) && tail().isFollowed() && unfinished_ == tail().end();
-  if (isOfPointer && unfinished_ < archive_.endOffset()) overwrite<unsigned char>(unfinished_, 0);
+  if (unfinished_ != 0 && unfinished_ < archive_.endOffset()) overwrite<unsigned char>(unfinished_, 0);
   announce(0, static_cast<std::int32_t>(anchor_.last));
   unfinished_ = 0;
 }
@@ -696,25 +693,25 @@ qc_RecordAddition::~qc_RecordAddition() {
 }
 
 void qc_RecordAddition::abandon() noexcept {
-  const std::streamoff first = chain_.records_.size() > before_ ? chain_.records_[before_].at : 0;
+  bool isCut = false;
+  try {
+    isCut = isOuter() && !linking_ && chain_.archive_.truncate(start_);
+    // A link that is torn later, or a search, could take what stays for what follows the last record.
+    for (std::size_t i = before_; !isCut && !linking_ && i < chain_.records_.size(); ++i)
+      chain_.overwrite<unsigned char>(chain_.records_[i].at, 0);
+  } catch (...) {  // the medium refuses everything; the chain does not lead here
+  }
   chain_.dropFrom(before_);
   chain_.inObject_ = false;
-  // It names the last record: a link that is torn later, or a search, could take it for what follows that one.
-  const auto voidFirst = [&] {
-    if (first != 0 && !linking_) chain_.overwrite<unsigned char>(first, 0);
-  };
   try {
     // A link that may be there must lead somewhere.
-    if (!isOuter() && linking_) chain_.overwrite<std::uint64_t>(chain_.tail().at + kPositionField, 0);
-    if (!isOuter()) return voidFirst();
-    qcArchive& archive = chain_.archive_;
-    const bool isCut = !linking_ && archive.truncate(start_);
-    if (isCut) archive.highWater_ = std::min(archive.highWater_, start_);
-    if (!isCut) voidFirst();
-    archive.seekTo(isCut ? start_ : archive.endOffset());
     if (linking_) chain_.overwrite<std::uint64_t>(chain_.tail().at + kPositionField, 0);
+    if (!isOuter()) return;
+    qcArchive& archive = chain_.archive_;
+    if (isCut) archive.highWater_ = std::min(archive.highWater_, start_);
+    archive.seekTo(isCut ? start_ : archive.endOffset());
     chain_.announce(0, static_cast<std::int32_t>(chain_.anchor_.last));
-  } catch (...) {  // the medium refuses everything; the chain does not lead here
+  } catch (...) {
   }
 }
 
