@@ -468,6 +468,10 @@ TEST(Index, GrowsAgainWhenNothingOfWhatWasLinkedHasReachedTheMedium) {
       } catch (const qcArchive::Errors&) {
       }
       EXPECT_TRUE(!read || read->number == 2) << size;
+      again->seek(again->firstPointerPos());
+      again->pointerObjectID(id);
+      *again || read;
+      EXPECT_EQ(read->number, 9) << size;
     }
   }
 }

@@ -722,6 +722,13 @@ qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& beh
   const bool isFirst = (record.kind & kSecondNumber) == 0;
   if (isFirst && (record.size == 0 || !chain_.object(reference.id))) reference.position = record.last;
   if (!record.isFollowed()) return reference;
+  // The object may be gone that a pointer brought along which refers to nothing, or to another one, by now.
+  const qc_Record* next = chain_.at(record.end());
+  const bool isThere = next && next->is(kObject) && next->id == record.id;
+  if (reference.id != record.id && !isThere) {
+    behind = record.end();
+    return reference;
+  }
   const qc_Record object = readRecord();
   if (!object.is(kObject)) {
     throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine), "the object of the pointer",

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <typeinfo>
 
 #include "vnxstd/shapes/contourtree.h"
@@ -45,7 +44,7 @@ double reachOfEnd(const qcShape& contour, bool atStart) {
       shape = &*mapped->underlyingShape();
       stretch *= stretchAt(*mapped->overallMapXform(), endOf(*shape, atStart));
     } else if (const auto* tree = dynamic_cast<const qcContourTree*>(shape)) {
-      shape = &tree->child(atStart ? 0 : tree->numChildren() - 1);
+      shape = atStart ? tree->elements_().front() : tree->elements_().back();
     } else {
       break;
     }
@@ -56,7 +55,7 @@ double reachOfEnd(const qcShape& contour, bool atStart) {
 }  // namespace
 
 double roundingOfEnds(const qcShape& contour) {
-  constexpr double kRelative = 16 * std::numeric_limits<double>::epsilon();
+  constexpr double kRelative = 1e-12;  // what maps leave of the coordinates that an arc came from
   if (typeid(contour) == typeid(qcLineSeg)) return 0;
   if (const double reach = reachOfArc(contour); reach != 0) return kRelative * reach;
   if (dynamic_cast<const qcPolyline*>(&contour)) return 0;
