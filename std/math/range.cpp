@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "std/archive/found.h"
 #include "vnxstd/archive/archive.h"
 
 static const qc_ErrorRegistration<qcRangeDefs::Errors, qcRangeDefs::BadParams, qcRangeDefs::NotPartialRange> registered;
@@ -27,7 +28,8 @@ void qc_RangeBase::serialize_(qcArchive& archive, int line) {
   archive || kind || start || end;
   if (archive.isStoring()) return;
   if (kind > qcRangeDefs::eFull || !(start <= end)) {
-    throw archive.located(qcArchive::BadContent(kSource, line), "a kind of range and a start before its end");
+    throw archive.located(qcArchive::BadContent(kSource, line), "a kind of range and a start before its end",
+                          qf_Found(kind, start, end));
   }
   *this =
       kind == qcRangeDefs::ePartial ? qc_RangeBase(start, end) : qc_RangeBase(static_cast<qcRangeDefs::Range>(kind));

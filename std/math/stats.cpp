@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "std/archive/found.h"
 #include "vnxstd/archive/archive.h"
 
 static const qc_ErrorRegistration<qcStatistics::Errors, qcStatistics::NoSamples> registered;
@@ -81,7 +82,7 @@ qcArchive& operator||(qcArchive& archive, qcStatistics& stats) {
   double reserved = 0;
   archive || count || copy.sum_ || reserved || copy.sumSquares_ || copy.min_ || copy.max_;
   if (count > static_cast<std::uint32_t>(std::numeric_limits<std::int32_t>::max())) {
-    throw archive.located(qcArchive::BadContent(kSource, kLine), "counts and sums that agree");
+    throw archive.located(qcArchive::BadContent(kSource, kLine), "a count below 2^31", qf_Found(count));
   }
   copy.count_ = static_cast<std::int32_t>(count);
   if (archive.isLoading()) stats = copy;

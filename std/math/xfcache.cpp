@@ -64,7 +64,7 @@ qcArchive& operator||(qcArchive& archive, qc2XformCache& cache) {
   archive || xform || inverse || isLinear;
   if (archive.isLoading()) {
     if (!xform && !inverse) {
-      throw archive.located(qcArchive::BadContent(kSource, kAbsentLine), "a transform or its inverse");
+      throw archive.located(qcArchive::BadContent(kSource, kAbsentLine), "a transform or its inverse", "neither");
     }
     qc2XformCache loaded;
     loaded.xform_ = xform ? qc2XformCache::Half(xform) : qc2XformCache::Half();

@@ -6,6 +6,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "std/archive/found.h"
 #include "vnxstd/archive/archive.h"
 #include "zrtnlxf/points.h"
 
@@ -216,7 +217,8 @@ void qc2XformComposed::serialize_(qcArchive& archive, unsigned char version) {
   archive || members;
   archive.checkDepth();
   if (size(members) > kMaxArchived) {
-    throw archive.located(qcArchive::BadContent(kSource, kSizeLine), "transforms that are not too many");
+    throw archive.located(qcArchive::BadContent(kSource, kSizeLine), qf_Found(kMaxArchived) + " transforms at most",
+                          qf_Found(size(members)));
   }
   checkNotWithin(members);
   size_ = size(members);

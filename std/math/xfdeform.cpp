@@ -1,5 +1,6 @@
 #include "vnxstd/math/xfdeform.h"
 
+#include "std/archive/found.h"
 #include "std/math/nlxf.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/math/xfinverse.h"
@@ -152,7 +153,9 @@ void qc2XformDeform::serialize_(qcArchive& archive, unsigned char version) {
       isEqual ? qmath_xformDeform_constructParts(&parts, &loaded) : zrtnlxf::badDeformArgument;
   if (status == zrtnlxf::outOfMemory) qfThrowExceptionOnFailure(status);
   if (status < 0) {
-    throw archive.located(qcArchive::BadContent(kSource, kContentLine), "points that define the transform");
+    throw archive.located(
+        qcArchive::BadContent(kSource, kContentLine), "points that define the transform",
+        isEqual ? "points that do not" : qf_Found(from.size(), to.size(), weights.size()) + " points");
   }
   state_.reset(loaded);
 }

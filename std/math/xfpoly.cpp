@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "std/archive/found.h"
 #include "std/math/nlxf.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/math/xfinverse.h"
@@ -174,11 +175,15 @@ void qc2XformPoly::serialize_(qcArchive& archive, unsigned char version) {
   qc2XformPoly loaded;
   archive || loaded.order_ || loaded.origin_ || loaded.scale_;
   if (loaded.order_ < 1 || loaded.order_ > kMaxOrder) {
-    throw archive.located(qcArchive::BadContent(kSource, kContentLine), "a polynomial");
+    throw archive.located(qcArchive::BadContent(kSource, kContentLine), "an order from 1 to " + qf_Found(kMaxOrder),
+                          qf_Found(loaded.order_));
   }
   loaded.coefs_.resize(2 * size(loaded.order_));
   archive.block(loaded.coefs_.data(), loaded.coefs_.size());
-  if (!loaded.isValid()) throw archive.located(qcArchive::BadContent(kSource, kContentLine), "a polynomial");
+  if (!loaded.isValid()) {
+    throw archive.located(qcArchive::BadContent(kSource, kContentLine), "finite numbers, and a scale that is not 0",
+                          "a scale of " + qf_Found(loaded.scale_.x(), loaded.scale_.y()));
+  }
   order_ = loaded.order_;
   origin_ = loaded.origin_;
   scale_ = loaded.scale_;

@@ -5,6 +5,7 @@
 #include <limits>
 #include <tuple>
 
+#include "std/archive/found.h"
 #include "std/pelbuf/remoteroots.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/comm/transfer.h"
@@ -203,7 +204,7 @@ qcArchive& operator||(qcArchive& archive, qc_PelBuffer& buffer) try {
       qcPtrHandle_const<qc2XformBase> clientFromImage, imageFromClient;
       archive || clientFromImage || imageFromClient;
       if (clientFromImage.isNull() && imageFromClient.isNull()) {
-        throw archive.located(qcArchive::BadContent(kSource, 762), "a transform or its inverse");
+        throw archive.located(qcArchive::BadContent(kSource, 762), "a transform or its inverse", "neither");
       }
       if (clientFromImage.isNull()) {
         read.imageFromClientXformBase(imageFromClient, false);
@@ -224,9 +225,13 @@ qcArchive& operator||(qcArchive& archive, qc_PelBuffer& buffer) try {
   const bool isPlaced = fits32(qcInt64{read.offsetX_} + read.width()) && fits32(qcInt64{read.offsetY_} + read.height());
   const bool isOnRoot =
       read.isBound() ? read.root_->contains(read.window_) : read.window_.x0() >= 0 && read.window_.y0() >= 0;
-  if (!isPlaced || !isOnRoot) throw archive.located(qcArchive::BadContent(kSource, 781), "a window within its image");
+  if (!isPlaced || !isOnRoot)
+    throw archive.located(qcArchive::BadContent(kSource, 781), "a window within its image",
+                          qf_Found(read.window_.x0(), read.window_.y0(), read.window_.x1(), read.window_.y1()));
   if (read.isBound() && buffer.pelType_ != qePelType::Any && read.pelType() != buffer.pelType_) {
-    throw archive.located(qcArchive::BadType(kSource, 784), "an image of the buffer's type of pels");
+    throw archive.located(qcArchive::BadType(kSource, 784),
+                          "pels of type " + qf_Found(static_cast<int>(buffer.pelType_)),
+                          qf_Found(static_cast<int>(read.pelType())));
   }
   buffer = read;
   return archive;

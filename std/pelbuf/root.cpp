@@ -8,6 +8,7 @@
 #include <numeric>
 #include <type_traits>
 
+#include "std/archive/found.h"
 #include "std/pelbuf/remoteroots.h"
 #include "std/pelbuf/slottedroot.h"
 #include "vnxstd/archive/archive.h"
@@ -178,7 +179,8 @@ void qc_PelRoot::serialize_(qcArchive& archive, unsigned char version) {
   archive || size[0] || size[1] || size[2];
   if (archive.isStoring()) return;
   if (size[0] < 0 || size[1] < 0 || size[2] < 1 || size[2] > maxAlignModulus) {
-    throw archive.located(qcArchive::BadContent(kSource, 211), "a size and an alignment of rows");
+    throw archive.located(qcArchive::BadContent(kSource, 211), "a size and an alignment of rows",
+                          qf_Found(size[0], size[1], size[2]));
   }
   loadedWidth_ = size[0];
   loadedHeight_ = size[1];

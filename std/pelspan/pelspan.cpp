@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "std/archive/found.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/except/pelerrors.h"
 
@@ -81,7 +82,8 @@ qcArchive& operator||(qcArchive& archive, qcRectangle<long>& rectangle) {
   if (archive.isStoring()) return archive;
   if (qcInt64{corner[2]} - corner[0] > INT32_MAX || qcInt64{corner[3]} - corner[1] > INT32_MAX ||
       corner[2] < corner[0] || corner[3] < corner[1]) {
-    throw archive.located(qcArchive::BadContent("std/pelspan/pelspan", 118), "a rectangle of 32-bit coordinates");
+    throw archive.located(qcArchive::BadContent("std/pelspan/pelspan", 118), "a rectangle of 32-bit coordinates",
+                          qf_Found(corner[0], corner[1], corner[2], corner[3]));
   }
   rectangle = qcRectangle<long>::fromCorners(corner[0], corner[1], corner[2], corner[3]);
   return archive;

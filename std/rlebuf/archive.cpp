@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "std/archive/found.h"
 #include "std/rlebuf/rep.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/math/xflinear.h"
@@ -32,12 +33,13 @@ constexpr char kSource[] = "std/rlebuf/rlebufnt";
 void header(qcArchive& archive, unsigned char version, qc_RLERep& rep, std::int32_t& height, std::uint32_t& total) {
   archive || rep.hint || rep.createTime || rep.width || height;
   if (archive.isLoading() && (rep.width < 1 || height < 1)) {
-    throw archive.located(qcArchive::BadContent(kSource, 2951), "a size >= 1");
+    throw archive.located(qcArchive::BadContent(kSource, 2951), "a size >= 1", qf_Found(rep.width, height));
   }
   if (version > 0) {
     archive || rep.offsetX || rep.offsetY;
     if (archive.isLoading() && (!rle::fits(rep.offsetX, rep.width) || !rle::fits(rep.offsetY, height))) {
-      throw archive.located(qcArchive::BadContent(kSource, 2957), "32-bit coordinates");
+      throw archive.located(qcArchive::BadContent(kSource, 2957), "32-bit coordinates",
+                            "an offset of " + qf_Found(rep.offsetX, rep.offsetY));
     }
     if (version == 1) {
       qcXform<2> clientFromImage;
@@ -80,11 +82,11 @@ std::unique_ptr<qc_RLERep> load(qcArchive& archive, unsigned char version) {
   header(archive, version, *rep, height, total);
   const auto width = static_cast<qcUInt64>(rep->width), rows = static_cast<qcUInt64>(height);
   if (total < rows * ((width + 254) / 255) || total > rows * width) {
-    throw archive.located(qcArchive::BadContent(kSource, 3012), "a number of runs that fits the size");
+    throw archive.located(qcArchive::BadContent(kSource, 3012), "a number of runs that fits the size", qf_Found(total));
   }
   const qcUInt64 need = total + rows;
   if (need > static_cast<qcUInt64>(PTRDIFF_MAX) / sizeof(qcRLEBufferRun)) {
-    throw archive.located(qcArchive::BadContent(kSource, 3015), "a number of runs that fits memory");
+    throw archive.located(qcArchive::BadContent(kSource, 3015), "a number of runs that fits memory", qf_Found(need));
   }
 
   rep->blocks.push_back(loadRuns(archive, static_cast<std::size_t>(need)));
@@ -95,9 +97,11 @@ std::unique_ptr<qc_RLERep> load(qcArchive& archive, unsigned char version) {
   std::uint32_t values = 0;
   for (std::int32_t y = 0; y < height; ++y) {
     run = rle::takeRow(*rep, run, end, values);
-    if (!run) throw archive.located(qcArchive::BadContent(kSource, 3026), "runs that fill the row");
+    if (!run)
+      throw archive.located(qcArchive::BadContent(kSource, 3026), "runs that fill row " + qf_Found(y), "others");
   }
-  if (run != end) throw archive.located(qcArchive::BadContent(kSource, 3028), "no runs behind the last row");
+  if (run != end)
+    throw archive.located(qcArchive::BadContent(kSource, 3028), "no runs behind the last row", qf_Found(end - run));
   rep->isBinary = values <= 1;
   return rep;
 }
@@ -121,7 +125,8 @@ void qcRLEBuffer::serialize_(qcArchive& archive, unsigned char version) {
   std::int32_t hint = hint_;
   unsigned char isDegenerate = rep_ ? 0 : 1;
   archive || hint || isDegenerate;
-  if (isDegenerate > 1) throw archive.located(qcArchive::BadContent(kSource, 2939), "a flag of 0 or 1");
+  if (isDegenerate > 1)
+    throw archive.located(qcArchive::BadContent(kSource, 2939), "a flag of 0 or 1", qf_Found(int{isDegenerate}));
   if (archive.isStoring()) {
     if (rep_) store(archive, *rep_);
     return;

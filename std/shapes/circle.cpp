@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "std/archive/found.h"
 #include "std/shapes/samplewriter.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/shapes/ellipse.h"
@@ -192,7 +193,7 @@ void qcCircle::serializeCommon(qcArchive& archive) {
   archive || center || radius;
   if (archive.isStoring()) return;
   if (!isRadius(radius))
-    throw archive.located(qcArchive::BadContent("std/shapes/shapes", 3693), "a radius >= 0", std::to_string(radius));
+    throw archive.located(qcArchive::BadContent("std/shapes/shapes", 3693), "a radius >= 0", qf_Found(radius));
   center_ = center;
   radius_ = radius;
 }

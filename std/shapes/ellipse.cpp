@@ -5,6 +5,7 @@
 #include <limits>
 #include <numbers>
 
+#include "std/archive/found.h"
 #include "std/shapes/ellipsecurve.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/shapes/ellipsearc.h"
@@ -79,7 +80,8 @@ void qcEllipse::serialize_(qcArchive& archive, unsigned char version) {
   archive || center || radii || angle;
   if (archive.isStoring()) return;
   if (!areRadii(radii) || !std::isfinite(angle.plain())) {
-    throw archive.located(qcArchive::BadContent(kSource, kEllipse), "radii >= 0 and a finite angle");
+    throw archive.located(qcArchive::BadContent(kSource, kEllipse), "radii >= 0 and a finite angle",
+                          qf_Found(radii.x(), radii.y(), angle.plain()));
   }
   center_ = center;
   radii_ = radii;

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <type_traits>
 
+#include "std/archive/found.h"
 #include "std/shapes/ellipsecurve.h"
 #include "vnxstd/archive/archive.h"
 
@@ -102,7 +103,8 @@ void qc_EllipseArcOf<Arc, Ellipse>::serialize_(qcArchive& archive, unsigned char
   qcRadian start, end;
   archive || ellipse || start || end;
   if (!isSpan(start, end)) {
-    throw archive.located(qcArchive::BadContent("std/shapes/ellipse", kLine<Arc>), "a span of angles");
+    throw archive.located(qcArchive::BadContent("std/shapes/ellipse", kLine<Arc>), "a span of angles",
+                          qf_Found(start.plain(), end.plain()));
   }
   ellipse_ = ellipse;
   start_ = start;

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "std/archive/found.h"
 #include "std/shapes/segment.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/math/rigid.h"
@@ -179,6 +180,6 @@ void qcFLine::serializeCommon(qcArchive& archive) {
   archive || angle || distance;
   if (archive.isStoring()) return;
   if (!(distance >= 0))
-    throw archive.located(qcArchive::BadContent("std/shapes/shapes", 0), "a distance >= 0", std::to_string(distance));
+    throw archive.located(qcArchive::BadContent("std/shapes/shapes", 0), "a distance >= 0", qf_Found(distance));
   set(qcDegree(angle), distance);
 }

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "std/archive/found.h"
 #include "std/shapes/samplewriter.h"
 #include "std/shapes/segment.h"
 #include "vnxstd/archive/archive.h"
@@ -126,7 +127,9 @@ qcArchive& operator||(qcArchive& archive, Params& params) {
   if (archive.isStoring()) return archive;
   // A count of 1 can be left behind by leaving uniform mode.
   if (!(fields.tolerance_ >= 0) || !(fields.spacing_ >= 0) || fields.maxPoints_ < 1) {
-    throw archive.located(qcArchive::BadContent("std/shapes/shapes", 1662), "valid parameters");
+    throw archive.located(qcArchive::BadContent("std/shapes/shapes", 1662),
+                          "a tolerance and a spacing >= 0, and points",
+                          qf_Found(fields.tolerance_, fields.spacing_, fields.maxPoints_));
   }
   fields.record_ = false;
   fields.enclosing_ = nullptr;
@@ -187,7 +190,9 @@ qcArchive& operator||(qcArchive& archive, Result& result) {
   Result loaded;
   archive || loaded.positions_ || loaded.tangents_ || loaded.breaks_ || loaded.closedFlags_;
   if (!loaded.isValid_()) {
-    throw archive.located(qcArchive::BadContent("std/shapes/shapes", 1837), "samples that belong together");
+    throw archive.located(
+        qcArchive::BadContent("std/shapes/shapes", 1837), "samples that belong together",
+        qf_Found(loaded.positions_.size(), loaded.tangents_.size(), loaded.breaks_.size(), loaded.closedFlags_.size()));
   }
   result = std::move(loaded);
   return archive;

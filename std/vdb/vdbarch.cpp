@@ -122,7 +122,7 @@ void qcVDBArchive::positionArchive() {
   const qcArchive::Position place = archive_->findMark(current_);
   if (place == qcArchive::Position(0)) {
     current_ = 0;
-    throw archive_->located(qcArchive::NotFound(kSource, kNotFoundLine), "a record of that number");
+    throw archive_->located(qcArchive::NotFound(kSource, kNotFoundLine), "the mark of the current record", "none");
   }
   archive_->seek(place);
 }
@@ -208,7 +208,7 @@ qcVDBRecordBase* qcVDBArchive::loadRecord() {
   qcPersistent* loaded = nullptr;
   qcPersistent::serializePointer(*archive_, nullptr, loaded);
   std::unique_ptr<qcPersistent, decltype(&discard)> object(loaded, &discard);
-  if (!object) throw archive_->located(qcVDBRecordBase::NoResult(), "an object behind the header");
+  if (!object) throw archive_->located(qcVDBRecordBase::NoResult(), "an object behind the header", "a null pointer");
   auto* record = dynamic_cast<qcVDBRecordBase*>(loaded);
   if (!record) {
     throw archive_->located(qcArchive::BadType(kSource, kNoRecordLine), "a record",

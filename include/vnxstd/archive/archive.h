@@ -627,7 +627,7 @@ qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
         }
         // Elements without bytes would make any count good.
         if (done == 0 && start != qcArchive::Position(-1) && archive.tell() == start) {
-          throw archive.located(qcArchive::BadContent("archive", 1302), "elements that take bytes");
+          throw archive.located(qcArchive::BadContent("archive", 1302), "elements that take bytes", "none");
         }
       }
     }
