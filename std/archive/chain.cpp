@@ -630,6 +630,7 @@ void qc_RecordChain::cutUnfinished(std::streamoff unfinished) {
   if (archive_.endOffset() == openedEnd_ && archive_.truncate(unfinished)) archive_.highWater_ = unfinished;
   archive_.seekTo(archive_.endOffset());
   giveUp();
+  archive_.sync();  // nothing of it may turn up again, should the power fail, where the next record is stored
 }
 
 // What an addition that is open would take back must not change meanwhile.
@@ -701,6 +702,7 @@ void qc_RecordAddition::abandon() noexcept {
       chain_.overwrite<unsigned char>(chain_.records_[i].at, 0);
   } catch (...) {  // the medium refuses everything; the chain does not lead here
   }
+  const bool hasReplaced = !chain_.replaced_.empty();
   chain_.dropFrom(before_);
   chain_.inObject_ = false;
   try {
@@ -711,6 +713,7 @@ void qc_RecordAddition::abandon() noexcept {
     if (isCut) archive.highWater_ = std::min(archive.highWater_, start_);
     archive.seekTo(isCut ? start_ : archive.endOffset());
     chain_.announce(0, static_cast<std::int32_t>(chain_.anchor_.last));
+    if (hasReplaced) archive.sync();  // a mark must not turn up again in place of the one that it was to replace
   } catch (...) {
   }
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <typeinfo>
 
 #include "vnxstd/shapes/contourtree.h"
@@ -16,11 +17,19 @@ namespace {
 
 double magnitude(const qcVector<2>& v) { return std::fabs(v.x()) + std::fabs(v.y()); }
 
-// How far the numbers reach that the ends of an arc are made of; 0 for other shapes.
+// Of what an end comes from: what maps leave of the coordinates that it had before.
+constexpr double kRelative = 1e-12;
+
+// How far the numbers reach that the ends of an arc are made of; 0 for other shapes. Centre and radii of a flat arc are
+// far larger than itself, and good to the last digits.
 double reachOfArc(const qcShape& shape) {
-  const auto reach = [](const qcEllipse2& ellipse) { return magnitude(ellipse.center()) + magnitude(ellipse.radii()); };
-  if (const auto* arc = dynamic_cast<const qcEllipseArc2*>(&shape)) return reach(arc->ellipse());
-  if (const auto* arc = dynamic_cast<const qcEllipseArc*>(&shape)) return reach(qcEllipseArc2(*arc).ellipse());
+  const auto reach = [](const qcEllipseArc2& arc) {
+    constexpr double kLastDigits = 16 * std::numeric_limits<double>::epsilon();
+    const double center = magnitude(arc.ellipse().center()), radii = magnitude(arc.ellipse().radii());
+    return radii * std::min(1.0, std::fabs(arc.phiSpan().plain())) + kLastDigits / kRelative * (center + radii);
+  };
+  if (const auto* arc = dynamic_cast<const qcEllipseArc2*>(&shape)) return reach(*arc);
+  if (const auto* arc = dynamic_cast<const qcEllipseArc*>(&shape)) return reach(qcEllipseArc2(*arc));
   return 0;
 }
 
@@ -55,7 +64,6 @@ double reachOfEnd(const qcShape& contour, bool atStart) {
 }  // namespace
 
 double roundingOfEnds(const qcShape& contour) {
-  constexpr double kRelative = 1e-12;  // what maps leave of the coordinates that an arc came from
   if (typeid(contour) == typeid(qcLineSeg)) return 0;
   if (const double reach = reachOfArc(contour); reach != 0) return kRelative * reach;
   if (dynamic_cast<const qcPolyline*>(&contour)) return 0;
