@@ -476,6 +476,35 @@ TEST(Index, GrowsAgainWhenNothingOfWhatWasLinkedHasReachedTheMedium) {
   }
 }
 
+TEST(Index, KnowsAnObjectWithoutItsHead) {
+  // The mark that is stored where one was may have its number.
+  qcMemoryArchive pointer(kLittle, true);
+  pointer << ItemHandle(new Item(1));
+  BytesArchive cut(bytesOf(pointer).substr(0, 100), true);
+  cut->append();
+  cut->writeNewMark(1);
+  EXPECT_EQ(BytesArchive(bytesOf(static_cast<qcMemoryArchive&>(*cut)).replace(44 + 18, 8, 8, '\0'), true)->damaged(),
+            qcArchive::Position(0));
+
+  // The size may be all that the head has lost.
+  qcMemoryArchive objects(kLittle, true);
+  std::vector<std::size_t> places;
+  for (int number = 1; number < 4; ++number) {
+    places.push_back(bytesOf(objects).size());
+    objects.storeObject(&*ItemHandle(new Item(number)));
+  }
+  for (const std::size_t place : places) {
+    BytesArchive archive(bytesOf(objects).replace(place + 10, 8, 8, '\0'), true);
+    EXPECT_EQ(archive->damaged() != qcArchive::Position(0), place != places.back());
+    archive->salvage();
+    archive->relink();
+    archive->append();
+    archive->storeObject(&*ItemHandle(new Item(4)));
+    BytesArchive again(bytesOf(static_cast<qcMemoryArchive&>(*archive)), true);
+    for (int number = 1; number < 5; ++number) EXPECT_EQ(numberAt(*again, number), number) << place;
+  }
+}
+
 TEST(Index, TakesNoArchiveWithinAnObjectForItsOwn) {
   qcMemoryArchive out(kLittle, true);
   for (long mark = 1; mark <= 3; ++mark) out.writeNewMark(mark);

@@ -117,8 +117,12 @@ std::streamoff qc_RecordChain::follow(std::streamoff& end) {
     qc_Record record;
     const auto leads = [&] {
       place = static_cast<std::streamoff>(std::min(tail().position, static_cast<qcUInt64>(end)));
-      return place >= tail().end() && read(place, record) && record.previous == static_cast<qcUInt64>(tail().at) &&
-             isInside(record, end);
+      if (place < tail().end() || !read(place, record) || record.previous != static_cast<qcUInt64>(tail().at))
+        return false;
+      const bool isLost = record.is(kObject) && record.size == 0 && record.position == 0;
+      if (isLost) record.size = ownSize(record, end);
+      isSizeLost_ = isLost && isInside(record, end);
+      return isInside(record, end);
     };
     if (!leads()) {
       end = archive_.endOffset();
@@ -162,7 +166,8 @@ void qc_RecordChain::settle(std::streamoff end) {
 std::streamoff qc_RecordChain::lostObject(std::streamoff end) {
   qc_Record record;
   const bool isFollowed = tail().position == 0 && tail().is(kPointer) && tail().isFollowed();
-  if (!isFollowed || !read(tail().end(), record) || !isFollowing(record, end)) return 0;
+  if (!isFollowed || !readSized(tail().end(), record, end) || !record.is(kObject) || !isFollowing(record, end))
+    return 0;
   return record.id == tail().id && !object(record.id) ? record.at : 0;
 }
 
@@ -311,13 +316,14 @@ long qc_RecordChain::salvage() {
   bool isSure = false;
   for (auto place = heads.rbegin(); place != heads.rend() && !isSure; ++place) {
     qc_Record record;
-    if (!read(*place, record) || !isFollowing(record, end)) continue;
+    if (!readSized(*place, record, end) || !isFollowing(record, end)) continue;
     isSure = tail().position == static_cast<qcUInt64>(*place) || isNamedByNext(record, end);
     if (isSure || follower == -1) follower = *place;
   }
   for (const std::streamoff place : heads) {
     qc_Record record;
-    if ((isSure && place < follower) || (place < tail().end() && place < tailEnd()) || !read(place, record)) continue;
+    if ((isSure && place < follower) || (place < tail().end() && place < tailEnd()) || !readSized(place, record, end))
+      continue;
     if (place != follower) {
       const bool follows = record.previous == static_cast<qcUInt64>(tail().at), isLast = tail().position == 0;
       if (follows && isLast && static_cast<qcUInt64>(place) == anchor_.size) break;  // begun, and never linked
@@ -329,21 +335,29 @@ long qc_RecordChain::salvage() {
   return static_cast<long>(records_.size() - before);
 }
 
-// The size of an object that is followed by a record before the end that it states: by its own entry, if that can be.
-qcUInt64 qc_RecordChain::sizeBefore(const qc_Record& object, std::streamoff next) {
+// The size of an object by its own entry; 0 where that says nothing, or leads beyond `end`.
+qcUInt64 qc_RecordChain::ownSize(const qc_Record& object, std::streamoff end) {
   const std::streamoff here = archive_.offset();
   const auto direction = archive_.direction_;
-  std::streamoff end = next;
+  qcUInt64 size = 0;
   archive_.mode(qcArchive::loading);
   try {
     const qc_ArchiveIndex::Body body = archive_.index_->readBodyOf(object);
-    if (body.at <= next && body.size <= static_cast<qcUInt64>(next - body.at))
-      end = body.at + static_cast<std::streamoff>(body.size);
-  } catch (const qcException&) {  // all of it is the object's
+    if (body.size != 0 && body.at <= end && body.size <= static_cast<qcUInt64>(end - body.at))
+      size = static_cast<qcUInt64>(body.at - object.bodyAt()) + body.size;
+  } catch (const qcException&) {
   }
   archive_.seekTo(here);
   archive_.mode(direction);
-  return static_cast<qcUInt64>(end - object.bodyAt());
+  return size;
+}
+
+// Reads the head of a record. The size of an object may be all that a head has lost, or that has not reached the
+// medium.
+bool qc_RecordChain::readSized(std::streamoff place, qc_Record& record, std::streamoff end) {
+  if (!read(place, record)) return false;
+  if (record.is(kObject) && record.size == 0) record.size = ownSize(record, end);
+  return true;
 }
 
 void qc_RecordChain::relink() {
@@ -358,9 +372,14 @@ void qc_RecordChain::relink() {
     if (i != 0 && record.previous != before)
       overwrite<std::uint64_t>(record.at + kPreviousField, record.previous = before);
     if (record.position != next) overwrite<std::uint64_t>(record.at + kPositionField, record.position = next);
-    if (next != 0 && static_cast<qcUInt64>(record.end()) > next)
-      overwrite<std::uint64_t>(record.at + kSizeField,
-                               record.size = sizeBefore(record, static_cast<std::streamoff>(next)));
+    if (!record.is(kObject)) continue;
+    const qcUInt64 size = record.size;
+    if (next != 0 && static_cast<qcUInt64>(record.end()) > next) {
+      record.size = ownSize(record, static_cast<std::streamoff>(next));
+      if (record.size == 0) record.size = next - static_cast<qcUInt64>(record.bodyAt());  // all of it is the object's
+    }
+    if (record.size != size || isNamedAt(record.at + kSizeField, 0, archive_.endOffset()))
+      overwrite<std::uint64_t>(record.at + kSizeField, record.size);
   }
   anchored_ = true;
   broken_ = 0;
@@ -683,6 +702,8 @@ qc_RecordAddition::qc_RecordAddition(qc_RecordChain& chain, std::int32_t lastId)
   chain.checkGrowth();
   if (chain.inObject_) throw qcArchive::BadBuffer(kIndexSource, kNotAtEndLine);
   if (chain.open_) return;
+  if (std::exchange(chain.isSizeLost_, false))
+    chain.overwrite<std::uint64_t>(chain.tail().at + kSizeField, chain.tail().size);
   chain.unfinished_ = 0;
   chain.announce(start_, lastId);
   chain.open_ = this;

@@ -90,7 +90,8 @@ class qc_RecordChain {
   bool isNamed(const qc_Record& record, std::streamoff end);
   bool isNamedByNext(const qc_Record& record, std::streamoff end);
   std::streamoff tailEnd();
-  qcUInt64 sizeBefore(const qc_Record& object, std::streamoff next);
+  qcUInt64 ownSize(const qc_Record& object, std::streamoff end);
+  bool readSized(std::streamoff place, qc_Record& record, std::streamoff end);
   bool isMissing(std::streamoff place, std::streamoff end);
   bool isWhole(const qc_Record& record, std::streamoff end);
   std::streamoff lostObject(std::streamoff end);
@@ -129,6 +130,7 @@ class qc_RecordChain {
   std::vector<Replaced> replaced_;  // marks whose numbers were taken over by others that are not linked yet
   std::vector<std::size_t> stale_;  // marks without a number whose bytes do not say so yet
   bool inObject_ = false;           // the body of the last record is being written
+  bool isSizeLost_ = false;         // the head of the last record, an object, says 0
   std::streamoff unfinished_ = 0;
   std::streamoff openedEnd_ = 0;  // where the data ended when the archive was opened
   std::streamoff broken_ = 0;
