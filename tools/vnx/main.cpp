@@ -2,6 +2,10 @@
 
 #include <CLI/CLI.hpp>
 
+#if !defined(_WIN32)
+#include <fcntl.h>
+#endif
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -29,6 +33,17 @@ std::string fileOf(const CLI::App& app) {
   for (const CLI::Option* option : command->get_options())
     if (option->get_positional() && option->count() != 0) return option->results().front();
   return "the call";
+}
+
+// A file that is opened gets the first number that is free: were it that of a closed standard stream, what is printed
+// would be written into the file. Taken so that reading and writing fail as if it was closed.
+bool takeClosedStreams() {
+#if !defined(_WIN32)
+  for (const int stream : {0, 1, 2})
+    if (::fcntl(stream, F_GETFD) == -1 && ::open("/dev/null", stream == 0 ? O_WRONLY : O_RDONLY) != stream)
+      return false;
+#endif
+  return true;
 }
 
 int run(int argc, char** argv) {
@@ -84,6 +99,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (!takeClosedStreams()) return kMediumFailed;
 #if defined(SIGXFSZ)
   std::signal(SIGXFSZ, SIG_IGN);  // past the largest file that is allowed, writing fails as on a full medium
 #endif

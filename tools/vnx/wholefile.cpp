@@ -122,7 +122,7 @@ void WholeFile::finish() {
   if (!isMade_) return;
   syncByName(part_);
   if (!kept_.empty() && !nameAlso(path_, kept_)) {
-    writeWhole(kept_, Existing::refused, [this](const std::string& part) { copyFile(path_, part); });
+    writeWhole(kept_, Existing::refused, [this](const std::string& part) { copyFile(path_, part, kept_); });
   }
   if (existing_ == Existing::refused && nameAlso(part_, path_)) return;  // the other name goes with this object
 #if defined(_WIN32)
@@ -136,13 +136,13 @@ void WholeFile::finish() {
 }
 
 // The standard library's way does not say why it fails.
-void copyFile(const std::string& from, const std::string& part) {
+void copyFile(const std::string& from, const std::string& part, const std::string& to) {
   std::ifstream in(from, std::ios::binary);
   std::ofstream out(part, std::ios::binary);
   std::vector<char> bytes(65536);
   while (out && (in.read(bytes.data(), static_cast<std::streamsize>(bytes.size())), in.gcount() > 0))
     out.write(bytes.data(), in.gcount());
-  if (in.bad() || !in.eof() || !out.flush()) fail(part, errno);
+  if (in.bad() || !in.eof() || !out.flush()) fail(to, errno);
   fs::permissions(part, fs::status(from).permissions() | fs::perms::owner_write);
 }
 

@@ -58,8 +58,8 @@ void writeWhole(const std::string& path, Existing existing, Work work, const std
   }
 }
 
-/// Copies a file, with its permissions, to where another one is written, whose owner may write to it. Throws FileError.
-void copyFile(const std::string& from, const std::string& part);
+/// Copies a file, with its permissions, to where `to` is written; its owner may write to it. Throws FileError of `to`.
+void copyFile(const std::string& from, const std::string& part, const std::string& to);
 
 /// Writes a text to a file, which it may replace.
 void writeText(const std::string& path, const std::string& text);
