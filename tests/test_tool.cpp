@@ -769,18 +769,37 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
     write("link.vdb", text("d.vdb").replace(at(3) + 18, 8, 8, '\0').substr(0, at(7) + 20));
     archive.seek(qcArchive::Position(pointer));
     archive.removePointer();
+    archive.seek(qcArchive::Position(archive.records()[3].at));
+    archive.removeObject();
+    write("orphan.vdb", text("d.vdb").erase(at(7), at(9) - at(7)));
     write("mark.vdb", text("d.vdb").substr(0, static_cast<std::size_t>(pointer)));
   }
   {
     qcFileArchive archive(path("sound.vdb"), qcArchive::storing, kLittle, true);
     const qcPtrHandle<qcShape> circle(new qcCircle), mapped(new qcMappedShape(circle, qc2XformPoly(), false));
+    {
+      qcArchive::Transaction never(archive);
+      archive << 17L;
+      archive.storeObject(circle.rep());
+      archive.sync();
+      write("killed.vdb", text("sound.vdb"));
+    }
+    archive.writeNewMark();
+    archive << 0L;
     qcArchive::Transaction both(archive);
+    archive.sync();
+    write("next.vdb", text("sound.vdb"));
     archive.storeObject(circle.rep());
     archive.limits({.nesting = 1});
     EXPECT_THROW(archive.storeObject(mapped.rep()), qcException);
     both.commit();
   }
+  write("shifted.vdb", text("sound.vdb").insert(18, 1, '\0'));
   for (const auto& [name, said] : std::map<std::string, std::string>{{"mark", "record 3: no object belongs"},
+                                                                     {"orphan", "the record that it belongs to"},
+                                                                     {"shifted", "bytes in which no record"},
+                                                                     {"killed", "nothing was lost"},
+                                                                     {"r", "nothing was lost"},
                                                                      {"cuta", "record 3: "},
                                                                      {"kind", "record 1: "},
                                                                      {"link", "the link at byte"},
@@ -794,6 +813,8 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   EXPECT_EQ(text("sounded.vdb"), text("sound.vdb"));
   expectCalls("calls_db.txt");
   const std::string whole = text("d.vdb");
+  EXPECT_EQ(run("db remove d.vdb 9", "out 2>&- #"), 1);
+  EXPECT_EQ(text("d.vdb"), whole);  // what cannot be said is written into no file
   const auto check = [&](const std::string& bytes, int status, const char* said) {
     write("e.vdb", bytes);
     EXPECT_EQ(run("db check e.vdb"), status);

@@ -38,8 +38,7 @@ bool ChainMender::mendLink() {
   if (isMark) end = std::max(end, headerEnd(*archive, records.back()));
   if (unfinished == end) return false;
   if (records.empty()) {
-    // One record may be other data that looks like it, two do not name each other by chance.
-    dropAnchor(isAhead ? 1 : 2);
+    dropAnchor(*archive, anchor);
     return false;
   }
   if (!isAhead && !(isMark && isResult(records.back()) && isDatabase(*archive))) return false;
@@ -74,14 +73,23 @@ void ChainMender::link(qcInt64 at, qcInt64 to, bool swap) {
   overwrite(at + kLinkAt, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
-// Takes the anchor away where at least so many records are found without it.
-void ChainMender::dropAnchor(long fewest) {
+// Takes the anchor away where records are found without it that it led to. What was linked to it lies before what it
+// announces, and was finished; a record that names it and is none of both was never linked. Where it announces nothing,
+// one record may be other data that looks like it; two do not name each other by chance.
+void ChainMender::dropAnchor(qcArchive& archive, const qc_Record& anchor) {
+  std::ifstream file(path_, std::ios::binary);
   std::string bytes(qc_format::kLinkedHead, '\0');
-  std::ifstream(path_, std::ios::binary)
-      .seekg(qc_format::kAnchorAt)
-      .read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  overwrite(qc_format::kAnchorAt, std::string(bytes.size(), '\0'));
-  if (openArchive(path_)->salvage() < fewest) overwrite(qc_format::kAnchorAt, bytes);
+  file.seekg(anchor.at).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  overwrite(anchor.at, std::string(bytes.size(), '\0'));
+  const auto without = openArchive(path_);
+  const long found = without->salvage();
+  const bool isAhead = anchor.size >= static_cast<qcUInt64>(anchor.end());
+  if (found >= (isAhead ? 1 : 2)) {
+    const qc_Record first = headAt(file, without->records().front().at, isSwapped(archive)).record;
+    if (!isAhead || first.previous != static_cast<qcUInt64>(anchor.at)) return;
+    if (first.at < static_cast<std::streamoff>(anchor.size) && follows(archive, first, anchor)) return;
+  }
+  overwrite(anchor.at, bytes);
 }
 
 // Whether the record behind the last one was linked to it. What was given up stays where it is: an object that is cut,

@@ -26,7 +26,7 @@ class ChainMender {
  private:
   void overwrite(qcInt64 at, const std::string& bytes);
   void link(qcInt64 at, qcInt64 to, bool swap);
-  void dropAnchor(long fewest);
+  void dropAnchor(qcArchive& archive, const qc_Record& anchor);
   bool follows(qcArchive& archive, const qc_Record& next, const qc_Record& last);
   bool isWhole(const qc_Record& record);
 

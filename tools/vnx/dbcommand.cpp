@@ -8,6 +8,7 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <set>
 #include <utility>
 
 #include <vnxstd/archive/file.h>
@@ -50,28 +51,28 @@ Exit exitOf(const qcArchive& archive, const std::string& path, Exit exit) {
   return kMalformed;
 }
 
-// That of a record whose object was removed is none; throws when the object was never stored in full.
-std::string classOf(qcVDBArchive& database) {
+std::set<long> withoutObject(qcVDBArchive& database) { return recordsWithoutObject(database.archive().records()); }
+
+// Throws for a record whose object is missing, unless it was taken away.
+std::string classOf(qcVDBArchive& database, const std::set<long>& without) {
+  if (without.contains(database.currentRecord())) return "none";
   try {
     return lineText(database.recordTypeName());
   } catch (const qcVDBRecordBase::NoResult&) {
+    delete database.loadRecord();  // says what is wrong with it
+    throw;
   }
-  try {
-    delete database.loadRecord();
-  } catch (const qcVDBRecordBase::NoResult&) {
-  } catch (const qcArchive::NotFound&) {
-  }
-  return "none";
 }
 
 // False when a record could not be read.
 bool list(qcVDBArchive& database, const std::string& path) {
   bool isSound = true;
+  const std::set<long> without = withoutObject(database);
   std::printf("%10s %-8s %6s %12s  %-24s %s\n", "record", "grade", "type", "metric", "class", "comment");
   for (long number = database.firstRecord(); number != 0; number = database.nextRecord()) {
     try {
       const qcVDBHeader header = database.loadHeader();
-      const std::string name = classOf(database);
+      const std::string name = classOf(database, without);
       std::printf("%10ld %-8s %6ld %12g  %-24s %s\n", number, gradeText(header.currentGrade()).c_str(),
                   static_cast<long>(header.currentType()), double{header.distanceMetric()}, name.c_str(),
                   lineText(qf_NarrowLossy(header.comment())).c_str());
@@ -86,24 +87,31 @@ bool list(qcVDBArchive& database, const std::string& path) {
 
 void show(qcVDBArchive& database) {
   const qcVDBHeader header = database.loadHeader();
-  std::cout << "  record        " << database.currentRecord() << "\n  class         " << classOf(database)
+  const std::set<long> without = withoutObject(database);
+  std::cout << "  record        " << database.currentRecord() << "\n  class         " << classOf(database, without)
             << "\n  grade         " << gradeText(header.currentGrade()) << ", saved as "
             << gradeText(header.savedGrade()) << "\n  type          " << header.currentType() << ", saved as "
             << header.savedType() << "\n  metric        " << header.distanceMetric() << "\n  comment       "
             << lineText(qf_NarrowLossy(header.comment())) << '\n';
+  if (without.contains(database.currentRecord())) return;
   try {
     const std::unique_ptr<qcVDBRecordBase> record(database.loadRecord());
     describeObject(*record, std::cout);
   } catch (const qcArchive::UnknownType&) {  // the class is that of another program; its name is said
-  } catch (const qcVDBRecordBase::NoResult&) {
   }
 }
 
 // Reads every record whose class is known, and every header.
 bool check(qcVDBArchive& database, const std::string& path) {
-  long sound = 0, unknown = 0, bad = 0;
+  const std::set<long> without = withoutObject(database);
+  long sound = 0, unknown = 0, bare = 0, bad = 0;
   for (long number = database.firstRecord(); number != 0; number = database.nextRecord()) {
     try {
+      if (without.contains(number)) {
+        static_cast<void>(database.loadHeader());
+        ++bare;
+        continue;
+      }
       try {
         const std::unique_ptr<qcVDBRecordBase> record(database.loadRecord());
         ++sound;
@@ -117,8 +125,8 @@ bool check(qcVDBArchive& database, const std::string& path) {
       std::cout << "  " << path << ": record " << number << ": " << textOf(error) << '\n';
     }
   }
-  std::cout << "  " << sound + unknown + bad << " records, " << bad << " of them bad; " << unknown
-            << " of classes that this tool does not know: their headers were read\n";
+  std::cout << "  " << sound + unknown + bare + bad << " records, " << bad << " of them bad; " << unknown
+            << " of classes that this tool does not know, " << bare << " without an object: their headers were read\n";
   const auto at = [](qcArchive::Position position) { return static_cast<std::streamoff>(position); };
   const std::streamoff unfinished = at(database.archive().unfinished()), damaged = at(database.archive().damaged());
   if (unfinished != 0)
@@ -219,6 +227,8 @@ Exit DbCommand::extract() const {
       return exitOf(*archive, file_, kNotFound);
     }
     std::error_code failed;
+    if (std::filesystem::exists(output_) && !std::filesystem::is_directory(output_))
+      throw WrongCall(output_ + " exists already, and is no folder");
     std::filesystem::create_directories(output_, failed);
     if (failed) throw FileError(output_, failed.message(), Fault::medium);
     std::map<long, std::string> files;

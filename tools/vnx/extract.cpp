@@ -5,6 +5,7 @@
 #include <vnxstd/archive/file.h>
 
 #include "files.h"
+#include "objects.h"
 #include "recordhead.h"
 #include "wholefile.h"
 
@@ -82,6 +83,17 @@ std::vector<RecordParts> databaseRecords(const std::vector<qcArchiveRecord>& rec
     if (records[i + 1].kind != Kind::pointer || records[i + 1].removed) continue;
     const auto object = objects.find(records[i + 1].number);
     found.push_back({records[i], records[i + 1], object == objects.end() ? qcArchiveRecord() : object->second});
+  }
+  return found;
+}
+
+std::set<long> recordsWithoutObject(const std::vector<qcArchiveRecord>& records) {
+  std::set<long> removed, found;
+  for (const auto& record : records)
+    if (record.kind == Kind::object && record.removed) removed.insert(record.number);
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    if (!isResult(records[i]) || !hasPointer(records, i)) continue;
+    if (records[i + 1].removed || removed.contains(records[i + 1].number)) found.insert(records[i].number);
   }
   return found;
 }

@@ -3,6 +3,7 @@
 
 #include <fstream>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,9 @@ struct RecordParts {
 
 /// The records of a database: those of its marks that a pointer follows.
 std::vector<RecordParts> databaseRecords(const std::vector<qcArchiveRecord>& records);
+
+/// The numbers of those whose object was taken away: it was removed, or their pointer was.
+std::set<long> recordsWithoutObject(const std::vector<qcArchiveRecord>& records);
 
 /// The records of an open database, to be taken out one by one.
 class RecordExtractor {

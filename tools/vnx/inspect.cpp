@@ -500,6 +500,17 @@ class Inspection {
   KeptObjects kept_;        // others may refer to them
 };
 
+// Whether what a mark leads to lies behind the end, so that something of what follows the mark is missing.
+bool leadsBehindEnd(qcArchive& archive, const qcArchiveRecord& mark) {
+  std::array<unsigned char, qc_format::kLinkedHead> head{};
+  const qcInt64 all = static_cast<std::streamoff>(archive.tell()) + archive.remaining();
+  archive.seek(qcArchive::Position(mark.at));
+  archive.raw(reinterpret_cast<char*>(head.data()), static_cast<long>(head.size()));
+  qc_Record record = qf_ParseHead(head.data(), isSwapped(archive));
+  qf_ParseFields(record, head.data() + qc_format::kRecordHead, isSwapped(archive));
+  return record.position > static_cast<qcUInt64>(all);
+}
+
 }  // namespace
 
 Entry faultEntry(const std::string& path, const qcException& error, qcInt64 at) {
@@ -539,8 +550,8 @@ bool isDatabase(qcArchive& archive) {
   return std::any_of(records.begin(), records.end(), [&](const qcArchiveRecord& record) {
     if (!isResult(record)) return false;
     if (headerEnd(archive, record) != 0) return true;
-    const bool isCut = &record == &records.back() && archive.unfinished() != qcArchive::Position(0);
-    return isCut && archive.remaining() == 0;  // within the header
+    const bool isLast = &record == &records.back() && archive.unfinished() != qcArchive::Position(0);
+    return isLast && archive.remaining() == 0 && leadsBehindEnd(archive, record);  // it was cut within the header
   });
 }
 

@@ -7,7 +7,8 @@ bool isSwapped(const qcArchive& archive) {
 }
 
 std::optional<qc_Record> RawHead::linked() const {
-  return record.isLinked() && record.isValid() ? std::optional(record) : std::nullopt;
+  const bool isEndless = record.is(qc_format::kObject) && record.size >> 62 != 0;  // beyond what places can say
+  return record.isLinked() && record.isValid() && !isEndless ? std::optional(record) : std::nullopt;
 }
 
 RawHead headAt(std::istream& from, qcInt64 at, bool swap) {

@@ -35,6 +35,7 @@ class Mending {
       lose(unfinished_, "a record that its writer has not finished");
       archive_->append();
     }
+    without_ = recordsWithoutObject(archive_->records());
     while (dropUnreadable()) {
     }
     archive_->mode(qcArchive::loading);
@@ -65,8 +66,7 @@ class Mending {
       if (damaged == 0 && found == 0) break;
       report_ << "the chain of records was broken at byte " << (damaged != 0 ? damaged : 2) << "; " << found
               << " records were found behind it\n";
-      const qcInt64 behind = linked.empty() ? 44 : linked.back().at + linked.back().size + linked.back().body;
-      const qcInt64 gap = std::max<qcInt64>(isDatabase_ ? std::min(damaged, behind) : damaged, 2);
+      const qcInt64 gap = std::max<qcInt64>(gapFrom(damaged, linked), 2);
       from = from == 0 ? gap : std::min(from, gap);
       if (archive_->records().empty() && damaged == qc_format::kAnchorAt) {
         archive_.reset();
@@ -79,6 +79,32 @@ class Mending {
     return from;
   }
 
+  // From where on something may be missing. What the last link led to tells, unless the link itself is damaged; and
+  // where all records that were found name each other, nothing is.
+  qcInt64 gapFrom(qcInt64 damaged, const Records& linked) {
+    const Records records = archive_->records();
+    std::ifstream file(path_, std::ios::binary);
+    bool isWhole = records.size() > linked.size();
+    const qcInt64 next = isWhole ? records[linked.size()].at : endOfData() - 1;
+    for (std::size_t i = linked.size(); i < records.size(); ++i) {
+      const qc_Record record = headAt(file, records[i].at, isSwapped(*archive_)).record;
+      const bool isNamed = record.previous == static_cast<qcUInt64>(i == 0 ? qc_format::kAnchorAt : records[i - 1].at);
+      const bool isEnd = i + 1 < records.size() || record.position == 0;
+      const bool isStray = i > 0 && record.is(qc_format::kObject) && records[i - 1].kind != Kind::pointer;
+      if (isDatabase_ && isStray && !isNamed && !record.isRemoved())
+        lose(record.at, "object " + std::to_string(record.id) + ": the record that it belongs to was not found");
+      isWhole = isWhole && isNamed && isEnd;
+    }
+    const qcInt64 behind = linked.empty() ? 44 : linked.back().at + linked.back().size + linked.back().body;
+    if (isDatabase_) return std::min(damaged, behind);
+    return isWhole || (damaged >= behind && damaged <= next) ? damaged : behind;
+  }
+
+  qcInt64 endOfData() {
+    archive_->mode(qcArchive::loading);
+    return static_cast<std::streamoff>(archive_->tell()) + archive_->remaining();
+  }
+
   void lose(qcInt64 at, const std::string& what) {
     lost_ = true;
     report_ << "lost: at byte " << at << ": " << what << '\n';
@@ -86,8 +112,7 @@ class Mending {
 
   // Of a database, all bytes from the damage on belong to records and to the headers behind their marks.
   void reportGaps(qcInt64 from) {
-    archive_->mode(qcArchive::loading);
-    const qcInt64 all = static_cast<std::streamoff>(archive_->tell()) + archive_->remaining();
+    const qcInt64 all = endOfData();
     qcInt64 end = std::max<qcInt64>(from, 44);
     const auto gap = [&](qcInt64 to) {
       if (to > end) lose(end, std::to_string(to - end) + " bytes in which no record was found");
@@ -168,6 +193,7 @@ class Mending {
         *archive_ || header;
         if (archive_->tell() != qcArchive::Position(record.at))
           return "its header does not end where its pointer begins";
+        if (without_.contains(mark->number)) return {};
       }
       at(record);
       qcPersistent* loaded = nullptr;
@@ -196,6 +222,7 @@ class Mending {
   ChainMender chain_;
   std::unique_ptr<qcFileArchive> archive_;
   qcInt64 unfinished_ = 0;  // where that lay
+  std::set<long> without_;  // records whose object was taken away by those who used the file
   bool isDatabase_ = false, lost_ = false;
 };
 
@@ -226,7 +253,7 @@ bool salvageArchive(const std::string& path, const std::string& to, std::ostream
       if (kindOf(path) != FileKind::archive) throw FileError(path, "does not begin like an archive");
       return openArchive(path)->isSeekable();
     });
-    copyFile(path, part);
+    copyFile(path, part, to);
     onFile(path, [&](const std::wstring&) {
       if (isSeekable) {
         isWhole = Mending(part, report).run();
