@@ -335,21 +335,29 @@ long qc_RecordChain::salvage() {
   return static_cast<long>(records_.size() - before);
 }
 
-// The size of an object by its own entry; 0 where that says nothing, or leads beyond `end`.
-qcUInt64 qc_RecordChain::ownSize(const qc_Record& object, std::streamoff end) {
+// Reads something, wherever the archive is and whatever it does.
+template <class Read>
+auto qc_RecordChain::readAside(Read read) {
   const std::streamoff here = archive_.offset();
   const auto direction = archive_.direction_;
-  qcUInt64 size = 0;
   archive_.mode(qcArchive::loading);
-  try {
-    const qc_ArchiveIndex::Body body = archive_.index_->readBodyOf(object);
-    if (body.size != 0 && body.at <= end && body.size <= static_cast<qcUInt64>(end - body.at))
-      size = static_cast<qcUInt64>(body.at - object.bodyAt()) + body.size;
-  } catch (const qcException&) {
-  }
+  const auto result = read();
   archive_.seekTo(here);
   archive_.mode(direction);
-  return size;
+  return result;
+}
+
+// The size of an object by its own entry; 0 where that says nothing, or leads beyond `end`.
+qcUInt64 qc_RecordChain::ownSize(const qc_Record& object, std::streamoff end) {
+  return readAside([&]() -> qcUInt64 {
+    try {
+      const qc_ArchiveIndex::Body body = archive_.index_->readBodyOf(object);
+      if (body.size == 0 || body.at > end || body.size > static_cast<qcUInt64>(end - body.at)) return 0;
+      return static_cast<qcUInt64>(body.at - object.bodyAt()) + body.size;
+    } catch (const qcException&) {
+      return 0;
+    }
+  });
 }
 
 // Reads the head of a record. The size of an object may be all that a head has lost, or that has not reached the
@@ -629,10 +637,11 @@ void qc_RecordChain::keepBehind(std::streamoff place) {
 // Nothing leads to what is unfinished any more. A link that stayed would lead into what is stored next; and a head that
 // follows the last record would be taken for the one that a lost link has led to.
 void qc_RecordChain::giveUp() {
+  const std::streamoff place = std::exchange(unfinished_, 0);
+  const bool isThere = place != 0 && readAside([&] { return place < archive_.endOffset() && isBegun(place); });
   cutLink();
-  if (unfinished_ != 0 && unfinished_ < archive_.endOffset()) overwrite<unsigned char>(unfinished_, 0);
+  if (isThere) overwrite<unsigned char>(place, 0);  // others may have stored something else there
   announce(0, static_cast<std::int32_t>(anchor_.last));
-  unfinished_ = 0;
 }
 
 void qc_RecordChain::cutLink() {

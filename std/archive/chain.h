@@ -90,6 +90,8 @@ class qc_RecordChain {
   bool isNamed(const qc_Record& record, std::streamoff end);
   bool isNamedByNext(const qc_Record& record, std::streamoff end);
   std::streamoff tailEnd();
+  template <class Read>
+  auto readAside(Read read);
   qcUInt64 ownSize(const qc_Record& object, std::streamoff end);
   bool readSized(std::streamoff place, qc_Record& record, std::streamoff end);
   bool isMissing(std::streamoff place, std::streamoff end);
