@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <ostream>
-#include <vector>
+#include <set>
 
 #include "files.h"
 #include "inspect.h"
@@ -19,38 +19,67 @@ const auto kNone = qcArchive::Position(0);
 
 }  // namespace
 
-bool ChainMender::mendLink() {
+bool ChainMender::mendLinks() {
   const auto archive = openArchive(path_);
-  if (archive->damaged() != kNone || !hasChain(*archive, path_)) return false;
   const std::vector<qcArchiveRecord> records = archive->records();
-  const qcInt64 unfinished = static_cast<std::streamoff>(archive->unfinished());
-  const auto size = static_cast<qcInt64>(std::filesystem::file_size(path_));
-  const bool swap = isSwapped(*archive);
-  std::ifstream file(path_, std::ios::binary);
+  if (archive->damaged() == qcArchive::Position(qc_format::kAnchorAt) || !hasChain(*archive, path_)) return false;
+  std::ifstream file = openedOnce(path_);
   const qcInt64 at = records.empty() ? qc_format::kAnchorAt : records.back().at;
-  const auto last = headAt(file, at, swap).linked();
-  // What is unfinished names the last record, so nothing is missing before it, unless that can no longer be read.
-  const auto head = static_cast<qcInt64>(qc_format::kLinkedHead);
-  if (!last || last->position != 0 || (unfinished != 0 && size - unfinished >= head)) return false;
-  const qc_Record anchor = headAt(file, qc_format::kAnchorAt, swap).record;
-  const bool isMark = last->is(qc_format::kMark), isAhead = anchor.size > static_cast<qcUInt64>(at);
-  qcInt64 end = last->end();
-  if (isMark) end = std::max(end, headerEnd(*archive, records.back()));
-  if (unfinished == end) return false;
-  if (records.empty()) {
-    dropAnchor(*archive, anchor);
-    return false;
+  auto last = headAt(file, at, isSwapped(*archive)).linked();
+  std::vector<Link> links;
+  while (const auto next = last ? lostRecord(*archive, file, *last, links.empty()) : std::nullopt) {
+    link(last->at, next->at, isSwapped(*archive));
+    links.push_back({last->at, *next});
+    last = next;
   }
-  if (!isAhead && !(isMark && isResult(records.back()) && isDatabase(*archive))) return false;
+  if (!links.empty()) return keepWhole(links);
+  // Of a chain without records nothing tells but what is found without its anchor.
+  if (last && last->position == 0 && records.empty() && archive->damaged() == kNone) {
+    const qcInt64 unfinished = static_cast<std::streamoff>(archive->unfinished());
+    const qcInt64 left = static_cast<qcInt64>(std::filesystem::file_size(path_)) - unfinished;
+    const bool isCut = unfinished > last->end() && left < static_cast<qcInt64>(qc_format::kLinkedHead);
+    if (unfinished == 0 || isCut) dropAnchor(*archive, *last);
+  }
+  return false;
+}
+
+// What follows the last record although no link leads there: what the archive says was lost, or else what lies right
+// behind.
+std::optional<qc_Record> ChainMender::lostRecord(qcArchive& archive, std::istream& file, const qc_Record& last,
+                                                 bool isFirst) {
+  const bool swap = isSwapped(archive), isMark = last.is(qc_format::kMark);
+  qcInt64 end = static_cast<std::streamoff>(archive.damaged());
+  if (last.position != 0) return std::nullopt;
+  if (!isFirst || end == 0) {
+    const qc_Record anchor = headAt(file, qc_format::kAnchorAt, swap).record;
+    const auto announced = headAt(file, static_cast<qcInt64>(anchor.size), swap).linked();
+    // What is unfinished names the last record, so nothing is missing before it, unless that can no longer be read.
+    if (last.is(qc_format::kAnchor) || (announced && announced->previous == static_cast<qcUInt64>(last.at)))
+      return std::nullopt;
+    // Nothing is announced any more once a record was given up, which may have left its heads behind.
+    if (anchor.size == 0 && !(isMark && isResult(last.told()) && isDatabase(archive))) return std::nullopt;
+    end = last.end();
+    if (isMark) end = std::max(end, headerEnd(archive, last.told()));
+  }
+  if (archive.unfinished() == qcArchive::Position(end)) return std::nullopt;
   const auto next = headAt(file, end, swap).linked();
-  if (!next || next->end() > size || !follows(*archive, *next, *last)) return false;
-  link(at, end, swap);
-  if (!isWhole(*next)) {
-    link(at, 0, swap);
-    return false;
+  const bool isInside = next && next->end() <= static_cast<qcInt64>(std::filesystem::file_size(path_));
+  return isInside && follows(archive, *next, last) ? next : std::nullopt;
+}
+
+// Takes back the first link that leads to what is not whole, with those behind it; whether any are left.
+bool ChainMender::keepWhole(const std::vector<Link>& links) {
+  const auto archive = openArchive(path_);
+  std::set<qcInt64> taken;
+  for (const qcArchiveRecord& record : archive->records()) taken.insert(record.at);
+  std::size_t whole = 0;
+  while (whole < links.size() && taken.contains(links[whole].to.at) && isWhole(*archive, links[whole].to)) {
+    const Link& mended = links[whole++];
+    report_ << "the link at byte " << mended.at + kLinkAt << " was gone: it leads to byte " << mended.to.at
+            << " again\n";
   }
-  report_ << "the link at byte " << at + kLinkAt << " was gone: it leads to byte " << end << " again\n";
-  return true;
+  for (std::size_t i = whole; i < links.size(); ++i) link(links[i].at, 0, isSwapped(*archive));
+  return whole > 0;
 }
 
 void ChainMender::writeAnchor() {
@@ -75,7 +104,7 @@ void ChainMender::link(qcInt64 at, qcInt64 to, bool swap) {
 
 // Takes the anchor away where records are found without it that it led to. What was linked to it lies before what it
 // announces, and was finished; a record that names it and is none of both was never linked. Where it announces nothing,
-// one record may be other data that looks like it; two do not name each other by chance.
+// one record that does not lie right behind may be other data that looks like it; two do not name each other by chance.
 void ChainMender::dropAnchor(qcArchive& archive, const qc_Record& anchor) {
   std::ifstream file(path_, std::ios::binary);
   std::string bytes(qc_format::kLinkedHead, '\0');
@@ -83,11 +112,12 @@ void ChainMender::dropAnchor(qcArchive& archive, const qc_Record& anchor) {
   overwrite(anchor.at, std::string(bytes.size(), '\0'));
   const auto without = openArchive(path_);
   const long found = without->salvage();
-  const bool isAhead = anchor.size >= static_cast<qcUInt64>(anchor.end());
-  if (found >= (isAhead ? 1 : 2)) {
+  if (found > 0) {
     const qc_Record first = headAt(file, without->records().front().at, isSwapped(archive)).record;
-    if (!isAhead || first.previous != static_cast<qcUInt64>(anchor.at)) return;
-    if (first.at < static_cast<std::streamoff>(anchor.size) && follows(archive, first, anchor)) return;
+    const auto announced = static_cast<std::streamoff>(anchor.size);
+    const bool isLinked =
+        first.previous != static_cast<qcUInt64>(anchor.at) || (first.at < announced && follows(archive, first, anchor));
+    if (announced >= anchor.end() ? isLinked : found > 1 || first.at == anchor.end()) return;
   }
   overwrite(anchor.at, bytes);
 }
@@ -104,19 +134,15 @@ bool ChainMender::follows(qcArchive& archive, const qc_Record& next, const qc_Re
   return !object || !object->is(qc_format::kObject) || object->size != 0;
 }
 
-// Whether a record that was linked is taken in, and an object ends where its head says.
-bool ChainMender::isWhole(const qc_Record& record) {
-  const auto archive = openArchive(path_);
-  const std::vector<qcArchiveRecord> records = archive->records();
-  if (std::none_of(records.begin(), records.end(), [&](const auto& other) { return other.at == record.at; }))
-    return false;
+// Whether an object ends where its head says.
+bool ChainMender::isWhole(qcArchive& archive, const qc_Record& record) {
   if (!record.is(qc_format::kObject) || record.isRemoved()) return true;
   try {
     long id = 0;
     qcUInt64 size = 0;
     qcArchive::Position body;
-    archive->seek(qcArchive::Position(record.at));
-    archive->readObjectHeader64(id, size, body);
+    archive.seek(qcArchive::Position(record.at));
+    archive.readObjectHeader64(id, size, body);
     return static_cast<std::streamoff>(body) + static_cast<qcInt64>(size) == record.end();
   } catch (const qcException& error) {
     if (faultOf(error) == Fault::medium) throw;

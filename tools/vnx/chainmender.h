@@ -2,8 +2,10 @@
 #pragma once
 
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <vnxstd/archive/archive.h>
 
@@ -15,20 +17,28 @@ class ChainMender {
  public:
   ChainMender(std::string path, std::ostream& report) : path_(std::move(path)), report_(report) {}
 
-  /// Where the chain ends although a whole record right behind it names its last one, the link to that one is gone, and
-  /// is written again, which is reported. What was never linked looks the same: what tells is that the anchor announces
-  /// records farther on, or that a mark lacks what belongs to it. An anchor that leads nowhere although there are
-  /// records is worth none, and is overwritten with zeros. Returns whether a link was written.
-  bool mendLink();
+  /// Where the chain ends although a whole record names its last one, right behind it or where the archive says that one
+  /// was lost, the link to that one is gone, and is written again, which is reported; and so on from there. What was
+  /// never linked looks the same: what tells is that the anchor announces a record, as it does not once one was given
+  /// up, or that a mark lacks what belongs to it. An anchor that leads nowhere although there are records is worth none,
+  /// and is overwritten with zeros. Returns whether a link was written; others may be found then.
+  bool mendLinks();
   /// Writes the head of a chain without records.
   void writeAnchor();
 
  private:
+  struct Link {
+    qcInt64 at;  // where the record begins that leads to
+    qc_Record to;
+  };
+
   void overwrite(qcInt64 at, const std::string& bytes);
   void link(qcInt64 at, qcInt64 to, bool swap);
   void dropAnchor(qcArchive& archive, const qc_Record& anchor);
   bool follows(qcArchive& archive, const qc_Record& next, const qc_Record& last);
-  bool isWhole(const qc_Record& record);
+  std::optional<qc_Record> lostRecord(qcArchive& archive, std::istream& file, const qc_Record& last, bool isFirst);
+  bool keepWhole(const std::vector<Link>& links);
+  bool isWhole(qcArchive& archive, const qc_Record& record);
 
   std::string path_;
   std::ostream& report_;

@@ -206,7 +206,10 @@ class Teller : public qcArchiveObserver {
 class Inspection {
  public:
   Inspection(qcArchive& archive, const std::string& path, const std::function<void(const Entry&)>& entry)
-      : archive_(archive), bytes_(path, std::ios::binary), teller_(entry) {}
+      : archive_(archive),
+        bytes_(openedOnce(path)),
+        isHeadless_(archive.isSeekable() && archive.version() != 0 && !hasChain(archive, path)),
+        teller_(entry) {}
   ~Inspection() { archive_.observer(nullptr); }
   Inspection(const Inspection&) = delete;
   Inspection& operator=(const Inspection&) = delete;
@@ -304,6 +307,10 @@ class Inspection {
     for (const qcArchiveRecord& record : records)
       if (record.kind == qcArchiveRecord::object) objects.insert(record.number);
     isDatabase_ = saysDatabase();
+    if (isHeadless_) {
+      teller_.beginItem();
+      failAtBreak(qc_format::kAnchorAt, qc_format::kAnchorAt);
+    }
     for (std::size_t i = 0; i < records.size() && !exhausted_; ++i) {
       const qcArchiveRecord& record = records[i];
       const bool isBehindMark = i > 0 && records[i - 1].kind == qcArchiveRecord::mark;
@@ -355,7 +362,8 @@ class Inspection {
               (record.is(qc_format::kObject) ? ", of " + std::to_string(record.size) + " bytes" : "");
     bytes.resize(std::min(bytes.size(), qc_format::kRecordHead));
     if (found.empty()) found = bytes.empty() ? "the end" : qf_Hex(bytes);
-    failAt(at, qcArchive::BadContent(L"the chain of records is broken here", 0), expected, found);
+    const auto* error = isHeadless_ ? L"no chain of records begins here" : L"the chain of records is broken here";
+    failAt(at, qcArchive::BadContent(error, 0), expected, found);
   }
 
   // Finding out costs nothing of what the limits allow.
@@ -493,6 +501,7 @@ class Inspection {
 
   qcArchive& archive_;
   std::ifstream bytes_;
+  const bool isHeadless_;  // no chain of records begins where one should
   Teller teller_;
   Fault found_ = Fault::none;
   bool isDatabase_ = false;

@@ -33,7 +33,8 @@ struct Entry {
 /// Reads everything in an archive that begins at its first item, and calls `entry` with each piece in the order in
 /// which it lies. Objects are made and loaded, within the limits of the archive; what only its writer can name is
 /// opaque. A fault is an entry as well: reading goes on with the next record in a seekable archive, and ends in a plain
-/// one. What `entry` throws comes through, if it is no qcException. `path` names the file. Returns the worst fault.
+/// one. What `entry` throws comes through, if it is no qcException. `path` names the file. Returns the worst fault;
+/// throws FileError when the file cannot be opened once more.
 Fault inspect(qcArchive& archive, const std::string& path, const std::function<void(const Entry&)>& entry);
 
 /// Whether an archive that is loading is a tool database: it says so, or the header of a result lies behind one of its

@@ -22,7 +22,7 @@ std::unique_ptr<qcFileArchive> openArchive(const std::string& path) {
 
 bool hasChain(const qcArchive& archive, const std::string& path) {
   if (archive.damaged() != qcArchive::Position(0)) return true;
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file = openedOnce(path);
   const auto anchor = headAt(file, qc_format::kAnchorAt, isSwapped(archive)).linked();
   return anchor && anchor->is(qc_format::kAnchor);
 }

@@ -54,7 +54,7 @@ class Mending {
     // What was linked again may show what else is missing: each round finds records, or is the last one.
     for (int round = 0; found != 0 && round < kMostRounds; ++round) {
       archive_.reset();
-      while (chain_.mendLink()) {
+      for (int i = 0; i < kMostRounds && chain_.mendLinks(); ++i) {
       }
       archive_ =
           std::make_unique<qcFileArchive>(qf_Widen(path_), qcArchive::loading, qcArchive::littleEndian, true, false);
@@ -135,8 +135,6 @@ class Mending {
   // What still cannot be read, as objects between records, stays as it is.
   void reportRest() {
     const auto mended = openArchive(path_);
-    if (mended->version() != 0 && !hasChain(*mended, path_))
-      lose(2, "no chain of records begins here; what follows stays as it is");
     inspect(*mended, path_, [this](const Entry& entry) {
       const bool isFault = entry.kind == "fault" && std::strcmp(entry.facts.back().name, "limit") != 0;
       if (isFault) lose(entry.at, "what lies there stays damaged: " + entry.facts.front().value);
