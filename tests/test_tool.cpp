@@ -891,6 +891,13 @@ TEST_F(Tool, SalvagesWhatIsNotDamaged) {
       expectRecord(one, number);
     }
     qcRandomUniform random(11);
+    for (const std::size_t at : {0, 1}) {  // no chain is read in another way than it was written
+      std::string bytes = whole;
+      bytes[at] ^= 1;
+      std::ofstream(file("e.vdb"), std::ios::binary) << bytes;
+      std::ostringstream report;
+      EXPECT_THROW(salvageArchive(file("e.vdb"), file("h.vdb"), report), FileError);
+    }
     for (std::size_t at = 2; at < whole.size(); at += 7) {
       std::string bytes = whole;
       bytes[at] ^= static_cast<char>(1 << static_cast<int>(random.next(0, 8)));

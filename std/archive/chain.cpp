@@ -711,8 +711,10 @@ qc_RecordAddition::qc_RecordAddition(qc_RecordChain& chain, std::int32_t lastId)
   chain.checkGrowth();
   if (chain.inObject_) throw qcArchive::BadBuffer(kIndexSource, kNotAtEndLine);
   if (chain.open_) return;
-  if (std::exchange(chain.isSizeLost_, false))
+  if (std::exchange(chain.isSizeLost_, false)) {
     chain.overwrite<std::uint64_t>(chain.tail().at + kSizeField, chain.tail().size);
+    chain.archive_.sync();  // before a link makes another record the last one
+  }
   chain.unfinished_ = 0;
   chain.announce(start_, lastId);
   chain.open_ = this;

@@ -721,19 +721,27 @@ qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& beh
   // One that was redirected, and back, may refer to another object than the one whose place it tells.
   const bool isFirst = (record.kind & kSecondNumber) == 0;
   if (isFirst && (record.size == 0 || !chain_.object(reference.id))) reference.position = record.last;
+  // As long as it was never redirected, it tells the place of its object: behind it, or elsewhere.
+  const bool isNext = record.last == static_cast<qcUInt64>(record.end());
+  if (isFirst && record.size == 0 && !record.isRemoved() && record.isFollowed() != isNext) {
+    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine),
+                           isNext ? "a pointer that its object follows" : "a pointer to an object elsewhere",
+                           isNext ? "one that none follows" : "one that its object follows");
+  }
   if (!record.isFollowed()) return reference;
   // The object may be gone that a pointer brought along which refers to nothing, or to another one, by now.
   const qc_Record* next = chain_.at(record.end());
-  const bool isThere = next && next->is(kObject) && next->id == record.id;
+  const bool isThere = next && next->is(kObject) && (next->id == record.id || record.size != 0);
   if (reference.id != record.id && !isThere) {
     behind = record.end();
     return reference;
   }
-  const qc_Record object = readRecord();
+  qc_Record object = readRecord();
   if (!object.is(kObject)) {
     throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine), "the object of the pointer",
                            "another record");
   }
+  if (object.size == 0 && isThere) object.size = next->size;  // which its head has lost
   if (static_cast<qcUInt64>(archive_.endOffset() - object.bodyAt()) < object.size) {
     throw archive_.located(qcArchive::Eof(kIndexSource, kRecordSizeLine),
                            "an object of " + std::to_string(object.size) + " bytes",
@@ -843,7 +851,11 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const qc_Record& record, qc_P
   const std::size_t place = made_.size();
   const Given given = makeObject(owned ? 0 : record.id, cast);
   loadObject(*given.object);
-  if (isSeekable() && record.size != 0) skipTo(bodyStart, record.size, kRecordSizeLine);
+  if (const auto taken = static_cast<qcUInt64>(seekableOffset() - bodyStart);
+      isSeekable() && record.size != 0 && record.size != taken) {
+    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordSizeLine),
+                           "a body of " + std::to_string(taken) + " bytes", "a size of " + std::to_string(record.size));
+  }
   const std::lock_guard guard(qc_HeldTable::lock());
   qc_HeldTable::Entry& entry = held_[made_[place]];
   entry.complete = true;

@@ -14,10 +14,29 @@ void KeptObjects::add(qcPersistent* object) {
     owned_.try_emplace(object, object);
 }
 
+namespace {
+
+// Whether the anchor leads to a record that names it, if numbers are read in this order.
+bool isLeading(std::istream& file, bool swap) {
+  const qc_Record anchor = headAt(file, qc_format::kAnchorAt, swap).record;
+  if (!anchor.is(qc_format::kAnchor) || anchor.position == 0 || anchor.position > INT64_MAX) return false;
+  const auto first = headAt(file, static_cast<qcInt64>(anchor.position), swap).linked();
+  return first && first->previous == static_cast<qcUInt64>(qc_format::kAnchorAt);
+}
+
+}  // namespace
+
 std::unique_ptr<qcFileArchive> openArchive(const std::string& path) {
-  const int first = std::ifstream(path, std::ios::binary).get();
-  const bool isSeekable = first != std::ifstream::traits_type::eof() && (first & 1) != 0;
-  return std::make_unique<qcFileArchive>(qf_Widen(path), qcArchive::loading, qcArchive::littleEndian, isSeekable, true);
+  std::ifstream file(path, std::ios::binary);
+  const int first = file.get();
+  // No plain archive has an anchor: one that says that it is plain is refused as a seekable one.
+  const bool isSeekable = (first != std::ifstream::traits_type::eof() && (first & 1) != 0) ||
+                          headAt(file, qc_format::kAnchorAt, false).record.is(qc_format::kAnchor);
+  auto archive =
+      std::make_unique<qcFileArchive>(qf_Widen(path), qcArchive::loading, qcArchive::littleEndian, isSeekable, true);
+  if (const bool swap = isSwapped(*archive); isSeekable && !isLeading(file, swap) && isLeading(file, !swap))
+    throw FileError(path, "at byte 1: expected the byte order of its records, found the other one");
+  return archive;
 }
 
 bool hasChain(const qcArchive& archive, const std::string& path) {
