@@ -505,6 +505,41 @@ TEST(Index, KnowsAnObjectWithoutItsHead) {
   }
 }
 
+TEST(Index, ReadsNothingWrongBehindPointers) {
+  qcMemoryArchive out(kLittle, true);
+  const ItemHandle first(new Item(1)), second(new Item(2));
+  out << first << 11 << first << 12 << second << 13;
+  const auto expectRead = [](qcArchive& in) {
+    for (const int number : {11, 12, 13}) {
+      ItemHandle read;
+      int behind = 0;
+      in || read || behind;
+      EXPECT_EQ(behind, number);
+      EXPECT_TRUE(!read || read->number == (number == 13 ? 2 : 1));
+    }
+  };
+  for (const qcArchiveRecord& record : out.records()) {
+    for (std::size_t bit = 0; bit < 42 * 8; ++bit) {
+      std::string bytes = bytesOf(out);
+      bytes[static_cast<std::size_t>(record.at) + bit / 8] ^= static_cast<char>(1 << bit % 8);
+      BytesArchive in(bytes, true);
+      if (in->damaged() != qcArchive::Position(0) || in->unfinished() != qcArchive::Position(0)) continue;
+      SCOPED_TRACE(std::to_string(record.at) + ' ' + std::to_string(bit));
+      try {
+        expectRead(*in);
+      } catch (const qcArchive::Errors&) {
+      }
+    }
+  }
+  BytesArchive redirected(bytesOf(out), true);
+  for (const long id : {2, 1, 2, 1}) {
+    redirected->seek(redirected->firstPointerPos());
+    redirected->pointerObjectID(id);
+    redirected->seek(redirected->firstPointerPos());
+    if (id == 1) expectRead(*redirected);
+  }
+}
+
 TEST(Index, TakesNoArchiveWithinAnObjectForItsOwn) {
   qcMemoryArchive out(kLittle, true);
   for (long mark = 1; mark <= 3; ++mark) out.writeNewMark(mark);

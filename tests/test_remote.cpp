@@ -648,6 +648,8 @@ TEST(RemoteRoots, ValuesLieInOneMessageAlsoWhenTheirStoreFails) {
     EXPECT_EQ(comeNumbers, number == 7 ? numbers : (std::vector<long>{1, 2}));
     std::pair<int, long> pair{1, number}, comePair;
     EXPECT_EQ(sentOver(pair, comePair), expected);
+    qcPair<long> both(1, number), comeBoth;
+    EXPECT_EQ(sentOver(both, comeBoth), expected);
   }
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "vnxstd/archive/archive.h"
+#include "vnxstd/archive/compound.h"
 #include "vnxstd/archive/file.h"
 #include "vnxstd/archive/handle.h"
 #include "vnxstd/archive/limits.h"

@@ -138,6 +138,10 @@ void qcArchive::dtorStarting() noexcept {
   index_->letGo();
 }
 
+qcArchiveCompound::qcArchiveCompound(qcArchive& archive) noexcept : archive_(archive) { ++archive_.compounds_; }
+
+qcArchiveCompound::~qcArchiveCompound() { --archive_.compounds_; }
+
 void qcArchive::mode(Direction direction) {
   if (!seekable_) throw NotSeekable(kArchiveSource, kModeLine);
   if (direction == storing && readOnly_) throw BadBuffer(kArchiveSource, kReadOnlyLine);

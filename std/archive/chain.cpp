@@ -354,7 +354,8 @@ qcUInt64 qc_RecordChain::ownSize(const qc_Record& object, std::streamoff end) {
       const qc_ArchiveIndex::Body body = archive_.index_->readBodyOf(object);
       if (body.size == 0 || body.at > end || body.size > static_cast<qcUInt64>(end - body.at)) return 0;
       return static_cast<qcUInt64>(body.at - object.bodyAt()) + body.size;
-    } catch (const qcException&) {
+    } catch (const qcException& error) {
+      if (error.loadContext() && error.loadContext()->limit != qcLoadContext::Limit::none) throw;
       return 0;
     }
   });
@@ -364,7 +365,10 @@ qcUInt64 qc_RecordChain::ownSize(const qc_Record& object, std::streamoff end) {
 // medium.
 bool qc_RecordChain::readSized(std::streamoff place, qc_Record& record, std::streamoff end) {
   if (!read(place, record)) return false;
-  if (record.is(kObject) && record.size == 0) record.size = ownSize(record, end);
+  const auto room = static_cast<qcUInt64>(std::max<std::streamoff>(end - record.bodyAt(), 0));
+  if (record.is(kObject) && (record.size == 0 || record.size > room)) {
+    if (const qcUInt64 size = ownSize(record, end); size != 0) record.size = size;
+  }
   return true;
 }
 
@@ -381,12 +385,12 @@ void qc_RecordChain::relink() {
       overwrite<std::uint64_t>(record.at + kPreviousField, record.previous = before);
     if (record.position != next) overwrite<std::uint64_t>(record.at + kPositionField, record.position = next);
     if (!record.is(kObject)) continue;
-    const qcUInt64 size = record.size;
     if (next != 0 && static_cast<qcUInt64>(record.end()) > next) {
       record.size = ownSize(record, static_cast<std::streamoff>(next));
       if (record.size == 0) record.size = next - static_cast<qcUInt64>(record.bodyAt());  // all of it is the object's
     }
-    if (record.size != size || isNamedAt(record.at + kSizeField, 0, archive_.endOffset()))
+    const auto field = static_cast<qcUInt64>(record.at + kSizeField);
+    if (!isNamedAt(field, static_cast<std::streamoff>(record.size), archive_.endOffset()))
       overwrite<std::uint64_t>(record.at + kSizeField, record.size);
   }
   anchored_ = true;

@@ -525,7 +525,9 @@ qc_ArchiveIndex::Body qc_ArchiveIndex::readBodyOf(const qc_Record& object) {
       throw archive_.located(qcArchive::BadContent(kIndexSource, kEntryTagLine), "an object " + qf_Hex(kObjectMarker),
                              qf_Hex(marker));
     }
-    return readEntry();
+    Body body = readEntry();
+    if (body.name != name) throw archive_.located(qcArchive::BadType(kIndexSource, kEntryTypeLine), name, body.name);
+    return body;
   });
 }
 
@@ -677,6 +679,7 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
     cast ? count.keep() : count.lend();
   } else {
     given = record.kind == kInline ? loadInline(record, cast, owned) : loadElsewhere(record, cast, owned);
+    if (record.kind == kInline && behind >= 0) behind = archive_.offset();
     if (cast && !owned) qcRepBase::refInc(given.rep);
   }
   if (behind >= 0) archive_.seekTo(behind);
@@ -721,17 +724,14 @@ qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& beh
   // One that was redirected, and back, may refer to another object than the one whose place it tells.
   const bool isFirst = (record.kind & kSecondNumber) == 0;
   if (isFirst && (record.size == 0 || !chain_.object(reference.id))) reference.position = record.last;
-  // As long as it was never redirected, it tells the place of its object: behind it, or elsewhere.
-  const bool isNext = record.last == static_cast<qcUInt64>(record.end());
-  if (isFirst && record.size == 0 && !record.isRemoved() && record.isFollowed() != isNext) {
-    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine),
-                           isNext ? "a pointer that its object follows" : "a pointer to an object elsewhere",
-                           isNext ? "one that none follows" : "one that its object follows");
-  }
-  if (!record.isFollowed()) return reference;
-  // The object may be gone that a pointer brought along which refers to nothing, or to another one, by now.
+  // Whether it brought an object along, its flag says and, as long as it was never redirected, the place that it tells
+  // and the object behind it, so that one of these may be wrong. That object may also be gone.
   const qc_Record* next = chain_.at(record.end());
+  const bool isPristine = isFirst && record.size == 0 && !record.isRemoved();
   const bool isThere = next && next->is(kObject) && (next->id == record.id || record.size != 0);
+  const bool isNext = record.last == static_cast<qcUInt64>(record.end());
+  const int votes = (record.isFollowed() ? 1 : 0) + (isNext ? 1 : 0) + (isThere ? 1 : 0);
+  if (isPristine ? votes < 2 : !record.isFollowed()) return reference;
   if (reference.id != record.id && !isThere) {
     behind = record.end();
     return reference;
@@ -851,11 +851,9 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const qc_Record& record, qc_P
   const std::size_t place = made_.size();
   const Given given = makeObject(owned ? 0 : record.id, cast);
   loadObject(*given.object);
-  if (const auto taken = static_cast<qcUInt64>(seekableOffset() - bodyStart);
-      isSeekable() && record.size != 0 && record.size != taken) {
-    throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordSizeLine),
-                           "a body of " + std::to_string(taken) + " bytes", "a size of " + std::to_string(record.size));
-  }
+  // Where a linked object ends, its own entry says as well.
+  const bool isLonger = record.previous != 0 && record.size > static_cast<qcUInt64>(seekableOffset() - bodyStart);
+  if (isSeekable() && record.size != 0 && !isLonger) skipTo(bodyStart, record.size, kRecordSizeLine);
   const std::lock_guard guard(qc_HeldTable::lock());
   qc_HeldTable::Entry& entry = held_[made_[place]];
   entry.complete = true;

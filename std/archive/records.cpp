@@ -182,9 +182,13 @@ void qcArchive::readObjectHeader64(long& id, qcUInt64& size, Position& body) {
 std::string qcArchive::objectTypeName() {
   const qc_Record& object = recordAt(*this, chain(), offset(), kObject);
   Reading reading(*this);
-  std::string name = index_->readBodyOf(object).name;
+  const qc_ArchiveIndex::Body body = index_->readBodyOf(object);
+  const auto taken = static_cast<qcUInt64>(body.at - object.bodyAt());
+  if (object.size < taken || object.size - taken < body.size)
+    throw located(BadContent(kIndexSource, kRecordSizeLine), "a body of " + std::to_string(body.size) + " bytes",
+                  "a size of " + std::to_string(object.size));
   reading.finish();
-  return name;
+  return body.name;
 }
 
 qcPersistent* qcArchive::loadObject() {

@@ -30,7 +30,7 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
   void sendMessage() {
     const bool isLast = !qc_ArchiveIndex::isWithin(*archive_);
     if (pptr() == pbase() && !(isLast && inMessage_) && !broken_) return;
-    archive_->beginAnew();  // also when the message does not get there
+    if (isLast) archive_->beginAnew();  // also when the message does not get there
     sendFrame(isLast);
   }
 

@@ -49,7 +49,7 @@ const qc2XformLinear& qc2XformCache::linear(const Half& half) {
 qcArchive& operator||(qcArchive& archive, qc2XformCache& cache) {
   unsigned char version = 0;
   archive || version;
-  const qcArchive::Compound compound(archive);
+  const qcArchiveCompound compound(archive);
   qcArchive::checkVersion(archive, version, 0, kSource, kVersionLine);
   qc2XformCache::Handle xform = cache.xform_.handle, inverse = cache.inverse_.handle;
   bool isLinear = cache.isLinear();

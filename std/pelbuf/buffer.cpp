@@ -185,7 +185,7 @@ void qc_PelBuffer::repInvariant() const {
 qcArchive& operator||(qcArchive& archive, qc_PelBuffer& buffer) try {
   unsigned char version = 3;
   archive || version;
-  const qcArchive::Compound compound(archive);
+  const qcArchiveCompound compound(archive);
   qcArchive::checkVersion(archive, version, 3, kSource, 744);
 
   qc_PelBuffer read = buffer;  // takes roots of every type, so that one of the wrong type is told apart below

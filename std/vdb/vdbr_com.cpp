@@ -47,7 +47,7 @@ bool qcVDBHeader::repInvariant() const {
 qcArchive& operator||(qcArchive& archive, qcVDBHeader& header) {
   unsigned char version = 0;
   archive || version;
-  const qcArchive::Compound compound(archive);
+  const qcArchiveCompound compound(archive);
   qcArchive::checkVersion(archive, version, 0, kSource, kHeaderVersionLine);
   qcVDBHeader read = header;
   serializeByte(archive, read.currentGrade_);

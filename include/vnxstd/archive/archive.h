@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "vnxstd/archive/compound.h"
 #include "vnxstd/archive/handle.h"
 #include "vnxstd/archive/limits.h"
 #include "vnxstd/archive/persistent.h"
@@ -304,20 +305,6 @@ class VNXSTD_EXPORT qcArchive {
     std::unique_ptr<qc_RecordAddition> records_;
   };
 
-  /// Lives while a value of several parts is stored or loaded, from behind its first part on. A message of a transfer
-  /// archive that ends meanwhile was cut short by a store that failed: loading throws Eof there, and does not go on in
-  /// the next message. For operators of values; objects, vectors, pairs and images do so themselves.
-  class Compound {
-   public:
-    explicit Compound(qcArchive& archive) : archive_(archive) { ++archive_.compounds_; }
-    ~Compound() { --archive_.compounds_; }
-    Compound(const Compound&) = delete;
-    Compound& operator=(const Compound&) = delete;
-
-   private:
-    qcArchive& archive_;
-  };
-
   /// The smallest identifier of an object, and the next larger one; 0 for none.
   long firstObjectID() const;
   long nextObjectID(long id) const;
@@ -433,6 +420,7 @@ class VNXSTD_EXPORT qcArchive {
  private:
   friend class qcPersistent;
   friend class qc_Areas;
+  friend class qcArchiveCompound;
   friend class qc_ArchiveIndex;
   friend class qc_Gate;
   friend class qc_RecordAddition;
@@ -576,7 +564,7 @@ inline void qf_SerializeElement(qcArchive& archive, std::vector<bool>::reference
 template <class A, class B>
 qcArchive& operator||(qcArchive& archive, std::pair<A, B>& pair) {
   archive || pair.first;
-  const qcArchive::Compound compound(archive);
+  const qcArchiveCompound compound(archive);
   archive || pair.second;
   return archive;
 }
@@ -592,7 +580,7 @@ qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
   if (archive.isStoring() && values.size() > UINT32_MAX) throw qcArchive::BadContent("archive", 1301);
   auto count = static_cast<std::uint32_t>(values.size());
   archive || count;
-  const qcArchive::Compound compound(archive);
+  const qcArchiveCompound compound(archive);
   if (archive.isStoring()) {
     if constexpr (isBlock) {
       archive.block(values.data(), count);

@@ -20,7 +20,7 @@ class qc_StreamBufferWithTimeout;
 /// message to begin breaks nothing off. A load that fails for another reason leaves the rest of its message, which
 /// nextMessage skips. Where the message ends within an object, a vector or an image, whose store has failed there,
 /// the load throws Eof, or BadBuffer within a text, and the next message is untouched; other values see
-/// qcArchive::Compound. An archive that goes before its message is loaded leaves the rest for the next one,
+/// qcArchiveCompound. An archive that goes before its message is loaded leaves the rest for the next one,
 /// which makes no sense there: nextMessage first. docs/archive-format.md gives the bytes of messages. For one thread at
 /// a time. An object is stored and loaded under the persistence lock, and so are waits in its middle: between two
 /// threads of one process, objects larger than what the connection takes at once (some 100 KB) time out, since neither

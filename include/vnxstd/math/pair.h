@@ -4,6 +4,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "vnxstd/archive/compound.h"
 #include "vnxstd/export.h"
 
 class qcArchive;
@@ -49,7 +50,9 @@ class VNXSTD_EXPORT qcPair {
   /// Stores or loads x and y by the archive's operator for T, without a version byte.
   friend qcArchive& operator||(qcArchive& archive, qcPair& pair) {
     qcPair copy = pair;
-    archive || copy.x_ || copy.y_;
+    archive || copy.x_;
+    const qcArchiveCompound compound(archive);
+    archive || copy.y_;
     if (std::memcmp(&copy, &pair, sizeof copy) != 0) pair = copy;  // storing only reads, as other threads may do
     return archive;
   }

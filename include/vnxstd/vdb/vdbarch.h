@@ -13,7 +13,10 @@
 ///
 /// A record is in the database once it is stored in full: a program that is killed meanwhile leaves all others. The
 /// number of a record is found in a time that is logarithmic in the number of records. What an archive throws comes
-/// through: BadFile and the errors of a bad header when opening, BadBuffer when a read-only database is changed.
+/// through: BadFile and the errors of a bad header when opening, BadBuffer when a read-only database is changed. Where
+/// the file is damaged, archive().damaged() says so: the records before that place are found, and storing throws
+/// BadContent until archive().salvage() and relink(), or `vnx db salvage`, have linked those behind it again. Records
+/// that another program stores are found after opening the database again.
 ///
 /// For one thread at a time; the default database can be asked for and set by any.
 class VNXSTD_EXPORT qcVDBArchive {
