@@ -767,6 +767,7 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
     const auto at = [&](std::size_t i) { return static_cast<std::size_t>(archive.records()[i].at); };
     write("pointer.vdb", text("d.vdb").replace(at(9) - 32, 17, 17, '\0'));
     write("link.vdb", text("d.vdb").replace(at(3) + 18, 8, 8, '\0').substr(0, at(7) + 20));
+    write("links.vdb", text("d.vdb").replace(at(3) + 18, 8, 8, '\0').replace(at(4) + 18, 8, 8, '\0'));
     archive.seek(qcArchive::Position(pointer));
     archive.removePointer();
     archive.seek(qcArchive::Position(archive.records()[3].at));
@@ -803,6 +804,7 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
                                                                      {"cuta", "record 3: "},
                                                                      {"kind", "record 1: "},
                                                                      {"link", "the link at byte"},
+                                                                     {"links", "nothing was lost"},
                                                                      {"none", "56 bytes in which no record"},
                                                                      {"pointer", "nothing was lost"},
                                                                      {"sound", "nothing was lost"},

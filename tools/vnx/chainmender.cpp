@@ -44,27 +44,38 @@ bool ChainMender::mendLinks() {
 }
 
 // What follows the last record although no link leads there: what the archive says was lost, or else what lies right
-// behind.
+// behind. Farther on it is looked for where nothing is announced there; once a record was given up, what a program that
+// was killed within a transaction has left may be taken for it, since what was committed must not be lost.
 std::optional<qc_Record> ChainMender::lostRecord(qcArchive& archive, std::istream& file, const qc_Record& last,
                                                  bool isFirst) {
   const bool swap = isSwapped(archive), isMark = last.is(qc_format::kMark);
-  qcInt64 end = static_cast<std::streamoff>(archive.damaged());
+  const auto recordAt = [&](qcInt64 at) {
+    const auto next = headAt(file, at, swap).linked();
+    const bool isInside = next && next->end() <= static_cast<qcInt64>(std::filesystem::file_size(path_));
+    return isInside && follows(archive, *next, last) ? next : std::nullopt;
+  };
   if (last.position != 0) return std::nullopt;
-  if (!isFirst || end == 0) {
-    const qc_Record anchor = headAt(file, qc_format::kAnchorAt, swap).record;
-    const auto announced = headAt(file, static_cast<qcInt64>(anchor.size), swap).linked();
-    // What is unfinished names the last record, so nothing is missing before it, unless that can no longer be read.
-    if (last.is(qc_format::kAnchor) || (announced && announced->previous == static_cast<qcUInt64>(last.at)))
-      return std::nullopt;
-    // Nothing is announced any more once a record was given up, which may have left its heads behind.
-    if (anchor.size == 0 && !(isMark && isResult(last.told()) && isDatabase(archive))) return std::nullopt;
-    end = last.end();
-    if (isMark) end = std::max(end, headerEnd(archive, last.told()));
-  }
+  if (isFirst && archive.damaged() != kNone) return recordAt(static_cast<std::streamoff>(archive.damaged()));
+  const qc_Record anchor = headAt(file, qc_format::kAnchorAt, swap).record;
+  const auto announced = headAt(file, static_cast<qcInt64>(anchor.size), swap).linked();
+  // What is unfinished names the last record, so nothing is missing before it, unless that can no longer be read.
+  if (last.is(qc_format::kAnchor) || (announced && announced->previous == static_cast<qcUInt64>(last.at)))
+    return std::nullopt;
+  const qcInt64 end = std::max<qcInt64>(last.end(), isMark ? headerEnd(archive, last.told()) : 0);
   if (archive.unfinished() == qcArchive::Position(end)) return std::nullopt;
-  const auto next = headAt(file, end, swap).linked();
-  const bool isInside = next && next->end() <= static_cast<qcInt64>(std::filesystem::file_size(path_));
-  return isInside && follows(archive, *next, last) ? next : std::nullopt;
+  const auto next = recordAt(end);
+  const bool isAhead = anchor.size > static_cast<qcUInt64>(last.at);
+  return next || !isFirst || isAhead ? next : recordAt(foundBehind(last, swap));
+}
+
+// Where the first record lies that is found behind the last one if that leads to somewhere; 0 for none.
+qcInt64 ChainMender::foundBehind(const qc_Record& last, bool swap) {
+  link(last.at, qc_format::kAnchorAt, swap);
+  const auto archive = openArchive(path_);
+  const std::size_t before = archive->records().size();
+  const qcInt64 place = archive->salvage() > 0 ? archive->records()[before].at : 0;
+  link(last.at, 0, swap);
+  return place;
 }
 
 // Takes back the first link that leads to what is not whole, with those behind it; whether any are left.

@@ -17,11 +17,10 @@ class ChainMender {
  public:
   ChainMender(std::string path, std::ostream& report) : path_(std::move(path)), report_(report) {}
 
-  /// Where the chain ends although a whole record names its last one, right behind it or where the archive says that one
-  /// was lost, the link to that one is gone, and is written again, which is reported; and so on from there. What was
-  /// never linked looks the same: what tells is that the anchor announces a record, as it does not once one was given
-  /// up, or that a mark lacks what belongs to it. An anchor that leads nowhere although there are records is worth none,
-  /// and is overwritten with zeros. Returns whether a link was written; others may be found then.
+  /// Where the chain ends although a whole record behind its last one names that, the link to it is gone, and is
+  /// written again, which is reported; and so on from there. What the anchor announces was never linked, and stays out.
+  /// An anchor that leads nowhere although there are records is worth none, and is overwritten with zeros. Returns
+  /// whether a link was written; others may be found then.
   bool mendLinks();
   /// Writes the head of a chain without records.
   void writeAnchor();
@@ -37,6 +36,7 @@ class ChainMender {
   void dropAnchor(qcArchive& archive, const qc_Record& anchor);
   bool follows(qcArchive& archive, const qc_Record& next, const qc_Record& last);
   std::optional<qc_Record> lostRecord(qcArchive& archive, std::istream& file, const qc_Record& last, bool isFirst);
+  qcInt64 foundBehind(const qc_Record& last, bool swap);
   bool keepWhole(const std::vector<Link>& links);
   bool isWhole(qcArchive& archive, const qc_Record& record);
 
