@@ -4,3 +4,4 @@
 #include "vnxstd/comm/communicator.h"
 #include "vnxstd/comm/remote.h"
 #include "vnxstd/comm/transfer.h"
+#include "vnxstd/except/catalogue.h"

@@ -16,7 +16,8 @@ class VNXSTD_EXPORT qcFileArchive : public qcArchive {
   ///
   /// Whoever may write holds the file: opening it a second time other than read-only, in this process or another,
   /// throws BadFile with the text "File is in use: " and the path, before anything is truncated. Programs that are no
-  /// archives can still write to it. Where the file system has no locks there are none.
+  /// archives can still write to it. Where the file system has no locks there are none. Who reads beside a writer has
+  /// the records that were whole on opening, and opens anew for later ones.
   qcFileArchive(const std::wstring& path, Direction direction, Ordering ordering = littleEndian, bool seekable = false,
                 bool readOnly = false);
   /// Loads from a file that is not seekable and need not be writable.

@@ -57,7 +57,9 @@ class VNXSTD_EXPORT qcCommunicator {
   /// Waits for the peer to go, this many seconds at most; whether it has. What is not above 0, or not a number, asks
   /// without waiting.
   bool waitUntilDisconnected(double seconds) const;
-  /// Tells the peer that nothing more is coming; what it sends can still be received.
+  /// Tells the peer that nothing more is coming; what it sends can still be received. No calls are answered from now
+  /// on: images that were lent to the peer cannot be read any more. Who sends images lets the reader finish first,
+  /// after an end of its own, such as a null handle, since loads throw ConnectionBroken after an orderly end, too.
   void finishSending();
 
   /// Answers the calls of the peer for so many seconds; whether the peer has gone meanwhile. Messages that come are set

@@ -36,10 +36,10 @@ class VNXSTD_EXPORT qcTransferArchive : public qcArchive {
   void timeOut(double seconds) noexcept;
   double timeOut() const noexcept;
 
-  /// Sends what was stored, and ends the message, but not within an object, a vector or an image that is being stored. Over TCP that can
-  /// still be lost, when the communicator goes before the peer has loaded it and the peer then sends something, as it
-  /// does when it lets go of an image. To be sure, finish sending, and serve until the peer has gone, before the
-  /// communicator goes.
+  /// Sends what was stored, and ends the message, but not within an object, a vector or an image that is being stored.
+  /// Over TCP that can still be lost, when the communicator goes before the peer has loaded it and the peer then sends
+  /// something, as it does when it lets go of an image. To be sure, finish sending, and serve until the peer has gone,
+  /// before the communicator goes; with images that were lent, not before the peer has copied them and said so.
   void flush();
   /// The same as flush.
   void sync() override { flush(); }

@@ -63,7 +63,8 @@ class VNXSTD_EXPORT qcVDBArchive {
   /// Stores a record under the number in its header, or under the next free one when that is 0, makes it the current
   /// one and returns its number. Throws qcBadPointer for null, qcArchive::Duplicate for a number that is taken,
   /// BadContent for a header that repInvariant refuses and when there is no number left, and what storing an object
-  /// throws; the database is then as it was.
+  /// throws; the database is then as it was. After opening, the next free number is the first one that no record has;
+  /// to keep records in the order of time where some were removed, ask for the number behind lastRecord().
   long storeNewRecord(const qcVDBRecordBase* record);
 
   // These work on the current record; without one, and when it is no longer there, they throw qcArchive::NotFound and

@@ -63,7 +63,8 @@ class VNXSTD_EXPORT qcVDBHeader {
 VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, qcVDBHeader& header);
 
 /// The base of records: a virtual base, so that a record can have other persistent bases. It adds nothing to what a
-/// record stores of itself; the database stores the header in front of it.
+/// record stores of itself; the database stores the header in front of it. Through a connection, or in another archive,
+/// a record goes without its header, which is sent by itself: archive || record.header().
 class VNXSTD_EXPORT qcVDBRecordBase : public virtual qcPersistent {
  public:
   class VNXSTD_EXPORT Errors : public qc_ErrorGroup<Errors> {};
