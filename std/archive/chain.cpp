@@ -168,7 +168,8 @@ std::streamoff qc_RecordChain::lostObject(std::streamoff end) {
   const bool isFollowed = tail().position == 0 && tail().is(kPointer) && tail().isFollowed();
   if (!isFollowed || !readSized(tail().end(), record, end) || !record.is(kObject) || !isFollowing(record, end))
     return 0;
-  return record.id == tail().id && !object(record.id) ? record.at : 0;
+  const bool isOwn = record.id == tail().id || tail().size != 0;  // redirecting changes the pointer's number
+  return isOwn && !object(record.id) ? record.at : 0;
 }
 
 // Where the last record did lead to; 0 for nowhere. A link that says nothing when it is lost: what was stored behind it
@@ -341,13 +342,19 @@ auto qc_RecordChain::readAside(Read read) {
   const std::streamoff here = archive_.offset();
   const auto direction = archive_.direction_;
   archive_.mode(qcArchive::loading);
-  const auto result = read();
+  decltype(read()) result;
+  try {
+    result = read();
+  } catch (...) {
+    archive_.direction_ = direction;
+    archive_.seekTo(here);
+    throw;
+  }
   archive_.seekTo(here);
   archive_.mode(direction);
   return result;
 }
 
-// The size of an object by its own entry; 0 where that says nothing, or leads beyond `end`.
 qcUInt64 qc_RecordChain::ownSize(const qc_Record& object, std::streamoff end) {
   return readAside([&]() -> qcUInt64 {
     try {
@@ -642,10 +649,16 @@ void qc_RecordChain::keepBehind(std::streamoff place) {
 // follows the last record would be taken for the one that a lost link has led to.
 void qc_RecordChain::giveUp() {
   const std::streamoff place = std::exchange(unfinished_, 0);
-  const bool isThere = place != 0 && readAside([&] { return place < archive_.endOffset() && isBegun(place); });
-  cutLink();
-  if (isThere) overwrite<unsigned char>(place, 0);  // others may have stored something else there
-  announce(0, static_cast<std::int32_t>(anchor_.last));
+  try {
+    const Ungated medium(archive_);
+    const bool isThere = place != 0 && readAside([&] { return place < archive_.endOffset() && isBegun(place); });
+    cutLink();
+    if (isThere) overwrite<unsigned char>(place, 0);  // others may have stored something else there
+    announce(0, static_cast<std::int32_t>(anchor_.last));
+  } catch (...) {
+    unfinished_ = place;
+    throw;
+  }
 }
 
 void qc_RecordChain::cutLink() {

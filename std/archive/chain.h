@@ -41,6 +41,8 @@ class qc_RecordChain {
   void keepBehind(std::streamoff place);
   /// Takes in the records that can be found behind the place where the chain is broken; returns how many.
   long salvage();
+  /// The size of an object by its own entry; 0 where that says nothing, or leads beyond `end`.
+  qcUInt64 ownSize(const qc_Record& object, std::streamoff end);
   /// Writes links from each record taken in to the next one.
   void relink();
 
@@ -92,7 +94,6 @@ class qc_RecordChain {
   std::streamoff tailEnd();
   template <class Read>
   auto readAside(Read read);
-  qcUInt64 ownSize(const qc_Record& object, std::streamoff end);
   bool readSized(std::streamoff place, qc_Record& record, std::streamoff end);
   bool isMissing(std::streamoff place, std::streamoff end);
   bool isWhole(const qc_Record& record, std::streamoff end);

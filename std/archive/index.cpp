@@ -650,8 +650,9 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
     archive_.observer_->record(told);
   }
   std::streamoff behind = -1;
+  qc_Record brought;
   if (record.isLinked()) {
-    record = unlinked(record, behind);
+    record = unlinked(record, behind, brought);
     checkPlace(record);  // within a body, which may have been copied, the identifier alone counts
   }
   if (record.id == 0) {
@@ -672,6 +673,7 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadPointer(qc_PointerCast cast, bool ow
     addLevels(given.height);
     if (elsewhere_ && given.low > base_) low_ = std::min(low_, given.low);
     if (record.kind == kInline) readScratch(record);
+    if (record.kind == kInline && behind >= 0) behind = endOf(brought);
     const std::lock_guard guard(qc_HeldTable::lock());
     qc_HeldTable::Entry* entry = held_.findLoaded(record.id);
     if (entry && elsewhere_ && !cast && entry->low == qc_HeldTable::kSettled) lent_.push_back(entry->place);
@@ -713,7 +715,7 @@ qcPersistent* qc_ArchiveIndex::loadAnew(std::int32_t id) {
 
 // What a linked record that stands for a pointer says: a reference, or the object that comes next. A pointer and the
 // object that it brought along end at `behind`, whatever it refers to by now.
-qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& behind) {
+qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& behind, qc_Record& brought) {
   if (record.is(kObject)) return inlineOf(record);
   if (!record.is(kPointer)) {
     throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine), "a pointer or an object",
@@ -747,8 +749,17 @@ qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& beh
                            "an object of " + std::to_string(object.size) + " bytes",
                            std::to_string(archive_.endOffset() - object.bodyAt()));
   }
+  brought = object;
   behind = object.end();
-  return object.id == reference.id && !object.isRemoved() ? inlineOf(object) : reference;
+  if (object.id == reference.id && !object.isRemoved()) return inlineOf(object);
+  behind = endOf(object);
+  return reference;
+}
+
+// Where a linked object ends, by its own entry if that tells.
+std::streamoff qc_ArchiveIndex::endOf(const qc_Record& object) {
+  const qcUInt64 size = chain_.ownSize(object, archive_.endOffset());
+  return size != 0 ? object.bodyAt() + static_cast<std::streamoff>(size) : object.end();
 }
 
 // A pointer tells the place of its object, too: another one there means that it is damaged. Of an object outside of the

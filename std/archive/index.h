@@ -144,7 +144,8 @@ class qc_ArchiveIndex {
   void storeObject(qcPersistent& object, bool marked);
   void loadObject(qcPersistent& object);
 
-  qc_Record unlinked(const qc_Record& record, std::streamoff& behind);
+  qc_Record unlinked(const qc_Record& record, std::streamoff& behind, qc_Record& brought);
+  std::streamoff endOf(const qc_Record& object);
   qc_Record inlineOf(const qc_Record& object) const;
   void checkPlace(const qc_Record& reference);
   Given loadInline(const qc_Record& record, qc_PointerCast cast, bool owned);
