@@ -135,7 +135,9 @@ std::streamoff qc_RecordChain::follow(std::streamoff& end) {
 
 bool qc_RecordChain::isInside(const qc_Record& record, std::streamoff end) const noexcept {
   const qcUInt64 room = static_cast<qcUInt64>(end - record.bodyAt());
-  return !record.is(kObject) || (record.size != 0 && record.size <= room);  // 0 until the object is finished
+  // Its size is 0 until an object is finished, and none is empty.
+  const bool hasBody = record.size != 0 && record.position != static_cast<qcUInt64>(record.bodyAt());
+  return !record.is(kObject) || (hasBody && record.size <= room);
 }
 
 // Tells what an interrupted program has left from damage. What was announced but never linked was not finished, also
@@ -353,6 +355,13 @@ auto qc_RecordChain::readAside(Read read) {
   archive_.seekTo(here);
   archive_.mode(direction);
   return result;
+}
+
+std::optional<qc_Record> qc_RecordChain::headAt(std::streamoff place) {
+  return readAside([&] {
+    qc_Record record;
+    return read(place, record) ? std::optional(record) : std::nullopt;
+  });
 }
 
 qcUInt64 qc_RecordChain::ownSize(const qc_Record& object, std::streamoff end) {
@@ -728,9 +737,10 @@ qc_RecordAddition::qc_RecordAddition(qc_RecordChain& chain, std::int32_t lastId)
   chain.checkGrowth();
   if (chain.inObject_) throw qcArchive::BadBuffer(kIndexSource, kNotAtEndLine);
   if (chain.open_) return;
-  if (std::exchange(chain.isSizeLost_, false)) {
+  if (chain.isSizeLost_) {
     chain.overwrite<std::uint64_t>(chain.tail().at + kSizeField, chain.tail().size);
     chain.archive_.sync();  // before a link makes another record the last one
+    chain.isSizeLost_ = false;
   }
   chain.unfinished_ = 0;
   chain.announce(start_, lastId);

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <ios>
 #include <map>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -41,6 +42,8 @@ class qc_RecordChain {
   void keepBehind(std::streamoff place);
   /// Takes in the records that can be found behind the place where the chain is broken; returns how many.
   long salvage();
+  /// The head of a linked record that lies at a place of the medium, be it in the chain or not.
+  std::optional<qc_Record> headAt(std::streamoff place);
   /// The size of an object by its own entry; 0 where that says nothing, or leads beyond `end`.
   qcUInt64 ownSize(const qc_Record& object, std::streamoff end);
   /// Writes links from each record taken in to the next one.

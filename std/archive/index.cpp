@@ -399,7 +399,7 @@ void qc_ArchiveIndex::addLevels(std::int32_t height) { height_ = std::max(height
 void qc_ArchiveIndex::serializeObject(qcPersistent& object) {
   archive_.explained([&] {
     const Entry entry(*this);
-    if (archive_.isLoading()) return loadObject(object);
+    if (archive_.isLoading()) return static_cast<void>(loadObject(object));
     StoreGuard undo(*this);
     const std::streamoff start = seekableOffset();
     storeObject(object, false);
@@ -446,7 +446,8 @@ void qc_ArchiveIndex::storeObject(qcPersistent& object, bool marked) {
   patchSize(field, bodyStart, wide, kEntrySizeLine);
 }
 
-void qc_ArchiveIndex::loadObject(qcPersistent& object) {
+// Whether it had an entry, which says where it ends.
+bool qc_ArchiveIndex::loadObject(qcPersistent& object) {
   checkRoom();
   countObject();
   const Level level(*this, object);
@@ -472,7 +473,7 @@ void qc_ArchiveIndex::loadObject(qcPersistent& object) {
     if (!marked && observer) observer->beginObject({at, 0}, typeid(object));
     if (!marked && object.loadLegacy(archive_)) {
       if (observer) observer->endObject();
-      return;
+      return false;
     }
     Body body;
     if (isSeekable()) {
@@ -489,6 +490,7 @@ void qc_ArchiveIndex::loadObject(qcPersistent& object) {
     object.serialize(archive_, 1);
     if (isSeekable()) skipTo(body.at, body.size, kEntrySizeLine);
     if (observer) observer->endObject();
+    return isSeekable();
   } catch (qcException& error) {  // while it is known what is being loaded
     archive_.explain(error);
     throw;
@@ -726,16 +728,14 @@ qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& beh
   // One that was redirected, and back, may refer to another object than the one whose place it tells.
   const bool isFirst = (record.kind & kSecondNumber) == 0;
   if (isFirst && (record.size == 0 || !chain_.object(reference.id))) reference.position = record.last;
-  // Whether it brought an object along, its flag says and, as long as it was never redirected, the place that it tells
-  // and the object behind it, so that one of these may be wrong. That object may also be gone.
-  const qc_Record* next = chain_.at(record.end());
+  // Whether it brought an object along, its flag says and, as long as it was never redirected, the place that it tells.
+  // One of them may be wrong.
   const bool isPristine = isFirst && record.size == 0 && !record.isRemoved();
-  const bool isThere = next && next->is(kObject) && (next->id == record.id || record.size != 0);
   const bool isNext = record.last == static_cast<qcUInt64>(record.end());
-  const int votes = (record.isFollowed() ? 1 : 0) + (isNext ? 1 : 0) + (isThere ? 1 : 0);
-  if (isPristine ? votes < 2 : !record.isFollowed()) return reference;
-  if (reference.id != record.id && !isThere) {
-    behind = record.end();
+  const bool isDoubtful = isPristine && record.isFollowed() != isNext;
+  if (isDoubtful ? !isBrought(record) : !record.isFollowed()) return reference;
+  if (reference.id != record.id && !isBrought(record)) {  // nobody needs it
+    behind = endOfRest(record);
     return reference;
   }
   qc_Record object = readRecord();
@@ -743,7 +743,7 @@ qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& beh
     throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine), "the object of the pointer",
                            "another record");
   }
-  if (object.size == 0 && isThere) object.size = next->size;  // which its head has lost
+  if (object.size == 0) object.size = chain_.ownSize(object, archive_.endOffset());  // which its head has lost
   if (static_cast<qcUInt64>(archive_.endOffset() - object.bodyAt()) < object.size) {
     throw archive_.located(qcArchive::Eof(kIndexSource, kRecordSizeLine),
                            "an object of " + std::to_string(object.size) + " bytes",
@@ -754,6 +754,27 @@ qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& beh
   if (object.id == reference.id && !object.isRemoved()) return inlineOf(object);
   behind = endOf(object);
   return reference;
+}
+
+// Whether the object lies behind a pointer that it brought along.
+bool qc_ArchiveIndex::isBrought(const qc_Record& pointer) {
+  const auto next = chain_.headAt(pointer.end());
+  if (!next || !next->is(kObject)) return false;
+  // The chain knows more than a head that is damaged, but not what others have stored since it was read.
+  const bool isBehind = next->previous == static_cast<qcUInt64>(pointer.at) || chain_.at(pointer.end());
+  return isBehind && (next->id == pointer.id || pointer.size != 0);  // redirecting changes the pointer's number
+}
+
+// Where what is left of an object ends that a pointer brought along: behind its entry, or with the pointer.
+std::streamoff qc_ArchiveIndex::endOfRest(const qc_Record& pointer) {
+  const auto next = chain_.headAt(pointer.end());
+  if (next && next->is(kObject)) return pointer.end();
+  qc_Record object = pointer;  // all heads of linked records are as long
+  object.at = pointer.end();
+  object.kind = kObject;
+  object.size = 0;
+  const std::streamoff end = endOf(object);
+  return end == object.bodyAt() ? pointer.end() : end;
 }
 
 // Where a linked object ends, by its own entry if that tells.
@@ -861,9 +882,10 @@ qc_ArchiveIndex::Given qc_ArchiveIndex::loadInline(const qc_Record& record, qc_P
   const std::streamoff bodyStart = seekableOffset();
   const std::size_t place = made_.size();
   const Given given = makeObject(owned ? 0 : record.id, cast);
-  loadObject(*given.object);
+  const bool hasEntry = loadObject(*given.object);
   // Where a linked object ends, its own entry says as well.
-  const bool isLonger = record.previous != 0 && record.size > static_cast<qcUInt64>(seekableOffset() - bodyStart);
+  const bool isLonger =
+      hasEntry && record.previous != 0 && record.size > static_cast<qcUInt64>(seekableOffset() - bodyStart);
   if (isSeekable() && record.size != 0 && !isLonger) skipTo(bodyStart, record.size, kRecordSizeLine);
   const std::lock_guard guard(qc_HeldTable::lock());
   qc_HeldTable::Entry& entry = held_[made_[place]];

@@ -142,9 +142,11 @@ class qc_ArchiveIndex {
   void addLevels(std::int32_t height);
   std::int32_t storeNew(qcPersistent& object, bool owned, unsigned char kind);
   void storeObject(qcPersistent& object, bool marked);
-  void loadObject(qcPersistent& object);
+  bool loadObject(qcPersistent& object);
 
   qc_Record unlinked(const qc_Record& record, std::streamoff& behind, qc_Record& brought);
+  bool isBrought(const qc_Record& pointer);
+  std::streamoff endOfRest(const qc_Record& pointer);
   std::streamoff endOf(const qc_Record& object);
   qc_Record inlineOf(const qc_Record& object) const;
   void checkPlace(const qc_Record& reference);
