@@ -746,6 +746,7 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   std::string lost = text("d.vdb");
   write("bare.arc", "\x03\x01" + std::string(60, 'x'));
   write("r.vdb", lost);
+  write("ahead.vdb", std::string(lost).replace(14, 1, "\1"));  // a record is announced behind the end
   write("cut.vdb", lost.substr(0, lost.size() - 5));
   write("first.vdb", lost.substr(0, 75));
   std::string header = lost;
@@ -767,6 +768,7 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
     const auto at = [&](std::size_t i) { return static_cast<std::size_t>(archive.records()[i].at); };
     write("pointer.vdb", text("d.vdb").replace(at(9) - 32, 17, 17, '\0'));
     write("link.vdb", text("d.vdb").replace(at(3) + 18, 8, 8, '\0').substr(0, at(7) + 20));
+    write("inside.vdb", text("d.vdb").replace(at(3) + 18, 1, 1, static_cast<char>(at(4) - 1)));
     write("links.vdb", text("d.vdb").replace(at(3) + 18, 8, 8, '\0').replace(at(4) + 18, 8, 8, '\0'));
     archive.seek(qcArchive::Position(pointer));
     archive.removePointer();
@@ -799,6 +801,8 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   for (const auto& [name, said] : std::map<std::string, std::string>{{"mark", "record 3: no object belongs"},
                                                                      {"orphan", "the record that it belongs to"},
                                                                      {"shifted", "bytes in which no record"},
+                                                                     {"ahead", "nothing was lost"},
+                                                                     {"inside", "nothing was lost"},
                                                                      {"killed", "nothing was lost"},
                                                                      {"r", "nothing was lost"},
                                                                      {"cuta", "record 3: "},

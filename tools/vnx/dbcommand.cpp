@@ -17,6 +17,7 @@
 
 #include "extract.h"
 #include "files.h"
+#include "format.h"
 #include "info.h"
 #include "json.h"
 #include "numberoption.h"
@@ -39,7 +40,13 @@ qcVDB::Grade gradeOf(const std::string& text) {
   throw WrongCall("a grade is unknown, good, bad or review, not \"" + text + '"');
 }
 
+void requireArchive(const std::string& path) {
+  requireReadable(path);
+  if (kindOf(path) == FileKind::bitmap) throw FileError(path, "is a bitmap, and no tool database");
+}
+
 void requireChain(const qcArchive& archive, const std::string& path) {
+  if (!archive.isSeekable()) throw FileError(path, "is a plain archive, and no tool database");
   if (!hasChain(archive, path)) throw FileError(path, "is no tool database: no chain of records begins at byte 2");
 }
 
@@ -47,7 +54,7 @@ void requireChain(const qcArchive& archive, const std::string& path) {
 Exit exitOf(const qcArchive& archive, const std::string& path, Exit exit) {
   const std::string damage = damageOf(archive);
   if (damage.empty()) return exit;
-  std::cerr << "vnx db: " << path << ": " << damage << "; vnx db salvage finds them\n";
+  std::cerr << "vnx db: " << path << ": " << damage << '\n';
   return kMalformed;
 }
 
@@ -59,7 +66,10 @@ std::string classOf(qcVDBArchive& database, const std::set<long>& without) {
   try {
     return lineText(database.recordTypeName());
   } catch (const qcVDBRecordBase::NoResult&) {
-    delete database.loadRecord();  // says what is wrong with it
+    try {
+      delete database.loadRecord();            // says what is wrong with it
+    } catch (const qcArchive::UnknownType&) {  // which has nothing to do with it
+    }
     throw;
   }
 }
@@ -88,11 +98,13 @@ bool list(qcVDBArchive& database, const std::string& path) {
 void show(qcVDBArchive& database) {
   const qcVDBHeader header = database.loadHeader();
   const std::set<long> without = withoutObject(database);
-  std::cout << "  record        " << database.currentRecord() << "\n  class         " << classOf(database, without)
-            << "\n  grade         " << gradeText(header.currentGrade()) << ", saved as "
-            << gradeText(header.savedGrade()) << "\n  type          " << header.currentType() << ", saved as "
-            << header.savedType() << "\n  metric        " << header.distanceMetric() << "\n  comment       "
+  std::cout << "  record        " << database.currentRecord() << "\n  grade         "
+            << gradeText(header.currentGrade()) << ", saved as " << gradeText(header.savedGrade())
+            << "\n  type          " << header.currentType() << ", saved as " << header.savedType()
+            << "\n  metric        " << header.distanceMetric() << "\n  comment       "
             << lineText(qf_NarrowLossy(header.comment())) << '\n';
+  const std::string name = classOf(database, without);
+  std::cout << "  class         " << name << '\n';
   if (without.contains(database.currentRecord())) return;
   try {
     const std::unique_ptr<qcVDBRecordBase> record(database.loadRecord());
@@ -125,7 +137,7 @@ bool check(qcVDBArchive& database, const std::string& path) {
       std::cout << "  " << path << ": record " << number << ": " << textOf(error) << '\n';
     }
   }
-  std::cout << "  " << sound + unknown + bare + bad << " records, " << bad << " of them bad; " << unknown
+  std::cout << "  " << counted(sound + unknown + bare + bad, "record") << ", " << bad << " of them bad; " << unknown
             << " of classes that this tool does not know, " << bare << " without an object: their headers were read\n";
   const auto at = [](qcArchive::Position position) { return static_cast<std::streamoff>(position); };
   const std::streamoff unfinished = at(database.archive().unfinished()), damaged = at(database.archive().damaged());
@@ -134,7 +146,7 @@ bool check(qcVDBArchive& database, const std::string& path) {
   if (damaged != 0) std::cout << "  " << damageOf(database.archive()) << '\n';
   const long unlinked = database.archive().salvage();
   if (unlinked != 0)
-    std::cout << "  " << unlinked << " heads of records that no link leads to: vnx db salvage finds them\n";
+    std::cout << "  " << counted(unlinked, "record head") << " that no link leads to: vnx db salvage links them\n";
   return bad == 0 && damaged == 0 && unlinked == 0;
 }
 
@@ -162,7 +174,8 @@ DbCommand::DbCommand(CLI::App& app)
   salvage_->add_option("-o,--output", output_, "The file to write, which must not exist");
   salvage_->add_flag("--in-place", inPlace_, "Take the file's place; the file as it was is kept as FILE.damaged");
   for (CLI::App* sub : {show_, remove_, renumber_, grade_, extract_})
-    addNumber(*sub, "number", number_, "Number of the record", 1L, qcVDBArchive::kLastNumber);
+    addNumber(*sub, "number", number_, "Number of the record", 1L, qcVDBArchive::kLastNumber)
+        ->default_str(sub == extract_ ? "all" : "");
   addNumber(*renumber_, "new", other_, "Its new number", 1L, qcVDBArchive::kLastNumber);
   grade_->add_option("grade", wanted_, "unknown, good, bad or review");
   constexpr float kMost = std::numeric_limits<float>::max();
@@ -180,7 +193,7 @@ Exit DbCommand::run() const {
   if (isOne && number_ == 0) throw WrongCall("which record? Its number is needed");
   if (renumber_->parsed() && other_ == 0) throw WrongCall("which new number?");
   const qcVDB::Grade grade = grade_->parsed() ? gradeOf(wanted_) : qcVDB::unknown;
-  requireReadable(file_);
+  requireArchive(file_);
   const bool changes = remove_->parsed() || renumber_->parsed() || grade_->parsed();
   return onFile(file_, [&](const std::wstring& path) {
     qcVDBArchive database(path, false, !changes);
@@ -188,7 +201,8 @@ Exit DbCommand::run() const {
     requireChain(archive, file_);
     if (list_->parsed()) return exitOf(archive, file_, list(database, file_) ? kGood : kMalformed);
     if (check_->parsed()) return check(database, file_) ? kGood : kMalformed;
-    if (changes && archive.damaged() != qcArchive::Position(0)) return exitOf(archive, file_, kMalformed);
+    if (changes && archive.damaged() != qcArchive::Position(0))
+      throw FileError(file_, damageOf(archive) + "; nothing was changed");
     try {
       database.gotoRecord(number_);
     } catch (const qcArchive::NotFound&) {
@@ -216,7 +230,7 @@ Exit DbCommand::run() const {
 
 Exit DbCommand::extract() const {
   if (output_.empty()) throw WrongCall("-o is missing");
-  requireReadable(file_);
+  requireArchive(file_);
   return onFile(file_, [&](const std::wstring&) {
     const auto archive = openArchive(file_);
     requireChain(*archive, file_);
@@ -254,6 +268,5 @@ Exit DbCommand::salvage() const {
   if (output_.empty() == !inPlace_) throw WrongCall("where to? -o NEW or --in-place");
   requireReadable(file_);
   const bool isWhole = salvageArchive(file_, inPlace_ ? file_ : output_, std::cout, inPlace_ ? file_ + ".damaged" : "");
-  std::cout << (isWhole ? "nothing was lost\n" : "all else was saved\n");
   return isWhole ? kGood : kMalformed;
 }

@@ -35,7 +35,7 @@ class Printer {
     }
     std::cout << file_ << ": ";
     if (archive) std::cout << (archive->isSeekable() ? "a seekable " : "a plain ") << order << " archive, ";
-    std::cout << bytes << " bytes\n";
+    std::cout << counted(bytes, "byte") << '\n';
   }
 
   void operator()(const Entry& entry) {

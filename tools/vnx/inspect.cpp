@@ -17,6 +17,7 @@
 #include <vnxstd/except/typename.h>
 #include <vnxstd/vdb/vdbr_com.h>
 
+#include "format.h"
 #include "json.h"
 #include "objects.h"
 #include "recordhead.h"
@@ -359,7 +360,7 @@ class Inspection {
       found = "a link to byte " + std::to_string(link);
     else if (record.isLinked())
       found = "one behind byte " + std::to_string(record.previous) +
-              (record.is(qc_format::kObject) ? ", of " + std::to_string(record.size) + " bytes" : "");
+              (record.is(qc_format::kObject) ? ", of " + counted(static_cast<long long>(record.size), "byte") : "");
     bytes.resize(std::min(bytes.size(), qc_format::kRecordHead));
     if (found.empty()) found = bytes.empty() ? "the end" : qf_Hex(bytes);
     const auto* error = isHeadless_ ? L"no chain of records begins here" : L"the chain of records is broken here";

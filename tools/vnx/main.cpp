@@ -10,6 +10,8 @@
 #include <csignal>
 #include <cstdio>
 #include <iostream>
+#include <memory>
+#include <vector>
 
 #include "blobscommand.h"
 #include "dbcommand.h"
@@ -26,13 +28,36 @@ namespace {
 
 constexpr const char* kCommands = "gauge, blobs, render, db, dump, verify, info and demo";
 
+// Commands say themselves what is missing: no argument is marked as required. One that is not needed has a default.
+class Help : public CLI::Formatter {
+  std::string make_option_usage(const CLI::Option* option) const override {
+    const bool isNeeded = option->get_positional() && option->get_default_str().empty();
+    return isNeeded ? make_option_name(option, true) : CLI::Formatter::make_option_usage(option);
+  }
+};
+
+// The command that was called, from the program's name to that of a command of a command.
+std::vector<const CLI::App*> calledOf(const CLI::App& app) {
+  std::vector<const CLI::App*> called{&app};
+  while (!called.back()->get_subcommands().empty()) called.push_back(called.back()->get_subcommands().front());
+  return called;
+}
+
+std::string nameOf(const CLI::App& app) {
+  std::string name;
+  for (const CLI::App* command : calledOf(app)) name += (name.empty() ? "" : " ") + command->get_name();
+  return name;
+}
+
 // The file that a call is about: the first argument of its command.
 std::string fileOf(const CLI::App& app) {
-  const CLI::App* command = &app;
-  while (!command->get_subcommands().empty()) command = command->get_subcommands().front();
-  for (const CLI::Option* option : command->get_options())
+  for (const CLI::Option* option : calledOf(app).back()->get_options())
     if (option->get_positional() && option->count() != 0) return option->results().front();
   return "the call";
+}
+
+void sayWrong(const CLI::App& app, const std::string& reason) {
+  std::cerr << nameOf(app) << ": " << reason << '\n' << nameOf(app) << " --help says what can be asked.\n";
 }
 
 // A file that is opened gets the first number that is free: were it that of a closed standard stream, what is printed
@@ -48,6 +73,7 @@ bool takeClosedStreams() {
 
 int run(int argc, char** argv) {
   CLI::App app{"Measures features in bitmaps, finds regions, and says and draws what bitmaps and archives hold", "vnx"};
+  app.formatter(std::make_shared<Help>());
   app.set_version_flag("--version", "vnx " VNXSTD_VERSION);
   app.require_subcommand(0, 1);
   const GaugeCommand gauge(app);
@@ -65,10 +91,8 @@ int run(int argc, char** argv) {
       "Exit status: 0 done, 1 nothing found (demo: or out of tolerance), 2 a wrong call, 3 a file is malformed, 4 a "
       "limit\n"
       "was exceeded, 5 reading or writing failed");
-  std::string command = "vnx";
   try {
     app.parse(argc, argv);
-    if (!app.get_subcommands().empty()) command += ' ' + app.get_subcommands().front()->get_name();
     if (gauge.wanted()) return gauge.run() ? kGood : kNotFound;
     if (blobs.wanted()) return blobs.run() ? kGood : kNotFound;
     if (db.wanted()) return db.run();
@@ -83,13 +107,11 @@ int run(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);  // a call for help
     std::string reason = error.what();
-    if (!app.get_subcommands().empty())
-      command += ' ' + app.get_subcommands().front()->get_name();
-    else if (argc > 1 && argv[1][0] != '-')
+    if (app.get_subcommands().empty() && argc > 1 && argv[1][0] != '-')
       reason = '"' + std::string(argv[1]) + "\" is no command; there are " + kCommands;
-    std::cerr << command << ": " << reason << '\n' << command << " --help says what can be asked.\n";
+    sayWrong(app, reason);
   } catch (const WrongCall& error) {
-    std::cerr << command << ": " << error.what() << '\n' << command << " --help says what can be asked.\n";
+    sayWrong(app, error.what());
   } catch (const std::bad_alloc&) {
     throw FileError(fileOf(app), "memory does not suffice for what it holds", Fault::limit);
   }

@@ -49,7 +49,7 @@ bool hasChain(const qcArchive& archive, const std::string& path) {
 std::string damageOf(const qcArchive& archive) {
   if (!archive.isSeekable() || archive.damaged() == qcArchive::Position(0)) return {};
   return "damaged at byte " + std::to_string(static_cast<std::streamoff>(archive.damaged())) +
-         ": records behind it are not found";
+         ": records behind it are not found; vnx db salvage looks for them";
 }
 
 bool isResult(const qcArchiveRecord& mark) {

@@ -11,8 +11,8 @@
 #include <vnxstd/archive/file.h>
 #include <vnxstd/archive/handle.h>
 
-/// Opens an archive, seekable or not as its first byte says, for reading alone. Throws the archive's errors, and FileError
-/// where its first two bytes cannot be those of what follows.
+/// Opens an archive, seekable or not as its first byte says, for reading alone. Throws the archive's errors, and
+/// FileError where its first two bytes cannot be those of what follows.
 std::unique_ptr<qcFileArchive> openArchive(const std::string& path);
 
 /// Whether an archive has a chain of records, be it damaged; `path` is the file that it reads.

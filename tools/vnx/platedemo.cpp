@@ -150,8 +150,7 @@ bool measurePlate(std::ostream& out) {
   drawInMillimetres(plate, measured);
   out << formatted("errors of polynomial:5 within %.2f mm, a tenth of a pixel, of the plate as drawn: %s\n",
                    kWorldTolerance, good ? "yes" : "NO")
-      << "written: " << kBoard << ", " << kBoardPoints << ", " << kPlate << " and " << kShapes
-      << ", which vnx render draws as " << kDrawing
-      << ";\nfor every feature plate-NAME.arc and plate-NAME-overlay.svg\n";
+      << "written: " << kBoard << ", " << kBoardPoints << ", " << kPlate << ", " << kShapes << " and " << kDrawing
+      << ", its drawing;\nfor every feature plate-NAME.arc and plate-NAME-overlay.svg\n";
   return good;
 }

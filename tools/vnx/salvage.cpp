@@ -14,6 +14,7 @@
 #include "chainmender.h"
 #include "extract.h"
 #include "files.h"
+#include "format.h"
 #include "inspect.h"
 #include "objects.h"
 #include "recordhead.h"
@@ -32,7 +33,7 @@ class Mending {
   bool run() {
     if (const qcInt64 from = linkAll(); from != 0) reportGaps(from);
     if (unfinished_ != 0 && archive_->unfinished() != qcArchive::Position(0)) {
-      lose(unfinished_, "a record that its writer has not finished");
+      if (isBegun(endOfData())) lose(unfinished_, "a record that its writer has not finished");
       archive_->append();
     }
     without_ = recordsWithoutObject(archive_->records());
@@ -40,10 +41,15 @@ class Mending {
     }
     archive_->mode(qcArchive::loading);
     archive_->sync();
+    const Records records = archive_->records();
     archive_->close();
-    reportRest();
+    const long objects = reportRest();
+    held_ = isDatabase_ ? counted(std::count_if(records.begin(), records.end(), isResult), "record")
+                        : counted(objects, "object");
     return !lost_;
   }
+  /// What the file holds then.
+  const std::string& held() const { return held_; }
 
  private:
   // Makes one chain of all records that can be found, and leaves the archive open; where the first damage lay, or 0.
@@ -64,8 +70,8 @@ class Mending {
       found = archive_->salvage();
       isDatabase_ = isDatabase(*archive_);  // what says so may have been found just now
       if (damaged == 0 && found == 0) break;
-      report_ << "the chain of records was broken at byte " << (damaged != 0 ? damaged : 2) << "; " << found
-              << " records were found behind it\n";
+      report_ << "the chain of records was broken at byte " << (damaged != 0 ? damaged : 2) << "; "
+              << counted(found, "record head") << " found behind it\n";
       const qcInt64 gap = std::max<qcInt64>(gapFrom(damaged, linked), 2);
       from = from == 0 ? gap : std::min(from, gap);
       if (archive_->records().empty() && damaged == qc_format::kAnchorAt) {
@@ -90,14 +96,25 @@ class Mending {
       const qc_Record record = headAt(file, records[i].at, isSwapped(*archive_)).record;
       const bool isNamed = record.previous == static_cast<qcUInt64>(i == 0 ? qc_format::kAnchorAt : records[i - 1].at);
       const bool isEnd = i + 1 < records.size() || record.position == 0;
-      const bool isStray = i > 0 && record.is(qc_format::kObject) && records[i - 1].kind != Kind::pointer;
+      const bool isObject = record.is(qc_format::kObject), isPart = isObject || record.is(qc_format::kPointer);
+      const bool isStray = i > 0 && isPart && records[i - 1].kind != (isObject ? Kind::pointer : Kind::mark);
       if (isDatabase_ && isStray && !isNamed && !record.isRemoved())
         lose(record.at, "object " + std::to_string(record.id) + ": the record that it belongs to was not found");
       isWhole = isWhole && isNamed && isEnd;
     }
+    if (isDatabase_) return linked.empty() ? 44 : linked.back().at;  // its own bytes are not missing
     const qcInt64 behind = linked.empty() ? 44 : linked.back().at + linked.back().size + linked.back().body;
-    if (isDatabase_) return std::min(damaged, behind);
     return isWhole || (damaged >= behind && damaged <= next) ? damaged : behind;
+  }
+
+  // Whether something of what is unfinished lies there, or was cut away: a link leads to the end, or from before it to
+  // behind it. Nothing does where it was only announced, nor where the link of the last record is damaged.
+  bool isBegun(qcInt64 end) const {
+    const Records records = archive_->records();
+    std::ifstream file(path_, std::ios::binary);
+    const qcInt64 at = records.empty() ? qc_format::kAnchorAt : records.back().at;
+    const qc_Record last = headAt(file, at, isSwapped(*archive_)).record;
+    return unfinished_ < end || last.position == static_cast<qcUInt64>(end) || (last.position != 0 && last.end() < end);
   }
 
   qcInt64 endOfData() {
@@ -115,7 +132,7 @@ class Mending {
     const qcInt64 all = endOfData();
     qcInt64 end = std::max<qcInt64>(from, 44);
     const auto gap = [&](qcInt64 to) {
-      if (to > end) lose(end, std::to_string(to - end) + " bytes in which no record was found");
+      if (to > end) lose(end, counted(to - end, "byte") + " in which no record was found");
     };
     const Records records = archive_->records();
     for (std::size_t i = 0; i < records.size(); ++i) {
@@ -132,13 +149,16 @@ class Mending {
     gap(all);
   }
 
-  // What still cannot be read, as objects between records, stays as it is.
-  void reportRest() {
+  // What still cannot be read, as objects between records, stays as it is. How many objects there are.
+  long reportRest() {
     const auto mended = openArchive(path_);
-    inspect(*mended, path_, [this](const Entry& entry) {
+    long objects = 0;
+    inspect(*mended, path_, [&](const Entry& entry) {
+      if (entry.kind == "object") ++objects;
       const bool isFault = entry.kind == "fault" && std::strcmp(entry.facts.back().name, "limit") != 0;
       if (isFault) lose(entry.at, "what lies there stays damaged: " + entry.facts.front().value);
     });
+    return objects;
   }
 
   // Marks as removed what cannot be loaded; true when there was something, since others may have referred to it.
@@ -220,23 +240,34 @@ class Mending {
   ChainMender chain_;
   std::unique_ptr<qcFileArchive> archive_;
   qcInt64 unfinished_ = 0;  // where that lay
+  std::string held_;
   std::set<long> without_;  // records whose object was taken away by those who used the file
   bool isDatabase_ = false, lost_ = false;
 };
 
-// How much of a plain archive lies before its first fault.
-qcInt64 soundPrefix(const std::string& path, std::ostream& report) {
+// What of a plain archive lies before its first fault.
+struct Sound {
+  qcInt64 bytes;
+  long objects = 0;
+};
+
+Sound soundPrefix(const std::string& path, std::ostream& report) {
   const auto archive = openArchive(path);
   const qcInt64 all = static_cast<std::streamoff>(archive->tell()) + archive->remaining();
   qcInt64 item = static_cast<std::streamoff>(archive->tell());
-  qcInt64 sound = all;
+  Sound sound{all};
+  long objects = 0;
   const Fault worst = inspect(*archive, path, [&](const Entry& entry) {
-    if (entry.kind == "fault" && sound == all) {
-      sound = item;
-      report << "lost: from byte " << sound << " on: at byte " << entry.at << ": " << entry.facts.front().value << '\n';
+    if (entry.kind == "fault" && sound.bytes == all) {
+      sound.bytes = item;
+      report << "lost: from byte " << item << " on: at byte " << entry.at << ": " << entry.facts.front().value << '\n';
     }
-    if (std::count(entry.path.begin(), entry.path.end(), '/') == 1 && entry.kind != "object") item = entry.at;
+    if (entry.kind == "object") ++objects;
+    if (std::count(entry.path.begin(), entry.path.end(), '/') != 1 || entry.kind == "object") return;
+    item = entry.at;
+    if (sound.bytes == all) sound.objects = objects;  // before the item
   });
+  if (sound.bytes == all) sound.objects = objects;
   if (worst > Fault::content) throw FileError(path, "cannot be read whole, and what is damaged cannot be told", worst);
   return sound;
 }
@@ -245,6 +276,7 @@ qcInt64 soundPrefix(const std::string& path, std::ostream& report) {
 
 bool salvageArchive(const std::string& path, const std::string& to, std::ostream& report, const std::string& kept) {
   bool isWhole = true;
+  std::string held;
   if (kept.empty()) requireDistinct(path, to);
   const auto mend = [&](const std::string& part) {
     const bool isSeekable = onFile(path, [&](const std::wstring&) {
@@ -254,14 +286,22 @@ bool salvageArchive(const std::string& path, const std::string& to, std::ostream
     copyFile(path, part, to);
     onFile(path, [&](const std::wstring&) {
       if (isSeekable) {
-        isWhole = Mending(part, report).run();
+        Mending mending(part, report);
+        isWhole = mending.run();
+        held = mending.held();
       } else {
-        const qcInt64 sound = soundPrefix(path, report);
-        isWhole = sound == static_cast<qcInt64>(std::filesystem::file_size(part));
-        std::filesystem::resize_file(part, static_cast<std::uintmax_t>(sound));
+        const Sound sound = soundPrefix(path, report);
+        isWhole = sound.bytes == static_cast<qcInt64>(std::filesystem::file_size(part));
+        held = counted(sound.objects, "object");
+        std::filesystem::resize_file(part, static_cast<std::uintmax_t>(sound.bytes));
       }
     });
   };
-  writeWhole(to, kept.empty() ? Existing::refused : Existing::replaced, mend, kept);
+  const bool isNew = writeWhole(to, kept.empty() ? Existing::refused : Existing::replaced, mend, kept);
+  if (isNew)
+    report << (isWhole ? "nothing was lost; " : "all else was saved; ") << to << " holds " << held << '\n';
+  else
+    report << (isWhole ? "nothing is damaged; " : "nothing else is damaged; ") << to << " holds " << held
+           << ", and is left as it is\n";
   return isWhole;
 }

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <iostream>
 
+#include "format.h"
 #include "inspect.h"
 #include "numberoption.h"
 #include "objects.h"
@@ -37,7 +38,7 @@ Exit VerifyCommand::run() const {
   if (kind == FileKind::bitmap) {
     const auto size = static_cast<qcInt64>(std::filesystem::file_size(file_));
     if (size > limits_.bytes)
-      throw FileError(file_, std::to_string(size) + " bytes, but at most " + std::to_string(limits_.bytes) + " allowed",
+      throw FileError(file_, counted(size, "byte") + ", but at most " + std::to_string(limits_.bytes) + " allowed",
                       Fault::limit);
     const auto image = readBitmap(file_);
     std::cout << file_ << ": good: a bitmap of " << image.width() << " x " << image.height() << " px\n";
@@ -56,7 +57,9 @@ Exit VerifyCommand::run() const {
     for (const auto& [name, value] : entry.facts) std::cerr << ' ' << name << ' ' << value;
     std::cerr << '\n';
   });
-  std::cout << file_ << ": " << (fault == Fault::none ? "good: " : "not good: ") << objects << " objects; " << opaque
-            << " bytes of which only their writer knows more\n";
+  constexpr const char* kVerdicts[] = {"good: ", "not good: ", "not read whole: ", "not read whole: "};
+  std::cout << file_ << ": " << kVerdicts[static_cast<int>(fault)] << counted(objects, "object") << "; "
+            << counted(opaque, "byte") << " of which only their writer knows more"
+            << (fault == Fault::content ? "; vnx db salvage saves what can be read" : "") << '\n';
   return exitOf(fault);
 }

@@ -1,5 +1,6 @@
 #include "wholefile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <system_error>
@@ -46,8 +47,8 @@ bool syncFile(std::FILE* file) { return ::fsync(::fileno(file)) == 0 || errno ==
   throw FileError(path, "cannot be written: " + causeText(cause), Fault::medium);
 }
 
-void requireUnused(const std::string& path) {
-  if (fs::exists(fs::symlink_status(path))) throw WrongCall(path + " exists already");
+void requireUnused(const std::string& path, const char* advice = "") {
+  if (fs::exists(fs::symlink_status(path))) throw WrongCall(path + " exists already" + advice);
 }
 
 // Gives a file a further name, which nothing has; false when the medium knows no such names.
@@ -56,6 +57,20 @@ bool nameAlso(const std::string& path, const std::string& other) {
   fs::create_hard_link(path, other, failed);
   if (failed) requireUnused(other);
   return !failed;
+}
+
+bool isSameContent(const std::string& a, const std::string& b) {
+  if (fs::file_size(a) != fs::file_size(b)) return false;
+  std::ifstream first(a, std::ios::binary), second(b, std::ios::binary);
+  std::vector<char> bytes(65536), others(bytes.size());
+  const auto size = static_cast<std::streamsize>(bytes.size());
+  while (first && second) {
+    first.read(bytes.data(), size);
+    second.read(others.data(), size);
+    if (first.gcount() != second.gcount()) return false;
+    if (!std::equal(bytes.begin(), bytes.begin() + first.gcount(), others.begin())) return false;
+  }
+  return first.eof() && second.eof();
 }
 
 void syncByName(const std::string& path) {
@@ -75,7 +90,7 @@ void requireDistinct(const std::string& from, const std::string& to) {
 WholeFile::WholeFile(const std::string& path, Existing existing, std::string kept)
     : path_(path), kept_(std::move(kept)), existing_(existing), held_(nullptr, &std::fclose) {
   if (existing == Existing::refused) requireUnused(path);
-  if (!kept_.empty()) requireUnused(kept_);
+  if (!kept_.empty()) requireUnused(kept_, "; move it away first");
   const fs::file_status status = fs::status(path_);
   if (fs::exists(status) && !fs::is_regular_file(status)) {
     part_ = path_;
@@ -118,13 +133,14 @@ void WholeFile::create() {
   fail(path_, errno);
 }
 
-void WholeFile::finish() {
-  if (!isMade_) return;
+bool WholeFile::finish() {
+  if (!isMade_) return true;
+  if (!kept_.empty() && isSameContent(part_, path_)) return false;
   syncByName(part_);
   if (!kept_.empty() && !nameAlso(path_, kept_)) {
     writeWhole(kept_, Existing::refused, [this](const std::string& part) { copyFile(path_, part, kept_); });
   }
-  if (existing_ == Existing::refused && nameAlso(part_, path_)) return;  // the other name goes with this object
+  if (existing_ == Existing::refused && nameAlso(part_, path_)) return true;  // the other name goes with this object
 #if defined(_WIN32)
   held_.reset();  // what is open keeps its name there
 #endif
@@ -133,6 +149,7 @@ void WholeFile::finish() {
   isMade_ = static_cast<bool>(failed);
   if (failed && !kept_.empty()) fs::remove(kept_, ignored);
   if (failed) fail(path_, failed.value());
+  return true;
 }
 
 // The standard library's way does not say why it fails.

@@ -34,8 +34,9 @@ class WholeFile {
   /// Where to write.
   const std::string& part() const { return part_; }
   /// Gives the file its name, once everything that writes to it is closed; at every moment there is the old file or the
-  /// new one. Throws as the constructor does.
-  void finish();
+  /// new one. Returns false, and leaves the file that there is alone, where that was to be kept and what was written is
+  /// the same. Throws as the constructor does.
+  bool finish();
 
  private:
   void create();
@@ -46,13 +47,14 @@ class WholeFile {
   bool isMade_ = false;
 };
 
-/// Calls `work(part)`, which writes the file, with the name to write to. What fails becomes a FileError of `path`.
+/// Calls `work(part)`, which writes the file, with the name to write to, and returns what `finish` does. What fails
+/// becomes a FileError of `path`.
 template <class Work>
-void writeWhole(const std::string& path, Existing existing, Work work, const std::string& kept = {}) {
+bool writeWhole(const std::string& path, Existing existing, Work work, const std::string& kept = {}) {
   try {
     WholeFile file(path, existing, kept);
     onFile(path, [&](const std::wstring&) { work(file.part()); });
-    file.finish();
+    return file.finish();
   } catch (const std::filesystem::filesystem_error& error) {
     throw FileError(path, error.code().message(), Fault::medium);
   }
