@@ -46,6 +46,8 @@ int main() try {
     database.sync();  // throws when the disk is full; the destructor could not
   }
   qcVDBArchive database(L"results.vdb", false, true);
+  if (database.archive().damaged() != qcArchive::Position(0))  // only the records before that place are found
+    std::cerr << "results.vdb is damaged: vnx db salvage results.vdb -o NEW saves what can be read\n";
   for (long number = database.firstRecord(); number != 0; number = database.nextRecord()) {
     const std::unique_ptr<qcVDBRecordBase> record(database.loadRecord());
     const auto& result = dynamic_cast<const Result&>(*record);
