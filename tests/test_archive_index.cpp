@@ -425,7 +425,7 @@ TEST(Index, WhatIsStoredBehindSomethingUnfinishedStays) {
   marks.writeNewMark(1);
   marks.raw(std::string(390, 'x').data(), 390);
   marks.writeNewMark(2);
-  for (const std::size_t byte : {0, 4, 8, 27}) {
+  for (const std::size_t byte : {0U, 4U, 8U, 27U}) {
     std::string flipped = bytesOf(marks);
     flipped[476 + byte] ^= '\x80';
     EXPECT_EQ(BytesArchive(flipped, true)->damaged(), qcArchive::Position(476)) << byte;

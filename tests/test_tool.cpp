@@ -897,7 +897,7 @@ TEST_F(Tool, SalvagesWhatIsNotDamaged) {
       expectRecord(one, number);
     }
     qcRandomUniform random(11);
-    for (const std::size_t at : {0, 1}) {  // no chain is read in another way than it was written
+    for (const std::size_t at : {0U, 1U}) {  // no chain is read in another way than it was written
       std::string bytes = whole;
       bytes[at] ^= 1;
       std::ofstream(file("e.vdb"), std::ios::binary) << bytes;
