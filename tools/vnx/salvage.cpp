@@ -301,7 +301,7 @@ bool salvageArchive(const std::string& path, const std::string& to, std::ostream
   if (isNew)
     report << (isWhole ? "nothing was lost; " : "all else was saved; ") << to << " holds " << held << '\n';
   else
-    report << (isWhole ? "nothing is damaged; " : "nothing else is damaged; ") << to << " holds " << held
+    report << (isWhole ? "nothing to mend; " : "nothing else to mend; ") << to << " holds " << held
            << ", and is left as it is\n";
   return isWhole;
 }
