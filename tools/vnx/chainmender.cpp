@@ -64,8 +64,8 @@ std::optional<qc_Record> ChainMender::lostRecord(qcArchive& archive, std::istrea
   const qcInt64 end = std::max<qcInt64>(last.end(), isMark ? headerEnd(archive, last.told()) : 0);
   if (archive.unfinished() == qcArchive::Position(end)) return std::nullopt;
   const auto next = recordAt(end);
-  const bool isAhead = anchor.size > static_cast<qcUInt64>(last.at);
-  return next || !isFirst || isAhead ? next : recordAt(foundBehind(last, swap));
+  // What is announced last and there is the last one; other data behind it may look like a record.
+  return next || !isFirst || anchor.size != 0 ? next : recordAt(foundBehind(last, swap));
 }
 
 // Where the first record lies that is found behind the last one if that leads to somewhere; 0 for none.

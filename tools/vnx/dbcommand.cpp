@@ -196,6 +196,7 @@ Exit DbCommand::run() const {
   requireArchive(file_);
   const bool changes = remove_->parsed() || renumber_->parsed() || grade_->parsed();
   return onFile(file_, [&](const std::wstring& path) {
+    checkHead(file_);
     qcVDBArchive database(path, false, !changes);
     const qcArchive& archive = database.archive();
     requireChain(archive, file_);

@@ -1,5 +1,9 @@
 #include "objects.h"
 
+#include <algorithm>
+#include <bit>
+#include <string_view>
+
 #include <vnxstd/archive/persistent.h>
 #include <vnxstd/archive/text.h>
 #include <vnxstd/vdb/vdbarch.h>
@@ -16,27 +20,55 @@ void KeptObjects::add(qcPersistent* object) {
 
 namespace {
 
-// Whether the anchor leads to a record that names it, if numbers are read in this order.
-bool isLeading(std::istream& file, bool swap) {
-  const qc_Record anchor = headAt(file, qc_format::kAnchorAt, swap).record;
-  if (!anchor.is(qc_format::kAnchor) || anchor.position == 0 || anchor.position > INT64_MAX) return false;
-  const auto first = headAt(file, static_cast<qcInt64>(anchor.position), swap).linked();
-  return first && first->previous == static_cast<qcUInt64>(qc_format::kAnchorAt);
+// Where the first object of a chain lies whose numbers are read in this order; nothing where the anchor leads to no
+// record that names it.
+std::optional<qcInt64> firstObject(std::istream& file, bool swap) {
+  constexpr int kMost = 8;  // records before it
+  qc_Record last = headAt(file, qc_format::kAnchorAt, swap).record;
+  if (!last.is(qc_format::kAnchor)) return std::nullopt;
+  for (int i = 0; i < kMost && !last.is(qc_format::kObject); ++i) {
+    if (last.position == 0 || last.position > INT64_MAX) break;
+    const auto next = headAt(file, static_cast<qcInt64>(last.position), swap).linked();
+    if (!next || next->previous != static_cast<qcUInt64>(last.at)) break;
+    last = *next;
+  }
+  return last.is(qc_format::kAnchor) ? std::nullopt : std::optional<qcInt64>(last.at);
+}
+
+// Whether the object that begins soon behind a place has a marker, as none of version 0 has.
+bool isMarked(std::istream& file, qcInt64 at) {
+  constexpr std::string_view kMarker = "\xF1\x66\x4B\xDF", kEntry = "\x6F\x8B\x68\x44";
+  std::string bytes(512, '\0');
+  file.clear();
+  file.seekg(at).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<std::size_t>(std::max<std::streamsize>(file.gcount(), 0)));
+  return bytes.find(kMarker) < bytes.find(kEntry);
 }
 
 }  // namespace
 
+void checkHead(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  const int first = file.get(), order = file.get();
+  if (!file || (order != 0 && order != 1)) return;
+  const bool isSeekable = (first & 1) != 0, swap = (order == 1) != (std::endian::native == std::endian::little);
+  const auto object = firstObject(file, swap), other = firstObject(file, !swap);
+  const auto id = [&](bool swapped) { return headAt(file, qc_format::kAnchorAt, swapped).record.id; };
+  constexpr std::int32_t kLarge = 1 << 24, kSmall = 1 << 16;
+  const bool isOther = isSeekable ? !object && other : !other && id(swap) >= kLarge && id(!swap) < kSmall;
+  if (isOther) throw FileError(path, "at byte 1: expected the byte order of its records, found the other one");
+  if (first >> 1 == 0 && isMarked(file, isSeekable && object ? *object : qc_format::kAnchorAt))
+    throw FileError(path, "at byte 0: expected version 1, as objects have markers, found version 0");
+}
+
 std::unique_ptr<qcFileArchive> openArchive(const std::string& path) {
+  checkHead(path);
   std::ifstream file(path, std::ios::binary);
   const int first = file.get();
   // No plain archive has an anchor: one that says that it is plain is refused as a seekable one.
   const bool isSeekable = (first != std::ifstream::traits_type::eof() && (first & 1) != 0) ||
                           headAt(file, qc_format::kAnchorAt, false).record.is(qc_format::kAnchor);
-  auto archive =
-      std::make_unique<qcFileArchive>(qf_Widen(path), qcArchive::loading, qcArchive::littleEndian, isSeekable, true);
-  if (const bool swap = isSwapped(*archive); isSeekable && !isLeading(file, swap) && isLeading(file, !swap))
-    throw FileError(path, "at byte 1: expected the byte order of its records, found the other one");
-  return archive;
+  return std::make_unique<qcFileArchive>(qf_Widen(path), qcArchive::loading, qcArchive::littleEndian, isSeekable, true);
 }
 
 bool hasChain(const qcArchive& archive, const std::string& path) {

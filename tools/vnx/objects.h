@@ -11,6 +11,10 @@
 #include <vnxstd/archive/file.h>
 #include <vnxstd/archive/handle.h>
 
+/// Throws FileError where the first two bytes of an archive cannot be those of what follows: its version is not that of
+/// its objects, or the order not that of its numbers.
+void checkHead(const std::string& path);
+
 /// Opens an archive, seekable or not as its first byte says, for reading alone. Throws the archive's errors, and
 /// FileError where its first two bytes cannot be those of what follows.
 std::unique_ptr<qcFileArchive> openArchive(const std::string& path);
