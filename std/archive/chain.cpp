@@ -175,8 +175,8 @@ std::streamoff qc_RecordChain::lostObject(std::streamoff end) {
 }
 
 // Where the last record did lead to; 0 for nowhere. A link that says nothing when it is lost: what was stored behind it
-// has been announced since, is there, and names what was before it. Nothing is announced any more once a record was
-// given up.
+// has been announced since, is there, and names what was before it. Once a record was given up, the last one before it
+// is announced again.
 std::streamoff qc_RecordChain::lostLink(std::streamoff end) {
   qc_Record record;
   auto place = static_cast<std::streamoff>(std::min(anchor_.size, static_cast<qcUInt64>(end)));
@@ -411,7 +411,7 @@ void qc_RecordChain::relink() {
   }
   anchored_ = true;
   broken_ = 0;
-  announce(0, std::max(lastId, static_cast<std::int32_t>(anchor_.last)));
+  announceLast(std::max(lastId, static_cast<std::int32_t>(anchor_.last)));
 }
 
 // Whether a record follows the last one by what it says. It leads ahead; or it is the last one itself, which never lies
@@ -650,6 +650,9 @@ void qc_RecordChain::announce(std::streamoff place, std::int32_t lastId) {
   writeAt(anchor_.at, [this] { writeHead(anchor_); });
 }
 
+// Nothing was begun since the last record, from which those before it can be found.
+void qc_RecordChain::announceLast(std::int32_t lastId) { announce(records_.empty() ? 0 : tail().at, lastId); }
+
 void qc_RecordChain::keepBehind(std::streamoff place) {
   if (unfinished_ != 0 && broken_ == 0 && place >= unfinished_) giveUp();
 }
@@ -663,7 +666,7 @@ void qc_RecordChain::giveUp() {
     const bool isThere = place != 0 && readAside([&] { return place < archive_.endOffset() && isBegun(place); });
     cutLink();
     if (isThere) overwrite<unsigned char>(place, 0);  // others may have stored something else there
-    announce(0, static_cast<std::int32_t>(anchor_.last));
+    announceLast(static_cast<std::int32_t>(anchor_.last));
   } catch (...) {
     unfinished_ = place;
     throw;
@@ -681,7 +684,8 @@ void qc_RecordChain::cutUnfinished(std::streamoff unfinished) {
   if (unfinished == 0 || broken_ != 0) return;
   cutLink();  // first: one that was torn must not lead behind the end
   // What was stored since the archive was opened lies behind it, and stays.
-  if (archive_.endOffset() == openedEnd_ && archive_.truncate(unfinished)) archive_.highWater_ = unfinished;
+  if (archive_.endOffset() == openedEnd_ && archive_.truncate(unfinished))
+    archive_.highWater_ = openedEnd_ = unfinished;
   archive_.seekTo(archive_.endOffset());
   giveUp();
   archive_.sync();  // nothing of it may turn up again, should the power fail, where the next record is stored
@@ -771,7 +775,7 @@ void qc_RecordAddition::abandon() noexcept {
     qcArchive& archive = chain_.archive_;
     if (isCut) archive.highWater_ = std::min(archive.highWater_, start_);
     archive.seekTo(isCut ? start_ : archive.endOffset());
-    chain_.announce(0, static_cast<std::int32_t>(chain_.anchor_.last));
+    chain_.announceLast(static_cast<std::int32_t>(chain_.anchor_.last));
     if (hasReplaced) archive.sync();  // a mark must not turn up again in place of the one that it was to replace
   } catch (...) {
   }

@@ -115,6 +115,7 @@ class qc_RecordChain {
   void giveUp();
   void cleanStale();
   void announce(std::streamoff place, std::int32_t lastId);
+  void announceLast(std::int32_t lastId);
   void writeHead(const qc_Record& record);
   void checkClosed() const;
   template <class Write>

@@ -734,7 +734,8 @@ qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& beh
   const bool isNext = record.last == static_cast<qcUInt64>(record.end());
   const bool isDoubtful = isPristine && record.isFollowed() != isNext;
   if (isDoubtful ? !isBrought(record) : !record.isFollowed()) return reference;
-  if (reference.id != record.id && !isBrought(record)) {  // nobody needs it
+  const bool isCut = archive_.endOffset() - record.end() < static_cast<std::streamoff>(kLinkedHead);
+  if (reference.id != record.id && !isCut && !isBrought(record)) {  // it is gone, and nobody needs it
     behind = endOfRest(record);
     return reference;
   }

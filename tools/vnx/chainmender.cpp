@@ -5,6 +5,7 @@
 #include <fstream>
 #include <ostream>
 #include <set>
+#include <vector>
 
 #include "files.h"
 #include "inspect.h"
@@ -16,6 +17,23 @@ namespace {
 constexpr qcInt64 kLinkAt = 18;  // of the head of a record
 
 const auto kNone = qcArchive::Position(0);
+
+// Whether another archive, which is there as a value, begins in a part of a file.
+bool holdsAnchor(std::istream& file, qcInt64 from, qcInt64 to) {
+  constexpr std::streamsize kStep = 65536;
+  const auto& tag = qc_format::kRecordTag;
+  std::vector<char> bytes(kStep + qc_format::kRecordHead);
+  for (qcInt64 at = from; at < to; at += kStep) {
+    file.clear();
+    file.seekg(at).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    const char* const end = bytes.data() + file.gcount();
+    for (const char* head = bytes.data(); end - head >= static_cast<std::ptrdiff_t>(qc_format::kRecordHead); ++head) {
+      const auto byte = [head](std::size_t i) { return static_cast<unsigned char>(head[i]); };
+      if (byte(0) == tag[0] && byte(1) == tag[1] && byte(2) == tag[2] && byte(9) == qc_format::kAnchor) return true;
+    }
+  }
+  return false;
+}
 
 }  // namespace
 
@@ -64,8 +82,10 @@ std::optional<qc_Record> ChainMender::lostRecord(qcArchive& archive, std::istrea
   const qcInt64 end = std::max<qcInt64>(last.end(), isMark ? headerEnd(archive, last.told()) : 0);
   if (archive.unfinished() == qcArchive::Position(end)) return std::nullopt;
   const auto next = recordAt(end);
-  // What is announced last and there is the last one; other data behind it may look like a record.
-  return next || !isFirst || anchor.size != 0 ? next : recordAt(foundBehind(last, swap));
+  const bool isAhead = anchor.size > static_cast<qcUInt64>(last.at);
+  if (next || !isFirst || isAhead) return next;
+  const qcInt64 place = foundBehind(last, swap);
+  return place != 0 && !holdsAnchor(file, last.end(), place) ? recordAt(place) : std::nullopt;
 }
 
 // Where the first record lies that is found behind the last one if that leads to somewhere; 0 for none.
