@@ -716,45 +716,65 @@ qcPersistent* qc_ArchiveIndex::loadAnew(std::int32_t id) {
 }
 
 // What a linked record that stands for a pointer says: a reference, or the object that comes next. A pointer and the
-// object that it brought along end at `behind`, whatever it refers to by now.
+// object that it `brought` along end at `behind`, whatever it refers to by now.
 qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& behind, qc_Record& brought) {
   if (record.is(kObject)) return inlineOf(record);
   if (!record.is(kPointer)) {
     throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine), "a pointer or an object",
                            "a mark");
   }
-  qc_Record reference;
-  if (!record.isRemoved()) reference.id = record.number();
-  // One that was redirected, and back, may refer to another object than the one whose place it tells.
-  const bool isFirst = (record.kind & kSecondNumber) == 0;
-  if (isFirst && (record.size == 0 || !chain_.object(reference.id))) reference.position = record.last;
-  // Whether it brought an object along, its flag says and, as long as it was never redirected, the place that it tells.
-  // One of them may be wrong.
-  const bool isPristine = isFirst && record.size == 0 && !record.isRemoved();
-  const bool isNext = record.last == static_cast<qcUInt64>(record.end());
-  const bool isDoubtful = isPristine && record.isFollowed() != isNext;
-  if (isDoubtful ? !isBrought(record) : !record.isFollowed()) return reference;
-  const bool isCut = archive_.endOffset() - record.end() < static_cast<std::streamoff>(kLinkedHead);
-  if (reference.id != record.id && !isCut && !isBrought(record)) {  // it is gone, and nobody needs it
+  const qc_Record reference = referenceOf(record);
+  if (!hasBrought(record)) return reference;
+  if (reference.id != record.id && isGone(record)) {  // nobody needs it
     behind = endOfRest(record);
     return reference;
   }
+  brought = readBrought();
+  behind = brought.end();
+  if (brought.id == reference.id && !brought.isRemoved()) return inlineOf(brought);
+  behind = endOf(brought);
+  return reference;
+}
+
+// What a pointer refers to; nothing once it was removed.
+qc_Record qc_ArchiveIndex::referenceOf(const qc_Record& pointer) const {
+  qc_Record reference;
+  if (!pointer.isRemoved()) reference.id = pointer.number();
+  // One that was redirected, and back, may refer to another object than the one whose place it tells.
+  const bool isFirst = (pointer.kind & kSecondNumber) == 0;
+  if (isFirst && (pointer.size == 0 || !chain_.object(reference.id))) reference.position = pointer.last;
+  return reference;
+}
+
+// Whether a pointer brought an object along, its flag says and, as long as it was never redirected, the place that it
+// tells. One of them may be wrong.
+bool qc_ArchiveIndex::hasBrought(const qc_Record& pointer) {
+  const bool isPristine = (pointer.kind & kSecondNumber) == 0 && pointer.size == 0 && !pointer.isRemoved();
+  const bool isNext = pointer.last == static_cast<qcUInt64>(pointer.end());
+  return isPristine && pointer.isFollowed() != isNext ? isBrought(pointer) : pointer.isFollowed();
+}
+
+// Whether something else lies where the object was that a pointer brought along.
+bool qc_ArchiveIndex::isGone(const qc_Record& pointer) {
+  const bool isCut = archive_.endOffset() - pointer.end() < static_cast<std::streamoff>(kLinkedHead);
+  return !isCut && !isBrought(pointer);
+}
+
+// The head of the object that a pointer brought along.
+qc_Record qc_ArchiveIndex::readBrought() {
   qc_Record object = readRecord();
   if (!object.is(kObject)) {
     throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine), "the object of the pointer",
                            "another record");
   }
-  if (object.size == 0) object.size = chain_.ownSize(object, archive_.endOffset());  // which its head has lost
-  if (static_cast<qcUInt64>(archive_.endOffset() - object.bodyAt()) < object.size) {
+  const std::streamoff end = archive_.endOffset();
+  if (object.size == 0) object.size = chain_.ownSize(object, end);  // which its head has lost
+  if (static_cast<qcUInt64>(end - object.bodyAt()) < object.size) {
     throw archive_.located(qcArchive::Eof(kIndexSource, kRecordSizeLine),
                            "an object of " + std::to_string(object.size) + " bytes",
-                           std::to_string(archive_.endOffset() - object.bodyAt()));
+                           std::to_string(end - object.bodyAt()));
   }
-  brought = object;
-  behind = object.end();
-  if (object.id == reference.id && !object.isRemoved()) return inlineOf(object);
-  behind = endOf(object);
-  return reference;
+  return object;
 }
 
 // Whether the object lies behind a pointer that it brought along.

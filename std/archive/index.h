@@ -145,6 +145,10 @@ class qc_ArchiveIndex {
   bool loadObject(qcPersistent& object);
 
   qc_Record unlinked(const qc_Record& record, std::streamoff& behind, qc_Record& brought);
+  qc_Record referenceOf(const qc_Record& pointer) const;
+  bool hasBrought(const qc_Record& pointer);
+  bool isGone(const qc_Record& pointer);
+  qc_Record readBrought();
   bool isBrought(const qc_Record& pointer);
   std::streamoff endOfRest(const qc_Record& pointer);
   std::streamoff endOf(const qc_Record& object);
