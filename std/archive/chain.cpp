@@ -816,9 +816,11 @@ void qc_RecordAddition::link(std::int32_t lastId) {
     for (std::size_t i = before_; i < chain_.records_.size(); ++i)
       if (chain_.records_[i].is(kObject)) told = std::max(told, chain_.records_[i].last);
     const bool isTold = told >= static_cast<qcUInt64>(lastId);
-    if (first != chain_.anchor_.size || !isTold)
-      chain_.announce(static_cast<std::streamoff>(first),
-                      isTold ? static_cast<std::int32_t>(chain_.anchor_.last) : lastId);
+    const std::int32_t last = isTold ? static_cast<std::int32_t>(chain_.anchor_.last) : lastId;
+    if (!hasRecords)
+      chain_.announceLast(last);
+    else if (first != chain_.anchor_.size || !isTold)
+      chain_.announce(static_cast<std::streamoff>(first), last);
   }
   if (isOuter() && !chain_.replaced_.empty()) {
     chain_.stale_.reserve(chain_.stale_.size() + chain_.replaced_.size());

@@ -725,7 +725,8 @@ qc_Record qc_ArchiveIndex::unlinked(const qc_Record& record, std::streamoff& beh
   }
   const qc_Record reference = referenceOf(record);
   if (!hasBrought(record)) return reference;
-  if (reference.id != record.id && isGone(record)) {  // nobody needs it
+  const bool isOwn = reference.id == record.id && record.size == 0;
+  if (!isOwn && isGone(record)) {  // nobody needs it
     behind = endOfRest(record);
     return reference;
   }
@@ -754,10 +755,9 @@ bool qc_ArchiveIndex::hasBrought(const qc_Record& pointer) {
   return isPristine && pointer.isFollowed() != isNext ? isBrought(pointer) : pointer.isFollowed();
 }
 
-// Whether something else lies where the object was that a pointer brought along.
+// Whether the object is no more there that a pointer brought along, and this is not where the data was cut.
 bool qc_ArchiveIndex::isGone(const qc_Record& pointer) {
-  const bool isCut = archive_.endOffset() - pointer.end() < static_cast<std::streamoff>(kLinkedHead);
-  return !isCut && !isBrought(pointer);
+  return chain_.unfinished() != pointer.end() && !isBrought(pointer);
 }
 
 // The head of the object that a pointer brought along.

@@ -29,7 +29,8 @@ bool holdsAnchor(std::istream& file, qcInt64 from, qcInt64 to) {
     const char* const end = bytes.data() + file.gcount();
     for (const char* head = bytes.data(); end - head >= static_cast<std::ptrdiff_t>(qc_format::kRecordHead); ++head) {
       const auto byte = [head](std::size_t i) { return static_cast<unsigned char>(head[i]); };
-      if (byte(0) == tag[0] && byte(1) == tag[1] && byte(2) == tag[2] && byte(9) == qc_format::kAnchor) return true;
+      if (byte(0) == tag[0] && byte(1) == tag[1] && byte(2) == tag[2] && byte(9) == qc_format::kAnchor)
+        return at + (head - bytes.data()) < to;
     }
   }
   return false;
