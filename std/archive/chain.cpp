@@ -181,7 +181,8 @@ std::streamoff qc_RecordChain::lostLink(std::streamoff end) {
   qc_Record record;
   auto place = static_cast<std::streamoff>(std::min(anchor_.size, static_cast<qcUInt64>(end)));
   while (place >= tail().end() && read(place, record) && record.previous < static_cast<qcUInt64>(place)) {
-    if (record.previous == static_cast<qcUInt64>(tail().at)) return place;
+    const bool isAnnounced = static_cast<qcUInt64>(place) == anchor_.size;  // begun just now, by somebody else
+    if (record.previous == static_cast<qcUInt64>(tail().at)) return isAnnounced ? 0 : place;
     place = static_cast<std::streamoff>(record.previous);
   }
   return 0;
