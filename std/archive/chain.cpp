@@ -135,9 +135,7 @@ std::streamoff qc_RecordChain::follow(std::streamoff& end) {
 
 bool qc_RecordChain::isInside(const qc_Record& record, std::streamoff end) const noexcept {
   const qcUInt64 room = static_cast<qcUInt64>(end - record.bodyAt());
-  // Its size is 0 until an object is finished, and none is empty.
-  const bool hasBody = record.size != 0 && record.position != static_cast<qcUInt64>(record.bodyAt());
-  return !record.is(kObject) || (hasBody && record.size <= room);
+  return !record.is(kObject) || (record.size != 0 && record.size <= room);  // 0 until the object is finished
 }
 
 // Tells what an interrupted program has left from damage. What was announced but never linked was not finished, also
@@ -382,6 +380,7 @@ qcUInt64 qc_RecordChain::ownSize(const qc_Record& object, std::streamoff end) {
 // medium.
 bool qc_RecordChain::readSized(std::streamoff place, qc_Record& record, std::streamoff end) {
   if (!read(place, record)) return false;
+  if (record.is(kObject) && record.position == static_cast<qcUInt64>(record.bodyAt())) return false;  // none is empty
   const auto room = static_cast<qcUInt64>(std::max<std::streamoff>(end - record.bodyAt(), 0));
   if (record.is(kObject) && (record.size == 0 || record.size > room)) {
     if (const qcUInt64 size = ownSize(record, end); size != 0) record.size = size;
