@@ -122,7 +122,8 @@ std::streamoff qc_RecordChain::follow(std::streamoff& end) {
       const bool isLost = record.is(kObject) && record.size == 0 && record.position == 0;
       if (isLost) record.size = ownSize(record, end);
       isSizeLost_ = isLost && isInside(record, end);
-      return isInside(record, end);
+      const bool isEmpty = record.is(kObject) && record.position == static_cast<qcUInt64>(record.bodyAt());
+      return isInside(record, end) && !(isEmpty && isNamedByNext(record, end));  // no object is
     };
     if (!leads()) {
       end = archive_.endOffset();
@@ -206,7 +207,8 @@ bool qc_RecordChain::isMissing(std::streamoff place, std::streamoff end) {
       const auto middle = bytes.begin() + static_cast<std::ptrdiff_t>(boundary);
       const bool isFrontGone = std::all_of(bytes.begin(), middle, isZero);
       const bool isBackGone = boundary < bytes.size() && std::all_of(middle, bytes.end(), isZero);
-      if (!isFrontGone && !(isBackGone && isFront(bytes.data(), boundary))) return false;
+      const bool isNew = (bytes[kKindField] & kSecondNumber) == 0;
+      if (!isFrontGone && !(isBackGone && isNew && isFront(bytes.data(), boundary))) return false;
     }
   }
   // What a body that was cut holds, be it an archive, is no record of this chain.
@@ -246,7 +248,8 @@ bool qc_RecordChain::isFront(const unsigned char* head, std::size_t count) {
   if (count > kRecordTag.size() + 1 && head[kRecordTag.size() + 1] > kRecordVersion) return false;
   if (count >= kRecordHead) {
     const qc_Record record = qf_ParseHead(head, archive_.swapBytes_);
-    if (!record.isLinked() || !record.isValid()) return false;
+    const bool isRenumbered = (record.kind & kSecondNumber) != 0;  // the number lies farther behind
+    if (!record.isLinked() || !(isRenumbered || record.isValid())) return false;
   }
   qc_Composer<sizeof(std::uint64_t)> previous(archive_.swapBytes_);
   previous.word(static_cast<std::uint64_t>(tail().at));
