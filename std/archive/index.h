@@ -214,6 +214,10 @@ class qc_ArchiveIndex {
 
   // Answers of the registry and of casts, by address; a clash costs no more than asking again.
   static constexpr std::size_t kCache = 16;
+  static std::size_t cachePlace(const void* address) noexcept {
+    const auto bits = reinterpret_cast<std::uintptr_t>(address);
+    return ((bits >> 4) ^ (bits >> 9)) % kCache;
+  }
   struct TypeEntry {
     const std::type_info* type = nullptr;
     const qc_RegistryEntry* entry = nullptr;

@@ -13,6 +13,14 @@
 #include "std/archive/format.h"
 #include "vnxstd/archive/archive.h"
 
+namespace qc_format {
+
+// Where the fields of a wide head lie.
+constexpr std::streamoff kIdField = 5, kKindField = 9, kSizeField = 10, kPositionField = 18, kPreviousField = 26,
+                         kLastField = 34;
+
+}  // namespace qc_format
+
 struct qc_Record {
   std::streamoff at = 0;  // where the head lies; not written
   std::int32_t id = 0;    // identifier of an object, or number of a mark
@@ -85,11 +93,11 @@ inline bool qf_IsRecord(const unsigned char* head) noexcept {
 inline qc_Record qf_ParseHead(const unsigned char* head, bool swap) noexcept {
   qc_Record record;
   std::uint32_t id;
-  std::memcpy(&id, head + 5, sizeof id);
+  std::memcpy(&id, head + qc_format::kIdField, sizeof id);
   if (swap) qf_Reverse(id);
   record.wide = head[3] == qc_format::kWideRecord;
   record.id = static_cast<std::int32_t>(id);
-  record.kind = head[9];
+  record.kind = head[qc_format::kKindField];
   return record;
 }
 
