@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr qcInt64 kLinkAt = 18;  // of the head of a record
-
 const auto kNone = qcArchive::Position(0);
 
 // Whether another archive, which is there as a value, begins in a part of a file.
@@ -29,7 +27,8 @@ bool holdsAnchor(std::istream& file, qcInt64 from, qcInt64 to) {
     const char* const end = bytes.data() + file.gcount();
     for (const char* head = bytes.data(); end - head >= static_cast<std::ptrdiff_t>(qc_format::kRecordHead); ++head) {
       const auto byte = [head](std::size_t i) { return static_cast<unsigned char>(head[i]); };
-      if (byte(0) == tag[0] && byte(1) == tag[1] && byte(2) == tag[2] && byte(9) == qc_format::kAnchor)
+      if (byte(0) == tag[0] && byte(1) == tag[1] && byte(2) == tag[2] &&
+          byte(qc_format::kKindField) == qc_format::kAnchor)
         return at + (head - bytes.data()) < to;
     }
   }
@@ -107,8 +106,8 @@ bool ChainMender::keepWhole(const std::vector<Link>& links) {
   std::size_t whole = 0;
   while (whole < links.size() && taken.contains(links[whole].to.at) && isWhole(*archive, links[whole].to)) {
     const Link& mended = links[whole++];
-    report_ << "the link at byte " << mended.at + kLinkAt << " was gone: it leads to byte " << mended.to.at
-            << " again\n";
+    report_ << "the link at byte " << mended.at + qc_format::kPositionField << " was gone: it leads to byte "
+            << mended.to.at << " again\n";
   }
   for (std::size_t i = whole; i < links.size(); ++i) link(links[i].at, 0, isSwapped(*archive));
   return whole > 0;
@@ -131,7 +130,7 @@ void ChainMender::overwrite(qcInt64 at, const std::string& bytes) {
 void ChainMender::link(qcInt64 at, qcInt64 to, bool swap) {
   qc_Composer<sizeof(std::uint64_t)> bytes(swap);
   bytes.word(static_cast<std::uint64_t>(to));
-  overwrite(at + kLinkAt, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  overwrite(at + qc_format::kPositionField, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
 // Takes the anchor away where records are found without it that it led to. What was linked to it lies before what it
