@@ -88,7 +88,8 @@ qc_HeldTable::Place qc_HeldTable::enterMade(qcPersistent* object, const qcRepBas
 
 void qc_HeldTable::markStored(Entry& entry, std::int32_t id) noexcept {
   entry.stored = id;
-  entry.object->held_.fetch_or(qcPersistent::kStored, std::memory_order_relaxed);
+  const unsigned char held = entry.object->held_.load(std::memory_order_relaxed);
+  entry.object->held_.store(held | qcPersistent::kStored, std::memory_order_relaxed);
 }
 
 void qc_HeldTable::forgetStoredBehind(std::int32_t id) noexcept {

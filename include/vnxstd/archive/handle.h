@@ -3,7 +3,8 @@
 // An object that is shared derives from qcRepBase and is reached through qcPtrHandle<T>, or qcPtrHandle_const<T> where
 // it may only be read. A copy of a handle counts the object once more, a release once less, and the object is deleted
 // when its count reaches zero. Counts change by atomic operations, so handles onto one object may be copied and dropped
-// on any thread; one handle object itself is not for two threads at once.
+// on any thread; one handle object itself is not for two threads at once. While the process has a single thread, plain
+// accesses do.
 //
 // A chain of objects, each the last owner of the next, may be of any length: when the destruction of one object leads
 // to that of another, and so on for 64 levels, those further down wait until the ones above them are destroyed. The
@@ -17,6 +18,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "vnxstd/archive/alone.h"
 #include "vnxstd/export.h"
 
 /// The reference count that handles change. A copy of an object is a new object: its count starts at zero, and
@@ -30,11 +32,13 @@ class VNXSTD_EXPORT qcRepBase {
 
   /// Counts one owner more; returns the new count.
   static long refInc(const qcRepBase* rep) noexcept {
+    if (qf_IsAlone()) return count(rep, 1);
     return static_cast<long>(rep->count_.fetch_add(1, std::memory_order_relaxed) + 1);
   }
 
   /// Counts one owner less; returns the new count. The caller disposes of the object, or deletes it, when it is 0.
   static long refDec(const qcRepBase* rep) noexcept {
+    if (qf_IsAlone()) return count(rep, -1);
     return static_cast<long>(rep->count_.fetch_sub(1, std::memory_order_acq_rel) - 1);
   }
 
@@ -60,6 +64,12 @@ class VNXSTD_EXPORT qcRepBase {
  private:
   friend class qc_LoadUndo;
   static bool isGoneSlow(const qcRepBase* rep) noexcept;
+
+  static long count(const qcRepBase* rep, int owners) noexcept {
+    const std::intptr_t now = rep->count_.load(std::memory_order_relaxed) + owners;
+    rep->count_.store(now, std::memory_order_relaxed);
+    return static_cast<long>(now);
+  }
 
   static std::atomic<int> undoing_;  // how many threads are undoing a failed load
   // The number of owners. While an object without any waits to be deleted, the next one that waits, as a number that is

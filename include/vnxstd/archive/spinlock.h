@@ -3,11 +3,8 @@
 
 #include <atomic>
 
+#include "vnxstd/archive/alone.h"
 #include "vnxstd/export.h"
-
-#if __has_include(<sys/single_threaded.h>)
-#include <sys/single_threaded.h>
-#endif
 
 /// A lock for sections of a few instructions: one atomic exchange to take it, one store to give it back, and plain
 /// accesses while the process has a single thread. A thread that finds it taken spins for a short while and then
@@ -15,7 +12,7 @@
 class VNXSTD_EXPORT qc_SpinLock {
  public:
   void lock() noexcept {
-    if (isAlone()) {
+    if (qf_IsAlone()) {
       taken_.store(true, std::memory_order_relaxed);
     } else if (taken_.exchange(true, std::memory_order_acquire)) {
       wait();
@@ -24,13 +21,6 @@ class VNXSTD_EXPORT qc_SpinLock {
   void unlock() noexcept { taken_.store(false, std::memory_order_release); }
 
  private:
-  static bool isAlone() noexcept {
-#if __has_include(<sys/single_threaded.h>)
-    return __libc_single_threaded;
-#else
-    return false;
-#endif
-  }
   void wait() noexcept;
 
   std::atomic<bool> taken_{false};
