@@ -6,9 +6,11 @@
 #include <cstddef>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <span>
 #include <streambuf>
 #include <string>
+#include <string_view>
 
 #include "std/archive/format.h"
 #include "vnxstd/archive/archive.h"
@@ -64,6 +66,33 @@ class qc_Areas : private std::streambuf {
     if (count > readable(*archive.buffer_)) return archive.readBeyondArea(to, count, line);
     std::memcpy(to, getNext(*archive.buffer_), count);
     skipRead(*archive.buffer_, count);
+  }
+
+  /// The next `count` bytes of an archive: where they lie, until it is read on, or else copied to `room`. Throws as
+  /// readAll does.
+  static const unsigned char* take(qcArchive& archive, unsigned char* room, std::size_t count, int line) {
+    if (count > readable(*archive.buffer_)) {
+      archive.readBeyondArea(room, count, line);
+      return room;
+    }
+    const char* const next = getNext(*archive.buffer_);
+    skipRead(*archive.buffer_, count);
+    return reinterpret_cast<const unsigned char*>(next);
+  }
+
+  /// A short narrow text that the area holds in full, as almost all are, where it lies, until the archive is read on.
+  static std::optional<std::string_view> takeText(qcArchive& archive) {
+    const std::size_t ready = readable(*archive.buffer_);
+    if (ready < 3) return std::nullopt;
+    const char* const next = getNext(*archive.buffer_);
+    const auto length = static_cast<std::size_t>(static_cast<unsigned char>(next[0]));
+    const auto isQuote = [next](std::size_t i) { return static_cast<unsigned char>(next[i]) == qc_format::kQuote; };
+    if (length >= qc_format::kLongPrefix || length + 3 > ready || !isQuote(1) || !isQuote(length + 2))
+      return std::nullopt;
+    skipRead(*archive.buffer_, 1);
+    archive.countElements(length);
+    skipRead(*archive.buffer_, length + 2);
+    return std::string_view(next + 2, length);
   }
 
  private:

@@ -97,9 +97,9 @@ void qc_ArchiveIndex::writeRecord(const qc_Record& record, const std::string* na
 }
 
 qc_Record qc_ArchiveIndex::readRecord() {
-  unsigned char head[kLinkedHead];
+  unsigned char room[kLinkedHead];
   const std::streamoff at = seekableOffset();
-  qc_Areas::readAll(archive_, head, kRecordHead, kReadRawLine);
+  const unsigned char* head = qc_Areas::take(archive_, room, kRecordHead, kReadRawLine);
   if (!qf_IsRecord(head)) {
     throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordTagLine), "a pointer (4F E5 70 54 or 55)",
                            qf_Hex({head, 4}));
@@ -108,8 +108,8 @@ qc_Record qc_ArchiveIndex::readRecord() {
   qc_Record record = qf_ParseHead(head, archive_.swapBytes_);
   record.at = at;
   if (!isSeekable() && record.kind != kInline) record.kind = kReference;  // nothing is linked there
-  qc_Areas::readAll(archive_, head, record.headSize() - kRecordHead, kReadWordLine);
-  qf_ParseFields(record, head, archive_.swapBytes_);
+  const unsigned char* rest = qc_Areas::take(archive_, room, record.headSize() - kRecordHead, kReadWordLine);
+  qf_ParseFields(record, rest, archive_.swapBytes_);
   if (!record.isValid()) {
     throw archive_.located(qcArchive::BadContent(kIndexSource, kRecordIdentifierLine), "a valid identifier",
                            std::to_string(record.id));
@@ -119,23 +119,13 @@ qc_Record qc_ArchiveIndex::readRecord() {
 
 // Reads the name of a type and looks it up.
 const qc_RegistryEntry* qc_ArchiveIndex::readName() {
-  // A short narrow name that the buffer holds in full, as almost all are, is compared where it is.
-  if (const std::size_t ready = qc_Areas::readable(buffer()); ready > 2) {
-    const char* next = qc_Areas::getNext(buffer());
-    const auto length = static_cast<std::size_t>(static_cast<unsigned char>(next[0]));
-    if (length < kLongPrefix && length + 3 <= ready && next[1] == kQuote && next[length + 2] == kQuote) {
-      const std::string_view name(next + 2, length);
-      archive_.countElements(length);
-      qc_Areas::skipRead(buffer(), length + 3);
-      std::size_t hash = length;  // instances of one template differ near the end
-      for (std::size_t i = length < 8 ? 0 : length - 8; i < length; ++i)
-        hash = hash * 7 + static_cast<unsigned char>(name[i]);
-      const qc_RegistryEntry*& known = names_[hash % kCache];
-      if (!known || known->name != name) {
-        known = makerOf(name);
-      }
-      return known;
-    }
+  if (const auto ready = qc_Areas::takeText(archive_)) {
+    std::size_t hash = ready->size();  // instances of one template differ near the end
+    for (const char c : ready->substr(ready->size() < 8 ? 0 : ready->size() - 8))
+      hash = hash * 7 + static_cast<unsigned char>(c);
+    const qc_RegistryEntry*& known = names_[hash % kCache];
+    if (!known || known->name != *ready) known = makerOf(*ready);
+    return known;
   }
   std::string name;
   const qcArchive::Hush hush(archive_);

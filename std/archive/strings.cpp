@@ -14,8 +14,9 @@ using namespace qc_format;
 namespace {
 
 void assign(std::string& text, std::string&& narrow) { text = std::move(narrow); }
-void assign(std::wstring& text, std::string&& narrow) { text = qf_Widen(narrow); }
-void assign(std::u32string& text, std::string&& narrow) { text = qf_Utf32FromNarrow(narrow); }
+void assign(std::string& text, std::string_view narrow) { text = narrow; }
+void assign(std::wstring& text, std::string_view narrow) { text = qf_Widen(narrow); }
+void assign(std::u32string& text, std::string_view narrow) { text = qf_Utf32FromNarrow(narrow); }
 void assign(std::string& text, std::u16string_view wide) { text = qf_NarrowFromUtf16(wide); }
 void assign(std::wstring& text, std::u16string_view wide) { text = qf_WideFromUtf16(wide); }
 void assign(std::u32string& text, std::u16string_view wide) { text = qf_Utf32FromUtf16(wide); }
@@ -50,6 +51,7 @@ template <class Text>
 void qcArchive::readText(Text& text) try {
   if (observed([&] { readText(text); }, [&](auto& observer, auto span) { observer.text(span, narrowOf(text)); }))
     return;
+  if (const auto ready = qc_Areas::takeText(*this)) return assign(text, *ready);
   // The length has 15 bits, so that a text that never arrives costs no more than 64 KiB, and next to nothing where the
   // medium can tell.
   const std::size_t length = readPrefix();
