@@ -1,7 +1,9 @@
 // The tool: how near its measurements come to drawn truth, what it saves, and its exit statuses.
 
 #include <png.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
@@ -253,6 +255,7 @@ class Tool : public InFolder {
       EXPECT_EQ(run(line.substr(1, end - 1)), line[0] - '0') << line << '\n' << output << errors;
       EXPECT_EQ(errors.empty(), line[0] == '0') << line << errors;
       EXPECT_TRUE(errors.empty() || errors.starts_with("vnx")) << errors;
+      EXPECT_EQ((output + errors).find_first_of("\x1B\r"), std::string::npos) << line;
       const std::string said = end == std::string::npos ? "" : line.substr(end + 3);
       EXPECT_NE((output + errors).find(said), std::string::npos) << line << '\n' << output << errors;
     }
@@ -707,6 +710,9 @@ TEST_F(Tool, ExitStatuses) {
   write("old.arc", std::string("\0\1", 2));
   write("short.arc", text("twice.arc").substr(0, 24));
   write("u\xFF", text("twice.arc"));
+  write("head.arc", text("twice.arc").replace(0, 1, 1, '\0'));
+  write("zeros", std::string(99, '\0'));
+  std::filesystem::create_symlink("nowhere", file("link"));
   bitmap.xOffset(std::numeric_limits<std::int32_t>::max());
   bitmap.write(path("far.bmp"));
   expectCalls("calls.txt");
@@ -756,6 +762,7 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
   header = lost;
   header[header.find("Foreign") + 8] = 0;  // the object's marker
   write("kind.vdb", header);
+  write("escape.vdb", std::string(lost).replace(lost.find("Foreign"), 2, "\x1B\r"));
   lost[11] = 0;
   write("a.vdb", lost);
   write("cuta.vdb", lost.substr(0, lost.size() - 5));
@@ -816,8 +823,8 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
     EXPECT_EQ(run("db salvage " + name + ".vdb -o " + name + "ed.vdb"), said == "nothing was lost" ? 0 : 3) << name;
     EXPECT_NE(output.find(said), std::string::npos) << output;
   }
-  EXPECT_EQ(text("sounded.vdb"), text("sound.vdb"));
   expectCalls("calls_db.txt");
+  EXPECT_EQ(text("sounded.vdb"), text("sound.vdb"));
   const std::string whole = text("d.vdb");
   EXPECT_EQ(run("db remove d.vdb 9", "out 2>&- #"), 1);
   EXPECT_EQ(text("d.vdb"), whole);  // what cannot be said is written into no file
@@ -856,7 +863,15 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
     EXPECT_EQ(run("db salvage e.vdb --in-place"), 5);
     EXPECT_NE(errors.find("in use"), std::string::npos) << errors;
   }
+  static_cast<void>(::chown(file("e.vdb").c_str(), 1, 1) == 0);
+  const auto ownerOf = [&] {
+    struct stat status {};
+    ::stat(file("e.vdb").c_str(), &status);
+    return std::pair(status.st_uid, status.st_gid);
+  };
+  const auto owner = ownerOf();
   EXPECT_EQ(run("db salvage e.vdb --in-place"), 3);
+  EXPECT_EQ(ownerOf(), owner);
   EXPECT_EQ(text("e.vdb.damaged"), damaged);
   EXPECT_EQ(run("verify e.vdb"), 0) << errors;
   std::filesystem::resize_file(file("e.vdb"), third + 10);

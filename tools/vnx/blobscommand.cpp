@@ -65,8 +65,7 @@ BlobParams BlobsCommand::params() const {
 
 bool BlobsCommand::run() const {
   const BlobParams wanted = params();
-  if (!overlay_.empty() && isSameFile(image_, overlay_))
-    throw WrongCall("the image and --overlay must be different files; both are " + overlay_);
+  requireDistinct("the image and --overlay", {image_, overlay_});
   if (isSvg(overlay_)) throw WrongCall("--overlay draws a bitmap, which \"" + overlay_ + "\" is no name for");
   const auto image = readBitmap(image_);
   const Blobs blobs = findBlobs(image, wanted);

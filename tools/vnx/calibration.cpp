@@ -210,7 +210,7 @@ std::vector<CalibrationPoint> readCalibrationPoints(const std::string& path) {
   file.read(text.data(), static_cast<std::streamsize>(text.size()));
   if (file.bad()) throw FileError(path, "cannot be read", Fault::medium);
   text.resize(static_cast<std::size_t>(file.gcount()));
-  if (text.size() > kLargestFile) throw FileError(path, "is too large for a list of points");
+  if (text.size() > kLargestFile) throw FileError(path, "is too large for a list of points", Fault::limit);
   std::string_view rest = text;
   if (rest.starts_with("\xEF\xBB\xBF")) rest.remove_prefix(3);  // a byte order mark
   std::vector<CalibrationPoint> points;

@@ -19,6 +19,7 @@
 #include "files.h"
 #include "format.h"
 #include "info.h"
+#include "inspect.h"
 #include "json.h"
 #include "numberoption.h"
 #include "objects.h"
@@ -38,11 +39,6 @@ qcVDB::Grade gradeOf(const std::string& text) {
   for (std::size_t i = 0; i < kGrades.size(); ++i)
     if (text == kGrades[i]) return static_cast<qcVDB::Grade>(i);
   throw WrongCall("a grade is unknown, good, bad or review, not \"" + text + '"');
-}
-
-void requireArchive(const std::string& path) {
-  requireReadable(path);
-  if (kindOf(path) == FileKind::bitmap) throw FileError(path, "is a bitmap, and no tool database");
 }
 
 void requireChain(const qcArchive& archive, const std::string& path) {
@@ -147,7 +143,9 @@ bool check(qcVDBArchive& database, const std::string& path) {
   const long unlinked = database.archive().salvage();
   if (unlinked != 0)
     std::cout << "  " << counted(unlinked, "record head") << " that no link leads to: vnx db salvage links them\n";
-  return bad == 0 && damaged == 0 && unlinked == 0;
+  if (bad == 0 && damaged == 0 && unlinked == 0) return true;
+  std::cerr << "vnx db: " << path << ": is damaged; the faults are shown\n";
+  return false;
 }
 
 }  // namespace
@@ -193,13 +191,15 @@ Exit DbCommand::run() const {
   if (isOne && number_ == 0) throw WrongCall("which record? Its number is needed");
   if (renumber_->parsed() && other_ == 0) throw WrongCall("which new number?");
   const qcVDB::Grade grade = grade_->parsed() ? gradeOf(wanted_) : qcVDB::unknown;
-  requireArchive(file_);
+  requireKind(file_, FileKind::archive);
   const bool changes = remove_->parsed() || renumber_->parsed() || grade_->parsed();
   return onFile(file_, [&](const std::wstring& path) {
     checkHead(file_);
     qcVDBArchive database(path, false, !changes);
     const qcArchive& archive = database.archive();
     requireChain(archive, file_);
+    if (changes && archive.firstMarkNum() != 0 && !isDatabase(database.archive()))
+      throw FileError(file_, "is no tool database; nothing was changed");
     if (list_->parsed()) return exitOf(archive, file_, list(database, file_) ? kGood : kMalformed);
     if (check_->parsed()) return check(database, file_) ? kGood : kMalformed;
     if (changes && archive.damaged() != qcArchive::Position(0))
@@ -231,7 +231,7 @@ Exit DbCommand::run() const {
 
 Exit DbCommand::extract() const {
   if (output_.empty()) throw WrongCall("-o is missing");
-  requireArchive(file_);
+  requireKind(file_, FileKind::archive);
   return onFile(file_, [&](const std::wstring&) {
     const auto archive = openArchive(file_);
     requireChain(*archive, file_);

@@ -126,16 +126,23 @@ Exit DumpCommand::run() const {
   Printer print(file_, path_, json_, hex_);
   Fault fault = Fault::none;
   bool begun = false;
+  const auto refused = [&](Fault why, const Entry& entry) {
+    fault = why;
+    print.begin(nullptr, static_cast<qcInt64>(std::filesystem::file_size(file_)));
+    print(entry);
+  };
   try {
+    requireKind(file_, FileKind::archive);
     const auto archive = openArchive(file_);
     print.begin(archive.get(), archive->remaining() + static_cast<std::streamoff>(archive->tell()));
     begun = true;
     fault = inspect(*archive, file_, std::ref(print));
   } catch (const qcException& error) {
-    fault = faultOf(error);
-    if (begun || fault == Fault::medium) throw FileError(file_, textOf(error), fault);
-    print.begin(nullptr, static_cast<qcInt64>(std::filesystem::file_size(file_)));
-    print(faultEntry("/", error, 0));
+    if (begun || faultOf(error) == Fault::medium) throw errorOf(file_, error);
+    refused(faultOf(error), faultEntry("/", error, 0));
+  } catch (const FileError& error) {
+    if (begun || error.fault() == Fault::medium) throw;
+    refused(error.fault(), faultEntry(error));
   }
   print.end(fault);
   if (fault != Fault::none) std::cerr << "vnx dump: " << file_ << ": not all could be read; the faults are shown\n";

@@ -109,7 +109,7 @@ bool RecordExtractor::extract(long number, const std::string& to) {
     if (from_.findMark(number) == qcArchive::Position(0)) return false;
     throw FileError(path_, "record " + std::to_string(number) + " has no object");
   }
-  requireDistinct(path_, to);
+  requireDistinct("what is read and what is written", {path_, to});
   bytes_.clear();
   writeWhole(to, Existing::refused, [&](const std::string& part) {
     qcFileArchive archive(qf_Widen(part), qcArchive::storing, from_.ordering(), true);

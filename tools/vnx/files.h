@@ -2,9 +2,12 @@
 #pragma once
 
 #include <array>
+#include <filesystem>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include <vnxstd/archive/text.h>
 #include <vnxstd/except/exception.h>
@@ -21,11 +24,20 @@ Fault faultOf(const qcException& error);
 class FileError : public std::runtime_error {
  public:
   FileError(const std::string& path, const std::string& reason, Fault fault = Fault::content)
-      : std::runtime_error(path + ": " + reason), fault_(fault) {}
+      : std::runtime_error(path + ": " + reason), reason_(reason), fault_(fault) {}
+  /// What a place holds is not what belongs there.
+  FileError(const std::string& path, const std::string& reason, qcLoadContext place)
+      : std::runtime_error(path + ": " + reason + "; " + place.text()), reason_(reason), place_(std::move(place)) {}
+
   Fault fault() const { return fault_; }
+  /// The text without the name of the file and the place.
+  const std::string& reason() const { return reason_; }
+  const std::optional<qcLoadContext>& place() const { return place_; }
 
  private:
-  Fault fault_;
+  std::string reason_;
+  Fault fault_ = Fault::content;
+  std::optional<qcLoadContext> place_;
 };
 
 /// What the system says of an error number.
@@ -34,8 +46,8 @@ std::string causeText(int cause);
 /// That standard output takes no more; the reason is in errno.
 FileError outputError();
 
-/// The message of an error, with the system's reason where writing failed, with the place in the file, what was
-/// expected there and what was found.
+/// The message of an error on one line, with the system's reason where writing failed, with the place in the file, what
+/// was expected there and what was found.
 std::string textOf(const qcException& error);
 
 /// The same as an error of a file. Of a bitmap that cannot be read it says how far reading came.
@@ -67,12 +79,18 @@ void requireReadable(const std::string& path);
 /// What a pointer in an archive begins with.
 inline constexpr std::array<char, 3> kPointerTag{0x4F, char(0xE5), 0x70};
 
-/// What a file is, by its first bytes. Throws FileError when they cannot be read.
-enum class FileKind { bitmap, archive, other };
+/// What a file is, by what it begins with; the first two bytes of an archive may be damaged. Throws a FileError that
+/// says what was found in a file that is neither, and as requireReadable does.
+enum class FileKind { bitmap, archive };
 FileKind kindOf(const std::string& path);
+/// Throws the same for a file of the other kind, too.
+void requireKind(const std::string& path, FileKind wanted);
 
 /// The image in a bitmap file, in grey, as one of the default pool. Throws FileError for any other file, too.
 qcPelBuffer<unsigned char> readBitmap(const std::string& path);
+
+/// Where a name leads, through links, to what exists or is yet to be made.
+std::filesystem::path ledTo(const std::string& path);
 
 /// Whether both names lead to one file, existing or yet to be made.
 bool isSameFile(const std::string& a, const std::string& b);

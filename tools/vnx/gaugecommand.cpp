@@ -113,18 +113,10 @@ GaugeParams GaugeCommand::params() const {
   return params;
 }
 
-// Writing one result over another, or over the image, would lose what was there without a word.
-void GaugeCommand::requireDistinctFiles() const {
-  const std::string* files[] = {&image_, &calib_, &save_, &overlay_};
-  for (const std::string* a : files)
-    for (const std::string* b : files)
-      if (a < b && !a->empty() && !b->empty() && isSameFile(*a, *b))
-        throw WrongCall("the image, --calib, --save and --overlay must be different files; two of them are " + *b);
-}
-
 bool GaugeCommand::run() const {
   const GaugeParams wanted = params();
-  requireDistinctFiles();
+  // Writing one result over another, or over the image, would lose what was there without a word.
+  requireDistinct("the image, --calib, --save and --overlay", {image_, calib_, save_, overlay_});
   const CalibrationModel model = CalibrationModel::parsed(transform_);
   std::optional<Calibration> calibration;
   if (calibOption_->count()) calibration = calibrate(calib_, readCalibrationPoints(calib_), model);

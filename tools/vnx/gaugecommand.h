@@ -19,7 +19,6 @@ class GaugeCommand {
 
  private:
   GaugeParams params() const;
-  void requireDistinctFiles() const;
 
   CLI::App* command_;
   CLI::Option *calibOption_, *transformOption_, *unitOption_;

@@ -116,9 +116,7 @@ void describeArchive(const std::string& path, std::ostream& out) {
 }  // namespace
 
 void describeFile(const std::string& path, std::ostream& out) {
-  requireReadable(path);
   const FileKind kind = kindOf(path);
-  if (kind == FileKind::other) throw FileError(path, "neither a bitmap nor an archive");
   out << path << '\n';
   onFile(path, [&](const std::wstring& name) {
     if (kind == FileKind::bitmap) return describeBitmap(name, out);

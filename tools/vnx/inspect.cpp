@@ -521,11 +521,8 @@ bool leadsBehindEnd(qcArchive& archive, const qcArchiveRecord& mark) {
   return record.position > static_cast<qcUInt64>(all);
 }
 
-}  // namespace
-
-Entry faultEntry(const std::string& path, const qcException& error, qcInt64 at) {
-  Entry entry{path, "fault", at, 0, {words("error", qf_NarrowLossy(error.message(true)))}};
-  const qcLoadContext* context = error.loadContext();
+Entry faultAt(const std::string& path, const std::string& message, const qcLoadContext* context, qcInt64 at) {
+  Entry entry{path, "fault", at, 0, {words("error", message)}};
   if (!context) return entry;
   if (context->position >= 0) entry.at = context->position;
   if (!context->expected.empty()) entry.facts.push_back(words("expected", context->expected));
@@ -533,6 +530,16 @@ Entry faultEntry(const std::string& path, const qcException& error, qcInt64 at) 
   if (context->limit != qcLoadContext::Limit::none)
     entry.facts.push_back(words("limit", std::string(qf_LimitName(context->limit))));
   return entry;
+}
+
+}  // namespace
+
+Entry faultEntry(const std::string& path, const qcException& error, qcInt64 at) {
+  return faultAt(path, qf_NarrowLossy(error.message(true)), error.loadContext(), at);
+}
+
+Entry faultEntry(const FileError& error) {
+  return faultAt("/", error.reason(), error.place() ? &*error.place() : nullptr, 0);
 }
 
 qcInt64 headerEnd(qcArchive& archive, const qcArchiveRecord& mark) {

@@ -45,3 +45,5 @@ qcInt64 headerEnd(qcArchive& archive, const qcArchiveRecord& mark);
 
 /// A fault as an entry of that path, at the place that the error names, or else at `at`.
 Entry faultEntry(const std::string& path, const qcException& error, qcInt64 at);
+/// The same of what a file as a whole is refused for.
+Entry faultEntry(const FileError& error);

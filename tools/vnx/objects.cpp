@@ -56,9 +56,13 @@ void checkHead(const std::string& path) {
   const auto id = [&](bool swapped) { return headAt(file, qc_format::kAnchorAt, swapped).record.id; };
   constexpr std::int32_t kLarge = 1 << 24, kSmall = 1 << 16;
   const bool isOther = isSeekable ? !object && other : !other && id(swap) >= kLarge && id(!swap) < kSmall;
-  if (isOther) throw FileError(path, "at byte 1: expected the byte order of its records, found the other one");
+  const auto refuse = [&](qcInt64 at, const char* expected, const char* found) {
+    throw FileError(path, "its first two bytes do not fit what follows",
+                    qcLoadContext{at, {}, qcLoadContext::Limit::none, expected, found});
+  };
+  if (isOther) refuse(1, "the byte order of its records", "the other one");
   if (first >> 1 == 0 && isMarked(file, isSeekable && object ? *object : qc_format::kAnchorAt))
-    throw FileError(path, "at byte 0: expected version 1, as objects have markers, found version 0");
+    refuse(0, "version 1, as objects have markers", "version 0");
 }
 
 std::unique_ptr<qcFileArchive> openArchive(const std::string& path) {

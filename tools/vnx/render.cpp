@@ -412,7 +412,6 @@ std::string shapeMarkup(const qcShape& shape, const qcXform<2>& pageFromShape, c
 }
 
 Rendering renderArchive(const std::string& path) {
-  requireReadable(path);
-  if (kindOf(path) != FileKind::archive) throw FileError(path, "is not an archive");
+  requireKind(path, FileKind::archive);
   return onFile(path, [&](const std::wstring&) { return Renderer(path)(); });
 }

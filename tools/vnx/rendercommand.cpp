@@ -21,7 +21,7 @@ RenderCommand::RenderCommand(CLI::App& app)
 bool RenderCommand::run() const {
   if (archive_.empty()) throw WrongCall("which archive?");
   if (output_.empty()) throw WrongCall("-o FILE.svg is missing");
-  if (isSameFile(archive_, output_)) throw WrongCall("the archive and -o must be different files; both are " + output_);
+  requireDistinct("the archive and -o", {archive_, output_});
   const Rendering rendering = renderArchive(archive_);
   for (const auto& [name, count] : rendering.skipped) std::cout << "not drawn: " << count << " of " << name << '\n';
   if (rendering.svg.empty()) {

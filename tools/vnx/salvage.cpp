@@ -277,10 +277,10 @@ Sound soundPrefix(const std::string& path, std::ostream& report) {
 bool salvageArchive(const std::string& path, const std::string& to, std::ostream& report, const std::string& kept) {
   bool isWhole = true;
   std::string held;
-  if (kept.empty()) requireDistinct(path, to);
+  if (kept.empty()) requireDistinct("what is read and what is written", {path, to});
   const auto mend = [&](const std::string& part) {
     const bool isSeekable = onFile(path, [&](const std::wstring&) {
-      if (kindOf(path) != FileKind::archive) throw FileError(path, "does not begin like an archive");
+      requireKind(path, FileKind::archive);
       return openArchive(path)->isSeekable();
     });
     copyFile(path, part, to);

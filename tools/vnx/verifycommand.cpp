@@ -32,10 +32,7 @@ VerifyCommand::VerifyCommand(CLI::App& app)
 
 Exit VerifyCommand::run() const {
   if (file_.empty()) throw WrongCall("which file?");
-  requireReadable(file_);
-  const FileKind kind = kindOf(file_);
-  if (kind == FileKind::other) throw FileError(file_, "neither a bitmap nor an archive");
-  if (kind == FileKind::bitmap) {
+  if (kindOf(file_) == FileKind::bitmap) {
     const auto size = static_cast<qcInt64>(std::filesystem::file_size(file_));
     if (size > limits_.bytes)
       throw FileError(file_, counted(size, "byte") + ", but at most " + std::to_string(limits_.bytes) + " allowed",

@@ -12,6 +12,7 @@
 #include <share.h>
 #else
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -28,6 +29,7 @@ constexpr std::size_t kLongestName = 200;  // bytes of a file's name to which .p
 
 std::FILE* openHeld(const char* path) { return _fsopen(path, "r+b", _SH_DENYWR); }
 bool syncFile(std::FILE* file) { return _commit(_fileno(file)) == 0; }
+void passOwner(std::FILE*, const std::string&) {}
 
 #else
 
@@ -40,6 +42,13 @@ std::FILE* openHeld(const char* path) {
 }
 
 bool syncFile(std::FILE* file) { return ::fsync(::fileno(file)) == 0 || errno == EINVAL; }
+
+// Gives a file the owner and the group of another, or the group alone, as far as the system allows it.
+void passOwner(std::FILE* from, const std::string& to) {
+  struct stat status {};
+  if (::fstat(::fileno(from), &status) != 0 || ::chown(to.c_str(), status.st_uid, status.st_gid) == 0) return;
+  static_cast<void>(::chown(to.c_str(), static_cast<uid_t>(-1), status.st_gid) == 0);
+}
 
 #endif
 
@@ -83,8 +92,12 @@ void syncByName(const std::string& path) {
 
 }  // namespace
 
-void requireDistinct(const std::string& from, const std::string& to) {
-  if (isSameFile(from, to)) throw WrongCall("what is read and what is written must be different files; both are " + to);
+void requireDistinct(const char* what, std::initializer_list<std::string> files) {
+  for (auto a = files.begin(); a != files.end(); ++a)
+    for (auto b = a + 1; b != files.end(); ++b)
+      if (!a->empty() && !b->empty() && isSameFile(*a, *b))
+        throw WrongCall(std::string(what) + " must be different files; " +
+                        (files.size() == 2 ? "both" : "two of them") + " are " + *b);
 }
 
 WholeFile::WholeFile(const std::string& path, Existing existing, std::string kept)
@@ -96,15 +109,17 @@ WholeFile::WholeFile(const std::string& path, Existing existing, std::string kep
     part_ = path_;
     return;
   }
-  if (fs::is_symlink(path)) path_ = fs::canonical(path).string();
+  if (fs::is_symlink(path)) path_ = ledTo(path).string();
   if (fs::exists(status)) {
     held_.reset(openHeld(path_.c_str()));
     if (!held_ && errno == EWOULDBLOCK) throw FileError(path, "is in use", Fault::medium);
     if (!held_) fail(path, errno);
   }
   create();
+  if (!held_) return;
   std::error_code ignored;
-  if (held_) fs::permissions(part_, status.permissions() | fs::perms::owner_read | fs::perms::owner_write, ignored);
+  passOwner(held_.get(), part_);
+  fs::permissions(part_, status.permissions() | fs::perms::owner_read | fs::perms::owner_write, ignored);
 }
 
 WholeFile::~WholeFile() {

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <initializer_list>
 #include <memory>
 #include <string>
 
@@ -11,8 +12,8 @@
 
 #include "files.h"
 
-/// Throws WrongCall when what is read and what is written are one file.
-void requireDistinct(const std::string& from, const std::string& to);
+/// Throws WrongCall when two of the files of a call, which `what` says, are one; an empty name is none.
+void requireDistinct(const char* what, std::initializer_list<std::string> files);
 
 /// What becomes of a file that has the wanted name already.
 enum class Existing { refused, replaced };
@@ -22,9 +23,10 @@ class WholeFile {
  public:
   /// Makes an empty file beside the one that is wanted, under a name that was not in use, `path`.part or `path`.2.part
   /// and so on. Of a link the file is wanted that it leads to. A file that is to be replaced is held against other
-  /// writers, as archives hold theirs, and passes on its permissions; it must be writable. What exists but is no
-  /// regular file cannot be replaced, and is written to as it is. Where `kept` is given, the file that is replaced gets
-  /// that name, under which there must be nothing. Throws WrongCall when a name is taken, and FileError.
+  /// writers, as archives hold theirs, and passes on its permissions, and its owner and group where that is allowed; it
+  /// must be writable. What exists but is no regular file cannot be replaced, and is written to as it is. Where `kept`
+  /// is given, the file that is replaced gets that name, under which there must be nothing. Throws WrongCall when a
+  /// name is taken, and FileError.
   WholeFile(const std::string& path, Existing existing, std::string kept = {});
   /// Removes what was written, unless it took the name.
   ~WholeFile();
