@@ -712,6 +712,7 @@ TEST_F(Tool, ExitStatuses) {
   write("u\xFF", text("twice.arc"));
   write("head.arc", text("twice.arc").replace(0, 1, 1, '\0'));
   write("zeros", std::string(99, '\0'));
+  write("wide.bmp", imageOf(qcPelRect(0, 0, 1'000'001, 9), [](long x, long) { return x < 40 ? 50 : 200; }));
   std::filesystem::create_symlink("nowhere", file("link"));
   bitmap.xOffset(std::numeric_limits<std::int32_t>::max());
   bitmap.write(path("far.bmp"));

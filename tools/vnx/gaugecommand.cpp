@@ -10,6 +10,7 @@
 #include "files.h"
 #include "numberoption.h"
 #include "overlay.h"
+#include "pngfile.h"
 #include "svg.h"
 #include "wholefile.h"
 
@@ -132,9 +133,11 @@ bool GaugeCommand::run() const {
   print(*result.measurement, calibration, ms);
   if (!save_.empty()) saveMeasurement(save_, *result.measurement);
   if (overlay_.empty()) return true;
-  if (isSvg(overlay_))
-    writeText(overlay_, overlaySvg(*result.measurement, result.scans, image_));
-  else
+  if (!isSvg(overlay_)) {
     writeBitmap(overlay_, drawOverlay(*result.measurement, result.scans));
+    return true;
+  }
+  if (!hasPng(image.width(), image.height())) std::cout << "not drawn: the image (" << kNotDrawable << ")\n";
+  writeText(overlay_, overlaySvg(*result.measurement, result.scans, image_));
   return true;
 }

@@ -10,7 +10,7 @@ qcPelBuffer<qcPackedRGB32Pel> drawOverlay(const vnxMeasurement& measurement, con
 
 /// A page as SVG: a heading with the result and the source, the image with the region, the scan lines, the edge points
 /// coloured by residual and the fitted shape, a scale bar, a legend, and the residuals along the scans. The measurement
-/// must have an image and a shape.
+/// must have an image and a shape; an image without a PNG file (hasPng) is left out, which the heading says.
 std::string overlaySvg(const vnxMeasurement& measurement, const std::vector<ScanLine>& scans,
                        const std::string& source);
 

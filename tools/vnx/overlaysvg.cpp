@@ -82,15 +82,19 @@ class Overlay {
     if (measurement_.isCalibrated())
       line += formatted(" (%.3f px), %.5g ", measurement_.rms / measurement_.pixel(), measurement_.pixel()) +
               measurement_.unit + " a pixel";
-    svg_.text({kMargin, kMargin + 44}, line + (source_.empty() ? "" : ", " + source_), "");
+    if (!source_.empty()) line += ", " + source_;
+    if (!hasPng(measurement_.image.width(), measurement_.image.height()))
+      line += std::string(", not drawn: the image (") + kNotDrawable + ')';
+    svg_.text({kMargin, kMargin + 44}, line, "");
   }
 
   void picture() {
     const qcVector<2> at(kMargin, kMargin + kHeading);
     svg_.rect(at, panel_.x(), panel_.y(), "panel");
     svg_.beginClip(at, width_ * zoom_, panel_.y());
-    svg_.image(pngOf(measurement_.image), measurement_.image.width(), measurement_.image.height(),
-               {qcMatrix<2>(zoom_, 0, 0, zoom_), at});
+    const auto& image = measurement_.image;
+    if (hasPng(image.width(), image.height()))
+      svg_.image(pngOf(image), image.width(), image.height(), {qcMatrix<2>(zoom_, 0, 0, zoom_), at});
     std::vector<Chain> scans;
     for (std::size_t i = 0; i < scans_.size(); i += step_) scans.push_back({scans_[i].from, scans_[i].to});
     svg_.path(path(scans), "scan");

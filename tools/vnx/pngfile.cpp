@@ -25,6 +25,11 @@ std::string encoded(const std::vector<unsigned char>& pels, long width, long hei
 
 }  // namespace
 
+bool hasPng(long width, long height) {
+  constexpr long kMost = 1'000'000;  // of libpng, unless it is told otherwise
+  return width > 0 && height > 0 && width <= kMost && height <= kMost;
+}
+
 std::string pngOf(const qcPelBuffer_const<unsigned char>& image) {
   std::vector<unsigned char> pels;
   const qcPelRect window = image.window();

@@ -35,7 +35,6 @@ constexpr double kTolerance = 0.1;
 constexpr double kAround = 0.04;              // of the larger side, free around what is drawn
 constexpr long kHeaviest = 2'000'000;         // points of all shapes together
 constexpr long long kLargestImage = 1 << 27;  // pixels
-constexpr const char* kNotDrawable = "no pixels, or too many";
 constexpr const char* kColours[] = {"#58a6ff", "#ffd33d", "#3fb950", "#ff7b72", "#d2a8ff",
                                     "#ffa657", "#39c5cf", "#ff9bce", "#a5d6ff", "#b1bac4",
                                     "#e3b341", "#7ee787", "#bc8cff", "#f0883e", "#56d4dd"};
@@ -242,7 +241,7 @@ class Renderer {
   }
 
   static bool isDrawable(long width, long height) {
-    return width > 0 && height > 0 && static_cast<long long>(width) <= kLargestImage / height;
+    return hasPng(width, height) && static_cast<long long>(width) <= kLargestImage / height;
   }
 
   void collectRoot(qc_PelRoot& root, const std::string& name) {
