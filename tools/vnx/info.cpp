@@ -2,6 +2,7 @@
 
 #include <iomanip>
 #include <ostream>
+#include <set>
 
 #include <vnxstd/archive/text.h>
 #include <vnxstd/dib/dib.h>
@@ -98,11 +99,14 @@ void describeArchive(const std::string& path, std::ostream& out) {
   if (reader.isSeekable()) describeIndex(reader.archive(), out);
   row(out, "bytes", formatted("%lld", reader.archive().remaining() + reader.archive().tell()));
   if (!reader.isSeekable() || !describeDatabase(qf_Widen(path), out)) {
+    std::set<const qcPersistent*> described;
     while (const auto object = reader.next()) {
-      if (*object)
+      if (!*object)
+        row(out, "object", "none (a null pointer)");
+      else if (described.insert(*object).second)
         describeObject(**object, out);
       else
-        row(out, "object", "none (a null pointer)");
+        row(out, "object", qcDevEnv::canonicalTypeName(typeid(**object).name()) + ", described above");
     }
   }
   if (const int count = reader.unknown(); count > 0)
