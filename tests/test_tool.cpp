@@ -601,6 +601,11 @@ TEST_F(Tool, TellsArchivesByteForByte) {
     ASSERT_EQ(run("dump told.arc --path " + all.entries[5].path), 0);
     EXPECT_NE(output.find(all.entries[5].path), std::string::npos);
 
+    if (seekable) {
+      std::ofstream(path, std::ios::binary) << std::string(whole).replace(whole.rfind("qcCircle"), 1, "X");
+      EXPECT_EQ(Told(path).entries.end()[-2].facts[0].value, "\"XcCircle\"");
+    }
+
     // Cut or flipped anywhere: what is shown lies in the file, in order, and the faults with it.
     qcRandomUniform random(3);
     for (std::size_t i = 0; i < 2 * whole.size(); i += 3) {

@@ -437,8 +437,15 @@ class Inspection {
       teller_.beginItem();
       // Of a database this is what was given up, whatever it looks like.
       const bool isPointer = !isDatabase_ && isUnlinkedRecord(from);
-      const qc_RegistryEntry* entry = !isDatabase_ && !isPointer && isMarker(from) ? entryAt(from) : nullptr;
-      if (!isPointer && !entry) return teller_.opaque({from, to - from}, "values that only their writer can name");
+      const ByValue value = !isDatabase_ && !isPointer && isMarker(from) ? byValueAt(from) : ByValue();
+      const qc_RegistryEntry* entry = qf_FindRegistered(value.className);
+      const bool isKnown = entry && entry->make;
+      if (!isPointer && !isKnown && from < value.end && value.end <= to) {
+        teller_.opaque({from, value.end - from}, kUnknown, value.className);
+        from = value.end;
+        continue;
+      }
+      if (!isPointer && !isKnown) return teller_.opaque({from, to - from}, "values that only their writer can name");
       if (!attempt(to, [&] {
             archive_.seek(qcArchive::Position(from));
             qcPersistent* object = nullptr;
@@ -482,22 +489,29 @@ class Inspection {
     });
   }
 
-  // The class of an object by value, from the entry behind its marker.
-  const qc_RegistryEntry* entryAt(qcInt64 at) {
-    std::string name;
+  // An object by value, as the entry behind its marker says; without a class and an end where none lies there.
+  struct ByValue {
+    std::string className;
+    qcInt64 end = 0;
+  };
+  ByValue byValueAt(qcInt64 at) {
+    ByValue object;
+    if (!isAt(at + 4, {0x6F, 0x8B, 0x68, 0x44})) return object;
     holds([&] {
       archive_.seek(qcArchive::Position(at + 8));
       unsigned char variant = 0;
+      std::uint32_t narrow = 0;
+      qcInt64 size = 0;
       archive_ || variant;
       if (variant == 0)
-        archive_.reserve32();
+        size = (archive_ || narrow, narrow);
       else
-        archive_.reserve64();
-      archive_ || name;
+        archive_ || size;
+      archive_ || object.className;
+      if (size >= 0 && size <= archive_.remaining()) object.end = place() + size;
       return true;
     });
-    const qc_RegistryEntry* entry = qf_FindRegistered(name);
-    return entry && entry->make ? entry : nullptr;
+    return object;
   }
 
   qcArchive& archive_;
