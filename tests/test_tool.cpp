@@ -20,6 +20,7 @@
 #include "tools/vnx/overlay.h"
 #include "tools/vnx/part.h"
 #include "tools/vnx/pngfile.h"
+#include "tools/vnx/recordhead.h"
 #include "tools/vnx/render.h"
 #include "tools/vnx/salvage.h"
 #include "tools/vnx/svg.h"
@@ -624,6 +625,15 @@ TEST_F(Tool, TellsArchivesByteForByte) {
       if (i < whole.size() && !seekable) told.check(static_cast<qcInt64>(i));
     }
   }
+}
+
+TEST(Reading, TellsAMediumThatFailsFromTheEnd) {
+  struct : std::streambuf {
+    pos_type seekpos(pos_type at, std::ios_base::openmode) override { return at; }
+    int_type underflow() override { throw std::ios_base::failure("a sector is bad"); }
+  } broken;
+  std::istream from(&broken);
+  EXPECT_THROW(headAt(from, 2, false), qcArchive::BadFile);
 }
 
 /// One field of every kind.

@@ -208,7 +208,7 @@ std::vector<CalibrationPoint> readCalibrationPoints(const std::string& path) {
   std::ifstream file = openedOnce(path);
   std::string text(kLargestFile + 1, '\0');
   file.read(text.data(), static_cast<std::streamsize>(text.size()));
-  if (file.bad()) throw FileError(path, "cannot be read", Fault::medium);
+  if (file.bad()) throw unreadable(path);
   text.resize(static_cast<std::size_t>(file.gcount()));
   if (text.size() > kLargestFile) throw FileError(path, "is too large for a list of points", Fault::limit);
   std::string_view rest = text;

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <optional>
 
 #include "files.h"
 #include "format.h"
@@ -54,6 +55,8 @@ class Printer {
     if (json_) std::cout << "\n],\n\"state\": \"" << kStates[static_cast<std::size_t>(fault)] << "\"}\n";
   }
   long count() const { return count_; }
+  /// That bytes could not be read that were to be shown.
+  const std::optional<FileError>& failure() const { return failure_; }
 
  private:
   bool isWanted(const std::string& path) const {
@@ -86,9 +89,12 @@ class Printer {
   std::string hexOf(const Entry& entry) {
     if (!hex_ || entry.at < 0 || entry.size <= 0 || entry.kind == "object" || entry.kind == "header") return {};
     std::string bytes(static_cast<std::size_t>(std::min(entry.size, kHexBytes)), '\0'), hex;
-    bytes_.clear();
-    bytes_.seekg(entry.at).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<std::size_t>(bytes_.gcount()));
+    try {
+      bytes.resize(readAt(bytes_, entry.at, bytes.data(), bytes.size()));
+    } catch (const qcArchive::BadFile& error) {  // within an entry, which is to be ended
+      failure_ = errorOf(file_, error);
+      return {};
+    }
     for (const char byte : bytes) hex += formatted("%02X", static_cast<unsigned char>(byte));
     return hex;
   }
@@ -97,6 +103,7 @@ class Printer {
   bool json_, hex_;
   std::ifstream bytes_;
   long count_ = 0;
+  std::optional<FileError> failure_;
 };
 
 }  // namespace
@@ -144,7 +151,8 @@ Exit DumpCommand::run() const {
     if (begun || error.fault() == Fault::medium) throw;
     refused(error.fault(), faultEntry(error));
   }
-  print.end(fault);
+  print.end(print.failure() ? Fault::medium : fault);
+  if (print.failure()) throw *print.failure();
   if (fault != Fault::none) std::cerr << "vnx dump: " << file_ << ": not all could be read; the faults are shown\n";
   if (fault == Fault::none && print.count() == 0 && !path_.empty()) {
     std::cerr << "vnx dump: nothing found: no " << path_ << " in " << file_ << '\n';

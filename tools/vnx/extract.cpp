@@ -13,13 +13,13 @@ using Kind = qcArchiveRecord::Kind;
 
 namespace {
 
-// Copies `size` bytes from a place in a file.
-void copyBytes(std::ifstream& from, qcInt64 at, qcInt64 size, qcArchive& to) {
+// Copies `size` bytes from a place in the file of that name.
+void copyBytes(const std::string& path, std::ifstream& from, qcInt64 at, qcInt64 size, qcArchive& to) {
   std::vector<char> bytes(65536);
   from.seekg(at);
   for (qcInt64 left = size; left > 0;) {
     const qcInt64 step = std::min(left, static_cast<qcInt64>(bytes.size()));
-    if (!from.read(bytes.data(), step)) throw qcArchive::BadFile(L"the file cannot be read", 0);
+    if (!from.read(bytes.data(), step)) throw unreadable(path);
     to.raw(bytes.data(), static_cast<long>(step));
     left -= step;
   }
@@ -37,7 +37,8 @@ void writeHead(qcArchive& to, const qc_Record& record, bool swap) {
   to.raw(bytes.data(), static_cast<long>(bytes.size()));
 }
 
-void writeRecord(const RecordParts& parts, std::ifstream& from, qcArchive& to) {
+// `last` is the largest identifier that was in use.
+void writeRecord(const RecordParts& parts, qcUInt64 last, const std::string& path, std::ifstream& from, qcArchive& to) {
   using namespace qc_format;
   const bool swap = isSwapped(to);
   constexpr qcUInt64 kHead = kLinkedHead;
@@ -61,12 +62,12 @@ void writeRecord(const RecordParts& parts, std::ifstream& from, qcArchive& to) {
     if (i != 3) chain[i]->position = static_cast<qcUInt64>(chain[i + 1]->at);
   }
   pointer.last = static_cast<qcUInt64>(object.at);
-  object.last = anchor.last = lastIdentifier(from, parts.object, swap);
+  object.last = anchor.last = last;
   writeHead(to, mark, swap);
-  copyBytes(from, headerAt, headerSize, to);
+  copyBytes(path, from, headerAt, headerSize, to);
   writeHead(to, pointer, swap);
   writeHead(to, object, swap);
-  copyBytes(from, parts.object.at + parts.object.size, parts.object.body, to);
+  copyBytes(path, from, parts.object.at + parts.object.size, parts.object.body, to);
   to.seek(qcArchive::Position(kAnchorAt));
   writeHead(to, anchor, swap);
 }
@@ -110,10 +111,10 @@ bool RecordExtractor::extract(long number, const std::string& to) {
     throw FileError(path_, "record " + std::to_string(number) + " has no object");
   }
   requireDistinct("what is read and what is written", {path_, to});
-  bytes_.clear();
+  const qcUInt64 last = lastIdentifier(bytes_, wanted->second.object, isSwapped(from_));
   writeWhole(to, Existing::refused, [&](const std::string& part) {
     qcFileArchive archive(qf_Widen(part), qcArchive::storing, from_.ordering(), true);
-    writeRecord(wanted->second, bytes_, archive);
+    writeRecord(wanted->second, last, path_, bytes_, archive);
     archive.close();
   });
   return true;

@@ -36,11 +36,14 @@ std::string textOf(const qcException& error) {
   return text + (isBuffer ? "; writing failed" : "") + (isSaid ? "" : ": " + causeText(cause));
 }
 
-namespace {
-
 FileError unreadable(const std::string& path) { return {path, "cannot be read: " + causeText(errno), Fault::medium}; }
 
-}  // namespace
+std::size_t readAt(std::istream& from, qcInt64 at, void* bytes, std::size_t size) {
+  from.clear();
+  from.seekg(at).read(static_cast<char*>(bytes), static_cast<std::streamsize>(size));
+  if (from.bad()) throw qcArchive::BadFile(L"the file cannot be read", 0);
+  return static_cast<std::size_t>(from.gcount());
+}
 
 std::ifstream openedOnce(const std::string& path) {
   std::error_code ignored;

@@ -69,6 +69,13 @@ auto onFile(const std::string& path, Work work) {
   }
 }
 
+/// What is said of a file that cannot be read; the reason is in errno.
+FileError unreadable(const std::string& path);
+
+/// Reads as many bytes as there are at a place, at most `size`, and returns how many. Throws qcArchive::BadFile when
+/// the medium fails.
+std::size_t readAt(std::istream& from, qcInt64 at, void* bytes, std::size_t size);
+
 /// Opens a file that is read once, from its start to its end, so that it may be a pipe. Throws a FileError with the
 /// system's reason when it cannot be opened for reading or is a directory.
 std::ifstream openedOnce(const std::string& path);

@@ -218,10 +218,15 @@ class Inspection {
   Fault run() {
     archive_.observer(&teller_);
     teller_.behind(place());
-    if (archive_.isSeekable())
-      walkRecords();
-    else
-      walkObjects(place() + archive_.remaining());
+    try {
+      if (archive_.isSeekable())
+        walkRecords();
+      else
+        walkObjects(place() + archive_.remaining());
+    } catch (const qcException& error) {  // of the medium, between objects
+      teller_.beginItem();
+      fail(error);
+    }
     return found_;
   }
 
@@ -230,18 +235,16 @@ class Inspection {
 
   bool isAt(qcInt64 at, std::initializer_list<unsigned char> wanted) {
     std::array<char, 4> there{};
-    bytes_.clear();
-    bytes_.seekg(at).read(there.data(), static_cast<std::streamsize>(wanted.size()));
-    return bytes_ && std::equal(wanted.begin(), wanted.end(), there.begin(),
-                                [](unsigned char a, char b) { return a == static_cast<unsigned char>(b); });
+    return readAt(bytes_, at, there.data(), wanted.size()) == wanted.size() &&
+           std::equal(wanted.begin(), wanted.end(), there.begin(),
+                      [](unsigned char a, char b) { return a == static_cast<unsigned char>(b); });
   }
   bool isRecord(qcInt64 at) { return isAt(at, {0x4F, 0xE5, 0x70}); }
   // Not one of those that links lead to: what was given up may have left some of them behind.
   bool isUnlinkedRecord(qcInt64 at) {
     std::array<char, 10> head{};
-    bytes_.clear();
-    bytes_.seekg(at).read(head.data(), head.size());
-    return bytes_ && isRecord(at) && (head[3] == 0x54 || head[3] == 0x55) && (head[9] == 0 || head[9] == 1);
+    return readAt(bytes_, at, head.data(), head.size()) == head.size() && isRecord(at) &&
+           (head[3] == 0x54 || head[3] == 0x55) && (head[9] == 0 || head[9] == 1);
   }
   bool isMarker(qcInt64 at) { return isAt(at, {0xF1, 0x66, 0x4B, 0xDF}); }
 
@@ -476,7 +479,8 @@ class Inspection {
     bool result = false;
     try {
       result = attempt();
-    } catch (const qcException&) {
+    } catch (const qcException& error) {
+      if (faultOf(error) == Fault::medium) throw;
     }
     archive_.observer(&teller_);
     return result;

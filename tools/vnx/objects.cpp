@@ -39,9 +39,7 @@ std::optional<qcInt64> firstObject(std::istream& file, bool swap) {
 bool isMarked(std::istream& file, qcInt64 at) {
   constexpr std::string_view kMarker = "\xF1\x66\x4B\xDF", kEntry = "\x6F\x8B\x68\x44";
   std::string bytes(512, '\0');
-  file.clear();
-  file.seekg(at).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  bytes.resize(static_cast<std::size_t>(std::max<std::streamsize>(file.gcount(), 0)));
+  bytes.resize(readAt(file, at, bytes.data(), bytes.size()));
   return bytes.find(kMarker) < bytes.find(kEntry);
 }
 
@@ -49,8 +47,9 @@ bool isMarked(std::istream& file, qcInt64 at) {
 
 void checkHead(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  const int first = file.get(), order = file.get();
-  if (!file || (order != 0 && order != 1)) return;
+  std::array<unsigned char, 2> head{};
+  if (readAt(file, 0, head.data(), head.size()) < head.size() || head[1] > 1) return;
+  const auto [first, order] = head;
   const bool isSeekable = (first & 1) != 0, swap = (order == 1) != (std::endian::native == std::endian::little);
   const auto object = firstObject(file, swap), other = firstObject(file, !swap);
   const auto id = [&](bool swapped) { return headAt(file, qc_format::kAnchorAt, swapped).record.id; };
@@ -68,10 +67,10 @@ void checkHead(const std::string& path) {
 std::unique_ptr<qcFileArchive> openArchive(const std::string& path) {
   checkHead(path);
   std::ifstream file(path, std::ios::binary);
-  const int first = file.get();
+  unsigned char first = 0;
+  readAt(file, 0, &first, 1);
   // No plain archive has an anchor: one that says that it is plain is refused as a seekable one.
-  const bool isSeekable = (first != std::ifstream::traits_type::eof() && (first & 1) != 0) ||
-                          headAt(file, qc_format::kAnchorAt, false).record.is(qc_format::kAnchor);
+  const bool isSeekable = (first & 1) != 0 || headAt(file, qc_format::kAnchorAt, false).record.is(qc_format::kAnchor);
   return std::make_unique<qcFileArchive>(qf_Widen(path), qcArchive::loading, qcArchive::littleEndian, isSeekable, true);
 }
 
@@ -108,9 +107,9 @@ std::optional<qcPersistent*> ObjectReader::next() {
   if (archive_->remaining() <= 0) return std::nullopt;
   const std::streamoff at = archive_->tell();
   auto tag = kPointerTag;
-  bytes_.seekg(at).read(tag.data(), tag.size());
+  const bool isTag = readAt(bytes_, at, tag.data(), tag.size()) == tag.size() && tag == kPointerTag;
   try {
-    if (bytes_ && tag == kPointerTag) return load();
+    if (isTag) return load();
   } catch (const qcArchive::UnknownType&) {  // where it ends nobody else can tell
   }
   unnamed_ = at;

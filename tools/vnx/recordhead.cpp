@@ -2,6 +2,8 @@
 
 #include <bit>
 
+#include "files.h"
+
 bool isSwapped(const qcArchive& archive) {
   return (archive.ordering() == qcArchive::littleEndian) != (std::endian::native == std::endian::little);
 }
@@ -13,15 +15,13 @@ std::optional<qc_Record> RawHead::linked() const {
 
 RawHead headAt(std::istream& from, qcInt64 at, bool swap) {
   RawHead head{std::vector<unsigned char>(qc_format::kLinkedHead), {}};
-  const auto size = static_cast<std::streamsize>(head.bytes.size());
-  from.clear();
-  const auto got = from.seekg(at).read(reinterpret_cast<char*>(head.bytes.data()), size).gcount();
-  if (got == size && qf_IsRecord(head.bytes.data())) {
+  const std::size_t got = readAt(from, at, head.bytes.data(), head.bytes.size());
+  if (got == head.bytes.size() && qf_IsRecord(head.bytes.data())) {
     head.record = qf_ParseHead(head.bytes.data(), swap);
     qf_ParseFields(head.record, head.bytes.data() + qc_format::kRecordHead, swap);
     head.record.at = at;
   }
-  head.bytes.resize(static_cast<std::size_t>(got));
+  head.bytes.resize(got);
   return head;
 }
 

@@ -19,6 +19,7 @@ struct RawHead {
   /// The record, if it is one that links lead to.
   std::optional<qc_Record> linked() const;
 };
+/// Throws as readAt does.
 RawHead headAt(std::istream& from, qcInt64 at, bool swap);
 
 /// The bytes of the head of a linked record.

@@ -43,17 +43,17 @@ Exit VerifyCommand::run() const {
   }
   const auto archive = onFile(file_, [&](const std::wstring&) { return openArchive(file_); });
   archive->limits(limits_);
-  long objects = 0, faults = 0;
+  long objects = 0;
   qcInt64 opaque = 0;
-  const Fault fault = inspect(*archive, file_, [&](const Entry& entry) {
+  const auto tell = [&](const Entry& entry) {
     if (entry.kind == "object") ++objects;
     if (entry.kind == "opaque") opaque += entry.size;
     if (entry.kind != "fault") return;
-    ++faults;
     std::cerr << "vnx verify: " << file_ << ": at byte " << entry.at << ", " << entry.path << ':';
     for (const auto& [name, value] : entry.facts) std::cerr << ' ' << name << ' ' << value;
     std::cerr << '\n';
-  });
+  };
+  const Fault fault = onFile(file_, [&](const std::wstring&) { return inspect(*archive, file_, tell); });
   constexpr const char* kVerdicts[] = {"good: ", "not good: ", "not read whole: ", "not read whole: "};
   std::cout << file_ << ": " << kVerdicts[static_cast<int>(fault)] << counted(objects, "object") << "; "
             << counted(opaque, "byte") << " of which only their writer knows more"

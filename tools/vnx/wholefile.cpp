@@ -167,14 +167,15 @@ bool WholeFile::finish() {
   return true;
 }
 
-// The standard library's way does not say why it fails.
+// The standard library's way says neither why it fails nor which file does.
 void copyFile(const std::string& from, const std::string& part, const std::string& to) {
   std::ifstream in(from, std::ios::binary);
   std::ofstream out(part, std::ios::binary);
   std::vector<char> bytes(65536);
   while (out && (in.read(bytes.data(), static_cast<std::streamsize>(bytes.size())), in.gcount() > 0))
     out.write(bytes.data(), in.gcount());
-  if (in.bad() || !in.eof() || !out.flush()) fail(to, errno);
+  if (out && !in.eof()) throw unreadable(from);
+  if (!out.flush()) fail(to, errno);
   fs::permissions(part, fs::status(from).permissions() | fs::perms::owner_write);
 }
 
