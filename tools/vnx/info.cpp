@@ -100,13 +100,14 @@ void describeArchive(const std::string& path, std::ostream& out) {
   row(out, "bytes", formatted("%lld", reader.archive().remaining() + reader.archive().tell()));
   if (!reader.isSeekable() || !describeDatabase(qf_Widen(path), out)) {
     std::set<const qcPersistent*> described;
-    while (const auto object = reader.next()) {
-      if (!*object)
+    while (const auto next = reader.next()) {
+      qcPersistent* const object = *next;
+      if (!object)
         row(out, "object", "none (a null pointer)");
-      else if (described.insert(*object).second)
-        describeObject(**object, out);
+      else if (described.insert(object).second)
+        describeObject(*object, out);
       else
-        row(out, "object", qcDevEnv::canonicalTypeName(typeid(**object).name()) + ", described above");
+        row(out, "object", qcDevEnv::canonicalTypeName(typeid(*object).name()) + ", described above");
     }
   }
   if (const int count = reader.unknown(); count > 0)
