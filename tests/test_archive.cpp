@@ -237,12 +237,16 @@ TEST(Header, IsCheckedInTheOrderOfItsFields) {
   EXPECT_EQ(qcMemoryArchive(static_cast<qcArchive::Ordering>(7), false).storage()[1], 0);
 }
 
+struct Empty {};
+qcArchive& operator||(qcArchive& archive, Empty&) { return archive; }
+
 TEST(Vectors, HoldACountAndTheElements) {
   EXPECT_EQ(stored(kBig, false, std::vector<short>{1, -1}), fromHex("00000002 0001 FFFF"));
   EXPECT_EQ(stored(kLittle, false, std::vector<bool>{true, false}), fromHex("02000000 01 00"));
   EXPECT_EQ(stored(kBig, false, std::vector<std::string>{"a", ""}), fromHex("00000002 01226122 002222"));
   EXPECT_EQ(stored(kBig, false, std::vector<long>{-2}), fromHex("00000001 FFFFFFFE"));
   EXPECT_EQ(stored(kBig, false, std::pair<short, bool>{5, true}), fromHex("0005 01"));
+  EXPECT_THROW(stored(kBig, false, std::vector<Empty>(1100)), qcArchive::BadContent);  // could not be loaded
 }
 
 TEST(Vectors, LoadOverWhateverTheyHeldBefore) {

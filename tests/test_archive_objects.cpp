@@ -291,6 +291,21 @@ TEST(HeldObjects, AreStoredInFullAfterAFailedStoreByValue) {  // which leaves no
   EXPECT_TRUE(node && node != back.node && again.node == node && in->remaining() == 0);
 }
 
+TEST(HeldObjects, StayWhatTheyWereWhenTheyFailToBeStoredAgain) {
+  const NodeHandle node(new Node);
+  node->pet = std::make_unique<Pet>();
+  qcMemoryArchive archive(kBig, true);
+  archive << node;
+  node->pet->throwing = true;
+  EXPECT_THROW(archive.storeObject(node.rep()), std::runtime_error);
+  archive << node << std::make_unique<Pet>(7);
+  BytesArchive in(bytesOf(archive), true);
+  NodeHandle first, second;
+  std::unique_ptr<Pet> pet;
+  *in || first || second || pet;
+  EXPECT_TRUE(first == second && pet->number == 7);
+}
+
 TEST(HeldObjects, ANewObjectAtAFreedAddressIsANewObject) {
   alignas(Pet) unsigned char place[sizeof(Pet)];
   qcMemoryArchive archive(kBig, false);

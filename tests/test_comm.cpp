@@ -139,13 +139,16 @@ TEST(Transfer, WaitingForAMessageKeepsNobodyFromArchiving) {
   const auto out = other->archive(Dir::storing, 5);
   out->flush();
   const auto in = mine->archive(Dir::loading, 5);
+  std::vector<qcPtrHandle_const<qc2XformBase>> many, loaded;  // more than goes into a frame, or into the connection
+  for (int i = 0; i < 5000; ++i) many.emplace_back(new qc2XformLinear);
   std::jthread writer([&] {
     qcTimer::sleep(0.02);
-    *out << qcBadPointer();
+    *out << qcBadPointer() << many;
     out->flush();
   });
   qcBadPointer back;
-  EXPECT_NO_THROW(*in >> back);
+  EXPECT_NO_THROW(*in >> back >> loaded);
+  EXPECT_EQ(loaded.size(), many.size());
 }
 
 TEST(Transfer, ABrokenMessageLeavesNothingToRead) {

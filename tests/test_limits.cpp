@@ -166,6 +166,17 @@ TEST(Limits, AreExact) {
   }
 }
 
+TEST(Limits, LeaveTheMediumWhereReadingHasEnded) {
+  std::stringbuf medium(headOf(kBig) + stored(kBig, false, 1, 2, 3) + headOf(kBig) + stored(kBig, false, 4, 5, 6));
+  for (const int expected : {1, 4}) {
+    StreamArchive archive(medium, qcArchive::loading);
+    archive.limits({.bytes = 1000});
+    int first = 0, second = 0, third = 0;
+    archive || first || second || third;
+    EXPECT_EQ(first, expected);
+  }
+}
+
 TEST(Limits, NameTheClassesThatMayBeMade) {
   const std::string bytes = headOf(kBig) + stored(kBig, false, chainOf(2));
   BytesArchive archive(bytes + bytes.substr(2));

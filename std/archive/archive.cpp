@@ -131,6 +131,7 @@ void qcArchive::readHeader() {
 }
 
 void qcArchive::dtorStarting() noexcept {
+  settle();
   try {
     if (isStoring()) buffer_->pubsync();
   } catch (...) {  // a destructor has nobody to tell; sync and close do

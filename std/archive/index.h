@@ -192,7 +192,11 @@ class qc_ArchiveIndex {
 
   // What the store under way has entered, and what the load under way has made, in order; counts_ has room for the
   // count of each, so that undoing a load needs no memory.
-  std::vector<qc_HeldTable::Place> stored_;
+  struct Stored {
+    qc_HeldTable::Place place;
+    std::int32_t before;  // the identifier under which the object was stored already
+  };
+  std::vector<Stored> stored_;
   std::vector<qc_HeldTable::Place> made_;
   std::vector<qc_LoadUndo::Count> counts_;
 

@@ -16,7 +16,9 @@ class qc_ArchiveIndex::Entry {
   explicit Entry(qc_ArchiveIndex& index) : index_(index) {
     if (index_.entered_ == 0) {
       // Waiting for another process, or thread, to begin a message must not keep all others from archiving.
-      if (index_.archive_.isLoading() && !index_.isSeekable() && qc_Areas::readable(index_.buffer()) == 0) {
+      if (index_.archive_.isStoring()) {
+        index_.archive_.beforeObject();
+      } else if (!index_.isSeekable() && qc_Areas::readable(index_.buffer()) == 0) {
         index_.buffer().sgetc();
       }
       qc_Visited::lock().lock();
@@ -106,11 +108,10 @@ class qc_ArchiveIndex::StoreGuard {
       return;
     }
     const std::lock_guard guard(qc_HeldTable::lock());
-    for (std::size_t i = from_; i < index_.stored_.size(); ++i) {
-      qc_HeldTable::Entry& entry = index_.held_[index_.stored_[i]];
-      if (entry.stored >= firstId_) entry.stored = 0;
+    for (; index_.stored_.size() > from_; index_.stored_.pop_back()) {
+      qc_HeldTable::Entry& entry = index_.held_[index_.stored_.back().place];
+      if (entry.stored >= firstId_) entry.stored = index_.stored_.back().before;
     }
-    index_.stored_.resize(from_);
   }
   StoreGuard(const StoreGuard&) = delete;
   StoreGuard& operator=(const StoreGuard&) = delete;

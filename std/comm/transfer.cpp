@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <streambuf>
+#include <utility>
 #include <vector>
 
 #include "std/archive/index.h"
@@ -34,6 +35,12 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
     sendFrame(isLast);
   }
 
+  // Leaves room for an object in the frame, and does not keep the end of the last one, for which the reader waits.
+  void makeRoom() {
+    const bool isEnd = std::exchange(isSplit_, false) && pptr() != pbase();
+    if (isEnd || epptr() - pptr() < pptr() - pbase()) sendFrame(false);
+  }
+
   void skipMessage() {
     while (inMessage_) receiveFrame();
     dropFrame();
@@ -42,6 +49,7 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
  protected:
   int_type overflow(int_type c) override {
     sendFrame(false);
+    isSplit_ = isSplit_ || qc_ArchiveIndex::isWithin(*archive_);
     if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
     return sputc(traits_type::to_char_type(c));
   }
@@ -132,6 +140,7 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
   double waited_ = 0;       // in this message
   off_type received_ = 0;   // bytes of the archive
   bool inMessage_ = false;  // its last frame is not through yet
+  bool isSplit_ = false;    // what goes into the frame began in another one
   bool broken_ = false;
 };
 
@@ -164,6 +173,8 @@ void qcTransferArchive::nextMessage() {
   settle();
   if (isLoading()) stream_->skipMessage();
 }
+
+void qcTransferArchive::beforeObject() { stream_->makeRoom(); }
 
 bool qcTransferArchive::isConnected() const { return communicator_.isConnected(); }
 bool qcTransferArchive::waitUntilDisconnected(double seconds) const {

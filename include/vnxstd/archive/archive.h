@@ -245,9 +245,9 @@ class VNXSTD_EXPORT qcArchive {
     elementsLeft_ -= count;
   }
 
-  /// Whether objects and records stored from now on carry sizes and offsets of 8 bytes instead of 4. A seekable archive
-  /// needs it before it stores an object of 4 GiB or more, or refers to one beyond that position: without it such a
-  /// store throws BadContent.
+  /// Whether objects and records stored from now on carry sizes and offsets of 8 bytes instead of 4, as those behind
+  /// the first 2 GiB of a seekable archive do in any case. What begins before these needs it to be 4 GiB long or
+  /// longer, or to refer to what lies beyond 4 GiB: without it such a store throws BadContent.
   void wideSizes(bool wide) noexcept;
 
   // The index of a seekable archive. Marks are places that applications number; objects are those stored by
@@ -284,7 +284,7 @@ class VNXSTD_EXPORT qcArchive {
   void setStartingNum(long number);
 
   /// Stores a mark with the number of one that there is already, or of none: the older one has no number once this one
-  /// is found. Throws like writeNewMark but for Duplicate.
+  /// is found. Throws like writeNewMark but for Duplicate, and BadContent for 0.
   void replaceMark(long number);
 
   /// Everything that is stored while one of these lives becomes part of the archive at once, by commit, or not at all:
@@ -322,7 +322,8 @@ class VNXSTD_EXPORT qcArchive {
   /// Stores an object in full, whether or not it was stored before, and returns its identifier. Pointers stored later
   /// refer to it. Throws qcBadPointer for null.
   long storeObject(qcPersistent* object);
-  /// References to it are NotFound from then on; a pointer to it that is stored later brings it along anew.
+  /// References to it are NotFound from then on, so that objects that refer to it cannot be loaded; a pointer to it
+  /// that is stored later brings it along anew.
   void removeObject();
   /// Identifiers given out from now on are at least this one.
   void setStartingID(long id);
@@ -330,7 +331,7 @@ class VNXSTD_EXPORT qcArchive {
   /// loaded anew. Does nothing while an object is being stored or loaded.
   void forgetObjects() noexcept;
 
-  /// Where the first pointer lies, and the first one behind the current position; 0 for none.
+  /// Where the first pointer lies that was not removed, and the first such one behind the current position; 0 for none.
   Position firstPointerPos() const;
   Position nextPointerPos();
   /// The identifier of the object that a pointer refers to. The second form makes it refer to another object of the
@@ -350,7 +351,8 @@ class VNXSTD_EXPORT qcArchive {
   long salvage();
   /// Makes the chain sound again: it leads from each record of the index to the next, and records can be added. What
   /// salvage has not found is given up. It writes in many places, so that a program that is killed meanwhile can leave
-  /// less than there was: it is for copies. Throws BadContent when there is no record.
+  /// less than there was: it is for copies. Throws BadContent when the head of the chain is lost and there is no
+  /// record.
   void relink();
 
   /// The heads of all records of the index in the order in which they lie, also of those that were removed; after
@@ -413,6 +415,10 @@ class VNXSTD_EXPORT qcArchive {
   /// For archives that are not seekable and go in messages, each of which stands alone: forgets all objects, as
   /// forgetObjects does, and begins their identifiers anew. Does nothing while an object is being stored or loaded.
   void beginAnew() noexcept;
+
+  /// Called before an object or a pointer outside of all others is stored, when nobody has to wait for it yet: time to
+  /// hand on what was stored before. May throw.
+  virtual void beforeObject() {}
 
   /// Drops what lies behind `end`; the put position is then anywhere. False when the medium cannot.
   virtual bool truncate(std::streamoff end);
@@ -500,8 +506,13 @@ template <class T>
 requires(!std::is_base_of_v<qcPersistent, T>) && requires(qcArchive& archive, T& value) { archive || value; }
 qcArchive& operator<<(qcArchive& archive, const T& value) {
   if (archive.isStoring()) return archive || const_cast<T&>(value);  // storing changes nothing
-  T ignored = value;
-  return archive || ignored;
+  if constexpr (std::is_default_constructible_v<T>) {
+    T ignored{};
+    return archive || ignored;
+  } else {
+    T ignored = value;
+    return archive || ignored;
+  }
 }
 template <class T>
 requires(!std::is_base_of_v<qcPersistent, T>) && requires(qcArchive& archive, T& value) { archive || value; }
@@ -536,7 +547,7 @@ qcArchive& operator||(qcArchive& archive, Handle& handle) {
 }
 
 /// The same for an object that has one owner: it is stored in full each time, and always comes back as an object of its
-/// own, which nothing else in the archive can refer to.
+/// own, which nothing else in the archive can refer to. It is not in the index.
 VNXSTD_EXPORT void* qf_SerializeOwnedPointer(qcArchive& archive, qcPersistent* in, qc_PointerCast cast);
 
 /// An object of which nobody else has a part; may be null. Loading throws qcArchive::BadType when the object is no T;
@@ -570,8 +581,9 @@ qcArchive& operator||(qcArchive& archive, std::pair<A, B>& pair) {
 }
 
 /// A vector: a 32-bit count, then the elements. Memory grows with the elements that arrive, never with the count alone.
-/// A vector of more than 2^32 - 1 elements throws BadContent, and so does loading more than some 65536 that take no
-/// bytes each. Loading replaces the vector; one that throws midway leaves the elements that have arrived.
+/// A vector of more than 2^32 - 1 elements throws BadContent; so does one whose first 1024 / sizeof(T) + 1 elements
+/// take no bytes, if it has more. Loading replaces the vector; one that throws midway leaves the elements that have
+/// arrived.
 template <class T>
 qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
   constexpr bool isBlock = std::is_arithmetic_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, long> &&
@@ -581,11 +593,21 @@ qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
   auto count = static_cast<std::uint32_t>(values.size());
   archive || count;
   const qcArchiveCompound compound(archive);
+  // When they are loaded, elements without bytes would make any count good.
+  const auto start = !isBlock && count > kBelieved ? archive.tell() : qcArchive::Position(-1);
+  const auto checkBytes = [&](std::size_t done) {
+    if (done == kBelieved && start != qcArchive::Position(-1) && archive.tell() == start)
+      throw archive.located(qcArchive::BadContent("archive", 1302), "elements that take bytes", "none");
+  };
   if (archive.isStoring()) {
     if constexpr (isBlock) {
       archive.block(values.data(), count);
     } else {
-      for (auto&& value : values) qf_SerializeElement(archive, value);
+      std::size_t done = 0;
+      for (auto&& value : values) {
+        qf_SerializeElement(archive, value);
+        checkBytes(++done);
+      }
     }
     return archive;
   }
@@ -597,7 +619,6 @@ qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
       step = count;
     }
   }
-  const qcArchive::Position start = !isBlock && step < count ? archive.tell() : qcArchive::Position(-1);
   if (values.size() > step) values.resize(step);
   std::size_t arrived = 0;
   try {
@@ -611,11 +632,7 @@ qcArchive& operator||(qcArchive& archive, std::vector<T>& values) {
         for (std::size_t i = done; i < done + step; ++i) {
           auto&& value = values[i];
           qf_SerializeElement(archive, value);
-          ++arrived;
-        }
-        // Elements without bytes would make any count good.
-        if (done == 0 && start != qcArchive::Position(-1) && archive.tell() == start) {
-          throw archive.located(qcArchive::BadContent("archive", 1302), "elements that take bytes", "none");
+          checkBytes(++arrived);
         }
       }
     }

@@ -23,9 +23,9 @@ class qc_StreamBufferWithTimeout;
 /// qcArchiveCompound. An archive that goes before its message is loaded leaves the rest for the next one,
 /// which makes no sense there: nextMessage first. docs/archive-format.md gives the bytes of messages. For one thread at
 /// a time. An object is stored and loaded under the persistence lock, and so are waits in its middle: between two
-/// threads of one process, objects larger than what the connection takes at once (some 100 KB) time out, since neither
-/// side can go on without the lock; and while a peer stalls there, no other thread of the process stores or loads
-/// objects.
+/// threads of one process, objects of more than 32 KB can time out where the one that stores is ahead, and those larger
+/// than what the connection takes at once (some 100 KB) always do, since neither side can go on without the lock; and
+/// while a peer stalls there, no other thread of the process stores or loads objects.
 class VNXSTD_EXPORT qcTransferArchive : public qcArchive {
  public:
   /// What is stored and not yet flushed is sent; a failure to do so is lost here.
@@ -52,6 +52,9 @@ class VNXSTD_EXPORT qcTransferArchive : public qcArchive {
   /// Waits for the peer to go, this many seconds at most; whether it has.
   bool waitUntilDisconnected(double seconds) const;
   qcCommunicator& connectedTo() const noexcept { return communicator_; }
+
+ protected:
+  void beforeObject() override;
 
  private:
   friend class qcCommunicator;
