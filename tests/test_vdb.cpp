@@ -343,6 +343,25 @@ TEST(Database, HidesNoRecordBehindABitThatIsWrong) {
       flip(record.at, bit);
     }
   }
+  // Nor does one that was begun, and never linked.
+  Memory killed(bytesOf(*memory.archive));
+  killed.archive->append();
+  killed.database->storeNewRecord(std::make_unique<Result>(0).get());
+  auto records = memory.archive->records();
+  std::string begun = bytesOf(*killed.archive);
+  begun.replace(static_cast<std::size_t>(records.back().at) + 18, 8, 8, '\0');
+  records.pop_back();  // whose link could be damaged by one that was written
+  for (const auto& record : records) {
+    for (std::size_t bit = 0; bit < 16; ++bit, ++changes) {
+      std::string bytes = begun;
+      bytes[static_cast<std::size_t>(record.at) + 18 + bit / 8] ^= static_cast<char>(1 << bit % 8);
+      Memory again(bytes);
+      again.archive->salvage();
+      if (again.archive->damaged() != qcArchive::Position(0)) again.archive->relink();
+      isTold(*again.database);
+      EXPECT_TRUE(found == kRecords && again.database->lastRecord() == kRecords) << record.at << ' ' << bit;
+    }
+  }
   std::printf("%d changes\n", changes);
 }
 

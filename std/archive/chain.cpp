@@ -188,15 +188,15 @@ void qc_RecordChain::keepBehind(std::streamoff place) {
   if (unfinished_ != 0 && broken_ == 0 && place >= unfinished_) giveUp();
 }
 
-// Nothing leads to what is unfinished any more. A link that stayed would lead into what is stored next; and a head that
-// follows the last record would be taken for the one that a lost link has led to.
+// Nothing leads to what is unfinished any more. A link that stayed would lead into what is stored next; and heads that
+// follow the last record would be taken for those that a lost link has led to.
 void qc_RecordChain::giveUp() {
   const std::streamoff place = std::exchange(unfinished_, 0);
   try {
     const Ungated medium(archive_);
-    const bool isThere = place != 0 && readAside([&] { return place < archive_.endOffset() && isBegun(place); });
+    const std::vector<std::streamoff> heads = readAside([&] { return begunFrom(place); });
     cutLink();
-    if (isThere) overwrite<unsigned char>(place, 0);  // others may have stored something else there
+    for (auto head = heads.rbegin(); head != heads.rend(); ++head) overwrite<unsigned char>(*head, 0);
     announceLast(static_cast<std::int32_t>(anchor_.last));
   } catch (...) {
     unfinished_ = place;
@@ -290,7 +290,11 @@ void qc_RecordChain::relink() {
   }
   anchored_ = true;
   broken_ = 0;
-  announceLast(std::max(lastId, static_cast<std::int32_t>(anchor_.last)));
+  const auto begun = static_cast<std::streamoff>(std::min(anchor_.size, static_cast<qcUInt64>(archive_.endOffset())));
+  const std::int32_t last = std::max(lastId, static_cast<std::int32_t>(anchor_.last));
+  // What was begun and never linked stays known for that.
+  const bool isUnfinished = begun >= tail().end() && begun < archive_.endOffset() && isBegun(begun);
+  isUnfinished ? announce(begun, last) : announceLast(last);
 }
 
 void qc_RecordChain::countIdentifiers(std::streamoff place, std::int32_t lastId) {
@@ -300,7 +304,7 @@ void qc_RecordChain::countIdentifiers(std::streamoff place, std::int32_t lastId)
 }
 
 qc_RecordAddition::qc_RecordAddition(qc_RecordChain& chain, std::int32_t lastId)
-    : chain_(chain), start_(chain.archive_.offset()), before_(chain.records_.size()) {
+    : chain_(chain), start_(chain.archive_.offset()), before_(chain.records_.size()), lastId_(lastId) {
   chain.checkGrowth();
   if (chain.inObject_) throw qcArchive::BadBuffer(kIndexSource, kNotAtEndLine);
   if (chain.open_) return;
@@ -310,7 +314,6 @@ qc_RecordAddition::qc_RecordAddition(qc_RecordChain& chain, std::int32_t lastId)
     chain.isSizeLost_ = false;
   }
   chain.unfinished_ = 0;
-  chain.announce(start_, lastId);
   chain.open_ = this;
 }
 
@@ -323,9 +326,10 @@ void qc_RecordAddition::abandon() noexcept {
   bool isCut = false;
   try {
     isCut = isOuter() && !linking_ && chain_.archive_.truncate(start_);
-    // A link that is torn later, or a search, could take what stays for what follows the last record.
-    for (std::size_t i = before_; !isCut && !linking_ && i < chain_.records_.size(); ++i)
-      chain_.overwrite<unsigned char>(chain_.records_[i].at, 0);
+    // A link that is torn later, or a search, could take what stays for what follows the last record. The first one
+    // goes last: until then it is what was announced.
+    for (std::size_t i = chain_.records_.size(); !isCut && !linking_ && i > before_; --i)
+      chain_.overwrite<unsigned char>(chain_.records_[i - 1].at, 0);
   } catch (...) {  // the medium refuses everything; the chain does not lead here
   }
   const bool hasReplaced = !chain_.replaced_.empty();
@@ -353,6 +357,7 @@ void qc_RecordAddition::begin(unsigned char kind, std::int32_t id, qcUInt64 last
   record.last = last;
   record.previous = static_cast<qcUInt64>(chain_.tail().at);
   if (record.isFollowed() && record.is(kPointer)) record.position = static_cast<qcUInt64>(record.bodyAt());
+  if (chain_.records_.size() == chain_.open_->before_) chain_.announce(record.at, lastId_);
   chain_.writeHead(record);
   if (!chain_.add(record)) throw qcArchive::Duplicate(kIndexSource, kTakenLine);
   chain_.inObject_ = record.is(kObject);
@@ -382,7 +387,7 @@ void qc_RecordAddition::link(std::int32_t lastId) {
     const std::int32_t last = isTold ? static_cast<std::int32_t>(chain_.anchor_.last) : lastId;
     if (!hasRecords)
       chain_.announceLast(last);
-    else if (first != chain_.anchor_.size || !isTold)
+    else if (!isTold)
       chain_.announce(static_cast<std::streamoff>(first), last);
   }
   if (isOuter() && !chain_.replaced_.empty()) {

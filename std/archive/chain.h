@@ -91,7 +91,7 @@ class qc_RecordChain {
   std::streamoff follow(std::streamoff& end);
   bool isInside(const qc_Record& record, std::streamoff end) const noexcept;
   bool isInChain(const qc_Record& record, std::streamoff end);
-  bool isFollowing(const qc_Record& record, std::streamoff end) const noexcept;
+  bool isFollowing(const qc_Record& record, std::streamoff end);
   bool isNamed(const qc_Record& record, std::streamoff end);
   bool isNamedByNext(const qc_Record& record, std::streamoff end);
   std::streamoff tailEnd();
@@ -103,6 +103,7 @@ class qc_RecordChain {
   std::streamoff lostObject(std::streamoff end);
   std::streamoff lostLink(std::streamoff end);
   bool isBegun(std::streamoff place);
+  std::vector<std::streamoff> begunFrom(std::streamoff place);
   bool isFront(const unsigned char* head, std::size_t count);
   void settle(std::streamoff end);
   template <class Found>
@@ -147,7 +148,7 @@ class qc_RecordChain {
 /// them is cut off again. One that is made while another one is open adds to it.
 class qc_RecordAddition {
  public:
-  /// Announces them, at the place where the archive is. `lastId` is the largest identifier given out so far.
+  /// Takes what comes from where the archive is on. `lastId` is the largest identifier given out so far.
   qc_RecordAddition(qc_RecordChain& chain, std::int32_t lastId);
   ~qc_RecordAddition();
   qc_RecordAddition(const qc_RecordAddition&) = delete;
@@ -155,7 +156,7 @@ class qc_RecordAddition {
 
   /// Whether it stands by itself, and is not linked yet.
   bool isOuter() const noexcept { return chain_.open_ == this; }
-  /// Writes a head. A mark may take over the number of an older one.
+  /// Writes a head, and before the first one announces it. A mark may take over the number of an older one.
   void begin(unsigned char kind, std::int32_t id, qcUInt64 last = 0);
   /// What follows the head of the last record is written.
   void finish(std::int32_t lastId);
@@ -167,7 +168,8 @@ class qc_RecordAddition {
 
   qc_RecordChain& chain_;
   std::streamoff start_;
-  std::size_t before_;    // records in the chain
+  std::size_t before_;  // records in the chain
+  std::int32_t lastId_;
   bool linking_ = false;  // whether the link is there is unknown until it is written
   bool linked_ = false;
 };

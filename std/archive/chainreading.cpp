@@ -219,6 +219,20 @@ bool qc_RecordChain::isBegun(std::streamoff place) {
   return count < head.size() || (read(place, record) && record.previous == static_cast<qcUInt64>(tail().at));
 }
 
+// The places of the records that were begun there, each of which names the one before; others may have stored something
+// else there, and there may be more behind them.
+std::vector<std::streamoff> qc_RecordChain::begunFrom(std::streamoff place) {
+  const std::streamoff end = archive_.endOffset();
+  if (place == 0 || place >= end || !isBegun(place)) return {};
+  std::vector<std::streamoff> heads{place};
+  for (const std::streamoff at : candidates(std::min(place + static_cast<std::streamoff>(kLinkedHead), end))) {
+    qc_Record record;
+    if (at < openedEnd_ && read(at, record) && record.previous == static_cast<qcUInt64>(heads.back()))
+      heads.push_back(at);
+  }
+  return heads;
+}
+
 // Whether these first bytes of a head can be those of a linked record that follows the last one.
 bool qc_RecordChain::isFront(const unsigned char* head, std::size_t count) {
   const std::size_t known = std::min(count, kRecordTag.size());
@@ -351,11 +365,17 @@ bool qc_RecordChain::readSized(std::streamoff place, qc_Record& record, std::str
   return true;
 }
 
-// Whether a record follows the last one by what it says. It leads ahead; or it is the last one itself, which never lies
-// before the one that was begun last.
-bool qc_RecordChain::isFollowing(const qc_Record& record, std::streamoff end) const noexcept {
+// Whether a record follows the last one by what it says. It leads ahead; or it is the last one itself, which the one
+// that was begun last names, unless it is that one or lies behind it. What a pointer has brought along was linked with
+// it.
+bool qc_RecordChain::isFollowing(const qc_Record& record, std::streamoff end) {
   const auto place = static_cast<qcUInt64>(record.at);
-  const bool leadsAhead = record.position == 0 ? place >= anchor_.size : record.position > place;
+  const auto isLast = [&] {
+    const bool isBrought = tail().is(kPointer) && tail().isFollowed() && record.at == tail().end();
+    return place >= anchor_.size || tail().position == place || isBrought ||
+           isNamedAt(anchor_.size + kPreviousField, record.at, end);
+  };
+  const bool leadsAhead = record.position == 0 ? isLast() : record.position > place;
   return record.previous == static_cast<qcUInt64>(tail().at) && leadsAhead && isInside(record, end);
 }
 

@@ -157,7 +157,8 @@ void ChainMender::dropAnchor(qcArchive& archive, const qc_Record& anchor) {
 // another one than the pointer's, or one that is there.
 bool ChainMender::follows(qcArchive& archive, const qc_Record& next, const qc_Record& last) {
   if (next.previous != static_cast<qcUInt64>(last.at)) return false;
-  if (last.is(qc_format::kPointer) && next.id != last.id) return false;
+  const bool isPristine = last.is(qc_format::kPointer) && last.isFollowed() && last.size == 0;
+  if (isPristine && next.id != last.id) return false;
   if (next.is(qc_format::kObject) && (next.size == 0 || archive.findObject(next.id) != kNone)) return false;
   if (!next.is(qc_format::kPointer) || !next.isFollowed()) return true;
   std::ifstream file(path_, std::ios::binary);
