@@ -826,7 +826,7 @@ TEST_F(Tool, ListsChecksAndChangesDatabases) {
                                                                      {"shifted", "bytes in which no record"},
                                                                      {"ahead", "nothing was lost"},
                                                                      {"inside", "nothing was lost"},
-                                                                     {"killed", "nothing was lost"},
+                                                                     {"killed", "its writer has not finished"},
                                                                      {"r", "nothing was lost"},
                                                                      {"cuta", "record 3: "},
                                                                      {"kind", "record 1: "},

@@ -1,6 +1,7 @@
 // Archives: the stream, what can be stored in it, its media, handles and the storage pool.
 #pragma once
 
+#include "vnxstd/archive/alone.h"
 #include "vnxstd/archive/archive.h"
 #include "vnxstd/archive/compound.h"
 #include "vnxstd/archive/file.h"

@@ -3,7 +3,7 @@
 // qcTimer counts on the steady clock of the system, qcPTimer on the processor's time-stamp counter, which costs less to
 // read; where there is none the two are the same. A timer adds up the intervals between its starts and stops, in ticks
 // of its counter. What starting and stopping costs at least is measured once and subtracted, so that a timer that is
-// stopped at once mostly reads 0.
+// stopped at once reads 0 or a few nanoseconds.
 //
 // A timer is for one thread at a time; the static functions are safe from all.
 #pragma once
