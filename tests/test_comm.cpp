@@ -14,6 +14,7 @@
 #include "vnxstd/comm.h"
 #include "vnxstd/except/catalogue.h"
 #include "vnxstd/math/xflinear.h"
+#include "vnxstd/shapes/polyline.h"
 #include "vnxstd/timer.h"
 
 namespace {
@@ -141,14 +142,16 @@ TEST(Transfer, WaitingForAMessageKeepsNobodyFromArchiving) {
   const auto in = mine->archive(Dir::loading, 5);
   std::vector<qcPtrHandle_const<qc2XformBase>> many, loaded;  // more than goes into a frame, or into the connection
   for (int i = 0; i < 5000; ++i) many.emplace_back(new qc2XformLinear);
+  const qcPolyline large(std::vector<qcVector<2>>(50000), false);
   std::jthread writer([&] {
     qcTimer::sleep(0.02);
-    *out << qcBadPointer() << many;
+    *out << qcBadPointer() << large << many;
     out->flush();
   });
   qcBadPointer back;
-  EXPECT_NO_THROW(*in >> back >> loaded);
-  EXPECT_EQ(loaded.size(), many.size());
+  qcPolyline same;
+  EXPECT_NO_THROW(*in >> back >> same >> loaded);
+  EXPECT_TRUE(same == large && loaded.size() == many.size());
 }
 
 TEST(Transfer, ABrokenMessageLeavesNothingToRead) {

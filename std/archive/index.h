@@ -77,6 +77,8 @@ class qc_ArchiveIndex {
     return archive.index_->entered_ != 0 || archive.compounds_ != 0;
   }
 
+  static bool isInObject(const qcArchive& archive) noexcept { return archive.index_->entered_ != 0; }
+
   /// Does nothing while an object is stored or loaded.
   void letGo() noexcept {
     if (entered_ != 0) return;
@@ -194,7 +196,8 @@ class qc_ArchiveIndex {
   // count of each, so that undoing a load needs no memory.
   struct Stored {
     qc_HeldTable::Place place;
-    std::int32_t before;  // the identifier under which the object was stored already
+    std::int32_t before;  // the identifier under which the object was stored already, and its height then
+    std::int32_t height;
   };
   std::vector<Stored> stored_;
   std::vector<qc_HeldTable::Place> made_;

@@ -1,10 +1,11 @@
 #include "vnxstd/comm/transfer.h"
 
+#include <algorithm>
 #include <chrono>
 #include <streambuf>
-#include <utility>
 #include <vector>
 
+#include "std/archive/areas.h"
 #include "std/archive/index.h"
 #include "std/comm/link.h"
 #include "vnxstd/comm/communicator.h"
@@ -20,7 +21,8 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
   double timeOut() const noexcept { return seconds_; }
 
   void beginStoring() {
-    buffer_.resize(qc_Link::kHead + qc_Link::kMostInMessageFrame);
+    buffer_.resize(kRoom);
+    buffer_.shrink_to_fit();
     setp(buffer_.data() + qc_Link::kHead, buffer_.data() + buffer_.size());
   }
 
@@ -30,15 +32,14 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
   // Within an object or a value the message goes on: the reader would not know what the rest belongs to.
   void sendMessage() {
     const bool isLast = !qc_ArchiveIndex::isWithin(*archive_);
-    if (pptr() == pbase() && !(isLast && inMessage_) && !broken_) return;
+    if (isKept() || (pptr() == pbase() && !(isLast && inMessage_) && !broken_)) return;
     if (isLast) archive_->beginAnew();  // also when the message does not get there
-    sendFrame(isLast);
+    send(isLast);
   }
 
-  // Leaves room for an object in the frame, and does not keep the end of the last one, for which the reader waits.
+  // Leaves room for an object.
   void makeRoom() {
-    const bool isEnd = std::exchange(isSplit_, false) && pptr() != pbase();
-    if (isEnd || epptr() - pptr() < pptr() - pbase()) sendFrame(false);
+    if (pptr() - pbase() > static_cast<std::ptrdiff_t>(qc_Link::kMostInMessageFrame / 2)) send(false);
   }
 
   void skipMessage() {
@@ -48,8 +49,11 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
 
  protected:
   int_type overflow(int_type c) override {
-    sendFrame(false);
-    isSplit_ = isSplit_ || qc_ArchiveIndex::isWithin(*archive_);
+    if (isKept()) {
+      grow();
+    } else {
+      send(false);
+    }
     if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
     return sputc(traits_type::to_char_type(c));
   }
@@ -82,6 +86,18 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
 
  private:
   using Clock = qcDeadline::Clock;
+  static constexpr std::size_t kRoom = qc_Link::kHead + qc_Link::kMostInMessageFrame;
+
+  // An object is stored under the persistence lock, which nobody may have who waits for the peer to take something: the
+  // peer may be waiting for what another thread is to store. So the object is kept here until it is whole.
+  bool isKept() const { return !broken_ && qc_ArchiveIndex::isInObject(*archive_); }
+
+  void grow() {
+    const auto size = static_cast<std::size_t>(pptr() - pbase());
+    buffer_.resize(buffer_.size() * 2);
+    setp(buffer_.data() + qc_Link::kHead, buffer_.data() + buffer_.size());
+    qc_Areas::skipWritten(*this, size);
+  }
 
   // Runs something that waits until the time of the message is used up, and counts what it took. How much of a frame
   // has gone out is unknown after a failure.
@@ -101,9 +117,17 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
     waited_ += std::chrono::duration<double>(Clock::now() - from).count();
   }
 
-  void sendFrame(bool isLast) {
-    const auto count = static_cast<std::size_t>(pptr() - pbase());
-    timed(true, [&](const qcDeadline& deadline) { link_->sendMessageFrame(buffer_.data(), count, isLast, deadline); });
+  // The head of each frame takes the place of bytes that have gone out with the one before.
+  void send(bool isLast) {
+    auto left = static_cast<std::size_t>(pptr() - pbase());
+    timed(true, [&](const qcDeadline& deadline) {
+      for (char* frame = buffer_.data();; frame += qc_Link::kMostInMessageFrame) {
+        const std::size_t count = std::min(left, qc_Link::kMostInMessageFrame);
+        left -= count;
+        link_->sendMessageFrame(frame, count, isLast && left == 0, deadline);
+        if (left == 0) return;
+      }
+    });
     inMessage_ = !isLast;
     beginStoring();
   }
@@ -140,7 +164,6 @@ class qc_StreamBufferWithTimeout : public std::streambuf {
   double waited_ = 0;       // in this message
   off_type received_ = 0;   // bytes of the archive
   bool inMessage_ = false;  // its last frame is not through yet
-  bool isSplit_ = false;    // what goes into the frame began in another one
   bool broken_ = false;
 };
 

@@ -22,10 +22,9 @@ class qc_StreamBufferWithTimeout;
 /// the load throws Eof, or BadBuffer within a text, and the next message is untouched; other values see
 /// qcArchiveCompound. An archive that goes before its message is loaded leaves the rest for the next one,
 /// which makes no sense there: nextMessage first. docs/archive-format.md gives the bytes of messages. For one thread at
-/// a time. An object is stored and loaded under the persistence lock, and so are waits in its middle: between two
-/// threads of one process, objects of more than 32 KB can time out where the one that stores is ahead, and those larger
-/// than what the connection takes at once (some 100 KB) always do, since neither side can go on without the lock; and
-/// while a peer stalls there, no other thread of the process stores or loads objects.
+/// a time. An object is stored and loaded under the persistence lock. While it is stored nothing is sent, which takes
+/// memory for its bytes; so nobody who waits for the peer to take something keeps others from storing or loading. But
+/// while a peer stalls in the middle of an object that is being loaded, no other thread of the process does either.
 class VNXSTD_EXPORT qcTransferArchive : public qcArchive {
  public:
   /// What is stored and not yet flushed is sent; a failure to do so is lost here.
@@ -36,7 +35,8 @@ class VNXSTD_EXPORT qcTransferArchive : public qcArchive {
   void timeOut(double seconds) noexcept;
   double timeOut() const noexcept;
 
-  /// Sends what was stored, and ends the message, but not within an object, a vector or an image that is being stored.
+  /// Sends what was stored, and ends the message, but not within a vector or an image that is being stored. Within an
+  /// object it does nothing.
   /// Over TCP that can still be lost, when the communicator goes before the peer has loaded it and the peer then sends
   /// something, as it does when it lets go of an image. To be sure, finish sending, and serve until the peer has gone,
   /// before the communicator goes; with images that were lent, not before the peer has copied them and said so.
