@@ -271,6 +271,7 @@ void qc_RecordChain::relink() {
   if (anchored_ && broken_ == 0) return;
   if (!anchored_ && records_.empty()) throw qcArchive::BadContent(kIndexSource, kNoChainLine);
   const std::int32_t lastId = largestIdentifier();  // also of what is lost: others may refer to it
+  const qcUInt64 linkedTo = tail().position;
   if (!anchored_) announce(0, lastId);
   for (std::size_t i = 0; i <= records_.size(); ++i) {
     qc_Record& record = i == 0 ? anchor_ : records_[i - 1];
@@ -293,8 +294,8 @@ void qc_RecordChain::relink() {
   const auto begun = static_cast<std::streamoff>(std::min(anchor_.size, static_cast<qcUInt64>(archive_.endOffset())));
   const std::int32_t last = std::max(lastId, static_cast<std::int32_t>(anchor_.last));
   // What was begun and never linked stays known for that.
-  const bool isUnfinished = begun >= tail().end() && begun < archive_.endOffset() && isBegun(begun);
-  isUnfinished ? announce(begun, last) : announceLast(last);
+  const bool isThere = begun >= tail().end() && begun < archive_.endOffset() && isBegun(begun);
+  isThere && linkedTo != anchor_.size ? announce(begun, last) : announceLast(last);
 }
 
 void qc_RecordChain::countIdentifiers(std::streamoff place, std::int32_t lastId) {

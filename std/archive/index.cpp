@@ -421,7 +421,7 @@ std::int32_t qc_ArchiveIndex::storeNew(qcPersistent& object, bool owned, unsigne
     if (isSeekable()) positions_[record.id] = record.at;
     const std::lock_guard guard(qc_HeldTable::lock());
     place = held_.enter(&object);
-    stored_.push_back({place, held_[place].stored});
+    stored_.push_back({place, held_[place].stored, held_[place].height});
     held_.markStored(held_[place], record.id);
     held_[place].height = -1;
   }

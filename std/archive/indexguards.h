@@ -109,8 +109,11 @@ class qc_ArchiveIndex::StoreGuard {
     }
     const std::lock_guard guard(qc_HeldTable::lock());
     for (; index_.stored_.size() > from_; index_.stored_.pop_back()) {
-      qc_HeldTable::Entry& entry = index_.held_[index_.stored_.back().place];
-      if (entry.stored >= firstId_) entry.stored = index_.stored_.back().before;
+      const Stored& stored = index_.stored_.back();
+      qc_HeldTable::Entry& entry = index_.held_[stored.place];
+      if (entry.stored < firstId_) continue;
+      entry.stored = stored.before;
+      entry.height = stored.height;
     }
   }
   StoreGuard(const StoreGuard&) = delete;

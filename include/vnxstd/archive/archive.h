@@ -501,16 +501,22 @@ class VNXSTD_EXPORT qcArchive {
 
 VNXSTD_EXPORT qcArchive& operator||(qcArchive& archive, unsigned char& value);
 
+/// Whether a value can be copied: a vector says so of itself whatever it holds.
+template <class T>
+inline constexpr bool qc_isCopied = std::is_copy_constructible_v<T>;
+template <class T>
+inline constexpr bool qc_isCopied<std::vector<T>> = qc_isCopied<T>;
+
 /// One-directional forms. They follow the archive's direction like `||` and do not check it.
 template <class T>
 requires(!std::is_base_of_v<qcPersistent, T>) && requires(qcArchive& archive, T& value) { archive || value; }
 qcArchive& operator<<(qcArchive& archive, const T& value) {
   if (archive.isStoring()) return archive || const_cast<T&>(value);  // storing changes nothing
-  if constexpr (std::is_default_constructible_v<T>) {
-    T ignored{};
+  if constexpr (qc_isCopied<T>) {
+    T ignored = value;
     return archive || ignored;
   } else {
-    T ignored = value;
+    T ignored;
     return archive || ignored;
   }
 }
