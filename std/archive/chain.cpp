@@ -295,7 +295,8 @@ void qc_RecordChain::relink() {
   const std::int32_t last = std::max(lastId, static_cast<std::int32_t>(anchor_.last));
   // What was begun and never linked stays known for that.
   const bool isThere = begun >= tail().end() && begun < archive_.endOffset() && isBegun(begun);
-  isThere && linkedTo != anchor_.size ? announce(begun, last) : announceLast(last);
+  const bool isUnfinished = isThere && linkedTo != anchor_.size;
+  isUnfinished ? announce(begun, last) : announceLast(last);
 }
 
 void qc_RecordChain::countIdentifiers(std::streamoff place, std::int32_t lastId) {
