@@ -11,6 +11,7 @@
 #include <io.h>
 #include <share.h>
 #else
+#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -43,11 +44,16 @@ std::FILE* openHeld(const char* path) {
 
 bool syncFile(std::FILE* file) { return ::fsync(::fileno(file)) == 0 || errno == EINVAL; }
 
-// Gives a file the owner and the group of another, or the group alone, as far as the system allows it.
+// Gives a file, but none that a link leads to, the owner and the group of another, or the group alone, as far as the
+// system allows it. With the owner go setuid and setgid, which end when it changes.
 void passOwner(std::FILE* from, const std::string& to) {
   struct stat status {};
-  if (::fstat(::fileno(from), &status) != 0 || ::chown(to.c_str(), status.st_uid, status.st_gid) == 0) return;
-  static_cast<void>(::chown(to.c_str(), static_cast<uid_t>(-1), status.st_gid) == 0);
+  if (::fstat(::fileno(from), &status) != 0) return;
+  const mode_t mode = (status.st_mode & 07777) | S_IRUSR | S_IWUSR;
+  if (::lchown(to.c_str(), status.st_uid, status.st_gid) == 0)
+    static_cast<void>(::fchmodat(AT_FDCWD, to.c_str(), mode, AT_SYMLINK_NOFOLLOW) == 0);
+  else
+    static_cast<void>(::lchown(to.c_str(), static_cast<uid_t>(-1), status.st_gid) == 0);
 }
 
 #endif
@@ -81,6 +87,9 @@ bool isSameContent(const std::string& a, const std::string& b) {
   }
   return first.eof() && second.eof();
 }
+
+// What is being written belongs to its maker, as whom nobody is to act.
+fs::perms withoutSetuid(const fs::file_status& status) { return status.permissions() & fs::perms::all; }
 
 void syncByName(const std::string& path) {
   std::FILE* file = std::fopen(path.c_str(), "r+b");
@@ -118,8 +127,7 @@ WholeFile::WholeFile(const std::string& path, Existing existing, std::string kep
   create();
   if (!held_) return;
   std::error_code ignored;
-  passOwner(held_.get(), part_);
-  fs::permissions(part_, status.permissions() | fs::perms::owner_read | fs::perms::owner_write, ignored);
+  fs::permissions(part_, withoutSetuid(status) | fs::perms::owner_read | fs::perms::owner_write, ignored);
 }
 
 WholeFile::~WholeFile() {
@@ -152,6 +160,7 @@ bool WholeFile::finish() {
   if (!isMade_) return true;
   if (!kept_.empty() && isSameContent(part_, path_)) return false;
   syncByName(part_);
+  if (held_) passOwner(held_.get(), part_);  // until now its maker opens and changes it
   if (!kept_.empty() && !nameAlso(path_, kept_)) {
     writeWhole(kept_, Existing::refused, [this](const std::string& part) { copyFile(path_, part, kept_); });
   }
@@ -176,7 +185,7 @@ void copyFile(const std::string& from, const std::string& part, const std::strin
     out.write(bytes.data(), in.gcount());
   if (out && !in.eof()) throw unreadable(from);
   if (!out.flush()) fail(to, errno);
-  fs::permissions(part, fs::status(from).permissions() | fs::perms::owner_write);
+  fs::permissions(part, withoutSetuid(fs::status(from)) | fs::perms::owner_write);
 }
 
 void writeText(const std::string& path, const std::string& text) {

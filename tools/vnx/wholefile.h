@@ -62,8 +62,8 @@ bool writeWhole(const std::string& path, Existing existing, Work work, const std
   }
 }
 
-/// Copies a file, with its permissions, to where `to` is written; its owner may write to it. Throws FileError of `to`,
-/// or of `from` where that cannot be read.
+/// Copies a file, with its permissions but not setuid and setgid, to where `to` is written; its owner may write to it.
+/// Throws FileError of `to`, or of `from` where that cannot be read.
 void copyFile(const std::string& from, const std::string& part, const std::string& to);
 
 /// Writes a text to a file, which it may replace.
