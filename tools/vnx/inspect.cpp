@@ -204,13 +204,18 @@ class Teller : public qcArchiveObserver {
   std::map<std::type_index, std::string> names_;
 };
 
+// Loads the header of a result, and returns where it ends.
+qcInt64 loadHeader(qcArchive& archive, qcInt64 at) {
+  archive.seek(qcArchive::Position(at));
+  qcVDBHeader header;
+  archive || header;
+  return static_cast<std::streamoff>(archive.tell());
+}
+
 class Inspection {
  public:
   Inspection(qcArchive& archive, const std::string& path, const std::function<void(const Entry&)>& entry)
-      : archive_(archive),
-        bytes_(openedOnce(path)),
-        isHeadless_(archive.isSeekable() && archive.version() != 0 && !hasChain(archive, path)),
-        teller_(entry) {}
+      : archive_(archive), path_(path), bytes_(openedOnce(path)), teller_(entry) {}
   ~Inspection() { archive_.observer(nullptr); }
   Inspection(const Inspection&) = delete;
   Inspection& operator=(const Inspection&) = delete;
@@ -310,7 +315,8 @@ class Inspection {
     std::set<long> objects;
     for (const qcArchiveRecord& record : records)
       if (record.kind == qcArchiveRecord::object) objects.insert(record.number);
-    isDatabase_ = saysDatabase();
+    isHeadless_ = archive_.version() != 0 && !hasChain(archive_, path_);
+    isDatabase_ = holds([](qcArchive& archive) { return isDatabase(archive); });
     if (isHeadless_) {
       teller_.beginItem();
       failAtBreak(qc_format::kAnchorAt, qc_format::kAnchorAt);
@@ -370,15 +376,6 @@ class Inspection {
     failAt(at, qcArchive::BadContent(error, 0), expected, found);
   }
 
-  // Finding out costs nothing of what the limits allow.
-  bool saysDatabase() {
-    const qcArchiveLimits limits = archive_.limits();
-    archive_.limits({});
-    const bool result = holds([&] { return isDatabase(archive_); });
-    archive_.limits(limits);
-    return result;
-  }
-
   void walkRecord(const qcArchiveRecord& record) {
     const bool isMark = record.kind == qcArchiveRecord::mark, isObject = record.kind == qcArchiveRecord::object;
     const Span head{record.at, record.size}, body{record.at + record.size, record.body};
@@ -425,7 +422,7 @@ class Inspection {
     teller_.beginItem("header", {from, to - from}, {});
     teller_.behind(from);
     attempt(to, [&] {
-      load<qcVDBHeader>(from);
+      loadHeader(archive_, from);
       if (place() != to)
         throw archive_.located(qcArchive::BadContent(L"the header of a result has another size", 0),
                                "its end at byte " + std::to_string(to), "one at byte " + std::to_string(place()));
@@ -465,32 +462,21 @@ class Inspection {
     }
   }
 
-  template <class T>
-  void load(qcInt64 at) {
-    archive_.seek(qcArchive::Position(at));
-    T value;
-    archive_ || value;
-  }
-
-  // Tries something that the observer is not to hear of.
+  // Tries something that the observer is not to hear of, and that costs nothing of what the limits allow: on the file
+  // opened once more, since limits that are set begin to count anew.
   template <class Try>
   bool holds(Try attempt) {
-    archive_.observer(nullptr);
-    bool result = false;
     try {
-      result = attempt();
+      if (!unlimited_) unlimited_ = openArchive(path_);
+      return attempt(*unlimited_);
     } catch (const qcException& error) {
       if (faultOf(error) == Fault::medium) throw;
+      return false;
     }
-    archive_.observer(&teller_);
-    return result;
   }
 
   bool isHeader(qcInt64 from, qcInt64 to) {
-    return holds([&] {
-      load<qcVDBHeader>(from);
-      return place() == to;
-    });
+    return holds([&](qcArchive& archive) { return loadHeader(archive, from) == to; });
   }
 
   // An object by value, as the entry behind its marker says; without a class and an end where none lies there.
@@ -501,28 +487,32 @@ class Inspection {
   ByValue byValueAt(qcInt64 at) {
     ByValue object;
     if (!isAt(at + 4, {0x6F, 0x8B, 0x68, 0x44})) return object;
-    holds([&] {
-      archive_.seek(qcArchive::Position(at + 8));
+    holds([&](qcArchive& archive) {
+      archive.seek(qcArchive::Position(at + 8));
       unsigned char variant = 0;
       std::uint32_t narrow = 0;
       qcInt64 size = 0;
-      archive_ || variant;
-      if (variant == 0)
-        size = (archive_ || narrow, narrow);
-      else
-        archive_ || size;
-      archive_ || object.className;
-      if (size >= 0 && size <= archive_.remaining()) object.end = place() + size;
+      archive || variant;
+      if (variant == 0) {
+        archive || narrow;
+        size = narrow;
+      } else {
+        archive || size;
+      }
+      archive || object.className;
+      if (size >= 0 && size <= archive.remaining()) object.end = static_cast<std::streamoff>(archive.tell()) + size;
       return true;
     });
     return object;
   }
 
   qcArchive& archive_;
+  const std::string& path_;
   std::ifstream bytes_;
-  const bool isHeadless_;  // no chain of records begins where one should
+  std::unique_ptr<qcArchive> unlimited_;  // the same file, for what is only looked up
   Teller teller_;
   Fault found_ = Fault::none;
+  bool isHeadless_ = false;  // no chain of records begins where one should
   bool isDatabase_ = false;
   bool exhausted_ = false;  // no other load would come to its end
   KeptObjects kept_;        // others may refer to them
@@ -561,11 +551,8 @@ Entry faultEntry(const FileError& error) {
 }
 
 qcInt64 headerEnd(qcArchive& archive, const qcArchiveRecord& mark) {
-  archive.seek(qcArchive::Position(mark.at + mark.size));
   try {
-    qcVDBHeader header;
-    archive || header;
-    return static_cast<std::streamoff>(archive.tell());
+    return loadHeader(archive, mark.at + mark.size);
   } catch (const qcException& error) {
     if (faultOf(error) == Fault::medium) throw;
     return 0;
