@@ -139,10 +139,8 @@ class Mending {
       const qcArchiveRecord& record = records[i];
       const qcInt64 next = i + 1 < records.size() ? records[i + 1].at : all;
       if (next <= from) continue;
-      if (record.at >= from) {
-        gap(record.at);
-        end = record.at + record.size + record.body;
-      }
+      if (record.at >= from) gap(record.at);
+      end = std::max(end, record.at + record.size + record.body);
       if (record.kind != Kind::mark) continue;
       if (const qcInt64 behind = headerEnd(*archive_, record); behind <= next) end = std::max(end, behind);
     }
