@@ -163,6 +163,7 @@ bool WholeFile::finish() {
   if (held_) passOwner(held_.get(), part_);  // until now its maker opens and changes it
   if (!kept_.empty() && !nameAlso(path_, kept_)) {
     writeWhole(kept_, Existing::refused, [this](const std::string& part) { copyFile(path_, part, kept_); });
+    passOwner(held_.get(), kept_);
   }
   if (existing_ == Existing::refused && nameAlso(part_, path_)) return true;  // the other name goes with this object
 #if defined(_WIN32)
