@@ -137,7 +137,7 @@ void ChainMender::link(qcInt64 at, qcInt64 to, bool swap) {
 // announces, and was finished; a record that names it and is none of both was never linked. Where it announces nothing,
 // one record that does not lie right behind may be other data that looks like it; two do not name each other by chance.
 void ChainMender::dropAnchor(qcArchive& archive, const qc_Record& anchor) {
-  std::ifstream file(path_, std::ios::binary);
+  std::ifstream file = openedOnce(path_);
   std::string bytes(qc_format::kLinkedHead, '\0');
   file.seekg(anchor.at).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   overwrite(anchor.at, std::string(bytes.size(), '\0'));
@@ -161,7 +161,7 @@ bool ChainMender::follows(qcArchive& archive, const qc_Record& next, const qc_Re
   if (isPristine && next.id != last.id) return false;
   if (next.is(qc_format::kObject) && (next.size == 0 || archive.findObject(next.id) != kNone)) return false;
   if (!next.is(qc_format::kPointer) || !next.isFollowed()) return true;
-  std::ifstream file(path_, std::ios::binary);
+  std::ifstream file = openedOnce(path_);
   const auto object = headAt(file, next.end(), isSwapped(archive)).linked();
   return !object || !object->is(qc_format::kObject) || object->size != 0;
 }

@@ -148,6 +148,7 @@ Exit DumpCommand::run() const {
     if (begun || faultOf(error) == Fault::medium) throw errorOf(file_, error);
     refused(faultOf(error), faultEntry("/", error, 0));
   } catch (const FileError& error) {
+    if (begun) print.end(Fault::medium);
     if (begun || error.fault() == Fault::medium) throw;
     refused(error.fault(), faultEntry(error));
   }

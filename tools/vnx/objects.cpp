@@ -46,7 +46,7 @@ bool isMarked(std::istream& file, qcInt64 at) {
 }  // namespace
 
 void checkHead(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file = openedOnce(path);
   std::array<unsigned char, 2> head{};
   if (readAt(file, 0, head.data(), head.size()) < head.size() || head[1] > 1) return;
   const auto [first, order] = head;
@@ -66,7 +66,7 @@ void checkHead(const std::string& path) {
 
 std::unique_ptr<qcFileArchive> openArchive(const std::string& path) {
   checkHead(path);
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file = openedOnce(path);
   unsigned char first = 0;
   readAt(file, 0, &first, 1);
   // No plain archive has an anchor: one that says that it is plain is refused as a seekable one.

@@ -89,7 +89,7 @@ class Mending {
   // where all records that were found name each other, nothing is.
   qcInt64 gapFrom(qcInt64 damaged, const Records& linked) {
     const Records records = archive_->records();
-    std::ifstream file(path_, std::ios::binary);
+    std::ifstream file = openedOnce(path_);
     bool isWhole = records.size() > linked.size();
     const qcInt64 next = isWhole ? records[linked.size()].at : endOfData() - 1;
     for (std::size_t i = linked.size(); i < records.size(); ++i) {
@@ -111,7 +111,7 @@ class Mending {
   // behind it. Nothing does where it was only announced, nor where the link of the last record is damaged.
   bool isBegun(qcInt64 end) const {
     const Records records = archive_->records();
-    std::ifstream file(path_, std::ios::binary);
+    std::ifstream file = openedOnce(path_);
     const qcInt64 at = records.empty() ? qc_format::kAnchorAt : records.back().at;
     const qc_Record last = headAt(file, at, isSwapped(*archive_)).record;
     return unfinished_ < end || last.position == static_cast<qcUInt64>(end) || (last.position != 0 && last.end() < end);
