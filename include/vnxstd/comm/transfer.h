@@ -19,12 +19,13 @@ class qc_StreamBufferWithTimeout;
 /// broken off so cannot be taken up again: from then on everything throws ConnectionBroken. Waiting in vain for a
 /// message to begin breaks nothing off. A load that fails for another reason leaves the rest of its message, which
 /// nextMessage skips. Where the message ends within an object, a vector or an image, whose store has failed there,
-/// the load throws Eof, or BadBuffer within a text, and the next message is untouched; other values see
-/// qcArchiveCompound. An archive that goes before its message is loaded leaves the rest for the next one,
-/// which makes no sense there: nextMessage first. docs/archive-format.md gives the bytes of messages. For one thread at
-/// a time. An object is stored and loaded under the persistence lock. While it is stored nothing is sent, which takes
-/// memory for its bytes; so nobody who waits for the peer to take something keeps others from storing or loading. But
-/// while a peer stalls in the middle of an object that is being loaded, no other thread of the process does either.
+/// the load throws Eof, or BadBuffer within a text, and the next message is untouched; so flush after a store
+/// that failed, before storing on. Other values see qcArchiveCompound. An archive that goes before its message is
+/// loaded leaves the rest for the next one, which makes no sense there: nextMessage first. docs/archive-format.md gives
+/// the bytes of messages. For one thread at a time. An object is stored and loaded under the persistence lock. While it
+/// is stored nothing is sent, which takes memory for its bytes; so nobody who waits for the peer to take something
+/// keeps others from storing or loading. But while a peer stalls in the middle of an object that is being loaded, no
+/// other thread of the process does either.
 class VNXSTD_EXPORT qcTransferArchive : public qcArchive {
  public:
   /// What is stored and not yet flushed is sent; a failure to do so is lost here.
