@@ -507,7 +507,8 @@ inline constexpr bool qc_isCopied = std::is_copy_constructible_v<T>;
 template <class T>
 inline constexpr bool qc_isCopied<std::vector<T>> = qc_isCopied<T>;
 
-/// One-directional forms. They follow the archive's direction like `||` and do not check it.
+/// One-directional forms. They follow the archive's direction like `||` and do not check it. While loading, << reads
+/// into a copy of `value`, or into a new T where there is none; a class with containers of owners must not claim one.
 template <class T>
 requires(!std::is_base_of_v<qcPersistent, T>) && requires(qcArchive& archive, T& value) { archive || value; }
 qcArchive& operator<<(qcArchive& archive, const T& value) {
